@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host.h"
+
+namespace record_audio {
+
+// The unique id of the device that loops the computer's own sound back.
+inline constexpr const char* kLoopbackDeviceUID = "com.vantrel.loopbackdevice";
+
+// One capture device as the user sees it, and the catalogue of all. Main thread.
+class CaptureDevice {
+ public:
+  CaptureDevice(std::string uniqueId, std::string name)
+      : _name(std::move(name)), _uniqueId(std::move(uniqueId)) {}
+
+  [[nodiscard]] const std::string& name() const { return _name; }
+  void setName(std::string name) { _name = std::move(name); }
+  [[nodiscard]] const std::string& uniqueId() const { return _uniqueId; }
+  void setUniqueId(std::string uniqueId) { _uniqueId = std::move(uniqueId); }
+
+  // `name` in lower case.
+  static bool isFaceTime(const std::string& name);
+  static bool isBuiltInMic(const platform::CaptureDevice& device);
+  // The device's name, with its active input source in parentheses if it has one.
+  static std::string getMicName(const platform::CaptureDevice& device);
+
+  // Built-in devices first, each group in the system's order. The loopback device is no microphone.
+  static std::vector<CaptureDevice> enumerateMics(const platform::Host& host);
+  // Empty without asking the system when cameras are blocked.
+  static std::vector<CaptureDevice> enumerateCameras(const platform::Host& host);
+
+ private:
+  std::string _name;
+  std::string _uniqueId;
+};
+
+}  // namespace record_audio

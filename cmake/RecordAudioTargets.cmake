@@ -1,0 +1,75 @@
+# How this project's targets are made: one set of warnings and sanitizers for all, and a target
+# graph in which the core cannot reach a host.
+
+set(RA_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
+option(RA_FUZZ "Build the fuzz targets (clang only)" OFF)
+option(RA_COVERAGE "Instrument the core for coverage" OFF)
+
+find_program(RA_CCACHE ccache)
+if(RA_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${RA_CCACHE})
+endif()
+
+add_library(ra_options INTERFACE)
+target_include_directories(ra_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(ra_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wcast-align -Wnull-dereference -Wformat=2 -fvisibility=hidden)
+if(RA_SANITIZE)
+  target_compile_options(ra_options INTERFACE
+    -fsanitize=${RA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(ra_options INTERFACE -fsanitize=${RA_SANITIZE})
+  # The sanitizers' own inlining makes these two guess wrongly.
+  target_compile_options(ra_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)
+endif()
+if(RA_COVERAGE)
+  target_compile_options(ra_options INTERFACE --coverage -O0)
+  target_link_options(ra_options INTERFACE --coverage)
+endif()
+
+find_package(Threads REQUIRED)
+find_library(RA_LAME_LIBRARY mp3lame REQUIRED)
+add_library(ra_lame INTERFACE)
+target_link_libraries(ra_lame INTERFACE ${RA_LAME_LIBRARY})
+
+# What a core target may link. Anything else stops the configuration.
+set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_app ra_lame)
+
+# ra_core_library(NAME SOURCES ... LINKS ...)
+function(ra_core_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  foreach(link IN LISTS ARG_LINKS)
+    if(NOT link IN_LIST RA_CORE_TARGETS)
+      message(FATAL_ERROR "${name} belongs to the core and must not link ${link}")
+    endif()
+  endforeach()
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC ra_options ${ARG_LINKS})
+endfunction()
+
+# ra_host_library(NAME SOURCES ... LINKS ...): a room of a host; may not link core targets beyond
+# the ports and the suite's interfaces.
+function(ra_host_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  foreach(link IN LISTS ARG_LINKS)
+    if(link IN_LIST RA_CORE_TARGETS AND NOT link MATCHES "^(ra_platform|ra_suite)$")
+      message(FATAL_ERROR "${name} belongs to a host and must not link ${link}")
+    endif()
+  endforeach()
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC ra_options ra_platform ${ARG_LINKS})
+endfunction()
+
+# ra_test(NAME SOURCES ... LINKS ... LABELS ...): one GoogleTest program, one CTest entry.
+function(ra_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ra_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+  # No test may reach a server of the machine it happens to run on.
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
+    ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=")
+endfunction()

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/property_list.h"
+
+// The application object, its delegate, alerts, images and the workspace. Main thread only.
+
+namespace platform {
+
+// An image by its resource name; what it looks like is the host's. Null pointers mean "no image".
+struct Image {
+  std::string name;
+};
+using ImagePtr = std::shared_ptr<const Image>;
+
+// The application's own icon.
+inline constexpr const char* kImageNameApplicationIcon = "NSApplicationIcon";
+
+enum class ActivationPolicy : int { kRegular = 0, kAccessory = 1, kProhibited = 2 };
+enum class TerminateReply : int { kCancel = 0, kNow = 1, kLater = 2 };
+
+// What a host calls on the way of an application from launch to end, in this order: will finish
+// launching, any open-file requests that came with the launch, did finish launching, then the
+// others as they come, will terminate last.
+class ApplicationDelegate {
+ public:
+  virtual ~ApplicationDelegate() = default;
+  virtual void applicationWillFinishLaunching() = 0;
+  virtual bool application(const std::string& openFile) = 0;
+  virtual void applicationDidFinishLaunching() = 0;
+  virtual bool applicationShouldHandleReopen(bool hasVisibleWindows) = 0;
+  virtual TerminateReply applicationShouldTerminate() = 0;
+  virtual void applicationWillTerminate() = 0;
+};
+
+class Application {
+ public:
+  virtual ~Application() = default;
+  virtual void disableRelaunchOnLogin() = 0;
+  // Regular: icon in the Dock; prohibited: none.
+  virtual void setActivationPolicy(ActivationPolicy policy) = 0;
+  virtual void setApplicationIconImage(const ImagePtr& image) = 0;
+  virtual void activateIgnoringOtherApps(bool ignoringOtherApps) = 0;
+  // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop.
+  virtual void terminate() = 0;
+  // Null when no resource of that name exists.
+  virtual ImagePtr imageNamed(const std::string& name) = 0;
+};
+
+enum class AlertStyle : int { kWarning = 0, kInformational = 1, kCritical = 2 };
+inline constexpr int kAlertFirstButtonReturn = 1000;
+
+struct Alert {
+  AlertStyle style = AlertStyle::kWarning;
+  std::string messageText;
+  std::string informativeText;
+  std::vector<std::string> buttons;  // none: one default button
+};
+
+class Alerts {
+ public:
+  virtual ~Alerts() = default;
+  // Shows the alert and returns kAlertFirstButtonReturn + the index of the button pressed. The run
+  // loop goes on meanwhile. Without a screen it is written to the log and answers as if it had
+  // been dismissed with the last button.
+  virtual int runModal(const Alert& alert) = 0;
+};
+
+class Workspace {
+ public:
+  virtual ~Workspace() = default;
+  // Opens with the default application; false when there is none.
+  virtual bool openFile(const std::string& path) = 0;
+  virtual bool openURL(const std::string& url) = 0;
+  // Shows the files, selected, in the file browser.
+  virtual void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) = 0;
+  // Sets the file's custom icon, or removes it with null; false on failure.
+  virtual bool setIcon(const ImagePtr& image, const std::string& forFile, unsigned options) = 0;
+};
+
+}  // namespace platform

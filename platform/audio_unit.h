@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/audio_types.h"
+
+// Audio units and graphs of them, as status-returning calls on opaque handles. Main thread, except
+// the two calls marked REAL-TIME, which audio callbacks make.
+
+namespace platform {
+
+struct AudioComponentDescription {
+  std::uint32_t componentType;
+  std::uint32_t componentSubType;
+  std::uint32_t componentManufacturer;
+  std::uint32_t componentFlags;
+  std::uint32_t componentFlagsMask;
+};
+
+inline constexpr std::uint32_t kAudioUnitType_Output = fourCharCode("auou");
+inline constexpr std::uint32_t kAudioUnitSubType_HALOutput = fourCharCode("ahal");
+inline constexpr std::uint32_t kAudioUnitSubType_DefaultOutput = fourCharCode("def ");
+inline constexpr std::uint32_t kAudioUnitType_FormatConverter = fourCharCode("aufc");
+inline constexpr std::uint32_t kAudioUnitSubType_Varispeed = fourCharCode("vari");
+inline constexpr std::uint32_t kAudioUnitManufacturer_Apple = fourCharCode("appl");
+
+// Values' types stand beside the properties.
+inline constexpr std::uint32_t kAudioUnitProperty_StreamFormat = 8;  // AudioStreamBasicDescription
+inline constexpr std::uint32_t kAudioUnitProperty_SetRenderCallback = 23;   // AURenderCallbackStruct
+inline constexpr std::uint32_t kAudioOutputUnitProperty_CurrentDevice = 2000;  // AudioDeviceID
+inline constexpr std::uint32_t kAudioOutputUnitProperty_EnableIO = 2003;       // uint32
+inline constexpr std::uint32_t kAudioOutputUnitProperty_SetInputCallback =
+    2005;  // AURenderCallbackStruct
+inline constexpr std::uint32_t kAudioOutputUnitProperty_StartTimestampsAtZero = 2007;  // uint32
+// A unit bound to a device also answers the device's kAudioDevicePropertyBufferFrameSize.
+
+inline constexpr std::uint32_t kAudioUnitScope_Global = 0;
+inline constexpr std::uint32_t kAudioUnitScope_Input = 1;
+inline constexpr std::uint32_t kAudioUnitScope_Output = 2;
+
+// Ratio of frames consumed to frames produced; 1.0 is unchanged speed.
+inline constexpr std::uint32_t kVarispeedParam_PlaybackRate = 0;
+
+// Called on an audio thread with a buffer list to fill (or, for input callbacks, null).
+using AURenderCallback = OSStatus (*)(void* refCon, std::uint32_t* ioActionFlags,
+                                      const AudioTimeStamp* timeStamp, std::uint32_t busNumber,
+                                      std::uint32_t frameCount, AudioBufferList* ioData);
+struct AURenderCallbackStruct {
+  AURenderCallback inputProc;
+  void* inputProcRefCon;
+};
+static_assert(sizeof(AURenderCallbackStruct) == 16);
+
+// Opaque handles; null is "none". Owned by whoever created them until disposed of; units of a
+// graph's nodes belong to the graph.
+using AudioComponent = struct OpaqueAudioComponent*;
+using AudioUnit = struct OpaqueAudioUnit*;
+using AUGraph = struct OpaqueAUGraph*;
+using AUNode = std::int32_t;
+
+class AudioUnits {
+ public:
+  virtual ~AudioUnits() = default;
+
+  // The first match behind `after` (null: from the start); null when there is none.
+  virtual AudioComponent AudioComponentFindNext(AudioComponent after,
+                                                const AudioComponentDescription& description) = 0;
+  virtual OSStatus AudioComponentInstanceNew(AudioComponent component, AudioUnit* outUnit) = 0;
+  virtual OSStatus AudioComponentInstanceDispose(AudioUnit unit) = 0;
+  virtual OSStatus AudioUnitInitialize(AudioUnit unit) = 0;
+  virtual OSStatus AudioUnitUninitialize(AudioUnit unit) = 0;
+  virtual OSStatus AudioUnitSetProperty(AudioUnit unit, std::uint32_t property, std::uint32_t scope,
+                                        std::uint32_t element, const void* data,
+                                        std::uint32_t size_bytes) = 0;
+  virtual OSStatus AudioUnitGetProperty(AudioUnit unit, std::uint32_t property, std::uint32_t scope,
+                                        std::uint32_t element, void* outData,
+                                        std::uint32_t* ioSize_bytes) = 0;
+  virtual OSStatus AudioOutputUnitStart(AudioUnit unit) = 0;
+  // Returns when the last callback of the unit has returned and none will come.
+  virtual OSStatus AudioOutputUnitStop(AudioUnit unit) = 0;
+
+  // REAL-TIME: allocates nothing, takes no lock, makes no system call.
+  virtual OSStatus AudioUnitSetParameter(AudioUnit unit, std::uint32_t parameter,
+                                         std::uint32_t scope, std::uint32_t element, float value,
+                                         std::uint32_t offset_frames) = 0;
+  // REAL-TIME: as above. Fills `ioData` (planar float, one buffer a channel) with the input of
+  // this cycle; buffers smaller than frameCount are an error.
+  virtual OSStatus AudioUnitRender(AudioUnit unit, std::uint32_t* ioActionFlags,
+                                   const AudioTimeStamp* timeStamp, std::uint32_t busNumber,
+                                   std::uint32_t frameCount, AudioBufferList* ioData) = 0;
+
+  virtual OSStatus NewAUGraph(AUGraph* outGraph) = 0;
+  virtual OSStatus DisposeAUGraph(AUGraph graph) = 0;
+  virtual OSStatus AUGraphOpen(AUGraph graph) = 0;
+  virtual OSStatus AUGraphClose(AUGraph graph) = 0;
+  virtual OSStatus AUGraphAddNode(AUGraph graph, const AudioComponentDescription& description,
+                                  AUNode* outNode) = 0;
+  virtual OSStatus AUGraphNodeInfo(AUGraph graph, AUNode node, AudioUnit* outUnit) = 0;
+  virtual OSStatus AUGraphConnectNodeInput(AUGraph graph, AUNode sourceNode,
+                                           std::uint32_t sourceOutput, AUNode destNode,
+                                           std::uint32_t destInput) = 0;
+  virtual OSStatus AUGraphInitialize(AUGraph graph) = 0;
+  virtual OSStatus AUGraphStart(AUGraph graph) = 0;
+  // Returns when the last callback of the graph's units has returned and none will come.
+  virtual OSStatus AUGraphStop(AUGraph graph) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,170 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/dispatch.h"
+#include "platform/sample_buffer.h"
+
+// Capture devices, sessions and outputs. Main thread unless a declaration says otherwise.
+
+namespace platform {
+
+enum class MediaType { kAudio, kVideo };
+
+enum class AuthorizationStatus : int {
+  kNotDetermined = 0,
+  kRestricted = 1,
+  kDenied = 2,
+  kAuthorized = 3,
+};
+
+// The manufacturer that a host reports for devices built into the computer.
+inline constexpr const char* kBuiltInManufacturer = "Apple Inc.";
+
+inline constexpr const char* kCaptureSessionPresetHigh = "AVCaptureSessionPresetHigh";
+inline constexpr const char* kCaptureSessionPresetMedium = "AVCaptureSessionPresetMedium";
+inline constexpr const char* kCaptureSessionPresetLow = "AVCaptureSessionPresetLow";
+
+inline constexpr const char* kFileTypeMPEG4 = "AVFileTypeMPEG4";
+
+// Posted by a session on the main thread when it runs and its first samples are there.
+inline constexpr const char* kCaptureSessionDidStartRunningNotification =
+    "AVCaptureSessionDidStartRunningNotification";
+// Posted by a session on the main thread when it failed and stopped itself. The user info holds an
+// error text under kCaptureSessionErrorKey.
+inline constexpr const char* kCaptureSessionRuntimeErrorNotification =
+    "AVCaptureSessionRuntimeErrorNotification";
+inline constexpr const char* kCaptureSessionErrorKey = "AVCaptureSessionErrorKey";
+// Posted on the main thread when a capture device came or went. No user info.
+inline constexpr const char* kCaptureDeviceWasConnectedNotification =
+    "AVCaptureDeviceWasConnectedNotification";
+inline constexpr const char* kCaptureDeviceWasDisconnectedNotification =
+    "AVCaptureDeviceWasDisconnectedNotification";
+
+// A device as it was when it was asked for; immutable.
+class CaptureDevice {
+ public:
+  virtual ~CaptureDevice() = default;
+  [[nodiscard]] virtual std::string uniqueID() const = 0;
+  [[nodiscard]] virtual std::string localizedName() const = 0;
+  [[nodiscard]] virtual std::string manufacturer() const = 0;
+  // The display name of the source that the device records from (its active port), if it has one.
+  [[nodiscard]] virtual std::optional<std::string> activeInputSource() const = 0;
+};
+using CaptureDevicePtr = std::shared_ptr<CaptureDevice>;
+
+class CaptureDeviceInput {
+ public:
+  virtual ~CaptureDeviceInput() = default;
+  [[nodiscard]] virtual CaptureDevicePtr device() const = 0;
+};
+using CaptureDeviceInputPtr = std::shared_ptr<CaptureDeviceInput>;
+
+class CaptureOutput {
+ public:
+  virtual ~CaptureOutput() = default;
+};
+using CaptureOutputPtr = std::shared_ptr<CaptureOutput>;
+
+// Identifies the link between a session's input and an output in delegate calls.
+class CaptureConnection {
+ public:
+  virtual ~CaptureConnection() = default;
+};
+
+// Raised by CaptureAudioFileOutput::startRecordingToOutputFileURL.
+class CaptureException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Both are called on the main thread. `error` is empty when the file is complete.
+class CaptureFileOutputRecordingDelegate {
+ public:
+  virtual ~CaptureFileOutputRecordingDelegate() = default;
+  virtual void captureOutputDidStartRecording(CaptureOutput& output, const std::string& fileURL) = 0;
+  virtual void captureOutputDidFinishRecording(CaptureOutput& output, const std::string& fileURL,
+                                               const std::string& error) = 0;
+};
+
+// Encodes what the session captures into a file, with the session's preset.
+class CaptureAudioFileOutput : public CaptureOutput {
+ public:
+  // Records from the first sample of the running session on. Throws CaptureException when the file
+  // cannot be made, the type is unknown or the session does not run. A later failure to write
+  // makes the session post its runtime error.
+  virtual void startRecordingToOutputFileURL(
+      const std::string& fileURL, const std::string& outputFileType,
+      std::weak_ptr<CaptureFileOutputRecordingDelegate> recordingDelegate) = 0;
+  // Returns at once; everything captured so far is still written and the file completed in the
+  // background, and the process does not end before that.
+  virtual void stopRecording() = 0;
+};
+
+class CaptureAudioDataOutputSampleBufferDelegate {
+ public:
+  virtual ~CaptureAudioDataOutputSampleBufferDelegate() = default;
+  // On the queue given to setSampleBufferDelegate, one call at a time, in capture order.
+  virtual void captureOutput(CaptureOutput& output,
+                             const std::shared_ptr<SampleBuffer>& didOutputSampleBuffer,
+                             CaptureConnection& fromConnection) = 0;
+};
+
+// Hands the captured samples to a delegate: 32-bit float, non-interleaved, at the device's rate.
+// Delivery begins when the handlers of the session's did-start notification have returned, with
+// the very first sample captured.
+class CaptureAudioDataOutput : public CaptureOutput {
+ public:
+  virtual void setSampleBufferDelegate(
+      std::weak_ptr<CaptureAudioDataOutputSampleBufferDelegate> delegate,
+      std::shared_ptr<DispatchQueue> queue) = 0;
+};
+
+class CaptureSession {
+ public:
+  virtual ~CaptureSession() = default;
+  virtual void setSessionPreset(const std::string& preset) = 0;
+  [[nodiscard]] virtual bool canAddInput(const CaptureDeviceInputPtr& input) const = 0;
+  [[nodiscard]] virtual bool canAddOutput(const CaptureOutputPtr& output) const = 0;
+  virtual void addInput(const CaptureDeviceInputPtr& input) = 0;
+  virtual void addOutput(const CaptureOutputPtr& output) = 0;
+  [[nodiscard]] virtual std::vector<CaptureDeviceInputPtr> inputs() const = 0;
+  [[nodiscard]] virtual std::vector<CaptureOutputPtr> outputs() const = 0;
+  // Returns at once. Later posts either the did-start notification (again also when the session
+  // already runs) or, within a bounded time, the runtime error.
+  virtual void startRunning() = 0;
+  virtual void stopRunning() = 0;
+  [[nodiscard]] virtual bool isRunning() const = 0;
+};
+using CaptureSessionPtr = std::shared_ptr<CaptureSession>;
+
+// The class-level calls of the capture framework.
+class Capture {
+ public:
+  virtual ~Capture() = default;
+  // Every device of the type that can be recorded from, in the system's order.
+  [[nodiscard]] virtual std::vector<CaptureDevicePtr> devicesWithMediaType(MediaType type) = 0;
+  // Null when there is none.
+  [[nodiscard]] virtual CaptureDevicePtr defaultDeviceWithMediaType(MediaType type) = 0;
+  [[nodiscard]] virtual CaptureDevicePtr deviceWithUniqueID(const std::string& uniqueID) = 0;
+
+  // Whether the system has permissions at all; when not, everything is permitted.
+  [[nodiscard]] virtual bool respondsToAuthorizationStatus() const = 0;
+  [[nodiscard]] virtual AuthorizationStatus authorizationStatusForMediaType(MediaType type) = 0;
+  // Asks the user; `handler` is called once, on any thread.
+  virtual void requestAccessForMediaType(MediaType type, std::function<void(bool)> handler) = 0;
+
+  virtual CaptureSessionPtr createSession() = 0;
+  // Null with *error set when the device cannot be used.
+  virtual CaptureDeviceInputPtr createDeviceInput(const CaptureDevicePtr& device,
+                                                  std::string* error) = 0;
+  virtual std::shared_ptr<CaptureAudioFileOutput> createAudioFileOutput() = 0;
+  virtual std::shared_ptr<CaptureAudioDataOutput> createAudioDataOutput() = 0;
+};
+
+}  // namespace platform

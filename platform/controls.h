@@ -1,0 +1,159 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Windows and controls, just wide enough for the preferences window. Main thread only. A control
+// belongs to its window; who keeps one otherwise keeps it weakly.
+
+namespace platform {
+
+struct Color {
+  float red = 0;
+  float green = 0;
+  float blue = 0;
+  float alpha = 1;
+  friend bool operator==(const Color&, const Color&) = default;
+};
+
+struct Font {
+  std::string family;
+  double size_points = 0;
+  friend bool operator==(const Font&, const Font&) = default;
+};
+
+enum class LineBreakMode : int { kByWordWrapping = 0, kByTruncatingTail = 4 };
+inline constexpr int kUnderlineStyleSingle = 1;
+
+struct ParagraphStyle {
+  LineBreakMode lineBreakMode = LineBreakMode::kByWordWrapping;
+};
+
+struct AttributedString {
+  std::string text;
+  Color foregroundColor;
+  Font font;
+  int underlineStyle = 0;
+  ParagraphStyle paragraphStyle;
+};
+
+struct Rect {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+  friend bool operator==(const Rect&, const Rect&) = default;
+};
+
+inline constexpr unsigned kTrackingCursorUpdate = 4;
+inline constexpr unsigned kTrackingActiveInKeyWindow = 32;
+
+struct TrackingArea {
+  Rect rect;
+  unsigned options = 0;
+};
+using TrackingAreaPtr = std::shared_ptr<const TrackingArea>;
+
+class View {
+ public:
+  virtual ~View() = default;
+  virtual void setHidden(bool hidden) = 0;
+  [[nodiscard]] virtual bool isHidden() const = 0;
+  // Takes the view out of its window for good.
+  virtual void removeFromSuperview() = 0;
+};
+
+class PopUpButton : public View {
+ public:
+  virtual void removeAllItems() = 0;
+  virtual void addItem(const std::string& title) = 0;
+  virtual void addSeparator() = 0;
+  // Separators count.
+  [[nodiscard]] virtual int numberOfItems() const = 0;
+  // An index outside the menu selects nothing.
+  virtual void selectItem(std::int64_t index) = 0;
+  // -1 when nothing is selected.
+  [[nodiscard]] virtual int indexOfSelectedItem() const = 0;
+};
+
+class CheckBox : public View {
+ public:
+  virtual void setState(bool on) = 0;
+  [[nodiscard]] virtual bool state() const = 0;
+};
+
+class TextField : public View {
+ public:
+  virtual void setStringValue(const std::string& text) = 0;
+};
+
+class Button : public View {
+ public:
+  [[nodiscard]] virtual std::string title() const = 0;
+  [[nodiscard]] virtual Font font() const = 0;
+  [[nodiscard]] virtual Rect bounds() const = 0;
+  virtual void setAttributedTitle(const AttributedString& title) = 0;
+  virtual void addTrackingArea(const TrackingAreaPtr& area) = 0;
+  virtual void removeTrackingArea(const TrackingAreaPtr& area) = 0;
+};
+
+// A level between 0 and 1 (full scale), linear.
+class LevelIndicator : public View {
+ public:
+  virtual void setLevel(float peak) = 0;
+};
+
+class Cursor {
+ public:
+  virtual ~Cursor() = default;
+  virtual void setPointingHand() = 0;
+};
+
+class SystemColors {
+ public:
+  virtual ~SystemColors() = default;
+  // Null on a platform without one.
+  [[nodiscard]] virtual std::optional<Color> linkColor() const = 0;
+};
+
+class WindowDelegate {
+ public:
+  virtual ~WindowDelegate() = default;
+  virtual void windowDidBecomeKey() = 0;
+  virtual void windowDidChangeOcclusionState() = 0;
+};
+
+class Window {
+ public:
+  virtual ~Window() = default;
+  virtual void setDelegate(std::weak_ptr<WindowDelegate> delegate) = 0;
+  [[nodiscard]] virtual bool isVisible() const = 0;
+  virtual void makeKeyAndOrderFront() = 0;
+  virtual void orderFront() = 0;
+  virtual void orderFrontRegardless() = 0;
+  virtual void orderOut() = 0;
+};
+
+// Who a window is loaded for: receives the controls by outlet name and the user's acts by action
+// name. Unknown outlets and actions are ignored.
+class InterfaceOwner {
+ public:
+  virtual ~InterfaceOwner() = default;
+  virtual void connectOutlet(const std::string& name, const std::shared_ptr<View>& view) = 0;
+  virtual void performAction(const std::string& name, View* sender) = 0;
+};
+
+class InterfaceLoader {
+ public:
+  virtual ~InterfaceLoader() = default;
+  // Builds the window of an interface file and connects its outlets; actions go to `owner`, which
+  // must outlive the window. Null when there is no such file or no screen to show it on.
+  virtual std::shared_ptr<Window> loadWindow(const std::string& interfaceFileName,
+                                             InterfaceOwner& owner) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,180 @@
+#pragma once
+
+#include <any>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/property_list.h"
+
+// Foundation: settings, files, bundles, process information, timers, notifications and dates.
+// Unless a declaration says otherwise every call is made on the main thread and none throws.
+
+namespace platform {
+
+// A moment of the wall clock, UTC, nanoseconds since 1970-01-01.
+using Date = std::chrono::time_point<std::chrono::system_clock, std::chrono::nanoseconds>;
+
+class WallClock {
+ public:
+  virtual ~WallClock() = default;
+  // Any thread.
+  [[nodiscard]] virtual Date now() const = 0;
+};
+
+// The tool's own domain of persisted settings. Typed reads convert as property_list.h says.
+class UserDefaults {
+ public:
+  virtual ~UserDefaults() = default;
+  // Null when the key is absent.
+  [[nodiscard]] virtual std::optional<Value> objectForKey(const std::string& key) const = 0;
+  // 0 when absent.
+  [[nodiscard]] virtual std::int64_t integerForKey(const std::string& key) const = 0;
+  // false when absent.
+  [[nodiscard]] virtual bool boolForKey(const std::string& key) const = 0;
+  // Null when absent or neither string nor number.
+  [[nodiscard]] virtual std::optional<std::string> stringForKey(const std::string& key) const = 0;
+  // Null when absent or of another type.
+  [[nodiscard]] virtual std::optional<Dictionary> dictionaryForKey(const std::string& key) const = 0;
+  // Replaces the value in memory; it reaches the disk with the next synchronize() or at the latest
+  // when the application terminates.
+  virtual void setObject(const Value& value, const std::string& forKey) = 0;
+  virtual void setInteger(std::int64_t value, const std::string& forKey) = 0;
+  virtual void setBool(bool value, const std::string& forKey) = 0;
+  // Writes all changes through. Returns false when that failed; the changes then stay pending.
+  virtual bool synchronize() = 0;
+};
+
+// An open file for updating. Closing happens in closeFile() or, at the latest, on destruction.
+// All calls on one thread at a time; the recorder makes them on its encode queue.
+class FileHandle {
+ public:
+  virtual ~FileHandle() = default;
+  // Moves the write position behind the last byte and returns it, bytes from the start.
+  virtual std::uint64_t seekToEndOfFile() = 0;
+  // Appends all of `data` at the write position. Returns an error text, empty on success; after an
+  // error an unknown part of `data` may have been written.
+  [[nodiscard]] virtual std::string writeData(std::span<const std::byte> data) = 0;
+  virtual void closeFile() = 0;
+};
+
+class FileManager {
+ public:
+  virtual ~FileManager() = default;
+  // Follows symbolic links; any kind of file counts. Any thread.
+  [[nodiscard]] virtual bool fileExists(const std::string& path) const = 0;
+  // Makes an empty file, or empties the one that is there. False when it could not.
+  virtual bool createFile(const std::string& path) = 0;
+  // Null when the file cannot be opened for reading and writing.
+  [[nodiscard]] virtual std::unique_ptr<FileHandle> fileHandleForUpdating(
+      const std::string& path) = 0;
+  // Moves a file, also while somebody writes into it: what is written later ends up under the new
+  // name, on another file system too. Never replaces a file. Returns an error text, empty on
+  // success; on an error the file is whole at `from`.
+  [[nodiscard]] virtual std::string moveItem(const std::string& from, const std::string& to) = 0;
+  // Returns an error text, empty on success.
+  virtual std::string removeItem(const std::string& path) = 0;
+  // The directory for temporary files, without a trailing slash.
+  [[nodiscard]] virtual std::string temporaryDirectory() const = 0;
+};
+
+// The running program as installed: its folder, information dictionary and string tables.
+class Bundle {
+ public:
+  virtual ~Bundle() = default;
+  [[nodiscard]] virtual std::string bundlePath() const = 0;
+  // Null when the bundle has no information dictionary.
+  [[nodiscard]] virtual std::optional<Dictionary> infoDictionary() const = 0;
+  [[nodiscard]] virtual std::optional<Dictionary> localizedInfoDictionary() const = 0;
+  // The text for the user's language from the default table; `key` itself when there is none.
+  [[nodiscard]] virtual std::string localizedString(const std::string& key) const = 0;
+};
+
+// Opens other bundles by path.
+class BundleLoader {
+ public:
+  virtual ~BundleLoader() = default;
+  // Null when there is no bundle at the path.
+  [[nodiscard]] virtual std::unique_ptr<Bundle> bundleWithPath(const std::string& path) const = 0;
+};
+
+class ProcessInfo {
+ public:
+  virtual ~ProcessInfo() = default;
+  // The program's path first, then its arguments.
+  [[nodiscard]] virtual std::vector<std::string> arguments() const = 0;
+  // A text that no other call on any machine gave, fit for a file name.
+  [[nodiscard]] virtual std::string globallyUniqueString() = 0;
+};
+
+// A timer scheduled on the main run loop. The run loop keeps it, and with it whatever its action
+// holds, until it has fired (one-shot) or is invalidated.
+class Timer {
+ public:
+  virtual ~Timer() = default;
+  // Idempotent; the action is never called again and is released.
+  virtual void invalidate() = 0;
+  [[nodiscard]] virtual bool isValid() const = 0;
+  [[nodiscard]] virtual const std::any& userInfo() const = 0;
+};
+using TimerPtr = std::shared_ptr<Timer>;
+using TimerAction = std::function<void(const TimerPtr&)>;
+
+class RunLoop {
+ public:
+  virtual ~RunLoop() = default;
+  // First fires after `interval_s` seconds, then (if `repeats`) at every further multiple of it;
+  // firings missed while the loop was busy are skipped, never bunched.
+  virtual TimerPtr scheduledTimer(double interval_s, std::any userInfo, bool repeats,
+                                  TimerAction action) = 0;
+  // Runs `action` once from the loop, after the current event and after `delay_s` seconds.
+  virtual void performAfterDelay(double delay_s, std::function<void()> action) = 0;
+};
+
+// Names of notifications are compared exactly.
+struct Notification {
+  std::string name;
+  std::shared_ptr<void> object;  // the poster; may be null
+  Dictionary userInfo;
+};
+
+class NotificationCenter {
+ public:
+  using Observer = const void*;
+  using Handler = std::function<void(const Notification&)>;
+  virtual ~NotificationCenter() = default;
+  // Registers for `name` from any poster. `observer` only identifies the registration.
+  virtual void addObserver(Observer observer, const std::string& name, Handler handler) = 0;
+  // Removes every registration of `observer`; none of its handlers runs afterwards.
+  virtual void removeObserver(Observer observer) = 0;
+  // Calls the handlers at once, on the calling thread, in the order of their registration.
+  virtual void post(const Notification& notification) = 0;
+};
+
+// Localised texts of dates in the user's locale and time zone.
+class DateFormatter {
+ public:
+  virtual ~DateFormatter() = default;
+  // `pattern` in Unicode date-pattern syntax, e.g. "yyyy-MM-dd".
+  [[nodiscard]] virtual std::string stringFromDate(Date date, const std::string& pattern) const = 0;
+  // The locale's time text of medium length (with seconds), without a date.
+  [[nodiscard]] virtual std::string localizedMediumTime(Date date) const = 0;
+};
+
+// The account database and the raw existence test, both by the real user id.
+class UserAccount {
+ public:
+  virtual ~UserAccount() = default;
+  // Null when the account database has no record of the user.
+  [[nodiscard]] virtual std::optional<std::string> homeDirectory() const = 0;
+  [[nodiscard]] virtual bool accessExists(const std::string& path) const = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace platform {
+
+// Finds installed applications. Main thread.
+class LaunchServices {
+ public:
+  virtual ~LaunchServices() = default;
+  // The paths of all applications with that bundle identifier, preferred one first; empty when
+  // there is none or the service fails.
+  [[nodiscard]] virtual std::vector<std::string> copyApplicationPathsForBundleIdentifier(
+      const std::string& identifier) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,92 @@
+#include "platform/property_list.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace platform {
+namespace {
+
+std::size_t skipBlanks(const std::string& text, std::size_t at) {
+  while (at < text.size() && (text[at] == ' ' || text[at] == '\t' || text[at] == '\n')) ++at;
+  return at;
+}
+
+std::int64_t leadingInteger(const std::string& text) {
+  std::size_t at = skipBlanks(text, 0);
+  bool negative = false;
+  if (at < text.size() && (text[at] == '+' || text[at] == '-')) negative = text[at++] == '-';
+  const char* first = text.data() + at;
+  std::uint64_t magnitude = 0;
+  const auto [end, error] = std::from_chars(first, text.data() + text.size(), magnitude);
+  if (end == first) return 0;
+  constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  if (error == std::errc::result_out_of_range || magnitude > kMax) {
+    return negative ? std::numeric_limits<std::int64_t>::min()
+                    : std::numeric_limits<std::int64_t>::max();
+  }
+  return negative ? -static_cast<std::int64_t>(magnitude) : static_cast<std::int64_t>(magnitude);
+}
+
+std::int64_t truncated(double number) {
+  if (std::isnan(number)) return 0;
+  // 2^63 is exact in a double; anything at or beyond it would overflow the cast.
+  constexpr double kLimit = 9223372036854775808.0;
+  if (number >= kLimit) return std::numeric_limits<std::int64_t>::max();
+  if (number < -kLimit) return std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::int64_t>(number);
+}
+
+bool saysYes(const std::string& text) {
+  std::size_t at = skipBlanks(text, 0);
+  if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
+  while (at < text.size() && text[at] == '0') ++at;
+  if (at == text.size()) return false;
+  return std::string_view("YyTt123456789").find(text[at]) != std::string_view::npos;
+}
+
+std::string shortestText(double number) {
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, number);
+  return {buffer, result.ptr};
+}
+
+}  // namespace
+
+std::int64_t integerValue(const Value& value) {
+  if (const auto* flag = value.as<bool>()) return *flag ? 1 : 0;
+  if (const auto* number = value.as<std::int64_t>()) return *number;
+  if (const auto* number = value.as<std::uint64_t>()) {
+    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    return static_cast<std::int64_t>(*number > kMax ? kMax : *number);
+  }
+  if (const auto* number = value.as<double>()) return truncated(*number);
+  if (const auto* text = value.as<std::string>()) return leadingInteger(*text);
+  return 0;
+}
+
+bool boolValue(const Value& value) {
+  if (const auto* flag = value.as<bool>()) return *flag;
+  if (const auto* number = value.as<double>()) return *number != 0.0;
+  if (const auto* text = value.as<std::string>()) return saysYes(*text);
+  return integerValue(value) != 0;
+}
+
+bool stringValue(const Value& value, std::string* out) {
+  if (const auto* text = value.as<std::string>()) {
+    *out = *text;
+  } else if (const auto* flag = value.as<bool>()) {
+    *out = *flag ? "1" : "0";
+  } else if (const auto* number = value.as<std::int64_t>()) {
+    *out = std::to_string(*number);
+  } else if (const auto* unsigned_number = value.as<std::uint64_t>()) {
+    *out = std::to_string(*unsigned_number);
+  } else if (const auto* real = value.as<double>()) {
+    *out = shortestText(*real);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace platform

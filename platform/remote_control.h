@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/property_list.h"
+
+namespace platform {
+
+// What scripts and other programs may ask of the running application, beside what every
+// application offers. Main thread.
+class RemoteControl {
+ public:
+  virtual ~RemoteControl() = default;
+  // Ends the recording (or the wait for it) and saves it. False when there is nothing to end.
+  virtual bool stop() = 0;
+  // Ends it and deletes the file. False when there is nothing to end.
+  virtual bool cancel() = 0;
+  // "state": idle, waiting, starting, recording or preferences; "elapsedSeconds": integer;
+  // "source", "format": texts; "outputFile": the file's path, where one is known.
+  [[nodiscard]] virtual Dictionary status() const = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "suite/environment.h"
+
+namespace record_audio {
+
+// All zero means unknown.
+struct AudioDriverVersion {
+  std::int64_t major = 0;
+  std::int64_t minor = 0;
+  std::int64_t patch = 0;
+};
+
+enum AudioDriverInstallResult : int {
+  AudioDriverInstallLoaded = 1,    // recent enough and loaded; nothing was done
+  AudioDriverInstallRestart = 2,   // the user wants the computer restarted now
+  AudioDriverInstallNotReady = 3,  // declined, failed or postponed
+};
+
+// The loopback sound driver: finding, showing and hiding its device, and installing it. Stateless;
+// main thread; the alerts are modal. No call raises: what is missing or fails gives 0 or false.
+class AudioDriver {
+ public:
+  AudioDriver() = delete;
+
+  // The loopback device's id; 0 when it is not there.
+  static platform::AudioDeviceID getLoopbackDeviceID(const suite::Environment& environment);
+  static platform::AudioDeviceID getCurrentOutputAudioDevice(const suite::Environment& environment);
+  static bool setDeviceAsDefault(const suite::Environment& environment,
+                                 platform::AudioDeviceID device);
+  static bool showLoopbackDevice(const suite::Environment& environment, bool show);
+
+  // Exactly three groups of digits in the text, else unknown.
+  static AudioDriverVersion parseVersion(const std::string& text);
+  // -1, 0 or 1 as `a` is older than, equal to or newer than `b`.
+  static std::int64_t comapreVersion(const AudioDriverVersion& a, const AudioDriverVersion& withVersion);
+  // Of the loaded driver, which announces it as its device's manufacturer.
+  static AudioDriverVersion version(const suite::Environment& environment);
+  static bool isInstalled(const suite::Environment& environment);
+  static bool isLoaded(const suite::Environment& environment);
+
+  // One of AudioDriverInstallResult. Asks the user and, with administrator rights, starts the
+  // installer of the first suite application that holds a recent enough driver.
+  static int launchInstallation(const suite::Environment& environment);
+  static bool showDriverInstallNeeded(const suite::Environment& environment);
+  static bool showRestartNeeded(const suite::Environment& environment);
+  static void showFailedAlert(const suite::Environment& environment);
+  static bool showInstallationDone(const suite::Environment& environment);
+};
+
+}  // namespace record_audio

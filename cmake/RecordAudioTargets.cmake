@@ -15,6 +15,10 @@ target_include_directories(ra_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(ra_options INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wcast-align -Wnull-dereference -Wformat=2 -fvisibility=hidden)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # GCC 12 warns about std::string's own assignment (GCC bug 105651).
+  target_compile_options(ra_options INTERFACE -Wno-restrict)
+endif()
 if(RA_SANITIZE)
   target_compile_options(ra_options INTERFACE
     -fsanitize=${RA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -73,9 +73,9 @@ static_assert(sizeof(AudioChannelLayout) == 32);
 
 // A moment of one device's clock.
 struct AudioTimeStamp {
-  double mSampleTime = 0;         // frames since the device's own start
-  std::uint64_t mHostTime = 0;    // ticks of the host clock
-  double mRateScalar = 0;         // actual host ticks per nominal host tick of the device
+  double mSampleTime = 0;       // frames since the device's own start
+  std::uint64_t mHostTime = 0;  // ticks of the host clock
+  double mRateScalar = 0;       // actual host ticks per nominal host tick of the device
   std::uint64_t mWordClockTime = 0;
   std::uint8_t mSmpteTime[24] = {};
   std::uint32_t mFlags = 0;

@@ -26,7 +26,7 @@ inline constexpr std::uint32_t kAudioUnitManufacturer_Apple = fourCharCode("appl
 
 // Values' types stand beside the properties.
 inline constexpr std::uint32_t kAudioUnitProperty_StreamFormat = 8;  // AudioStreamBasicDescription
-inline constexpr std::uint32_t kAudioUnitProperty_SetRenderCallback = 23;   // AURenderCallbackStruct
+inline constexpr std::uint32_t kAudioUnitProperty_SetRenderCallback = 23;  // AURenderCallbackStruct
 inline constexpr std::uint32_t kAudioOutputUnitProperty_CurrentDevice = 2000;  // AudioDeviceID
 inline constexpr std::uint32_t kAudioOutputUnitProperty_EnableIO = 2003;       // uint32
 inline constexpr std::uint32_t kAudioOutputUnitProperty_SetInputCallback =

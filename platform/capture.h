@@ -87,7 +87,8 @@ class CaptureException : public std::runtime_error {
 class CaptureFileOutputRecordingDelegate {
  public:
   virtual ~CaptureFileOutputRecordingDelegate() = default;
-  virtual void captureOutputDidStartRecording(CaptureOutput& output, const std::string& fileURL) = 0;
+  virtual void captureOutputDidStartRecording(CaptureOutput& output,
+                                              const std::string& fileURL) = 0;
   virtual void captureOutputDidFinishRecording(CaptureOutput& output, const std::string& fileURL,
                                                const std::string& error) = 0;
 };

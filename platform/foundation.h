@@ -42,7 +42,8 @@ class UserDefaults {
   // Null when absent or neither string nor number.
   [[nodiscard]] virtual std::optional<std::string> stringForKey(const std::string& key) const = 0;
   // Null when absent or of another type.
-  [[nodiscard]] virtual std::optional<Dictionary> dictionaryForKey(const std::string& key) const = 0;
+  [[nodiscard]] virtual std::optional<Dictionary> dictionaryForKey(
+      const std::string& key) const = 0;
   // Replaces the value in memory; it reaches the disk with the next synchronize() or at the latest
   // when the application terminates.
   virtual void setObject(const Value& value, const std::string& forKey) = 0;

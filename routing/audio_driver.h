@@ -36,7 +36,8 @@ class AudioDriver {
   // Exactly three groups of digits in the text, else unknown.
   static AudioDriverVersion parseVersion(const std::string& text);
   // -1, 0 or 1 as `a` is older than, equal to or newer than `b`.
-  static std::int64_t comapreVersion(const AudioDriverVersion& a, const AudioDriverVersion& withVersion);
+  static std::int64_t comapreVersion(const AudioDriverVersion& a,
+                                     const AudioDriverVersion& withVersion);
   // Of the loaded driver, which announces it as its device's manufacturer.
   static AudioDriverVersion version(const suite::Environment& environment);
   static bool isInstalled(const suite::Environment& environment);

@@ -17,8 +17,8 @@ class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
 
   // Already polling. `onWaitFinished` is called once, from the timer: true when the device is there
   // and was made the default output, false after about two seconds without it.
-  static std::shared_ptr<AudioWaiter> initWithObject(suite::Environment environment, std::any object,
-                                                     WaitFinished onWaitFinished);
+  static std::shared_ptr<AudioWaiter> initWithObject(suite::Environment environment,
+                                                     std::any object, WaitFinished onWaitFinished);
   ~AudioWaiter();
   AudioWaiter(const AudioWaiter&) = delete;
   AudioWaiter& operator=(const AudioWaiter&) = delete;

@@ -30,7 +30,8 @@ class Auxiliary {
   static void writeQuickLookParametersToDefaults(const platform::Host& host,
                                                  const platform::Dictionary& parameters);
   // Sets one key of the slot and keeps the others.
-  static void setQuickLookParametersObject(const platform::Host& host, const platform::Value& object,
+  static void setQuickLookParametersObject(const platform::Host& host,
+                                           const platform::Value& object,
                                            const std::string& forKey);
 
   // "2024-05-17 at 14.03.27": the date in a fixed form, the localised "at", the locale's time with

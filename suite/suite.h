@@ -68,7 +68,8 @@ using LogArgument = std::variant<std::string, std::int64_t>;
 class Logging {
  public:
   virtual ~Logging() = default;
-  virtual void VKLogVariadic(const std::string& format, const std::vector<LogArgument>& arguments) = 0;
+  virtual void VKLogVariadic(const std::string& format,
+                             const std::vector<LogArgument>& arguments) = 0;
   [[nodiscard]] virtual bool VKIsExtendedLoggingOn() const = 0;
 };
 
@@ -76,9 +77,9 @@ class Logging {
 class OutputLocationButton : public platform::View {
  public:
   // (changed, code, message or none, details): the details go into the usage event.
-  using Completion = std::function<void(bool success, int code,
-                                        const std::optional<std::string>& message,
-                                        const platform::Dictionary& details)>;
+  using Completion =
+      std::function<void(bool success, int code, const std::optional<std::string>& message,
+                         const platform::Dictionary& details)>;
   // Shows the folder as the suite's location store has it now.
   virtual void updateState() = 0;
   // Lets the user pick a folder and stores it; `completion` is called exactly once, also when the

@@ -1,0 +1,195 @@
+#include "tests/memory_host/memory_application.h"
+
+#include <cstring>
+
+namespace memory_host {
+
+using platform::noErr;
+using platform::OSStatus;
+
+void MemoryApplication::setActivationPolicy(platform::ActivationPolicy newPolicy) {
+  policy = newPolicy;
+  journal.push_back("setActivationPolicy " + std::to_string(static_cast<int>(newPolicy)));
+}
+
+void MemoryApplication::setApplicationIconImage(const platform::ImagePtr& image) {
+  iconName = image ? image->name : "";
+  journal.push_back("setApplicationIconImage " + iconName);
+}
+
+void MemoryApplication::activateIgnoringOtherApps(bool ignoringOtherApps) {
+  journal.push_back(std::string("activateIgnoringOtherApps ") + (ignoringOtherApps ? "YES" : "NO"));
+}
+
+void MemoryApplication::terminate() {
+  ++terminateCount;
+  journal.push_back("terminate");
+  if (ended || delegate == nullptr) return;
+  if (delegate->applicationShouldTerminate() == platform::TerminateReply::kNow) {
+    ended = true;
+    delegate->applicationWillTerminate();
+  }
+}
+
+platform::ImagePtr MemoryApplication::imageNamed(const std::string& name) {
+  if (missingImages.contains(name)) return nullptr;
+  return std::make_shared<platform::Image>(platform::Image{name});
+}
+
+int MemoryAlerts::runModal(const platform::Alert& alert) {
+  shown.push_back(alert);
+  if (onShow) onShow(alert);
+  if (answers.empty()) return platform::kAlertFirstButtonReturn;
+  const int answer = answers.front();
+  answers.erase(answers.begin());
+  return answer;
+}
+
+bool MemoryWorkspace::openFile(const std::string& path) {
+  opened.push_back(path);
+  return true;
+}
+
+bool MemoryWorkspace::openURL(const std::string& url) {
+  openedURLs.push_back(url);
+  return true;
+}
+
+void MemoryWorkspace::activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) {
+  revealed.push_back(fileURLs);
+}
+
+bool MemoryWorkspace::setIcon(const platform::ImagePtr& image, const std::string& forFile,
+                              unsigned options) {
+  icons.push_back({image ? image->name : "", forFile, options});
+  return setIconResult;
+}
+
+void MemoryUserNotificationCenter::deliverNotification(
+    const platform::UserNotificationPtr& notification) {
+  delivered.push_back(notification);
+  showing.push_back(notification);
+}
+
+void MemoryUserNotificationCenter::removeDeliveredNotification(
+    const platform::UserNotificationPtr& notification) {
+  std::erase(showing, notification);
+}
+
+void MemoryUserNotificationCenter::activate(const platform::UserNotificationPtr& notification,
+                                            platform::UserNotificationActivationType type) {
+  notification->activationType = type;
+  if (const auto target = delegate.lock()) {
+    target->userNotificationCenterDidActivateNotification(*this, notification);
+  }
+}
+
+void MemoryWindow::changeVisibility(bool nowVisible) {
+  if (visible == nowVisible) return;
+  visible = nowVisible;
+  if (const auto target = delegate.lock()) target->windowDidChangeOcclusionState();
+}
+
+void MemoryWindow::makeKeyAndOrderFront() {
+  journal.push_back("makeKeyAndOrderFront");
+  changeVisibility(true);
+  becomeKey();
+}
+
+void MemoryWindow::orderFront() {
+  journal.push_back("orderFront");
+  changeVisibility(true);
+}
+
+void MemoryWindow::orderFrontRegardless() {
+  journal.push_back("orderFrontRegardless");
+  changeVisibility(true);
+}
+
+void MemoryWindow::orderOut() {
+  journal.push_back("orderOut");
+  changeVisibility(false);
+}
+
+void MemoryWindow::becomeKey() {
+  if (const auto target = delegate.lock()) target->windowDidBecomeKey();
+}
+
+std::shared_ptr<platform::Window> MemoryInterfaceLoader::loadWindow(
+    const std::string& interfaceFileName, platform::InterfaceOwner& owner) {
+  loaded.push_back(interfaceFileName);
+  if (recipe) return recipe(interfaceFileName, owner);
+  windows.push_back(std::make_shared<MemoryWindow>());
+  return windows.back();
+}
+
+OSStatus MemoryAuthorization::AuthorizationCreate(platform::AuthorizationFlags flags,
+                                                  platform::AuthorizationRef* outAuthorization) {
+  journal.push_back("create " + std::to_string(flags));
+  *outAuthorization = nullptr;
+  if (createStatus != noErr) return createStatus;
+  ++living;
+  *outAuthorization = reinterpret_cast<platform::AuthorizationRef>(this);
+  return noErr;
+}
+
+OSStatus MemoryAuthorization::AuthorizationCopyRights(platform::AuthorizationRef,
+                                                      const std::string& right,
+                                                      platform::AuthorizationFlags flags) {
+  journal.push_back("copyRights " + right + " " + std::to_string(flags));
+  return copyRightsStatus;
+}
+
+OSStatus MemoryAuthorization::AuthorizationExecuteWithPrivileges(
+    platform::AuthorizationRef, const std::string& pathToTool, platform::AuthorizationFlags flags,
+    const std::vector<std::string>& arguments) {
+  journal.push_back("execute " + pathToTool + " " + std::to_string(flags) + " " +
+                    std::to_string(arguments.size()));
+  return executeStatus;
+}
+
+OSStatus MemoryAuthorization::AuthorizationFree(platform::AuthorizationRef) {
+  journal.push_back("free");
+  --living;
+  return noErr;
+}
+
+OSStatus MemoryAppleEvents::AECreateDesc(std::uint32_t typeCode, const void* data,
+                                         std::size_t size_bytes, platform::AEDesc* result) {
+  journal.push_back("createDesc " + std::to_string(typeCode));
+  if (createDescStatus != noErr) return createDescStatus;
+  if (size_bytes == sizeof lastTarget) std::memcpy(&lastTarget, data, size_bytes);
+  ++living;
+  *result = {typeCode, this};
+  return noErr;
+}
+
+OSStatus MemoryAppleEvents::AECreateAppleEvent(std::uint32_t eventClass, std::uint32_t eventID,
+                                               const platform::AEDesc*, std::int16_t returnID,
+                                               std::int32_t transactionID,
+                                               platform::AEDesc* result) {
+  journal.push_back("createEvent " + std::to_string(eventClass) + " " + std::to_string(eventID) +
+                    " " + std::to_string(returnID) + " " + std::to_string(transactionID));
+  if (createEventStatus != noErr) return createEventStatus;
+  ++living;
+  *result = {eventClass, this};
+  return noErr;
+}
+
+OSStatus MemoryAppleEvents::AESend(const platform::AEDesc*, platform::AEDesc* reply,
+                                   std::int32_t sendMode, std::int16_t sendPriority,
+                                   std::int64_t timeout_ticks) {
+  journal.push_back("send " + std::to_string(sendMode) + " " + std::to_string(sendPriority) + " " +
+                    std::to_string(timeout_ticks));
+  if (sendStatus == noErr) *reply = {};
+  return sendStatus;
+}
+
+OSStatus MemoryAppleEvents::AEDisposeDesc(platform::AEDesc* descriptor) {
+  journal.push_back("dispose " + std::to_string(descriptor->descriptorType));
+  if (descriptor->dataHandle != nullptr) --living;
+  *descriptor = {};
+  return noErr;
+}
+
+}  // namespace memory_host

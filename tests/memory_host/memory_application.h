@@ -1,0 +1,202 @@
+#pragma once
+
+#include <any>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/apple_events.h"
+#include "platform/application.h"
+#include "platform/authorization.h"
+#include "platform/controls.h"
+#include "platform/launch_services.h"
+#include "platform/user_notifications.h"
+
+// Application, alerts, workspace, windows, notifications and authorization in memory: they record
+// what is asked of them and answer what the test says. Single-threaded.
+
+namespace memory_host {
+
+class MemoryApplication : public platform::Application {
+ public:
+  void disableRelaunchOnLogin() override { journal.push_back("disableRelaunchOnLogin"); }
+  void setActivationPolicy(platform::ActivationPolicy newPolicy) override;
+  void setApplicationIconImage(const platform::ImagePtr& image) override;
+  void activateIgnoringOtherApps(bool ignoringOtherApps) override;
+  void terminate() override;
+  platform::ImagePtr imageNamed(const std::string& name) override;
+
+  // If set, terminate() asks it as the real application object does.
+  platform::ApplicationDelegate* delegate = nullptr;
+  platform::ActivationPolicy policy = platform::ActivationPolicy::kAccessory;
+  std::string iconName;
+  std::set<std::string> missingImages;
+  int terminateCount = 0;
+  bool ended = false;  // the delegate answered "now"
+  std::vector<std::string> journal;
+};
+
+class MemoryAlerts : public platform::Alerts {
+ public:
+  int runModal(const platform::Alert& alert) override;
+
+  std::vector<platform::Alert> shown;
+  // Answers in order; when they run out, the first button.
+  std::vector<int> answers;
+  // Called while the alert is up.
+  std::function<void(const platform::Alert&)> onShow;
+};
+
+class MemoryWorkspace : public platform::Workspace {
+ public:
+  bool openFile(const std::string& path) override;
+  bool openURL(const std::string& url) override;
+  void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) override;
+  bool setIcon(const platform::ImagePtr& image, const std::string& forFile,
+               unsigned options) override;
+
+  std::vector<std::string> opened;
+  std::vector<std::string> openedURLs;
+  std::vector<std::vector<std::string>> revealed;
+  // Image name ("" for removal), path, options.
+  struct IconChange {
+    std::string image;
+    std::string path;
+    unsigned options;
+    friend bool operator==(const IconChange&, const IconChange&) = default;
+  };
+  std::vector<IconChange> icons;
+  bool setIconResult = true;
+};
+
+class MemoryUserNotificationCenter : public platform::UserNotificationCenter {
+ public:
+  void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> target) override {
+    delegate = std::move(target);
+  }
+  void deliverNotification(const platform::UserNotificationPtr& notification) override;
+  void removeDeliveredNotification(const platform::UserNotificationPtr& notification) override;
+  // The user acts on a notification.
+  void activate(const platform::UserNotificationPtr& notification,
+                platform::UserNotificationActivationType type);
+
+  std::weak_ptr<platform::UserNotificationCenterDelegate> delegate;
+  std::vector<platform::UserNotificationPtr> delivered;  // all ever
+  std::vector<platform::UserNotificationPtr> showing;
+};
+
+class MemoryView : public virtual platform::View {
+ public:
+  void setHidden(bool hidden) override { hidden_ = hidden; }
+  [[nodiscard]] bool isHidden() const override { return hidden_; }
+  void removeFromSuperview() override { removed = true; }
+  bool removed = false;
+
+ private:
+  bool hidden_ = false;
+};
+
+class MemoryCursor : public platform::Cursor {
+ public:
+  void setPointingHand() override { ++pointingHandCount; }
+  int pointingHandCount = 0;
+};
+
+class MemorySystemColors : public platform::SystemColors {
+ public:
+  [[nodiscard]] std::optional<platform::Color> linkColor() const override {
+    ++requests;
+    return color;
+  }
+  std::optional<platform::Color> color = platform::Color{0.1F, 0.2F, 0.9F, 1.0F};
+  mutable int requests = 0;
+};
+
+class MemoryWindow : public platform::Window {
+ public:
+  void setDelegate(std::weak_ptr<platform::WindowDelegate> target) override {
+    delegate = std::move(target);
+  }
+  [[nodiscard]] bool isVisible() const override { return visible; }
+  void makeKeyAndOrderFront() override;
+  void orderFront() override;
+  void orderFrontRegardless() override;
+  void orderOut() override;
+  void becomeKey();
+
+  std::weak_ptr<platform::WindowDelegate> delegate;
+  bool visible = false;
+  std::vector<std::string> journal;
+
+ private:
+  void changeVisibility(bool nowVisible);
+};
+
+// Loads windows for which the test registered a recipe; without one, an empty MemoryWindow.
+class MemoryInterfaceLoader : public platform::InterfaceLoader {
+ public:
+  using Recipe = std::function<std::shared_ptr<platform::Window>(const std::string&,
+                                                                 platform::InterfaceOwner&)>;
+  std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
+                                               platform::InterfaceOwner& owner) override;
+
+  Recipe recipe;
+  std::vector<std::string> loaded;
+  std::vector<std::shared_ptr<MemoryWindow>> windows;  // made without a recipe
+};
+
+class MemoryAuthorization : public platform::Authorization {
+ public:
+  platform::OSStatus AuthorizationCreate(platform::AuthorizationFlags flags,
+                                         platform::AuthorizationRef* outAuthorization) override;
+  platform::OSStatus AuthorizationCopyRights(platform::AuthorizationRef authorization,
+                                             const std::string& right,
+                                             platform::AuthorizationFlags flags) override;
+  platform::OSStatus AuthorizationExecuteWithPrivileges(
+      platform::AuthorizationRef authorization, const std::string& pathToTool,
+      platform::AuthorizationFlags flags, const std::vector<std::string>& arguments) override;
+  platform::OSStatus AuthorizationFree(platform::AuthorizationRef authorization) override;
+
+  platform::OSStatus createStatus = platform::noErr;
+  platform::OSStatus copyRightsStatus = platform::noErr;
+  platform::OSStatus executeStatus = platform::noErr;
+  int living = 0;  // created and not freed
+  std::vector<std::string> journal;
+};
+
+class MemoryLaunchServices : public platform::LaunchServices {
+ public:
+  [[nodiscard]] std::vector<std::string> copyApplicationPathsForBundleIdentifier(
+      const std::string& identifier) override {
+    requested.push_back(identifier);
+    return paths;
+  }
+  std::vector<std::string> paths;
+  std::vector<std::string> requested;
+};
+
+class MemoryAppleEvents : public platform::AppleEvents {
+ public:
+  platform::OSStatus AECreateDesc(std::uint32_t typeCode, const void* data, std::size_t size_bytes,
+                                  platform::AEDesc* result) override;
+  platform::OSStatus AECreateAppleEvent(std::uint32_t eventClass, std::uint32_t eventID,
+                                        const platform::AEDesc* target, std::int16_t returnID,
+                                        std::int32_t transactionID,
+                                        platform::AEDesc* result) override;
+  platform::OSStatus AESend(const platform::AEDesc* event, platform::AEDesc* reply,
+                            std::int32_t sendMode, std::int16_t sendPriority,
+                            std::int64_t timeout_ticks) override;
+  platform::OSStatus AEDisposeDesc(platform::AEDesc* descriptor) override;
+
+  platform::OSStatus createDescStatus = platform::noErr;
+  platform::OSStatus createEventStatus = platform::noErr;
+  platform::OSStatus sendStatus = platform::noErr;
+  int living = 0;  // created and not disposed of
+  std::vector<std::string> journal;
+  platform::ProcessSerialNumber lastTarget{};
+};
+
+}  // namespace memory_host

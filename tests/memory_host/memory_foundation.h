@@ -1,0 +1,141 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/foundation.h"
+
+// Settings, files, bundles and process information in memory, each failable. Single-threaded.
+
+namespace memory_host {
+
+class MemoryUserDefaults : public platform::UserDefaults {
+ public:
+  [[nodiscard]] std::optional<platform::Value> objectForKey(const std::string& key) const override;
+  [[nodiscard]] std::int64_t integerForKey(const std::string& key) const override;
+  [[nodiscard]] bool boolForKey(const std::string& key) const override;
+  [[nodiscard]] std::optional<std::string> stringForKey(const std::string& key) const override;
+  [[nodiscard]] std::optional<platform::Dictionary> dictionaryForKey(
+      const std::string& key) const override;
+  void setObject(const platform::Value& value, const std::string& forKey) override;
+  void setInteger(std::int64_t value, const std::string& forKey) override;
+  void setBool(bool value, const std::string& forKey) override;
+  bool synchronize() override;
+
+  platform::Dictionary values;
+  platform::Dictionary onDisk;  // as of the last synchronize()
+  // Every write and flush in order: the key, or "synchronize".
+  std::vector<std::string> journal;
+};
+
+// Files by path. Open handles follow their file through a move, as on a real disk.
+class MemoryFileManager : public platform::FileManager {
+ public:
+  struct File {
+    std::string contents;
+    bool open = false;
+  };
+
+  [[nodiscard]] bool fileExists(const std::string& path) const override;
+  bool createFile(const std::string& path) override;
+  [[nodiscard]] std::unique_ptr<platform::FileHandle> fileHandleForUpdating(
+      const std::string& path) override;
+  [[nodiscard]] std::string moveItem(const std::string& from, const std::string& to) override;
+  std::string removeItem(const std::string& path) override;
+  [[nodiscard]] std::string temporaryDirectory() const override { return "/tmp-of-memory"; }
+
+  std::map<std::string, std::shared_ptr<File>> files;
+  bool failCreate = false;
+  bool failOpen = false;
+  std::string failMove;    // error text of every move, empty: moves work
+  std::string failRemove;  // likewise
+  // Bytes that still fit on the disk; writes beyond it fail with "No space left on device".
+  std::optional<std::size_t> freeSpace_bytes;
+  // "create /a", "open /a", "write /a 12", "close /a", "move /a -> /b", "remove /b".
+  std::vector<std::string> journal;
+
+  [[nodiscard]] std::string contents(const std::string& path) const;
+  void addFile(const std::string& path, std::string contents = "");
+};
+
+class MemoryBundle : public platform::Bundle {
+ public:
+  [[nodiscard]] std::string bundlePath() const override { return path; }
+  [[nodiscard]] std::optional<platform::Dictionary> infoDictionary() const override { return info; }
+  [[nodiscard]] std::optional<platform::Dictionary> localizedInfoDictionary() const override {
+    return localizedInfo;
+  }
+  [[nodiscard]] std::string localizedString(const std::string& key) const override;
+
+  std::string path = "/Apps/Record Audio.app";
+  std::optional<platform::Dictionary> info =
+      platform::Dictionary{{"ToolCapabilities", platform::Dictionary{{"Copyable", true}}}};
+  std::optional<platform::Dictionary> localizedInfo = platform::Dictionary{
+      {"CFBundleName", "Record Audio"}, {"CFBundleDisplayName", "Record Audio"}};
+  std::map<std::string, std::string> strings;  // translations; a missing key is its own text
+  mutable std::set<std::string> requestedStrings;
+};
+
+class MemoryBundleLoader : public platform::BundleLoader {
+ public:
+  [[nodiscard]] std::unique_ptr<platform::Bundle> bundleWithPath(
+      const std::string& path) const override;
+
+  std::map<std::string, std::optional<platform::Dictionary>> infoByPath;
+  mutable std::vector<std::string> requestedPaths;
+};
+
+class MemoryProcessInfo : public platform::ProcessInfo {
+ public:
+  [[nodiscard]] std::vector<std::string> arguments() const override { return args; }
+  [[nodiscard]] std::string globallyUniqueString() override {
+    return "unique-" + std::to_string(++uniqueCount);
+  }
+
+  std::vector<std::string> args = {"/usr/bin/record-audio"};
+  int uniqueCount = 0;
+};
+
+class MemoryNotificationCenter : public platform::NotificationCenter {
+ public:
+  void addObserver(Observer observer, const std::string& name, Handler handler) override;
+  void removeObserver(Observer observer) override;
+  void post(const platform::Notification& notification) override;
+  [[nodiscard]] std::size_t observerCount(const std::string& name) const;
+
+ private:
+  struct Registration {
+    Observer observer;
+    std::string name;
+    Handler handler;
+    bool removed = false;
+  };
+  std::vector<std::shared_ptr<Registration>> registrations_;
+};
+
+// UTC, ISO pattern letters y M d H m s only; the time text is what the test says.
+class MemoryDateFormatter : public platform::DateFormatter {
+ public:
+  [[nodiscard]] std::string stringFromDate(platform::Date date,
+                                           const std::string& pattern) const override;
+  [[nodiscard]] std::string localizedMediumTime(platform::Date date) const override;
+
+  std::string timePattern = "HH:mm:ss";
+};
+
+class MemoryUserAccount : public platform::UserAccount {
+ public:
+  [[nodiscard]] std::optional<std::string> homeDirectory() const override { return home; }
+  [[nodiscard]] bool accessExists(const std::string& path) const override {
+    return existing.contains(path);
+  }
+
+  std::optional<std::string> home = "/home/user";
+  std::set<std::string> existing;
+};
+
+}  // namespace memory_host

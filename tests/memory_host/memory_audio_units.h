@@ -1,0 +1,148 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/audio_unit.h"
+
+// Audio units and graphs in memory. Every call is recorded in order and any one of them can be made
+// to fail; the callbacks handed in are driven by the test. Single-threaded, except the two calls
+// that audio callbacks make.
+
+namespace memory_host {
+
+enum class UnitKind { kInput, kOutput, kVarispeed };
+
+class MemoryAudioUnits : public platform::AudioUnits {
+ public:
+  MemoryAudioUnits();
+  ~MemoryAudioUnits() override;
+
+  // One line a call, arguments in words: "AudioUnitSetProperty(input, EnableIO, input 1)". Calls
+  // from audio callbacks are not among them.
+  std::vector<std::string> calls;
+  // Uses of handles that are not (or no longer) valid, and double disposals. Empty if all is well.
+  std::vector<std::string> misuses;
+  // The call with this number (the first is 1) fails with `failStatus`, once; 0: none. A failing
+  // search for a component finds none.
+  int failCall = 0;
+  platform::OSStatus failStatus = -1;
+
+  // Standalone units and graphs that are not disposed of.
+  [[nodiscard]] std::size_t livingUnits() const { return units_.size(); }
+  [[nodiscard]] std::size_t livingGraphs() const { return graphs_.size(); }
+  [[nodiscard]] bool inputRunning() const;
+  [[nodiscard]] bool graphRunning() const;
+
+  // What new units answer, by kind, scope and element.
+  void setFormat(UnitKind kind, std::uint32_t scope, std::uint32_t element,
+                 const platform::AudioStreamBasicDescription& format);
+  void setBufferFrameSize(std::uint32_t frames) { bufferFrameSize_ = frames; }
+  // The kind can no longer be found.
+  void removeComponent(UnitKind kind);
+  // As it stands now: set by the core, or else what new units answer.
+  [[nodiscard]] platform::AudioStreamBasicDescription format(UnitKind kind, std::uint32_t scope,
+                                                             std::uint32_t element) const;
+  // The value of a 4-byte property that the core set; null when it did not.
+  [[nodiscard]] std::optional<std::uint32_t> number(UnitKind kind, std::uint32_t property,
+                                                    std::uint32_t scope,
+                                                    std::uint32_t element) const;
+
+  // The callbacks that the core installed; they stay known after the units are gone.
+  platform::AURenderCallbackStruct inputCallback{};
+  platform::AURenderCallbackStruct renderCallback{};
+  // Call them as the unit would. Nothing is recorded.
+  platform::OSStatus driveInput(const platform::AudioTimeStamp& time, std::uint32_t frames,
+                                platform::AudioBufferList* list = nullptr) const;
+  platform::OSStatus driveOutput(const platform::AudioTimeStamp& time, std::uint32_t frames,
+                                 platform::AudioBufferList* list) const;
+
+  // Audio-thread side. `render` fills the list for the given moment; without one, silence.
+  std::function<void(const platform::AudioTimeStamp&, std::uint32_t, platform::AudioBufferList&)>
+      render;
+  platform::OSStatus renderStatus = platform::noErr;
+  platform::OSStatus setParameterStatus = platform::noErr;
+  std::atomic<std::uint64_t> renderCalls{0};
+  std::atomic<std::uint64_t> setParameterCalls{0};
+  struct ParameterSetting {
+    UnitKind kind;
+    std::uint32_t parameter, scope, element;
+    float value;
+    std::uint32_t offset_frames;
+    friend bool operator==(const ParameterSetting&, const ParameterSetting&) = default;
+  };
+  // The last one; written by the callback's thread.
+  ParameterSetting lastParameter{};
+
+  platform::AudioComponent AudioComponentFindNext(
+      platform::AudioComponent after,
+      const platform::AudioComponentDescription& description) override;
+  platform::OSStatus AudioComponentInstanceNew(platform::AudioComponent component,
+                                               platform::AudioUnit* outUnit) override;
+  platform::OSStatus AudioComponentInstanceDispose(platform::AudioUnit unit) override;
+  platform::OSStatus AudioUnitInitialize(platform::AudioUnit unit) override;
+  platform::OSStatus AudioUnitUninitialize(platform::AudioUnit unit) override;
+  platform::OSStatus AudioUnitSetProperty(platform::AudioUnit unit, std::uint32_t property,
+                                          std::uint32_t scope, std::uint32_t element,
+                                          const void* data, std::uint32_t size_bytes) override;
+  platform::OSStatus AudioUnitGetProperty(platform::AudioUnit unit, std::uint32_t property,
+                                          std::uint32_t scope, std::uint32_t element, void* outData,
+                                          std::uint32_t* ioSize_bytes) override;
+  platform::OSStatus AudioOutputUnitStart(platform::AudioUnit unit) override;
+  platform::OSStatus AudioOutputUnitStop(platform::AudioUnit unit) override;
+  platform::OSStatus AudioUnitSetParameter(platform::AudioUnit unit, std::uint32_t parameter,
+                                           std::uint32_t scope, std::uint32_t element, float value,
+                                           std::uint32_t offset_frames) override;
+  platform::OSStatus AudioUnitRender(platform::AudioUnit unit, std::uint32_t* ioActionFlags,
+                                     const platform::AudioTimeStamp* timeStamp,
+                                     std::uint32_t busNumber, std::uint32_t frameCount,
+                                     platform::AudioBufferList* ioData) override;
+  platform::OSStatus NewAUGraph(platform::AUGraph* outGraph) override;
+  platform::OSStatus DisposeAUGraph(platform::AUGraph graph) override;
+  platform::OSStatus AUGraphOpen(platform::AUGraph graph) override;
+  platform::OSStatus AUGraphClose(platform::AUGraph graph) override;
+  platform::OSStatus AUGraphAddNode(platform::AUGraph graph,
+                                    const platform::AudioComponentDescription& description,
+                                    platform::AUNode* outNode) override;
+  platform::OSStatus AUGraphNodeInfo(platform::AUGraph graph, platform::AUNode node,
+                                     platform::AudioUnit* outUnit) override;
+  platform::OSStatus AUGraphConnectNodeInput(platform::AUGraph graph, platform::AUNode sourceNode,
+                                             std::uint32_t sourceOutput, platform::AUNode destNode,
+                                             std::uint32_t destInput) override;
+  platform::OSStatus AUGraphInitialize(platform::AUGraph graph) override;
+  platform::OSStatus AUGraphStart(platform::AUGraph graph) override;
+  platform::OSStatus AUGraphStop(platform::AUGraph graph) override;
+
+ private:
+  struct Unit;
+  struct Graph;
+  struct Component;
+  using Place = std::tuple<UnitKind, std::uint32_t, std::uint32_t>;  // kind, scope, element
+
+  // Records the call; the status that it fails with, if it is the one to fail.
+  platform::OSStatus begin(std::string call);
+  void misuse(std::string what) { misuses.push_back(std::move(what)); }
+  Unit* known(platform::AudioUnit unit, const char* caller);
+  Graph* known(platform::AUGraph graph, const char* caller);
+  [[nodiscard]] std::string nameOf(platform::AudioUnit unit) const;
+  [[nodiscard]] const Unit* anyOf(UnitKind kind) const;
+  platform::OSStatus graphStep(platform::AUGraph graph, const char* caller,
+                               const std::function<void(Graph&)>& step);
+
+  std::vector<std::unique_ptr<Component>> components_;
+  std::vector<std::unique_ptr<Unit>> units_;    // created as instances
+  std::vector<std::unique_ptr<Graph>> graphs_;  // own their nodes' units
+  std::map<Place, platform::AudioStreamBasicDescription> formats_;
+  std::uint32_t bufferFrameSize_ = 512;
+};
+
+// 32-bit float, one plane a channel.
+platform::AudioStreamBasicDescription planarFloat(double sampleRate_hz, std::uint32_t channels);
+
+}  // namespace memory_host

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/application.h"
+#include "platform/controls.h"
+#include "suite/suite.h"
+
+// What the program and the module with its windows say to each other. The module
+// (record-audio-windows.so, Qt Widgets) is loaded when the first window or alert is needed, so a
+// recording never carries it. Main thread only.
+
+namespace linux_host {
+
+// What the module needs of the program. Outlives the module.
+class WindowsServices {
+ public:
+  virtual ~WindowsServices() = default;
+  // The user's text for a key of the string tables.
+  [[nodiscard]] virtual std::string localizedString(const std::string& key) const = 0;
+  // The folder for finished recordings; null when there is none that can be written.
+  [[nodiscard]] virtual std::optional<std::string> outputLocation() = 0;
+  // Stores another folder. Returns an error text, and keeps the old folder, when it cannot be
+  // written; empty on success.
+  virtual std::string setOutputLocation(const std::string& path) = 0;
+};
+
+class WindowsModule {
+ public:
+  virtual ~WindowsModule() = default;
+  // As platform::Alerts::runModal; the main loop goes on meanwhile.
+  virtual int runModal(const platform::Alert& alert) = 0;
+  // As platform::InterfaceLoader::loadWindow.
+  virtual std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
+                                                       platform::InterfaceOwner& owner) = 0;
+  virtual platform::Cursor& cursor() = 0;
+  virtual platform::SystemColors& systemColors() = 0;
+};
+
+// The module's one exported symbol. Null when there is no screen; *error then says why.
+using CreateWindowsModule = WindowsModule* (*)(WindowsServices& services, std::string* error);
+inline constexpr const char* kCreateWindowsModuleSymbol = "record_audio_create_windows_module";
+inline constexpr const char* kWindowsModuleFileName = "record-audio-windows.so";
+
+}  // namespace linux_host

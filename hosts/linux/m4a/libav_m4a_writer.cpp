@@ -1,0 +1,118 @@
+#include "hosts/linux/m4a/libav_m4a_writer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+#include <utility>
+
+#include "hosts/linux/m4a/box_bytes.h"
+
+namespace linux_host {
+
+namespace {
+
+constexpr double kFragment_s = 0.25;
+constexpr std::uint64_t kWriteBackInterval_s = 5;
+
+std::uint64_t unixTime_s() {
+  return static_cast<std::uint64_t>(std::time(nullptr));
+}
+
+std::string whatIsKept(const std::string& error) {
+  return error + " What was recorded until then is kept and plays.";
+}
+
+}  // namespace
+
+std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
+                                 std::uint32_t channels, std::uint32_t bitrate_bps) {
+  std::string error = encoder_.open(sampleRate_hz, channels, bitrate_bps);
+  if (!error.empty()) return error;
+  const AVCodecContext& codec = encoder_.codec();
+  const std::uint64_t now_s = unixTime_s();
+  track_.sampleRate_hz = static_cast<std::uint32_t>(codec.sample_rate);
+  track_.priming_frames = static_cast<std::uint32_t>(codec.initial_padding);
+  track_.creationTime_s = kMp4Epoch_s + now_s;
+  packetsPerFragment_ = static_cast<std::size_t>(
+      std::max(1L, std::lround(kFragment_s * codec.sample_rate / kAacPacket_frames)));
+
+  std::vector<std::byte> movie;
+  error = muxer_.open(codec, now_s, &movie);
+  if (!error.empty()) return error;
+  const auto description = findBox(movie, {boxType("moov"), boxType("trak"), boxType("mdia"),
+                                           boxType("minf"), boxType("stbl"), boxType("stsd")});
+  if (!description) return "libavformat described the recording in a way that is not known here.";
+  track_.sampleDescription.assign(description->all.begin(), description->all.end());
+
+  std::vector<std::byte> head = m4aHead(std::nullopt);
+  head.insert(head.end(), movie.begin(), movie.end());
+  error = sink->append(head);
+  if (error.empty()) sink_ = std::move(sink);
+  return error;
+}
+
+std::string LibavM4aWriter::write(const float* const* planes, std::uint32_t frames) {
+  if (!sink_) return "The m4a recording is not open.";
+  if (!writeError_.empty()) return writeError_;
+  const std::string error =
+      encoder_.encode(planes, frames, [this](AVPacket& packet) { return take(packet); });
+  if (!error.empty()) writeError_ = whatIsKept(error);
+  startWriteBackNowAndThen();
+  return writeError_;
+}
+
+std::string LibavM4aWriter::take(AVPacket& packet) {
+  std::string error = muxer_.add(packet);
+  if (error.empty() && muxer_.packetCount() >= packetsPerFragment_) error = appendFragment();
+  return error;
+}
+
+std::string LibavM4aWriter::appendFragment() {
+  if (std::string error = appendUnwritten(); !error.empty()) return error;
+  if (std::string error = muxer_.endFragment(&unwritten_); !error.empty()) return error;
+  unwrittenOffset_bytes_ = sink_->size_bytes();
+  return appendUnwritten();
+}
+
+std::string LibavM4aWriter::appendUnwritten() {
+  if (unwritten_.packetSizes_bytes.empty()) return "";
+  const std::uint64_t there_bytes = sink_->size_bytes() - unwrittenOffset_bytes_;
+  if (there_bytes < unwritten_.bytes.size()) {
+    std::string error = sink_->append(Bytes(unwritten_.bytes).subspan(there_bytes));
+    if (!error.empty()) return error;
+  }
+  packets_.addChunk(unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes,
+                    unwritten_.packetSizes_bytes);
+  unwritten_ = {};
+  return "";
+}
+
+void LibavM4aWriter::startWriteBackNowAndThen() {
+  if (encoder_.frames() - writtenBack_frames_ < kWriteBackInterval_s * track_.sampleRate_hz) return;
+  writtenBack_frames_ = encoder_.frames();
+  sink_->startWriteBack();
+}
+
+std::string LibavM4aWriter::finish() {
+  if (!sink_) return "";
+  std::string error = complete();
+  sink_.reset();
+  return error.empty() ? error : whatIsKept(error);
+}
+
+std::string LibavM4aWriter::complete() {
+  // What a failed write left over goes first, for the encoder's last packets to come behind it.
+  std::string error = appendUnwritten();
+  if (error.empty()) {
+    error = encoder_.flush([this](AVPacket& packet) { return take(packet); });
+  }
+  if (error.empty() && muxer_.packetCount() > 0) error = appendFragment();
+  if (!error.empty()) return error;
+  track_.frames = encoder_.frames();
+  track_.modificationTime_s = kMp4Epoch_s + unixTime_s();
+  error = completeM4a(*sink_, track_, packets_);
+  sink_->startWriteBack();
+  return error;
+}
+
+}  // namespace linux_host

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/m4a/aac_encoder.h"
+#include "hosts/linux/m4a/fragment_muxer.h"
+#include "hosts/linux/m4a/m4a_index.h"
+#include "hosts/linux/m4a/m4a_writer.h"
+
+namespace linux_host {
+
+class LibavM4aWriter final : public M4aWriter {
+ public:
+  [[nodiscard]] std::string open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
+                                 std::uint32_t channels, std::uint32_t bitrate_bps) override;
+  [[nodiscard]] std::string write(const float* const* planes, std::uint32_t frames) override;
+  [[nodiscard]] std::string finish() override;
+
+ private:
+  [[nodiscard]] std::string take(AVPacket& packet);
+  [[nodiscard]] std::string appendFragment();
+  [[nodiscard]] std::string appendUnwritten();
+  void startWriteBackNowAndThen();
+  [[nodiscard]] std::string complete();
+
+  std::unique_ptr<M4aSink> sink_;  // null before open() and after finish()
+  AacEncoder encoder_;
+  FragmentMuxer muxer_;
+  M4aTrack track_;
+  M4aPacketIndex packets_;
+  std::size_t packetsPerFragment_ = 1;
+  std::uint64_t writtenBack_frames_ = 0;
+  // A fragment that the sink has not taken whole; it is gone on with, never begun again, so the
+  // file is never left with a torn fragment in its middle.
+  FragmentMuxer::Fragment unwritten_{};
+  std::uint64_t unwrittenOffset_bytes_ = 0;
+  std::string writeError_;
+};
+
+}  // namespace linux_host

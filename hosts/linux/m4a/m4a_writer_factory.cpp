@@ -1,0 +1,83 @@
+#include "hosts/linux/m4a/m4a_writer_factory.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace linux_host {
+
+M4aWriterFactory::M4aWriterFactory(M4aLog log, std::vector<std::string> folders)
+    : log_(log), folders_(std::move(folders)) {}
+
+M4aWriterFactory::~M4aWriterFactory() {
+  if (loaded_.valid()) loaded_.wait();
+}
+
+std::vector<std::string> M4aWriterFactory::defaultFolders() {
+  std::vector<std::string> folders;
+  std::error_code error;
+  const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    const auto folder = executable.parent_path();
+    folders.push_back(folder.string());
+    folders.push_back((folder.parent_path() / RA_MODULE_FOLDER_UNDER_PREFIX).lexically_normal());
+  }
+  folders.emplace_back(RA_MODULE_FOLDER);
+  return folders;
+}
+
+void M4aWriterFactory::loadInBackground() {
+  (void)loaded();
+}
+
+std::shared_future<M4aWriterFactory::Loaded> M4aWriterFactory::loaded() {
+  const std::lock_guard lock(mutex_);
+  if (!loaded_.valid()) {
+    loaded_ = std::async(std::launch::async, [this] { return load(); }).share();
+  }
+  return loaded_;
+}
+
+std::unique_ptr<M4aWriter> M4aWriterFactory::createWriter(std::string* error) {
+  const Loaded module = loaded().get();
+  if (!module.function) {
+    *error = module.error;
+    return nullptr;
+  }
+  std::unique_ptr<M4aWriter> writer(module.function(kM4aInterfaceVersion, log_));
+  if (!writer) {
+    *error = std::string("The module ") + kModuleName +
+             " belongs to another version of Record Audio. Install Record Audio again.";
+  }
+  return writer;
+}
+
+M4aWriterFactory::Loaded M4aWriterFactory::load() const {
+  Loaded result;
+  for (const std::string& folder : folders_) {
+    const std::string path = folder + "/" + kModuleName;
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) continue;
+    // Never closed again: the codec libraries keep state that does not survive it.
+    void* module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
+    void* symbol = module ? dlsym(module, kM4aFactoryName) : nullptr;
+    if (symbol) {
+      result.function = reinterpret_cast<M4aFactoryFunction>(symbol);
+      return result;
+    }
+    const char* reason = dlerror();
+    result.error =
+        "The module for m4a recordings cannot be loaded: " + std::string(reason ? reason : path) +
+        ". Install Record Audio and its libraries again, or record MP3.";
+  }
+  if (result.error.empty()) {
+    result.error = std::string("The module ") + kModuleName + " for m4a recordings is missing in " +
+                   (folders_.empty() ? "every folder" : folders_.front()) +
+                   ". Install Record Audio again, or record MP3.";
+  }
+  return result;
+}
+
+}  // namespace linux_host

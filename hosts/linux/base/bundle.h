@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "hosts/linux/base/string_table.h"
+#include "platform/foundation.h"
+
+namespace linux_host {
+
+inline constexpr const char* kApplicationId = "com.vantrel.korvel.RecordAudio";
+
+// Where the program's own files lie.
+struct BundlePaths {
+  std::string bundle;   // "RecordAudio.app" with Contents/Info.json and Contents/Resources
+  std::string locales;  // <language>/LC_MESSAGES/<application id>.mo
+
+  // For an executable in a build folder, where all lies beside it, or in <prefix>/bin.
+  static BundlePaths ofExecutable(const std::string& executable);
+};
+
+// The absolute path of the running program; empty when the system does not tell.
+std::string executablePath();
+
+// A folder with Contents/Info.json, for the main bundle with string tables. The dictionary is read
+// once, when it is first asked for. Main thread.
+class LinuxBundle : public platform::Bundle {
+ public:
+  // `strings` may be null: every key is its own text then.
+  LinuxBundle(std::string path, std::unique_ptr<StringTables> strings);
+  static std::unique_ptr<LinuxBundle> mainBundle(const BundlePaths& paths);
+
+  [[nodiscard]] std::string bundlePath() const override { return path_; }
+  [[nodiscard]] std::optional<platform::Dictionary> infoDictionary() const override;
+  // The names that people see are looked up in the string tables.
+  [[nodiscard]] std::optional<platform::Dictionary> localizedInfoDictionary() const override;
+  [[nodiscard]] std::string localizedString(const std::string& key) const override;
+
+  [[nodiscard]] std::string resourcesPath() const { return path_ + "/Contents/Resources"; }
+
+ private:
+  const std::string path_;
+  const std::unique_ptr<StringTables> strings_;
+  mutable bool infoRead_ = false;
+  mutable std::optional<platform::Dictionary> info_;
+};
+
+// Any folder is a bundle; one without a readable Contents/Info.json has no information dictionary.
+class LinuxBundleLoader : public platform::BundleLoader {
+ public:
+  [[nodiscard]] std::unique_ptr<platform::Bundle> bundleWithPath(
+      const std::string& path) const override;
+};
+
+}  // namespace linux_host

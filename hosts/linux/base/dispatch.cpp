@@ -1,0 +1,126 @@
+#include "hosts/linux/base/dispatch.h"
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <deque>
+#include <thread>
+#include <utility>
+
+namespace linux_host {
+namespace {
+
+// The kernel keeps 15 bytes of a thread's name: the label's last part says most.
+std::string threadName(const std::string& label) {
+  const std::size_t dot = label.rfind('.');
+  return (dot == std::string::npos ? label : label.substr(dot + 1)).substr(0, 15);
+}
+
+}  // namespace
+
+// One thread and its items. The queue object may go before the items have run, even from inside
+// one of them; the worker stays until the thread has ended and been joined.
+class DispatchThreads::Worker {
+ public:
+  Worker(const std::string& label, PendingWork& pending)
+      : pending_(pending), thread_([this] { run(); }) {
+    pthread_setname_np(thread_.native_handle(), threadName(label).c_str());
+  }
+
+  void add(std::function<void()> item) {
+    const std::lock_guard lock(mutex_);
+    if (closed_ || item == nullptr) return;
+    pending_.begin();
+    items_.push_back(std::move(item));
+    changed_.notify_one();
+  }
+
+  // The thread ends when the items are done.
+  void close() {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    changed_.notify_one();
+  }
+
+  [[nodiscard]] bool isFinished() {
+    const std::lock_guard lock(mutex_);
+    return finished_;
+  }
+
+  void join() { thread_.join(); }
+
+ private:
+  void run() {
+    while (auto item = next()) {
+      item();
+      // What the item holds is released before the work counts as done.
+      item = nullptr;
+      pending_.end();
+    }
+  }
+
+  std::function<void()> next() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return closed_ || !items_.empty(); });
+    if (items_.empty()) {
+      finished_ = true;
+      return nullptr;
+    }
+    auto item = std::move(items_.front());
+    items_.pop_front();
+    return item;
+  }
+
+  PendingWork& pending_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::function<void()>> items_;  // guarded by mutex_
+  bool closed_ = false;                      // guarded by mutex_
+  bool finished_ = false;                    // guarded by mutex_
+  std::thread thread_;
+};
+
+class DispatchThreads::SerialQueue : public platform::DispatchQueue {
+ public:
+  SerialQueue(std::string label, std::shared_ptr<Worker> worker)
+      : label_(std::move(label)), worker_(std::move(worker)) {}
+  ~SerialQueue() override { worker_->close(); }
+  SerialQueue(const SerialQueue&) = delete;
+  SerialQueue& operator=(const SerialQueue&) = delete;
+
+  void async(std::function<void()> work) override { worker_->add(std::move(work)); }
+  [[nodiscard]] const std::string& label() const override { return label_; }
+
+ private:
+  const std::string label_;
+  const std::shared_ptr<Worker> worker_;
+};
+
+DispatchThreads::DispatchThreads() : mainQueue_(std::make_shared<MainQueue>()) {}
+
+DispatchThreads::~DispatchThreads() {
+  // Closing a queue whose owner still holds it is harmless: its later items never run.
+  waitUntilIdle();
+  const std::lock_guard lock(mutex_);
+  for (const auto& worker : workers_) worker->close();
+  for (const auto& worker : workers_) worker->join();
+}
+
+std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
+    const std::string& label) {
+  const std::lock_guard lock(mutex_);
+  joinFinished();
+  auto worker = std::make_shared<Worker>(label, pendingWork_);
+  workers_.push_back(worker);
+  return std::make_shared<SerialQueue>(label, std::move(worker));
+}
+
+void DispatchThreads::joinFinished() {
+  std::erase_if(workers_, [](const std::shared_ptr<Worker>& worker) {
+    if (!worker->isFinished()) return false;
+    worker->join();
+    return true;
+  });
+}
+
+}  // namespace linux_host

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "hosts/linux/base/main_queue.h"
+#include "hosts/linux/base/pending_work.h"
+#include "platform/dispatch.h"
+
+namespace linux_host {
+
+// The queues of the process: one on the main loop, and serial ones with a named thread each.
+// Made and destroyed on the main thread; the destructor runs all queued items and joins.
+class DispatchThreads : public platform::Dispatch {
+ public:
+  DispatchThreads();
+  ~DispatchThreads() override;
+  DispatchThreads(const DispatchThreads&) = delete;
+  DispatchThreads& operator=(const DispatchThreads&) = delete;
+
+  std::shared_ptr<platform::DispatchQueue> mainQueue() override { return mainQueue_; }
+  // Any thread.
+  std::shared_ptr<platform::DispatchQueue> createSerialQueue(const std::string& label) override;
+
+  // What the process must not end before. Items of serial queues count by themselves; other
+  // writers take a token.
+  [[nodiscard]] PendingWork& pendingWork() { return pendingWork_; }
+  // Blocks until no serial queue has an item and no token is out.
+  void waitUntilIdle() { pendingWork_.waitUntilIdle(); }
+
+ private:
+  class Worker;
+  class SerialQueue;
+  void joinFinished();
+
+  PendingWork pendingWork_;
+  std::shared_ptr<MainQueue> mainQueue_;
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<Worker>> workers_;  // guarded by mutex_
+};
+
+}  // namespace linux_host

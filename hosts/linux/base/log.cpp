@@ -1,0 +1,54 @@
+#include "hosts/linux/base/log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <set>
+
+namespace linux_host {
+namespace {
+
+constexpr std::string_view kProgram = "record-audio: ";
+
+// JOURNAL_STREAM may be inherited by a program whose stderr has been sent elsewhere since, so the
+// stream must be the very one it names.
+bool stderrIsJournal() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat status {};
+  if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
+}
+
+}  // namespace
+
+std::string formattedLog(LogLevel level, std::string_view text, bool toJournal) {
+  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  if (!toJournal) return std::string(kProgram).append(text).append("\n");
+  const std::string prefix = "<" + std::to_string(static_cast<int>(level)) + ">";
+  std::string out = prefix;
+  for (const char character : text) {
+    out += character;
+    if (character == '\n') out += prefix;
+  }
+  return out + "\n";
+}
+
+void logMessage(LogLevel level, std::string_view text) {
+  const std::string line = formattedLog(level, text, stderrIsJournal());
+  // A log that cannot be written has nobody to tell.
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+}
+
+void logOnce(LogLevel level, const std::string& topic, std::string_view text) {
+  static std::mutex mutex;
+  static std::set<std::string> said;
+  {
+    const std::lock_guard lock(mutex);
+    if (!said.insert(topic).second) return;
+  }
+  logMessage(level, text);
+}
+
+}  // namespace linux_host

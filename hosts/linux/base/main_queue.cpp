@@ -1,0 +1,69 @@
+#include "hosts/linux/base/main_queue.h"
+
+#include <glib-unix.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+namespace linux_host {
+
+MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (eventFd_ < 0) {
+    throw std::system_error(errno, std::generic_category(), "Cannot make the main queue's eventfd");
+  }
+  source_ = g_unix_fd_source_new(eventFd_, G_IO_IN);
+  g_source_set_callback(source_, G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
+  g_source_attach(source_, nullptr);
+}
+
+MainQueue::~MainQueue() {
+  g_source_destroy(source_);
+  g_source_unref(source_);
+  close(eventFd_);
+}
+
+void MainQueue::async(std::function<void()> work) {
+  {
+    const std::lock_guard lock(mutex_);
+    items_.push_back(std::move(work));
+  }
+  wake();
+}
+
+void MainQueue::wake() {
+  // The only failure is a counter at its limit, and then the loop is awake anyway.
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(eventFd_, &one, sizeof one);
+}
+
+gboolean MainQueue::onWake(gint fd, GIOCondition, gpointer self) {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const ssize_t taken = read(fd, &count, sizeof count);
+  static_cast<MainQueue*>(self)->runBatch();
+  return G_SOURCE_CONTINUE;
+}
+
+// Items stay in the queue until it is their turn, so that a loop run inside an item (a modal
+// alert) still sees those behind it.
+void MainQueue::runBatch() {
+  std::size_t count = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    count = items_.size();
+  }
+  for (; count > 0; --count) {
+    std::function<void()> item;
+    {
+      const std::lock_guard lock(mutex_);
+      if (items_.empty()) return;
+      item = std::move(items_.front());
+      items_.pop_front();
+    }
+    item();
+  }
+}
+
+}  // namespace linux_host

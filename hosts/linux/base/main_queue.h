@@ -1,0 +1,41 @@
+#pragma once
+
+#include <glib.h>
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "platform/dispatch.h"
+
+namespace linux_host {
+
+// Work for the main loop, from any thread: a queue under a mutex, and an eventfd that wakes GLib's
+// default main context. Items run one at a time in the order they came; an item queued by an item
+// runs after the other sources had their turn.
+//
+// Made and destroyed on the main thread; items still queued at the end are dropped unrun.
+class MainQueue : public platform::DispatchQueue {
+ public:
+  MainQueue();
+  ~MainQueue() override;
+  MainQueue(const MainQueue&) = delete;
+  MainQueue& operator=(const MainQueue&) = delete;
+
+  void async(std::function<void()> work) override;
+  [[nodiscard]] const std::string& label() const override { return label_; }
+
+ private:
+  static gboolean onWake(gint fd, GIOCondition condition, gpointer self);
+  void wake();
+  void runBatch();
+
+  const std::string label_ = "main";
+  int eventFd_ = -1;
+  GSource* source_ = nullptr;
+  std::mutex mutex_;
+  std::deque<std::function<void()>> items_;  // guarded by mutex_
+};
+
+}  // namespace linux_host

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "hosts/linux/base/main_thread.h"
+#include "platform/foundation.h"
+
+namespace linux_host {
+
+// Main thread only. Handlers may register, remove and post while they run: one registered during
+// a post is not called by it, one removed is not called any more.
+class LinuxNotificationCenter : public platform::NotificationCenter {
+ public:
+  void addObserver(Observer observer, const std::string& name, Handler handler) override;
+  void removeObserver(Observer observer) override;
+  void post(const platform::Notification& notification) override;
+
+ private:
+  struct Registration {
+    Observer observer;
+    std::string name;
+    Handler handler;
+    bool removed = false;
+  };
+
+  MainThreadOnly mainThread_;
+  std::vector<std::shared_ptr<Registration>> registrations_;
+};
+
+}  // namespace linux_host

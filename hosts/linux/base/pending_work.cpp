@@ -1,0 +1,42 @@
+#include "hosts/linux/base/pending_work.h"
+
+#include <cassert>
+#include <utility>
+
+namespace linux_host {
+
+void PendingWork::begin() {
+  const std::lock_guard lock(mutex_);
+  ++count_;
+}
+
+void PendingWork::end() {
+  std::vector<std::function<void()>> callbacks;
+  {
+    const std::lock_guard lock(mutex_);
+    assert(count_ > 0);
+    if (--count_ > 0) return;
+    callbacks.swap(callbacks_);
+    // Under the lock: whoever waits may destroy this object as soon as it can take it.
+    idle_.notify_all();
+  }
+  for (const auto& callback : callbacks) callback();
+}
+
+void PendingWork::waitUntilIdle() {
+  std::unique_lock lock(mutex_);
+  idle_.wait(lock, [this] { return count_ == 0; });
+}
+
+void PendingWork::whenIdle(std::function<void()> callback) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (count_ > 0) {
+      callbacks_.push_back(std::move(callback));
+      return;
+    }
+  }
+  callback();
+}
+
+}  // namespace linux_host

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace linux_host {
+
+// Counts what the process must not end before: queued work items, files still being written. Any
+// thread except an audio callback.
+class PendingWork {
+ public:
+  // Work under way from its making to its end.
+  class Token {
+   public:
+    explicit Token(PendingWork& owner) : owner_(&owner) { owner.begin(); }
+    ~Token() {
+      if (owner_ != nullptr) owner_->end();
+    }
+    Token(Token&& other) noexcept : owner_(other.owner_) { other.owner_ = nullptr; }
+    Token(const Token&) = delete;
+    Token& operator=(const Token&) = delete;
+    Token& operator=(Token&&) = delete;
+
+   private:
+    PendingWork* owner_;
+  };
+
+  void begin();
+  void end();
+  // Blocks until nothing is under way.
+  void waitUntilIdle();
+  // Calls `callback` once as soon as nothing is under way: now, on this thread, or later on the
+  // thread whose work ends last. It must not block.
+  void whenIdle(std::function<void()> callback);
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable idle_;
+  std::size_t count_ = 0;                         // guarded by mutex_
+  std::vector<std::function<void()>> callbacks_;  // guarded by mutex_
+};
+
+}  // namespace linux_host

@@ -1,0 +1,128 @@
+#include "hosts/linux/base/run_loop.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace linux_host {
+namespace {
+
+constexpr double kMicrosecondsPerSecond = 1e6;
+// Beyond it nobody waits; keeps the sums below far from overflow.
+constexpr double kLongestDelay_s = 1e9;
+
+gint64 microseconds(double seconds) {
+  if (!(seconds > 0)) return 0;
+  return static_cast<gint64>(
+      std::ceil(std::min(seconds, kLongestDelay_s) * kMicrosecondsPerSecond));
+}
+
+class LoopTimer : public platform::Timer, public std::enable_shared_from_this<LoopTimer> {
+ public:
+  LoopTimer(double interval_s, std::any userInfo, bool repeats, platform::TimerAction action)
+      // A repeating timer of no length would starve the loop.
+      : interval_us_(std::max<gint64>(microseconds(interval_s), repeats ? 1 : 0)),
+        next_us_(g_get_monotonic_time() + interval_us_),
+        repeats_(repeats),
+        userInfo_(std::move(userInfo)),
+        action_(std::move(action)) {}
+
+  ~LoopTimer() override { LoopTimer::invalidate(); }
+  LoopTimer(const LoopTimer&) = delete;
+  LoopTimer& operator=(const LoopTimer&) = delete;
+
+  void schedule() {
+    static GSourceFuncs functions = {nullptr, nullptr, &LoopTimer::dispatch,
+                                     nullptr, nullptr, nullptr};
+    source_ = g_source_new(&functions, sizeof(Source));
+    reinterpret_cast<Source*>(source_)->timer = this;
+    // The loop owns the timer until it is invalidated.
+    self_ = shared_from_this();
+    g_source_set_ready_time(source_, next_us_);
+    g_source_attach(source_, nullptr);
+  }
+
+  void invalidate() override {
+    mainThread_.check();
+    if (source_ == nullptr) return;
+    g_source_destroy(source_);
+    g_source_unref(source_);
+    source_ = nullptr;
+    // What the action holds may own the last reference to this timer, or end in invalidate().
+    const auto self = std::move(self_);
+    const auto action = std::move(action_);
+    action_ = nullptr;
+  }
+
+  [[nodiscard]] bool isValid() const override { return source_ != nullptr; }
+  [[nodiscard]] const std::any& userInfo() const override { return userInfo_; }
+
+ private:
+  struct Source {
+    GSource base;
+    LoopTimer* timer;
+  };
+
+  static gboolean dispatch(GSource* source, GSourceFunc, gpointer) {
+    const auto timer = reinterpret_cast<Source*>(source)->timer->shared_from_this();
+    timer->fire();
+    return timer->isValid() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+  }
+
+  void fire() {
+    if (repeats_) {
+      const gint64 late_us = g_get_monotonic_time() - next_us_;
+      next_us_ += (std::max<gint64>(late_us, 0) / interval_us_ + 1) * interval_us_;
+      g_source_set_ready_time(source_, next_us_);
+    } else {
+      // Never a second time from a loop that the action itself runs.
+      g_source_set_ready_time(source_, -1);
+    }
+    const platform::TimerAction action = action_;
+    action(shared_from_this());
+    if (!repeats_) invalidate();
+  }
+
+  MainThreadOnly mainThread_;
+  const gint64 interval_us_;
+  gint64 next_us_;
+  const bool repeats_;
+  const std::any userInfo_;
+  platform::TimerAction action_;
+  GSource* source_ = nullptr;
+  std::shared_ptr<LoopTimer> self_;
+};
+
+}  // namespace
+
+MainLoop::MainLoop() : loop_(g_main_loop_new(nullptr, FALSE)) {}
+
+MainLoop::~MainLoop() {
+  g_main_loop_unref(loop_);
+}
+
+platform::TimerPtr MainLoop::scheduledTimer(double interval_s, std::any userInfo, bool repeats,
+                                            platform::TimerAction action) {
+  mainThread_.check();
+  auto timer =
+      std::make_shared<LoopTimer>(interval_s, std::move(userInfo), repeats, std::move(action));
+  timer->schedule();
+  return timer;
+}
+
+void MainLoop::performAfterDelay(double delay_s, std::function<void()> action) {
+  scheduledTimer(delay_s, {}, false,
+                 [action = std::move(action)](const platform::TimerPtr&) { action(); });
+}
+
+void MainLoop::run() {
+  mainThread_.check();
+  if (!quit_) g_main_loop_run(loop_);
+}
+
+void MainLoop::quit() {
+  mainThread_.check();
+  quit_ = true;
+  g_main_loop_quit(loop_);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <glib.h>
+
+#include "hosts/linux/base/main_thread.h"
+#include "platform/foundation.h"
+
+namespace linux_host {
+
+// The main loop: GLib's default main context, which Qt joins when the windows module is loaded.
+// Main thread only.
+class MainLoop : public platform::RunLoop {
+ public:
+  MainLoop();
+  ~MainLoop() override;
+  MainLoop(const MainLoop&) = delete;
+  MainLoop& operator=(const MainLoop&) = delete;
+
+  platform::TimerPtr scheduledTimer(double interval_s, std::any userInfo, bool repeats,
+                                    platform::TimerAction action) override;
+  void performAfterDelay(double delay_s, std::function<void()> action) override;
+
+  // Runs until quit(); returns at once if quit() came before.
+  void run();
+  // Also from inside a loop that an alert runs.
+  void quit();
+  [[nodiscard]] bool hasQuit() const { return quit_; }
+
+ private:
+  MainThreadOnly mainThread_;
+  GMainLoop* loop_ = nullptr;
+  bool quit_ = false;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,168 @@
+#include "hosts/linux/base/small_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace linux_host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr off_t kLargestFile_bytes = off_t{16} << 20;
+constexpr int kMostLinks = 40;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  [[nodiscard]] int get() const { return fd_; }
+  // 0 or errno.
+  int closeNow() {
+    const int fd = std::exchange(fd_, -1);
+    return close(fd) == 0 || errno == EINTR ? 0 : errno;
+  }
+
+ private:
+  int fd_;
+};
+
+int readAll(int fd, std::string* bytes) {
+  char buffer[16384];
+  while (true) {
+    const ssize_t count = read(fd, buffer, sizeof buffer);
+    if (count == 0) return 0;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    bytes->append(buffer, static_cast<std::size_t>(count));
+    if (bytes->size() > static_cast<std::size_t>(kLargestFile_bytes)) return EFBIG;
+  }
+}
+
+int writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+int writeNew(int fd, std::string_view bytes, mode_t mode) {
+  Descriptor file(fd);
+  if (fchmod(fd, mode) != 0) return errno;
+  if (const int error = writeAll(fd, bytes)) return error;
+  if (fsync(fd) != 0) return errno;
+  return file.closeNow();
+}
+
+// A rename is on the disk only when its folder is. A file system that cannot flush folders keeps
+// the new file no worse than the old one.
+void flushFolder(const std::string& folder) {
+  const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() >= 0) fsync(directory.get());
+}
+
+const char* advice(int error) {
+  switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+      return "Free some space or choose another folder.";
+    case EACCES:
+    case EPERM:
+      return "Change its permissions or choose another folder.";
+    case EROFS:
+      return "Mount the disk for writing or choose another folder.";
+    case ENOENT:
+    case ENOTDIR:
+      return "Make the folder or choose another one.";
+    case EEXIST:
+      return "Rename or move the file that is there.";
+    case EIO:
+      return "Check the disk.";
+    case EFBIG:
+      return "Use a disk whose file system takes larger files.";
+    case EMFILE:
+    case ENFILE:
+      return "Close some programs.";
+    default:
+      return "Try another folder.";
+  }
+}
+
+}  // namespace
+
+FileContents readSmallFile(const std::string& path) {
+  FileContents contents;
+  // A pipe at the path must not block the program.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (file.get() < 0) {
+    contents.error = errno;
+    return contents;
+  }
+  contents.error = readAll(file.get(), &contents.bytes);
+  if (contents.error != 0) contents.bytes.clear();
+  return contents;
+}
+
+std::string writeSmallFile(const std::string& path, std::string_view bytes, mode_t mode) {
+  const std::string folder = fs::path(path).parent_path().string();
+  if (std::string error = makeFolders(folder, 0700); !error.empty()) return error;
+  std::string temporary = path + ".XXXXXX";
+  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return errorText("make a file in", folder, errno);
+  int error = writeNew(fd, bytes, mode);
+  if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0) {
+    unlink(temporary.c_str());
+    return errorText("write", path, error);
+  }
+  flushFolder(folder);
+  return {};
+}
+
+std::string behindLinks(const std::string& path) {
+  fs::path at = path;
+  for (int i = 0; i < kMostLinks; ++i) {
+    std::error_code error;
+    const fs::path target = fs::read_symlink(at, error);
+    if (error) break;
+    at = target.is_absolute() ? target : at.parent_path() / target;
+  }
+  return at.string();
+}
+
+std::string makeFolders(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return {};
+  if (errno == ENOENT) {
+    const std::string parent = fs::path(path).parent_path().string();
+    if (!parent.empty() && parent != path) {
+      if (std::string error = makeFolders(parent, mode); !error.empty()) return error;
+      if (mkdir(path.c_str(), mode) == 0) return {};
+    }
+  }
+  const int reason = errno;
+  std::error_code ignored;
+  if (reason == EEXIST && fs::is_directory(path, ignored)) return {};
+  return errorText("make the folder", path, reason);
+}
+
+std::string errorText(std::string_view doing, const std::string& path, int error) {
+  std::string text = "Cannot ";
+  text.append(doing).append(" ").append(path).append(": ");
+  text += std::generic_category().message(error);
+  return text.append(". ").append(advice(error));
+}
+
+}  // namespace linux_host

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+// Reading and replacing small files whole: settings, tables. Any thread.
+
+namespace linux_host {
+
+struct FileContents {
+  std::string bytes;
+  int error = 0;  // errno of the failure; ENOENT when there is no file
+};
+
+// Refuses (EFBIG) files of more than 16 MiB: none of ours is that large, and memory is finite.
+FileContents readSmallFile(const std::string& path);
+
+// Replaces the file at `path` in one step: a temporary file beside it, flushed to the disk, then
+// renamed; readers and crashes see the old or the new content whole. Returns an error text, empty
+// on success; the old file is then as it was.
+std::string writeSmallFile(const std::string& path, std::string_view bytes, mode_t mode);
+
+// Where `path` leads through symbolic links at its end, also when there is no file there (yet).
+std::string behindLinks(const std::string& path);
+
+// Makes the folder and those above it. Returns an error text, empty on success.
+std::string makeFolders(const std::string& path, mode_t mode);
+
+// "Cannot <doing> <path>: what is wrong. What to do."
+std::string errorText(std::string_view doing, const std::string& path, int error);
+
+}  // namespace linux_host

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace linux_host {
+
+// One compiled gettext catalogue (.mo): texts in UTF-8 by their keys.
+using StringTable = std::map<std::string, std::string, std::less<>>;
+
+// The entries of a catalogue; null when `bytes` are none or are damaged. Any bytes are safe.
+// Untranslated entries and the header are left out.
+std::optional<StringTable> parsedCatalogue(std::string_view bytes);
+
+// The string tables of the user's languages, the first language first, read when the first text is
+// asked for. English is behind all of them, so that a key which speaks of another system never
+// shows. Needs no locale installed. Main thread.
+class StringTables {
+ public:
+  // `folder` holds <language>/LC_MESSAGES/<domain>.mo; `languages` as LANGUAGE lists them.
+  StringTables(std::string folder, std::string domain, std::vector<std::string> languages);
+
+  // Null when no table has the key.
+  [[nodiscard]] const std::string* lookUp(const std::string& key) const;
+
+  // The user's languages by LANGUAGE, LC_ALL, LC_MESSAGES and LANG, variants included.
+  [[nodiscard]] static std::vector<std::string> usersLanguages();
+
+ private:
+  void load() const;
+
+  const std::string folder_;
+  const std::string domain_;
+  const std::vector<std::string> languages_;
+  mutable bool loaded_ = false;
+  mutable std::vector<StringTable> tables_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,125 @@
+#include "driver/default_guard.h"
+
+#include <spa/utils/json.h>
+
+#include <algorithm>
+
+#include "driver/loopback_protocol.h"
+
+namespace loopback {
+
+std::string deviceNameOf(const DefaultChoice& choice) {
+  if (!choice) return {};
+  spa_json outer{};
+  spa_json object{};
+  spa_json_init(&outer, choice->value.data(), choice->value.size());
+  if (spa_json_enter_object(&outer, &object) <= 0) return {};
+  char key[64];
+  char text[1024];
+  while (spa_json_get_string(&object, key, sizeof(key)) > 0) {
+    if (std::string(key) == "name") {
+      return spa_json_get_string(&object, text, sizeof(text)) > 0 ? text : "";
+    }
+    const char* skipped = nullptr;
+    if (spa_json_next(&object, &skipped) <= 0) break;
+  }
+  return {};
+}
+
+DefaultChoice choiceOf(const std::string& deviceName) {
+  std::string quoted(2 * deviceName.size() + 16, '\0');
+  const int length =
+      spa_json_encode_string(quoted.data(), static_cast<int>(quoted.size()), deviceName.c_str());
+  quoted.resize(static_cast<std::size_t>(length));
+  return MetadataValue{kDefaultValueType, "{ \"name\": " + quoted + " }"};
+}
+
+DefaultGuard::DefaultGuard(DefaultKeys& keys, ChoiceMemory& memory)
+    : keys_(keys), memory_(memory), remembered_(memory.load()) {}
+
+void DefaultGuard::configuredChanged(const DefaultChoice& choice) {
+  configured_ = choice;
+  if (!loopbackIsConfigured()) {
+    remember(choice);
+    return;
+  }
+  if (!shown_) {
+    putBack();
+  } else if (corrected_) {
+    corrected_ = false;
+    keys_.setEffective(choiceOf(kLoopbackDeviceUID));
+  }
+}
+
+void DefaultGuard::effectiveChanged(const DefaultChoice& choice) {
+  const std::string name = deviceNameOf(choice);
+  if (name.empty()) return;
+  if (name != kLoopbackDeviceUID) {
+    if (name != lastRealDefault_) corrected_ = false;
+    lastRealDefault_ = name;
+    return;
+  }
+  if (!shown_ || loopbackIsConfigured()) return;
+  // Session managers prefer any device that was once configured to one that never was.
+  const std::string real = bestRealSink();
+  if (real.empty()) return;
+  lastRealDefault_ = real;
+  corrected_ = true;
+  keys_.setEffective(choiceOf(real));
+}
+
+void DefaultGuard::sessionManagerReady() {
+  managerReady_ = true;
+}
+
+void DefaultGuard::sessionManagerGone() {
+  managerReady_ = false;
+  configured_.reset();
+  corrected_ = false;
+}
+
+void DefaultGuard::sinkAppeared(const std::string& name, int priority) {
+  sinks_[name] = priority;
+}
+
+void DefaultGuard::sinkGone(const std::string& name) {
+  sinks_.erase(name);
+}
+
+void DefaultGuard::willShow() {
+  // At the start an unset key may only mean that the session manager has not filled it in yet; by
+  // now it means that the user chose nothing.
+  if (managerReady_ && !loopbackIsConfigured()) remember(configured_);
+  shown_ = true;
+}
+
+void DefaultGuard::willHide() {
+  shown_ = false;
+  corrected_ = false;
+  if (loopbackIsConfigured()) putBack();
+}
+
+void DefaultGuard::remember(const DefaultChoice& choice) {
+  if (choice == remembered_) return;
+  remembered_ = choice;
+  memory_.store(choice);
+}
+
+void DefaultGuard::putBack() {
+  configured_ = remembered_;
+  keys_.setConfigured(remembered_);
+}
+
+bool DefaultGuard::loopbackIsConfigured() const {
+  return deviceNameOf(configured_) == kLoopbackDeviceUID;
+}
+
+std::string DefaultGuard::bestRealSink() const {
+  if (sinks_.contains(lastRealDefault_)) return lastRealDefault_;
+  const auto best =
+      std::max_element(sinks_.begin(), sinks_.end(),
+                       [](const auto& a, const auto& b) { return a.second < b.second; });
+  return best == sinks_.end() ? std::string() : best->first;
+}
+
+}  // namespace loopback

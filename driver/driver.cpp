@@ -1,0 +1,293 @@
+#include "driver/driver.h"
+
+#include <pipewire/impl.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+
+#include "driver/loopback_protocol.h"
+#include "driver/report.h"
+
+namespace loopback {
+namespace {
+
+constexpr timespec kStopLimit{.tv_sec = 0, .tv_nsec = 500'000'000};
+
+std::string lookup(const spa_dict& properties, const char* key) {
+  const char* value = spa_dict_lookup(&properties, key);
+  return value != nullptr ? value : "";
+}
+
+std::uint32_t lookupNumber(const spa_dict& properties, const char* key) {
+  return static_cast<std::uint32_t>(std::strtoul(lookup(properties, key).c_str(), nullptr, 10));
+}
+
+// A daemon names its socket so; what its clients are to connect to (PIPEWIRE_REMOTE) may be another
+// daemon.
+std::string servedSocket() {
+  const char* name = std::getenv("PIPEWIRE_CORE");
+  return name != nullptr && name[0] != '\0' ? name : PW_DEFAULT_REMOTE;
+}
+
+std::vector<std::string> successorArguments(const std::string& remote) {
+  if (remote.empty()) return {};
+  return {"--remote", remote};
+}
+
+}  // namespace
+
+struct Driver::Client {
+  Client(Driver& owner, std::uint32_t id) : driver(owner), global(id) {}
+  ~Client() {
+    if (proxy == nullptr) return;
+    spa_hook_remove(&listener);
+    pw_proxy_destroy(proxy);
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  Driver& driver;
+  std::uint32_t global;
+  pw_proxy* proxy = nullptr;
+  spa_hook listener{};
+};
+
+Driver::Driver(const Options& options)
+    : options_(options),
+      guardProcess_(successorArguments(options.remote), options.takeover),
+      choiceFile_(ChoiceFile::defaultPath()),
+      defaultGuard_(defaults_, choiceFile_),
+      sink_(options.version, [this] { deviceLost(); }) {
+  defaults_.setListeners(
+      [this](const DefaultChoice& choice) { defaultGuard_.configuredChanged(choice); },
+      [this](const DefaultChoice& choice) { defaultGuard_.effectiveChanged(choice); });
+}
+
+Driver::~Driver() {
+  sink_.hide();
+  clients_.clear();
+  defaults_.release();
+  if (registry_ != nullptr) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
+  if (core_ != nullptr) pw_core_disconnect(core_);
+  if (context_ != nullptr) pw_context_destroy(context_);
+  if (mainLoop_ != nullptr) pw_main_loop_destroy(mainLoop_);
+}
+
+int Driver::run() {
+  guardProcess_.start();
+  mainLoop_ = pw_main_loop_new(nullptr);
+  if (mainLoop_ == nullptr) {
+    reportErrno("cannot make an event loop");
+    return EXIT_FAILURE;
+  }
+  loop_ = pw_main_loop_get_loop(mainLoop_);
+  watchSignals();
+  watchGuard();
+  if (!connect()) return EXIT_FAILURE;
+  // The first round trip brings the objects there are, the second what was asked about them.
+  afterRoundTrip([this] { afterRoundTrip([this] { announce(); }); });
+  pw_main_loop_run(mainLoop_);
+  return exitCode_;
+}
+
+bool Driver::connect() {
+  static const pw_core_events kCoreEvents = [] {
+    pw_core_events events{};
+    events.version = PW_VERSION_CORE_EVENTS;
+    events.done = [](void* data, std::uint32_t, int sequence) {
+      auto& trips = static_cast<Driver*>(data)->roundTrips_;
+      if (auto trip = trips.extract(sequence)) trip.mapped()();
+    };
+    events.error = [](void* data, std::uint32_t id, int, int result, const char* message) {
+      if (id == PW_ID_CORE) static_cast<Driver*>(data)->coreFailed(result, message);
+    };
+    return events;
+  }();
+  static constexpr pw_registry_events kRegistryEvents{
+      .version = PW_VERSION_REGISTRY_EVENTS,
+      .global =
+          [](void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
+             const spa_dict* properties) {
+            static_cast<Driver*>(data)->globalAppeared(id, type, properties);
+          },
+      .global_remove = [](void* data,
+                          std::uint32_t id) { static_cast<Driver*>(data)->globalRemoved(id); },
+  };
+  const std::string remote = options_.remote.empty() ? servedSocket() : options_.remote;
+  // None of the user's client configuration: no modules but the two that are used.
+  context_ = pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0);
+  if (context_ == nullptr ||
+      pw_context_load_module(context_, "libpipewire-module-protocol-native", nullptr, nullptr) ==
+          nullptr ||
+      pw_context_load_module(context_, "libpipewire-module-metadata", nullptr, nullptr) ==
+          nullptr) {
+    reportErrno("cannot set up PipeWire's client library");
+    return false;
+  }
+  core_ = pw_context_connect(
+      context_,
+      pw_properties_new(PW_KEY_REMOTE_NAME, remote.c_str(), PW_KEY_APP_NAME, "loopback-driver",
+                        PW_KEY_MEDIA_CATEGORY, "Manager", nullptr),
+      0);
+  if (core_ == nullptr) {
+    reportErrno("cannot connect to the PipeWire daemon at \"" + remote + "\"");
+    return false;
+  }
+  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
+  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
+  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+  return true;
+}
+
+void Driver::watchSignals() {
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    pw_loop_add_signal(
+        loop_, number, [](void* data, int) { static_cast<Driver*>(data)->stop(); }, this);
+  }
+}
+
+void Driver::watchGuard() {
+  if (guardProcess_.fd() < 0) return;
+  guardSource_ = pw_loop_add_io(
+      loop_, guardProcess_.fd(), SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false,
+      [](void* data, int, std::uint32_t) { static_cast<Driver*>(data)->guardDied(); }, this);
+}
+
+void Driver::guardDied() {
+  pw_loop_destroy_source(loop_, guardSource_);
+  guardSource_ = nullptr;
+  if (guardProcess_.bury() && guardProcess_.start()) watchGuard();
+}
+
+void Driver::announce() {
+  if (anotherDriver_) {
+    report("another one serves this daemon already");
+    stop();
+    return;
+  }
+  const spa_dict_item item{kLoopbackDriverKey, options_.version.c_str()};
+  const spa_dict announcement = SPA_DICT_INIT(&item, 1);
+  pw_client_update_properties(pw_core_get_client(core_), &announcement);
+  announced_ = true;
+}
+
+void Driver::stop() {
+  if (stopping_) return;
+  stopping_ = true;
+  followRequests();
+  const auto quit = [this] { pw_main_loop_quit(mainLoop_); };
+  afterRoundTrip(quit);
+  // A daemon that does not answer must not keep the session from ending.
+  spa_source* limit = pw_loop_add_timer(
+      loop_,
+      [](void* data, std::uint64_t) { pw_main_loop_quit(static_cast<Driver*>(data)->mainLoop_); },
+      this);
+  timespec value = kStopLimit;
+  pw_loop_update_timer(loop_, limit, &value, nullptr, false);
+}
+
+void Driver::afterRoundTrip(std::function<void()> action) {
+  roundTrips_[pw_core_sync(core_, PW_ID_CORE, 0)] = std::move(action);
+}
+
+void Driver::globalAppeared(std::uint32_t global, const char* type, const spa_dict* properties) {
+  if (properties == nullptr) return;
+  const std::string_view kind = type;
+  if (kind == PW_TYPE_INTERFACE_Client) {
+    clientAppeared(global);
+  } else if (kind == PW_TYPE_INTERFACE_Node) {
+    nodeAppeared(global, *properties);
+  } else if (kind == PW_TYPE_INTERFACE_Port) {
+    if (lookup(*properties, PW_KEY_PORT_DIRECTION) != "in") return;
+    sinks_.addInputPort(global, lookupNumber(*properties, PW_KEY_NODE_ID),
+                        lookupNumber(*properties, PW_KEY_PORT_ID),
+                        lookup(*properties, PW_KEY_AUDIO_CHANNEL));
+  } else if (kind == PW_TYPE_INTERFACE_Metadata &&
+             lookup(*properties, PW_KEY_METADATA_NAME) == kDefaultMetadataName) {
+    metadataAppeared(global);
+  }
+}
+
+void Driver::globalRemoved(std::uint32_t global) {
+  const std::string sink = sinks_.sinkName(global);
+  if (!sink.empty()) defaultGuard_.sinkGone(sink);
+  sinks_.remove(global);
+  if (global == defaults_.boundGlobal()) {
+    defaults_.release();
+    defaultGuard_.sessionManagerGone();
+  }
+  if (clients_.erase(global) > 0) {
+    requests_.clientGone(global);
+    followRequests();
+  }
+}
+
+void Driver::nodeAppeared(std::uint32_t global, const spa_dict& properties) {
+  const std::string mediaClass = lookup(properties, PW_KEY_MEDIA_CLASS);
+  const std::string name = lookup(properties, PW_KEY_NODE_NAME);
+  if (mediaClass != "Audio/Sink" && mediaClass != "Audio/Duplex") return;
+  if (name.empty() || name == kLoopbackDeviceUID) return;
+  sinks_.addSink(global, name);
+  defaultGuard_.sinkAppeared(name, std::atoi(lookup(properties, PW_KEY_PRIORITY_SESSION).c_str()));
+}
+
+void Driver::metadataAppeared(std::uint32_t global) {
+  defaults_.bind(registry_, global);
+  afterRoundTrip([this, global] {
+    if (defaults_.boundGlobal() == global) defaultGuard_.sessionManagerReady();
+  });
+}
+
+void Driver::clientAppeared(std::uint32_t global) {
+  static const pw_client_events kEvents = [] {
+    pw_client_events events{};
+    events.version = PW_VERSION_CLIENT_EVENTS;
+    events.info = [](void* data, const pw_client_info* info) {
+      const auto* client = static_cast<Client*>(data);
+      if ((info->change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
+      if (info->props != nullptr) client->driver.clientInfo(client->global, *info->props);
+    };
+    return events;
+  }();
+  auto client = std::make_unique<Client>(*this, global);
+  client->proxy = static_cast<pw_proxy*>(
+      pw_registry_bind(registry_, global, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
+  if (client->proxy == nullptr) return;
+  pw_client_add_listener(reinterpret_cast<pw_client*>(client->proxy), &client->listener, &kEvents,
+                         client.get());
+  clients_[global] = std::move(client);
+}
+
+void Driver::clientInfo(std::uint32_t global, const spa_dict& properties) {
+  if (!announced_ && !lookup(properties, kLoopbackDriverKey).empty()) anotherDriver_ = true;
+  requests_.requestIs(global, lookup(properties, kLoopbackRequestKey), announced_);
+  followRequests();
+}
+
+void Driver::coreFailed(int result, const char* message) {
+  // Any other is about an object that has just gone; nothing of the driver's depends on it.
+  if (result != -EPIPE) return;
+  if (!stopping_) report(std::string("PipeWire has ended: ") + message);
+  pw_main_loop_quit(mainLoop_);
+}
+
+void Driver::followRequests() {
+  const bool wanted = requests_.anyoneAsks() && !stopping_;
+  if (wanted == sink_.isShown()) return;
+  if (!wanted) {
+    defaultGuard_.willHide();
+    sink_.hide();
+    return;
+  }
+  defaultGuard_.willShow();
+  if (!sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) deviceLost();
+}
+
+void Driver::deviceLost() {
+  requests_.forgetAll();
+  defaultGuard_.willHide();
+}
+
+}  // namespace loopback

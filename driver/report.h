@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace loopback {
+
+// One line on stderr, which the service manager keeps with the daemon's.
+inline void report(const std::string& what) {
+  std::fprintf(stderr, "loopback-driver: %s\n", what.c_str());
+}
+
+// The same with the reason in errno.
+inline void reportErrno(const std::string& what) {
+  report(what + ": " + std::strerror(errno));
+}
+
+}  // namespace loopback

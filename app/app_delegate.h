@@ -1,0 +1,177 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "capture/audio_recorder.h"
+#include "platform/remote_control.h"
+#include "platform/user_notifications.h"
+#include "suite/environment.h"
+
+namespace record_audio {
+
+class AudioPlayThrough;
+class AudioWaiter;
+class PreferencesWindowController;
+
+// Does everything the application does: launch, the recording session from start to saved file,
+// the running indicator, the notifications, and quitting. One object lives for the whole process.
+//
+// Main thread only, except updateMicStatus(). Once launched, the recorder's success callback keeps
+// the delegate alive until applicationWillTerminate().
+class AppDelegate : public platform::ApplicationDelegate,
+                    public platform::UserNotificationCenterDelegate,
+                    public platform::RemoteControl,
+                    public suite::ClientProviderProtocol,
+                    public std::enable_shared_from_this<AppDelegate> {
+ public:
+  static std::shared_ptr<AppDelegate> create(suite::Environment environment);
+  // Does not free the play-through record.
+  ~AppDelegate() override;
+  AppDelegate(const AppDelegate&) = delete;
+  AppDelegate& operator=(const AppDelegate&) = delete;
+
+  // Launch and life of the application.
+  void applicationWillFinishLaunching() override;
+  // A request of the suite to open a path; one that ends with the tool identifier asks for the
+  // preferences, any other is ignored. Always true.
+  bool application(const std::string& openFile) override;
+  void applicationDidFinishLaunching() override;
+  // The user clicked the Dock icon or started the tool again. Always true.
+  bool applicationShouldHandleReopen(bool hasVisibleWindows) override;
+  platform::TerminateReply applicationShouldTerminate() override;
+  void applicationWillTerminate() override;
+  // Any thread: acts on the microphone permission later, on the main queue.
+  void updateMicStatus();
+  void updateMicStatusImp();
+  void hideFromDock();
+  void showInDock();
+  // The user is done with the preferences window.
+  void onQuit();
+
+  // Recording session.
+  void startRecorder();
+  void onWaitFinished(bool success);
+  void startRecorderContinue();
+  // Saves, notifies and logs; does not try to quit.
+  void stopRecord();
+  // Deletes the file at the recorder's output path and tries to quit.
+  void cancelRecord();
+  void internalStop();
+  // Ends the play-through and hides the loopback device; does nothing without a play-through.
+  void deleteAudioPlayThrough();
+  [[nodiscard]] bool canQuit() const;
+  void tryToQuit();
+  // Sends a usage event with the settings as they are now.
+  void logCEP(const std::string& event, const std::optional<platform::Dictionary>& details);
+
+  // Recording indicator.
+  void changeDockIcon(bool on);
+  void updateFinderIcon(bool on);
+  void timerBlinkerMethod(const platform::TimerPtr& timer);
+
+  // User notifications.
+  void showNotification(const platform::UserNotificationPtr& notification);
+  void showNotificationRecordStarted();
+  void showNotificationRecordCompleated(const std::string& filePath);
+  void showNotificationError();
+  void removeAllPreviousNotifications();
+  void timerNotificationQuitMethod(const platform::TimerPtr& timer);
+  // Always true: shown even while the tool is the active application.
+  bool userNotificationCenterShouldPresentNotification(
+      platform::UserNotificationCenter& center,
+      const platform::UserNotificationPtr& notification) override;
+  void userNotificationCenterDidActivateNotification(
+      platform::UserNotificationCenter& center,
+      const platform::UserNotificationPtr& notification) override;
+
+  // Remote control. While a start is accepted and not yet confirmed there is nothing to save or to
+  // delete yet: stop() and cancel() then answer true and take effect as soon as the recorder
+  // confirms the start, or after kUnconfirmedStartGrace_s if it never does. If the start fails
+  // meanwhile, its error ends the session.
+  bool stop() override;
+  // Unlike cancelRecord() it never touches the file of an earlier recording.
+  bool cancel() override;
+  // "source" is "none", "default", "microphone:<unique id>" or "system"; "format" is "m4a" or
+  // "mp3"; both are those of the session under way, else those a new one would have.
+  // "elapsedSeconds" is 0 unless recording. "outputFile" is the temporary file while recording,
+  // the last recording's file while idle, and absent otherwise.
+  [[nodiscard]] platform::Dictionary status() const override;
+  static constexpr double kUnconfirmedStartGrace_s = 5.0;
+
+  [[nodiscard]] bool runWithPreferences() const { return _runWithPreferences; }
+  [[nodiscard]] bool running() const { return _running; }
+  // Null before launch.
+  [[nodiscard]] std::shared_ptr<suite::ToolDataClientProvider> provider() const override {
+    return _provider;
+  }
+  // Null before launch.
+  [[nodiscard]] std::shared_ptr<PreferencesWindowController> preferences() const {
+    return _preferences;
+  }
+  // The delegate's own; null unless system audio is recorded.
+  [[nodiscard]] AudioPlayThrough* audioPlayThrough() const { return _audioPlayThrough; }
+  // Null unless waiting for the loopback device.
+  [[nodiscard]] std::shared_ptr<AudioWaiter> audioWaiter() const { return _audioWaiter; }
+
+ private:
+  enum class Ending { kNone, kStop, kCancel };
+
+  explicit AppDelegate(suite::Environment environment);
+
+  [[nodiscard]] platform::Host& host() const { return environment_.host; }
+  [[nodiscard]] std::string localized(const std::string& key) const;
+
+  void createPreferences();
+  void installRecorderCallbacks();
+  void launchPreferencesMode();
+  void launchRecordingMode();
+  [[nodiscard]] bool isPreferencesWindowVisible() const;
+
+  [[nodiscard]] bool isRecording() const;
+  [[nodiscard]] bool isRecordingOrWaiting() const;
+  [[nodiscard]] std::int64_t elapsed_ms() const;
+  void waitEnded(std::uint64_t wait, bool success);
+  void recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget);
+  void recordError();
+  void showNoSoundRecordedAlert();
+  void logStopWithError();
+
+  bool end(Ending how);
+  void endNow(Ending how);
+  void endConfirmedStart();
+  void forgetPendingEnd();
+  [[nodiscard]] std::string currentSource() const;
+  [[nodiscard]] std::string currentFormat() const;
+
+  suite::Environment environment_;
+
+  // Whether the recorder accepted a start that it has not confirmed yet.
+  bool starting_ = false;
+  // What a remote request wants done with that start, and the timer that bounds the wait for it.
+  Ending pendingEnd_ = Ending::kNone;
+  platform::TimerPtr pendingEndTimer_;
+  // Tells the wait under way from one given up earlier, whose answer may still come.
+  std::uint64_t waitCount_ = 0;
+  // Of the session under way.
+  std::string sessionSource_;
+  std::string sessionFormat_;
+
+  // Released in the reverse of this order.
+  std::shared_ptr<AudioRecorder> m_recorder;
+  platform::TimerPtr m_blinkerTimer;
+  bool m_bBlinker = false;
+  std::vector<platform::TimerPtr> m_notificationTimers;
+  std::uint64_t m_startTime = 0;  // host-clock ticks
+  bool _runWithPreferences = false;
+  bool _running = false;
+  std::shared_ptr<suite::ToolDataClientProvider> _provider;
+  std::shared_ptr<PreferencesWindowController> _preferences;
+  AudioPlayThrough* _audioPlayThrough = nullptr;
+  std::shared_ptr<AudioWaiter> _audioWaiter;
+};
+
+}  // namespace record_audio

@@ -1,0 +1,157 @@
+#include "app/app_delegate.h"
+#include "platform/host.h"
+#include "routing/audio_driver.h"
+#include "routing/audio_waiter.h"
+#include "settings/auxiliary.h"
+#include "settings/preferences_window_controller.h"
+
+// Coming up, the two launch modes, the Dock presence, and requests to the running application.
+
+namespace record_audio {
+namespace {
+
+constexpr const char* kPreferencesNib = "AudioPreferencesWindow";
+constexpr std::int64_t kSourceSystemAudio = 3;
+constexpr int kToolActive = 1;
+
+}  // namespace
+
+std::shared_ptr<AppDelegate> AppDelegate::create(suite::Environment environment) {
+  return std::shared_ptr<AppDelegate>(new AppDelegate(environment));
+}
+
+AppDelegate::AppDelegate(suite::Environment environment) : environment_(environment) {}
+
+AppDelegate::~AppDelegate() = default;
+
+std::string AppDelegate::localized(const std::string& key) const {
+  return host().mainBundle.localizedString(key);
+}
+
+void AppDelegate::applicationWillFinishLaunching() {
+  hideFromDock();
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+  host().application.disableRelaunchOnLogin();
+
+  _provider = environment_.suite.korvelCommon.createToolDataClientProvider();
+  _provider->setToolStatus(kToolActive);
+
+  const auto location = environment_.suite.locationManager.locationForCurrentTool();
+  if (!location) {
+    host().application.terminate();
+    return;
+  }
+  _running = true;
+
+  createPreferences();
+  showInDock();
+  m_notificationTimers.clear();
+  m_recorder = AudioRecorder::initWithDesktopPath(environment_, *location);
+  installRecorderCallbacks();
+
+  const bool driverMissing =
+      _preferences->audioSourceType() == kSourceSystemAudio && !AudioDriver::isLoaded(environment_);
+  if (_runWithPreferences || driverMissing) {
+    launchPreferencesMode();
+  } else {
+    launchRecordingMode();
+  }
+}
+
+void AppDelegate::createPreferences() {
+  const auto self = shared_from_this();
+  _preferences = PreferencesWindowController::initWithWindowNibName(
+      environment_, kPreferencesNib, self, [weak = std::weak_ptr<AppDelegate>(self)] {
+        if (const auto delegate = weak.lock()) delegate->onQuit();
+      });
+  _preferences->setRecordingProbe([weak = std::weak_ptr<AppDelegate>(self)] {
+    const auto delegate = weak.lock();
+    return delegate && (delegate->starting_ || delegate->isRecordingOrWaiting());
+  });
+}
+
+void AppDelegate::launchPreferencesMode() {
+  logCEP("Launch", platform::Dictionary{{"Preferences", true}});
+  showInDock();
+  _preferences->showWindow();
+  host().application.activateIgnoringOtherApps(true);
+}
+
+void AppDelegate::launchRecordingMode() {
+  logCEP("Launch", std::nullopt);
+  m_bBlinker = false;
+  if (!Auxiliary::isStatusOfMediaTypeDetermind(host(), platform::MediaType::kAudio)) {
+    Auxiliary::requestRightsForMediaType(host(), platform::MediaType::kAudio,
+                                         [weak = weak_from_this()](bool) {
+                                           if (const auto self = weak.lock()) {
+                                             self->updateMicStatus();
+                                           }
+                                         });
+    return;
+  }
+  updateMicStatusImp();
+}
+
+void AppDelegate::updateMicStatus() {
+  host().dispatch.mainQueue()->async([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->updateMicStatusImp();
+  });
+}
+
+void AppDelegate::updateMicStatusImp() {
+  if (Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio)) {
+    startRecorder();
+  } else {
+    showNotificationError();
+    tryToQuit();
+  }
+}
+
+bool AppDelegate::application(const std::string& openFile) {
+  if (!openFile.ends_with(suite::kToolIdentifier)) return true;
+  if (!_running) {
+    _runWithPreferences = true;
+    return true;
+  }
+  if (isRecordingOrWaiting()) {
+    stopRecord();
+  } else {
+    showInDock();
+  }
+  if (const auto window = _preferences->window()) window->orderFront();
+  return true;
+}
+
+bool AppDelegate::applicationShouldHandleReopen(bool) {
+  // A second start in the middle of the first one's launch asks for what is happening anyway.
+  if (!_running) return true;
+  if (isPreferencesWindowVisible()) {
+    _preferences->window()->orderFrontRegardless();
+  } else if (!isRecordingOrWaiting()) {
+    startRecorder();
+  } else {
+    stopRecord();
+    tryToQuit();
+  }
+  return true;
+}
+
+void AppDelegate::hideFromDock() {
+  host().application.setActivationPolicy(platform::ActivationPolicy::kProhibited);
+}
+
+void AppDelegate::showInDock() {
+  host().application.setActivationPolicy(platform::ActivationPolicy::kRegular);
+}
+
+void AppDelegate::onQuit() {
+  tryToQuit();
+}
+
+bool AppDelegate::isPreferencesWindowVisible() const {
+  return _preferences && _preferences->isWindowVisible();
+}
+
+}  // namespace record_audio

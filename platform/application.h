@@ -79,6 +79,9 @@ class Workspace {
   virtual void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) = 0;
   // Sets the file's custom icon, or removes it with null; false on failure.
   virtual bool setIcon(const ImagePtr& image, const std::string& forFile, unsigned options) = 0;
+  // Opens the desktop's settings of who may use the microphone or, where there are none, of sound;
+  // false when there are neither.
+  virtual bool openPrivacySettings() { return false; }
 };
 
 }  // namespace platform

@@ -161,6 +161,10 @@ class Capture {
   virtual void requestAccessForMediaType(MediaType type, std::function<void(bool)> handler) = 0;
 
   virtual CaptureSessionPtr createSession() = 0;
+  // A session that only listens, beside whatever records: it posts no notification, hands samples
+  // to its outputs from the first one on, and isRunning() says from startRunning() until
+  // stopRunning() or a failure. Null on a host that cannot do that.
+  virtual CaptureSessionPtr createMonitoringSession() { return nullptr; }
   // Null with *error set when the device cannot be used.
   virtual CaptureDeviceInputPtr createDeviceInput(const CaptureDevicePtr& device,
                                                   std::string* error) = 0;

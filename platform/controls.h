@@ -91,8 +91,21 @@ class TextField : public View {
   virtual void setStringValue(const std::string& text) = 0;
 };
 
+// What stands behind a button and answers for it.
+class ButtonResponder {
+ public:
+  virtual ~ButtonResponder() = default;
+  // Whether a click that brings the button's window to the front also presses the button.
+  virtual bool acceptsFirstMouse() = 0;
+  // The pointer came over a tracking area that asks for cursor updates. When it leaves, the host
+  // puts the ordinary pointer back by itself.
+  virtual void cursorUpdate() = 0;
+};
+
 class Button : public View {
  public:
+  // Without one the button is an ordinary button.
+  virtual void setResponder(std::weak_ptr<ButtonResponder> responder) = 0;
   [[nodiscard]] virtual std::string title() const = 0;
   [[nodiscard]] virtual Font font() const = 0;
   [[nodiscard]] virtual Rect bounds() const = 0;
@@ -131,6 +144,9 @@ class Window {
  public:
   virtual ~Window() = default;
   virtual void setDelegate(std::weak_ptr<WindowDelegate> delegate) = 0;
+  // Which of the suite's own buttons the title bar has. Without the close button the user leaves
+  // by the window's own controls and the keys that stand for them.
+  virtual void setTitleBarButtons(bool preferences, bool close) = 0;
   [[nodiscard]] virtual bool isVisible() const = 0;
   virtual void makeKeyAndOrderFront() = 0;
   virtual void orderFront() = 0;

@@ -1,0 +1,194 @@
+#include <cstddef>
+
+#include "routing/audio_driver.h"
+#include "settings/preferences_window_controller.h"
+
+// The audio-source half of the preferences controller: the menu, the choice, the device.
+
+namespace record_audio {
+namespace {
+
+using platform::AEDesc;
+using platform::MediaType;
+using platform::noErr;
+using platform::OSStatus;
+
+enum AudioSourceType : std::int64_t {
+  kNoSound = 0,
+  kSameAsSystem = 1,
+  kMicrophone = 2,
+  kSystemAudio = 3,
+};
+
+constexpr const char* kNoSoundName = "KCNoSound";
+constexpr const char* kSameAsSystemName = "KCSameAsSystem";
+constexpr const char* kSystemAudioName = "KCSystemAudio";
+
+}  // namespace
+
+void PreferencesWindowController::enumerateDevices() {
+  _indexSameAsSystemSound = -1;
+  _indexSystemAudio = -1;
+  _indexNoSound = -1;
+  const auto menu = _audioSource.lock();
+  if (menu) menu->removeAllItems();
+  _audioDevices = CaptureDevice::enumerateMics(host());
+  if (menu) {
+    const auto addEntry = [&](const char* title) {
+      menu->addItem(host().mainBundle.localizedString(title));
+      return std::int64_t{menu->numberOfItems()} - 1;
+    };
+    if (!_audioDevices.empty()) {
+      _indexSameAsSystemSound = addEntry("Default input device");
+      for (const CaptureDevice& device : _audioDevices) menu->addItem(device.name());
+    }
+    menu->addSeparator();
+    _indexSystemAudio = addEntry("Computer");
+    menu->addSeparator();
+    _indexNoSound = addEntry("Don't record audio");
+  }
+  select();
+  updateLevelMeter();
+}
+
+std::int64_t PreferencesWindowController::positionOfChosenMicrophone() const {
+  for (std::size_t i = 0; i < _audioDevices.size(); ++i) {
+    if (_audioDevices[i].uniqueId() == _audioSourceID) {
+      return _indexSameAsSystemSound + static_cast<std::int64_t>(i) + 1;
+    }
+  }
+  return -1;
+}
+
+std::int64_t PreferencesWindowController::positionOfChoice() const {
+  const std::int64_t systemSound =
+      _indexSameAsSystemSound != -1 ? _indexSameAsSystemSound : _indexNoSound;
+  switch (_audioSourceType) {
+    case kMicrophone: {
+      const std::int64_t found = positionOfChosenMicrophone();
+      return found != -1 ? found : systemSound;
+    }
+    case kSameAsSystem:
+      return systemSound;
+    case kSystemAudio:
+      return _indexSystemAudio;
+    default:
+      return _indexNoSound;
+  }
+}
+
+void PreferencesWindowController::select() {
+  if (const auto menu = _audioSource.lock()) menu->selectItem(positionOfChoice());
+}
+
+void PreferencesWindowController::onAudioSelect() {
+  const auto menu = _audioSource.lock();
+  if (!menu) return;
+  const std::int64_t position = menu->indexOfSelectedItem();
+  // An absent entry has position -1, as has a menu in which nothing is selected.
+  if (position < 0) return;
+  if (position == _indexNoSound) {
+    setAudioParameterType(kNoSound, "", kNoSoundName);
+  } else if (position == _indexSystemAudio) {
+    installDriver();
+  } else if (position == _indexSameAsSystemSound) {
+    setAudioParameterType(kSameAsSystem, "", kSameAsSystemName);
+  } else {
+    selectMicrophoneAt(position);
+  }
+}
+
+void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
+  const std::int64_t index = position - 1 - _indexSameAsSystemSound;
+  if (index < 0 || index >= static_cast<std::int64_t>(_audioDevices.size())) return;
+  const std::string id = _audioDevices[static_cast<std::size_t>(index)].uniqueId();
+  // The mirror names a microphone by its id: other members of the suite look it up by that.
+  setAudioParameterType(kMicrophone, id, id);
+}
+
+void PreferencesWindowController::setAudioParameterType(std::int64_t type, const std::string& id,
+                                                        const std::string& name) {
+  _audioSourceType = type;
+  _audioSourceID = id;
+  mirror(kAudioSourceTypePreference, name);
+  host().userDefaults.setInteger(type, kAudioSourceTypePreference.storeKey);
+  host().userDefaults.setObject(id, kAudioSourceIDPreference.storeKey);
+  host().userDefaults.synchronize();
+  updateLevelMeter();
+}
+
+void PreferencesWindowController::installDriver() {
+  const int result = AudioDriver::launchInstallation(environment());
+  switch (result) {
+    case AudioDriverInstallLoaded:
+      setAudioParameterType(kSystemAudio, "", kSystemAudioName);
+      break;
+    case AudioDriverInstallRestart:
+      setAudioParameterType(kSystemAudio, "", kSystemAudioName);
+      reboot();
+      break;
+    case AudioDriverInstallNotReady:
+      selectPreviousItem();
+      break;
+    default:
+      break;
+  }
+}
+
+void PreferencesWindowController::selectPreviousItem() {
+  if (_audioSourceType != kSystemAudio) {
+    select();
+    return;
+  }
+  setAudioParameterType(kNoSound, "", kNoSoundName);
+  if (const auto menu = _audioSource.lock()) menu->selectItem(_indexNoSound);
+}
+
+OSStatus PreferencesWindowController::reboot() {
+  platform::AppleEvents& events = host().appleEvents;
+  const platform::ProcessSerialNumber system{0, platform::kSystemProcess};
+  AEDesc target;
+  OSStatus status =
+      events.AECreateDesc(platform::typeProcessSerialNumber, &system, sizeof system, &target);
+  if (status != noErr) return status;
+
+  AEDesc event;
+  status = events.AECreateAppleEvent(platform::kCoreEventClass, platform::kAERestart, &target,
+                                     platform::kAutoGenerateReturnID, platform::kAnyTransactionID,
+                                     &event);
+  events.AEDisposeDesc(&target);
+  if (status != noErr) return status;
+
+  AEDesc reply;
+  status = events.AESend(&event, &reply, platform::kAENoReply, platform::kAENormalPriority,
+                         platform::kAEDefaultTimeout);
+  events.AEDisposeDesc(&event);
+  if (status == noErr) events.AEDisposeDesc(&reply);
+  return status;
+}
+
+platform::CaptureDevicePtr PreferencesWindowController::audioCaptureDevice() const {
+  platform::Capture& capture = host().capture;
+  const auto microphones = CaptureDevice::enumerateMics(host());
+  if (microphones.empty()) return nullptr;
+  switch (_audioSourceType) {
+    case kSameAsSystem:
+      return capture.defaultDeviceWithMediaType(MediaType::kAudio);
+    case kMicrophone:
+      for (const CaptureDevice& microphone : microphones) {
+        if (microphone.uniqueId() == _audioSourceID) {
+          return capture.deviceWithUniqueID(_audioSourceID);
+        }
+      }
+      return capture.defaultDeviceWithMediaType(MediaType::kAudio);
+    case kSystemAudio:
+      for (const auto& device : capture.devicesWithMediaType(MediaType::kAudio)) {
+        if (device->uniqueID() == kLoopbackDeviceUID) return device;
+      }
+      return nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace record_audio

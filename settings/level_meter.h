@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "suite/environment.h"
+
+namespace record_audio {
+
+// The live level of the chosen audio source while its window is visible. It listens only with the
+// user's permission and never while a recording runs; the device is let go the moment the window
+// is hidden. Main thread only; samples are measured on a queue of its own.
+class LevelMeter {
+ public:
+  static constexpr double kInterval_s = 1.0 / 30;
+  // How often the choice, the permission and the device are looked at again without being told.
+  static constexpr double kRefreshInterval_s = 1.0;
+  // A level that is not renewed falls by two thirds in this time.
+  static constexpr double kDecay_s = 0.3;
+
+  // `chosenDevice` gives the device to listen to, or null for none; `recording` says whether a
+  // recording runs or is being started and may be empty. The indicator is hidden while there is
+  // nothing to listen to.
+  LevelMeter(suite::Environment environment, std::weak_ptr<platform::LevelIndicator> indicator,
+             std::function<platform::CaptureDevicePtr()> chosenDevice,
+             std::function<bool()> recording);
+  ~LevelMeter();
+  LevelMeter(const LevelMeter&) = delete;
+  LevelMeter& operator=(const LevelMeter&) = delete;
+
+  void setVisible(bool visible);
+  // Looks at everything again, also at a device that could not be opened before. To be called when
+  // the choice, the devices or the permission may have changed.
+  void update();
+  [[nodiscard]] bool isListening() const { return session_ != nullptr; }
+
+ private:
+  class PeakTap;
+
+  void tick();
+  // Opens, changes or lets go of the device as things are now.
+  void refresh();
+  [[nodiscard]] platform::CaptureDevicePtr deviceToListenTo() const;
+  // False when the device cannot be listened to.
+  bool open(const platform::CaptureDevicePtr& device);
+  void close();
+  void showLevel(float level);
+
+  suite::Environment environment_;
+  std::weak_ptr<platform::LevelIndicator> indicator_;
+  std::function<platform::CaptureDevicePtr()> chosenDevice_;
+  std::function<bool()> recording_;
+
+  platform::TimerPtr timer_;  // runs exactly while the window is visible
+  platform::CaptureSessionPtr session_;
+  std::shared_ptr<PeakTap> tap_;
+  std::string deviceID_;        // of the device that session_ listens to
+  std::string failedDeviceID_;  // not to be tried again before update(); empty: none
+  std::uint64_t lastTick_ = 0;  // host-clock ticks
+  std::int64_t sinceRefresh_ms_ = 0;
+  float level_ = 0;  // as shown, 0 to 1
+};
+
+}  // namespace record_audio

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "platform/host.h"
+
+namespace record_audio {
+
+// A borderless button that looks and behaves like a hyperlink. What it opens is set by its action
+// in the interface file. Main thread only.
+class LinkButton : public platform::ButtonResponder,
+                   public std::enable_shared_from_this<LinkButton> {
+ public:
+  // Stands behind `button` from now on and keeps it weakly: it is its window's. The host must
+  // outlive the link.
+  static std::shared_ptr<LinkButton> initWithButton(
+      const platform::Host& host, const std::shared_ptr<platform::Button>& button);
+
+  // To be called once the button is in its window.
+  void awakeFromNib();
+  // Draws the title anew; to be called after the title, the font or the text colour changed. The
+  // tracking area follows from the run loop, when the layout has settled.
+  void updateState();
+  // Covers the button as it is now; later changes of its size need updateState().
+  void updateTrackingArea();
+
+  bool acceptsFirstMouse() override { return false; }
+  void cursorUpdate() override;
+
+  // Null: the default link colour.
+  [[nodiscard]] const std::optional<platform::Color>& textColor() const { return _textColor; }
+  // Shows with the next updateState().
+  void setTextColor(std::optional<platform::Color> color) { _textColor = color; }
+  // The one installed; null before the first.
+  [[nodiscard]] const platform::TrackingAreaPtr& trackingArea() const { return _trackingArea; }
+  void setTrackingArea(platform::TrackingAreaPtr area) { _trackingArea = std::move(area); }
+
+ private:
+  LinkButton(const platform::Host& host, std::weak_ptr<platform::Button> button)
+      : host_(host), button_(std::move(button)) {}
+
+  const platform::Host& host_;
+  std::weak_ptr<platform::Button> button_;
+  std::optional<platform::Color> _textColor;
+  platform::TrackingAreaPtr _trackingArea;
+};
+
+}  // namespace record_audio

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/capture_device.h"
+#include "settings/level_meter.h"
+#include "settings/link_button.h"
+#include "settings/preference_keys.h"
+#include "suite/korvel_window_controller.h"
+
+namespace record_audio {
+
+// The preferences: loads them when created, shows them in a window when asked to, and writes every
+// change back at once. The session reads its settings here. Main thread only.
+//
+// Names for the interface file: the outlets and actions added in the constructor. The first item of
+// soundFormatPopUp is m4a, the second MP3; qualityPopUp holds high, medium, low.
+class PreferencesWindowController
+    : public suite::KorvelWindowController,
+      public platform::WindowDelegate,
+      public std::enable_shared_from_this<PreferencesWindowController> {
+ public:
+  // Null when `nibName` is empty. The window is loaded when it is first needed. `onQuit` is called
+  // once for every click on Done.
+  static std::shared_ptr<PreferencesWindowController> initWithWindowNibName(
+      suite::Environment environment, const std::string& nibName,
+      std::weak_ptr<suite::ClientProviderProtocol> clientProvider, std::function<void()> onQuit);
+  ~PreferencesWindowController() override;
+
+  // 0 none, 1 default input, 2 the microphone audioSourceID(), 3 system audio; others as 0.
+  [[nodiscard]] std::int64_t audioSourceType() const { return _audioSourceType; }
+  // Empty unless the type is 2.
+  [[nodiscard]] const std::string& audioSourceID() const { return _audioSourceID; }
+  // 0 high, 1 medium, 2 low; others as 0.
+  [[nodiscard]] std::uint64_t quality() const { return _quality; }
+  // 0 m4a, 1 MP3.
+  [[nodiscard]] std::uint64_t soundFormat() const { return _soundFormat; }
+  [[nodiscard]] bool highlightMouseClicks() const { return _highlightMouseClicks; }
+  // The device to record from; null when there is none for the chosen source.
+  [[nodiscard]] platform::CaptureDevicePtr audioCaptureDevice() const;
+
+  // Derived from the quality.
+  [[nodiscard]] int fps() const;
+  [[nodiscard]] std::string sessionPreset() const;
+  [[nodiscard]] float scaleFactor() const;
+
+  // True until the window's first occlusion change.
+  [[nodiscard]] bool startup() const { return _startup; }
+  void setStartup(bool startup) { _startup = startup; }
+  // Whether the window goes without the check box; decided before the window is loaded.
+  [[nodiscard]] bool hidesHighlightMouseClicks() const { return _hidesHighlightMouseClicks; }
+  void setHidesHighlightMouseClicks(bool hides) { _hidesHighlightMouseClicks = hides; }
+  [[nodiscard]] std::weak_ptr<suite::ClientProviderProtocol> clientProvider() const {
+    return _clientProvider;
+  }
+  // Menu positions; -1 when the entry is absent.
+  [[nodiscard]] std::int64_t indexSameAsSystemSound() const { return _indexSameAsSystemSound; }
+  [[nodiscard]] std::int64_t indexSystemAudio() const { return _indexSystemAudio; }
+  [[nodiscard]] std::int64_t indexNoSound() const { return _indexNoSound; }
+  // The microphones listed in the menu.
+  [[nodiscard]] const std::vector<CaptureDevice>& audioDevices() const { return _audioDevices; }
+
+  // `recording` says whether a recording runs or is being started or waited for; while it does the
+  // window's level meter keeps its hands off the devices. Without it none ever does.
+  void setRecordingProbe(std::function<bool()> recording);
+
+  [[nodiscard]] bool hidesPreferencesButton() const override { return true; }
+  [[nodiscard]] bool hidesCloseButton() const override { return true; }
+  void windowDidBecomeKey() override;
+  void windowDidChangeOcclusionState() override;
+
+  // What the controls do. An action whose control is missing does nothing.
+  void onAudioSelect();
+  void onSoundFormatSelected(platform::View* sender);
+  void onQualitySelect();
+  void onOutputLocationChanged();
+  void onHighlightMouseClicks();
+  void onDoneClicked();
+  void onOpenPrivacySettings();
+  void onRevealOutputFolder();
+
+  void updateOutputLocationText();
+  // Rebuilds the audio-source menu from the microphones that are there.
+  void enumerateDevices();
+  // Shows the stored choice in the menu.
+  void select();
+  // Takes back the user's pick; a stored choice of system audio becomes "no sound".
+  void selectPreviousItem();
+  void setAudioParameterType(std::int64_t type, const std::string& id, const std::string& name);
+  // Modal. Stores system audio as the source when its driver is usable.
+  void installDriver();
+  // Asks the system to restart. Returns the first failing step's status, 0 on success.
+  platform::OSStatus reboot();
+
+ protected:
+  void windowDidLoad() override;
+
+ private:
+  PreferencesWindowController(suite::Environment environment, const std::string& nibName,
+                              std::weak_ptr<suite::ClientProviderProtocol> clientProvider,
+                              std::function<void()> onQuit);
+
+  void declareInterface();
+  void loadStoredSettings();
+  void observeDevices();
+  void updateAudioWarning();
+  void updateLevelMeter();
+  [[nodiscard]] std::int64_t positionOfChosenMicrophone() const;
+  [[nodiscard]] std::int64_t positionOfChoice() const;
+  void selectMicrophoneAt(std::int64_t position);
+
+  // Writes the value into the tool's slot of the mirror.
+  void mirror(const Preference& preference, const platform::Value& value);
+
+  bool _startup = true;
+  std::int64_t _audioSourceType = 1;
+  std::string _audioSourceID;
+  std::uint64_t _quality = 0;
+  std::uint64_t _soundFormat = 0;
+  bool _highlightMouseClicks = false;
+  bool _hidesHighlightMouseClicks = false;
+  std::weak_ptr<suite::ClientProviderProtocol> _clientProvider;
+  std::weak_ptr<platform::PopUpButton> _audioSource;
+  std::weak_ptr<platform::PopUpButton> _soundFormatPopUp;
+  std::weak_ptr<platform::PopUpButton> _qualityPopUp;
+  std::weak_ptr<suite::OutputLocationButton> _outputLocation;
+  std::weak_ptr<platform::CheckBox> _highlightMouseClicksButton;
+  std::weak_ptr<platform::TextField> _audioWarning;
+  std::vector<CaptureDevice> _audioDevices;
+  std::int64_t _indexSameAsSystemSound = -1;
+  std::int64_t _indexSystemAudio = -1;
+  std::int64_t _indexNoSound = -1;
+  std::function<void()> _onQuit;
+
+  std::weak_ptr<platform::LevelIndicator> audioLevel_;
+  std::weak_ptr<platform::Button> privacySettingsLink_;
+  std::weak_ptr<platform::Button> outputFolderLink_;
+  std::vector<std::shared_ptr<LinkButton>> links_;
+  std::function<bool()> recordingProbe_;
+  // Null until the window is there.
+  std::unique_ptr<LevelMeter> levelMeter_;
+};
+
+}  // namespace record_audio

@@ -7,23 +7,28 @@ namespace memory_host {
 using platform::noErr;
 using platform::OSStatus;
 
+void MemoryApplication::note(const std::string& entry) {
+  journal.push_back(entry);
+  timeline_.add(entry);
+}
+
 void MemoryApplication::setActivationPolicy(platform::ActivationPolicy newPolicy) {
   policy = newPolicy;
-  journal.push_back("setActivationPolicy " + std::to_string(static_cast<int>(newPolicy)));
+  note("setActivationPolicy " + std::to_string(static_cast<int>(newPolicy)));
 }
 
 void MemoryApplication::setApplicationIconImage(const platform::ImagePtr& image) {
   iconName = image ? image->name : "";
-  journal.push_back("setApplicationIconImage " + iconName);
+  note("setApplicationIconImage " + iconName);
 }
 
 void MemoryApplication::activateIgnoringOtherApps(bool ignoringOtherApps) {
-  journal.push_back(std::string("activateIgnoringOtherApps ") + (ignoringOtherApps ? "YES" : "NO"));
+  note(std::string("activateIgnoringOtherApps ") + (ignoringOtherApps ? "YES" : "NO"));
 }
 
 void MemoryApplication::terminate() {
   ++terminateCount;
-  journal.push_back("terminate");
+  note("terminate");
   if (ended || delegate == nullptr) return;
   if (delegate->applicationShouldTerminate() == platform::TerminateReply::kNow) {
     ended = true;
@@ -38,6 +43,7 @@ platform::ImagePtr MemoryApplication::imageNamed(const std::string& name) {
 
 int MemoryAlerts::runModal(const platform::Alert& alert) {
   shown.push_back(alert);
+  timeline_.add("alert " + alert.messageText);
   if (onShow) onShow(alert);
   if (answers.empty()) return platform::kAlertFirstButtonReturn;
   const int answer = answers.front();
@@ -47,6 +53,7 @@ int MemoryAlerts::runModal(const platform::Alert& alert) {
 
 bool MemoryWorkspace::openFile(const std::string& path) {
   opened.push_back(path);
+  timeline_.add("openFile " + path);
   return true;
 }
 
@@ -62,17 +69,20 @@ void MemoryWorkspace::activateFileViewerSelectingURLs(const std::vector<std::str
 bool MemoryWorkspace::setIcon(const platform::ImagePtr& image, const std::string& forFile,
                               unsigned options) {
   icons.push_back({image ? image->name : "", forFile, options});
+  timeline_.add("setIcon " + icons.back().image + " " + forFile);
   return setIconResult;
 }
 
 void MemoryUserNotificationCenter::deliverNotification(
     const platform::UserNotificationPtr& notification) {
+  timeline_.add("deliver " + notification->informativeText);
   delivered.push_back(notification);
   showing.push_back(notification);
 }
 
 void MemoryUserNotificationCenter::removeDeliveredNotification(
     const platform::UserNotificationPtr& notification) {
+  timeline_.add("removeDelivered " + notification->informativeText);
   std::erase(showing, notification);
 }
 

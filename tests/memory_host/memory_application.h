@@ -14,6 +14,7 @@
 #include "platform/controls.h"
 #include "platform/launch_services.h"
 #include "platform/user_notifications.h"
+#include "tests/memory_host/timeline.h"
 
 // Application, alerts, workspace, windows, notifications and authorization in memory: they record
 // what is asked of them and answer what the test says. Single-threaded.
@@ -22,7 +23,8 @@ namespace memory_host {
 
 class MemoryApplication : public platform::Application {
  public:
-  void disableRelaunchOnLogin() override { journal.push_back("disableRelaunchOnLogin"); }
+  explicit MemoryApplication(Timeline& timeline) : timeline_(timeline) {}
+  void disableRelaunchOnLogin() override { note("disableRelaunchOnLogin"); }
   void setActivationPolicy(platform::ActivationPolicy newPolicy) override;
   void setApplicationIconImage(const platform::ImagePtr& image) override;
   void activateIgnoringOtherApps(bool ignoringOtherApps) override;
@@ -37,10 +39,16 @@ class MemoryApplication : public platform::Application {
   int terminateCount = 0;
   bool ended = false;  // the delegate answered "now"
   std::vector<std::string> journal;
+
+ private:
+  void note(const std::string& entry);
+
+  Timeline& timeline_;
 };
 
 class MemoryAlerts : public platform::Alerts {
  public:
+  explicit MemoryAlerts(Timeline& timeline) : timeline_(timeline) {}
   int runModal(const platform::Alert& alert) override;
 
   std::vector<platform::Alert> shown;
@@ -48,16 +56,25 @@ class MemoryAlerts : public platform::Alerts {
   std::vector<int> answers;
   // Called while the alert is up.
   std::function<void(const platform::Alert&)> onShow;
+
+ private:
+  Timeline& timeline_;
 };
 
 class MemoryWorkspace : public platform::Workspace {
  public:
+  explicit MemoryWorkspace(Timeline& timeline) : timeline_(timeline) {}
   bool openFile(const std::string& path) override;
   bool openURL(const std::string& url) override;
   void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) override;
   bool setIcon(const platform::ImagePtr& image, const std::string& forFile,
                unsigned options) override;
+  bool openPrivacySettings() override {
+    ++privacySettingsOpened;
+    return true;
+  }
 
+  int privacySettingsOpened = 0;
   std::vector<std::string> opened;
   std::vector<std::string> openedURLs;
   std::vector<std::vector<std::string>> revealed;
@@ -70,11 +87,16 @@ class MemoryWorkspace : public platform::Workspace {
   };
   std::vector<IconChange> icons;
   bool setIconResult = true;
+
+ private:
+  Timeline& timeline_;
 };
 
 class MemoryUserNotificationCenter : public platform::UserNotificationCenter {
  public:
+  explicit MemoryUserNotificationCenter(Timeline& timeline) : timeline_(timeline) {}
   void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> target) override {
+    timeline_.add("setDelegate");
     delegate = std::move(target);
   }
   void deliverNotification(const platform::UserNotificationPtr& notification) override;
@@ -86,17 +108,9 @@ class MemoryUserNotificationCenter : public platform::UserNotificationCenter {
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate;
   std::vector<platform::UserNotificationPtr> delivered;  // all ever
   std::vector<platform::UserNotificationPtr> showing;
-};
-
-class MemoryView : public virtual platform::View {
- public:
-  void setHidden(bool hidden) override { hidden_ = hidden; }
-  [[nodiscard]] bool isHidden() const override { return hidden_; }
-  void removeFromSuperview() override { removed = true; }
-  bool removed = false;
 
  private:
-  bool hidden_ = false;
+  Timeline& timeline_;
 };
 
 class MemoryCursor : public platform::Cursor {
@@ -120,6 +134,10 @@ class MemoryWindow : public platform::Window {
   void setDelegate(std::weak_ptr<platform::WindowDelegate> target) override {
     delegate = std::move(target);
   }
+  void setTitleBarButtons(bool preferences, bool close) override {
+    hasPreferencesButton = preferences;
+    hasCloseButton = close;
+  }
   [[nodiscard]] bool isVisible() const override { return visible; }
   void makeKeyAndOrderFront() override;
   void orderFront() override;
@@ -129,6 +147,8 @@ class MemoryWindow : public platform::Window {
 
   std::weak_ptr<platform::WindowDelegate> delegate;
   bool visible = false;
+  bool hasPreferencesButton = true;
+  bool hasCloseButton = true;
   std::vector<std::string> journal;
 
  private:

@@ -96,6 +96,11 @@ class MemoryFileHandle : public platform::FileHandle {
 
 }  // namespace
 
+void MemoryFileManager::note(const std::string& entry) {
+  journal.push_back(entry);
+  if (timeline_ != nullptr) timeline_->add(entry);
+}
+
 bool MemoryFileManager::fileExists(const std::string& path) const {
   return files.contains(path);
 }
@@ -116,7 +121,7 @@ std::unique_ptr<platform::FileHandle> MemoryFileManager::fileHandleForUpdating(
 }
 
 std::string MemoryFileManager::moveItem(const std::string& from, const std::string& to) {
-  journal.push_back("move " + from + " -> " + to);
+  note("move " + from + " -> " + to);
   if (!failMove.empty()) return failMove;
   if (!files.contains(from)) return "No such file";
   if (files.contains(to)) return "File exists";
@@ -126,7 +131,7 @@ std::string MemoryFileManager::moveItem(const std::string& from, const std::stri
 }
 
 std::string MemoryFileManager::removeItem(const std::string& path) {
-  journal.push_back("remove " + path);
+  note("remove " + path);
   if (!failRemove.empty()) return failRemove;
   return files.erase(path) == 1 ? "" : "No such file";
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/foundation.h"
+#include "tests/memory_host/timeline.h"
 
 // Settings, files, bundles and process information in memory, each failable. Single-threaded.
 
@@ -40,6 +41,9 @@ class MemoryFileManager : public platform::FileManager {
     bool open = false;
   };
 
+  // Moves and removals also go into `timeline`, if there is one.
+  explicit MemoryFileManager(Timeline* timeline = nullptr) : timeline_(timeline) {}
+
   [[nodiscard]] bool fileExists(const std::string& path) const override;
   bool createFile(const std::string& path) override;
   [[nodiscard]] std::unique_ptr<platform::FileHandle> fileHandleForUpdating(
@@ -60,6 +64,11 @@ class MemoryFileManager : public platform::FileManager {
 
   [[nodiscard]] std::string contents(const std::string& path) const;
   void addFile(const std::string& path, std::string contents = "");
+
+ private:
+  void note(const std::string& entry);
+
+  Timeline* timeline_;
 };
 
 class MemoryBundle : public platform::Bundle {

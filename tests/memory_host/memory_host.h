@@ -8,6 +8,7 @@
 #include "tests/memory_host/memory_foundation.h"
 #include "tests/memory_host/memory_run_loop.h"
 #include "tests/memory_host/memory_suite.h"
+#include "tests/memory_host/timeline.h"
 
 namespace memory_host {
 
@@ -15,18 +16,19 @@ namespace memory_host {
 // gets `environment`.
 class MemoryHost {
  public:
+  Timeline timeline;
   MemoryClock clock;
   MemoryDispatch dispatch;
   MemoryRunLoop runLoop{clock, dispatch};
-  MemoryApplication application;
-  MemoryAlerts alerts;
-  MemoryWorkspace workspace;
+  MemoryApplication application{timeline};
+  MemoryAlerts alerts{timeline};
+  MemoryWorkspace workspace{timeline};
   MemoryInterfaceLoader interfaceLoader;
   MemoryCursor cursor;
   MemorySystemColors systemColors;
-  MemoryUserNotificationCenter userNotificationCenter;
+  MemoryUserNotificationCenter userNotificationCenter{timeline};
   MemoryUserDefaults userDefaults;
-  MemoryFileManager fileManager;
+  MemoryFileManager fileManager{&timeline};
   MemoryBundle mainBundle;
   MemoryBundleLoader bundleLoader;
   MemoryProcessInfo processInfo;
@@ -39,7 +41,7 @@ class MemoryHost {
   MemoryAuthorization authorization;
   MemoryLaunchServices launchServices;
   MemoryAppleEvents appleEvents;
-  MemorySuite suite;
+  MemorySuite suite{timeline};
 
   platform::Host host{application,
                       alerts,

@@ -1,6 +1,7 @@
 #include "tests/memory_host/memory_run_loop.h"
 
 #include <cmath>
+#include <utility>
 
 namespace memory_host {
 namespace {
@@ -117,6 +118,13 @@ void MemoryRunLoop::advance(double seconds) {
   while (runQueues() || fireOneDueBefore(end_ns)) {
   }
   clock_.now_ns = end_ns;
+}
+
+void MemoryRunLoop::clear() {
+  const auto timers = std::exchange(timers_, {});
+  for (const auto& [due, timer] : timers) timer->invalidate();
+  dispatch_.main->items.clear();
+  for (const auto& queue : dispatch_.serialQueues) queue->items.clear();
 }
 
 std::size_t MemoryRunLoop::timerCount() const {

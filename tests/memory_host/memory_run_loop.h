@@ -75,6 +75,8 @@ class MemoryRunLoop : public platform::RunLoop {
   [[nodiscard]] std::size_t timerCount() const;
   // The interval of every timer that is scheduled, earliest due first.
   [[nodiscard]] std::vector<double> scheduledIntervals_s() const;
+  // Lets go of every timer and queued item, as the end of the process does.
+  void clear();
 
  private:
   class MemoryTimer;

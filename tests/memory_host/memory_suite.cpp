@@ -27,28 +27,34 @@ std::string formatted(const std::string& format, const std::vector<suite::LogArg
 
 }  // namespace
 
+void MemoryClientProvider::note(const std::string& entry) {
+  journal_.push_back(entry);
+  timeline_.add(entry);
+}
+
 void MemoryClientProvider::setToolStatus(int newStatus) {
   status = newStatus;
-  journal_.push_back("status " + std::to_string(newStatus));
+  note("status " + std::to_string(newStatus));
 }
 
 void MemoryClientProvider::setToolIcon(const platform::ImagePtr& icon) {
   toolIcon = nameOf(icon);
-  journal_.push_back("toolIcon " + toolIcon);
+  note("toolIcon " + toolIcon);
 }
 
 void MemoryClientProvider::setMenuIcon(const platform::ImagePtr& icon) {
   menuIcon = nameOf(icon);
-  journal_.push_back("menuIcon " + menuIcon);
+  note("menuIcon " + menuIcon);
 }
 
 void MemoryClientProvider::setMenuText(const std::string& text) {
   menuText = text;
-  journal_.push_back("menuText " + text);
+  note("menuText " + text);
 }
 
 std::shared_ptr<suite::ToolDataClientProvider> MemorySuite::createToolDataClientProvider() {
-  providers.push_back(std::make_shared<MemoryClientProvider>(journal));
+  timeline_.add("createToolDataClientProvider");
+  providers.push_back(std::make_shared<MemoryClientProvider>(journal, timeline_));
   return providers.back();
 }
 
@@ -57,6 +63,7 @@ void MemorySuite::log(const std::string& event,
                       const std::optional<platform::Dictionary>& withDetails) {
   events.push_back({event, withPrefs, withDetails});
   journal.push_back("event " + event);
+  timeline_.add("event " + event);
 }
 
 void MemorySuite::VKLogVariadic(const std::string& format,

@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "suite/suite.h"
+#include "tests/memory_host/timeline.h"
 
 namespace memory_host {
 
 class MemoryClientProvider : public suite::ToolDataClientProvider {
  public:
-  explicit MemoryClientProvider(std::vector<std::string>& journal) : journal_(journal) {}
+  MemoryClientProvider(std::vector<std::string>& journal, Timeline& timeline)
+      : journal_(journal), timeline_(timeline) {}
   void setToolStatus(int newStatus) override;
   void setToolIcon(const platform::ImagePtr& icon) override;
   void setMenuIcon(const platform::ImagePtr& icon) override;
@@ -23,7 +25,10 @@ class MemoryClientProvider : public suite::ToolDataClientProvider {
   std::string menuText = "unset";
 
  private:
+  void note(const std::string& entry);
+
   std::vector<std::string>& journal_;
+  Timeline& timeline_;
 };
 
 // The whole suite: records what the tool tells it.
@@ -38,11 +43,15 @@ class MemorySuite : public suite::KorvelCommon,
     std::optional<platform::Dictionary> details;
   };
 
+  explicit MemorySuite(Timeline& timeline) : timeline_(timeline) {}
   std::shared_ptr<suite::ToolDataClientProvider> createToolDataClientProvider() override;
   suite::CEP& CEP() override { return *this; }
   void log(const std::string& event, const std::optional<platform::Dictionary>& withPrefs,
            const std::optional<platform::Dictionary>& withDetails) override;
-  std::optional<std::string> locationForCurrentTool() override { return location; }
+  std::optional<std::string> locationForCurrentTool() override {
+    timeline_.add("locationForCurrentTool");
+    return location;
+  }
   void VKLogVariadic(const std::string& format,
                      const std::vector<suite::LogArgument>& arguments) override;
   [[nodiscard]] bool VKIsExtendedLoggingOn() const override { return extendedLogging; }
@@ -58,6 +67,9 @@ class MemorySuite : public suite::KorvelCommon,
   std::vector<std::shared_ptr<MemoryClientProvider>> providers;
   // "status 1", "toolIcon KorvelIconOn", "menuIcon MenuIcon", "menuText 00:00", "event Start".
   std::vector<std::string> journal;
+
+ private:
+  Timeline& timeline_;
 };
 
 }  // namespace memory_host

@@ -5,11 +5,12 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "capture/mp3_encoder.h"
 #include "suite/environment.h"
-
-struct lame_global_struct;
 
 namespace record_audio {
 
@@ -17,8 +18,9 @@ namespace record_audio {
 // LAME from the framework's samples. The file grows under a temporary name and is moved into the
 // output folder, under its final name, at the stop.
 //
-// Main thread, except captureOutput() and the encoder's work items (see below). Owned by shared
-// pointer because the queues' work items keep the recorder alive.
+// Main thread, except captureOutput(). Owned by shared pointer; when the data-output queue happens
+// to hold the last reference, the recorder is destroyed on the main queue. The encode queue's work
+// items own the encoder instead of the recorder.
 class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                       public platform::CaptureAudioDataOutputSampleBufferDelegate,
                       public std::enable_shared_from_this<AudioRecorder> {
@@ -81,29 +83,60 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
  private:
   AudioRecorder(suite::Environment environment, std::string desktopPath);
 
+  // What the encoder must know of the recording device.
+  struct InputFormat {
+    int channels;
+    int sampleRate_hz;
+  };
+
+  void registerForNotifications();
+  // Adds input and output and starts the session; logs when it cannot be.
+  void prepareSession(const platform::CaptureDevicePtr& device);
+  platform::CaptureOutputPtr createOutput();
+
   void captureSessionStartedNotification(const platform::Notification& notification);
+  // False when the output cannot record to a file; logged.
+  bool startFileOutput(const platform::CaptureOutputPtr& output, const std::string& fileURL);
   void onRecordError(const platform::Notification& notification);
   void internalOnError();
 
-  // The encoder, ready for the file at m_filePath; false when the device cannot be read.
+  // The encoder, ready for the file at m_filePath; false when the file cannot be opened (logged) or
+  // the device cannot be read.
   bool initLame();
+  // Null when the file at m_filePath cannot be opened.
+  std::shared_ptr<platform::FileHandle> createOutputFile();
+  [[nodiscard]] std::optional<InputFormat> recordingDeviceFormat() const;
+  // How the encoder reports a failed write of this recording.
+  Mp3Encoder::WriteError writeErrorHandler();
+  // Ends the recording through the session's runtime error, unless it has ended already.
+  void onWriteError(std::uint64_t recording, const std::string& error);
   void deinitLame();
+  // Queues the encoder's last work item.
+  void finishEncoder();
+
+  // Null when the buffer cannot be converted; logged.
+  std::shared_ptr<std::uint32_t[]> convertedSamples(const platform::SampleBuffer& buffer,
+                                                    std::size_t count) const;
+  std::shared_ptr<platform::BlockBuffer> retainedBlockBuffer(
+      const platform::SampleBuffer& buffer) const;
+
+  void log(const std::string& format, const std::vector<suite::LogArgument>& arguments = {}) const;
 
   suite::Environment environment_;
   std::shared_ptr<platform::CaptureOutput> m_audioOutput;
   platform::CaptureSessionPtr m_captureSession;
   std::string m_filePath;
-  // Written on the main thread, read on the queues; each alone decides whether a block is taken,
-  // so relaxed order is enough: the queues themselves order everything else.
+  // Written on the main thread, read on the data-output queue; it alone decides whether a block is
+  // taken, so relaxed order is enough: the queues order everything else.
   std::atomic<bool> m_bRecording{false};
   platform::Date m_startTime{};
   std::uint64_t quality = 0;
   std::uint64_t soundFormat = 0;
-  lame_global_struct* lame = nullptr;
-  std::shared_ptr<platform::FileHandle> handle;
-  std::atomic<bool> stopped{false};
   std::map<std::uint64_t, QualityEntry> qualityDict;
   std::shared_ptr<platform::DispatchQueue> encodeQueue;
+  // `lame`, `handle` and `stopped` of the MP3 recordings.
+  std::shared_ptr<Mp3Encoder> encoder_ = std::make_shared<Mp3Encoder>();
+  std::uint64_t recordingNumber_ = 0;  // of the temporary file last named
   std::function<void()> _onRecordSuccessStarted;
   std::function<void()> _onRecordError;
   std::function<void()> _onMuted;

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "platform/foundation.h"
+
+struct lame_global_struct;
+
+namespace record_audio {
+
+// LAME's state; the last owner closes it.
+using LameHandle = std::shared_ptr<lame_global_struct>;
+
+// What an MP3 is encoded with.
+struct Mp3Parameters {
+  int channels;       // of the input; LAME takes 1 and 2 and otherwise keeps to 2
+  int sampleRate_hz;  // of the input
+  int bitrate;        // kbit/s; 0 means 320
+  int quality;        // LAME's algorithm quality, 0 best to 9 fastest; 0 means 2
+};
+
+// Null when memory runs out.
+LameHandle createLame(const Mp3Parameters& parameters);
+
+// The encoder and the file of the MP3 recordings of one recorder. Everything but `stopped` belongs
+// to the encode queue, whose work items own it together with the recorder.
+class Mp3Encoder {
+ public:
+  // Called on the encode queue at the first failed write of a recording, with an error text.
+  using WriteError = std::function<void(const std::string& error)>;
+
+  // The most samples of one work item: the size of its output must fit LAME's int.
+  static constexpr std::int64_t kMaxSamples = 1'000'000'000;
+
+  // Takes over for a new recording. `newLame` is null when the recording could not be set up; its
+  // file then stays open until the next one.
+  void begin(LameHandle newLame, std::shared_ptr<platform::FileHandle> newHandle,
+             WriteError onWriteError);
+  // Encodes the words, floats or integers, as both channels and appends the result to the file.
+  // Does nothing once `stopped` is set or a write has failed. At most kMaxSamples.
+  void encode(std::span<const std::uint32_t> samples, bool areFloat);
+  // Writes what the encoder still holds and closes the file and the encoder. Idempotent.
+  void finish();
+
+  // Set by the recorder at a stop, cleared at a start. It alone decides whether samples are taken,
+  // and what they need is ordered by the queues, so relaxed order is enough.
+  std::atomic<bool> stopped{false};
+
+ private:
+  void write(std::span<const std::byte> data);
+
+  LameHandle lame;
+  std::shared_ptr<platform::FileHandle> handle;
+  WriteError onWriteError_;
+  bool writeFailed_ = false;
+  // A work item of this recording was dropped; encoding a later one would leave a gap.
+  bool dropped_ = false;
+};
+
+}  // namespace record_audio

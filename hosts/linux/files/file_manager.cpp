@@ -1,0 +1,87 @@
+#include "hosts/linux/files/file_manager.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "hosts/linux/base/log.h"
+#include "hosts/linux/base/small_files.h"
+
+namespace linux_host {
+namespace {
+
+constexpr mode_t kNewFileMode = 0666;
+
+class LinuxFileHandle : public platform::FileHandle {
+ public:
+  explicit LinuxFileHandle(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
+
+  std::uint64_t seekToEndOfFile() override {
+    position_bytes_ = file_->size_bytes();
+    return position_bytes_;
+  }
+
+  std::string writeData(std::span<const std::byte> data) override {
+    std::string error = file_->pwriteAt(position_bytes_, data);
+    if (error.empty()) position_bytes_ += data.size();
+    return error;
+  }
+
+  void closeFile() override {
+    const std::string error = file_->close();
+    if (!error.empty()) logMessage(LogLevel::kError, error);
+  }
+
+ private:
+  const std::shared_ptr<OpenFile> file_;
+  std::uint64_t position_bytes_ = 0;
+};
+
+}  // namespace
+
+bool LinuxFileManager::fileExists(const std::string& path) const {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+bool LinuxFileManager::createFile(const std::string& path) {
+  const int fd =
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, kNewFileMode);
+  if (fd < 0) {
+    logMessage(LogLevel::kError, errorText("make the file", path, errno));
+    return false;
+  }
+  close(fd);
+  return true;
+}
+
+std::unique_ptr<platform::FileHandle> LinuxFileManager::fileHandleForUpdating(
+    const std::string& path) {
+  std::string error;
+  auto file = openFiles_.open(path, OpenFiles::Mode::kExisting, &error);
+  if (file == nullptr) {
+    logMessage(LogLevel::kError, error);
+    return nullptr;
+  }
+  return std::make_unique<LinuxFileHandle>(std::move(file));
+}
+
+std::string LinuxFileManager::moveItem(const std::string& from, const std::string& to) {
+  return openFiles_.move(from, to);
+}
+
+std::string LinuxFileManager::removeItem(const std::string& path) {
+  return unlink(path.c_str()) == 0 ? std::string() : errorText("remove", path, errno);
+}
+
+std::string LinuxFileManager::temporaryDirectory() const {
+  const char* chosen = std::getenv("TMPDIR");
+  std::string folder = chosen != nullptr && *chosen == '/' ? chosen : "/var/tmp";
+  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+  return folder;
+}
+
+}  // namespace linux_host

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "hosts/linux/files/open_file.h"
+#include "platform/foundation.h"
+
+namespace linux_host {
+
+// Files of the real machine. Recordings and all else that is written while it may move go through
+// openFiles().
+class LinuxFileManager : public platform::FileManager {
+ public:
+  [[nodiscard]] bool fileExists(const std::string& path) const override;
+  bool createFile(const std::string& path) override;
+  [[nodiscard]] std::unique_ptr<platform::FileHandle> fileHandleForUpdating(
+      const std::string& path) override;
+  [[nodiscard]] std::string moveItem(const std::string& from, const std::string& to) override;
+  std::string removeItem(const std::string& path) override;
+  // $TMPDIR if it is an absolute path, else /var/tmp.
+  [[nodiscard]] std::string temporaryDirectory() const override;
+
+  [[nodiscard]] OpenFiles& openFiles() { return openFiles_; }
+
+ private:
+  OpenFiles openFiles_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,186 @@
+#include "hosts/linux/files/open_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "hosts/linux/base/log.h"
+#include "hosts/linux/base/small_files.h"
+#include "hosts/linux/files/file_transfer.h"
+
+namespace linux_host {
+namespace {
+
+// What the umask leaves of it.
+constexpr mode_t kNewFileMode = 0666;
+
+std::string normal(const std::string& path) {
+  return std::filesystem::path(path).lexically_normal().string();
+}
+
+int openFlags(OpenFiles::Mode mode) {
+  switch (mode) {
+    case OpenFiles::Mode::kCreate:
+      return O_CREAT;
+    case OpenFiles::Mode::kCreateNew:
+      return O_CREAT | O_EXCL;
+    case OpenFiles::Mode::kExisting:
+      break;
+  }
+  return 0;
+}
+
+}  // namespace
+
+OpenFile::OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner)
+    : owner_(owner), fd_(fd), path_(std::move(path)), size_bytes_(size_bytes) {}
+
+OpenFile::~OpenFile() {
+  owner_.forget(this);
+  const std::string error = close();
+  if (!error.empty()) logMessage(LogLevel::kError, error);
+}
+
+std::string OpenFile::append(std::span<const std::byte> data) {
+  const std::lock_guard lock(mutex_);
+  return failure(writeAt(size_bytes_, data));
+}
+
+std::string OpenFile::pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
+  const std::lock_guard lock(mutex_);
+  return failure(writeAt(offset_bytes, data));
+}
+
+std::uint64_t OpenFile::size_bytes() const {
+  const std::lock_guard lock(mutex_);
+  return size_bytes_;
+}
+
+std::string OpenFile::truncate(std::uint64_t size_bytes) {
+  const std::lock_guard lock(mutex_);
+  if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
+  size_bytes_ = size_bytes;
+  writtenBack_bytes_ = std::min(writtenBack_bytes_, size_bytes);
+  return {};
+}
+
+void OpenFile::startWriteBack() {
+  const std::lock_guard lock(mutex_);
+  if (fd_ < 0 || writtenBack_bytes_ >= size_bytes_) return;
+  // A file system that cannot do this flushes in its own time.
+  sync_file_range(fd_, static_cast<off_t>(writtenBack_bytes_),
+                  static_cast<off_t>(size_bytes_ - writtenBack_bytes_), SYNC_FILE_RANGE_WRITE);
+  writtenBack_bytes_ = size_bytes_;
+}
+
+std::string OpenFile::close() {
+  const std::lock_guard lock(mutex_);
+  if (fd_ < 0) return {};
+  // The descriptor is gone whatever close() says; what it says is a late error of a write.
+  const int error = ::close(fd_) == 0 || errno == EINTR ? 0 : errno;
+  fd_ = -1;
+  return failure(error);
+}
+
+std::string OpenFile::path() const {
+  const std::lock_guard lock(mutex_);
+  return path_;
+}
+
+bool OpenFile::isOpenAt(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  return fd_ >= 0 && path_ == path;
+}
+
+int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
+  if (fd_ < 0) return EBADF;
+  while (!data.empty()) {
+    const ssize_t count = pwrite(fd_, data.data(), data.size(), static_cast<off_t>(offset_bytes));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    data = data.subspan(static_cast<std::size_t>(count));
+    offset_bytes += static_cast<std::uint64_t>(count);
+    size_bytes_ = std::max(size_bytes_, offset_bytes);
+  }
+  return 0;
+}
+
+std::string OpenFile::failure(int error) const {
+  return error == 0 ? std::string() : errorText("write", path_, error);
+}
+
+std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | openFlags(mode), kNewFileMode);
+  struct stat status {};
+  if (fd < 0 || fstat(fd, &status) != 0) {
+    *error = errorText("open", path, errno);
+    if (fd >= 0) ::close(fd);
+    return nullptr;
+  }
+  std::shared_ptr<OpenFile> file(
+      new OpenFile(fd, normal(path), static_cast<std::uint64_t>(status.st_size), *this));
+  const std::lock_guard lock(mutex_);
+  files_.emplace(file.get(), file);
+  return file;
+}
+
+void OpenFiles::forget(OpenFile* file) {
+  const std::lock_guard lock(mutex_);
+  files_.erase(file);
+}
+
+std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
+  std::vector<std::shared_ptr<OpenFile>> alive;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [raw, weak] : files_) {
+      if (auto file = weak.lock()) alive.push_back(std::move(file));
+    }
+  }
+  // Asked without the registry's lock: a file that is being copied answers late. Those not meant
+  // are released here, and their destructors take the registry's lock.
+  for (const auto& file : alive) {
+    if (file->isOpenAt(path)) return file;
+  }
+  return nullptr;
+}
+
+std::string OpenFiles::move(const std::string& from, const std::string& to) {
+  const auto file = find(normal(from));
+  if (file == nullptr) return moveLocked(nullptr, from, to);
+  const std::lock_guard lock(file->mutex_);
+  return moveLocked(file.get(), from, to);
+}
+
+std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const std::string& to) {
+  const int renamed = renameWithoutReplacing(from, to);
+  if (renamed == 0) {
+    if (file != nullptr) file->path_ = normal(to);
+    return {};
+  }
+  if (renamed != EXDEV) return errorText("move " + from + " to", to, renamed);
+
+  const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+  if (source < 0) return errorText("read", from, errno);
+  int copy = -1;
+  const int copied = copyWithoutReplacing(source, to, &copy);
+  ::close(source);
+  if (copied != 0) return errorText("move " + from + " to", to, copied);
+
+  if (file != nullptr && file->fd_ >= 0) {
+    std::swap(file->fd_, copy);
+    file->path_ = normal(to);
+    file->writtenBack_bytes_ = file->size_bytes_;
+  }
+  ::close(copy);
+  if (unlink(from.c_str()) != 0) {
+    logMessage(LogLevel::kWarning, errorText("remove", from, errno) + " It was copied to " + to);
+  }
+  return {};
+}
+
+}  // namespace linux_host

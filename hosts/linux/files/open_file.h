@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace linux_host {
+
+class OpenFiles;
+
+// A file that is being written. It may move to another folder or file system meanwhile: what is
+// written afterwards ends up under the new name. Any thread, except audio callbacks: calls take a
+// lock and write; during a move to another disk they wait until the copy is complete.
+//
+// Error texts name the file as it is called at that moment; empty means success.
+class OpenFile {
+ public:
+  ~OpenFile();
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  // Adds all of `data` behind the last byte. After an error a leading part may have been added,
+  // which size_bytes() shows.
+  [[nodiscard]] std::string append(std::span<const std::byte> data);
+  // Writes all of `data` at the offset, over what is there.
+  [[nodiscard]] std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
+  [[nodiscard]] std::uint64_t size_bytes() const;
+  // Drops everything from `size_bytes` on.
+  [[nodiscard]] std::string truncate(std::uint64_t size_bytes);
+  // Asks the system to begin writing what was appended to the disk and does not wait for it.
+  void startWriteBack();
+  // Later calls fail. Idempotent; the destructor closes too.
+  std::string close();
+
+  [[nodiscard]] std::string path() const;
+
+ private:
+  friend class OpenFiles;
+  OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner);
+
+  [[nodiscard]] bool isOpenAt(const std::string& path) const;
+  // Both with mutex_ held. Returns errno.
+  int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
+  [[nodiscard]] std::string failure(int error) const;
+
+  OpenFiles& owner_;
+  mutable std::mutex mutex_;
+  int fd_;                               // guarded by mutex_; -1 when closed
+  std::string path_;                     // guarded by mutex_
+  std::uint64_t size_bytes_;             // guarded by mutex_
+  std::uint64_t writtenBack_bytes_ = 0;  // guarded by mutex_
+};
+
+// The files that this process writes, by path, and the one way to move them. Any thread. Outlives
+// every file it opened.
+class OpenFiles {
+ public:
+  enum class Mode {
+    kExisting,   // must exist
+    kCreate,     // made if missing, with the mode that the umask leaves
+    kCreateNew,  // must not exist
+  };
+
+  // Null with *error set when the file cannot be opened for reading and writing. A file that may
+  // move must be open only once at a time.
+  [[nodiscard]] std::shared_ptr<OpenFile> open(const std::string& path, Mode mode,
+                                               std::string* error);
+
+  // Moves a file, also while it is written through an OpenFile of this registry. On one file
+  // system that is a rename. To another one the bytes are copied under a hidden name into the
+  // target's folder, flushed, given their name, and the writers continue in the copy. Never
+  // replaces a file. Returns an error text, empty on success; after an error the file is whole at
+  // `from`, still being written, and nothing is left at the target.
+  [[nodiscard]] std::string move(const std::string& from, const std::string& to);
+
+ private:
+  friend class OpenFile;
+  void forget(OpenFile* file);
+  std::shared_ptr<OpenFile> find(const std::string& path);
+  // With the file's lock held if it is not null.
+  std::string moveLocked(OpenFile* file, const std::string& from, const std::string& to);
+
+  // Before an OpenFile's own lock, never after it.
+  std::mutex mutex_;
+  std::unordered_map<OpenFile*, std::weak_ptr<OpenFile>> files_;  // guarded by mutex_
+};
+
+}  // namespace linux_host

@@ -1,0 +1,142 @@
+#include "hosts/linux/settings_store/suite_storage.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+
+#include "hosts/linux/base/log.h"
+#include "hosts/linux/base/small_files.h"
+
+namespace linux_host {
+namespace {
+
+constexpr mode_t kPrivateFile = 0600;
+constexpr mode_t kPrivateFolder = 0700;
+// What the umask leaves of it.
+constexpr mode_t kFolderForRecordings = 0777;
+
+Json objectOrNull(const std::optional<platform::Dictionary>& dictionary) {
+  return dictionary ? jsonOf(platform::Value(*dictionary)) : Json();
+}
+
+std::string eventLine(const suite::UsageEvent& event) {
+  Json json = Json::object();
+  json["time"] = event.time;
+  json["tool"] = event.tool;
+  json["event"] = event.event;
+  json["prefs"] = objectOrNull(event.prefs);
+  json["details"] = objectOrNull(event.details);
+  return jsonLine(json) + "\n";
+}
+
+// A line that a full disk or a crash cut short must not swallow the next one.
+bool endsWithinLine(int fd) {
+  struct stat status {};
+  char last = '\n';
+  return fstat(fd, &status) == 0 && status.st_size > 0 &&
+         pread(fd, &last, 1, status.st_size - 1) == 1 && last != '\n';
+}
+
+// One write, so that the lines of several programs do not mix. 0 or errno.
+int appendLine(const std::string& path, std::string line) {
+  const int fd = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFile);
+  if (fd < 0) return errno;
+  if (endsWithinLine(fd)) line.insert(0, "\n");
+  ssize_t written = 0;
+  do {
+    written = write(fd, line.data(), line.size());
+  } while (written < 0 && errno == EINTR);
+  const int error = written < 0 ? errno : written < std::ssize(line) ? ENOSPC : 0;
+  close(fd);
+  return error;
+}
+
+bool saysYes(const char* value) {
+  return value != nullptr && std::string_view(value) == "1";
+}
+
+std::string withoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+}  // namespace
+
+SuiteStorage::SuiteStorage(XdgFolders folders)
+    : folders_(std::move(folders)),
+      locations_(folders_.config + "/com.vantrel.korvel/locations.json"),
+      events_(folders_.state + "/com.vantrel.korvel/events.jsonl"),
+      extendedLogging_(saysYes(std::getenv("KORVEL_EXTENDED_LOGGING"))) {}
+
+void SuiteStorage::appendEvent(const suite::UsageEvent& event) {
+  const std::string folder = std::filesystem::path(events_).parent_path().string();
+  std::string error = makeFolders(folder, kPrivateFolder);
+  if (error.empty()) {
+    if (const int reason = appendLine(events_, eventLine(event))) {
+      error = errorText("write", events_, reason);
+    }
+  }
+  if (!error.empty()) {
+    logMessage(LogLevel::kWarning, "The event " + event.event + " is not logged. " + error);
+  }
+}
+
+std::string SuiteStorage::chosenFolder(const std::string& tool) const {
+  std::string error;
+  const auto locations = locations_.peek(&error);
+  if (!locations) {
+    logMessage(LogLevel::kWarning, error + " The folder for music is used instead: " +
+                                       folders_.music + ". Mend the file or choose a folder anew.");
+    return {};
+  }
+  const auto entry = locations->find(tool);
+  if (entry == locations->end()) return {};
+  const auto* folder = entry->get_ptr<const std::string*>();
+  if (folder != nullptr && folder->starts_with('/')) return withoutTrailingSlash(*folder);
+  logMessage(LogLevel::kWarning,
+             "The output folder in " + locations_.path() +
+                 " is no absolute path; the folder for music is used instead: " + folders_.music +
+                 ". Choose a folder anew.");
+  return {};
+}
+
+std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
+  std::string folder = chosenFolder(tool);
+  if (folder.empty()) folder = folders_.music;
+  std::string error = makeFolders(folder, kFolderForRecordings);
+  if (error.empty()) error = whyNotWritable(folder);
+  if (error.empty()) return folder;
+  logMessage(LogLevel::kError, "There is no folder for recordings. " + error);
+  return std::nullopt;
+}
+
+std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::string& folder) {
+  if (!folder.starts_with('/')) return "Cannot use " + folder + ": it is no absolute path.";
+  const std::string plain = withoutTrailingSlash(folder);
+  if (std::string error = whyNotWritable(plain); !error.empty()) return error;
+  auto locations = locations_.read();
+  if (!locations) return "Cannot change " + locations_.path() + ". Mend or remove that file.";
+  (*locations)[tool] = plain;
+  return locations_.write(*locations);
+}
+
+void SuiteStorage::writeLog(std::string_view line) {
+  logMessage(LogLevel::kInfo, line);
+}
+
+std::string whyNotWritable(const std::string& folder) {
+  struct stat status {};
+  if (stat(folder.c_str(), &status) != 0) return errorText("use", folder, errno);
+  if (!S_ISDIR(status.st_mode)) return errorText("use", folder, ENOTDIR);
+  // By the effective user: it is he who will write.
+  if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    return errorText("write into", folder, errno);
+  }
+  return {};
+}
+
+}  // namespace linux_host

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+#include "hosts/linux/settings_store/json_file.h"
+#include "hosts/linux/settings_store/xdg_folders.h"
+#include "suite/storage.h"
+
+namespace linux_host {
+
+// The suite's files of the user: <config>/com.vantrel.korvel/locations.json and
+// <state>/com.vantrel.korvel/events.jsonl. Main thread, except writeLog().
+class SuiteStorage : public suite::Storage {
+ public:
+  explicit SuiteStorage(XdgFolders folders);
+
+  void appendEvent(const suite::UsageEvent& event) override;
+  std::optional<std::string> outputFolder(const std::string& tool) override;
+  std::string setOutputFolder(const std::string& tool, const std::string& folder) override;
+  void writeLog(std::string_view line) override;
+  [[nodiscard]] bool isExtendedLoggingOn() const override { return extendedLogging_; }
+
+ private:
+  [[nodiscard]] std::string chosenFolder(const std::string& tool) const;
+
+  const XdgFolders folders_;
+  JsonFile locations_;
+  const std::string events_;
+  const bool extendedLogging_;
+};
+
+// Empty when files can be made in `folder`, else what is wrong and what to do.
+std::string whyNotWritable(const std::string& folder);
+
+}  // namespace linux_host

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+namespace linux_host {
+
+// The user's folders by the environment, absolute, without a trailing slash. Relative values count
+// as absent, as the base-directory rules say.
+struct XdgFolders {
+  std::string config;  // $XDG_CONFIG_HOME, else ~/.config
+  std::string state;   // $XDG_STATE_HOME, else ~/.local/state
+  std::string music;   // by user-dirs.dirs or $XDG_MUSIC_DIR, else ~/Music
+
+  static XdgFolders fromEnvironment();
+};
+
+}  // namespace linux_host

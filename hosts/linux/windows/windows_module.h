@@ -15,6 +15,14 @@
 
 namespace linux_host {
 
+// The desktop's wishes for all windows.
+struct Appearance {
+  bool dark = false;
+  bool highContrast = false;
+  // The desktop offers its own file chooser to programs (the portal).
+  bool portal = false;
+};
+
 // What the module needs of the program. Outlives the module.
 class WindowsServices {
  public:
@@ -26,6 +34,8 @@ class WindowsServices {
   // Stores another folder. Returns an error text, and keeps the old folder, when it cannot be
   // written; empty on success.
   virtual std::string setOutputLocation(const std::string& path) = 0;
+  // What the user asked of the desktop; asked once, when the first window is made.
+  [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };
 
 class WindowsModule {

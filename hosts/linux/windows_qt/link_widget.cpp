@@ -1,0 +1,90 @@
+#include "hosts/linux/windows_qt/link_widget.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QStyleOptionFocusRect>
+
+namespace linux_host {
+
+LinkWidget::LinkWidget(QWidget* parent) : QAbstractButton(parent) {
+  setFocusPolicy(Qt::StrongFocus);
+  setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+}
+
+void LinkWidget::setAttributedTitle(const platform::AttributedString& title) {
+  title_ = title;
+  setText(QString::fromStdString(title.text));
+  updateGeometry();
+  update();
+}
+
+void LinkWidget::setTrackingArea(platform::TrackingAreaPtr area) {
+  area_ = std::move(area);
+  updatePointer();
+}
+
+void LinkWidget::setResponder(std::weak_ptr<platform::ButtonResponder> responder) {
+  responder_ = std::move(responder);
+}
+
+QSize LinkWidget::sizeHint() const {
+  return fontMetrics().size(Qt::TextShowMnemonic, text()) + QSize(2, 2);
+}
+
+QSize LinkWidget::minimumSizeHint() const {
+  return {fontMetrics().averageCharWidth() * 6, sizeHint().height()};
+}
+
+void LinkWidget::paintEvent(QPaintEvent*) {
+  QPainter painter(this);
+  QFont shown = font();
+  shown.setUnderline(title_.underlineStyle == platform::kUnderlineStyleSingle);
+  painter.setFont(shown);
+  const auto& color = title_.foregroundColor;
+  painter.setPen(isEnabled() ? QColor::fromRgbF(color.red, color.green, color.blue, color.alpha)
+                             : palette().color(QPalette::Disabled, QPalette::WindowText));
+  const bool truncates =
+      title_.paragraphStyle.lineBreakMode == platform::LineBreakMode::kByTruncatingTail;
+  const QString line =
+      truncates ? fontMetrics().elidedText(text(), Qt::ElideRight, width(), Qt::TextShowMnemonic)
+                : text();
+  const auto alignment = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
+  painter.drawText(rect(), static_cast<int>(alignment | Qt::AlignVCenter) | Qt::TextShowMnemonic,
+                   line);
+  if (hasFocus()) {
+    QStyleOptionFocusRect option;
+    option.initFrom(this);
+    style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
+  }
+}
+
+void LinkWidget::mousePressEvent(QMouseEvent* event) {
+  const auto responder = responder_.lock();
+  if (!isActiveWindow() && responder && !responder->acceptsFirstMouse()) {
+    event->ignore();
+    return;
+  }
+  QAbstractButton::mousePressEvent(event);
+}
+
+void LinkWidget::changeEvent(QEvent* event) {
+  QAbstractButton::changeEvent(event);
+  if (event->type() == QEvent::ActivationChange) updatePointer();
+}
+
+void LinkWidget::enterEvent(QEnterEvent* event) {
+  QAbstractButton::enterEvent(event);
+  updatePointer();
+}
+
+void LinkWidget::updatePointer() {
+  unsetCursor();
+  const bool tracked = area_ && (area_->options & platform::kTrackingCursorUpdate) != 0;
+  const bool onlyInKeyWindow =
+      area_ && (area_->options & platform::kTrackingActiveInKeyWindow) != 0;
+  if (!tracked || !underMouse() || (onlyInKeyWindow && !isActiveWindow())) return;
+  if (const auto responder = responder_.lock()) responder->cursorUpdate();
+}
+
+}  // namespace linux_host

@@ -1,0 +1,206 @@
+#include <xcb/xcb.h>
+
+#include <QApplication>
+#include <QFileInfo>
+#include <QIcon>
+#include <QLocale>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStyleFactory>
+#include <array>
+#include <cstdlib>
+
+#include "hosts/linux/windows/windows_module.h"
+#include "hosts/linux/windows_qt/qt_interface.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kApplicationId = "com.vantrel.korvel.RecordAudio";
+
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+// QApplication ends the process when it finds no display, so the display is tried first.
+bool waylandIsThere() {
+  const std::string display = environment("WAYLAND_DISPLAY");
+  if (display.empty()) return false;
+  const std::string path =
+      display.front() == '/' ? display : environment("XDG_RUNTIME_DIR") + "/" + display;
+  return QFileInfo::exists(QString::fromStdString(path));
+}
+
+bool x11IsThere() {
+  if (environment("DISPLAY").empty()) return false;
+  xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+  const bool works = xcb_connection_has_error(connection) == 0;
+  xcb_disconnect(connection);
+  return works;
+}
+
+// Empty when there is no screen.
+std::string usablePlatform() {
+  const std::string wanted = environment("QT_QPA_PLATFORM");
+  if (!wanted.empty() && wanted.rfind("xcb", 0) != 0 && wanted.rfind("wayland", 0) != 0)
+    return wanted;
+  if (waylandIsThere() && wanted.rfind("xcb", 0) != 0)
+    return x11IsThere() ? "wayland;xcb" : "wayland";
+  return x11IsThere() ? "xcb" : "";
+}
+
+QPalette darkPalette(bool highContrast) {
+  const QColor window = highContrast ? QColor(Qt::black) : QColor(0x2d, 0x2d, 0x2d);
+  const QColor base = highContrast ? QColor(Qt::black) : QColor(0x1f, 0x1f, 0x1f);
+  const QColor button = highContrast ? QColor(Qt::black) : QColor(0x3a, 0x3a, 0x3a);
+  QPalette palette(button, window);
+  palette.setColor(QPalette::Base, base);
+  palette.setColor(QPalette::AlternateBase, window);
+  for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
+                          QPalette::ToolTipText, QPalette::BrightText}) {
+    palette.setColor(role, Qt::white);
+    if (!highContrast) palette.setColor(QPalette::Disabled, role, QColor(0x8a, 0x8a, 0x8a));
+  }
+  palette.setColor(QPalette::ToolTipBase, button);
+  palette.setColor(QPalette::Highlight,
+                   highContrast ? QColor(0xff, 0xff, 0x00) : QColor(0x35, 0x84, 0xe4));
+  palette.setColor(QPalette::HighlightedText, highContrast ? Qt::black : Qt::white);
+  palette.setColor(QPalette::Link,
+                   highContrast ? QColor(0xff, 0xff, 0x00) : QColor(0x78, 0xae, 0xed));
+  return palette;
+}
+
+QPalette lightHighContrastPalette() {
+  QPalette palette(Qt::white, Qt::white);
+  palette.setColor(QPalette::Base, Qt::white);
+  for (const auto role :
+       {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText}) {
+    palette.setColor(role, Qt::black);
+  }
+  palette.setColor(QPalette::Highlight, Qt::black);
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  palette.setColor(QPalette::Link, QColor(0x00, 0x00, 0xc0));
+  return palette;
+}
+
+// The desktop's own theme is left alone; where none reads the user's wish, it is met here.
+void applyAppearance(const Appearance& appearance) {
+  const bool isDark = QApplication::palette().color(QPalette::Window).lightness() < 128;
+  if (!appearance.highContrast && appearance.dark == isDark) return;
+  if (!appearance.highContrast && !appearance.dark) return;
+  QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+  QApplication::setPalette(appearance.dark ? darkPalette(appearance.highContrast)
+                                           : lightHighContrastPalette());
+}
+
+class QtCursor : public platform::Cursor {
+ public:
+  // The pointer belongs to what it is over; leaving that gives it back.
+  void setPointingHand() override {
+    if (QWidget* under = QApplication::widgetAt(QCursor::pos())) {
+      under->setCursor(Qt::PointingHandCursor);
+    }
+  }
+};
+
+class QtSystemColors : public platform::SystemColors {
+ public:
+  [[nodiscard]] std::optional<platform::Color> linkColor() const override {
+    const QColor color = QApplication::palette().color(QPalette::Link);
+    return platform::Color{color.redF(), color.greenF(), color.blueF(), color.alphaF()};
+  }
+};
+
+class QtModule : public WindowsModule {
+ public:
+  explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
+    QApplication::setApplicationName(QStringLiteral("record-audio"));
+    QApplication::setApplicationDisplayName(text("Record Audio"));
+    QApplication::setDesktopFileName(QLatin1String(kApplicationId));
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setLayoutDirection(QLocale().textDirection());
+    QApplication::setWindowIcon(QIcon::fromTheme(QLatin1String(kApplicationId),
+                                                 QIcon(QStringLiteral(":/RecordAudio.svg"))));
+    applyAppearance(services.appearance());
+  }
+
+  int runModal(const platform::Alert& alert) override {
+    QMessageBox box;
+    box.setTextFormat(Qt::PlainText);
+    box.setIcon(iconOf(alert.style));
+    box.setText(QString::fromStdString(alert.messageText));
+    box.setInformativeText(QString::fromStdString(alert.informativeText));
+    std::vector<QAbstractButton*> buttons;
+    for (const std::string& title : alert.buttons) {
+      // First the one that agrees, last the one that declines; Escape declines.
+      const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
+      buttons.push_back(box.addButton(QString::fromStdString(title), role));
+    }
+    if (buttons.empty()) {
+      box.addButton(QMessageBox::Ok);
+    } else {
+      box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
+      box.setEscapeButton(buttons.back());
+    }
+    box.exec();
+    for (std::size_t i = 0; i < buttons.size(); ++i) {
+      if (box.clickedButton() == buttons[i]) {
+        return platform::kAlertFirstButtonReturn + static_cast<int>(i);
+      }
+    }
+    return platform::kAlertFirstButtonReturn;
+  }
+
+  std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
+                                               platform::InterfaceOwner& owner) override {
+    return loadQtWindow(interfaceFileName, owner, services_);
+  }
+
+  platform::Cursor& cursor() override { return cursor_; }
+  platform::SystemColors& systemColors() override { return colors_; }
+
+ private:
+  static QMessageBox::Icon iconOf(platform::AlertStyle style) {
+    switch (style) {
+      case platform::AlertStyle::kCritical:
+        return QMessageBox::Critical;
+      case platform::AlertStyle::kInformational:
+        return QMessageBox::Information;
+      case platform::AlertStyle::kWarning:
+        break;
+    }
+    return QMessageBox::Warning;
+  }
+
+  [[nodiscard]] QString text(const char* key) const {
+    return QString::fromStdString(services_.localizedString(key));
+  }
+
+  WindowsServices& services_;
+  // QApplication keeps references to these.
+  int argc_ = 1;
+  std::array<char, 13> name_{"record-audio"};
+  std::array<char*, 2> argv_{name_.data(), nullptr};
+  QApplication app_;
+  QtCursor cursor_;
+  QtSystemColors colors_;
+};
+
+}  // namespace
+}  // namespace linux_host
+
+extern "C" __attribute__((visibility("default"))) linux_host::WindowsModule*
+record_audio_create_windows_module(linux_host::WindowsServices& services, std::string* error) {
+  const std::string platform = linux_host::usablePlatform();
+  if (platform.empty()) {
+    *error =
+        "There is no screen to show a window on: neither WAYLAND_DISPLAY nor DISPLAY leads to one.";
+    return nullptr;
+  }
+  setenv("QT_QPA_PLATFORM", platform.c_str(), 1);
+  // Where the desktop offers its own dialogs to programs and no theme of its own is asked for,
+  // the folder chooser is the desktop's.
+  if (services.appearance().portal) setenv("QT_QPA_PLATFORMTHEME", "xdgdesktopportal", 0);
+  return new linux_host::QtModule(services);
+}

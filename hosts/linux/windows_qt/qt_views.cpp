@@ -1,0 +1,292 @@
+#include "hosts/linux/windows_qt/qt_views.h"
+
+#include <QAbstractItemView>
+#include <QCheckBox>
+#include <QDir>
+#include <QEvent>
+#include <QFileDialog>
+#include <QFileIconProvider>
+#include <QFontMetrics>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPainter>
+#include <QPushButton>
+#include <QTimer>
+#include <algorithm>
+#include <cmath>
+
+#include "hosts/linux/windows_qt/link_widget.h"
+
+namespace linux_host {
+
+QString singleLine(const std::string& text) {
+  QString line = QString::fromStdString(text);
+  for (QChar& character : line) {
+    if (!character.isPrint()) character = u' ';
+  }
+  return line.simplified();
+}
+
+QtPopUpButton::QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick)
+    : QtView(box), unnamedItem_(std::move(unnamedItem)) {
+  // Items that stand in the interface file are the menu's first content.
+  for (int row = 0; row < box->count(); ++row) items_.push_back({box->itemText(row), false});
+  selected_ = box->currentIndex();
+  box->view()->setTextElideMode(Qt::ElideMiddle);
+  connect(box, &QComboBox::activated, this, [this, act = std::move(onPick)](int index) {
+    selected_ = index;
+    if (act) act(this);
+  });
+}
+
+void QtPopUpButton::removeAllItems() {
+  items_.clear();
+  selected_ = -1;
+  scheduleSync();
+}
+
+void QtPopUpButton::addItem(const std::string& title) {
+  const QString line = singleLine(title);
+  items_.push_back({line.isEmpty() ? unnamedItem_ : line, false});
+  scheduleSync();
+}
+
+void QtPopUpButton::addSeparator() {
+  items_.push_back({{}, true});
+  scheduleSync();
+}
+
+void QtPopUpButton::selectItem(std::int64_t index) {
+  selected_ = index >= 0 && index < numberOfItems() ? static_cast<int>(index) : -1;
+  scheduleSync();
+}
+
+void QtPopUpButton::scheduleSync() {
+  if (syncScheduled_) return;
+  syncScheduled_ = true;
+  QTimer::singleShot(0, this, [this] { syncNow(); });
+}
+
+std::vector<QtPopUpButton::Item> QtPopUpButton::shownItems() const {
+  std::vector<Item> shown;
+  for (int row = 0; row < box()->count(); ++row) {
+    const bool separator = box()->itemData(row, Qt::AccessibleDescriptionRole).toString() ==
+                           QStringLiteral("separator");
+    shown.push_back({separator ? QString() : box()->itemText(row), separator});
+  }
+  return shown;
+}
+
+void QtPopUpButton::insertRow(int row, const Item& item) {
+  if (item.separator) {
+    box()->insertSeparator(row);
+  } else {
+    box()->insertItem(row, item.title);
+    box()->setItemData(row, item.title, Qt::ToolTipRole);
+  }
+}
+
+void QtPopUpButton::syncNow() {
+  syncScheduled_ = false;
+  if (box() == nullptr) return;
+  const QSignalBlocker quiet(box());
+  const auto shown = shownItems();
+  if (shown != items_) {
+    // Keep the rows in front of and behind the change: the view keeps its place and its focus.
+    const auto limit = std::min(shown.size(), items_.size());
+    std::size_t head = 0;
+    while (head < limit && shown[head] == items_[head]) ++head;
+    std::size_t tail = 0;
+    while (tail < limit - head &&
+           shown[shown.size() - 1 - tail] == items_[items_.size() - 1 - tail])
+      ++tail;
+    for (std::size_t row = shown.size() - tail; row > head; --row) {
+      box()->removeItem(static_cast<int>(row - 1));
+    }
+    for (std::size_t row = head; row < items_.size() - tail; ++row) {
+      insertRow(static_cast<int>(row), items_[row]);
+    }
+    // An open menu grows or shrinks with its content.
+    if (box()->view()->isVisible()) box()->showPopup();
+  }
+  if (box()->currentIndex() != selected_) box()->setCurrentIndex(selected_);
+}
+
+QtCheckBox::QtCheckBox(QCheckBox* box, UserAct onClick) : QtView(box) {
+  QObject::connect(box, &QCheckBox::clicked, box, [this, act = std::move(onClick)] {
+    if (act) act(this);
+  });
+}
+
+void QtCheckBox::setState(bool on) {
+  if (widget() != nullptr) static_cast<QCheckBox*>(widget())->setChecked(on);
+}
+
+bool QtCheckBox::state() const {
+  return widget() != nullptr && static_cast<QCheckBox*>(widget())->isChecked();
+}
+
+QtTextField::QtTextField(QLabel* label) : QtView(label) {}
+
+void QtTextField::setStringValue(const std::string& text) {
+  if (widget() != nullptr) static_cast<QLabel*>(widget())->setText(QString::fromStdString(text));
+}
+
+QtButton::QtButton(QAbstractButton* button, UserAct onClick) : QtView(button) {
+  QObject::connect(button, &QAbstractButton::clicked, button, [this, act = std::move(onClick)] {
+    if (act) act(this);
+  });
+}
+
+void QtButton::setResponder(std::weak_ptr<platform::ButtonResponder> responder) {
+  if (auto* link = qobject_cast<LinkWidget*>(widget())) link->setResponder(std::move(responder));
+}
+
+std::string QtButton::title() const {
+  if (widget() == nullptr) return {};
+  return static_cast<QAbstractButton*>(widget())->text().toStdString();
+}
+
+platform::Font QtButton::font() const {
+  if (widget() == nullptr) return {};
+  const QFont font = widget()->font();
+  return {font.family().toStdString(), font.pointSizeF()};
+}
+
+platform::Rect QtButton::bounds() const {
+  if (widget() == nullptr) return {};
+  const QRect rect = widget()->rect();
+  return {0, 0, static_cast<double>(rect.width()), static_cast<double>(rect.height())};
+}
+
+void QtButton::setAttributedTitle(const platform::AttributedString& title) {
+  if (auto* link = qobject_cast<LinkWidget*>(widget())) link->setAttributedTitle(title);
+}
+
+void QtButton::addTrackingArea(const platform::TrackingAreaPtr& area) {
+  if (auto* link = qobject_cast<LinkWidget*>(widget())) link->setTrackingArea(area);
+}
+
+void QtButton::removeTrackingArea(const platform::TrackingAreaPtr& area) {
+  auto* link = qobject_cast<LinkWidget*>(widget());
+  if (link != nullptr && link->trackingArea() == area) link->setTrackingArea(nullptr);
+}
+
+LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
+  setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+}
+
+void LevelBar::setLevel(float peak) {
+  peak = std::clamp(std::isnan(peak) ? 0.0F : peak, 0.0F, 1.0F);
+  if (peak == peak_) return;
+  peak_ = peak;
+  update();
+}
+
+QSize LevelBar::sizeHint() const {
+  return {160, 6};
+}
+
+void LevelBar::paintEvent(QPaintEvent*) {
+  // The bar shows 60 dB.
+  constexpr float kFloor_dB = -60.0F;
+  const auto position = [](float dB) { return std::clamp(1.0F - dB / kFloor_dB, 0.0F, 1.0F); };
+  const float level = peak_ > 0 ? position(20.0F * std::log10(peak_)) : 0.0F;
+
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(Qt::NoPen);
+  const QRectF bar = rect();
+  const double radius = bar.height() / 2;
+  QColor groove = palette().color(QPalette::WindowText);
+  groove.setAlphaF(0.18F);
+  painter.setBrush(groove);
+  painter.drawRoundedRect(bar, radius, radius);
+  if (level <= 0) return;
+
+  const struct {
+    float upTo_dB;
+    QColor color;
+  } zones[] = {{-12, QColor(0x2f, 0x9e, 0x44)},
+               {-3, QColor(0xe6, 0x9f, 0x00)},
+               {0, QColor(0xd6, 0x33, 0x24)}};
+  if (layoutDirection() == Qt::RightToLeft) {
+    painter.translate(bar.width(), 0);
+    painter.scale(-1, 1);
+  }
+  double from = 0;
+  for (const auto& zone : zones) {
+    const double to = bar.width() * std::min(level, position(zone.upTo_dB));
+    if (to <= from) break;
+    painter.setClipRect(QRectF(from, 0, to - from, bar.height()));
+    painter.setBrush(zone.color);
+    painter.drawRoundedRect(QRectF(0, 0, bar.width() * level, bar.height()), radius, radius);
+    from = to;
+  }
+}
+
+void QtLevelIndicator::setLevel(float peak) {
+  if (widget() != nullptr) static_cast<LevelBar*>(widget())->setLevel(peak);
+}
+
+QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServices& services,
+                                               UserAct onClick)
+    : QtView(button), services_(services) {
+  QObject::connect(button, &QPushButton::clicked, button, [this, act = std::move(onClick)] {
+    if (act) act(this);
+  });
+}
+
+void QtOutputLocationButton::updateState() {
+  if (widget() == nullptr) return;
+  auto* button = static_cast<QPushButton*>(widget());
+  const auto folder = services_.outputLocation();
+  if (!folder) {
+    button->setText(QString::fromStdString(services_.localizedString("Choose a folder")));
+    button->setToolTip({});
+    return;
+  }
+  const QString path = QString::fromStdString(*folder);
+  QString shown = path;
+  if (shown.startsWith(QDir::homePath() + u'/'))
+    shown.replace(0, QDir::homePath().size(), QStringLiteral("~"));
+  shown = singleLine(shown.toStdString());
+  constexpr int kWidest_characters = 28;
+  const int width = button->fontMetrics().averageCharWidth() * kWidest_characters;
+  shown = button->fontMetrics().elidedText(shown, Qt::ElideMiddle, width);
+  // An ampersand in a folder's name is no mnemonic.
+  button->setText(shown.replace(u'&', QStringLiteral("&&")));
+  button->setIcon(QIcon::fromTheme(QStringLiteral("folder"),
+                                   QFileIconProvider().icon(QFileIconProvider::Folder)));
+  button->setToolTip(path.toHtmlEscaped());
+  button->setAccessibleDescription(path);
+}
+
+void QtOutputLocationButton::handleOutputLocationChanged(Completion completion) {
+  const auto text = [this](const char* key) {
+    return QString::fromStdString(services_.localizedString(key));
+  };
+  const std::string before = services_.outputLocation().value_or("");
+  const QString picked =
+      QFileDialog::getExistingDirectory(widget() != nullptr ? widget()->window() : nullptr,
+                                        text("Output folder"), QString::fromStdString(before));
+  const std::string path = picked.toStdString();
+  if (path.empty() || path == before) {
+    completion(true, 0, std::nullopt, {});
+    return;
+  }
+  const std::string error = services_.setOutputLocation(path);
+  updateState();
+  if (error.empty()) {
+    completion(true, 0, std::nullopt, {{"Changed", true}});
+    return;
+  }
+  QMessageBox box(QMessageBox::Warning, {}, text("The folder cannot be used."), QMessageBox::Ok,
+                  widget() != nullptr ? widget()->window() : nullptr);
+  box.setTextFormat(Qt::PlainText);
+  box.setInformativeText(QString::fromStdString(error));
+  box.exec();
+  completion(false, 1, error, {{"Changed", false}});
+}
+
+}  // namespace linux_host

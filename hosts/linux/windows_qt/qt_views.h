@@ -1,0 +1,140 @@
+#pragma once
+
+#include <QComboBox>
+#include <QPointer>
+#include <QStandardItemModel>
+#include <QWidget>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "hosts/linux/windows/windows_module.h"
+#include "platform/controls.h"
+
+class QAbstractButton;
+class QCheckBox;
+class QLabel;
+class QPushButton;
+
+// The widget ports on Qt widgets. Main thread. A view outlives its widget harmlessly: without the
+// widget every call does nothing.
+
+namespace linux_host {
+
+// Called when the user used the control.
+using UserAct = std::function<void(platform::View* sender)>;
+
+// Text that came from outside (a device's name) as one harmless line.
+QString singleLine(const std::string& text);
+
+// What all views share: hiding and removing their widget.
+template <typename Port>
+class QtView : public Port {
+ public:
+  explicit QtView(QWidget* widget) : widget_(widget) {}
+  void setHidden(bool hidden) override {
+    if (widget_) widget_->setVisible(!hidden);
+  }
+  [[nodiscard]] bool isHidden() const override { return !widget_ || widget_->isHidden(); }
+  void removeFromSuperview() override { delete widget_.data(); }
+
+ protected:
+  [[nodiscard]] QWidget* widget() const { return widget_; }
+
+ private:
+  QPointer<QWidget> widget_;
+};
+
+// A combo box that is rebuilt without being seen to: the items are kept here, and the widget is
+// brought in line with them once, after the current event, by the rows that really changed. A menu
+// that is open stays open, and one in which nothing changed is not touched.
+class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
+ public:
+  QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick);
+
+  void removeAllItems() override;
+  void addItem(const std::string& title) override;
+  void addSeparator() override;
+  [[nodiscard]] int numberOfItems() const override { return static_cast<int>(items_.size()); }
+  void selectItem(std::int64_t index) override;
+  [[nodiscard]] int indexOfSelectedItem() const override { return selected_; }
+
+  // Brings the widget in line now.
+  void syncNow();
+
+ private:
+  struct Item {
+    QString title;
+    bool separator = false;
+    friend bool operator==(const Item&, const Item&) = default;
+  };
+
+  void scheduleSync();
+  [[nodiscard]] std::vector<Item> shownItems() const;
+  void insertRow(int row, const Item& item);
+  QComboBox* box() const { return static_cast<QComboBox*>(widget()); }
+
+  QString unnamedItem_;
+  std::vector<Item> items_;
+  int selected_ = -1;
+  bool syncScheduled_ = false;
+};
+
+class QtCheckBox : public QtView<platform::CheckBox> {
+ public:
+  QtCheckBox(QCheckBox* box, UserAct onClick);
+  void setState(bool on) override;
+  [[nodiscard]] bool state() const override;
+};
+
+class QtTextField : public QtView<platform::TextField> {
+ public:
+  explicit QtTextField(QLabel* label);
+  void setStringValue(const std::string& text) override;
+};
+
+// A push button; with an attributed title it is drawn as that title (a link).
+class QtButton : public QtView<platform::Button> {
+ public:
+  QtButton(QAbstractButton* button, UserAct onClick);
+  void setResponder(std::weak_ptr<platform::ButtonResponder> responder) override;
+  [[nodiscard]] std::string title() const override;
+  [[nodiscard]] platform::Font font() const override;
+  [[nodiscard]] platform::Rect bounds() const override;
+  void setAttributedTitle(const platform::AttributedString& title) override;
+  void addTrackingArea(const platform::TrackingAreaPtr& area) override;
+  void removeTrackingArea(const platform::TrackingAreaPtr& area) override;
+};
+
+// A thin bar from quiet to full scale, green, then amber from -12 dB, then red from -3 dB.
+class LevelBar : public QWidget {
+ public:
+  explicit LevelBar(QWidget* parent = nullptr);
+  void setLevel(float peak);
+  [[nodiscard]] QSize sizeHint() const override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  float peak_ = 0;
+};
+
+class QtLevelIndicator : public QtView<platform::LevelIndicator> {
+ public:
+  explicit QtLevelIndicator(LevelBar* bar) : QtView(bar) {}
+  void setLevel(float peak) override;
+};
+
+// Shows the folder with its icon; a click lets the user choose another with the desktop's chooser.
+class QtOutputLocationButton : public QtView<suite::OutputLocationButton> {
+ public:
+  QtOutputLocationButton(QPushButton* button, WindowsServices& services, UserAct onClick);
+  void updateState() override;
+  void handleOutputLocationChanged(Completion completion) override;
+
+ private:
+  WindowsServices& services_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,67 @@
+#include "hosts/linux/windows_qt/qt_window.h"
+
+#include <QCloseEvent>
+#include <QShortcut>
+
+namespace linux_host {
+
+WindowWidget::WindowWidget(QWidget* parent) : QDialog(parent) {
+  connect(new QShortcut(QKeySequence(QKeySequence::Close), this), &QShortcut::activated, this,
+          &WindowWidget::doneWanted);
+}
+
+bool WindowWidget::event(QEvent* event) {
+  const bool handled = QDialog::event(event);
+  if (event->type() == QEvent::WindowActivate) emit becameKey();
+  return handled;
+}
+
+void WindowWidget::showEvent(QShowEvent* event) {
+  QDialog::showEvent(event);
+  emit visibilityChanged();
+}
+
+void WindowWidget::hideEvent(QHideEvent* event) {
+  QDialog::hideEvent(event);
+  emit visibilityChanged();
+}
+
+void WindowWidget::closeEvent(QCloseEvent* event) {
+  event->ignore();
+  emit doneWanted();
+}
+
+QtWindow::QtWindow(std::unique_ptr<WindowWidget> widget,
+                   std::vector<std::shared_ptr<platform::View>> views)
+    : views_(std::move(views)), widget_(std::move(widget)) {
+  QObject::connect(widget_.get(), &WindowWidget::becameKey, widget_.get(), [this] {
+    if (const auto delegate = delegate_.lock()) delegate->windowDidBecomeKey();
+  });
+  QObject::connect(widget_.get(), &WindowWidget::visibilityChanged, widget_.get(), [this] {
+    if (const auto delegate = delegate_.lock()) delegate->windowDidChangeOcclusionState();
+  });
+}
+
+void QtWindow::setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+void QtWindow::makeKeyAndOrderFront() {
+  widget_->show();
+  widget_->raise();
+  widget_->activateWindow();
+}
+
+void QtWindow::orderFront() {
+  widget_->setAttribute(Qt::WA_ShowWithoutActivating, true);
+  widget_->show();
+  widget_->raise();
+  widget_->setAttribute(Qt::WA_ShowWithoutActivating, false);
+}
+
+void QtWindow::orderFrontRegardless() {
+  widget_->show();
+  widget_->raise();
+}
+
+}  // namespace linux_host

@@ -1,5 +1,7 @@
 #include "settings/preferences_window_controller.h"
 
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "platform/file_url.h"

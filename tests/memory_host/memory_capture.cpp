@@ -151,6 +151,14 @@ platform::CaptureSessionPtr MemoryCapture::createSession() {
   return sessions.back();
 }
 
+platform::CaptureSessionPtr MemoryCapture::createMonitoringSession() {
+  if (!canMonitor) return nullptr;
+  monitoringSessions.push_back(std::make_shared<MemoryCaptureSession>(center_));
+  monitoringSessions.back()->refuseInput = refuseInput;
+  monitoringSessions.back()->refuseOutput = refuseOutput;
+  return monitoringSessions.back();
+}
+
 platform::CaptureDeviceInputPtr MemoryCapture::createDeviceInput(
     const platform::CaptureDevicePtr& device, std::string* error) {
   if (!inputError.empty()) {

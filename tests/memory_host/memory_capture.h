@@ -160,6 +160,7 @@ class MemoryCapture : public platform::Capture {
   void requestAccessForMediaType(platform::MediaType type,
                                  std::function<void(bool)> handler) override;
   platform::CaptureSessionPtr createSession() override;
+  platform::CaptureSessionPtr createMonitoringSession() override;
   platform::CaptureDeviceInputPtr createDeviceInput(const platform::CaptureDevicePtr& device,
                                                     std::string* error) override;
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
@@ -184,6 +185,8 @@ class MemoryCapture : public platform::Capture {
   bool refuseOutput = false;     // likewise
   std::string throwOnFileStart;  // for new file outputs
   std::vector<std::shared_ptr<MemoryCaptureSession>> sessions;
+  bool canMonitor = true;
+  std::vector<std::shared_ptr<MemoryCaptureSession>> monitoringSessions;
   std::vector<std::shared_ptr<MemoryAudioFileOutput>> fileOutputs;
   std::vector<std::shared_ptr<MemoryAudioDataOutput>> dataOutputs;
 

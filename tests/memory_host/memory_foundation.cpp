@@ -8,6 +8,7 @@ using platform::Dictionary;
 using platform::Value;
 
 std::optional<Value> MemoryUserDefaults::objectForKey(const std::string& key) const {
+  requestedKeys.insert(key);
   const auto found = values.find(key);
   if (found == values.end()) return std::nullopt;
   return found->second;

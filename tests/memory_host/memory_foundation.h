@@ -31,6 +31,7 @@ class MemoryUserDefaults : public platform::UserDefaults {
   platform::Dictionary onDisk;  // as of the last synchronize()
   // Every write and flush in order: the key, or "synchronize".
   std::vector<std::string> journal;
+  mutable std::set<std::string> requestedKeys;  // every key ever read
 };
 
 // Files by path. Open handles follow their file through a move, as on a real disk.

@@ -20,13 +20,19 @@ namespace memory_host {
 class MemoryClock : public platform::HostClock, public platform::WallClock {
  public:
   [[nodiscard]] std::uint64_t absoluteTime() const override { return now_ns; }
-  [[nodiscard]] platform::TimebaseInfo timebaseInfo() const override { return {1, 1}; }
+  [[nodiscard]] platform::TimebaseInfo timebaseInfo() const override {
+    ++timebaseRequests;
+    return timebase;
+  }
   [[nodiscard]] platform::Date now() const override {
     return platform::Date(
         std::chrono::nanoseconds(wallStart_ns + static_cast<std::int64_t>(now_ns)));
   }
 
   std::uint64_t now_ns = 0;
+  // The clock itself counts nanoseconds whatever is said here.
+  platform::TimebaseInfo timebase{1, 1};
+  mutable int timebaseRequests = 0;
   std::int64_t wallStart_ns = 1'715'954'607'000'000'000;  // 2024-05-17 14:03:27 UTC
 };
 

@@ -22,6 +22,8 @@
 namespace linux_host {
 
 inline constexpr std::uint32_t kAacPacket_frames = 1024;
+// What libavcodec's AAC encoder puts before the first recorded frame.
+inline constexpr std::uint32_t kAacPriming_frames = 1024;
 
 // Where each packet of AAC lies: four bytes a packet, eight bytes a chunk.
 class M4aPacketIndex {

@@ -71,10 +71,11 @@ class MemoryWorkspace : public platform::Workspace {
                unsigned options) override;
   bool openPrivacySettings() override {
     ++privacySettingsOpened;
-    return true;
+    return hasPrivacySettings;
   }
 
   int privacySettingsOpened = 0;
+  bool hasPrivacySettings = true;
   std::vector<std::string> opened;
   std::vector<std::string> openedURLs;
   std::vector<std::vector<std::string>> revealed;

@@ -22,9 +22,10 @@ class M4aWriter {
   // Writes the file's head to `sink`, which must be empty and which the writer owns from now on.
   // Once per writer. Returns an error text, empty on success.
   //
-  // Channels 1 to 6 and 8 are recorded as they come; of any other number the first two are. A
-  // sample rate that AAC does not know is converted to the nearest lower one it does.
-  // `bitrate_bps` counts for all channels together.
+  // Channels 1 to 6 and 8 are recorded as they come; of any other number the first two are. Of 6
+  // and 8 the fourth is the low-frequency channel, of which AAC keeps deep sound only. A sample
+  // rate that AAC does not know is converted to the nearest lower one it does. `bitrate_bps` counts
+  // for all channels together.
   [[nodiscard]] virtual std::string open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
                                          std::uint32_t channels, std::uint32_t bitrate_bps) = 0;
 

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace linux_host::test {
+
+// What a player makes of an m4a.
+struct Decoded {
+  std::string error;  // empty when the file opened and every packet decoded
+  bool opened = false;
+  int sampleRate_hz = 0;
+  int channels = 0;
+  std::uint64_t containerFrames = 0;       // the duration that the container states
+  std::uint64_t packetFrames = 0;          // the durations of all packets, without what is skipped
+  std::vector<std::vector<float>> planes;  // decoded, the encoder's delay skipped as the file says
+
+  // A player stops where the container's duration ends, in the middle of the last packet.
+  void cutToContainer() {
+    for (auto& plane : planes) {
+      if (plane.size() > containerFrames) plane.resize(containerFrames);
+    }
+  }
+};
+
+[[nodiscard]] Decoded decodeM4a(std::span<const std::byte> file);
+
+// The level of `frequency_hz` in the samples from `begin` to `end`: the amplitude of that sine.
+[[nodiscard]] double amplitudeAt(std::span<const float> samples, double frequency_hz,
+                                 int sampleRate_hz);
+
+}  // namespace linux_host::test

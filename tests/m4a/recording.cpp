@@ -1,0 +1,60 @@
+#include "tests/m4a/recording.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+namespace linux_host::test {
+
+const float* const* Tone::next(std::uint32_t frames) {
+  constexpr double kAmplitude = 0.25;
+  pointers_.clear();
+  for (std::uint32_t channel = 0; channel < format_.channels; ++channel) {
+    planes_[channel].resize(frames);
+    const double step = 2 * std::numbers::pi * frequency_hz(channel) / format_.sampleRate_hz;
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      planes_[channel][i] = static_cast<float>(
+          kAmplitude * std::sin(step * static_cast<double>(position_frames_ + i)));
+    }
+    pointers_.push_back(planes_[channel].data());
+  }
+  position_frames_ += frames;
+  return pointers_.data();
+}
+
+Recording::Recording(const Format& recordedFormat, std::shared_ptr<MemoryFile> into)
+    : format(recordedFormat),
+      file(into ? std::move(into) : std::make_shared<MemoryFile>()),
+      tone(format) {
+  av_log_set_level(AV_LOG_ERROR);
+  openError = writer.open(std::make_unique<MemorySink>(file), format.sampleRate_hz, format.channels,
+                          format.bitrate_bps);
+}
+
+std::string Recording::feed(std::uint64_t frames) {
+  constexpr std::uint64_t kPiece_frames = 480;
+  while (frames > 0) {
+    const auto now = static_cast<std::uint32_t>(std::min(frames, kPiece_frames));
+    if (std::string error = writer.write(tone.next(now), now); !error.empty()) return error;
+    frames -= now;
+  }
+  return "";
+}
+
+std::vector<std::byte> finishedRecording(std::uint64_t frames, const Format& format) {
+  Recording recording(format);
+  if (!recording.openError.empty() || !recording.feed(frames).empty() ||
+      !recording.writer.finish().empty()) {
+    return {};
+  }
+  return recording.file->bytes;
+}
+
+std::vector<std::byte> interruptedRecording(std::uint64_t frames, const Format& format) {
+  Recording recording(format);
+  if (!recording.openError.empty() || !recording.feed(frames).empty()) return {};
+  return recording.file->bytes;
+}
+
+}  // namespace linux_host::test

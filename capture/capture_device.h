@@ -5,11 +5,9 @@
 #include <vector>
 
 #include "platform/host.h"
+#include "routing/loopback_device.h"
 
 namespace record_audio {
-
-// The unique id of the device that loops the computer's own sound back.
-inline constexpr const char* kLoopbackDeviceUID = "com.vantrel.loopbackdevice";
 
 // One capture device as the user sees it, and the catalogue of all. Main thread.
 class CaptureDevice {

@@ -75,7 +75,7 @@ static_assert(sizeof(AudioChannelLayout) == 32);
 struct AudioTimeStamp {
   double mSampleTime = 0;       // frames since the device's own start
   std::uint64_t mHostTime = 0;  // ticks of the host clock
-  double mRateScalar = 0;       // actual host ticks per nominal host tick of the device
+  double mRateScalar = 0;       // the device's actual speed over its nominal one; above 1 is fast
   std::uint64_t mWordClockTime = 0;
   std::uint8_t mSmpteTime[24] = {};
   std::uint32_t mFlags = 0;

@@ -38,7 +38,9 @@ inline constexpr std::uint32_t kAudioUnitScope_Global = 0;
 inline constexpr std::uint32_t kAudioUnitScope_Input = 1;
 inline constexpr std::uint32_t kAudioUnitScope_Output = 2;
 
-// Ratio of frames consumed to frames produced; 1.0 is unchanged speed.
+// Ratio of frames consumed to frames produced; 1.0 is unchanged speed. The unit pulls its input
+// with time stamps that count the frames it has consumed; frames that the output device has skipped
+// (an overload) count as consumed, so that the delay stays what it was.
 inline constexpr std::uint32_t kVarispeedParam_PlaybackRate = 0;
 
 // Called on an audio thread with a buffer list to fill (or, for input callbacks, null).

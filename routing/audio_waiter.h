@@ -39,6 +39,7 @@ class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
 
  private:
   AudioWaiter(suite::Environment environment, WaitFinished onWaitFinished);
+  void endPolling();
 
   suite::Environment environment_;
   platform::TimerPtr _timerCheck;

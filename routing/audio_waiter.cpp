@@ -1,0 +1,63 @@
+#include "routing/audio_waiter.h"
+
+#include <utility>
+
+#include "routing/audio_driver.h"
+#include "routing/loopback_device.h"
+
+namespace record_audio {
+
+namespace {
+
+constexpr double kPollInterval_s = 0.01;
+constexpr std::int32_t kMostUnsuccessfulPolls = 200;
+
+}  // namespace
+
+AudioWaiter::AudioWaiter(suite::Environment environment, WaitFinished onWaitFinished)
+    : environment_(environment), _onWaitFinished(std::move(onWaitFinished)) {}
+
+std::shared_ptr<AudioWaiter> AudioWaiter::initWithObject(suite::Environment environment,
+                                                         std::any object,
+                                                         WaitFinished onWaitFinished) {
+  const std::shared_ptr<AudioWaiter> waiter(
+      new AudioWaiter(environment, std::move(onWaitFinished)));
+  waiter->_output = AudioDriver::getCurrentOutputAudioDevice(environment);
+  AudioDriver::showLoopbackDevice(environment, true);
+  waiter->_timerCheck = environment.host.runLoop.scheduledTimer(
+      kPollInterval_s, std::move(object), true,
+      [waiter](const platform::TimerPtr& timer) { waiter->timerFireCheck(timer); });
+  waiter->_counter = 0;
+  return waiter;
+}
+
+AudioWaiter::~AudioWaiter() {
+  if (_timerCheck == nullptr) return;
+  endPolling();
+  AudioDriver::showLoopbackDevice(environment_, false);
+}
+
+void AudioWaiter::endPolling() {
+  const platform::TimerPtr timer = std::exchange(_timerCheck, nullptr);
+  if (timer != nullptr) timer->invalidate();
+}
+
+void AudioWaiter::timerFireCheck(const platform::TimerPtr& timer) {
+  // Invalidating the timer and the callback may each let go of the last reference.
+  const std::shared_ptr<AudioWaiter> self = shared_from_this();
+  const std::any object = timer->userInfo();
+  if (environment_.host.capture.deviceWithUniqueID(kLoopbackDeviceUID) != nullptr) {
+    endPolling();
+    const platform::AudioDeviceID loopback = AudioDriver::getLoopbackDeviceID(environment_);
+    if (loopback != 0) AudioDriver::setDeviceAsDefault(environment_, loopback);
+    if (_onWaitFinished) _onWaitFinished(true, object);
+  } else if (_counter != kMostUnsuccessfulPolls) {
+    ++_counter;
+  } else {
+    endPolling();
+    AudioDriver::showLoopbackDevice(environment_, false);
+    if (_onWaitFinished) _onWaitFinished(false, object);
+  }
+}
+
+}  // namespace record_audio

@@ -1,0 +1,17 @@
+#pragma once
+
+namespace record_audio {
+
+// Where the sound driver and the suite lie. Hosts keep things elsewhere in their own way; they
+// take these paths as names of what is meant.
+inline constexpr const char* kInstalledDriverPath =
+    "/Library/Audio/Plug-Ins/HAL/VantrelKorvelAudio.driver";
+inline constexpr const char* kSuiteFallbackPath = "/Applications/Vantrel Korvel.app";
+inline constexpr const char* kSuiteBundleIdentifier = "com.vantrel.korvel";
+// Within the suite application.
+inline constexpr const char* kDriverInSuite = "Contents/PlugIns/VantrelKorvelAudio.driver";
+inline constexpr const char* kInstallerInSuite = "Contents/MacOS/DriverInstaller";
+
+inline constexpr const char* kBundleShortVersionKey = "CFBundleShortVersionString";
+
+}  // namespace record_audio

@@ -1,0 +1,264 @@
+#include "routing/ring_buffer.h"
+
+#include <algorithm>
+#include <bit>
+#include <cassert>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "routing/racing_copy.h"
+
+namespace record_audio {
+
+namespace {
+
+constexpr std::uint32_t kSlotMask = kRingBufferSlotCount - 1;
+constexpr int kBoundsTries = 8;
+
+// Sample times wrap instead of overflowing.
+std::int64_t plus(std::int64_t time, std::int64_t frames) {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(time) +
+                                   static_cast<std::uint64_t>(frames));
+}
+std::int64_t minus(std::int64_t time, std::int64_t frames) {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(time) -
+                                   static_cast<std::uint64_t>(frames));
+}
+
+std::uint64_t nextPowerOfTwo(std::uint32_t value) {
+  return value == 1 ? 1 : std::uint64_t{1} << std::bit_width(value - 1);
+}
+
+// Walks the list's buffers: action(index, the buffer's bytes from the offset on, how many of the
+// wanted bytes it has room for), until one ends before the offset.
+template <typename Action>
+void forEachPart(const platform::AudioBufferList& list, std::uint32_t offset_bytes,
+                 std::uint32_t size_bytes, Action action) {
+  const auto offset = static_cast<std::int32_t>(offset_bytes);
+  if (offset < 0) return;
+  const platform::AudioBuffer* const listBuffers = list.mBuffers;
+  for (std::uint32_t i = 0; i < list.mNumberBuffers; ++i) {
+    const auto bufferSize = static_cast<std::int32_t>(listBuffers[i].mDataByteSize);
+    if (offset > bufferSize) return;
+    const auto room = static_cast<std::uint32_t>(bufferSize - offset);
+    action(i, static_cast<std::byte*>(listBuffers[i].mData) + offset, std::min(size_bytes, room));
+  }
+}
+
+void zeroList(const platform::AudioBufferList& list, std::uint32_t offset_bytes,
+              std::uint32_t size_bytes) {
+  forEachPart(list, offset_bytes, size_bytes,
+              [](std::uint32_t, std::byte* part, std::uint32_t partSize_bytes) {
+                std::memset(part, 0, partSize_bytes);
+              });
+}
+
+}  // namespace
+
+#ifndef NDEBUG
+void RingBufferRole::assertThisThread() {
+  static thread_local char mark;
+  const auto self = reinterpret_cast<std::uintptr_t>(&mark);
+  std::uintptr_t owner = 0;
+  const bool first = owner_.compare_exchange_strong(owner, self, std::memory_order_relaxed);
+  assert((first || owner == self) && "a ring buffer has one writer and one reader thread");
+}
+#endif
+
+void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
+                          std::uint32_t capacity) {
+  const std::uint64_t frames = nextPowerOfTwo(capacity);
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
+  const std::uint64_t channel_bytes = frames * frameSize_bytes;
+  const bool fits =
+      capacity > 0 && channels >= 0 && frames <= kMost && channel_bytes <= kMost &&
+      (channel_bytes + sizeof(std::byte*)) * static_cast<std::uint64_t>(channels) <= kMost;
+  if (!fits) return;
+
+  const std::size_t table_bytes = static_cast<std::size_t>(channels) * sizeof(std::byte*);
+  const std::size_t total_bytes = table_bytes + static_cast<std::size_t>(channels) * channel_bytes;
+  void* const storage = std::calloc(1, std::max<std::size_t>(total_bytes, 1));
+  if (storage == nullptr) return;
+
+  buffers = static_cast<std::byte**>(storage);
+  channelCount = channels;
+  bytesPerFrame = frameSize_bytes;
+  capacityFrames = static_cast<std::uint32_t>(frames);
+  capacityFramesMask = capacityFrames - 1;
+  capacityBytes = static_cast<std::uint32_t>(channel_bytes);
+  std::byte* channel = static_cast<std::byte*>(storage) + table_bytes;
+  for (std::int32_t i = 0; i < channels; ++i, channel += channel_bytes) buffers[i] = channel;
+
+  for (RingBufferTimeBounds& slot : timeBounds) {
+    slot.startTime.store(0, std::memory_order_relaxed);
+    slot.endTime.store(0, std::memory_order_relaxed);
+    slot.updateCounter.store(0, std::memory_order_relaxed);
+  }
+  timeBoundsIndex.store(0, std::memory_order_relaxed);
+  writer_.reset();
+  reader_.reset();
+}
+
+void RingBuffer::deallocate() {
+  std::free(buffers);
+  buffers = nullptr;
+  channelCount = 0;
+  capacityBytes = 0;
+  capacityFrames = 0;
+}
+
+void RingBuffer::setTimeBounds(std::int64_t start, std::int64_t end) {
+  writer_.assertThisThread();
+  const std::uint32_t next = timeBoundsIndex.load(std::memory_order_relaxed) + 1;
+  RingBufferTimeBounds& slot = timeBounds[next & kSlotMask];
+  slot.updateCounter.store(next, std::memory_order_relaxed);
+  slot.startTime.store(start, std::memory_order_release);
+  slot.endTime.store(end, std::memory_order_release);
+  timeBoundsIndex.store(next, std::memory_order_release);
+}
+
+RingBufferError RingBuffer::getTimeBounds(std::int64_t& start, std::int64_t& end) const {
+  const std::uint32_t current = timeBoundsIndex.load(std::memory_order_acquire);
+  const RingBufferTimeBounds& slot = timeBounds[current & kSlotMask];
+  for (int i = 0; i < kBoundsTries; ++i) {
+    start = slot.startTime.load(std::memory_order_acquire);
+    end = slot.endTime.load(std::memory_order_acquire);
+    if (slot.updateCounter.load(std::memory_order_relaxed) == current) return RingBufferErrorNone;
+  }
+  return RingBufferErrorBoundsUnstable;
+}
+
+RingBufferError RingBuffer::clipTimeBounds(std::int64_t& start, std::int64_t& end) {
+  reader_.assertThisThread();
+  std::int64_t heldStart = 0;
+  std::int64_t heldEnd = 0;
+  const RingBufferError error = getTimeBounds(heldStart, heldEnd);
+  if (error != RingBufferErrorNone) return error;
+  if (start > heldEnd || end < heldStart) {
+    end = start;
+    return RingBufferErrorNone;
+  }
+  start = std::max(start, heldStart);
+  end = std::max(std::min(end, heldEnd), start);
+  return RingBufferErrorNone;
+}
+
+const RingBufferTimeBounds& RingBuffer::ownSlot() const {
+  return timeBounds[timeBoundsIndex.load(std::memory_order_relaxed) & kSlotMask];
+}
+
+std::uint32_t RingBuffer::byteOffset(std::int64_t sampleTime) const {
+  return (static_cast<std::uint32_t>(sampleTime) & capacityFramesMask) * bytesPerFrame;
+}
+
+void RingBuffer::makeRoom(std::int64_t startTime, std::int64_t endTime) {
+  const std::int64_t heldStart = ownSlot().startTime.load(std::memory_order_relaxed);
+  const std::int64_t heldEnd = ownSlot().endTime.load(std::memory_order_relaxed);
+  if (heldEnd > startTime) {
+    setTimeBounds(startTime, startTime);
+  } else if (minus(endTime, heldStart) > capacityFrames) {
+    const std::int64_t oldestKept = minus(endTime, capacityFrames);
+    setTimeBounds(oldestKept, std::max(oldestKept, heldEnd));
+  }
+}
+
+void RingBuffer::zeroGap(std::int64_t fromTime, std::int64_t toTime) {
+  const std::uint32_t from = byteOffset(fromTime);
+  const std::uint32_t to = byteOffset(toTime);
+  for (std::int32_t i = 0; i < channelCount; ++i) {
+    if (from < to) {
+      racing::zero(buffers[i] + from, to - from);
+    } else {
+      racing::zero(buffers[i] + from, capacityBytes - from);
+      racing::zero(buffers[i], to);
+    }
+  }
+}
+
+void RingBuffer::copyIn(const platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
+                        std::uint32_t ringOffset_bytes, std::uint32_t size_bytes) {
+  forEachPart(list, listOffset_bytes, size_bytes,
+              [&](std::uint32_t i, const std::byte* part, std::uint32_t partSize_bytes) {
+                if (i >= static_cast<std::uint32_t>(channelCount)) return;
+                racing::copyIn(buffers[i] + ringOffset_bytes, part, partSize_bytes);
+              });
+}
+
+void RingBuffer::copyOut(platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
+                         std::uint32_t ringOffset_bytes, std::uint32_t size_bytes) {
+  forEachPart(list, listOffset_bytes, size_bytes,
+              [&](std::uint32_t i, std::byte* part, std::uint32_t partSize_bytes) {
+                if (i >= static_cast<std::uint32_t>(channelCount)) return;
+                racing::copyOut(part, buffers[i] + ringOffset_bytes, partSize_bytes);
+              });
+}
+
+RingBufferError RingBuffer::store(const platform::AudioBufferList& list, std::uint32_t frameCount,
+                                  std::int64_t startTime) {
+  writer_.assertThisThread();
+  if (frameCount == 0) return RingBufferErrorNone;
+  if (frameCount > capacityFrames) return RingBufferErrorTooManyFrames;
+
+  const std::int64_t endTime = plus(startTime, frameCount);
+  makeRoom(startTime, endTime);
+  const std::int64_t heldEnd = ownSlot().endTime.load(std::memory_order_relaxed);
+  if (heldEnd < startTime) zeroGap(heldEnd, startTime);
+
+  const std::uint32_t offset0 = byteOffset(startTime);
+  const std::uint32_t offset1 = byteOffset(endTime);
+  if (offset0 < offset1) {
+    copyIn(list, 0, offset0, offset1 - offset0);
+  } else {
+    const std::uint32_t first_bytes = capacityBytes - offset0;
+    copyIn(list, 0, offset0, first_bytes);
+    copyIn(list, first_bytes, 0, offset1);
+  }
+  setTimeBounds(ownSlot().startTime.load(std::memory_order_relaxed), endTime);
+  return RingBufferErrorNone;
+}
+
+RingBufferError RingBuffer::fetch(platform::AudioBufferList& list, std::uint32_t frameCount,
+                                  std::int64_t startTime) {
+  reader_.assertThisThread();
+  if (frameCount == 0) return RingBufferErrorNone;
+  const std::int64_t startRead = std::max<std::int64_t>(startTime, 0);
+  const std::int64_t endRead = plus(startRead, frameCount);
+  std::int64_t start = startRead;
+  std::int64_t end = endRead;
+  const RingBufferError error = clipTimeBounds(start, end);
+  if (error != RingBufferErrorNone) return error;
+  if (start == end) {
+    zeroList(list, 0, frameCount * bytesPerFrame);
+    return RingBufferErrorNone;
+  }
+
+  const auto lead_bytes = static_cast<std::int32_t>(
+      static_cast<std::uint32_t>(minus(start, startRead)) * bytesPerFrame);
+  const std::uint32_t destStart = static_cast<std::uint32_t>(std::max(lead_bytes, 0));
+  if (destStart > 0) zeroList(list, 0, std::min(frameCount * bytesPerFrame, destStart));
+  const auto tail_frames = static_cast<std::int32_t>(minus(endRead, end));
+  if (tail_frames > 0) {
+    const std::uint32_t held_bytes = static_cast<std::uint32_t>(minus(end, start)) * bytesPerFrame;
+    zeroList(list, destStart + held_bytes, static_cast<std::uint32_t>(tail_frames) * bytesPerFrame);
+  }
+
+  const std::uint32_t offset0 = byteOffset(start);
+  const std::uint32_t offset1 = byteOffset(end);
+  std::uint32_t copied_bytes = offset1 - offset0;
+  if (offset0 < offset1) {
+    copyOut(list, destStart, offset0, copied_bytes);
+  } else {
+    const std::uint32_t first_bytes = capacityBytes - offset0;
+    copyOut(list, destStart, offset0, first_bytes);
+    copyOut(list, destStart + first_bytes, 0, offset1);
+    copied_bytes = first_bytes + offset1;
+  }
+  platform::AudioBuffer* const listBuffers = list.mBuffers;
+  for (std::uint32_t i = 0; i < list.mNumberBuffers; ++i) {
+    listBuffers[i].mDataByteSize = copied_bytes;
+  }
+  return RingBufferErrorNone;
+}
+
+}  // namespace record_audio

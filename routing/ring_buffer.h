@@ -1,0 +1,136 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/audio_types.h"
+
+// Carries audio from one real-time thread to another without locks, addressed by sample time.
+//
+// Invariants
+// - One writer thread (store, setTimeBounds) and one reader thread (fetch, clipTimeBounds);
+//   getTimeBounds may be called on any. Debug builds assert the two roles.
+// - capacityFrames is a power of two; sample time t lives at (t & capacityFramesMask) *
+// bytesPerFrame
+//   of each channel.
+// - The range of sample times held is the start/end pair in slot timeBoundsIndex & 31. Data is
+//   written before the bounds that cover it are published; frames about to be overwritten are given
+//   up first.
+// - A slot is rewritten only 32 publications later, so a reader is disturbed only if that many
+//   happen while it reads; the slot's counter tells it.
+// - The samples themselves are not guarded. A reader that took the bounds just before a store may
+//   find the oldest frames of the range overwritten; it then gets samples of the wrong time, never
+//   anything but samples (racing_copy.h).
+//
+// Memory orders, each the weakest that will do
+// - timeBoundsIndex, published by release, read by acquire: whoever sees an index sees its slot as
+//   written for it or later, and all samples that the slot's bounds cover. Only the writer changes
+//   the index, so a plain store does what a compare-and-swap would (which costs a tenth of the
+//   whole copy), and the writer reads the index and its own slots relaxed. Nothing needs the
+//   stronger order that would hold later sample writes back behind the index: a reader may take the
+//   old bounds and be delayed until after any overwriting whatever the order.
+// - updateCounter is written relaxed and BEFORE the bounds; the bounds are written by release and
+//   read by acquire, and the counter is read after them, relaxed. A reader that got either bound of
+//   a later publication has thereby acquired that publication's counter, which differs from the
+//   index it read. So a matching counter proves that both bounds are of one publication. (With the
+//   counter written last, a reader between the writes would see mixed bounds under the old
+//   counter.)
+
+namespace record_audio {
+
+enum RingBufferError : std::int32_t {
+  RingBufferErrorNone = 0,
+  RingBufferErrorTooManyFrames = 3,   // a store of more frames than the capacity
+  RingBufferErrorBoundsUnstable = 4,  // no consistent bounds within 8 reads
+};
+
+struct RingBufferTimeBounds {
+  std::atomic<std::int64_t> startTime{0};       // first sample time held
+  std::atomic<std::int64_t> endTime{0};         // just past the last frame held
+  std::atomic<std::uint32_t> updateCounter{0};  // the index under which this slot was written
+};
+
+inline constexpr std::uint32_t kRingBufferSlotCount = 32;
+
+// Debug builds hold each role of the ring to one thread.
+class RingBufferRole {
+ public:
+#ifdef NDEBUG
+  void assertThisThread() {}
+  void reset() {}
+#else
+  void assertThisThread();
+  void reset() {
+    owner_.store(0, std::memory_order_relaxed);
+  }
+
+ private:
+  std::atomic<std::uintptr_t> owner_{0};
+#endif
+};
+
+struct RingBuffer {
+  RingBuffer() = default;
+  ~RingBuffer() { deallocate(); }
+  RingBuffer(const RingBuffer&) = delete;
+  RingBuffer& operator=(const RingBuffer&) = delete;
+
+  // Called once on a fresh ring, before it is shared. The capacity is raised to a power of two; all
+  // samples and bounds start at 0. When the storage cannot be had (or its size does not fit into 32
+  // bits), `buffers` stays null and the ring holds nothing: every store is refused, every fetch is
+  // silence.
+  void allocate(std::int32_t channelCount, std::uint32_t bytesPerFrame,
+                std::uint32_t capacityFrames);
+  // Frees the storage. No thread may be using the ring.
+  void deallocate();
+
+  // REAL-TIME (all below): no allocation, no lock, no system call. Buffer i of a list belongs to
+  // channel i; a list must not have more buffers than the ring has channels, what it has beyond is
+  // left alone. A list buffer shorter than an offset in use ends the walk through the list.
+
+  // Writer. Takes `frameCount` frames from the list as those of `startTime` and after; a gap behind
+  // what is held is zeroed, a step back drops all that is held.
+  RingBufferError store(const platform::AudioBufferList& list, std::uint32_t frameCount,
+                        std::int64_t startTime);
+  // Reader. Fills the list with the frames from `startTime` (at least 0) on; what is not held is
+  // silence. Unless all of it is, each buffer's byte size becomes the number of bytes that came
+  // from the ring. On an error the list is left alone.
+  RingBufferError fetch(platform::AudioBufferList& list, std::uint32_t frameCount,
+                        std::int64_t startTime);
+  // Any thread. On an error the outputs hold what was read last.
+  RingBufferError getTimeBounds(std::int64_t& start, std::int64_t& end) const;
+  // Writer.
+  void setTimeBounds(std::int64_t start, std::int64_t end);
+  // Reader. Cuts a range to what is held; to an empty one (end == start) if they do not meet. On an
+  // error the range is left alone.
+  RingBufferError clipTimeBounds(std::int64_t& start, std::int64_t& end);
+
+  std::byte** buffers = nullptr;  // owned, with the channels behind the table in one allocation
+  std::int32_t channelCount = 0;
+  std::uint32_t bytesPerFrame = 0;  // within one channel
+  std::uint32_t capacityFrames = 0;
+  std::uint32_t capacityFramesMask = 0;
+  std::uint32_t capacityBytes = 0;  // of one channel
+  RingBufferTimeBounds timeBounds[kRingBufferSlotCount];
+  std::atomic<std::uint32_t> timeBoundsIndex{0};
+
+ private:
+  [[nodiscard]] const RingBufferTimeBounds& ownSlot() const;
+  [[nodiscard]] std::uint32_t byteOffset(std::int64_t sampleTime) const;
+  void makeRoom(std::int64_t startTime, std::int64_t endTime);
+  void zeroGap(std::int64_t fromTime, std::int64_t toTime);
+  void copyIn(const platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
+              std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
+  void copyOut(platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
+               std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
+
+  [[no_unique_address]] RingBufferRole writer_;
+  [[no_unique_address]] RingBufferRole reader_;
+};
+
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+static_assert(sizeof(RingBufferTimeBounds) == 24);
+
+}  // namespace record_audio

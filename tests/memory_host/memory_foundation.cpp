@@ -200,6 +200,12 @@ std::string MemoryDateFormatter::stringFromDate(platform::Date date,
   gmtime_r(&seconds, &fields);
   std::string text;
   for (std::size_t at = 0; at < pattern.size();) {
+    if (pattern[at] == '\'') {
+      const std::size_t close = std::min(pattern.find('\'', at + 1), pattern.size());
+      text += pattern.substr(at + 1, close - at - 1);
+      at = close + 1;
+      continue;
+    }
     const std::size_t end = std::min(pattern.find_first_not_of(pattern[at], at), pattern.size());
     const int width = static_cast<int>(end - at);
     int value = -1;

@@ -127,7 +127,7 @@ class MemoryNotificationCenter : public platform::NotificationCenter {
   std::vector<std::shared_ptr<Registration>> registrations_;
 };
 
-// UTC, ISO pattern letters y M d H m s only; the time text is what the test says.
+// UTC, ISO pattern letters y M d H m s and quoted text only; the time text is what the test says.
 class MemoryDateFormatter : public platform::DateFormatter {
  public:
   [[nodiscard]] std::string stringFromDate(platform::Date date,

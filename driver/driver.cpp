@@ -116,7 +116,9 @@ bool Driver::connect() {
                           std::uint32_t id) { static_cast<Driver*>(data)->globalRemoved(id); },
   };
   const std::string remote = options_.remote.empty() ? servedSocket() : options_.remote;
-  // None of the user's client configuration: no modules but the two that are used.
+  // None of the user's client configuration: no modules but the two that are used. The library
+  // warns about that, to the daemon's log.
+  if (std::getenv("PIPEWIRE_DEBUG") == nullptr) pw_log_set_level(SPA_LOG_LEVEL_ERROR);
   context_ = pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0);
   if (context_ == nullptr ||
       pw_context_load_module(context_, "libpipewire-module-protocol-native", nullptr, nullptr) ==

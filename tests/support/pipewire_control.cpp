@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <list>
 #include <stdexcept>
 
 #include "tests/support/private_pipewire.h"
@@ -87,6 +88,12 @@ struct PipeWireControl::Impl {
     if (global.type == PW_TYPE_INTERFACE_Metadata &&
         global.properties[PW_KEY_METADATA_NAME] == "default") {
       static constexpr pw_metadata_events kEvents{PW_VERSION_METADATA_EVENTS, onMetadata};
+      // That of a session manager that has been restarted takes the old one's place.
+      if (self->defaults != nullptr) {
+        spa_hook_remove(&self->defaultsListener);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(self->defaults));
+        self->metadata.clear();
+      }
       self->defaults = static_cast<pw_metadata*>(
           pw_registry_bind(self->registry, id, type, PW_VERSION_METADATA, 0));
       pw_metadata_add_listener(self->defaults, &self->defaultsListener, &kEvents, self);
@@ -333,6 +340,41 @@ std::vector<PipeWireControl::Properties> PipeWireControl::objects(const std::str
   std::vector<Properties> found;
   for (const auto& [id, global] : impl_->globals) {
     if (global.type == "PipeWire:Interface:" + type) found.push_back(global.properties);
+  }
+  return found;
+}
+
+std::vector<PipeWireControl::Properties> PipeWireControl::clientProperties() {
+  struct Watched {
+    pw_client* client = nullptr;
+    spa_hook listener{};
+    Properties properties;
+    static void onInfo(void* data, const pw_client_info* info) {
+      for (std::uint32_t i = 0; i < info->props->n_items; ++i) {
+        static_cast<Watched*>(data)->properties[info->props->items[i].key] =
+            info->props->items[i].value;
+      }
+    }
+  };
+  static constexpr pw_client_events kEvents{PW_VERSION_CLIENT_EVENTS, Watched::onInfo, nullptr};
+  std::list<Watched> watched;
+  {
+    const LoopLock lock(impl_->loop);
+    for (const auto& [id, global] : impl_->globals) {
+      if (global.type != PW_TYPE_INTERFACE_Client) continue;
+      Watched& entry = watched.emplace_back();
+      entry.client = static_cast<pw_client*>(
+          pw_registry_bind(impl_->registry, id, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
+      pw_client_add_listener(entry.client, &entry.listener, &kEvents, &entry);
+    }
+  }
+  synchronize();
+  const LoopLock lock(impl_->loop);
+  std::vector<Properties> found;
+  for (Watched& entry : watched) {
+    spa_hook_remove(&entry.listener);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(entry.client));
+    found.push_back(std::move(entry.properties));
   }
   return found;
 }

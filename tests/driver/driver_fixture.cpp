@@ -1,0 +1,187 @@
+#include "tests/driver/driver_fixture.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace driver_test {
+
+using test_support::ChildProcess;
+using test_support::PipeWireControl;
+using test_support::PrivatePipeWire;
+using test_support::waitUntil;
+
+namespace {
+
+constexpr char kPlayer[] = "pw-cat";
+
+PrivatePipeWire::Options options(bool daemonStartsDriver) {
+  PrivatePipeWire::Options result;
+  if (daemonStartsDriver) {
+    result.pipewireDropIns = {{"90-loopback.conf", std::string("context.exec = [ { path = \"") +
+                                                       LOOPBACK_DRIVER + "\" args = \"\" } ]\n"}};
+  }
+  return result;
+}
+
+std::string nameIn(const std::optional<std::string>& json) {
+  if (!json) return {};
+  const auto colon = json->find(':');
+  const auto begin = json->find('"', colon);
+  const auto end = json->find('"', begin + 1);
+  if (begin == std::string::npos || end == std::string::npos) return {};
+  return json->substr(begin + 1, end - begin - 1);
+}
+
+// A minute of silence.
+std::string writeSilence(const std::string& directory) {
+  std::string path = directory + "/silence.wav";
+  outputOf("sox -n -r 48000 -c 2 -b 16 " + path + " trim 0 60");
+  return path;
+}
+
+}  // namespace
+
+DriverTest::DriverTest() : DriverTest(true) {}
+
+DriverTest::DriverTest(bool daemonStartsDriver)
+    : server_(std::make_unique<PrivatePipeWire>(options(daemonStartsDriver))),
+      control_(std::make_unique<PipeWireControl>()) {
+  control().createSink(kHeadphones, {{"priority.session", "900"}});
+  control().createSink(kSpeaker, {{"priority.session", "500"}});
+  if (!waitForUsedDefault(kHeadphones)) throw std::runtime_error("no default output");
+  if (daemonStartsDriver && !waitUntil([this] { return driverPid().has_value(); })) {
+    throw std::runtime_error("the driver does not announce itself:\n" + server().log());
+  }
+}
+
+DriverTest::~DriverTest() {
+  const auto driver = driverPid();
+  const auto guard = driver ? guardOf(*driver) : std::nullopt;
+  if (HasFailure()) std::fprintf(stderr, "The servers' log:\n%s\n", server().log().c_str());
+  control_.reset();
+  server_.reset();
+  for (const auto& pid : {driver, guard}) {
+    if (pid && !waitUntil([&] { return !isAlive(*pid); })) {
+      ADD_FAILURE() << "process " << *pid << " outlived its daemon";
+      kill(*pid, SIGKILL);
+    }
+  }
+}
+
+std::unique_ptr<ChildProcess> DriverTest::startDriver() {
+  return std::make_unique<ChildProcess>(ChildProcess::Command{{LOOPBACK_DRIVER}, {}, {}});
+}
+
+std::unique_ptr<ChildProcess> DriverTest::startAsker() {
+  auto asker = std::make_unique<ChildProcess>(ChildProcess::Command{{LOOPBACK_ASKER}, {}, {}});
+  EXPECT_TRUE(waitUntil([this] { return deviceIsShown(); }));
+  return asker;
+}
+
+void DriverTest::takeBack(ChildProcess& asker) {
+  asker.sendSignal(SIGUSR1);
+  EXPECT_TRUE(waitUntil([] { return requestsOf(loopback::kLoopbackRequestHideText) == 1; }));
+}
+
+void DriverTest::askAgain(ChildProcess& asker) {
+  asker.sendSignal(SIGUSR2);
+  EXPECT_TRUE(waitUntil([this] { return deviceIsShown(); }));
+}
+
+int DriverTest::requestsOf(const std::string& value) {
+  return std::stoi(
+      outputOf(R"(pw-dump | grep -cE '"com.vantrel.loopback.request": "?)" + value + "' || true"));
+}
+
+std::optional<pid_t> DriverTest::driverPid() {
+  // The registry holds only some of a client's properties; the dump holds all.
+  const std::string pid = outputOf(R"(pw-dump 2>/dev/null | python3 -c '
+import json, sys
+text = sys.stdin.read()
+for thing in json.loads(text) if text else []:
+    properties = (thing.get("info") or {}).get("props") or {}
+    if properties.get("com.vantrel.loopback.driver"):
+        print(properties["pipewire.sec.pid"])')");
+  if (pid.empty()) return std::nullopt;
+  return std::stoi(pid);
+}
+
+std::string DriverTest::dumpOfDevice() {
+  return outputOf("pw-dump " + std::to_string(control().nodeId(loopback::kLoopbackDeviceUID)));
+}
+
+std::string DriverTest::usedDefault() {
+  return nameIn(control().metadata(loopback::kDefaultSinkKey));
+}
+
+std::string DriverTest::configuredDefault() {
+  return nameIn(control().metadata(loopback::kConfiguredDefaultSinkKey));
+}
+
+bool DriverTest::waitForUsedDefault(const std::string& name) {
+  return waitUntil([&] { return usedDefault() == name; });
+}
+
+bool DriverTest::waitForConfiguredDefault(const std::string& name) {
+  return waitUntil([&] { return configuredDefault() == name; });
+}
+
+std::unique_ptr<ChildProcess> DriverTest::playSomething() {
+  return std::make_unique<ChildProcess>(
+      ChildProcess::Command{{kPlayer, "-p", writeSilence(server().directory())}, {}, {}});
+}
+
+std::vector<std::string> DriverTest::sinksHeardOn() {
+  std::map<std::string, std::string> names;
+  for (auto& node : control().objects("Node")) {
+    names[node["object.id"]] = node["node.name"];
+  }
+  std::vector<std::string> sinks;
+  for (auto& link : control().objects("Link")) {
+    if (names[link["link.output.node"]] != kPlayer) continue;
+    const std::string sink = names[link["link.input.node"]];
+    if (std::find(sinks.begin(), sinks.end(), sink) == sinks.end()) sinks.push_back(sink);
+  }
+  return sinks;
+}
+
+bool DriverTest::waitUntilHeardOn(const std::string& sink) {
+  return waitUntil([&] { return sinksHeardOn() == std::vector<std::string>{sink}; });
+}
+
+std::string outputOf(const std::string& command) {
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
+  std::string output;
+  std::array<char, 4096> block{};
+  for (std::size_t count; (count = fread(block.data(), 1, block.size(), pipe)) > 0;) {
+    output.append(block.data(), count);
+  }
+  if (pclose(pipe) != 0) throw std::runtime_error(command + " failed:\n" + output);
+  return output;
+}
+
+std::optional<pid_t> guardOf(pid_t driver) {
+  const std::string task = "/proc/" + std::to_string(driver) + "/task/" + std::to_string(driver);
+  std::ifstream children(task + "/children");
+  for (pid_t child; children >> child;) {
+    std::string name;
+    std::ifstream("/proc/" + std::to_string(child) + "/comm") >> name;
+    if (name == "loopback-guard") return child;
+  }
+  return std::nullopt;
+}
+
+bool isAlive(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(stat, line)) return false;
+  return line[line.rfind(')') + 2] != 'Z';
+}
+
+}  // namespace driver_test

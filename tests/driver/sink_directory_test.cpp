@@ -1,0 +1,52 @@
+#include "driver/sink_directory.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Channels = std::vector<std::string>;
+
+const Channels kStereo = {"FL", "FR"};
+
+loopback::SinkDirectory directoryWith(const Channels& channels) {
+  loopback::SinkDirectory directory;
+  directory.addSink(10, "sink");
+  directory.addSink(11, "other");
+  directory.addInputPort(90, 11, 0, "MONO");
+  std::uint32_t index = 0;
+  // The registry reports ports in any order.
+  for (const std::string& channel : channels) {
+    directory.addInputPort(100 - index, 10, index, channel);
+    ++index;
+  }
+  return directory;
+}
+
+TEST(SinkDirectory, StandsInWithTheSinksOwnChannelsInTheirOrder) {
+  for (const Channels& channels :
+       {Channels{"MONO"}, kStereo, Channels{"FL", "FR", "FC", "LFE", "RL", "RR"},
+        Channels{"FL", "FR", "FC", "LFE", "RL", "RR", "SL", "SR"}}) {
+    EXPECT_EQ(directoryWith(channels).channelsFor("sink"), channels);
+  }
+}
+
+TEST(SinkDirectory, AnythingUnusualIsStereo) {
+  EXPECT_EQ(directoryWith({}).channelsFor("sink"), kStereo);
+  EXPECT_EQ(directoryWith({"AUX0", "AUX1", "AUX2"}).channelsFor("sink"), kStereo);
+  EXPECT_EQ(directoryWith({"FL", "FL"}).channelsFor("sink"), kStereo);
+  EXPECT_EQ(
+      directoryWith({"FL", "FR", "FC", "LFE", "RL", "RR", "SL", "SR", "RC"}).channelsFor("sink"),
+      kStereo);
+  EXPECT_EQ(directoryWith({"MONO"}).channelsFor("unknown"), kStereo);
+  EXPECT_EQ(directoryWith({"MONO"}).channelsFor(""), kStereo);
+}
+
+TEST(SinkDirectory, ForgetsWhatIsRemoved) {
+  auto directory = directoryWith({"MONO"});
+  EXPECT_EQ(directory.sinkName(10), "sink");
+  directory.remove(10);
+  EXPECT_EQ(directory.sinkName(10), "");
+  EXPECT_EQ(directory.channelsFor("sink"), kStereo);
+}
+
+}  // namespace

@@ -50,6 +50,8 @@ class PipeWireControl {
   [[nodiscard]] std::uint32_t nodeId(const std::string& nodeName);
   // The properties of every client, node, port or link in the registry.
   [[nodiscard]] std::vector<Properties> objects(const std::string& type);
+  // All properties of every client, which the registry shows a part of.
+  [[nodiscard]] std::vector<Properties> clientProperties();
   // Waits until the daemon has done everything asked for so far.
   void synchronize();
 

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/audio_hardware.h"
+
+namespace linux_host {
+
+// Gives every name a number, the same for as long as the process lives, so that a device that is
+// unplugged and plugged in again is the same object. Never 0 or the system object. Any thread
+// except audio callbacks.
+class AudioObjectIds {
+ public:
+  platform::AudioObjectID idOf(const std::string& name) {
+    const std::lock_guard lock(mutex_);
+    const auto [entry, isNew] = ids_.try_emplace(name, next_);
+    if (isNew) names_[next_++] = name;
+    return entry->second;
+  }
+
+  // Null when the number was never given.
+  [[nodiscard]] std::optional<std::string> nameOf(platform::AudioObjectID id) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = names_.find(id);
+    if (found == names_.end()) return std::nullopt;
+    return found->second;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  platform::AudioObjectID next_ = platform::kAudioObjectSystemObject + 1;
+  std::map<std::string, platform::AudioObjectID> ids_;
+  std::map<platform::AudioObjectID, std::string> names_;
+};
+
+}  // namespace linux_host

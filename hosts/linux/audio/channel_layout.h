@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace linux_host {
+
+// The bytes of a platform::AudioChannelLayout with one description a channel; positions are enum
+// spa_audio_channel.
+std::vector<std::byte> channelLayout(const std::vector<std::uint32_t>& positions);
+
+// The bytes of a platform::AudioBufferList of one interleaved stream, or of none for no channels.
+std::vector<std::byte> streamConfiguration(std::uint32_t channels);
+
+}  // namespace linux_host

@@ -1,0 +1,309 @@
+#include "hosts/linux/audio/pipewire_audio_hardware.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+
+#include "driver/loopback_protocol.h"
+#include "hosts/linux/audio/channel_layout.h"
+
+namespace linux_host {
+namespace {
+
+using platform::AudioObjectID;
+using platform::AudioObjectPropertyAddress;
+using platform::OSStatus;
+
+// Names objects that are no device; no node is called so, for a node's name has no blank in front.
+constexpr const char* kLoopbackControl = " loopback control";
+
+// What a device's clock may be old before the device counts as stopped: the longest cycle that
+// graphs run at, several times over.
+constexpr std::uint64_t kClockLifetime_ns = 1'000'000'000;
+
+std::uint64_t monotonic_ns() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+template <typename T>
+bool readValue(std::uint32_t size_bytes, const void* data, T* value) {
+  if (size_bytes != sizeof(T) || data == nullptr) return false;
+  std::memcpy(value, data, sizeof(T));
+  return true;
+}
+
+bool isInput(const AudioObjectPropertyAddress& address) {
+  return address.mScope == platform::kAudioDevicePropertyScopeInput;
+}
+
+std::uint32_t safetyOffset_frames(const AudioNode& node) {
+  const std::string& headroom = node.property("api.alsa.headroom");
+  std::uint32_t frames = 0;
+  std::from_chars(headroom.data(), headroom.data() + headroom.size(), frames);
+  return frames;
+}
+
+// Whether the node has channels in the scope at all. The global scope is the side it plays or
+// records on.
+bool hasSide(const AudioNode& node, std::uint32_t scope) {
+  switch (scope) {
+    case platform::kAudioDevicePropertyScopeInput:
+      return node.isCapturable();
+    case platform::kAudioDevicePropertyScopeOutput:
+      return node.isSink();
+    default:
+      return scope == platform::kAudioObjectPropertyScopeGlobal;
+  }
+}
+
+}  // namespace
+
+bool PipeWireAudioHardware::AudioObjectHasProperty(AudioObjectID object,
+                                                   const AudioObjectPropertyAddress& address) {
+  if (object == platform::kAudioObjectSystemObject &&
+      address.mSelector == platform::kAudioHardwarePropertyTranslateUIDToDevice) {
+    return true;  // whichever UID may be asked for
+  }
+  return std::holds_alternative<PropertyValue>(valueOf(object, address, 0, nullptr));
+}
+
+OSStatus PipeWireAudioHardware::AudioObjectGetPropertyDataSize(
+    AudioObjectID object, const AudioObjectPropertyAddress& address,
+    std::uint32_t qualifierSize_bytes, const void* qualifier, std::uint32_t* outSize_bytes) {
+  const Result result = valueOf(object, address, qualifierSize_bytes, qualifier);
+  if (const auto* status = std::get_if<OSStatus>(&result)) return *status;
+  *outSize_bytes = std::get<PropertyValue>(result).size_bytes();
+  return platform::noErr;
+}
+
+OSStatus PipeWireAudioHardware::AudioObjectGetPropertyData(
+    AudioObjectID object, const AudioObjectPropertyAddress& address,
+    std::uint32_t qualifierSize_bytes, const void* qualifier, std::uint32_t* ioSize_bytes,
+    void* outData) {
+  const Result result = valueOf(object, address, qualifierSize_bytes, qualifier);
+  if (const auto* status = std::get_if<OSStatus>(&result)) return *status;
+  return std::get<PropertyValue>(result).copyTo(ioSize_bytes, outData);
+}
+
+OSStatus PipeWireAudioHardware::AudioDeviceGetProperty(platform::AudioDeviceID device,
+                                                       std::uint32_t channel, bool isInputSide,
+                                                       std::uint32_t selector,
+                                                       std::uint32_t* ioSize_bytes, void* outData) {
+  const std::uint32_t scope = isInputSide ? platform::kAudioDevicePropertyScopeInput
+                                          : platform::kAudioDevicePropertyScopeOutput;
+  return AudioObjectGetPropertyData(device, {selector, scope, channel}, 0, nullptr, ioSize_bytes,
+                                    outData);
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::valueOf(
+    AudioObjectID object, const AudioObjectPropertyAddress& address,
+    std::uint32_t qualifierSize_bytes, const void* qualifier) {
+  Result result = platform::kAudioHardwareBadObjectError;
+  const bool isThere = connection_.withGraph([&](const AudioGraph& graph) {
+    if (address.mElement != platform::kAudioObjectPropertyElementMaster) {
+      result = platform::kAudioHardwareUnknownPropertyError;
+      return;
+    }
+    if (object == platform::kAudioObjectSystemObject) {
+      result = systemValue(graph, address.mSelector, qualifierSize_bytes, qualifier);
+      return;
+    }
+    const std::string name = ids_.nameOf(object).value_or("");
+    if (name == kLoopbackControl) {
+      result = platform::kAudioHardwareUnknownPropertyError;  // it can be set only
+    } else if (const AudioNode* node = graph.findNode(name)) {
+      result = deviceValue(graph, *node, address);
+    } else if (name == loopback::kLoopbackDeviceUID && graph.loopbackDriverVersion()) {
+      result = hiddenLoopbackValue(graph, address.mSelector);
+    }
+  });
+  if (!isThere) return platform::kAudioHardwareNotRunningError;
+  return result;
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::systemValue(const AudioGraph& graph,
+                                                                 std::uint32_t selector,
+                                                                 std::uint32_t qualifierSize_bytes,
+                                                                 const void* qualifier) {
+  const auto idOrUnknown = [&](const AudioNode* node) {
+    return PropertyValue::scalar(node == nullptr ? platform::kAudioObjectUnknown
+                                                 : ids_.idOf(node->name));
+  };
+  switch (selector) {
+    case platform::kAudioHardwarePropertyDevices: {
+      std::vector<platform::AudioDeviceID> devices;
+      for (const AudioNode* node : graph.audioDevices()) {
+        const platform::AudioDeviceID id = ids_.idOf(node->name);
+        if (std::find(devices.begin(), devices.end(), id) == devices.end()) devices.push_back(id);
+      }
+      return PropertyValue::list(devices);
+    }
+    case platform::kAudioHardwarePropertyDefaultInputDevice:
+      return idOrUnknown(graph.defaultSource());
+    case platform::kAudioHardwarePropertyDefaultOutputDevice:
+      return idOrUnknown(graph.defaultSink());
+    case platform::kAudioHardwarePropertyTranslateUIDToDevice:
+      return deviceWithUID(graph, qualifierSize_bytes, qualifier);
+    default:
+      return platform::kAudioHardwareUnknownPropertyError;
+  }
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::deviceWithUID(
+    const AudioGraph& graph, std::uint32_t qualifierSize_bytes, const void* qualifier) {
+  platform::StringRef uid = nullptr;
+  if (!readValue(qualifierSize_bytes, qualifier, &uid) || uid == nullptr) {
+    return platform::kAudioHardwareBadPropertySizeError;
+  }
+  const bool isHiddenLoopback =
+      uid->text() == loopback::kLoopbackDeviceUID && graph.loopbackDriverVersion().has_value();
+  const bool isThere = isHiddenLoopback || graph.findNode(uid->text()) != nullptr;
+  return PropertyValue::scalar(isThere ? ids_.idOf(uid->text()) : platform::kAudioObjectUnknown);
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::hiddenLoopbackValue(const AudioGraph& graph,
+                                                                         std::uint32_t selector) {
+  switch (selector) {
+    case platform::kAudioDevicePropertyDeviceUID:
+      return PropertyValue::string(loopback::kLoopbackDeviceUID);
+    case platform::kAudioDevicePropertyDeviceManufacturerCFString:
+      return PropertyValue::string(*graph.loopbackDriverVersion());
+    case platform::kAudioObjectPropertyControlList:
+      return controlList(graph);
+    default:
+      return platform::kAudioHardwareUnknownPropertyError;
+  }
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::deviceValue(
+    const AudioGraph& graph, const AudioNode& node, const AudioObjectPropertyAddress& address) {
+  const bool isThisSide = hasSide(node, address.mScope);
+  switch (address.mSelector) {
+    case platform::kAudioDevicePropertyDeviceUID:
+      return PropertyValue::string(node.name);
+    case platform::kAudioDevicePropertyDeviceManufacturerCFString:
+      return PropertyValue::string(graph.manufacturer(node));
+    case platform::kAudioDevicePropertyStreamConfiguration: {
+      const std::size_t channels = isThisSide ? graph.channelPositions(node).size() : 0;
+      return PropertyValue::bytes(streamConfiguration(static_cast<std::uint32_t>(channels)));
+    }
+    case platform::kAudioDevicePropertyVolumeScalar:
+    case platform::kAudioDevicePropertyMute:
+      return volumeOrMute(node, address);
+    case platform::kAudioDevicePropertyActualSampleRate:
+    case platform::kAudioDevicePropertyNominalSampleRate:
+      return PropertyValue::scalar(static_cast<double>(graph.deviceRate_Hz(node)));
+    case platform::kAudioDevicePropertyPreferredChannelLayout:
+      if (!isThisSide) return platform::kAudioHardwareUnknownPropertyError;
+      return PropertyValue::bytes(channelLayout(graph.channelPositions(node)));
+    case platform::kAudioDevicePropertyBufferFrameSize:
+      return PropertyValue::scalar(graph.graphQuantum_frames());
+    case platform::kAudioDevicePropertySafetyOffset:
+      return PropertyValue::scalar(safetyOffset_frames(node));
+    case platform::kAudioObjectPropertyControlList:
+      if (!node.isLoopback()) return platform::kAudioHardwareUnknownPropertyError;
+      return controlList(graph);
+    default:
+      return platform::kAudioHardwareUnknownPropertyError;
+  }
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::volumeOrMute(
+    const AudioNode& node, const AudioObjectPropertyAddress& address) {
+  // The loopback device's volume is that of what is heard, not of what is recorded.
+  const bool applies = hasSide(node, address.mScope) && !(node.isLoopback() && isInput(address));
+  if (applies && address.mSelector == platform::kAudioDevicePropertyMute && node.mute) {
+    return PropertyValue::scalar(std::uint32_t{*node.mute ? 1U : 0U});
+  }
+  if (applies && address.mSelector == platform::kAudioDevicePropertyVolumeScalar &&
+      !node.channelVolumes.empty()) {
+    return PropertyValue::scalar(
+        *std::max_element(node.channelVolumes.begin(), node.channelVolumes.end()));
+  }
+  return platform::kAudioHardwareUnknownPropertyError;
+}
+
+PipeWireAudioHardware::Result PipeWireAudioHardware::controlList(const AudioGraph& graph) {
+  std::vector<AudioObjectID> controls;
+  if (graph.loopbackDriverVersion()) controls.push_back(ids_.idOf(kLoopbackControl));
+  return PropertyValue::list(controls);
+}
+
+OSStatus PipeWireAudioHardware::AudioObjectSetPropertyData(
+    AudioObjectID object, const AudioObjectPropertyAddress& address, std::uint32_t, const void*,
+    std::uint32_t size_bytes, const void* data) {
+  if (object == platform::kAudioObjectSystemObject) {
+    return AudioHardwareSetProperty(address.mSelector, size_bytes, data);
+  }
+  const std::string name = ids_.nameOf(object).value_or("");
+  if (name.empty()) return platform::kAudioHardwareBadObjectError;
+  if (name != kLoopbackControl) return platform::kAudioHardwareIllegalOperationError;
+  if (address.mSelector != platform::kAudioBooleanControlPropertyValue) {
+    return platform::kAudioHardwareUnknownPropertyError;
+  }
+  std::uint32_t value = 0;
+  if (!readValue(size_bytes, data, &value)) return platform::kAudioHardwareBadPropertySizeError;
+  return requestLoopback(value);
+}
+
+OSStatus PipeWireAudioHardware::requestLoopback(std::uint32_t value) {
+  if (value != loopback::kLoopbackRequestShow && value != loopback::kLoopbackRequestHide) {
+    return platform::kAudioHardwareIllegalOperationError;
+  }
+  bool hasDriver = false;
+  connection_.withGraph(
+      [&](const AudioGraph& graph) { hasDriver = graph.loopbackDriverVersion().has_value(); });
+  if (!hasDriver) return platform::kAudioHardwareBadObjectError;
+  const bool isSent =
+      connection_.setOwnProperty(loopback::kLoopbackRequestKey, std::to_string(value));
+  return isSent ? platform::noErr : platform::kAudioHardwareNotRunningError;
+}
+
+OSStatus PipeWireAudioHardware::AudioHardwareSetProperty(std::uint32_t selector,
+                                                         std::uint32_t size_bytes,
+                                                         const void* data) {
+  if (selector != platform::kAudioHardwarePropertyDefaultOutputDevice) {
+    return platform::kAudioHardwareUnknownPropertyError;
+  }
+  platform::AudioDeviceID device = platform::kAudioObjectUnknown;
+  if (!readValue(size_bytes, data, &device)) return platform::kAudioHardwareBadPropertySizeError;
+  const std::string name = ids_.nameOf(device).value_or("");
+  bool isSink = false;
+  const bool isThere = connection_.withGraph([&](const AudioGraph& graph) {
+    const AudioNode* node = graph.findNode(name);
+    isSink = node != nullptr && node->isSink();
+  });
+  if (!isThere) return platform::kAudioHardwareNotRunningError;
+  if (!isSink) return platform::kAudioHardwareBadDeviceError;
+  return connection_.setConfiguredDefaultSink(name) ? platform::noErr
+                                                    : platform::kAudioHardwareUnspecifiedError;
+}
+
+OSStatus PipeWireAudioHardware::AudioDeviceGetCurrentTime(platform::AudioDeviceID device,
+                                                          platform::AudioTimeStamp* outTime) {
+  const std::optional<DeviceClock> clock = clocks_.read(device);
+  // A read of the clock is no system call: the kernel maps it into every process.
+  const std::uint64_t now_ns = monotonic_ns();
+  if (!clock || now_ns > clock->host_ns + kClockLifetime_ns) {
+    return platform::kAudioHardwareNotRunningError;
+  }
+  // The cycle's time may lie ahead of the moment at which its clock was published.
+  const double passed_s = (static_cast<double>(now_ns) - static_cast<double>(clock->host_ns)) / 1e9;
+  *outTime = platform::AudioTimeStamp{};
+  outTime->mSampleTime = clock->sampleTime + passed_s * clock->rate_Hz * clock->rateScalar;
+  outTime->mHostTime = now_ns;
+  outTime->mRateScalar = clock->rateScalar;
+  return platform::noErr;
+}
+
+std::optional<std::string> PipeWireAudioHardware::nodeName(platform::AudioDeviceID device) const {
+  std::optional<std::string> name = ids_.nameOf(device);
+  if (name && *name == kLoopbackControl) return std::nullopt;
+  return name;
+}
+
+}  // namespace linux_host

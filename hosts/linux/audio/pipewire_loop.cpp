@@ -1,0 +1,74 @@
+#include "hosts/linux/audio/pipewire_loop.h"
+
+#include <pipewire/pipewire.h>
+#include <pthread.h>
+
+#include <utility>
+
+namespace linux_host {
+
+PipeWireLoop::PipeWireLoop(std::string threadName)
+    : thread_([this, name = std::move(threadName)] { run(name); }) {}
+
+PipeWireLoop::~PipeWireLoop() {
+  {
+    const std::lock_guard lock(mutex_);
+    quit_ = true;
+    if (wakeSource_ != nullptr) {
+      pw_loop_signal_event(pw_main_loop_get_loop(loop_), wakeSource_);
+    }
+  }
+  thread_.join();
+}
+
+void PipeWireLoop::post(Work work) {
+  const std::lock_guard lock(mutex_);
+  posted_.push_back(std::move(work));
+  if (wakeSource_ != nullptr) pw_loop_signal_event(pw_main_loop_get_loop(loop_), wakeSource_);
+}
+
+void PipeWireLoop::onWake(void* self, std::uint64_t) {
+  static_cast<PipeWireLoop*>(self)->runPosted();
+}
+
+void PipeWireLoop::runPosted() {
+  for (;;) {
+    std::vector<Work> work;
+    bool quit = false;
+    {
+      const std::lock_guard lock(mutex_);
+      work.swap(posted_);
+      quit = quit_;
+    }
+    pw_loop* loop = pw_main_loop_get_loop(loop_);
+    for (const Work& item : work) item(loop);
+    if (!work.empty()) continue;
+    if (quit) pw_main_loop_quit(loop_);
+    return;
+  }
+}
+
+void PipeWireLoop::run(const std::string& threadName) {
+  pthread_setname_np(pthread_self(), threadName.c_str());
+  static std::once_flag initialised;
+  std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
+
+  pw_main_loop* loop = pw_main_loop_new(nullptr);
+  {
+    const std::lock_guard lock(mutex_);
+    loop_ = loop;
+    wakeSource_ = pw_loop_add_event(pw_main_loop_get_loop(loop), onWake, this);
+    if (quit_ || !posted_.empty()) {
+      pw_loop_signal_event(pw_main_loop_get_loop(loop), wakeSource_);
+    }
+  }
+  pw_main_loop_run(loop);
+  {
+    const std::lock_guard lock(mutex_);
+    pw_loop_destroy_source(pw_main_loop_get_loop(loop), wakeSource_);
+    wakeSource_ = nullptr;
+  }
+  pw_main_loop_destroy(loop);
+}
+
+}  // namespace linux_host

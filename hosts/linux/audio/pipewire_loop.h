@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct pw_loop;
+struct pw_main_loop;
+struct spa_source;
+
+namespace linux_host {
+
+// A PipeWire loop on a thread of its own. Whatever belongs to the loop is made, used and destroyed
+// by work posted to it, so nothing of it needs a lock.
+//
+// Construction only starts the thread: loading the library happens there, while the caller goes on.
+class PipeWireLoop {
+ public:
+  // `threadName`: 15 bytes at most, as the system shows it.
+  explicit PipeWireLoop(std::string threadName);
+  // Runs what was posted, then ends the thread. Not on the loop's own thread.
+  ~PipeWireLoop();
+  PipeWireLoop(const PipeWireLoop&) = delete;
+  PipeWireLoop& operator=(const PipeWireLoop&) = delete;
+
+  using Work = std::function<void(pw_loop*)>;
+  // Any thread except an audio callback. Runs in the order posted.
+  void post(Work work);
+
+ private:
+  static void onWake(void* self, std::uint64_t count);
+  void run(const std::string& threadName);
+  void runPosted();
+
+  std::mutex mutex_;
+  std::vector<Work> posted_;          // guarded by mutex_
+  pw_main_loop* loop_ = nullptr;      // guarded by mutex_; null until the thread is up
+  spa_source* wakeSource_ = nullptr;  // guarded by mutex_
+  bool quit_ = false;                 // guarded by mutex_
+  std::thread thread_;
+};
+
+}  // namespace linux_host

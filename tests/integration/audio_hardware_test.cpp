@@ -1,0 +1,452 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver/loopback_protocol.h"
+#include "hosts/linux/audio/pipewire_audio_hardware.h"
+#include "platform/capture.h"
+#include "tests/support/pipewire_control.h"
+#include "tests/support/private_pipewire.h"
+
+namespace linux_host {
+namespace {
+
+using namespace platform;
+using test_support::PipeWireControl;
+using test_support::PrivatePipeWire;
+using test_support::waitUntil;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr AudioObjectPropertyAddress global(std::uint32_t selector) {
+  return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMaster};
+}
+constexpr AudioObjectPropertyAddress input(std::uint32_t selector) {
+  return {selector, kAudioDevicePropertyScopeInput, kAudioObjectPropertyElementMaster};
+}
+constexpr AudioObjectPropertyAddress output(std::uint32_t selector) {
+  return {selector, kAudioDevicePropertyScopeOutput, kAudioObjectPropertyElementMaster};
+}
+
+// Reads properties as callers of the port do.
+class HardwareReader {
+ public:
+  explicit HardwareReader(AudioHardware& hardware) : hardware_(hardware) {}
+
+  template <typename T>
+  std::optional<T> scalar(AudioObjectID object, const AudioObjectPropertyAddress& address) {
+    T value{};
+    std::uint32_t size = sizeof value;
+    if (hardware_.AudioObjectGetPropertyData(object, address, 0, nullptr, &size, &value) != noErr) {
+      return std::nullopt;
+    }
+    EXPECT_EQ(size, sizeof value);
+    return value;
+  }
+  std::optional<std::string> text(AudioObjectID object, const AudioObjectPropertyAddress& address) {
+    const std::optional<StringRef> reference = scalar<StringRef>(object, address);
+    if (!reference) return std::nullopt;
+    return OwnedString(*reference)->text();
+  }
+  std::vector<AudioObjectID> ids(AudioObjectID object, const AudioObjectPropertyAddress& address) {
+    std::uint32_t size = 0;
+    if (hardware_.AudioObjectGetPropertyDataSize(object, address, 0, nullptr, &size) != noErr) {
+      return {};
+    }
+    std::vector<AudioObjectID> list(size / sizeof(AudioObjectID));
+    EXPECT_EQ(hardware_.AudioObjectGetPropertyData(object, address, 0, nullptr, &size, list.data()),
+              noErr);
+    return list;
+  }
+  AudioDeviceID deviceWithUID(const std::string& uid) {
+    const OwnedString text(StringObject::create(uid));
+    const StringRef reference = text.get();
+    AudioDeviceID device = 0;
+    std::uint32_t size = sizeof device;
+    EXPECT_EQ(hardware_.AudioObjectGetPropertyData(
+                  kAudioObjectSystemObject, global(kAudioHardwarePropertyTranslateUIDToDevice),
+                  sizeof reference, &reference, &size, &device),
+              noErr);
+    return device;
+  }
+  std::uint32_t channels(AudioDeviceID device, std::uint32_t scope) {
+    const AudioObjectPropertyAddress address{kAudioDevicePropertyStreamConfiguration, scope, 0};
+    std::uint32_t size = 0;
+    EXPECT_EQ(hardware_.AudioObjectGetPropertyDataSize(device, address, 0, nullptr, &size), noErr);
+    std::vector<std::byte> bytes(std::max<std::size_t>(size, sizeof(AudioBufferList)));
+    EXPECT_EQ(
+        hardware_.AudioObjectGetPropertyData(device, address, 0, nullptr, &size, bytes.data()),
+        noErr);
+    AudioBufferList list{};
+    std::memcpy(&list, bytes.data(), sizeof list);
+    return list.mNumberBuffers == 0 ? 0 : list.mBuffers[0].mNumberChannels;
+  }
+
+ private:
+  AudioHardware& hardware_;
+};
+
+class AudioHardwareTest : public testing::Test {
+ protected:
+  PrivatePipeWire server;
+  PipeWireControl control;
+  DeviceClockTable clocks;
+};
+
+class ConnectedHardwareTest : public AudioHardwareTest {
+ protected:
+  PipeWireConnection connection;
+  PipeWireAudioHardware hardware{connection, clocks};
+  HardwareReader read{hardware};
+};
+
+TEST_F(AudioHardwareTest, FirstReadSeesEveryDevice) {
+  control.createMicrophone("mic.a");
+  control.createSink("sink.b");
+  const auto begin = std::chrono::steady_clock::now();
+  PipeWireConnection connection;
+  const auto constructed = std::chrono::steady_clock::now();
+  PipeWireAudioHardware hardware(connection, clocks);
+  HardwareReader read(hardware);
+  const auto devices = read.ids(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices));
+  const auto seen = std::chrono::steady_clock::now();
+  EXPECT_THAT(devices, ElementsAre(read.deviceWithUID("mic.a"), read.deviceWithUID("sink.b")));
+  using Milliseconds = std::chrono::duration<double, std::milli>;
+  RecordProperty("construction_ms", std::to_string(Milliseconds(constructed - begin).count()));
+  std::printf("construction %.2f ms, first read %.2f ms\n",
+              Milliseconds(constructed - begin).count(), Milliseconds(seen - begin).count());
+}
+
+TEST_F(ConnectedHardwareTest, DevicesHaveNamesAndSides) {
+  control.createMicrophone("mic.a");
+  control.createSink("sink.b", {{"audio.position", "FL,FR,FC,LFE,RL,RR"}});
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("sink.b") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  const AudioDeviceID sink = read.deviceWithUID("sink.b");
+  EXPECT_GT(mic, kAudioObjectSystemObject);
+  EXPECT_NE(mic, sink);
+  EXPECT_EQ(read.text(mic, global(kAudioDevicePropertyDeviceUID)), "mic.a");
+  EXPECT_EQ(read.text(sink, global(kAudioDevicePropertyDeviceUID)), "sink.b");
+  EXPECT_EQ(read.channels(mic, kAudioDevicePropertyScopeInput), 2U);
+  EXPECT_EQ(read.channels(mic, kAudioDevicePropertyScopeOutput), 0U);
+  EXPECT_EQ(read.channels(sink, kAudioDevicePropertyScopeInput), 0U);
+  EXPECT_EQ(read.channels(sink, kAudioDevicePropertyScopeOutput), 6U);
+  EXPECT_EQ(read.deviceWithUID("no.such.device"), kAudioObjectUnknown);
+}
+
+TEST_F(ConnectedHardwareTest, OlderCallReadsTheUidWithTheInputFlagClear) {
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  StringRef uid = nullptr;
+  std::uint32_t size = sizeof uid;
+  ASSERT_EQ(hardware.AudioDeviceGetProperty(read.deviceWithUID("mic.a"), 0, false,
+                                            kAudioDevicePropertyDeviceUID, &size, &uid),
+            noErr);
+  EXPECT_EQ(OwnedString(uid)->text(), "mic.a");
+}
+
+TEST_F(ConnectedHardwareTest, VolumeAndMuteFollowTheMixer) {
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  EXPECT_TRUE(hardware.AudioObjectHasProperty(mic, input(kAudioDevicePropertyVolumeScalar)));
+  EXPECT_FALSE(hardware.AudioObjectHasProperty(mic, output(kAudioDevicePropertyVolumeScalar)));
+  EXPECT_TRUE(hardware.AudioObjectHasProperty(mic, input(kAudioDevicePropertyMute)));
+  EXPECT_EQ(read.scalar<float>(mic, input(kAudioDevicePropertyVolumeScalar)), 1.0F);
+  EXPECT_EQ(read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)), 0U);
+
+  control.setVolume("mic.a", 0.125F);
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<float>(mic, input(kAudioDevicePropertyVolumeScalar)) == 0.125F; }));
+  control.setVolume("mic.a", 0.0F);
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<float>(mic, input(kAudioDevicePropertyVolumeScalar)) == 0.0F; }));
+  control.setMute("mic.a", true);
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 1U; }));
+  control.setMute("mic.a", false);
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 0U; }));
+}
+
+TEST_F(ConnectedHardwareTest, SameNameIsTheSameObjectAfterReplugging) {
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  const AudioDeviceID first = read.deviceWithUID("mic.a");
+  control.destroyNode("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") == 0; }));
+  EXPECT_FALSE(hardware.AudioObjectHasProperty(first, global(kAudioDevicePropertyDeviceUID)));
+  std::uint32_t size = 0;
+  EXPECT_EQ(hardware.AudioObjectGetPropertyDataSize(first, global(kAudioDevicePropertyDeviceUID), 0,
+                                                    nullptr, &size),
+            kAudioHardwareBadObjectError);
+  control.createMicrophone("other");
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  EXPECT_EQ(read.deviceWithUID("mic.a"), first);
+}
+
+TEST_F(ConnectedHardwareTest, DefaultDevicesFollowTheUsersChoice) {
+  control.createMicrophone("mic.a");
+  control.createMicrophone("mic.b");
+  control.createSink("sink.a");
+  control.createSink("sink.b");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("sink.b") != 0; }));
+  const auto defaultIs = [&](std::uint32_t selector, const char* uid) {
+    return waitUntil([&, uid] {
+      return read.scalar<AudioDeviceID>(kAudioObjectSystemObject, global(selector)) ==
+             read.deviceWithUID(uid);
+    });
+  };
+  for (const char* name : {"mic.a", "mic.b", "mic.a"}) {
+    control.setDefaultSource(name);
+    EXPECT_TRUE(defaultIs(kAudioHardwarePropertyDefaultInputDevice, name)) << name;
+  }
+  for (const char* name : {"sink.b", "sink.a"}) {
+    control.setDefaultSink(name);
+    EXPECT_TRUE(defaultIs(kAudioHardwarePropertyDefaultOutputDevice, name)) << name;
+  }
+}
+
+TEST_F(ConnectedHardwareTest, SettingTheDefaultOutputConfiguresIt) {
+  control.createSink("sink.a");
+  control.createSink("sink.b");
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  control.setDefaultSink("sink.a");
+  AudioDeviceID sink = read.deviceWithUID("sink.b");
+  ASSERT_EQ(hardware.AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice,
+                                              sizeof sink, &sink),
+            noErr);
+  EXPECT_TRUE(waitUntil([&] {
+    return read.scalar<AudioDeviceID>(kAudioObjectSystemObject,
+                                      global(kAudioHardwarePropertyDefaultOutputDevice)) == sink;
+  }));
+  EXPECT_EQ(control.metadata("default.configured.audio.sink"), R"({"name":"sink.b"})");
+
+  AudioDeviceID mic = read.deviceWithUID("mic.a");
+  EXPECT_EQ(hardware.AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof mic,
+                                              &mic),
+            kAudioHardwareBadDeviceError);
+  EXPECT_EQ(hardware.AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, 2, &mic),
+            kAudioHardwareBadPropertySizeError);
+  EXPECT_EQ(
+      hardware.AudioHardwareSetProperty(kAudioHardwarePropertyDefaultInputDevice, sizeof mic, &mic),
+      kAudioHardwareUnknownPropertyError);
+}
+
+TEST_F(ConnectedHardwareTest, ChannelLayoutIsCutToTheReadersRoomButKeepsItsNumber) {
+  control.createMicrophone("mic.4", {{"audio.position", "FL,FR,RL,RR"}});
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.4") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.4");
+  const auto address = input(kAudioDevicePropertyPreferredChannelLayout);
+  std::uint32_t size = 0;
+  ASSERT_EQ(hardware.AudioObjectGetPropertyDataSize(mic, address, 0, nullptr, &size), noErr);
+  EXPECT_EQ(size, 12U + 4 * 20U);
+  AudioChannelLayout layout{};
+  size = sizeof layout;
+  ASSERT_EQ(hardware.AudioObjectGetPropertyData(mic, address, 0, nullptr, &size, &layout), noErr);
+  EXPECT_EQ(size, 32U);
+  EXPECT_EQ(layout.mNumberChannelDescriptions, 4U);
+  EXPECT_EQ(layout.mChannelDescriptions[0].mChannelLabel, 1U);
+}
+
+TEST_F(ConnectedHardwareTest, ScalarsThatDoNotFitAreRefusedAndLeaveTheValueAlone) {
+  control.createMicrophone("mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  double rate = -1;
+  std::uint32_t size = 4;
+  EXPECT_EQ(hardware.AudioObjectGetPropertyData(mic, input(kAudioDevicePropertyActualSampleRate), 0,
+                                                nullptr, &size, &rate),
+            kAudioHardwareBadPropertySizeError);
+  EXPECT_EQ(rate, -1);
+  size = 7;
+  EXPECT_EQ(hardware.AudioObjectGetPropertyData(mic, global(kAudioDevicePropertyDeviceUID), 0,
+                                                nullptr, &size, &rate),
+            kAudioHardwareBadPropertySizeError);
+}
+
+TEST_F(ConnectedHardwareTest, RatesAndSizesAreThoseOfTheGraph) {
+  control.createMicrophone("mic.a");
+  control.createMicrophone("mic.44", {{"audio.rate", "44100"}});
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.44") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  for (std::uint32_t selector :
+       {kAudioDevicePropertyActualSampleRate, kAudioDevicePropertyNominalSampleRate}) {
+    EXPECT_EQ(read.scalar<double>(mic, input(selector)), 48000.0);
+    EXPECT_EQ(read.scalar<double>(read.deviceWithUID("mic.44"), input(selector)), 44100.0);
+  }
+  EXPECT_EQ(read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyBufferFrameSize)), 1024U);
+  EXPECT_EQ(read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertySafetyOffset)), 0U);
+}
+
+TEST_F(ConnectedHardwareTest, BuiltInDevicesAreTheOnesInsideTheComputer) {
+  control.createMicrophone("mic.pci", {{"device.bus", "pci"}});
+  control.createMicrophone("mic.form", {{"device.form-factor", "internal"}});
+  control.createMicrophone(
+      "mic.usb",
+      {{"device.bus", "usb"}, {"device.form-factor", "internal"}, {"device.vendor.name", "Maker"}});
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.usb") != 0; }));
+  const auto address = global(kAudioDevicePropertyDeviceManufacturerCFString);
+  EXPECT_EQ(read.text(read.deviceWithUID("mic.pci"), address), kBuiltInManufacturer);
+  EXPECT_EQ(read.text(read.deviceWithUID("mic.form"), address), kBuiltInManufacturer);
+  EXPECT_EQ(read.text(read.deviceWithUID("mic.usb"), address), "Maker");
+}
+
+TEST_F(ConnectedHardwareTest, VisibleLoopbackHasAnInputSideWithoutVolume) {
+  control.createSink(loopback::kLoopbackDeviceUID,
+                     {{loopback::kLoopbackDeviceManufacturerKey, "1.0.3"}});
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID(loopback::kLoopbackDeviceUID) != 0; }));
+  const AudioDeviceID device = read.deviceWithUID(loopback::kLoopbackDeviceUID);
+  control.setMute(loopback::kLoopbackDeviceUID, true);
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<std::uint32_t>(device, output(kAudioDevicePropertyMute)) == 1U; }));
+  EXPECT_EQ(read.channels(device, kAudioDevicePropertyScopeInput), 2U);
+  EXPECT_EQ(read.channels(device, kAudioDevicePropertyScopeOutput), 2U);
+  EXPECT_FALSE(hardware.AudioObjectHasProperty(device, input(kAudioDevicePropertyMute)));
+  EXPECT_FALSE(hardware.AudioObjectHasProperty(device, input(kAudioDevicePropertyVolumeScalar)));
+  EXPECT_EQ(read.text(device, global(kAudioDevicePropertyDeviceManufacturerCFString)), "1.0.3");
+}
+
+TEST_F(ConnectedHardwareTest, HiddenLoopbackResolvesAndTakesRequestsWhileItsDriverRuns) {
+  EXPECT_EQ(read.deviceWithUID(loopback::kLoopbackDeviceUID), kAudioObjectUnknown);
+  // Another client that says it is the driver.
+  auto driver = std::make_unique<PipeWireConnection>();
+  ASSERT_TRUE(driver->setOwnProperty(loopback::kLoopbackDriverKey, "1.0.3"));
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID(loopback::kLoopbackDeviceUID) != 0; }));
+  const AudioDeviceID device = read.deviceWithUID(loopback::kLoopbackDeviceUID);
+  EXPECT_THAT(read.ids(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices)),
+              ElementsAre());
+  EXPECT_EQ(read.text(device, global(kAudioDevicePropertyDeviceManufacturerCFString)), "1.0.3");
+
+  const OwnedString uid(StringObject::create(loopback::kLoopbackDeviceUID));
+  const StringRef qualifier = uid.get();
+  AudioObjectID controlObject = 0;
+  std::uint32_t size = sizeof controlObject;
+  ASSERT_EQ(
+      hardware.AudioObjectGetPropertyData(device, global(kAudioObjectPropertyControlList),
+                                          sizeof qualifier, &qualifier, &size, &controlObject),
+      noErr);
+  EXPECT_NE(controlObject, 0U);
+  const auto value = global(kAudioBooleanControlPropertyValue);
+  const auto request = [&](std::uint32_t number) {
+    return hardware.AudioObjectSetPropertyData(controlObject, value, 0, nullptr, sizeof number,
+                                               &number);
+  };
+  const auto requestSeen = [&](const char* text) {
+    return waitUntil([&, text] {
+      PipeWireControl fresh;
+      for (const auto& client : fresh.clientProperties()) {
+        const auto found = client.find(loopback::kLoopbackRequestKey);
+        if (found != client.end() && found->second == text) return true;
+      }
+      return false;
+    });
+  };
+  EXPECT_EQ(request(loopback::kLoopbackRequestShow), noErr);
+  EXPECT_TRUE(requestSeen("64206"));
+  EXPECT_EQ(request(loopback::kLoopbackRequestHide), noErr);
+  EXPECT_TRUE(requestSeen("45067"));
+  EXPECT_EQ(request(1), kAudioHardwareIllegalOperationError);
+  EXPECT_EQ(hardware.AudioObjectSetPropertyData(0, value, 0, nullptr, sizeof size, &size),
+            kAudioHardwareBadObjectError);
+
+  driver.reset();
+  EXPECT_TRUE(waitUntil([&] { return read.deviceWithUID(loopback::kLoopbackDeviceUID) == 0; }));
+  EXPECT_EQ(request(loopback::kLoopbackRequestShow), kAudioHardwareBadObjectError);
+}
+
+TEST_F(ConnectedHardwareTest, ClockReadsAsStoppedUntilAStreamPublishes) {
+  const AudioDeviceID device = hardware.deviceId("mic.a");
+  AudioTimeStamp time;
+  EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+  {
+    DeviceClockTable::Publisher publisher = clocks.claim(device);
+    EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const auto now_ns = static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+                        static_cast<std::uint64_t>(now.tv_nsec);
+    publisher.publish({now_ns, 4800, 48000, 1.0003});
+    ASSERT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), noErr);
+    EXPECT_EQ(time.mRateScalar, 1.0003);
+    EXPECT_GE(time.mHostTime, now_ns);
+    EXPECT_GE(time.mSampleTime, 4800);
+    EXPECT_NEAR(time.mSampleTime,
+                4800 + static_cast<double>(time.mHostTime - now_ns) * 48000 * 1.0003 / 1e9, 0.01);
+    // A clock that nobody has moved for long is that of a stopped device.
+    publisher.publish({now_ns - 2'000'000'000, 4800, 48000, 1.0});
+    EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+  }
+  EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+}
+
+TEST_F(AudioHardwareTest, DeathOfTheDaemonIsReportedOnceAndReadsFail) {
+  control.createMicrophone("mic.a");
+  std::atomic<int> reports{0};
+  std::promise<std::string> message;
+  PipeWireConnection::Callbacks callbacks;
+  callbacks.onLost = [&](const std::string& text) {
+    if (reports++ == 0) message.set_value(text);
+  };
+  PipeWireConnection connection(callbacks);
+  PipeWireAudioHardware hardware(connection, clocks);
+  HardwareReader read(hardware);
+  ASSERT_NE(read.deviceWithUID("mic.a"), 0U);
+  server.killDaemon();
+  auto future = message.get_future();
+  ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  EXPECT_THAT(future.get(), HasSubstr("PipeWire"));
+  std::uint32_t size = 0;
+  EXPECT_EQ(hardware.AudioObjectGetPropertyDataSize(
+                kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices), 0, nullptr, &size),
+            kAudioHardwareNotRunningError);
+  EXPECT_FALSE(connection.setConfiguredDefaultSink("x"));
+  EXPECT_EQ(reports, 1);
+}
+
+TEST(AudioHardware, AbsentDaemonIsAnErrorThatSaysHowToStartIt) {
+  PrivatePipeWire::Options options;
+  options.startDaemon = false;
+  options.sessionBus = false;
+  PrivatePipeWire server(options);
+  std::promise<std::string> message;
+  PipeWireConnection::Callbacks callbacks;
+  callbacks.onLost = [&](const std::string& text) { message.set_value(text); };
+  PipeWireConnection connection(callbacks);
+  EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
+  EXPECT_THAT(connection.lostMessage(), HasSubstr("not running"));
+  EXPECT_THAT(connection.lostMessage(), HasSubstr("Start it with"));
+  EXPECT_EQ(message.get_future().get(), connection.lostMessage());
+}
+
+TEST(AudioHardware, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
+  PrivatePipeWire server;
+  server.daemon().sendSignal(SIGSTOP);
+  std::promise<std::string> message;
+  PipeWireConnection::Callbacks callbacks;
+  callbacks.onLost = [&](const std::string& text) { message.set_value(text); };
+  const auto begin = std::chrono::steady_clock::now();
+  {
+    PipeWireConnection connection(callbacks);
+    EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
+    auto future = message.get_future();
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_THAT(future.get(), HasSubstr("does not answer"));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+  server.daemon().sendSignal(SIGCONT);
+}
+
+}  // namespace
+}  // namespace linux_host

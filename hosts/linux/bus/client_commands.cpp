@@ -1,0 +1,79 @@
+#include "hosts/linux/bus/client_commands.h"
+
+#include <filesystem>
+#include <ostream>
+#include <system_error>
+
+#include "hosts/linux/base/json_values.h"
+
+namespace linux_host {
+namespace {
+
+// A start not yet confirmed, a file to finish on a slow disk: all of it fits in here.
+constexpr int kEndTimeout_ms = 60000;
+
+int notRunning(std::ostream& err) {
+  err << "record-audio: Record Audio is not running.\n";
+  return kExitNothingThere;
+}
+
+int exitStatus(const InstanceClient::Reply& reply, std::ostream& err) {
+  switch (reply.outcome) {
+    case InstanceClient::Outcome::kDone:
+      return kExitDone;
+    case InstanceClient::Outcome::kNotRunning:
+      return notRunning(err);
+    case InstanceClient::Outcome::kNothingRecorded:
+      err << "record-audio: Nothing is being recorded.\n";
+      return kExitNothingThere;
+    case InstanceClient::Outcome::kFailed:
+      break;
+  }
+  err << "record-audio: The running Record Audio does not answer as it should: " << reply.text
+      << "\n";
+  return kExitFailed;
+}
+
+void printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err) {
+  const InstanceClient::Reply reply = client.status();
+  std::string error;
+  const auto status = parsedJsonObject(reply.text, &error);
+  if (reply.outcome != InstanceClient::Outcome::kDone || !status) return;
+  const auto file = status->find("outputFile");
+  if (file == status->end()) return;
+  const auto* path = file->get_ptr<const std::string*>();
+  if (path == nullptr) return;
+  std::error_code ignored;
+  if (std::filesystem::exists(*path, ignored)) {
+    out << *path << "\n";
+  } else {
+    err << "record-audio: The recording has ended, but there is no file " << *path
+        << ". What the running program wrote to its log says why.\n";
+  }
+}
+
+}  // namespace
+
+int stopCommand(Instance& instance, std::ostream& out, std::ostream& err) {
+  auto client = instance.find();
+  if (!client) return notRunning(err);
+  const int status = exitStatus(client->action("stop", kEndTimeout_ms), err);
+  if (status == kExitDone) printSavedFile(*client, out, err);
+  return status;
+}
+
+int cancelCommand(Instance& instance, std::ostream& err) {
+  auto client = instance.find();
+  if (!client) return notRunning(err);
+  return exitStatus(client->action("cancel", kEndTimeout_ms), err);
+}
+
+int statusCommand(Instance& instance, std::ostream& out, std::ostream& err) {
+  auto client = instance.find();
+  if (!client) return notRunning(err);
+  const InstanceClient::Reply reply = client->status();
+  if (reply.outcome == InstanceClient::Outcome::kDone) out << reply.text << "\n";
+  return exitStatus(reply, err);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "hosts/linux/bus/instance.h"
+
+namespace linux_host {
+
+// What the command line asks of a running instance. Each returns the process's exit status: 0, or 3
+// with a message on `err` when nothing runs or nothing is recorded, 1 when the instance fails.
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitNothingThere = 3;
+
+// Ends and saves the recording, waits until its file is closed and prints the file's path.
+int stopCommand(Instance& instance, std::ostream& out, std::ostream& err);
+// Ends the recording and deletes its file.
+int cancelCommand(Instance& instance, std::ostream& err);
+// Prints one line of JSON.
+int statusCommand(Instance& instance, std::ostream& out, std::ostream& err);
+
+}  // namespace linux_host

@@ -1,0 +1,137 @@
+#include "hosts/linux/bus/control_socket.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "hosts/linux/base/small_files.h"
+
+namespace linux_host {
+namespace {
+
+constexpr mode_t kPrivateFolder = 0700;
+constexpr mode_t kPrivateFile = 0600;
+constexpr mode_t kOthers = 0077;
+constexpr std::chrono::milliseconds kRetry{20};
+
+std::string whyNotSafe(const std::string& folder, bool mayBeOpen) {
+  struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0) return errorText("use", folder, errno);
+  if (!S_ISDIR(status.st_mode)) return errorText("use", folder, ENOTDIR);
+  if (status.st_uid != geteuid()) return folder + " belongs to another user. Remove it.";
+  if (!mayBeOpen && (status.st_mode & kOthers) != 0) {
+    return folder + " is open to other users. Set its mode to 0700.";
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string ControlSocket::safeFolder(const std::string& temporaryDirectory, std::string* error) {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime != nullptr && *runtime == '/' && whyNotSafe(runtime, true).empty()) return runtime;
+  std::string folder = temporaryDirectory + "/record-audio-" + std::to_string(geteuid());
+  if (mkdir(folder.c_str(), kPrivateFolder) != 0 && errno != EEXIST) {
+    *error = errorText("make the folder", folder, errno);
+    return {};
+  }
+  *error = whyNotSafe(folder, false);
+  return error->empty() ? folder : std::string();
+}
+
+ControlSocket::ControlSocket(std::string folder)
+    : socket_(folder + "/" + kBusName + ".sock"), lockFile_(folder + "/" + kBusName + ".lock") {}
+
+ControlSocket::~ControlSocket() {
+  if (server_ != nullptr) {
+    g_dbus_server_stop(server_.get());
+    unlink(socket_.c_str());
+  }
+  // The lock's file stays: who removed it could remove one that another instance has just locked.
+  if (lockFd_ >= 0) close(lockFd_);
+}
+
+bool ControlSocket::lock(std::string* error) {
+  const int fd = open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile);
+  if (fd < 0) {
+    *error = errorText("lock", lockFile_, errno);
+    return false;
+  }
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) *error = errorText("lock", lockFile_, errno);
+    close(fd);
+    return false;
+  }
+  lockFd_ = fd;
+  return true;
+}
+
+bool ControlSocket::isHeldByOther() const {
+  if (lockFd_ >= 0) return false;
+  const int fd = open(lockFile_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return false;
+  // Shared, so that two who only look do not see each other.
+  const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(fd);
+  return held;
+}
+
+std::string ControlSocket::address() const {
+  gchar* escaped = g_dbus_address_escape_value(socket_.c_str());
+  std::string address = std::string("unix:path=") + escaped;
+  g_free(escaped);
+  return address;
+}
+
+bool ControlSocket::listen(ToolObject& object, std::string* error) {
+  if (socket_.size() >= sizeof(sockaddr_un::sun_path)) {
+    *error = "the path " + socket_ + " is too long. Set XDG_RUNTIME_DIR to a shorter one.";
+    return false;
+  }
+  // Left by an instance that was killed: the lock says that it is gone.
+  unlink(socket_.c_str());
+  gchar* guid = g_dbus_generate_guid();
+  GError* failure = nullptr;
+  server_.reset(g_dbus_server_new_sync(address().c_str(),
+                                       G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid,
+                                       nullptr, nullptr, &failure));
+  g_free(guid);
+  if (failure != nullptr) {
+    *error = failure->message;
+    g_error_free(failure);
+    return false;
+  }
+  g_signal_connect(server_.get(), "new-connection", G_CALLBACK(&ControlSocket::onConnection),
+                   &object);
+  g_dbus_server_start(server_.get());
+  return true;
+}
+
+gboolean ControlSocket::onConnection(GDBusServer*, GDBusConnection* connection, gpointer object) {
+  std::string ignored;
+  return static_cast<ToolObject*>(object)->exportOn(connection, &ignored) ? TRUE : FALSE;
+}
+
+ConnectionPtr ControlSocket::connect(int timeout_ms, std::string* error) const {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (true) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
+    if (ConnectionPtr connection =
+            connectTo(address(), false, static_cast<int>(std::max<long>(left.count(), 1)), error)) {
+      return connection;
+    }
+    // The holder of the lock may not listen yet; without a holder nobody ever will.
+    if (left.count() <= 0 || !isHeldByOther()) return nullptr;
+    std::this_thread::sleep_for(kRetry);
+  }
+}
+
+}  // namespace linux_host

@@ -1,0 +1,72 @@
+#include "hosts/linux/bus/dbus_support.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace linux_host {
+namespace {
+
+// Cancels a blocking call of GLib's when its time is up: the calls themselves know no limit.
+class Deadline {
+ public:
+  explicit Deadline(int timeout_ms)
+      : cancellable_(g_cancellable_new()), thread_([this, timeout_ms] { watch(timeout_ms); }) {}
+  ~Deadline() {
+    {
+      const std::lock_guard lock(mutex_);
+      done_ = true;
+      changed_.notify_one();
+    }
+    thread_.join();
+    g_object_unref(cancellable_);
+  }
+  Deadline(const Deadline&) = delete;
+  Deadline& operator=(const Deadline&) = delete;
+
+  [[nodiscard]] GCancellable* cancellable() const { return cancellable_; }
+
+ private:
+  void watch(int timeout_ms) {
+    std::unique_lock lock(mutex_);
+    const auto limit = std::chrono::milliseconds(timeout_ms);
+    if (!changed_.wait_for(lock, limit, [this] { return done_; }))
+      g_cancellable_cancel(cancellable_);
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool done_ = false;  // guarded by mutex_
+  GCancellable* const cancellable_;
+  std::thread thread_;
+};
+
+}  // namespace
+
+ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
+                        std::string* error) {
+  const Deadline deadline(timeout_ms);
+  auto flags = G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
+  if (isMessageBus) {
+    flags =
+        static_cast<GDBusConnectionFlags>(flags | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  }
+  GError* failure = nullptr;
+  ConnectionPtr connection(g_dbus_connection_new_for_address_sync(
+      address.c_str(), flags, nullptr, deadline.cancellable(), &failure));
+  if (failure != nullptr) {
+    *error = g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CANCELLED) ? "it does not answer"
+                                                                        : failure->message;
+    g_error_free(failure);
+  }
+  return connection;
+}
+
+void flush(GDBusConnection* connection, int timeout_ms) {
+  if (g_dbus_connection_is_closed(connection)) return;
+  const Deadline deadline(timeout_ms);
+  // A failure means that the other side is gone, and with it who was to be told.
+  g_dbus_connection_flush_sync(connection, deadline.cancellable(), nullptr);
+}
+
+}  // namespace linux_host

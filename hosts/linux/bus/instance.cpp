@@ -1,0 +1,135 @@
+#include "hosts/linux/bus/instance.h"
+
+#include <utility>
+
+#include "hosts/linux/base/log.h"
+
+namespace linux_host {
+namespace {
+
+constexpr guint32 kDoNotQueue = 4;
+constexpr guint32 kPrimaryOwner = 1;
+constexpr guint32 kAlreadyOwner = 4;
+// As long as an instance that is coming up may take until it answers.
+constexpr int kSocketTimeout_ms = 10000;
+constexpr int kMostTries = 5;
+
+void sayUnreachable(const std::string& why) {
+  logOnce(LogLevel::kWarning, "unreachable",
+          "This recording cannot be controlled from outside: " + why +
+              " It is stopped by Ctrl+C or SIGTERM.");
+}
+
+}  // namespace
+
+Instance::Instance(SessionBus& bus, std::string temporaryDirectory)
+    : bus_(bus), temporaryDirectory_(std::move(temporaryDirectory)) {}
+
+Instance::~Instance() {
+  if (closedHandler_ != 0) g_signal_handler_disconnect(bus_.connection(), closedHandler_);
+}
+
+ControlSocket* Instance::socket() {
+  if (socket_ == nullptr && socketError_.empty()) {
+    const std::string folder = ControlSocket::safeFolder(temporaryDirectory_, &socketError_);
+    if (!folder.empty()) socket_ = std::make_unique<ControlSocket>(folder);
+  }
+  return socket_.get();
+}
+
+Instance::Claim Instance::claim(ToolObject& object) {
+  object_ = &object;
+  if (bus_.connection() == nullptr) return claimSocket(object, bus_.error());
+  // One that was started without a bus counts too.
+  if (socket() != nullptr && socket_->isHeldByOther()) return Claim::kOthers;
+  return claimOnBus(object);
+}
+
+Instance::Claim Instance::claimOnBus(ToolObject& object) {
+  std::string failure;
+  // Before the name: who finds the name must find the object.
+  if (closedHandler_ == 0) {
+    if (!object.exportOn(bus_.connection(), &failure)) return claimSocket(object, failure);
+    closedHandler_ =
+        g_signal_connect(bus_.connection(), "closed", G_CALLBACK(&Instance::onBusClosed), this);
+  }
+  GError* error = nullptr;
+  const VariantPtr result(g_dbus_connection_call_sync(
+      bus_.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", kBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"),
+      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, &error));
+  if (error != nullptr) {
+    const ErrorPtr owned(error);
+    return claimSocket(object, owned->message);
+  }
+  const VariantPtr answer(g_variant_get_child_value(result.get(), 0));
+  const guint32 code = g_variant_get_uint32(answer.get());
+  ownsName_ = code == kPrimaryOwner || code == kAlreadyOwner;
+  return ownsName_ ? Claim::kOurs : Claim::kOthers;
+}
+
+Instance::Claim Instance::claimSocket(ToolObject& object, const std::string& why) {
+  logOnce(LogLevel::kWarning, "session-bus",
+          "There is no session bus (" + why +
+              "): no notifications and no tray. --stop, --cancel and --status work by a socket.");
+  if (socket() == nullptr) {
+    sayUnreachable(socketError_);
+    return Claim::kOurs;
+  }
+  std::string error;
+  if (!socket_->lock(&error)) {
+    if (error.empty()) return Claim::kOthers;
+    sayUnreachable(error);
+    return Claim::kOurs;
+  }
+  if (!socket_->listen(object, &error)) sayUnreachable(error);
+  return Claim::kOurs;
+}
+
+// The recording goes on; scripts find it by the socket from now on.
+void Instance::onBusClosed(GDBusConnection*, gboolean, GError*, gpointer self) {
+  auto& instance = *static_cast<Instance*>(self);
+  if (!std::exchange(instance.ownsName_, false)) return;
+  instance.claimSocket(*instance.object_, "it has just gone");
+}
+
+std::optional<InstanceClient> Instance::find() {
+  if (bus_.connection() != nullptr) {
+    InstanceClient client = InstanceClient::onBus(bus_.connection());
+    if (client.isRunning()) return client;
+  }
+  if (socket() == nullptr || !socket_->isHeldByOther()) return std::nullopt;
+  std::string error;
+  ConnectionPtr connection = socket_->connect(kSocketTimeout_ms, &error);
+  if (connection == nullptr) return std::nullopt;
+  return InstanceClient::onSocket(std::move(connection));
+}
+
+void Instance::release() {
+  if (!std::exchange(ownsName_, false)) return;
+  g_dbus_connection_call(bus_.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                         "org.freedesktop.DBus", "ReleaseName", g_variant_new("(s)", kBusName),
+                         nullptr, G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, nullptr,
+                         nullptr);
+}
+
+Instance::Claim claimOrHandOver(Instance& instance, ToolObject& object,
+                                const std::vector<std::string>& uris) {
+  for (int i = 0; i < kMostTries; ++i) {
+    if (instance.claim(object) == Instance::Claim::kOurs) return Instance::Claim::kOurs;
+    auto client = instance.find();
+    if (!client) continue;
+    const InstanceClient::Reply reply = uris.empty() ? client->activate() : client->open(uris);
+    if (reply.outcome == InstanceClient::Outcome::kDone) return Instance::Claim::kOthers;
+    if (reply.outcome != InstanceClient::Outcome::kNotRunning) {
+      logMessage(LogLevel::kError, "Record Audio runs already and does not answer (" + reply.text +
+                                       "). If it hangs, end it and start again.");
+      return Instance::Claim::kOthers;
+    }
+  }
+  logMessage(LogLevel::kError,
+             "Record Audio runs already and cannot be reached. If it hangs, end it.");
+  return Instance::Claim::kOthers;
+}
+
+}  // namespace linux_host

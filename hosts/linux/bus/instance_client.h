@@ -1,0 +1,51 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/bus/dbus_support.h"
+
+namespace linux_host {
+
+// Calls to the running program, over the bus or its control socket. Blocking, for programs that do
+// nothing else; every call ends within its timeout. Main thread.
+class InstanceClient {
+ public:
+  enum class Outcome {
+    kDone,
+    kNothingRecorded,
+    kNotRunning,  // nobody there, or gone before it answered
+    kFailed,
+  };
+  struct Reply {
+    Outcome outcome = Outcome::kFailed;
+    std::string text;  // the result, or what failed
+  };
+
+  // Over a message bus, by the program's name there. Does not own the connection.
+  static InstanceClient onBus(GDBusConnection* connection);
+  // Over a connection of its control socket.
+  static InstanceClient onSocket(ConnectionPtr connection);
+
+  // Whether the program is there right now.
+  [[nodiscard]] bool isRunning() const;
+  Reply activate();
+  Reply open(const std::vector<std::string>& uris);
+  Reply action(const std::string& name, int timeout_ms);
+  Reply status();
+
+ private:
+  InstanceClient(GDBusConnection* connection, ConnectionPtr owned, const char* name)
+      : connection_(connection), owned_(std::move(owned)), name_(name) {}
+  Reply call(const char* interfaceName, const char* method, GVariant* parameters, int timeout_ms);
+
+  GDBusConnection* connection_;
+  ConnectionPtr owned_;
+  const char* name_;  // null between peers
+};
+
+// What the launching desktop passes to whom it starts; an "a{sv}" for the calls above.
+GVariant* platformData();
+
+}  // namespace linux_host

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace linux_host {
+
+enum class RequestResult { kDone, kNothingToDo, kUnknown };
+
+// What reaches the running program from outside: the bus, the control socket, a second start. Main
+// thread. Each call returns at once; `done` is called exactly once, later or before the return, on
+// the main thread.
+class Requests {
+ public:
+  virtual ~Requests() = default;
+  // The program was started again without arguments, or clicked in a dock.
+  virtual void activate() = 0;
+  // Paths, or whatever else the caller gave instead of one.
+  virtual void open(const std::vector<std::string>& paths) = 0;
+  // "preferences", "quit"; "stop" and "cancel", whose `done` comes when the file is closed.
+  virtual void action(const std::string& name, std::function<void(RequestResult)> done) = 0;
+  // One line of JSON.
+  virtual void status(std::function<void(const std::string& line)> done) = 0;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,32 @@
+#include "hosts/linux/bus/session_bus.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+
+namespace linux_host {
+
+SessionBus::SessionBus() {
+  const std::string where = address();
+  if (where.empty()) {
+    error_ = "the environment names none";
+    return;
+  }
+  connection_ = connectTo(where, true, kBusTimeout_ms, &error_);
+}
+
+std::string SessionBus::address() {
+  const char* named = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+  if (named != nullptr && *named != '\0') return named;
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime == nullptr || *runtime != '/') return {};
+  const std::string path = std::string(runtime) + "/bus";
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return {};
+  gchar* escaped = g_dbus_address_escape_value(path.c_str());
+  std::string where = std::string("unix:path=") + escaped;
+  g_free(escaped);
+  return where;
+}
+
+}  // namespace linux_host

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/bus/requests.h"
+#include "suite/embedded_suite.h"
+
+namespace linux_host {
+
+inline constexpr const char* kBusName = "com.vantrel.korvel.RecordAudio";
+inline constexpr const char* kObjectPath = "/com/vantrel/korvel/RecordAudio";
+inline constexpr const char* kApplicationInterface = "org.freedesktop.Application";
+inline constexpr const char* kToolDataInterface = "com.vantrel.korvel.ToolData1";
+inline constexpr const char* kRecordAudioInterface = "com.vantrel.korvel.RecordAudio1";
+// What "stop" and "cancel" fail with when nothing is being recorded.
+inline constexpr const char* kNothingRecordedError =
+    "com.vantrel.korvel.RecordAudio.Error.NothingRecorded";
+
+// The program's one object, on the bus or on connections of its control socket: what a dock, the
+// suite's menu and scripts call. Main thread.
+class ToolObject : public suite::ToolDataObserver {
+ public:
+  // `requests` outlives the object.
+  explicit ToolObject(Requests& requests);
+  ~ToolObject() override;
+  ToolObject(const ToolObject&) = delete;
+  ToolObject& operator=(const ToolObject&) = delete;
+
+  // Offers the object on the connection until that closes. False with *error set when the
+  // connection has such an object already.
+  bool exportOn(GDBusConnection* connection, std::string* error);
+
+  // Publishes the values and tells every connection which of them changed.
+  void toolDataDidChange(const suite::ToolData& data) override;
+
+  // Sends what is still queued on every connection. Each waits at most `timeout_ms`.
+  void flushAll(int timeout_ms);
+
+ private:
+  struct Export {
+    ConnectionPtr connection;
+    std::vector<guint> registrations;
+    gulong closedHandler = 0;
+  };
+
+  static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
+                           const gchar* interfaceName, const gchar* method, GVariant* parameters,
+                           GDBusMethodInvocation* invocation, gpointer self);
+  static GVariant* onGetProperty(GDBusConnection* connection, const gchar* sender,
+                                 const gchar* path, const gchar* interfaceName,
+                                 const gchar* property, GError** error, gpointer self);
+  static void onClosed(GDBusConnection* connection, gboolean remotePeerVanished, GError* error,
+                       gpointer self);
+  void call(const std::string& method, GVariant* parameters, GDBusMethodInvocation* invocation);
+  void open(GVariant* parameters, GDBusMethodInvocation* invocation);
+  void activateAction(GVariant* parameters, GDBusMethodInvocation* invocation);
+  [[nodiscard]] GVariant* property(const std::string& name) const;
+  void withdraw(Export& entry);
+
+  Requests& requests_;
+  GDBusNodeInfo* const node_;
+  suite::ToolData data_;
+  std::vector<std::unique_ptr<Export>> exports_;
+};
+
+}  // namespace linux_host

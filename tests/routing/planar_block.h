@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/audio_types.h"
+
+namespace routing_test {
+
+// A buffer list with one plane a buffer, sizes as the test likes, storage of its own.
+template <typename Sample = float>
+class PlanarBlock {
+ public:
+  PlanarBlock(std::uint32_t channels, std::uint32_t frames, Sample fill = {})
+      : storage_(platform::audioBufferListSize_bytes(channels) / sizeof(std::uint64_t)),
+        planes_(channels, std::vector<Sample>(frames, fill)) {
+    list().mNumberBuffers = channels;
+    for (std::uint32_t i = 0; i < channels; ++i) {
+      buffer(i) = {1, static_cast<std::uint32_t>(frames * sizeof(Sample)), planes_[i].data()};
+    }
+  }
+  PlanarBlock(const PlanarBlock&) = delete;
+  PlanarBlock& operator=(const PlanarBlock&) = delete;
+
+  platform::AudioBufferList& list() {
+    return *static_cast<platform::AudioBufferList*>(static_cast<void*>(storage_.data()));
+  }
+  platform::AudioBuffer& buffer(std::uint32_t i) {
+    platform::AudioBuffer* const first = list().mBuffers;
+    return first[i];
+  }
+  std::vector<Sample>& plane(std::uint32_t i) { return planes_[i]; }
+
+  // Gives every buffer the full size of its plane again.
+  void resetSizes() {
+    for (std::uint32_t i = 0; i < planes_.size(); ++i) {
+      buffer(i).mDataByteSize = static_cast<std::uint32_t>(planes_[i].size() * sizeof(Sample));
+    }
+  }
+
+ private:
+  std::vector<std::uint64_t> storage_;
+  std::vector<std::vector<Sample>> planes_;
+};
+
+}  // namespace routing_test

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/bus/dbus_support.h"
+
+namespace linux_host {
+
+// One line of a menu. Ids are the caller's, above 0 and unique in the menu.
+struct MenuItem {
+  int id = 0;
+  std::string label;  // plain text; empty: a separator
+  bool enabled = true;
+  friend bool operator==(const MenuItem&, const MenuItem&) = default;
+};
+
+// A menu that a tray shows for us: com.canonical.dbusmenu. Main thread.
+class DBusMenu {
+ public:
+  static constexpr const char* kPath = "/MenuBar";
+
+  // `onChoice` gets the id of the item that the user chose.
+  explicit DBusMenu(std::function<void(int id)> onChoice);
+  ~DBusMenu();
+  DBusMenu(const DBusMenu&) = delete;
+  DBusMenu& operator=(const DBusMenu&) = delete;
+
+  // Offers the menu on the connection, which outlives it. False with *error set on failure.
+  bool exportOn(GDBusConnection* connection, std::string* error);
+  // Tells whoever shows the menu what changed: labels alone, or the whole.
+  void setItems(std::vector<MenuItem> items);
+
+ private:
+  static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
+                           const gchar* interfaceName, const gchar* method, GVariant* parameters,
+                           GDBusMethodInvocation* invocation, gpointer self);
+  static GVariant* onGetProperty(GDBusConnection* connection, const gchar* sender,
+                                 const gchar* path, const gchar* interfaceName,
+                                 const gchar* property, GError** error, gpointer self);
+  void call(const std::string& method, GVariant* parameters, GDBusMethodInvocation* invocation);
+  [[nodiscard]] GVariant* layoutOf(int id, int depth) const;
+  [[nodiscard]] const MenuItem* itemWith(int id) const;
+  void choose(int id, const char* event);
+  void emit(const char* signal, GVariant* parameters);
+
+  std::function<void(int id)> onChoice_;
+  std::vector<MenuItem> items_;
+  guint32 revision_ = 1;
+  GDBusNodeInfo* const node_;
+  GDBusConnection* connection_ = nullptr;
+  guint registration_ = 0;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <string>
+
+namespace linux_host {
+
+// An icon's pixmaps as a tray wants them, for trays that find no icon theme: a floating
+// a(iiay) of width, height and ARGB rows, most significant byte first. `iconFolder` is the root of
+// an icon theme with <size>x<size>/apps/<name>.png; sizes that are missing are left out.
+GVariant* iconPixmaps(const std::string& iconFolder, const std::string& name);
+
+}  // namespace linux_host

@@ -1,0 +1,198 @@
+#include "hosts/linux/indicator/status_notifier_item.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "hosts/linux/indicator/icon_pixmaps.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kInterface = "org.kde.StatusNotifierItem";
+constexpr const char* kPath = "/StatusNotifierItem";
+constexpr const char* kWatcherName = "org.kde.StatusNotifierWatcher";
+constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
+
+constexpr const char* kIntrospection = R"xml(<node><interface name="org.kde.StatusNotifierItem">
+<property name="Category" type="s" access="read"/>
+<property name="Id" type="s" access="read"/>
+<property name="Title" type="s" access="read"/>
+<property name="Status" type="s" access="read"/>
+<property name="WindowId" type="i" access="read"/>
+<property name="IconThemePath" type="s" access="read"/>
+<property name="IconName" type="s" access="read"/>
+<property name="IconPixmap" type="a(iiay)" access="read"/>
+<property name="OverlayIconName" type="s" access="read"/>
+<property name="OverlayIconPixmap" type="a(iiay)" access="read"/>
+<property name="AttentionIconName" type="s" access="read"/>
+<property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
+<property name="AttentionMovieName" type="s" access="read"/>
+<property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
+<property name="ItemIsMenu" type="b" access="read"/>
+<property name="Menu" type="o" access="read"/>
+<method name="ContextMenu"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+<method name="Activate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+<method name="SecondaryActivate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+<method name="Scroll"><arg type="i" direction="in"/><arg type="s" direction="in"/></method>
+<signal name="NewTitle"/><signal name="NewIcon"/><signal name="NewAttentionIcon"/>
+<signal name="NewOverlayIcon"/><signal name="NewToolTip"/>
+<signal name="NewStatus"><arg type="s"/></signal>
+</interface></node>)xml";
+
+GVariant* noPixmaps() {
+  return g_variant_new("a(iiay)", nullptr);
+}
+
+const char* statusOf(const StatusNotifierItem::Look& look) {
+  return look.attention ? "NeedsAttention" : "Active";
+}
+
+}  // namespace
+
+StatusNotifierItem::StatusNotifierItem(GDBusConnection* connection, std::string id,
+                                       std::string title, std::string iconThemeFolder,
+                                       Callbacks callbacks)
+    : connection_(connection),
+      id_(std::move(id)),
+      title_(std::move(title)),
+      iconThemeFolder_(std::move(iconThemeFolder)),
+      callbacks_(std::move(callbacks)),
+      node_(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {
+  watch_ = g_bus_watch_name_on_connection(connection_, kWatcherName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+                                          onTrayAppeared, onTrayVanished, this, nullptr);
+}
+
+StatusNotifierItem::~StatusNotifierItem() {
+  g_bus_unwatch_name(watch_);
+  hide();
+  g_dbus_node_info_unref(node_);
+}
+
+void StatusNotifierItem::onTrayAppeared(GDBusConnection*, const gchar*, const gchar*,
+                                        gpointer self) {
+  auto* item = static_cast<StatusNotifierItem*>(self);
+  item->trayPresent_ = true;
+  item->registerWithTray();
+  if (item->callbacks_.onTray) item->callbacks_.onTray(true);
+}
+
+void StatusNotifierItem::onTrayVanished(GDBusConnection*, const gchar*, gpointer self) {
+  auto* item = static_cast<StatusNotifierItem*>(self);
+  item->trayPresent_ = false;
+  if (item->callbacks_.onTray) item->callbacks_.onTray(false);
+}
+
+void StatusNotifierItem::setVisible(bool visible) {
+  if (visible == (registration_ != 0)) return;
+  if (visible) {
+    show();
+  } else {
+    hide();
+  }
+}
+
+void StatusNotifierItem::show() {
+  static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
+  registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
+                                                    &kTable, this, nullptr, nullptr);
+  std::string error;
+  menu_ = std::make_unique<DBusMenu>([this](int id) { callbacks_.onMenuChoice(id); });
+  menu_->exportOn(connection_, &error);
+  menu_->setItems(menuItems_);
+  busName_ = "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1";
+  ownedName_ = g_bus_own_name_on_connection(
+      connection_, busName_.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
+      [](GDBusConnection*, const gchar*, gpointer self) {
+        static_cast<StatusNotifierItem*>(self)->registerWithTray();
+      },
+      nullptr, this, nullptr);
+}
+
+void StatusNotifierItem::hide() {
+  if (registration_ == 0) return;
+  g_dbus_connection_unregister_object(connection_, registration_);
+  registration_ = 0;
+  g_bus_unown_name(ownedName_);
+  ownedName_ = 0;
+  menu_.reset();
+}
+
+void StatusNotifierItem::registerWithTray() {
+  if (!trayPresent_ || registration_ == 0) return;
+  g_dbus_connection_call(connection_, kWatcherName, kWatcherPath, kWatcherName,
+                         "RegisterStatusNotifierItem", g_variant_new("(s)", busName_.c_str()),
+                         nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms, nullptr, nullptr,
+                         nullptr);
+}
+
+void StatusNotifierItem::setLook(const Look& look) {
+  const Look before = std::exchange(look_, look);
+  if (before.iconName != look_.iconName) emit("NewIcon");
+  if (before.toolTipTitle != look_.toolTipTitle || before.toolTipText != look_.toolTipText) {
+    emit("NewToolTip");
+  }
+  if (before.attention != look_.attention) {
+    emit("NewStatus", g_variant_new("(s)", statusOf(look_)));
+  }
+}
+
+void StatusNotifierItem::setMenu(std::vector<MenuItem> items) {
+  menuItems_ = std::move(items);
+  if (menu_) menu_->setItems(menuItems_);
+}
+
+void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
+  const VariantPtr owned(parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr);
+  if (registration_ == 0) return;
+  g_dbus_connection_emit_signal(connection_, nullptr, kPath, kInterface, signal, owned.get(),
+                                nullptr);
+}
+
+void StatusNotifierItem::onMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                                      const gchar* method, GVariant*,
+                                      GDBusMethodInvocation* invocation, gpointer self) {
+  auto* item = static_cast<StatusNotifierItem*>(self);
+  const bool click = std::string(method) == "Activate";
+  // Answered first: what the click sets off may take the item away.
+  g_dbus_method_invocation_return_value(invocation, nullptr);
+  if (click) item->callbacks_.onActivate();
+}
+
+GVariant* StatusNotifierItem::onGetProperty(GDBusConnection*, const gchar*, const gchar*,
+                                            const gchar*, const gchar* property, GError**,
+                                            gpointer self) {
+  return static_cast<StatusNotifierItem*>(self)->property(property);
+}
+
+GVariant* StatusNotifierItem::toolTip() const {
+  // The text is markup for the tray.
+  gchar* title = g_markup_escape_text(look_.toolTipTitle.c_str(), -1);
+  gchar* text = g_markup_escape_text(look_.toolTipText.c_str(), -1);
+  GVariant* value = g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), title, text);
+  g_free(title);
+  g_free(text);
+  return value;
+}
+
+GVariant* StatusNotifierItem::property(const std::string& name) const {
+  if (name == "Category") return g_variant_new_string("ApplicationStatus");
+  if (name == "Id") return g_variant_new_string(id_.c_str());
+  if (name == "Title") return g_variant_new_string(title_.c_str());
+  if (name == "Status") return g_variant_new_string(statusOf(look_));
+  if (name == "WindowId") return g_variant_new_int32(0);
+  if (name == "IconThemePath") return g_variant_new_string(iconThemeFolder_.c_str());
+  if (name == "IconName" || name == "AttentionIconName") {
+    return g_variant_new_string(look_.iconName.c_str());
+  }
+  if (name == "IconPixmap" || name == "AttentionIconPixmap") {
+    return iconPixmaps(iconThemeFolder_ + "/hicolor", look_.iconName);
+  }
+  if (name == "OverlayIconPixmap") return noPixmaps();
+  if (name == "ToolTip") return toolTip();
+  if (name == "ItemIsMenu") return g_variant_new_boolean(FALSE);
+  if (name == "Menu") return g_variant_new_object_path(DBusMenu::kPath);
+  return g_variant_new_string("");
+}
+
+}  // namespace linux_host

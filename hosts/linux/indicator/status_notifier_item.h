@@ -1,0 +1,77 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "hosts/linux/indicator/dbus_menu.h"
+
+namespace linux_host {
+
+// An icon in the desktop's tray: org.kde.StatusNotifierItem. It appears with every tray that comes
+// up, also later or again. Main thread.
+class StatusNotifierItem {
+ public:
+  struct Look {
+    std::string iconName;
+    std::string toolTipTitle;
+    std::string toolTipText;  // plain text, lines by \n
+    bool attention = false;   // the tray should not hide the icon
+    friend bool operator==(const Look&, const Look&) = default;
+  };
+  struct Callbacks {
+    std::function<void()> onActivate;          // a click
+    std::function<void(int id)> onMenuChoice;  // an entry of the menu
+    // Whether there is a tray; called when the first answer is known and at every change.
+    std::function<void(bool present)> onTray;
+  };
+
+  // `connection` outlives the item. `iconThemeFolder`: where the program's own icons lie
+  // (<folder>/hicolor/...), for trays that would not find them by name.
+  StatusNotifierItem(GDBusConnection* connection, std::string id, std::string title,
+                     std::string iconThemeFolder, Callbacks callbacks);
+  ~StatusNotifierItem();
+  StatusNotifierItem(const StatusNotifierItem&) = delete;
+  StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
+
+  // Puts the item into the tray or takes it out.
+  void setVisible(bool visible);
+  void setLook(const Look& look);
+  void setMenu(std::vector<MenuItem> items);
+
+ private:
+  static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
+                           const gchar* interfaceName, const gchar* method, GVariant* parameters,
+                           GDBusMethodInvocation* invocation, gpointer self);
+  static GVariant* onGetProperty(GDBusConnection* connection, const gchar* sender,
+                                 const gchar* path, const gchar* interfaceName,
+                                 const gchar* property, GError** error, gpointer self);
+  static void onTrayAppeared(GDBusConnection* connection, const gchar* name, const gchar* owner,
+                             gpointer self);
+  static void onTrayVanished(GDBusConnection* connection, const gchar* name, gpointer self);
+
+  void show();
+  void hide();
+  void registerWithTray();
+  [[nodiscard]] GVariant* property(const std::string& name) const;
+  [[nodiscard]] GVariant* toolTip() const;
+  void emit(const char* signal, GVariant* parameters = nullptr);
+
+  GDBusConnection* const connection_;
+  const std::string id_;
+  const std::string title_;
+  const std::string iconThemeFolder_;
+  Callbacks callbacks_;
+  Look look_;
+  std::vector<MenuItem> menuItems_;
+  GDBusNodeInfo* const node_;
+  guint watch_ = 0;
+  bool trayPresent_ = false;
+  // While visible. A name of its own per showing: a tray forgets an item when its name goes.
+  guint ownedName_ = 0;
+  std::string busName_;
+  guint registration_ = 0;
+  std::unique_ptr<DBusMenu> menu_;
+};
+
+}  // namespace linux_host

@@ -16,6 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr std::uint64_t kUnixEpochIn1904_s = 2082844800;
+constexpr double kHalfADecibel = 0.25 * 0.056;
 
 void expectTone(const Decoded& decoded, std::uint32_t channels) {
   ASSERT_EQ(decoded.planes.size(), channels);
@@ -25,7 +26,8 @@ void expectTone(const Decoded& decoded, std::uint32_t channels) {
     const auto rate = static_cast<std::size_t>(decoded.sampleRate_hz);
     ASSERT_GE(plane.size(), rate);
     const std::span second(plane.data(), rate);
-    EXPECT_NEAR(amplitudeAt(second, Tone::frequency_hz(channel), decoded.sampleRate_hz), 0.25, 0.01)
+    EXPECT_NEAR(amplitudeAt(second, Tone::frequency_hz(channel), decoded.sampleRate_hz), 0.25,
+                kHalfADecibel)
         << "channel " << channel;
     const auto other = Tone::frequency_hz(channel) + 75;
     EXPECT_LT(amplitudeAt(second, other, decoded.sampleRate_hz), 0.01) << "channel " << channel;

@@ -13,9 +13,27 @@ namespace {
 
 constexpr double kFragment_s = 0.25;
 constexpr std::uint64_t kWriteBackInterval_s = 5;
+// A process killed in mid-write leaves whole pages of it. Players refuse a file that ends within a
+// fragment's head, but not one that ends within media data: no head crosses a page.
+constexpr std::uint64_t kPage_bytes = 4096;
+constexpr std::uint64_t kSmallestBox_bytes = 8;
 
 std::uint64_t unixTime_s() {
   return static_cast<std::uint64_t>(std::time(nullptr));
+}
+
+// A box without content that keeps a head of `head_bytes`, which would begin at `offset_bytes`,
+// from crossing a page; empty where it does not.
+std::vector<std::byte> paddingBefore(std::uint64_t offset_bytes, std::size_t head_bytes) {
+  const std::uint64_t toPageEnd_bytes = kPage_bytes - offset_bytes % kPage_bytes;
+  if (head_bytes <= toPageEnd_bytes) return {};
+  BoxBuilder padding;
+  padding.box(boxType("free"), [&] {
+    // Where a box does not fit before the page's end, its own header may cross it.
+    padding.zeros(toPageEnd_bytes < kSmallestBox_bytes ? toPageEnd_bytes
+                                                       : toPageEnd_bytes - kSmallestBox_bytes);
+  });
+  return padding.take();
 }
 
 std::string whatIsKept(const std::string& error) {
@@ -71,15 +89,21 @@ std::string LibavM4aWriter::appendFragment() {
   if (std::string error = appendUnwritten(); !error.empty()) return error;
   if (std::string error = muxer_.endFragment(&unwritten_); !error.empty()) return error;
   unwrittenOffset_bytes_ = sink_->size_bytes();
+  const auto padding = paddingBefore(unwrittenOffset_bytes_, unwritten_.mediaOffset_bytes);
+  unwritten_.bytes.insert(unwritten_.bytes.begin(), padding.begin(), padding.end());
+  unwritten_.mediaOffset_bytes += padding.size();
   return appendUnwritten();
 }
 
 std::string LibavM4aWriter::appendUnwritten() {
   if (unwritten_.packetSizes_bytes.empty()) return "";
-  const std::uint64_t there_bytes = sink_->size_bytes() - unwrittenOffset_bytes_;
-  if (there_bytes < unwritten_.bytes.size()) {
-    std::string error = sink_->append(Bytes(unwritten_.bytes).subspan(there_bytes));
-    if (!error.empty()) return error;
+  const Bytes bytes = unwritten_.bytes;
+  std::string error = sink_->append(bytes.subspan(sink_->size_bytes() - unwrittenOffset_bytes_));
+  if (!error.empty()) {
+    const bool headIsTorn =
+        sink_->size_bytes() < unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes;
+    if (headIsTorn) sink_->truncate(unwrittenOffset_bytes_);
+    return error;
   }
   packets_.addChunk(unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes,
                     unwritten_.packetSizes_bytes);

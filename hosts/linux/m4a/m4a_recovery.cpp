@@ -58,7 +58,11 @@ class PacketFinder {
     const std::uint64_t held =
         std::uint64_t{findings_.packets.packetSizes_bytes().size()} * kAacPacket_frames;
     findings_.track.priming_frames = kAacPriming_frames;
-    findings_.track.frames = held - std::min<std::uint64_t>(held, kAacPriming_frames);
+    if (held <= kAacPriming_frames) {
+      findings_.packets = {};  // nothing but the encoder's delay
+    } else {
+      findings_.track.frames = held - kAacPriming_frames;
+    }
     return std::move(findings_);
   }
 

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "platform/application.h"
+
+namespace linux_host {
+
+// The program's pictures: which names exist, what they are called in icon themes, and where their
+// files lie. Main thread.
+class Icons {
+ public:
+  // `bundleResources`: the bundle's Contents/Resources, which has "icons" in a build folder.
+  // `themeFolder`: the folder of the icon theme that an installation writes into.
+  Icons(std::string bundleResources, std::string themeFolder);
+  static Icons ofExecutable(const std::string& executable, const std::string& bundlePath);
+
+  // Null for a name that the program has no picture of.
+  [[nodiscard]] static platform::ImagePtr imageNamed(const std::string& name);
+  // The name in icon themes; empty for null and unknown images.
+  [[nodiscard]] static std::string themeName(const platform::ImagePtr& image);
+  // The picture's file; empty when it is not installed.
+  [[nodiscard]] std::string file(const platform::ImagePtr& image) const;
+
+ private:
+  const std::string bundleIcons_;
+  const std::string themeFolder_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,81 @@
+#include "hosts/linux/application/linux_application.h"
+
+#include <utility>
+
+#include "hosts/linux/application/icons.h"
+
+namespace linux_host {
+
+LinuxApplication::LinuxApplication(MainLoop& loop) : loop_(loop) {}
+
+void LinuxApplication::setDelegate(std::shared_ptr<platform::ApplicationDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+void LinuxApplication::addIndicatorObserver(IndicatorObserver& observer) {
+  observers_.push_back(&observer);
+  observer.activationPolicyDidChange(policy_);
+  observer.applicationIconDidChange(icon_);
+}
+
+// The delegate may terminate from within each of these calls; nothing follows then.
+void LinuxApplication::launch(const std::vector<std::string>& pathsToOpen) {
+  mainThread_.check();
+  launched_ = true;
+  delegate_->applicationWillFinishLaunching();
+  for (const std::string& path : pathsToOpen) {
+    if (!terminated_) delegate_->application(path);
+  }
+  if (!terminated_) delegate_->applicationDidFinishLaunching();
+}
+
+void LinuxApplication::run() {
+  mainThread_.check();
+  if (!terminated_) loop_.run();
+}
+
+void LinuxApplication::terminate() {
+  mainThread_.check();
+  if (terminated_ || asking_) return;
+  if (!launched_) {
+    end();
+    return;
+  }
+  asking_ = true;
+  const platform::TerminateReply reply = delegate_->applicationShouldTerminate();
+  asking_ = false;
+  if (reply == platform::TerminateReply::kNow) end();
+}
+
+void LinuxApplication::terminateRegardless() {
+  terminate();
+  end();
+}
+
+void LinuxApplication::end() {
+  if (std::exchange(terminated_, true)) return;
+  if (launched_) delegate_->applicationWillTerminate();
+  loop_.quit();
+}
+
+void LinuxApplication::setActivationPolicy(platform::ActivationPolicy policy) {
+  mainThread_.check();
+  if (std::exchange(policy_, policy) == policy) return;
+  for (IndicatorObserver* observer : observers_) observer->activationPolicyDidChange(policy);
+}
+
+void LinuxApplication::setApplicationIconImage(const platform::ImagePtr& image) {
+  mainThread_.check();
+  icon_ = image;
+  for (IndicatorObserver* observer : observers_) observer->applicationIconDidChange(image);
+}
+
+void LinuxApplication::activateIgnoringOtherApps(bool ignoringOtherApps) {
+  if (ignoringOtherApps && onActivate_) onActivate_();
+}
+
+platform::ImagePtr LinuxApplication::imageNamed(const std::string& name) {
+  return Icons::imageNamed(name);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/base/run_loop.h"
+#include "platform/application.h"
+
+namespace linux_host {
+
+// Who shows the program in the desktop: a tray, a dock. Main thread.
+class IndicatorObserver {
+ public:
+  virtual ~IndicatorObserver() = default;
+  virtual void activationPolicyDidChange(platform::ActivationPolicy policy) = 0;
+  // Null: the application's own icon.
+  virtual void applicationIconDidChange(const platform::ImagePtr& icon) = 0;
+};
+
+// The application object: calls its delegate on the way from launch to end. Main thread.
+class LinuxApplication : public platform::Application {
+ public:
+  explicit LinuxApplication(MainLoop& loop);
+
+  void setDelegate(std::shared_ptr<platform::ApplicationDelegate> delegate);
+  // Tells the observer the state at once and then each change. It outlives the application.
+  void addIndicatorObserver(IndicatorObserver& observer);
+  // Called for activateIgnoringOtherApps(true).
+  void setOnActivate(std::function<void()> raiseWindows) { onActivate_ = std::move(raiseWindows); }
+
+  // Will finish launching, the paths to open, did finish launching.
+  void launch(const std::vector<std::string>& pathsToOpen);
+  // Runs the main loop until the application has terminated. One that has not been launched yet
+  // terminates without its delegate.
+  void run();
+  // Ends although the delegate may answer that it is not yet time: it is asked, so that it saves
+  // what it has, and told.
+  void terminateRegardless();
+  [[nodiscard]] bool hasTerminated() const { return terminated_; }
+
+  void disableRelaunchOnLogin() override {}
+  void setActivationPolicy(platform::ActivationPolicy policy) override;
+  void setApplicationIconImage(const platform::ImagePtr& image) override;
+  void activateIgnoringOtherApps(bool ignoringOtherApps) override;
+  void terminate() override;
+  platform::ImagePtr imageNamed(const std::string& name) override;
+
+ private:
+  void end();
+
+  MainThreadOnly mainThread_;
+  MainLoop& loop_;
+  std::shared_ptr<platform::ApplicationDelegate> delegate_;
+  std::vector<IndicatorObserver*> observers_;
+  std::function<void()> onActivate_;
+  platform::ActivationPolicy policy_ = platform::ActivationPolicy::kProhibited;
+  platform::ImagePtr icon_;
+  bool launched_ = false;
+  bool asking_ = false;
+  bool terminated_ = false;
+};
+
+}  // namespace linux_host

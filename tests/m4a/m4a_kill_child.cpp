@@ -1,0 +1,48 @@
+// Records a tone for the test that kills this process: m4a_kill_child FILE PROGRESS MODULE_FOLDER.
+// After every piece the number of frames recorded so far goes to PROGRESS as eight bytes.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "hosts/linux/m4a/m4a_open_file.h"
+#include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "tests/m4a/tone.h"
+
+namespace {
+
+int fail(const std::string& error) {
+  std::fprintf(stderr, "m4a_kill_child: %s\n", error.c_str());
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace linux_host;
+  if (argc != 4) return fail("FILE PROGRESS MODULE_FOLDER");
+  std::string error;
+  OpenFiles files;
+  M4aWriterFactory factory(nullptr, {argv[3]});
+  factory.loadInBackground();
+  auto file = files.open(argv[1], OpenFiles::Mode::kCreateNew, &error);
+  if (!file) return fail(error);
+  const auto writer = factory.createWriter(&error);
+  if (!writer) return fail(error);
+  const int progress = open(argv[2], O_WRONLY | O_CLOEXEC);
+  if (progress < 0) return fail("cannot report progress");
+
+  const test::Format format{48000, 2, 256000};
+  error = writer->open(m4aSinkFor(std::move(file)), format.sampleRate_hz, format.channels,
+                       format.bitrate_bps);
+  test::Tone tone(format);
+  constexpr std::uint32_t kPiece_frames = 480;
+  for (std::uint64_t fed = kPiece_frames; error.empty(); fed += kPiece_frames) {
+    error = writer->write(tone.next(kPiece_frames), kPiece_frames);
+    if (write(progress, &fed, sizeof(fed)) != sizeof(fed)) return fail("nobody listens");
+  }
+  return fail(error);
+}

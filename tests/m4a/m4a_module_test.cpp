@@ -1,0 +1,297 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "hosts/linux/m4a/m4a_open_file.h"
+#include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "tests/m4a/box_walker.h"
+#include "tests/m4a/decoded.h"
+#include "tests/m4a/tone.h"
+#include "tests/support/child_process.h"
+
+namespace linux_host::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+class TemporaryFolder {
+ public:
+  explicit TemporaryFolder(const std::string& parent = "/var/tmp") {
+    std::string pattern = parent + "/record-audio-m4a-test-XXXXXX";
+    path_ = mkdtemp(pattern.data());
+  }
+  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+std::vector<std::byte> contents(const std::string& path) {
+  std::vector<std::byte> bytes(std::filesystem::file_size(path));
+  std::ifstream stream(path, std::ios::binary);
+  stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
+}
+
+std::uint64_t playableFrames(FileBytes bytes) {
+  const auto decoded = decodeM4a(bytes);
+  return decoded.planes.empty() ? 0 : decoded.planes[0].size();
+}
+
+std::unique_ptr<M4aWriter> newWriter(M4aWriterFactory* factory) {
+  std::string error;
+  auto writer = factory->createWriter(&error);
+  EXPECT_EQ(error, "");
+  return writer;
+}
+
+TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
+  const TemporaryFolder folder;
+  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
+  OpenFiles files;
+  std::string error;
+  const auto writer = newWriter(&factory);
+  ASSERT_TRUE(writer);
+  auto file = files.open(folder / "tone.m4a", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_TRUE(file) << error;
+  const Format format{44100, 2, 256000};
+  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 44100, 2, 256000), "");
+  Tone tone(format);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(writer->write(tone.next(1001), 1001), "");
+  ASSERT_EQ(writer->finish(), "");
+  const auto decoded = decodeM4a(contents(folder / "tone.m4a"));
+  EXPECT_EQ(decoded.error, "");
+  EXPECT_EQ(decoded.containerFrames, 100100U);
+}
+
+// The file goes to another disk, by another thread, while it is written.
+TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
+  const TemporaryFolder from("/dev/shm");
+  const TemporaryFolder to;
+  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
+  OpenFiles files;
+  std::string error;
+  const auto writer = newWriter(&factory);
+  ASSERT_TRUE(writer);
+  auto file = files.open(from / "recording", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_TRUE(file) << error;
+  const Format format{48000, 2, 256000};
+  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 48000, 2, 256000), "");
+  Tone tone(format);
+  for (int i = 0; i < 300; ++i) ASSERT_EQ(writer->write(tone.next(480), 480), "");
+  std::thread mover([&] { error = files.move(from / "recording", to / "recording.m4a"); });
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(writer->write(tone.next(480), 480), "");
+  mover.join();
+  ASSERT_EQ(error, "");
+  ASSERT_EQ(writer->finish(), "");
+  EXPECT_FALSE(std::filesystem::exists(from / "recording"));
+  const auto bytes = contents(to / "recording.m4a");
+  EXPECT_EQ(topLevel(bytes), "ftyp mdat moov");
+  const auto decoded = decodeM4a(bytes);
+  EXPECT_EQ(decoded.error, "");
+  EXPECT_EQ(decoded.containerFrames, 600U * 480);
+}
+
+// A child that records, and reports what it recorded until it was killed.
+class KilledRecording {
+ public:
+  explicit KilledRecording(const TemporaryFolder& folder)
+      : progressPath_(folder / "progress"), progress_(openProgress(progressPath_)) {}
+  ~KilledRecording() {
+    close(progress_);
+    std::filesystem::remove(progressPath_);
+  }
+  KilledRecording(const KilledRecording&) = delete;
+  KilledRecording& operator=(const KilledRecording&) = delete;
+
+  // Frames recorded when the process ended; 0 when it never began.
+  std::uint64_t recordUntil(const std::string& path, std::uint64_t frames) {
+    test_support::ChildProcess child(
+        {{RA_TEST_KILL_CHILD, path, progressPath_, RA_TEST_MODULE_FOLDER}, {}, ""});
+    constexpr int kPatience_ms = 60'000;
+    pollfd wait{progress_, POLLIN, 0};
+    std::uint64_t recorded = 0;
+    while (recorded < frames && poll(&wait, 1, kPatience_ms) == 1)
+      recorded = readProgress(recorded);
+    child.kill();
+    while (poll(&wait, 1, 0) == 1) recorded = readProgress(recorded);
+    return recorded;
+  }
+
+ private:
+  static int openProgress(const std::string& path) {
+    mkfifo(path.c_str(), 0600);
+    return open(path.c_str(), O_RDWR | O_CLOEXEC);
+  }
+  [[nodiscard]] std::uint64_t readProgress(std::uint64_t last) const {
+    std::uint64_t value = 0;
+    return read(progress_, &value, sizeof(value)) == sizeof(value) ? value : last;
+  }
+
+  const std::string progressPath_;
+  const int progress_;
+};
+
+TEST(M4aKillTest, FileOfAKilledProcessPlaysToWithinASecondAndIsRecovered) {
+  const TemporaryFolder folder;
+  std::mt19937 random(std::random_device{}());
+  for (int round = 0; round < 36; ++round) {
+    KilledRecording recording(folder);
+    const std::string path = folder / ("killed" + std::to_string(round) + ".m4a");
+    const std::uint64_t wanted = 480 + random() % (12 * 48000);
+    const std::uint64_t recorded = recording.recordUntil(path, wanted);
+    ASSERT_GE(recorded, wanted);
+    const auto bytes = contents(path);
+    // The last piece may have been recorded and not yet reported.
+    ASSERT_GE(playableFrames(bytes) + 48000, recorded);
+    ASSERT_LE(playableFrames(bytes), recorded + 480 + 1024);
+
+    OpenFiles files;
+    const auto report = recoverInterruptedM4a(files, path);
+    ASSERT_EQ(report.outcome, M4aRecovery::Outcome::completed) << report.error;
+    ASSERT_GE(report.frames + 48000, recorded);
+    const auto recovered = contents(path);
+    EXPECT_EQ(topLevel(recovered), "ftyp mdat moov");
+    const auto decoded = decodeM4a(recovered);
+    EXPECT_EQ(decoded.error, "");
+    EXPECT_EQ(decoded.containerFrames, report.frames);
+    EXPECT_EQ(recoverInterruptedM4a(files, path).outcome, M4aRecovery::Outcome::alreadyComplete);
+    std::filesystem::remove(path);
+  }
+}
+
+TEST(M4aRecoveryFileTest, MissingFileIsReported) {
+  OpenFiles files;
+  const auto report = recoverInterruptedM4a(files, "/nonexistent/recording");
+  EXPECT_EQ(report.outcome, M4aRecovery::Outcome::failed);
+  EXPECT_THAT(report.error, HasSubstr("/nonexistent/recording"));
+}
+
+TEST(M4aWriterFactoryTest, BackgroundLoadServesEveryThread) {
+  M4aWriterFactory factory(nullptr, {"/nonexistent", RA_TEST_MODULE_FOLDER});
+  factory.loadInBackground();
+  factory.loadInBackground();
+  std::array<std::thread, 4> threads;
+  std::mutex mutex;
+  std::set<std::string> errors;
+  for (auto& thread : threads) {
+    thread = std::thread([&] {
+      std::string error;
+      const auto writer = factory.createWriter(&error);
+      const std::lock_guard lock(mutex);
+      errors.insert(writer ? "made" : error);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_THAT(errors, ::testing::ElementsAre("made"));
+}
+
+TEST(M4aWriterFactoryTest, FactoryMayGoWhileItLoads) {
+  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
+  factory.loadInBackground();
+}
+
+TEST(M4aWriterFactoryTest, MissingModuleIsAClearError) {
+  M4aWriterFactory factory(nullptr, {"/nonexistent/folder"});
+  std::string error;
+  EXPECT_EQ(factory.createWriter(&error), nullptr);
+  EXPECT_THAT(error, HasSubstr("record-audio-m4a.so"));
+  EXPECT_THAT(error, HasSubstr("missing in /nonexistent/folder"));
+  EXPECT_THAT(error, HasSubstr("record MP3"));
+}
+
+TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
+  const TemporaryFolder folder;
+  std::ofstream(folder / "record-audio-m4a.so") << "not a module";
+  M4aWriterFactory factory(nullptr, {folder.path()});
+  std::string error;
+  EXPECT_EQ(factory.createWriter(&error), nullptr);
+  EXPECT_THAT(error, HasSubstr("cannot be loaded"));
+  EXPECT_THAT(error, HasSubstr(folder.path()));
+}
+
+TEST(M4aWriterFactoryTest, LooksBesideTheExecutableFirst) {
+  const auto folders = M4aWriterFactory::defaultFolders();
+  ASSERT_GE(folders.size(), 2U);
+  EXPECT_EQ(folders[0], std::filesystem::read_symlink("/proc/self/exe").parent_path().string());
+  EXPECT_THAT(folders[1], ::testing::EndsWith("/record-audio"));
+}
+
+class LoadedModule : public ::testing::Test {
+ protected:
+  LoadedModule()
+      : path_(std::string(RA_TEST_MODULE_FOLDER) + "/" + M4aWriterFactory::kModuleName),
+        handle_(dlopen(path_.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
+
+  const std::string path_;
+  void* const handle_;
+};
+
+TEST_F(LoadedModule, ExportsItsFactoryAlone) {
+  FILE* const listing = popen(("nm -D --defined-only '" + path_ + "'").c_str(), "r");
+  ASSERT_TRUE(listing);
+  std::vector<std::string> names;
+  char line[1024];
+  while (std::fgets(line, sizeof(line), listing)) {
+    std::string text(line);
+    text.erase(text.find_last_not_of('\n') + 1);
+    names.push_back(text.substr(text.rfind(' ') + 1));
+  }
+  ASSERT_EQ(pclose(listing), 0);
+  EXPECT_THAT(names, ::testing::ElementsAre(kM4aFactoryName));
+}
+
+TEST_F(LoadedModule, RefusesAnotherVersionOfItsInterface) {
+  ASSERT_TRUE(handle_) << dlerror();
+  const auto function = reinterpret_cast<M4aFactoryFunction>(dlsym(handle_, kM4aFactoryName));
+  ASSERT_TRUE(function);
+  EXPECT_EQ(function(kM4aInterfaceVersion + 1, nullptr), nullptr);
+}
+
+std::mutex logMutex;
+std::vector<std::string> logLines;
+
+TEST(M4aLogTest, MessagesOfTheCodecLibraryAreWholeLinesOfTheLog) {
+  M4aWriterFactory factory(
+      [](const char* line) {
+        const std::lock_guard lock(logMutex);
+        logLines.emplace_back(line);
+      },
+      {RA_TEST_MODULE_FOLDER});
+  const TemporaryFolder folder;
+  OpenFiles files;
+  std::string error;
+  const auto writer = newWriter(&factory);
+  ASSERT_TRUE(writer);
+  auto file = files.open(folder / "tone.m4a", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_TRUE(file) << error;
+  // More bits than AAC can use at this rate: the encoder says that it takes fewer.
+  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 8000, 1, 1'000'000), "");
+  EXPECT_EQ(writer->finish(), "");
+  const std::lock_guard lock(logMutex);
+  ASSERT_FALSE(logLines.empty());
+  EXPECT_THAT(logLines, ::testing::Contains(HasSubstr("Too many bits")));
+  for (const auto& line : logLines) EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+}
+
+}  // namespace
+}  // namespace linux_host::test

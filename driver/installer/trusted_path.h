@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "driver/unique_fd.h"
+
+namespace loopback {
+
+// A file or folder that only its trusted owner can have written, or why it is not one.
+struct TrustedFile {
+  UniqueFd fd;
+  std::string refusal;  // empty when fd is valid
+};
+
+// Opens the absolute `path` below the folder `root` for reading, one step at a time. Refused are: a
+// symbolic link anywhere, "." and "..", and anything on the way (the root and the file itself
+// included) that `owner` does not own or that others may write. What is opened is a regular file or
+// a folder; nothing here waits on a pipe or device in its place.
+[[nodiscard]] TrustedFile openTrusted(int root, const std::string& path, uid_t owner);
+
+// The same from the file system's root, for root.
+[[nodiscard]] TrustedFile openTrustedBySystem(const std::string& path);
+
+// Why the open file or folder is not trusted; empty when it is. `path` is for the message.
+[[nodiscard]] std::string refusalOf(int fd, const std::string& path, uid_t owner);
+
+}  // namespace loopback

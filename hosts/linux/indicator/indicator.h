@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "hosts/linux/application/linux_application.h"
+#include "hosts/linux/bus/requests.h"
+#include "hosts/linux/indicator/status_notifier_item.h"
+#include "platform/foundation.h"
+#include "suite/embedded_suite.h"
+
+namespace linux_host {
+
+// The program in the desktop: the tray icon with its tool tip and menu, and the launcher's entry,
+// as the application and the suite's menu text say. A click is a click on the Dock icon. Main
+// thread.
+class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
+ public:
+  // The first three outlive the indicator. `iconThemeFolder` as for StatusNotifierItem. `onTray`
+  // learns whether the desktop has a tray, and each change of that.
+  Indicator(GDBusConnection* bus, Requests& requests, const platform::Bundle& strings,
+            std::string iconThemeFolder, std::function<void(bool present)> onTray);
+
+  void activationPolicyDidChange(platform::ActivationPolicy policy) override;
+  void applicationIconDidChange(const platform::ImagePtr& icon) override;
+  void toolDataDidChange(const suite::ToolData& data) override;
+  // One more line of the tool tip, for what the user should know; empty: none.
+  void setRemark(const std::string& remark);
+
+ private:
+  void refresh();
+  void refreshLauncher();
+  [[nodiscard]] std::vector<MenuItem> menu() const;
+  void choose(int id);
+  [[nodiscard]] std::string text(const char* key) const { return strings_.localizedString(key); }
+
+  GDBusConnection* const bus_;
+  Requests& requests_;
+  const platform::Bundle& strings_;
+  std::string iconName_;
+  std::string menuText_;
+  std::string remark_;
+  bool recording_ = false;
+  bool urgent_ = false;
+  StatusNotifierItem item_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "hosts/linux/bus/dbus_support.h"
+#include "suite/embedded_suite.h"
+
+namespace linux_host {
+
+// While a recording runs the machine does not fall asleep, and a shutdown waits until it is saved:
+// inhibitors of org.freedesktop.login1. A machine without that service just goes without. Main
+// thread; no call waits for an answer.
+class LoginSession : public suite::ToolDataObserver {
+ public:
+  // `why` is what the desktop shows as the reason. `onShutdown` is called when the machine goes
+  // down during a recording.
+  LoginSession(std::string why, std::function<void()> onShutdown);
+  ~LoginSession() override;
+  LoginSession(const LoginSession&) = delete;
+  LoginSession& operator=(const LoginSession&) = delete;
+
+  void toolDataDidChange(const suite::ToolData& data) override;
+
+  // The recording's files are closed: the machine may go down.
+  void releaseShutdown();
+
+ private:
+  struct Lock;
+
+  void connect();
+  void begin();
+  void end();
+  void inhibit(const char* what, const char* mode, int LoginSession::*descriptor);
+  static void onSignal(GDBusConnection* connection, const gchar* sender, const gchar* path,
+                       const gchar* interfaceName, const gchar* signal, GVariant* parameters,
+                       gpointer self);
+
+  const std::string why_;
+  std::function<void()> onShutdown_;
+  GCancellable* const cancellable_;
+  ConnectionPtr bus_;
+  guint subscription_ = 0;
+  bool connecting_ = false;
+  bool recording_ = false;
+  bool saving_ = false;  // the shutdown lock is kept until the files are closed
+  int sleepLock_ = -1;
+  int shutdownLock_ = -1;
+};
+
+// Whether a recording runs or has been accepted, by what the suite's menu shows.
+bool isRecording(const suite::ToolData& data);
+
+}  // namespace linux_host

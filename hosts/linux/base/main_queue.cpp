@@ -16,6 +16,7 @@ MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   }
   source_ = g_unix_fd_source_new(eventFd_, G_IO_IN);
   g_source_set_callback(source_, G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
+  g_source_set_can_recurse(source_, TRUE);
   g_source_attach(source_, nullptr);
 }
 
@@ -42,28 +43,24 @@ void MainQueue::wake() {
 gboolean MainQueue::onWake(gint fd, GIOCondition, gpointer self) {
   std::uint64_t count = 0;
   [[maybe_unused]] const ssize_t taken = read(fd, &count, sizeof count);
-  static_cast<MainQueue*>(self)->runBatch();
+  static_cast<MainQueue*>(self)->runNext();
   return G_SOURCE_CONTINUE;
 }
 
-// Items stay in the queue until it is their turn, so that a loop run inside an item (a modal
-// alert) still sees those behind it.
-void MainQueue::runBatch() {
-  std::size_t count = 0;
+// One item a turn, and the loop already awake for the next: a loop run inside the item (a modal
+// alert) goes on with those behind it.
+void MainQueue::runNext() {
+  std::function<void()> item;
+  bool more = false;
   {
     const std::lock_guard lock(mutex_);
-    count = items_.size();
+    if (items_.empty()) return;
+    item = std::move(items_.front());
+    items_.pop_front();
+    more = !items_.empty();
   }
-  for (; count > 0; --count) {
-    std::function<void()> item;
-    {
-      const std::lock_guard lock(mutex_);
-      if (items_.empty()) return;
-      item = std::move(items_.front());
-      items_.pop_front();
-    }
-    item();
-  }
+  if (more) wake();
+  item();
 }
 
 }  // namespace linux_host

@@ -29,7 +29,7 @@ class MainQueue : public platform::DispatchQueue {
  private:
   static gboolean onWake(gint fd, GIOCondition condition, gpointer self);
   void wake();
-  void runBatch();
+  void runNext();
 
   const std::string label_ = "main";
   int eventFd_ = -1;

@@ -68,18 +68,19 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     return timer->isValid() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
   }
 
+  // GLib does not dispatch a source within its own dispatch, so a loop that the action runs does
+  // not fire this timer again.
   void fire() {
-    if (repeats_) {
-      const gint64 late_us = g_get_monotonic_time() - next_us_;
-      next_us_ += (std::max<gint64>(late_us, 0) / interval_us_ + 1) * interval_us_;
-      g_source_set_ready_time(source_, next_us_);
-    } else {
-      // Never a second time from a loop that the action itself runs.
-      g_source_set_ready_time(source_, -1);
-    }
     const platform::TimerAction action = action_;
     action(shared_from_this());
-    if (!repeats_) invalidate();
+    if (!isValid()) return;
+    if (!repeats_) {
+      invalidate();
+      return;
+    }
+    const gint64 late_us = g_get_monotonic_time() - next_us_;
+    next_us_ += (std::max<gint64>(late_us, 0) / interval_us_ + 1) * interval_us_;
+    g_source_set_ready_time(source_, next_us_);
   }
 
   MainThreadOnly mainThread_;

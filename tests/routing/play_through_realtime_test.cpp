@@ -1,0 +1,120 @@
+// The callbacks in the trap: whatever path they take, they do not allocate, lock or enter the
+// kernel; and they take a small part of their period.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <vector>
+
+#include "tests/routing/planar_block.h"
+#include "tests/routing/play_through_fixture.h"
+#include "tests/support/realtime_trap.h"
+
+namespace record_audio {
+namespace {
+
+using platform::noErr;
+using routing_test::at;
+using routing_test::kBuffer_frames;
+using routing_test::kLoopback;
+using routing_test::kSpeakers;
+
+class PlayThroughRealtime : public testing::Test, protected routing_test::PlayThroughMachine {
+ protected:
+  PlayThroughRealtime() { startPlaying(); }
+
+  bool input(double time_frames) {
+    return host.audioUnits.driveInput(at(time_frames), kBuffer_frames) == noErr;
+  }
+  bool output(double time_frames) {
+    out.resetSizes();
+    return host.audioUnits.driveOutput(at(time_frames), kBuffer_frames, &out.list()) == noErr;
+  }
+  void makeBoundsUnstable() {
+    RingBuffer& ring = *playThrough->ringBuffer;
+    const std::uint32_t index = ring.timeBoundsIndex.load();
+    ring.timeBounds[index & 31].updateCounter.store(index + kRingBufferSlotCount);
+  }
+
+  // Every path through both callbacks.
+  bool takeEveryPath() {
+    auto& hardware = host.audioHardware;
+    bool good = output(0);                                 // before any input
+    for (int i = 0; i < 100; ++i) good &= input(i * 512);  // the ring fills and wraps
+    good &= input(200 * 512) && input(100 * 512);          // a gap, a step back
+    hardware.failCurrentTime(kLoopback, -1);
+    good &= output(0);
+    hardware.failCurrentTime(kLoopback, noErr);
+    hardware.failCurrentTime(kSpeakers, -1);
+    good &= !output(0);
+    hardware.failCurrentTime(kSpeakers, noErr);
+    host.audioUnits.setParameterStatus = -1;
+    good &= !output(0);
+    host.audioUnits.setParameterStatus = noErr;
+    good &= output(0);  // anchors
+    for (int i = 1; i < 100; ++i) good &= input((100 + i) * 512) && output(i * 512);
+    good &= output(1e9);  // nothing held there
+    makeBoundsUnstable();
+    good &= output(100 * 512);  // anchors anew
+    host.audioUnits.renderStatus = -1;
+    good &= !input(300 * 512);
+    host.audioUnits.renderStatus = noErr;
+    return good;
+  }
+
+  routing_test::PlanarBlock<float> out{2, kBuffer_frames};
+};
+
+TEST_F(PlayThroughRealtime, NoPathAllocatesLocksOrMakesASystemCall) {
+  const realtime_trap::Report report =
+      realtime_trap::runTrapped([this] { return takeEveryPath(); });
+  EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
+  RecordProperty("LocksAndSystemCallsWatched",
+                 realtime_trap::watchesLocksAndSystemCalls() ? "yes" : "no");
+}
+
+TEST_F(PlayThroughRealtime, TheTrapWouldSeeAnAllocationInACallback) {
+  host.audioUnits.render = [](const platform::AudioTimeStamp&, std::uint32_t,
+                              platform::AudioBufferList&) { delete new int(1); };
+  const auto report = realtime_trap::runTrapped([this] {
+    std::vector<int>* volatile kept = new std::vector<int>(3);
+    delete kept;
+    return input(0);
+  });
+  EXPECT_FALSE(report.clean());
+}
+
+TEST_F(PlayThroughRealtime, NearlyEveryCallbackTakesLessThanATwentiethOfItsPeriod) {
+  using Clock = std::chrono::steady_clock;
+  constexpr int kPeriods = 5000;
+  const auto period = std::chrono::duration<double>(kBuffer_frames / 48000.0);
+  std::vector<double> inputs_s;
+  std::vector<double> outputs_s;
+  for (int i = 0; i < kPeriods; ++i) {
+    const auto start = Clock::now();
+    ASSERT_TRUE(input(i * 512));
+    const auto between = Clock::now();
+    ASSERT_TRUE(output(i * 512));
+    const auto end = Clock::now();
+    inputs_s.push_back(std::chrono::duration<double>(between - start).count());
+    outputs_s.push_back(std::chrono::duration<double>(end - between).count());
+  }
+  const auto p999 = [](std::vector<double>& times) {
+    const auto rank = times.begin() + static_cast<std::ptrdiff_t>(times.size() * 999 / 1000);
+    std::nth_element(times.begin(), rank, times.end());
+    return *rank;
+  };
+  const double input_s = p999(inputs_s);
+  const double output_s = p999(outputs_s);
+  RecordProperty("InputP999_ns", static_cast<int>(input_s * 1e9));
+  RecordProperty("OutputP999_ns", static_cast<int>(output_s * 1e9));
+  std::cout << "p99.9 of the callbacks: input " << input_s * 1e6 << " us, output " << output_s * 1e6
+            << " us of a period of " << period.count() * 1e6 << " us\n";
+  EXPECT_LT(input_s, period.count() / 20);
+  EXPECT_LT(output_s, period.count() / 20);
+}
+
+}  // namespace
+}  // namespace record_audio

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <string>
+
+#include "hosts/linux/bus/dbus_support.h"
+
+namespace linux_host {
+
+// The machine's own message bus, connected when it is first needed and anew after it was lost. Main
+// thread.
+class SystemBus {
+ public:
+  // `address`: empty for the bus that the environment names.
+  explicit SystemBus(std::string address = {}) : address_(std::move(address)) {}
+
+  struct Method {
+    const char* service;
+    const char* object;
+    const char* interface;
+    const char* name;
+  };
+  // `value` is null when the call failed; `error` then says why.
+  struct Reply {
+    VariantPtr value;
+    ErrorPtr error;
+  };
+  inline static constexpr int kNoTimeLimit = G_MAXINT;
+
+  // False, with a message in the log, when there is no bus.
+  bool connect();
+  // Calls and runs the main loop until the answer is there, so that windows stay alive while the
+  // user is asked something. `arguments` may be floating. `resultType`: what a good reply holds.
+  Reply call(const Method& method, GVariant* arguments, const char* resultType, int timeout_ms);
+
+ private:
+  std::string address_;
+  ConnectionPtr connection_;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,40 @@
+#include "tests/authorization/fake_service.h"
+
+#include <stdexcept>
+
+namespace authorization_test {
+namespace {
+
+void onCall(GDBusConnection*, const char*, const char*, const char*, const char*,
+            GVariant* arguments, GDBusMethodInvocation* invocation, gpointer handler) {
+  (*static_cast<FakeService::Handler*>(handler))(invocation, arguments);
+}
+
+}  // namespace
+
+FakeService::FakeService(const std::string& address, const std::string& name,
+                         const std::string& object, const std::string& introspection,
+                         Handler handler)
+    : handler_(std::move(handler)) {
+  std::string error;
+  connection_ = linux_host::connectTo(address, true, linux_host::kBusTimeout_ms, &error);
+  if (connection_ == nullptr) throw std::runtime_error(error);
+  node_ = g_dbus_node_info_new_for_xml(introspection.c_str(), nullptr);
+  static constexpr GDBusInterfaceVTable kTable{onCall, nullptr, nullptr, {}};
+  registration_ =
+      g_dbus_connection_register_object(connection_.get(), object.c_str(), node_->interfaces[0],
+                                        &kTable, &handler_, nullptr, nullptr);
+  const linux_host::VariantPtr reply(g_dbus_connection_call_sync(
+      connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", name.c_str(), 4U), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+      nullptr, nullptr));
+  if (registration_ == 0 || reply == nullptr) throw std::runtime_error("cannot own " + name);
+}
+
+FakeService::~FakeService() {
+  g_dbus_connection_unregister_object(connection_.get(), registration_);
+  g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
+  g_dbus_node_info_unref(node_);
+}
+
+}  // namespace authorization_test

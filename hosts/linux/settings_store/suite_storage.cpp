@@ -55,6 +55,20 @@ int appendLine(const std::string& path, std::string line) {
   return error;
 }
 
+// Permissions alone do not tell: some file systems refuse whatever they say. 0 or errno.
+int makeAndForgetFile(const std::string& folder) {
+  int fd = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kPrivateFile);
+  if (fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT)) {
+    // A file system that knows no nameless files.
+    std::string name = folder + "/.record-audio-XXXXXX";
+    fd = mkostemp(name.data(), O_CLOEXEC);
+    if (fd >= 0) unlink(name.c_str());
+  }
+  if (fd < 0) return errno;
+  close(fd);
+  return 0;
+}
+
 bool saysYes(const char* value) {
   return value != nullptr && std::string_view(value) == "1";
 }
@@ -132,10 +146,7 @@ std::string whyNotWritable(const std::string& folder) {
   struct stat status {};
   if (stat(folder.c_str(), &status) != 0) return errorText("use", folder, errno);
   if (!S_ISDIR(status.st_mode)) return errorText("use", folder, ENOTDIR);
-  // By the effective user: it is he who will write.
-  if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
-    return errorText("write into", folder, errno);
-  }
+  if (const int error = makeAndForgetFile(folder)) return errorText("write into", folder, error);
   return {};
 }
 

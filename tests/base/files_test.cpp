@@ -1,0 +1,332 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "hosts/linux/base/small_files.h"
+#include "hosts/linux/files/file_manager.h"
+#include "hosts/linux/files/file_transfer.h"
+#include "tests/base/temporary_folder.h"
+
+namespace linux_host {
+namespace {
+
+using base_test::contentsOf;
+using base_test::Environment;
+using base_test::namesIn;
+using base_test::TemporaryFolder;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+std::span<const std::byte> bytes(std::string_view text) {
+  return std::as_bytes(std::span(text.data(), text.size()));
+}
+
+// A file system of its own that holds at most `size_bytes`. Needs the right to mount; without it
+// the test fails, since it would prove nothing.
+class SmallDisk {
+ public:
+  explicit SmallDisk(std::size_t size_bytes) {
+    const std::string options = "size=" + std::to_string(size_bytes) + ",mode=0755";
+    if (mount("tmpfs", folder_.path().c_str(), "tmpfs", 0, options.c_str()) != 0) {
+      throw std::runtime_error(std::string("cannot mount a tmpfs: ") + std::strerror(errno));
+    }
+  }
+  ~SmallDisk() { umount2(folder_.path().c_str(), MNT_DETACH); }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+  std::string operator/(const std::string& name) const { return folder_ / name; }
+  [[nodiscard]] const std::string& path() const { return folder_.path(); }
+
+ private:
+  TemporaryFolder folder_;
+};
+
+constexpr std::size_t kRoomy_bytes = std::size_t{64} << 20;
+
+// Numbered records, so that a lost, doubled or misplaced byte shows.
+class RecordWriter {
+ public:
+  explicit RecordWriter(std::shared_ptr<OpenFile> file)
+      : file_(std::move(file)), thread_([this] { run(); }) {}
+  ~RecordWriter() { stop(); }
+  RecordWriter(const RecordWriter&) = delete;
+  RecordWriter& operator=(const RecordWriter&) = delete;
+
+  void waitFor(std::uint64_t count) const {
+    while (written_ < count) std::this_thread::yield();
+  }
+  std::uint64_t stop() {
+    stopped_ = true;
+    if (thread_.joinable()) thread_.join();
+    return written_;
+  }
+  [[nodiscard]] std::uint64_t written() const { return written_; }
+
+  static void expectComplete(const std::string& path, std::uint64_t count) {
+    const std::string content = contentsOf(path);
+    ASSERT_EQ(content.size(), count * sizeof(std::uint64_t) + kHead.size());
+    EXPECT_EQ(content.substr(0, kHead.size()), kHead) << "the head was mended last";
+    for (std::uint64_t i = 0; i < count; ++i) {
+      std::uint64_t record = 0;
+      std::memcpy(&record, content.data() + kHead.size() + i * sizeof record, sizeof record);
+      ASSERT_EQ(record, i);
+    }
+  }
+
+ private:
+  static constexpr std::string_view kHead = "complete";
+
+  void run() {
+    EXPECT_EQ(file_->append(bytes("provisio")), "");
+    while (!stopped_) {
+      const std::uint64_t record = written_;
+      EXPECT_EQ(file_->append(std::as_bytes(std::span(&record, 1))), "");
+      ++written_;
+    }
+    EXPECT_EQ(file_->pwriteAt(0, bytes(kHead)), "");
+    EXPECT_EQ(file_->close(), "");
+  }
+
+  const std::shared_ptr<OpenFile> file_;
+  std::atomic<bool> stopped_{false};
+  std::atomic<std::uint64_t> written_{0};
+  std::thread thread_;
+};
+
+void moveWhileWriting(const std::string& from, const std::string& to) {
+  LinuxFileManager manager;
+  std::string error;
+  RecordWriter writer(manager.openFiles().open(from, OpenFiles::Mode::kCreateNew, &error));
+  writer.waitFor(2000);
+  ASSERT_EQ(manager.moveItem(from, to), "");
+  EXPECT_FALSE(manager.fileExists(from));
+  EXPECT_TRUE(manager.fileExists(to));
+  writer.waitFor(writer.written() + 2000);
+  RecordWriter::expectComplete(to, writer.stop());
+}
+
+TEST(MoveTest, OnOneFileSystemTheWriterGoesOnInTheRenamedFile) {
+  const TemporaryFolder folder;
+  moveWhileWriting(folder / "a", folder / "b");
+  EXPECT_THAT(namesIn(folder.path()), ElementsAre("b"));
+}
+
+TEST(MoveTest, ToAnotherFileSystemNothingWrittenBeforeDuringOrAfterIsLost) {
+  const TemporaryFolder disk;
+  for (int i = 0; i < 20; ++i) {
+    const SmallDisk ram(kRoomy_bytes);
+    const std::string target = disk / ("saved" + std::to_string(i));
+    moveWhileWriting(ram / "recording", target);
+    EXPECT_THAT(namesIn(ram.path()), IsEmpty());
+  }
+  EXPECT_EQ(namesIn(disk.path()).size(), 20U) << "and nothing hidden is left";
+}
+
+TEST(MoveTest, FromADiskToATmpfsWorksToo) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  moveWhileWriting(disk / "recording", ram / "saved");
+}
+
+TEST(MoveTest, CopiesMoreThanOneStepOfBytes) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  std::string content;
+  for (int i = 0; content.size() < (std::size_t{5} << 20); ++i) content += std::to_string(i);
+  base_test::write(ram / "a", content);
+  LinuxFileManager manager;
+  ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
+  EXPECT_EQ(contentsOf(disk / "b"), content);
+}
+
+TEST(MoveTest, AFileHandleContinuesAtItsPlaceAfterTheMove) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  LinuxFileManager manager;
+  ASSERT_TRUE(manager.createFile(ram / "a"));
+  const auto handle = manager.fileHandleForUpdating(ram / "a");
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(handle->seekToEndOfFile(), 0U);
+  EXPECT_EQ(handle->writeData(bytes("one ")), "");
+  ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
+  EXPECT_EQ(handle->writeData(bytes("two")), "");
+  handle->closeFile();
+  EXPECT_EQ(contentsOf(disk / "b"), "one two");
+}
+
+TEST(MoveTest, TheCopyHasThePermissionsOfTheSource) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  base_test::write(ram / "a", "x");
+  chmod((ram / "a").c_str(), 0640);
+  LinuxFileManager manager;
+  ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
+  struct stat status {};
+  ASSERT_EQ(stat((disk / "b").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640U);
+}
+
+TEST(MoveTest, AFullTargetLeavesTheFileWholeAndBeingWritten) {
+  const TemporaryFolder disk;
+  const SmallDisk tiny(std::size_t{64} << 10);
+  LinuxFileManager manager;
+  std::string error;
+  const auto file = manager.openFiles().open(disk / "a", OpenFiles::Mode::kCreateNew, &error);
+  const std::string block(std::size_t{1} << 20, 'x');
+  ASSERT_EQ(file->append(bytes(block)), "");
+  const std::string refused = manager.moveItem(disk / "a", tiny / "b");
+  EXPECT_THAT(refused, HasSubstr("No space left"));
+  EXPECT_THAT(refused, HasSubstr(tiny / "b"));
+  EXPECT_THAT(refused, HasSubstr("Free some space"));
+  EXPECT_THAT(namesIn(tiny.path()), IsEmpty());
+  EXPECT_EQ(file->append(bytes("more")), "");
+  EXPECT_EQ(file->close(), "");
+  EXPECT_EQ(contentsOf(disk / "a"), block + "more");
+}
+
+TEST(MoveTest, NeverReplacesAFile) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  LinuxFileManager manager;
+  for (const std::string& from : {disk / "from", ram / "from"}) {
+    base_test::write(from, "new");
+    base_test::write(disk / "there", "old");
+    EXPECT_THAT(manager.moveItem(from, disk / "there"), HasSubstr("File exists"));
+    EXPECT_EQ(contentsOf(from), "new");
+    EXPECT_EQ(contentsOf(disk / "there"), "old");
+  }
+  EXPECT_EQ(namesIn(disk.path()).size(), 2U);
+}
+
+TEST(MoveTest, SaysWhatIsWrongWithAMissingFolderOrSource) {
+  const TemporaryFolder folder;
+  LinuxFileManager manager;
+  base_test::write(folder / "a", "x");
+  const std::string error = manager.moveItem(folder / "a", folder / "no/b");
+  EXPECT_THAT(error, HasSubstr("No such file or directory"));
+  EXPECT_THAT(error, HasSubstr(folder / "no/b"));
+  EXPECT_EQ(contentsOf(folder / "a"), "x");
+  EXPECT_NE(manager.moveItem(folder / "missing", folder / "b"), "");
+}
+
+TEST(MoveTest, AFileMayMoveTwice) {
+  const TemporaryFolder disk;
+  const SmallDisk ram(kRoomy_bytes);
+  LinuxFileManager manager;
+  std::string error;
+  const auto file = manager.openFiles().open(ram / "a", OpenFiles::Mode::kCreate, &error);
+  EXPECT_EQ(file->append(bytes("1")), "");
+  ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
+  EXPECT_EQ(file->append(bytes("2")), "");
+  ASSERT_EQ(manager.moveItem(disk / "b", ram / "c"), "");
+  EXPECT_EQ(file->append(bytes("3")), "");
+  EXPECT_EQ(file->path(), ram / "c");
+  EXPECT_EQ(contentsOf(ram / "c"), "123");
+}
+
+TEST(OpenFileTest, WritesAtTheEndAndInPlaceAndTruncates) {
+  const TemporaryFolder folder;
+  OpenFiles files;
+  std::string error;
+  const auto file = files.open(folder / "a", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_NE(file, nullptr) << error;
+  EXPECT_EQ(file->append(bytes("abcdef")), "");
+  EXPECT_EQ(file->pwriteAt(1, bytes("XY")), "");
+  EXPECT_EQ(file->size_bytes(), 6U);
+  EXPECT_EQ(file->truncate(5), "");
+  file->startWriteBack();
+  EXPECT_EQ(file->append(bytes("!")), "");
+  EXPECT_EQ(contentsOf(folder / "a"), "aXYde!");
+  EXPECT_EQ(file->close(), "");
+  EXPECT_EQ(file->close(), "");
+  EXPECT_THAT(file->append(bytes("x")), HasSubstr(folder / "a"));
+  EXPECT_EQ(files.open(folder / "a", OpenFiles::Mode::kCreateNew, &error), nullptr);
+  EXPECT_EQ(files.open(folder / "b", OpenFiles::Mode::kExisting, &error), nullptr);
+  EXPECT_THAT(error, HasSubstr(folder / "b"));
+}
+
+TEST(OpenFileTest, AFullDiskIsAnErrorThatSaysWhatFitted) {
+  const SmallDisk tiny(std::size_t{64} << 10);
+  OpenFiles files;
+  std::string error;
+  const auto file = files.open(tiny / "a", OpenFiles::Mode::kCreateNew, &error);
+  const std::string block(std::size_t{48} << 10, 'x');
+  EXPECT_EQ(file->append(bytes(block)), "");
+  const std::string full = file->append(bytes(block));
+  EXPECT_THAT(full, HasSubstr("No space left"));
+  EXPECT_THAT(full, HasSubstr(tiny / "a"));
+  struct stat status {};
+  ASSERT_EQ(stat((tiny / "a").c_str(), &status), 0);
+  EXPECT_EQ(file->size_bytes(), static_cast<std::uint64_t>(status.st_size));
+}
+
+TEST(OpenFileTest, NewFilesHaveTheModeThatTheUmaskLeaves) {
+  const TemporaryFolder folder;
+  const mode_t before = umask(027);
+  LinuxFileManager manager;
+  EXPECT_TRUE(manager.createFile(folder / "a"));
+  umask(before);
+  struct stat status {};
+  ASSERT_EQ(stat((folder / "a").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640U);
+}
+
+TEST(FileManagerTest, CreatesEmptiesFindsAndRemoves) {
+  const TemporaryFolder folder;
+  LinuxFileManager manager;
+  base_test::write(folder / "a", "old");
+  EXPECT_TRUE(manager.createFile(folder / "a"));
+  EXPECT_EQ(contentsOf(folder / "a"), "");
+  EXPECT_FALSE(manager.createFile(folder / "no/a"));
+  EXPECT_TRUE(manager.fileExists(folder.path()));
+  EXPECT_EQ(manager.fileHandleForUpdating(folder / "b"), nullptr);
+  EXPECT_EQ(manager.removeItem(folder / "a"), "");
+  EXPECT_THAT(manager.removeItem(folder / "a"), HasSubstr(folder / "a"));
+  EXPECT_FALSE(manager.fileExists(folder / "a"));
+  symlink("nowhere", (folder / "link").c_str());
+  EXPECT_FALSE(manager.fileExists(folder / "link")) << "links are followed";
+}
+
+TEST(FileManagerTest, TheTemporaryFolderIsNoRamDiskUnlessChosen) {
+  const LinuxFileManager manager;
+  {
+    const Environment environment{{"TMPDIR", std::nullopt}};
+    EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
+  }
+  {
+    const Environment environment{{"TMPDIR", "/some/where//"}};
+    EXPECT_EQ(manager.temporaryDirectory(), "/some/where");
+  }
+  const Environment environment{{"TMPDIR", "relative"}};
+  EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
+}
+
+TEST(SmallFileTest, ReplacesInOneStepAndLeavesTheOldOneWhenItCannot) {
+  const SmallDisk tiny(std::size_t{64} << 10);
+  ASSERT_EQ(writeSmallFile(tiny / "f", "old", 0600), "");
+  const std::string error = writeSmallFile(tiny / "f", std::string(100000, 'x'), 0600);
+  EXPECT_THAT(error, HasSubstr("No space left"));
+  EXPECT_EQ(contentsOf(tiny / "f"), "old");
+  EXPECT_THAT(namesIn(tiny.path()), ElementsAre("f"));
+}
+
+TEST(SmallFileTest, FollowsLinksToTheirEnd) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "real");
+  symlink("real/file", (folder / "one").c_str());
+  symlink((folder / "one").c_str(), (folder / "two").c_str());
+  EXPECT_EQ(behindLinks(folder / "two"), folder / "real/file");
+  symlink("loop", (folder / "loop").c_str());
+  EXPECT_FALSE(behindLinks(folder / "loop").empty()) << "ends";
+}
+
+}  // namespace
+}  // namespace linux_host

@@ -1,0 +1,93 @@
+#include "hosts/linux/audio/capture_ring.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+// Older headers lack it; older kernels refuse it, which is allowed for.
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23
+#endif
+
+namespace linux_host {
+
+CaptureRing::CaptureRing(std::uint32_t channels, std::uint32_t capacity_frames)
+    : channels_(channels),
+      capacity_frames_(capacity_frames),
+      size_bytes_(std::size_t{channels} * capacity_frames * sizeof(float)) {
+  void* memory = mmap(nullptr, size_bytes_, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) throw std::bad_alloc();
+  samples_ = static_cast<float*>(memory);
+}
+
+CaptureRing::~CaptureRing() {
+  munmap(samples_, size_bytes_);
+}
+
+void CaptureRing::prefault() {
+  madvise(samples_, size_bytes_, MADV_POPULATE_WRITE);
+}
+
+void CaptureRing::assertWriter() const {
+#ifndef NDEBUG
+  writer_.assertHeld();
+#endif
+}
+
+void CaptureRing::assertReader() const {
+#ifndef NDEBUG
+  reader_.assertHeld();
+#endif
+}
+
+bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {
+  assertWriter();
+  const std::uint64_t written = written_.load(std::memory_order_relaxed);
+  const std::uint64_t read = read_.load(std::memory_order_acquire);
+  if (frames > capacity_frames_ - (written - read)) {
+    lost_.fetch_add(frames, std::memory_order_relaxed);
+    return false;
+  }
+  const auto start = static_cast<std::uint32_t>(written % capacity_frames_);
+  const std::uint32_t untilEnd = std::min(frames, capacity_frames_ - start);
+  for (std::uint32_t channel = 0; channel < channels_; ++channel) {
+    float* plane = planeStart(channel);
+    std::memcpy(plane + start, planes[channel], untilEnd * sizeof(float));
+    std::memcpy(plane, planes[channel] + untilEnd, (frames - untilEnd) * sizeof(float));
+  }
+  written_.store(written + frames, std::memory_order_release);
+  return true;
+}
+
+std::uint32_t CaptureRing::readable_frames() const {
+  assertReader();
+  return static_cast<std::uint32_t>(written_.load(std::memory_order_acquire) -
+                                    read_.load(std::memory_order_relaxed));
+}
+
+std::uint32_t CaptureRing::contiguous_frames() const {
+  const std::uint32_t readable = readable_frames();
+  const auto start =
+      static_cast<std::uint32_t>(read_.load(std::memory_order_relaxed) % capacity_frames_);
+  return std::min(readable, capacity_frames_ - start);
+}
+
+const float* CaptureRing::plane(std::uint32_t channel) const {
+  assertReader();
+  return planeStart(channel) + read_.load(std::memory_order_relaxed) % capacity_frames_;
+}
+
+void CaptureRing::consume(std::uint32_t frames) {
+  assertReader();
+  read_.store(read_.load(std::memory_order_relaxed) + frames, std::memory_order_release);
+}
+
+std::uint64_t CaptureRing::consumed_frames() const {
+  assertReader();
+  return read_.load(std::memory_order_relaxed);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#ifndef NDEBUG
+#include <cassert>
+#include <thread>
+#endif
+
+// The samples between the audio thread and the drain thread.
+//
+// Invariants
+// - One audio thread writes, one drain thread reads; nobody else does either.
+// - `written_` counts the frames stored, `read_` those given back, both since the start and never
+//   reset; 0 <= written - read <= capacity at all times. Frame n lies at n modulo capacity in every
+//   plane.
+// - The writer touches only frames in [written, read + capacity), the
+//   reader only those in [read, written).
+// - A block that does not fit is dropped whole and counted; what is stored stays untouched.
+//
+// Memory order
+// - `written_` is stored with release after the samples: a reader that loads it with acquire sees
+//   the samples of all frames it counts.
+// - `read_` is stored with release after the last look at the samples, and loaded with acquire by
+//   the writer before it overwrites them.
+// - Each side loads its own counter relaxed, for nobody else stores it. `lost_` is a mere count.
+
+namespace linux_host {
+
+class CaptureRing {
+ public:
+  // Reserves address space for `capacity_frames` of each of `channels` planes. The memory itself
+  // comes with prefault(), or page by page with the first writes. Throws std::bad_alloc.
+  CaptureRing(std::uint32_t channels, std::uint32_t capacity_frames);
+  ~CaptureRing();
+  CaptureRing(const CaptureRing&) = delete;
+  CaptureRing& operator=(const CaptureRing&) = delete;
+
+  // Backs the whole ring with memory so that the audio thread never waits for a page. Changes no
+  // sample, so it may run while the ring is in use. A kernel that cannot do it is no error: the
+  // audio thread then takes a page fault for the first use of each page. Not on an audio thread.
+  void prefault();
+
+  [[nodiscard]] std::uint32_t channels() const { return channels_; }
+  [[nodiscard]] std::uint32_t capacity_frames() const { return capacity_frames_; }
+
+  // REAL-TIME: allocates nothing, takes no lock, makes no system call. Audio thread only. Stores
+  // `frames` of every plane; false when there is no room, and the frames count as lost.
+  bool write(const float* const* planes, std::uint32_t frames);
+
+  // Frames ready to be read. Drain thread only.
+  [[nodiscard]] std::uint32_t readable_frames() const;
+  // How many of the readable frames lie in one piece. Drain thread only.
+  [[nodiscard]] std::uint32_t contiguous_frames() const;
+  // The oldest readable sample of a channel; contiguous_frames() may be read from there until
+  // consume(). Drain thread only.
+  [[nodiscard]] const float* plane(std::uint32_t channel) const;
+  // Gives the oldest `frames` back. Drain thread only.
+  void consume(std::uint32_t frames);
+  // Frames consumed since the start. Drain thread only.
+  [[nodiscard]] std::uint64_t consumed_frames() const;
+
+  // Any thread: frames stored, and frames dropped for want of room, since the start.
+  [[nodiscard]] std::uint64_t written_frames() const {
+    return written_.load(std::memory_order_acquire);
+  }
+  [[nodiscard]] std::uint64_t lost_frames() const { return lost_.load(std::memory_order_relaxed); }
+
+ private:
+#ifndef NDEBUG
+  // Binds a role to the first thread that plays it.
+  class Role {
+   public:
+    void assertHeld() const {
+      std::thread::id nobody;
+      const std::thread::id self = std::this_thread::get_id();
+      if (!holder_.compare_exchange_strong(nobody, self, std::memory_order_relaxed)) {
+        assert(nobody == self && "a second thread plays a role of the ring");
+      }
+    }
+
+   private:
+    mutable std::atomic<std::thread::id> holder_{};
+  };
+  Role writer_;
+  Role reader_;
+#endif
+  void assertWriter() const;
+  void assertReader() const;
+
+  [[nodiscard]] float* planeStart(std::uint32_t channel) const {
+    return samples_ + static_cast<std::size_t>(channel) * capacity_frames_;
+  }
+
+  const std::uint32_t channels_;
+  const std::uint32_t capacity_frames_;
+  std::size_t size_bytes_ = 0;
+  float* samples_ = nullptr;
+
+  // On cache lines of their own: each is written by one side only.
+  alignas(64) std::atomic<std::uint64_t> written_{0};
+  std::atomic<std::uint64_t> lost_{0};
+  alignas(64) std::atomic<std::uint64_t> read_{0};
+};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+}  // namespace linux_host

@@ -1,0 +1,126 @@
+#include "hosts/linux/audio/capture_session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "hosts/linux/base/log.h"
+
+namespace linux_host {
+
+PipeWireCaptureSession::~PipeWireCaptureSession() {
+  stopRunning();
+}
+
+bool PipeWireCaptureSession::canAddInput(const platform::CaptureDeviceInputPtr& input) const {
+  return input != nullptr && inputs_.empty();
+}
+
+bool PipeWireCaptureSession::canAddOutput(const platform::CaptureOutputPtr& output) const {
+  return outputs_.empty() && std::dynamic_pointer_cast<SessionOutput>(output) != nullptr;
+}
+
+void PipeWireCaptureSession::addInput(const platform::CaptureDeviceInputPtr& input) {
+  if (canAddInput(input)) inputs_.push_back(input);
+}
+
+void PipeWireCaptureSession::addOutput(const platform::CaptureOutputPtr& output) {
+  if (canAddOutput(output)) outputs_.push_back(output);
+}
+
+bool PipeWireCaptureSession::describeSource(CaptureSource* source, std::string* error) const {
+  if (inputs_.empty() || outputs_.empty()) {
+    *error = "The capture session has no input or no output.";
+    return false;
+  }
+  const platform::CaptureDevicePtr device = inputs_.front()->device();
+  *error = "The sound source \"" + device->localizedName() +
+           "\" is not there: it was unplugged or switched off.";
+  bool isFound = false;
+  const bool isThere = surroundings_.connection.withGraph([&](const AudioGraph& graph) {
+    const AudioNode* node = graph.findNode(device->uniqueID());
+    if (node == nullptr || !node->isCapturable()) return;
+    isFound = true;
+    source->nodeName = node->name;
+    source->displayName = device->localizedName();
+    source->isMonitor = node->isLoopback();
+    source->rate_Hz = graph.deviceRate_Hz(*node);
+    source->positions = graph.channelPositions(*node);
+  });
+  if (!isThere) *error = surroundings_.connection.lostMessage();
+  if (!isFound) return false;
+  if (source->positions.size() > CaptureStream::kMaxChannels) {
+    source->positions.resize(CaptureStream::kMaxChannels);
+  }
+  const auto output = std::dynamic_pointer_cast<SessionOutput>(outputs_.front());
+  source->rate_Hz = output->wantedRate_Hz(source->rate_Hz);
+  return true;
+}
+
+CaptureRun::Events PipeWireCaptureSession::eventsOf(RunNumber number) {
+  const auto toMain = [session = weak_from_this(), post = surroundings_.postToMain](auto action) {
+    post([session, action] {
+      if (const auto self = session.lock()) action(*self);
+    });
+  };
+  CaptureRun::Events events;
+  events.onSamples = [toMain, number] {
+    toMain([number](PipeWireCaptureSession& self) { self.onSamples(number); });
+  };
+  events.onFailed = [toMain, number](const std::string& message) {
+    toMain([number, message](PipeWireCaptureSession& self) { self.onFailed(number, message); });
+  };
+  events.onWarning = [](const std::string& message) { logMessage(LogLevel::kWarning, message); };
+  return events;
+}
+
+void PipeWireCaptureSession::startRunning() {
+  if (run_ != nullptr) {
+    run_->announce();
+    return;
+  }
+  const RunNumber number = ++runNumber_;
+  CaptureSource source;
+  std::string error;
+  if (!describeSource(&source, &error)) {
+    // As with any other fault: later, from the main loop.
+    surroundings_.postToMain([session = weak_from_this(), number, error] {
+      const auto self = session.lock();
+      if (self && self->run_ == nullptr && self->runNumber_ == number) {
+        self->postRuntimeError(error);
+      }
+    });
+    return;
+  }
+  run_ = runs_.start(std::move(source), eventsOf(number));
+  const auto output = std::dynamic_pointer_cast<SessionOutput>(outputs_.front());
+  output->attach(run_, preset_);
+}
+
+void PipeWireCaptureSession::stopRunning() {
+  if (run_ == nullptr) return;
+  run_->end();
+  run_.reset();
+}
+
+void PipeWireCaptureSession::onSamples(RunNumber number) {
+  if (run_ == nullptr || runNumber_ != number) return;
+  const std::shared_ptr<CaptureRun> run = run_;
+  surroundings_.notificationCenter.post(
+      {platform::kCaptureSessionDidStartRunningNotification, shared_from_this(), {}});
+  run->deliver();
+}
+
+void PipeWireCaptureSession::onFailed(RunNumber number, const std::string& message) {
+  if (run_ == nullptr || runNumber_ != number) return;
+  stopRunning();
+  postRuntimeError(message);
+}
+
+void PipeWireCaptureSession::postRuntimeError(const std::string& message) {
+  surroundings_.notificationCenter.post(
+      {platform::kCaptureSessionRuntimeErrorNotification,
+       shared_from_this(),
+       {{platform::kCaptureSessionErrorKey, platform::Value(message)}}});
+}
+
+}  // namespace linux_host

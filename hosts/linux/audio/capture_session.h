@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/audio/pipewire_capture.h"
+
+namespace linux_host {
+
+// One audio input, one output. Main thread.
+class PipeWireCaptureSession : public platform::CaptureSession,
+                               public std::enable_shared_from_this<PipeWireCaptureSession> {
+ public:
+  PipeWireCaptureSession(PipeWireCapture::Surroundings surroundings, CaptureRuns& runs)
+      : surroundings_(std::move(surroundings)), runs_(runs) {}
+  ~PipeWireCaptureSession() override;
+  PipeWireCaptureSession(const PipeWireCaptureSession&) = delete;
+  PipeWireCaptureSession& operator=(const PipeWireCaptureSession&) = delete;
+
+  void setSessionPreset(const std::string& preset) override { preset_ = preset; }
+  [[nodiscard]] bool canAddInput(const platform::CaptureDeviceInputPtr& input) const override;
+  [[nodiscard]] bool canAddOutput(const platform::CaptureOutputPtr& output) const override;
+  // Both do nothing with what cannot be added.
+  void addInput(const platform::CaptureDeviceInputPtr& input) override;
+  void addOutput(const platform::CaptureOutputPtr& output) override;
+  [[nodiscard]] std::vector<platform::CaptureDeviceInputPtr> inputs() const override {
+    return inputs_;
+  }
+  [[nodiscard]] std::vector<platform::CaptureOutputPtr> outputs() const override {
+    return outputs_;
+  }
+  void startRunning() override;
+  void stopRunning() override;
+  [[nodiscard]] bool isRunning() const override { return run_ != nullptr; }
+
+  // The device has sent nothing but digital silence for the first seconds of this run, and since.
+  [[nodiscard]] bool isSilentSinceStart() const {
+    return run_ != nullptr && run_->isSilentSinceStart();
+  }
+
+ private:
+  // Tells one run of the session from another in work posted to the main thread.
+  using RunNumber = std::uint64_t;
+
+  // False with *error set when the device is not there (any more).
+  bool describeSource(CaptureSource* source, std::string* error) const;
+  CaptureRun::Events eventsOf(RunNumber number);
+  void onSamples(RunNumber number);
+  void onFailed(RunNumber number, const std::string& message);
+  void postRuntimeError(const std::string& message);
+
+  const PipeWireCapture::Surroundings surroundings_;
+  CaptureRuns& runs_;
+  std::string preset_ = platform::kCaptureSessionPresetHigh;
+  std::vector<platform::CaptureDeviceInputPtr> inputs_;
+  std::vector<platform::CaptureOutputPtr> outputs_;
+  std::shared_ptr<CaptureRun> run_;  // null while the session does not run
+  RunNumber runNumber_ = 0;
+};
+
+}  // namespace linux_host

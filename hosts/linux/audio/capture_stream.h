@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/audio/capture_ring.h"
+#include "hosts/linux/audio/pipewire_loop.h"
+
+struct pw_context;
+struct pw_core;
+struct pw_stream;
+struct spa_buffer;
+
+namespace linux_host {
+
+// What to record, and how.
+struct CaptureSource {
+  std::string nodeName;
+  std::string displayName;  // for messages
+  bool isMonitor = false;   // the node is a sink: record what is played to it
+  std::uint32_t rate_Hz = 0;
+  std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
+};
+
+// Stores the samples of one stream buffer in the ring: 32-bit float, a plane a channel. Frames of
+// a buffer that lacks planes are left out. REAL-TIME: allocates nothing, takes no lock, makes no
+// system call.
+void storeBuffer(const spa_buffer& buffer, CaptureRing& ring);
+
+// One recording stream of PipeWire, from a device into a ring. It stays with its device: when that
+// goes away the stream fails, it is never moved to another one.
+//
+// Each stream has a connection, a loop thread and a data thread of its own. Made and destroyed on
+// any thread but those.
+class CaptureStream {
+ public:
+  // More channels than that are not recorded.
+  static constexpr std::uint32_t kMaxChannels = 64;
+
+  // Returns at once; samples arrive in the ring when the device runs. `onFailed` gets a text that
+  // says what happened; it is called on the stream's thread, at most once, and must not destroy the
+  // stream. The ring outlives the stream.
+  CaptureStream(CaptureSource source, CaptureRing& ring,
+                std::function<void(const std::string& message)> onFailed);
+  // Returns when the last sample has been stored and `onFailed` will not be called any more.
+  ~CaptureStream();
+  CaptureStream(const CaptureStream&) = delete;
+  CaptureStream& operator=(const CaptureStream&) = delete;
+
+ private:
+  struct Remote;  // all that lives on the loop's thread
+  std::unique_ptr<Remote> remote_;
+  std::unique_ptr<PipeWireLoop> loop_;
+};
+
+}  // namespace linux_host

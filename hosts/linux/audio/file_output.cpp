@@ -1,0 +1,174 @@
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "hosts/linux/audio/capture_outputs.h"
+#include "platform/file_url.h"
+
+namespace linux_host {
+namespace {
+
+constexpr std::array<std::uint32_t, 13> kAacRates_Hz{
+    96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+
+// Of so many channels the writer records how many?
+std::uint32_t recordedChannels(std::uint32_t channels) {
+  return channels <= 6 || channels == 8 ? channels : 2;
+}
+
+class OpenFileSink : public M4aSink {
+ public:
+  explicit OpenFileSink(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
+
+  [[nodiscard]] std::string append(std::span<const std::byte> data) override {
+    return file_->append(data);
+  }
+  [[nodiscard]] std::string pwriteAt(std::uint64_t offset_bytes,
+                                     std::span<const std::byte> data) override {
+    return file_->pwriteAt(offset_bytes, data);
+  }
+  [[nodiscard]] std::uint64_t size_bytes() const override { return file_->size_bytes(); }
+  bool truncate(std::uint64_t size_bytes) override { return file_->truncate(size_bytes).empty(); }
+  void startWriteBack() override { file_->startWriteBack(); }
+
+ private:
+  const std::shared_ptr<OpenFile> file_;
+};
+
+// One file, from its first sample to its end. Drain thread, but for its making.
+class Recording : public CaptureConsumer {
+ public:
+  struct Settings {
+    std::uint32_t rate_Hz;
+    std::uint32_t channels;
+    std::uint32_t bitrate_bps;
+  };
+
+  // `onFinished` gets the error text, empty when the file is complete.
+  Recording(std::shared_ptr<OpenFile> file, M4aWriterFactory& writers, Settings settings,
+            std::function<void(const std::string&)> onFinished)
+      : file_(std::move(file)),
+        writers_(writers),
+        settings_(settings),
+        onFinished_(std::move(onFinished)) {}
+
+  [[nodiscard]] bool isReady() override { return true; }
+
+  [[nodiscard]] std::string take(const float* const* planes, std::uint32_t frames) override {
+    if (writer_ == nullptr) error_ = openWriter();
+    if (error_.empty()) error_ = writer_->write(planes, frames);
+    return error_;
+  }
+
+  void finish() override {
+    // A recording without a single sample is a file all the same.
+    if (writer_ == nullptr && error_.empty()) error_ = openWriter();
+    if (writer_ != nullptr) {
+      const std::string error = writer_->finish();
+      if (error_.empty()) error_ = error;
+    }
+    writer_.reset();
+    const std::string closeError = file_->close();
+    if (error_.empty()) error_ = closeError;
+    onFinished_(error_);
+  }
+
+ private:
+  // Waits for the module to be loaded. The writer stays null when it cannot be had.
+  std::string openWriter() {
+    std::string error;
+    writer_ = writers_.createWriter(&error);
+    if (writer_ == nullptr) return error;
+    return writer_->open(std::make_unique<OpenFileSink>(file_), settings_.rate_Hz,
+                         settings_.channels, settings_.bitrate_bps);
+  }
+
+  const std::shared_ptr<OpenFile> file_;
+  M4aWriterFactory& writers_;
+  const Settings settings_;
+  const std::function<void(const std::string&)> onFinished_;
+  std::unique_ptr<M4aWriter> writer_;
+  std::string error_;
+};
+
+}  // namespace
+
+std::uint32_t aacBitrate_bps(const std::string& preset, std::uint32_t channels) {
+  std::uint32_t perChannel_bps = 128'000;
+  if (preset == platform::kCaptureSessionPresetMedium) perChannel_bps = 80'000;
+  if (preset == platform::kCaptureSessionPresetLow) perChannel_bps = 40'000;
+  return perChannel_bps * recordedChannels(channels);
+}
+
+FileOutput::FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain postToMain)
+    : files_(files), writers_(writers), postToMain_(std::move(postToMain)) {
+  writers_.loadInBackground();
+}
+
+void FileOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string& preset) {
+  run_ = run;
+  preset_ = preset;
+  recording_.reset();  // an earlier run that failed has finished it
+}
+
+std::uint32_t FileOutput::wantedRate_Hz(std::uint32_t deviceRate_Hz) const {
+  const auto distance = [&](std::uint32_t rate_Hz) {
+    return std::max(rate_Hz, deviceRate_Hz) - std::min(rate_Hz, deviceRate_Hz);
+  };
+  return *std::min_element(
+      kAacRates_Hz.begin(), kAacRates_Hz.end(),
+      [&](std::uint32_t left, std::uint32_t right) { return distance(left) < distance(right); });
+}
+
+void FileOutput::startRecordingToOutputFileURL(
+    const std::string& fileURL, const std::string& outputFileType,
+    std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) {
+  using platform::CaptureException;
+  const std::shared_ptr<CaptureRun> run = run_.lock();
+  if (run == nullptr || run->hasEnded()) {
+    throw CaptureException("Nothing is being captured that could be recorded.");
+  }
+  if (outputFileType != platform::kFileTypeMPEG4) {
+    throw CaptureException("The file type \"" + outputFileType + "\" cannot be written.");
+  }
+  if (recording_ != nullptr) throw CaptureException("A file is being recorded already.");
+  const std::optional<std::string> path = platform::pathWithFileURL(fileURL);
+  if (!path) throw CaptureException("\"" + fileURL + "\" names no file.");
+  std::string error;
+  std::shared_ptr<OpenFile> file = files_.open(*path, OpenFiles::Mode::kCreate, &error);
+  if (file != nullptr && file->size_bytes() > 0) error = file->truncate(0);
+  if (file == nullptr || !error.empty()) throw CaptureException(error);
+
+  const auto channels = static_cast<std::uint32_t>(run->source().positions.size());
+  const Recording::Settings settings{run->source().rate_Hz, channels,
+                                     aacBitrate_bps(preset_, channels)};
+  recording_ = std::make_shared<Recording>(
+      std::move(file), writers_, settings,
+      [output = weak_from_this(), recordingDelegate, fileURL,
+       post = postToMain_](const std::string& recordingError) {
+        post([output, recordingDelegate, fileURL, recordingError] {
+          const auto self = output.lock();
+          const auto delegate = recordingDelegate.lock();
+          if (self && delegate) {
+            delegate->captureOutputDidFinishRecording(*self, fileURL, recordingError);
+          }
+        });
+      });
+  if (!run->addConsumer(recording_)) {
+    recording_.reset();
+    throw CaptureException("The capture ended before the recording could begin.");
+  }
+  postToMain_([output = weak_from_this(), recordingDelegate, fileURL] {
+    const auto self = output.lock();
+    const auto delegate = recordingDelegate.lock();
+    if (self && delegate) delegate->captureOutputDidStartRecording(*self, fileURL);
+  });
+}
+
+void FileOutput::stopRecording() {
+  if (recording_ == nullptr) return;
+  if (const std::shared_ptr<CaptureRun> run = run_.lock()) run->endConsumer(recording_);
+  recording_.reset();
+}
+
+}  // namespace linux_host

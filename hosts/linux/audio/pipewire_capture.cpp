@@ -1,0 +1,154 @@
+#include "hosts/linux/audio/pipewire_capture.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "hosts/linux/audio/capture_session.h"
+
+namespace linux_host {
+namespace {
+
+class Device : public platform::CaptureDevice {
+ public:
+  Device(const AudioGraph& graph, const AudioNode& node)
+      : uniqueID_(node.name),
+        localizedName_(AudioGraph::displayName(node)),
+        manufacturer_(graph.manufacturer(node)),
+        activeInputSource_(graph.activeInput(node)) {}
+
+  [[nodiscard]] std::string uniqueID() const override { return uniqueID_; }
+  [[nodiscard]] std::string localizedName() const override { return localizedName_; }
+  [[nodiscard]] std::string manufacturer() const override { return manufacturer_; }
+  [[nodiscard]] std::optional<std::string> activeInputSource() const override {
+    return activeInputSource_;
+  }
+
+ private:
+  const std::string uniqueID_;
+  const std::string localizedName_;
+  const std::string manufacturer_;
+  const std::optional<std::string> activeInputSource_;
+};
+
+class DeviceInput : public platform::CaptureDeviceInput {
+ public:
+  explicit DeviceInput(platform::CaptureDevicePtr device) : device_(std::move(device)) {}
+  [[nodiscard]] platform::CaptureDevicePtr device() const override { return device_; }
+
+ private:
+  const platform::CaptureDevicePtr device_;
+};
+
+}  // namespace
+
+std::shared_ptr<CaptureRun> CaptureRuns::start(CaptureSource source, CaptureRun::Events events) {
+  std::erase_if(runs_, [](const std::shared_ptr<CaptureRun>& run) { return run->hasFinished(); });
+  runs_.push_back(
+      std::make_shared<CaptureRun>(std::move(source), std::move(events), monitorPause_, work_));
+  return runs_.back();
+}
+
+PipeWireCapture::PipeWireCapture(Surroundings surroundings)
+    : surroundings_(std::move(surroundings)), runs_(surroundings_.pendingWork) {
+  const auto notifier = [this](const char* name) {
+    return [this, name](const std::string&) { postDeviceNotification(name); };
+  };
+  surroundings_.connection.setCaptureDeviceCallbacks(
+      notifier(platform::kCaptureDeviceWasConnectedNotification),
+      notifier(platform::kCaptureDeviceWasDisconnectedNotification));
+}
+
+PipeWireCapture::~PipeWireCapture() {
+  surroundings_.connection.setCaptureDeviceCallbacks(nullptr, nullptr);
+}
+
+void PipeWireCapture::postDeviceNotification(const char* name) {
+  surroundings_.postToMain([this, name, alive = std::weak_ptr<int>(alive_)] {
+    if (alive.lock()) surroundings_.notificationCenter.post({name, nullptr, {}});
+  });
+}
+
+std::vector<platform::CaptureDevicePtr> PipeWireCapture::devicesWithMediaType(
+    platform::MediaType type) {
+  std::vector<platform::CaptureDevicePtr> devices;
+  if (type != platform::MediaType::kAudio) return devices;
+  surroundings_.connection.withGraph([&](const AudioGraph& graph) {
+    for (const AudioNode* node : graph.audioDevices()) {
+      // Of nodes that share a name only the first can be recorded from.
+      if (node->isCapturable() && graph.findNode(node->name) == node) {
+        devices.push_back(std::make_shared<Device>(graph, *node));
+      }
+    }
+  });
+  return devices;
+}
+
+platform::CaptureDevicePtr PipeWireCapture::defaultDeviceWithMediaType(platform::MediaType type) {
+  platform::CaptureDevicePtr device;
+  if (type != platform::MediaType::kAudio) return device;
+  surroundings_.connection.withGraph([&](const AudioGraph& graph) {
+    const AudioNode* node = graph.defaultSource();
+    if (node != nullptr) device = std::make_shared<Device>(graph, *node);
+  });
+  return device;
+}
+
+platform::CaptureDevicePtr PipeWireCapture::deviceWithUniqueID(const std::string& uniqueID) {
+  platform::CaptureDevicePtr device;
+  surroundings_.connection.withGraph([&](const AudioGraph& graph) {
+    const AudioNode* node = graph.findNode(uniqueID);
+    if (node != nullptr && node->isCapturable()) device = std::make_shared<Device>(graph, *node);
+  });
+  return device;
+}
+
+bool PipeWireCapture::respondsToAuthorizationStatus() const {
+  return surroundings_.permission.isKnown();
+}
+
+platform::AuthorizationStatus PipeWireCapture::authorizationStatusForMediaType(
+    platform::MediaType type) {
+  if (type != platform::MediaType::kAudio) return platform::AuthorizationStatus::kAuthorized;
+  return surroundings_.permission.status();
+}
+
+void PipeWireCapture::requestAccessForMediaType(platform::MediaType type,
+                                                std::function<void(bool)> handler) {
+  if (type != platform::MediaType::kAudio) {
+    handler(true);
+    return;
+  }
+  surroundings_.permission.request(std::move(handler));
+}
+
+platform::CaptureSessionPtr PipeWireCapture::createSession() {
+  return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_);
+}
+
+platform::CaptureDeviceInputPtr PipeWireCapture::createDeviceInput(
+    const platform::CaptureDevicePtr& device, std::string* error) {
+  if (device == nullptr) {
+    *error = "There is no sound source to record from.";
+    return nullptr;
+  }
+  if (deviceWithUniqueID(device->uniqueID()) == nullptr) {
+    const std::string lost = surroundings_.connection.lostMessage();
+    *error = lost.empty() ? "The sound source \"" + device->localizedName() +
+                                "\" is not there: it was unplugged or switched off."
+                          : lost;
+    return nullptr;
+  }
+  return std::make_shared<DeviceInput>(device);
+}
+
+std::shared_ptr<platform::CaptureAudioFileOutput> PipeWireCapture::createAudioFileOutput() {
+  return std::make_shared<FileOutput>(surroundings_.files, surroundings_.m4aWriters,
+                                      surroundings_.postToMain);
+}
+
+std::shared_ptr<platform::CaptureAudioDataOutput> PipeWireCapture::createAudioDataOutput() {
+  return std::make_shared<DataOutput>();
+}
+
+}  // namespace linux_host

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/audio/capture_outputs.h"
+#include "hosts/linux/audio/capture_run.h"
+#include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/base/pending_work.h"
+#include "hosts/linux/permission/microphone_permission.h"
+#include "platform/capture.h"
+#include "platform/foundation.h"
+
+namespace linux_host {
+
+// The runs of all sessions; keeps each until its files are complete. Main thread.
+class CaptureRuns {
+ public:
+  explicit CaptureRuns(PendingWork& work) : work_(work) {}
+  // Ends every run and waits until its consumers are finished.
+  ~CaptureRuns() = default;
+  CaptureRuns(const CaptureRuns&) = delete;
+  CaptureRuns& operator=(const CaptureRuns&) = delete;
+
+  std::shared_ptr<CaptureRun> start(CaptureSource source, CaptureRun::Events events);
+
+ private:
+  PendingWork& work_;
+  std::shared_ptr<CaptureRun::MonitorPause> monitorPause_ =
+      std::make_shared<CaptureRun::MonitorPause>();
+  std::vector<std::shared_ptr<CaptureRun>> runs_;
+};
+
+// Capture devices, sessions and their outputs on PipeWire. Main thread. Outlives every session and
+// output it made.
+class PipeWireCapture : public platform::Capture {
+ public:
+  // All of these outlive the capture.
+  struct Surroundings {
+    PipeWireConnection& connection;
+    platform::NotificationCenter& notificationCenter;
+    // Runs work on the main thread, in the order posted. Called on any thread.
+    PostToMain postToMain;
+    // Counts recordings that have been stopped but are not complete yet: the process waits for it
+    // before it ends.
+    PendingWork& pendingWork;
+    OpenFiles& files;
+    M4aWriterFactory& m4aWriters;
+    MicrophonePermission& permission;
+  };
+
+  explicit PipeWireCapture(Surroundings surroundings);
+  // Ends all runs and waits until their files are complete.
+  ~PipeWireCapture() override;
+  PipeWireCapture(const PipeWireCapture&) = delete;
+  PipeWireCapture& operator=(const PipeWireCapture&) = delete;
+
+  std::vector<platform::CaptureDevicePtr> devicesWithMediaType(platform::MediaType type) override;
+  platform::CaptureDevicePtr defaultDeviceWithMediaType(platform::MediaType type) override;
+  platform::CaptureDevicePtr deviceWithUniqueID(const std::string& uniqueID) override;
+
+  [[nodiscard]] bool respondsToAuthorizationStatus() const override;
+  platform::AuthorizationStatus authorizationStatusForMediaType(platform::MediaType type) override;
+  void requestAccessForMediaType(platform::MediaType type,
+                                 std::function<void(bool)> handler) override;
+
+  platform::CaptureSessionPtr createSession() override;
+  platform::CaptureDeviceInputPtr createDeviceInput(const platform::CaptureDevicePtr& device,
+                                                    std::string* error) override;
+  std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
+  std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
+
+ private:
+  void postDeviceNotification(const char* name);
+
+  const Surroundings surroundings_;
+  CaptureRuns runs_;
+  std::shared_ptr<int> alive_ = std::make_shared<int>();  // for work posted to the main thread
+};
+
+}  // namespace linux_host

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+
+#include "platform/capture.h"
+
+namespace linux_host {
+
+// Whether this program may use microphones, as the desktop decides it. Main thread.
+class MicrophonePermission {
+ public:
+  virtual ~MicrophonePermission() = default;
+
+  // Whether anybody on this system decides it at all; if not, everything is permitted.
+  [[nodiscard]] virtual bool isKnown() = 0;
+  // The answer as it stands now. Never asks the user.
+  [[nodiscard]] virtual platform::AuthorizationStatus status() = 0;
+  // Asks the user. `handler` is called once, on any thread, possibly before the return.
+  virtual void request(std::function<void(bool isGranted)> handler) = 0;
+};
+
+}  // namespace linux_host

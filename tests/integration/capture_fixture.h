@@ -1,0 +1,159 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/linux/audio/pipewire_capture.h"
+#include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/base/notification_center.h"
+#include "hosts/linux/base/pending_work.h"
+#include "hosts/linux/files/open_file.h"
+#include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "tests/support/pipewire_control.h"
+#include "tests/support/private_pipewire.h"
+#include "tests/support/signal_feed.h"
+
+namespace linux_host {
+
+// The test thread as the main thread of a program.
+class TestMainLoop {
+ public:
+  void post(std::function<void()> work) {
+    const std::lock_guard lock(mutex_);
+    posted_.push_back(std::move(work));
+    wake_.notify_all();
+  }
+  // Runs what is posted until `condition` holds; false when it does not within `limit`.
+  bool runUntil(const std::function<bool()>& condition,
+                std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+      std::function<void()> work;
+      {
+        std::unique_lock lock(mutex_);
+        wake_.wait_for(lock, std::chrono::milliseconds(1), [this] { return !posted_.empty(); });
+        if (!posted_.empty()) {
+          work = std::move(posted_.front());
+          posted_.pop_front();
+        }
+      }
+      if (work) work();
+      if (std::chrono::steady_clock::now() > end) return condition();
+    }
+    return true;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::function<void()>> posted_;
+};
+
+class Permitted : public MicrophonePermission {
+ public:
+  bool isKnown() override { return false; }
+  platform::AuthorizationStatus status() override {
+    return platform::AuthorizationStatus::kAuthorized;
+  }
+  void request(std::function<void(bool)> handler) override { handler(true); }
+};
+
+// A serial queue on a thread of its own.
+class TestQueue : public platform::DispatchQueue {
+ public:
+  TestQueue();
+  ~TestQueue() override;
+  void async(std::function<void()> work) override;
+  [[nodiscard]] const std::string& label() const override { return label_; }
+
+ private:
+  const std::string label_ = "test";
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::function<void()>> items_;
+  bool isDone_ = false;
+  std::thread thread_;
+};
+
+// Keeps all samples that a data output delivers.
+class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDelegate {
+ public:
+  void captureOutput(platform::CaptureOutput& output,
+                     const std::shared_ptr<platform::SampleBuffer>& buffer,
+                     platform::CaptureConnection& connection) override;
+
+  [[nodiscard]] std::size_t frames() const;
+  [[nodiscard]] std::vector<float> channel(std::size_t channel) const;
+  [[nodiscard]] std::size_t channels() const;
+  [[nodiscard]] double rate_Hz() const;
+  void clear();
+  // The queue's thread sleeps that long in the next delivery.
+  void stallOnce(std::chrono::milliseconds time) { stall_ms_ = time.count(); }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::vector<float>> planes_;
+  double rate_Hz_ = 0;
+  std::atomic<std::int64_t> stall_ms_{0};
+};
+
+// A sound server, and the capture host on it.
+class CaptureFixture : public testing::Test {
+ protected:
+  CaptureFixture();
+  ~CaptureFixture() override;
+
+  // The device when the host has seen it; null when it does not within the usual time.
+  platform::CaptureDevicePtr device(const std::string& nodeName);
+  // A session from the device into `collector`.
+  platform::CaptureSessionPtr dataSession(const std::string& nodeName,
+                                          const std::shared_ptr<SampleCollector>& collector);
+  platform::CaptureSessionPtr fileSession(
+      const std::string& nodeName, const std::string& preset,
+      std::shared_ptr<platform::CaptureAudioFileOutput>* output);
+  bool start(const platform::CaptureSessionPtr& session);
+  [[nodiscard]] int started() const { return started_; }
+  [[nodiscard]] const std::vector<std::string>& errors() const { return errors_; }
+
+  test_support::PrivatePipeWire server;
+  test_support::PipeWireControl control;
+  TestMainLoop mainLoop;
+  LinuxNotificationCenter notifications;
+  PendingWork pendingWork;
+  OpenFiles files;
+  M4aWriterFactory m4aWriters{nullptr, {RA_TEST_MODULE_FOLDER}};
+  Permitted permission;
+  PipeWireConnection connection;
+  PipeWireCapture capture;
+  TestQueue queue;
+
+ private:
+  int started_ = 0;
+  std::vector<std::string> errors_;
+};
+
+// What a signal is, as far as a recording of one tone goes.
+struct ToneFigures {
+  double frequency_Hz = 0;
+  double amplitude = 0;  // of the sine with the same power
+  double largestSecondDifference = 0;
+};
+ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz);
+
+// The samples from the first that is not zero.
+std::vector<float> withoutLeadingSilence(const std::vector<float>& samples);
+
+// The number of places where a recording of test_support::frameNumber does not go on by one.
+std::size_t countJumps(const std::vector<float>& samples);
+
+}  // namespace linux_host

@@ -56,6 +56,9 @@ class AppDelegate : public platform::ApplicationDelegate,
   void startRecorder();
   void onWaitFinished(bool success);
   void startRecorderContinue();
+  // What the recorder calls. `timerTarget` is this delegate: the blink timer keeps it.
+  void recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget);
+  void recordError();
   // Saves, notifies and logs; does not try to quit.
   void stopRecord();
   // Deletes the file at the recorder's output path and tries to quit.
@@ -135,8 +138,6 @@ class AppDelegate : public platform::ApplicationDelegate,
   [[nodiscard]] bool isRecordingOrWaiting() const;
   [[nodiscard]] std::int64_t elapsed_ms() const;
   void waitEnded(std::uint64_t wait, bool success);
-  void recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget);
-  void recordError();
   void showNoSoundRecordedAlert();
   void logStopWithError();
 

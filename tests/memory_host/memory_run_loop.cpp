@@ -46,8 +46,9 @@ class MemoryRunLoop::MemoryTimer : public platform::Timer {
 
   void invalidate() override {
     valid_ = false;
-    // Released outside of the firing action, which may be running right now.
-    if (!firing) action = nullptr;
+    // Released outside of the firing action, which may be running right now. What it holds may
+    // invalidate this very timer while it goes.
+    if (!firing) const auto released = std::exchange(action, nullptr);
   }
   [[nodiscard]] bool isValid() const override { return valid_; }
   [[nodiscard]] const std::any& userInfo() const override { return userInfo_; }

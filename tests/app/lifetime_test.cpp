@@ -1,0 +1,185 @@
+#include <thread>
+
+#include "routing/audio_play_through.h"
+#include "tests/app/app_test.h"
+
+namespace record_audio {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class LifetimeTest : public AppTest {
+ protected:
+  // The end of the process, with everything that others may still hold left in place.
+  void end() {
+    app->applicationWillTerminate();
+    machine.application.delegate = nullptr;
+    const std::weak_ptr<AppDelegate> weak = app;
+    app.reset();
+    EXPECT_TRUE(weak.expired());
+    machine.timeline.entries.clear();
+  }
+};
+
+TEST_F(LifetimeTest, APermissionAnswerAfterTheEndDoesNothing) {
+  machine.capture.authorization = platform::AuthorizationStatus::kNotDetermined;
+  launch();
+  end();
+  std::thread([&] { machine.capture.pendingRequests[0](true); }).join();
+  machine.runLoop.settle();
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, AQueuedPermissionAnswerDoesNotKeepTheDelegate) {
+  machine.capture.authorization = platform::AuthorizationStatus::kNotDetermined;
+  launch();
+  machine.capture.pendingRequests[0](true);
+  end();
+  machine.runLoop.settle();
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, DoneAfterTheEndDoesNothing) {
+  launchIntoPreferences();
+  const auto preferences = app->preferences();
+  end();
+  preferences->onDoneClicked();
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, AWaiterThatAnswersAfterTheEndFindsNobody) {
+  useSource(3);
+  plugLoopbackDriver();
+  launch();
+  end();
+  machine.runLoop.advance(3);
+  EXPECT_THAT(machine.timeline.entries, ElementsAre("default output 20"));
+}
+
+TEST_F(LifetimeTest, AnActivationAfterTheEndDoesNothing) {
+  launchAndRecord();
+  const auto notification = machine.userNotificationCenter.delivered.back();
+  machine.runLoop.advance(10);
+  app->stopRecord();
+  app->removeAllPreviousNotifications();
+  end();
+  machine.userNotificationCenter.activate(
+      notification, platform::UserNotificationActivationType::kActionButtonClicked);
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, ARemoteStopThatIsStillPendingAtTheEndDoesNothing) {
+  launch();
+  app->stop();
+  end();
+  machine.runLoop.advance(60);
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, ARemoteStopThatIsQueuedAtTheEndDoesNothing) {
+  launch();
+  app->stop();
+  confirmStart();
+  app->internalStop();
+  app->removeAllPreviousNotifications();
+  end();
+  machine.runLoop.settle();
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, ASessionThatReportsAfterTheEndFindsNobody) {
+  launch();
+  const auto session = machine.capture.sessions.back();
+  end();
+  session->reportStarted();
+  session->reportError("late");
+  EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, TheRunLoopKeepsTheDelegateWhileATimerOfItsIsPending) {
+  launch();
+  app->showNotificationError();
+  app->applicationWillTerminate();
+  machine.application.delegate = nullptr;
+  const std::weak_ptr<AppDelegate> weak = app;
+  app.reset();
+  EXPECT_FALSE(weak.expired());
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(LifetimeTest, TheRecordersCallbackKeepsTheDelegateUntilTheEnd) {
+  launch();
+  const std::weak_ptr<AppDelegate> weak = app;
+  app.reset();
+  ASSERT_FALSE(weak.expired());
+  weak.lock()->applicationWillTerminate();
+  machine.application.delegate = nullptr;
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(LifetimeTest, DestructionLeavesThePlayThroughRecordAlone) {
+  launchAndRecordSystemAudio();
+  app->removeAllPreviousNotifications();
+  AudioPlayThrough* const record = app->audioPlayThrough();
+  const auto session = machine.capture.sessions.back();
+  app->applicationWillTerminate();
+  machine.runLoop.clear();
+  machine.application.delegate = nullptr;
+  app.reset();
+  EXPECT_TRUE(machine.audioUnits.graphRunning());
+  delete record;
+  EXPECT_FALSE(machine.audioUnits.graphRunning());
+}
+
+// A provider whose end is observed.
+class ObservedProvider : public suite::ToolDataClientProvider {
+ public:
+  explicit ObservedProvider(std::function<void()> onEnd) : onEnd_(std::move(onEnd)) {}
+  ~ObservedProvider() override { onEnd_(); }
+  void setToolStatus(int) override {}
+  void setToolIcon(const platform::ImagePtr&) override {}
+  void setMenuIcon(const platform::ImagePtr&) override {}
+  void setMenuText(const std::string&) override {}
+
+ private:
+  std::function<void()> onEnd_;
+};
+
+class ObservedSuite : public suite::KorvelCommon {
+ public:
+  ObservedSuite(suite::CEP& events, std::function<void()> onProviderEnd)
+      : events_(events), onProviderEnd_(std::move(onProviderEnd)) {}
+  std::shared_ptr<suite::ToolDataClientProvider> createToolDataClientProvider() override {
+    return std::make_shared<ObservedProvider>(onProviderEnd_);
+  }
+  suite::CEP& CEP() override { return events_; }
+
+ private:
+  suite::CEP& events_;
+  std::function<void()> onProviderEnd_;
+};
+
+TEST_F(LifetimeTest, ThePreferencesGoBeforeTheProviderAndTheRecorderAfterIt) {
+  int ends = 0;
+  ObservedSuite observed(machine.suite, [&] {
+    ++ends;
+    auto& center = machine.notificationCenter;
+    EXPECT_EQ(center.observerCount(platform::kCaptureDeviceWasConnectedNotification), 0U);
+    EXPECT_EQ(center.observerCount(platform::kCaptureSessionDidStartRunningNotification), 1U);
+  });
+  suite::Suite services{observed, machine.suite, machine.suite};
+  auto tool = AppDelegate::create({machine.host, services});
+  tool->applicationDidFinishLaunching();
+  EXPECT_EQ(
+      machine.notificationCenter.observerCount(platform::kCaptureDeviceWasConnectedNotification),
+      1U);
+  tool->applicationWillTerminate();
+  EXPECT_EQ(ends, 0);
+  tool.reset();
+  EXPECT_EQ(ends, 1);
+}
+
+}  // namespace
+}  // namespace record_audio

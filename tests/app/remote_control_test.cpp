@@ -1,0 +1,247 @@
+#include "tests/app/app_test.h"
+
+namespace record_audio {
+namespace {
+
+using platform::Dictionary;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class RemoteControlTest : public AppTest {
+ protected:
+  std::string state() const {
+    std::string text;
+    platform::stringValue(app->status().at("state"), &text);
+    return text;
+  }
+};
+
+// Stop and cancel.
+
+TEST_F(RemoteControlTest, StopWhileRecordingSavesAndQuits) {
+  launchAndRecord();
+  EXPECT_TRUE(app->stop());
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
+  EXPECT_EQ(machine.application.policy, platform::ActivationPolicy::kProhibited);
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(RemoteControlTest, CancelWhileRecordingRemovesTheFile) {
+  launchAndRecord();
+  EXPECT_TRUE(app->cancel());
+  EXPECT_THAT(machine.fileManager.files, IsEmpty());
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+}
+
+TEST_F(RemoteControlTest, ThereIsNothingToEndInThePreferencesOrWhenIdle) {
+  launchIntoPreferences();
+  EXPECT_FALSE(app->stop());
+  EXPECT_FALSE(app->cancel());
+  window->orderOut();
+  EXPECT_FALSE(app->stop());
+  EXPECT_FALSE(app->cancel());
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch"}));
+}
+
+TEST_F(RemoteControlTest, StopWhileWaitingEndsTheWait) {
+  useSource(3);
+  plugLoopbackDriver();
+  launch();
+  EXPECT_TRUE(app->stop());
+  EXPECT_EQ(app->audioWaiter(), nullptr);
+  machine.runLoop.advance(10);
+  EXPECT_THAT(machine.capture.sessions, IsEmpty());
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(RemoteControlTest, CancelWhileWaitingKeepsTheFileOfAnEarlierRecording) {
+  launchAndRecordSystemAudio();
+  clickDock();
+  clickDock();
+  ASSERT_EQ(state(), "waiting");
+  EXPECT_TRUE(app->cancel());
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_EQ(machine.fileManager.files.size(), 1U);
+  EXPECT_THAT(machine.fileManager.journal, Not(Contains(StartsWith("remove "))));
+}
+
+TEST_F(RemoteControlTest, StopBeforeTheConfirmationSavesWhatTheConfirmedStartBrings) {
+  launch();
+  ASSERT_EQ(state(), "starting");
+  EXPECT_TRUE(app->stop());
+  EXPECT_TRUE(app->stop());
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start"}));
+  machine.runLoop.advance(0.1);
+  confirmStart();
+  EXPECT_EQ(state(), "recording") << "the samples are delivered after the confirmation";
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "idle");
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
+  EXPECT_EQ(detail("Duration"), platform::Value(std::int64_t{100}));
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(RemoteControlTest, CancelBeforeTheConfirmationLeavesNoFile) {
+  launch();
+  EXPECT_TRUE(app->cancel());
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_THAT(machine.fileManager.files, IsEmpty());
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+}
+
+TEST_F(RemoteControlTest, TheLatestRequestBeforeTheConfirmationCounts) {
+  launch();
+  EXPECT_TRUE(app->cancel());
+  EXPECT_TRUE(app->stop());
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(machine.fileManager.files.size(), 1U);
+}
+
+TEST_F(RemoteControlTest, StopOfAStartThatIsNeverConfirmedTakesEffectWithinABound) {
+  machine.capture.refuseInput = true;
+  launch();
+  EXPECT_TRUE(app->stop());
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s - 0.1);
+  EXPECT_EQ(state(), "starting");
+  machine.runLoop.advance(0.1);
+  EXPECT_EQ(state(), "idle");
+  EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
+  EXPECT_EQ(provider().menuText, "");
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(RemoteControlTest, CancelOfAStartThatIsNeverConfirmedKeepsEarlierFiles) {
+  launchAndRecord();
+  clickDock();
+  clickDock();
+  EXPECT_TRUE(app->cancel());
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  EXPECT_EQ(state(), "idle");
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_EQ(machine.fileManager.files.size(), 1U);
+}
+
+TEST_F(RemoteControlTest, AConfirmationAfterTheBoundIsStillEnded) {
+  launch();
+  app->stop();
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "idle");
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
+}
+
+TEST_F(RemoteControlTest, AnErrorInsteadOfTheConfirmationEndsTheSessionOnce) {
+  launch();
+  app->stop();
+  failRecording();
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+}
+
+TEST_F(RemoteControlTest, ARecordingEndedOtherwiseMeanwhileIsNotEndedTwice) {
+  launch();
+  app->stop();
+  confirmStart();
+  clickDock();
+  machine.runLoop.settle();
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+}
+
+TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {
+  launch();
+  app->stop();
+  clickDock();
+  confirmStart();
+  machine.runLoop.advance(30);
+  EXPECT_EQ(state(), "recording");
+}
+
+// Status.
+
+TEST_F(RemoteControlTest, BeforeTheLaunchTheToolIsIdle) {
+  EXPECT_EQ(app->status(), (Dictionary{{"state", "idle"}, {"elapsedSeconds", 0}}));
+}
+
+TEST_F(RemoteControlTest, StatusFollowsARecordingFromStartToEnd) {
+  launch();
+  EXPECT_EQ(
+      app->status(),
+      (Dictionary{
+          {"state", "starting"}, {"elapsedSeconds", 0}, {"source", "default"}, {"format", "m4a"}}));
+  confirmStart();
+  machine.runLoop.advance(61.9);
+  EXPECT_EQ(app->status(), (Dictionary{{"state", "recording"},
+                                       {"elapsedSeconds", 61},
+                                       {"source", "default"},
+                                       {"format", "m4a"},
+                                       {"outputFile", "/tmp-of-memory/Audio_recording_unique-1"}}));
+  clickDock();
+  EXPECT_EQ(app->status(),
+            (Dictionary{{"state", "idle"},
+                        {"elapsedSeconds", 0},
+                        {"source", "default"},
+                        {"format", "m4a"},
+                        {"outputFile", "/out/Audio recording 2024-05-17 at 14.03.27.m4a"}}));
+}
+
+TEST_F(RemoteControlTest, StatusNamesTheWaitForTheLoopback) {
+  useSource(3);
+  plugLoopbackDriver();
+  launch();
+  EXPECT_EQ(
+      app->status(),
+      (Dictionary{
+          {"state", "waiting"}, {"elapsedSeconds", 0}, {"source", "system"}, {"format", "m4a"}}));
+}
+
+TEST_F(RemoteControlTest, StatusNamesTheChosenMicrophoneAndFormat) {
+  machine.userDefaults.values = {
+      {"AudioSourceType", 2}, {"AudioSourceID", "mic-1"}, {"SoundFormat", 1}};
+  launchIntoPreferences();
+  EXPECT_EQ(app->status(), (Dictionary{{"state", "preferences"},
+                                       {"elapsedSeconds", 0},
+                                       {"source", "microphone:mic-1"},
+                                       {"format", "mp3"}}));
+}
+
+TEST_F(RemoteControlTest, AnUnknownSourceCountsAsNone) {
+  for (const int type : {0, 7}) {
+    const memory_host::MemoryHost other;
+    useSource(type);
+    const auto tool = AppDelegate::create(machine.environment);
+    tool->application(kPreferencesPath);
+    tool->applicationDidFinishLaunching();
+    EXPECT_EQ(tool->status().at("source"), "none") << type;
+    tool->applicationWillTerminate();
+  }
+}
+
+TEST_F(RemoteControlTest, ChangedPreferencesDoNotChangeTheSessionUnderWay) {
+  launchAndRecord();
+  app->preferences()->setAudioParameterType(0, "", "KCNoSound");
+  EXPECT_EQ(app->status().at("source"), "default");
+  clickDock();
+  EXPECT_EQ(app->status().at("source"), "none");
+}
+
+// What the preferences window's level meter is told.
+
+TEST_F(RemoteControlTest, RecordingIsReportedWhileThePreferencesAreVisible) {
+  launchAndRecord();
+  app->preferences()->showWindow();
+  EXPECT_EQ(state(), "recording");
+}
+
+}  // namespace
+}  // namespace record_audio

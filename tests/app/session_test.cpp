@@ -1,0 +1,346 @@
+#include "tests/app/app_test.h"
+
+namespace record_audio {
+namespace {
+
+using platform::Dictionary;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr const char* kFinalPath = "/out/Audio recording 2024-05-17 at 14.03.27.m4a";
+
+class SessionTest : public AppTest {
+ protected:
+  void muteMicrophone() {
+    machine.audioHardware.setValue(
+        kMicrophone, memory_host::sideAddress(platform::kAudioDevicePropertyMute, true),
+        std::uint32_t{1});
+  }
+};
+
+// Start.
+
+TEST_F(SessionTest, TheSettingsReachTheRecorder) {
+  machine.capture.connect("mic-2", "Headset");
+  machine.audioHardware.addDevice(11, "mic-2");
+  machine.audioHardware.setStreamConfiguration(11, true, {1});
+  machine.userDefaults.values = {
+      {"AudioSourceType", 2}, {"AudioSourceID", "mic-2"}, {"Quality", 1}, {"SoundFormat", 1}};
+  launch();
+  const auto& session = machine.capture.sessions.at(0);
+  EXPECT_EQ(session->preset, platform::kCaptureSessionPresetMedium);
+  EXPECT_EQ(session->inputs().at(0)->device()->uniqueID(), "mic-2");
+  EXPECT_EQ(machine.capture.dataOutputs.size(), 1U);
+}
+
+TEST_F(SessionTest, EveryEventCarriesTheSettings) {
+  machine.userDefaults.values = {
+      {"AudioSourceType", 2}, {"AudioSourceID", "mic-9"}, {"Quality", 2}, {"SoundFormat", 0}};
+  launchAndRecord();
+  clickDock();
+  machine.runLoop.advance(10);
+  ASSERT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop", "Quit"}));
+  for (const auto& event : machine.suite.events) {
+    EXPECT_EQ(event.prefs, (Dictionary{{"AudioSourceType", std::int64_t{2}},
+                                       {"AudioSourceID", "mic-9"},
+                                       {"Size", std::uint64_t{2}}}))
+        << event.name;
+  }
+}
+
+TEST_F(SessionTest, TheSettingsDictionaryHasAllItsKeysWithNothingStored) {
+  launch();
+  EXPECT_EQ(lastEvent().prefs, (Dictionary{{"AudioSourceType", std::int64_t{1}},
+                                           {"AudioSourceID", ""},
+                                           {"Size", std::uint64_t{0}}}));
+}
+
+TEST_F(SessionTest, LaunchStartAndQuitHaveNoDetails) {
+  launchAndRecord();
+  clickDock();
+  machine.runLoop.advance(10);
+  for (const auto& event : machine.suite.events) {
+    EXPECT_EQ(event.details.has_value(), event.name == "Stop") << event.name;
+  }
+}
+
+TEST_F(SessionTest, TheRunningTimeWaitsForTheRecordersConfirmation) {
+  launch();
+  machine.runLoop.advance(2);
+  EXPECT_EQ(blinkTimerCount(), 0U);
+  EXPECT_EQ(provider().menuText, "00:00");
+  confirmStart();
+  EXPECT_EQ(blinkTimerCount(), 1U);
+}
+
+TEST_F(SessionTest, TheConfirmationBlinksNotifiesAndMarksTheBundleInOrder) {
+  launch();
+  EXPECT_THAT(during([&] { confirmStart(); }),
+              ElementsAre("setDelegate", std::string("deliver ") + kStartedText,
+                          std::string("setIcon ActiveIcon.icns ") + kBundlePath, "status 1"));
+}
+
+TEST_F(SessionTest, NoDeviceShowsTheAlertAndQuitsWithoutAnEvent) {
+  useSource(0);
+  machine.mainBundle.localizedInfo = Dictionary{{"CFBundleDisplayName", "Enregistreur"}};
+  launch();
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  const platform::Alert& alert = machine.alerts.shown[0];
+  EXPECT_EQ(alert.style, platform::AlertStyle::kCritical);
+  EXPECT_EQ(alert.messageText, "No sound recorded");
+  EXPECT_EQ(alert.informativeText,
+            "Either the \"Don\u2019t record audio\" option is selected in the \"Enregistreur\" "
+            "preferences or no microphone is connected to the computer.");
+  EXPECT_THAT(alert.buttons, IsEmpty());
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Quit"}));
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, NoMicrophoneShowsTheSameAlertWhateverTheSource) {
+  machine.capture.disconnect("mic-1");
+  launch();
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  EXPECT_EQ(machine.alerts.shown[0].messageText, "No sound recorded");
+}
+
+TEST_F(SessionTest, TheProcessQuitsOnlyWhenTheAlertIsDismissed) {
+  useSource(0);
+  machine.alerts.onShow = [&](const platform::Alert&) { EXPECT_FALSE(ended()); };
+  EXPECT_THAT(during([&] { launch(); }), Contains("alert No sound recorded"));
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, TheAlertSpeaksTheUsersLanguage) {
+  useSource(0);
+  launchIntoPreferences();
+  auto& strings = machine.mainBundle.strings;
+  strings["No sound recorded"] = "Kein Ton aufgenommen";
+  strings
+      ["Either the \"Don\u2019t record audio\" option is selected in the \"%@\" preferences or "
+       "no microphone is connected to the computer."] = "In %@ ist kein Ton gew\u00e4hlt.";
+  window->orderOut();
+  clickDock();
+  ASSERT_EQ(machine.alerts.shown.size(), 1U);
+  EXPECT_EQ(machine.alerts.shown[0].messageText, "Kein Ton aufgenommen");
+  EXPECT_EQ(machine.alerts.shown[0].informativeText, "In Record Audio ist kein Ton gew\u00e4hlt.");
+}
+
+TEST_F(SessionTest, TheAlertDoesWithoutADisplayNameAndATranslationWithoutAPlaceholder) {
+  useSource(0);
+  machine.mainBundle.localizedInfo.reset();
+  launch();
+  EXPECT_THAT(machine.alerts.shown.at(0).informativeText, HasSubstr("in the \"\" preferences"));
+}
+
+TEST_F(SessionTest, ABundleWithoutADisplayNameEntryLeavesTheNameEmpty) {
+  useSource(0);
+  machine.mainBundle.localizedInfo = Dictionary{};
+  launch();
+  EXPECT_THAT(machine.alerts.shown.at(0).informativeText, HasSubstr("in the \"\" preferences"));
+}
+
+TEST_F(SessionTest, ATranslationWithoutThePlaceholderIsShownAsItStands) {
+  useSource(0);
+  machine.mainBundle.strings
+      ["Either the \"Don\u2019t record audio\" option is selected in the \"%@\" "
+       "preferences or no microphone is connected to the computer."] = "Nothing to hear.";
+  launch();
+  EXPECT_EQ(machine.alerts.shown.at(0).informativeText, "Nothing to hear.");
+}
+
+// Refusal.
+
+TEST_F(SessionTest, AMutedMicrophoneGivesItsAlertThenTheErrorThenTheQuit) {
+  muteMicrophone();
+  EXPECT_THAT(during([&] { launch(); }),
+              ElementsAre(kHideFromDock, "disableRelaunchOnLogin", "createToolDataClientProvider",
+                          "status 1", "locationForCurrentTool", kShowInDock, "event Launch",
+                          kShowInDock, "event Start", "alert Microphone muted", "setDelegate",
+                          std::string("deliver ") + kErrorText, "event Stop", kHideFromDock));
+  const platform::Alert& alert = machine.alerts.shown.at(0);
+  EXPECT_EQ(alert.style, platform::AlertStyle::kCritical);
+  EXPECT_EQ(alert.informativeText,
+            "Computer microphone is muted. Un-mute microphone to record sound.");
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+  machine.runLoop.advance(9.9);
+  EXPECT_FALSE(ended());
+  machine.runLoop.advance(0.1);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, TheMutedAlertSpeaksTheUsersLanguage) {
+  muteMicrophone();
+  machine.mainBundle.strings["Microphone muted"] = "Mikrofon stumm";
+  machine.mainBundle.strings["Computer microphone is muted. Un-mute microphone to record sound."] =
+      "Stummschaltung aufheben.";
+  launch();
+  EXPECT_EQ(machine.alerts.shown.at(0).messageText, "Mikrofon stumm");
+  EXPECT_EQ(machine.alerts.shown.at(0).informativeText, "Stummschaltung aufheben.");
+}
+
+TEST_F(SessionTest, ADeviceUnknownToTheHardwareIsRefusedWithoutAnAlert) {
+  machine.audioHardware.removeObject(kMicrophone);
+  launch();
+  EXPECT_THAT(machine.alerts.shown, IsEmpty());
+  EXPECT_THAT(showingTexts(), ElementsAre(kErrorText));
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+  EXPECT_EQ(provider().menuText, "unset");
+}
+
+TEST_F(SessionTest, ARefusedStartMayBeTriedAgain) {
+  muteMicrophone();
+  launch();
+  machine.audioHardware.setValue(kMicrophone,
+                                 memory_host::sideAddress(platform::kAudioDevicePropertyMute, true),
+                                 std::uint32_t{0});
+  clickDock();
+  confirmStart();
+  EXPECT_EQ(app->status().at("state"), "recording");
+}
+
+// Error.
+
+TEST_F(SessionTest, AnErrorWhileRecordingEndsTheSessionInOrderAndQuits) {
+  launchAndRecord();
+  machine.runLoop.advance(5);
+  EXPECT_THAT(during([&] { failRecording(); }),
+              ElementsAre(std::string("setIcon  ") + kBundlePath, "status 0", "setDelegate",
+                          std::string("deliver ") + kErrorText, "event Stop",
+                          "setApplicationIconImage NSApplicationIcon", "toolIcon ", kHideFromDock));
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+  EXPECT_EQ(blinkTimerCount(), 0U);
+  machine.runLoop.advance(9.9);
+  EXPECT_FALSE(ended());
+  machine.runLoop.advance(0.1);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, AnErrorLeavesTheFileWhereTheRecorderLeftIt) {
+  launchAndRecord();
+  failRecording();
+  EXPECT_THAT(machine.fileManager.journal, Not(Contains(StartsWith("move "))));
+  EXPECT_THAT(machine.fileManager.journal, Not(Contains(StartsWith("remove "))));
+  ASSERT_EQ(machine.fileManager.files.size(), 1U);
+  EXPECT_THAT(machine.fileManager.files.begin()->first, StartsWith("/tmp-of-memory/"));
+}
+
+TEST_F(SessionTest, AnErrorBeforeTheConfirmationHasNoTimerToEnd) {
+  launch();
+  failRecording();
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+  EXPECT_EQ(provider().toolIcon, "");
+  EXPECT_EQ(app->status().at("state"), "idle");
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
+// Stop.
+
+TEST_F(SessionTest, StopTakesItsStepsInOrder) {
+  launchAndRecord();
+  machine.runLoop.advance(2.5);
+  EXPECT_THAT(
+      during([&] { app->stopRecord(); }),
+      ElementsAre(std::string("move /tmp-of-memory/Audio_recording_unique-1 -> ") + kFinalPath,
+                  "setApplicationIconImage NSApplicationIcon", "toolIcon ",
+                  std::string("setIcon  ") + kBundlePath, "status 0", "menuIcon MenuIcon",
+                  "menuText ", std::string("removeDelivered ") + kStartedText, "setDelegate",
+                  std::string("deliver ") + kSavedText, "event Stop"));
+  EXPECT_EQ(blinkTimerCount(), 0U);
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Duration", std::int64_t{2500}}}));
+}
+
+TEST_F(SessionTest, StopAloneDoesNotTryToQuit) {
+  launchAndRecord();
+  app->stopRecord();
+  EXPECT_EQ(machine.application.policy, platform::ActivationPolicy::kRegular);
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended()) << "the notification's timer does";
+}
+
+TEST_F(SessionTest, TheDurationCountsFromTheAcceptedStart) {
+  machine.runLoop.advance(100);
+  launch();
+  machine.runLoop.advance(0.25);
+  confirmStart();
+  machine.runLoop.advance(1.0005);
+  app->stopRecord();
+  EXPECT_EQ(detail("Duration"), platform::Value(std::int64_t{1250}));
+}
+
+TEST_F(SessionTest, AFileThatCouldNotBeMovedIsReportedAsNotSaved) {
+  launchAndRecord();
+  machine.fileManager.failMove = "Read-only file system";
+  app->stopRecord();
+  EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
+  EXPECT_EQ(lastEvent().name, "Stop");
+}
+
+TEST_F(SessionTest, ASecondRecordingOfTheSameProcessIsSavedBesideTheFirst) {
+  launchAndRecord();
+  clickDock();
+  machine.runLoop.advance(4);
+  clickDock();
+  confirmStart();
+  EXPECT_EQ(blinkTimerCount(), 1U);
+  clickDock();
+  EXPECT_EQ(machine.fileManager.files.size(), 2U);
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop", "Start", "Stop"}));
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, ASecondConfirmationReplacesTheBlinkTimerButLeavesTheOldOneRunning) {
+  launchAndRecord();
+  app->recordSuccessStarted(app);
+  EXPECT_EQ(blinkTimerCount(), 2U);
+  app->stopRecord();
+  EXPECT_EQ(blinkTimerCount(), 1U);
+}
+
+// Cancel.
+
+TEST_F(SessionTest, CancelTakesItsStepsInOrder) {
+  launchAndRecord();
+  EXPECT_THAT(
+      during([&] { app->cancelRecord(); }),
+      ElementsAre(std::string("move /tmp-of-memory/Audio_recording_unique-1 -> ") + kFinalPath,
+                  "setApplicationIconImage NSApplicationIcon", "toolIcon ",
+                  std::string("setIcon  ") + kBundlePath, "status 0", "menuIcon MenuIcon",
+                  "menuText ", std::string("remove ") + kFinalPath, "event Stop", kHideFromDock));
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_THAT(machine.fileManager.files, IsEmpty());
+}
+
+TEST_F(SessionTest, CancelShowsNoCompletionAndQuitsWhenTheStartNotificationIsOver) {
+  launchAndRecord();
+  machine.runLoop.advance(4);
+  app->cancelRecord();
+  EXPECT_THAT(showingTexts(), ElementsAre(kStartedText));
+  machine.runLoop.advance(5.9);
+  EXPECT_FALSE(ended());
+  machine.runLoop.advance(0.1);
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, CancelWithNoNotificationPendingQuitsAtOnce) {
+  launchAndRecord();
+  machine.runLoop.advance(11);
+  app->cancelRecord();
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, AFileThatCannotBeRemovedIsIgnored) {
+  launchAndRecord();
+  machine.fileManager.failRemove = "Permission denied";
+  app->cancelRecord();
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_EQ(machine.fileManager.files.size(), 1U);
+}
+
+}  // namespace
+}  // namespace record_audio

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/base/main_thread.h"
+#include "hosts/linux/bus/dbus_support.h"
+#include "platform/foundation.h"
+#include "platform/user_notifications.h"
+
+namespace linux_host {
+
+// Notifications by org.freedesktop.Notifications. All calls to the server are asynchronous; a
+// server that is absent, dead or deaf shows nothing and holds nothing up. A notification can be
+// acted on as long as the server shows it. Main thread.
+class DesktopNotificationCenter : public platform::UserNotificationCenter {
+ public:
+  // `bus` may be null: nothing is shown then. It and the bundle outlive the center.
+  DesktopNotificationCenter(GDBusConnection* bus, const platform::Bundle& bundle);
+  ~DesktopNotificationCenter() override;
+  DesktopNotificationCenter(const DesktopNotificationCenter&) = delete;
+  DesktopNotificationCenter& operator=(const DesktopNotificationCenter&) = delete;
+
+  void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> delegate) override;
+  void deliverNotification(const platform::UserNotificationPtr& notification) override;
+  void removeDeliveredNotification(const platform::UserNotificationPtr& notification) override;
+
+ private:
+  // What the server can do, by its own words.
+  struct Capabilities {
+    bool actions = false;
+    bool body = false;
+    bool bodyMarkup = false;
+  };
+  // One notification on its way to the screen or on it.
+  struct Delivered {
+    platform::UserNotificationPtr notification;
+    std::optional<guint32> id;  // the server's, once it has answered
+  };
+  struct Call;
+
+  static void onCapabilities(GObject* source, GAsyncResult* result, gpointer call);
+  static void onNotified(GObject* source, GAsyncResult* result, gpointer call);
+  static void onSignal(GDBusConnection* bus, const gchar* sender, const gchar* path,
+                       const gchar* interfaceName, const gchar* signal, GVariant* parameters,
+                       gpointer self);
+  static void onServerChanged(GDBusConnection* bus, const gchar* sender, const gchar* path,
+                              const gchar* interfaceName, const gchar* signal, GVariant* parameters,
+                              gpointer self);
+
+  void askCapabilities(const platform::UserNotificationPtr& notification);
+  void notify(const platform::UserNotificationPtr& notification);
+  void call(const char* method, GVariant* parameters, const GVariantType* answer,
+            GAsyncReadyCallback done, const platform::UserNotificationPtr& notification);
+  void activated(guint32 id, const std::string& action);
+  void closed(guint32 id);
+  void close(guint32 id);
+  [[nodiscard]] GVariant* parametersOf(const platform::UserNotification& notification) const;
+  [[nodiscard]] Delivered* find(const platform::UserNotificationPtr& notification);
+  void forget(const platform::UserNotificationPtr& notification);
+
+  MainThreadOnly mainThread_;
+  GDBusConnection* const bus_;
+  const platform::Bundle& bundle_;
+  // Calls still under way know by it that the center is gone.
+  const std::shared_ptr<DesktopNotificationCenter*> self_;
+  std::vector<guint> subscriptions_;
+  std::weak_ptr<platform::UserNotificationCenterDelegate> delegate_;
+  std::optional<Capabilities> capabilities_;
+  std::vector<Delivered> delivered_;
+};
+
+}  // namespace linux_host

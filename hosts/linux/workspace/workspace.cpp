@@ -1,0 +1,232 @@
+#include "hosts/linux/workspace/workspace.h"
+
+#include <fcntl.h>
+#include <gio/gunixfdlist.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "hosts/linux/base/log.h"
+#include "hosts/linux/bus/dbus_support.h"
+#include "platform/file_url.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kPortal = "org.freedesktop.portal.Desktop";
+constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
+constexpr const char* kPortalOpen = "org.freedesktop.portal.OpenURI";
+constexpr const char* kFileManager = "org.freedesktop.FileManager1";
+constexpr const char* kFileManagerPath = "/org/freedesktop/FileManager1";
+
+struct Settings {
+  const char* desktop;  // part of XDG_CURRENT_DESKTOP; null: any
+  std::vector<std::string> command;
+};
+
+// Who may use the microphone first, sound where there is no such page.
+const std::vector<Settings>& knownSettings() {
+  static const std::vector<Settings> settings = {
+      {"GNOME", {"gnome-control-center", "microphone"}},
+      {"Unity", {"gnome-control-center", "microphone"}},
+      {"KDE", {"systemsettings", "kcm_pulseaudio"}},
+      {"KDE", {"systemsettings5", "kcm_pulseaudio"}},
+      {"Cinnamon", {"cinnamon-settings", "sound"}},
+      {"MATE", {"mate-volume-control"}},
+      {"LXQt", {"pavucontrol-qt"}},
+      {"Pantheon", {"io.elementary.settings", "settings://privacy"}},
+      {nullptr, {"pavucontrol"}},
+      {nullptr, {"pavucontrol-qt"}},
+      {nullptr, {"gnome-control-center", "sound"}},
+      {nullptr, {"systemsettings", "kcm_pulseaudio"}},
+  };
+  return settings;
+}
+
+bool contains(const std::string& list, const std::string& item) {
+  return (":" + list + ":").find(":" + item + ":") != std::string::npos;
+}
+
+bool isInPath(const std::string& program) {
+  gchar* found = g_find_program_in_path(program.c_str());
+  g_free(found);
+  return found != nullptr;
+}
+
+void sayFailed(const std::string& uri, const char* why) {
+  logMessage(LogLevel::kWarning,
+             "Cannot open " + uri + ": " + why + ". Set a default application for it.");
+}
+
+void onLaunched(GObject*, GAsyncResult* result, gpointer raw) {
+  const std::unique_ptr<std::string> uri(static_cast<std::string*>(raw));
+  GError* error = nullptr;
+  g_app_info_launch_default_for_uri_finish(result, &error);
+  if (error == nullptr) return;
+  sayFailed(*uri, error->message);
+  g_error_free(error);
+}
+
+void launchDefault(const std::string& uri) {
+  g_app_info_launch_default_for_uri_async(uri.c_str(), nullptr, nullptr, &onLaunched,
+                                          new std::string(uri));
+}
+
+// Where there is no portal its call fails at once, or after GLib's own limit.
+void onPortalAnswered(GObject* source, GAsyncResult* result, gpointer raw) {
+  const std::unique_ptr<std::string> uri(static_cast<std::string*>(raw));
+  GError* error = nullptr;
+  const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(G_DBUS_CONNECTION(source),
+                                                                          nullptr, result, &error));
+  if (error == nullptr) return;
+  g_error_free(error);
+  launchDefault(*uri);
+}
+
+GVariant* noOptions() {
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  return g_variant_builder_end(&builder);
+}
+
+void askPortal(GDBusConnection* bus, const char* method, GVariant* parameters, GUnixFDList* files,
+               const std::string& uri) {
+  g_dbus_connection_call_with_unix_fd_list(bus, kPortal, kPortalPath, kPortalOpen, method,
+                                           parameters, G_VARIANT_TYPE("(o)"),
+                                           G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, files, nullptr,
+                                           &onPortalAnswered, new std::string(uri));
+}
+
+bool exists(GAppInfo* application) {
+  if (application == nullptr) return false;
+  g_object_unref(application);
+  return true;
+}
+
+bool hasDefaultApplicationForScheme(const char* scheme) {
+  return exists(g_app_info_get_default_for_uri_scheme(scheme));
+}
+
+bool hasDefaultApplication(const std::string& path) {
+  gchar* type = g_content_type_guess(path.c_str(), nullptr, 0, nullptr);
+  GAppInfo* application = g_app_info_get_default_for_type(type, FALSE);
+  g_free(type);
+  return exists(application);
+}
+
+void openFolders(const std::vector<std::string>& urls) {
+  std::set<std::string> folders;
+  for (const std::string& url : urls) {
+    if (const auto path = platform::pathWithFileURL(url)) {
+      folders.insert(std::filesystem::path(*path).parent_path().string());
+    }
+  }
+  for (const std::string& folder : folders) launchDefault(platform::fileURLWithPath(folder));
+}
+
+void onItemsShown(GObject* source, GAsyncResult* result, gpointer raw) {
+  const std::unique_ptr<std::vector<std::string>> urls(static_cast<std::vector<std::string>*>(raw));
+  GError* error = nullptr;
+  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+  if (error == nullptr) return;
+  g_error_free(error);
+  openFolders(*urls);
+}
+
+}  // namespace
+
+DesktopWorkspace::DesktopWorkspace(GDBusConnection* bus,
+                                   std::function<std::string(const platform::ImagePtr&)> iconFile)
+    : bus_(bus), iconFile_(std::move(iconFile)) {}
+
+bool DesktopWorkspace::openFile(const std::string& path) {
+  mainThread_.check();
+  const std::string uri = platform::fileURLWithPath(path);
+  if (bus_ == nullptr) {
+    if (!hasDefaultApplication(path)) return false;
+    launchDefault(uri);
+    return true;
+  }
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return false;
+  GUnixFDList* files = g_unix_fd_list_new();
+  const gint handle = g_unix_fd_list_append(files, fd, nullptr);
+  close(fd);
+  if (handle >= 0) {
+    askPortal(bus_, "OpenFile", g_variant_new("(sh@a{sv})", "", handle, noOptions()), files, uri);
+  } else {
+    launchDefault(uri);
+  }
+  g_object_unref(files);
+  return true;
+}
+
+bool DesktopWorkspace::openURL(const std::string& url) {
+  mainThread_.check();
+  if (const auto path = platform::pathWithFileURL(url)) return openFile(*path);
+  gchar* scheme = g_uri_parse_scheme(url.c_str());
+  if (scheme == nullptr) return false;
+  const bool hasApplication = hasDefaultApplicationForScheme(scheme);
+  g_free(scheme);
+  if (bus_ != nullptr) {
+    askPortal(bus_, "OpenURI", g_variant_new("(ss@a{sv})", "", url.c_str(), noOptions()), nullptr,
+              url);
+    return true;
+  }
+  if (!hasApplication) return false;
+  launchDefault(url);
+  return true;
+}
+
+void DesktopWorkspace::activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) {
+  mainThread_.check();
+  if (bus_ == nullptr) {
+    openFolders(fileURLs);
+    return;
+  }
+  GVariantBuilder urls;
+  g_variant_builder_init(&urls, G_VARIANT_TYPE("as"));
+  for (const std::string& url : fileURLs) g_variant_builder_add(&urls, "s", url.c_str());
+  g_dbus_connection_call(bus_, kFileManager, kFileManagerPath, kFileManager, "ShowItems",
+                         g_variant_new("(ass)", &urls, ""), nullptr, G_DBUS_CALL_FLAGS_NONE,
+                         kBusTimeout_ms, nullptr, &onItemsShown,
+                         new std::vector<std::string>(fileURLs));
+}
+
+bool DesktopWorkspace::setIcon(const platform::ImagePtr& image, const std::string& forFile,
+                               unsigned) {
+  mainThread_.check();
+  const std::string file = image == nullptr ? std::string() : iconFile_(image);
+  if (image != nullptr && file.empty()) return false;
+  icons_.set(forFile, file);
+  return true;
+}
+
+bool DesktopWorkspace::openPrivacySettings() {
+  mainThread_.check();
+  const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+  const auto command = privacySettingsCommand(desktop == nullptr ? "" : desktop, isInPath);
+  if (command.empty()) return false;
+  std::vector<gchar*> arguments;
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<gchar*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
+  return g_spawn_async(nullptr, arguments.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
+                       nullptr, nullptr) != FALSE;
+}
+
+std::vector<std::string> privacySettingsCommand(
+    const std::string& desktop, const std::function<bool(const std::string&)>& isInstalled) {
+  for (const Settings& settings : knownSettings()) {
+    const bool fits = settings.desktop == nullptr || contains(desktop, settings.desktop);
+    if (fits && isInstalled(settings.command.front())) return settings.command;
+  }
+  return {};
+}
+
+}  // namespace linux_host

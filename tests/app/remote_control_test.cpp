@@ -1,4 +1,5 @@
 #include "tests/app/app_test.h"
+#include "tests/memory_host/memory_controls.h"
 
 namespace record_audio {
 namespace {
@@ -217,7 +218,6 @@ TEST_F(RemoteControlTest, StatusNamesTheChosenMicrophoneAndFormat) {
 
 TEST_F(RemoteControlTest, AnUnknownSourceCountsAsNone) {
   for (const int type : {0, 7}) {
-    const memory_host::MemoryHost other;
     useSource(type);
     const auto tool = AppDelegate::create(machine.environment);
     tool->application(kPreferencesPath);
@@ -235,12 +235,32 @@ TEST_F(RemoteControlTest, ChangedPreferencesDoNotChangeTheSessionUnderWay) {
   EXPECT_EQ(app->status().at("source"), "none");
 }
 
-// What the preferences window's level meter is told.
-
 TEST_F(RemoteControlTest, RecordingIsReportedWhileThePreferencesAreVisible) {
   launchAndRecord();
   app->preferences()->showWindow();
   EXPECT_EQ(state(), "recording");
+}
+
+// The preferences window's level meter.
+
+TEST_F(RemoteControlTest, TheLevelMeterKeepsItsHandsOffTheDevicesDuringASession) {
+  const auto level = std::make_shared<memory_host::MemoryLevelIndicator>();
+  machine.interfaceLoader.recipe = [&](const std::string&, platform::InterfaceOwner& owner) {
+    owner.connectOutlet("audioLevel", level);
+    return window = std::make_shared<memory_host::MemoryWindow>();
+  };
+  launchIntoPreferences();
+  const auto listening = [&] {
+    machine.runLoop.advance(2);
+    return machine.capture.monitoringSessions.back()->running;
+  };
+  EXPECT_TRUE(listening());
+  app->startRecorder();
+  EXPECT_FALSE(listening()) << "starting";
+  confirmStart();
+  EXPECT_FALSE(listening()) << "recording";
+  app->stopRecord();
+  EXPECT_TRUE(listening()) << "idle";
 }
 
 }  // namespace

@@ -105,8 +105,7 @@ void PipeWireCaptureSession::stopRunning() {
 void PipeWireCaptureSession::onSamples(RunNumber number) {
   if (run_ == nullptr || runNumber_ != number) return;
   const std::shared_ptr<CaptureRun> run = run_;
-  surroundings_.notificationCenter.post(
-      {platform::kCaptureSessionDidStartRunningNotification, shared_from_this(), {}});
+  post(platform::kCaptureSessionDidStartRunningNotification, {});
   run->deliver();
 }
 
@@ -117,10 +116,13 @@ void PipeWireCaptureSession::onFailed(RunNumber number, const std::string& messa
 }
 
 void PipeWireCaptureSession::postRuntimeError(const std::string& message) {
-  surroundings_.notificationCenter.post(
-      {platform::kCaptureSessionRuntimeErrorNotification,
-       shared_from_this(),
-       {{platform::kCaptureSessionErrorKey, platform::Value(message)}}});
+  post(platform::kCaptureSessionRuntimeErrorNotification,
+       {{platform::kCaptureSessionErrorKey, platform::Value(message)}});
+}
+
+void PipeWireCaptureSession::post(const char* name, platform::Dictionary userInfo) {
+  if (notices_ == Notices::kNone) return;
+  surroundings_.notificationCenter.post({name, shared_from_this(), std::move(userInfo)});
 }
 
 }  // namespace linux_host

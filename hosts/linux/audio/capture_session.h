@@ -12,8 +12,12 @@ namespace linux_host {
 class PipeWireCaptureSession : public platform::CaptureSession,
                                public std::enable_shared_from_this<PipeWireCaptureSession> {
  public:
-  PipeWireCaptureSession(PipeWireCapture::Surroundings surroundings, CaptureRuns& runs)
-      : surroundings_(std::move(surroundings)), runs_(runs) {}
+  // A quiet session posts no notifications: it listens beside one that records.
+  enum class Notices { kPosted, kNone };
+
+  PipeWireCaptureSession(PipeWireCapture::Surroundings surroundings, CaptureRuns& runs,
+                         Notices notices = Notices::kPosted)
+      : surroundings_(std::move(surroundings)), runs_(runs), notices_(notices) {}
   ~PipeWireCaptureSession() override;
   PipeWireCaptureSession(const PipeWireCaptureSession&) = delete;
   PipeWireCaptureSession& operator=(const PipeWireCaptureSession&) = delete;
@@ -49,9 +53,11 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   void onSamples(RunNumber number);
   void onFailed(RunNumber number, const std::string& message);
   void postRuntimeError(const std::string& message);
+  void post(const char* name, platform::Dictionary userInfo);
 
   const PipeWireCapture::Surroundings surroundings_;
   CaptureRuns& runs_;
+  const Notices notices_;
   std::string preset_ = platform::kCaptureSessionPresetHigh;
   std::vector<platform::CaptureDeviceInputPtr> inputs_;
   std::vector<platform::CaptureOutputPtr> outputs_;

@@ -126,6 +126,11 @@ platform::CaptureSessionPtr PipeWireCapture::createSession() {
   return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_);
 }
 
+platform::CaptureSessionPtr PipeWireCapture::createMonitoringSession() {
+  return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_,
+                                                  PipeWireCaptureSession::Notices::kNone);
+}
+
 platform::CaptureDeviceInputPtr PipeWireCapture::createDeviceInput(
     const platform::CaptureDevicePtr& device, std::string* error) {
   if (device == nullptr) {

@@ -67,6 +67,7 @@ class PipeWireCapture : public platform::Capture {
                                  std::function<void(bool)> handler) override;
 
   platform::CaptureSessionPtr createSession() override;
+  platform::CaptureSessionPtr createMonitoringSession() override;
   platform::CaptureDeviceInputPtr createDeviceInput(const platform::CaptureDevicePtr& device,
                                                     std::string* error) override;
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;

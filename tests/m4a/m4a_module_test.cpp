@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -109,6 +110,57 @@ TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
   const auto decoded = decodeM4a(bytes);
   EXPECT_EQ(decoded.error, "");
   EXPECT_EQ(decoded.containerFrames, 600U * 480);
+}
+
+// A file on the disk as bytes, without reading its holes.
+class MappedFile {
+ public:
+  explicit MappedFile(const std::string& path) : size_(std::filesystem::file_size(path)) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    data_ = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, descriptor, 0);
+    close(descriptor);
+  }
+  ~MappedFile() { munmap(data_, size_); }
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  [[nodiscard]] FileBytes bytes() const { return {static_cast<const std::byte*>(data_), size_}; }
+
+ private:
+  const std::size_t size_;
+  void* data_;
+};
+
+TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
+  const TemporaryFolder folder;
+  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
+  OpenFiles files;
+  std::string error;
+  const auto writer = newWriter(&factory);
+  ASSERT_TRUE(writer);
+  const auto file = files.open(folder / "long.m4a", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_TRUE(file) << error;
+  const Format format{48000, 1, 128000};
+  Tone tone(format);
+  ASSERT_EQ(writer->open(m4aSinkFor(file), 48000, 1, 128000), "");
+  ASSERT_EQ(writer->write(tone.next(48000), 48000), "");
+  // A hole stands for the days of sound that would take this room.
+  constexpr std::uint64_t kHoleEnd_bytes = std::uint64_t{5} << 30;
+  ASSERT_EQ(file->truncate(kHoleEnd_bytes), "");
+  ASSERT_EQ(writer->write(tone.next(48000), 48000), "");
+  ASSERT_EQ(writer->finish(), "");
+
+  const MappedFile mapped(folder / "long.m4a");
+  EXPECT_EQ(topLevel(mapped.bytes()), "ftyp mdat moov");
+  std::string why;
+  const auto index = walkIndex(mapped.bytes(), &why);
+  ASSERT_TRUE(index) << why;
+  EXPECT_GT(index->packets.back().offset, kHoleEnd_bytes);
+  const auto decoded = decodeM4a(mapped.bytes());
+  EXPECT_EQ(decoded.error, "");
+  EXPECT_EQ(decoded.containerFrames, 96000U);
+  ASSERT_EQ(decoded.planes.size(), 1U);
+  const std::span second(decoded.planes[0].data() + 48000, 48000);
+  EXPECT_NEAR(amplitudeAt(second, Tone::frequency_hz(0), 48000), 0.25, 0.01);
 }
 
 // A child that records, and reports what it recorded until it was killed.

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <ctime>
 #include <limits>
@@ -301,6 +302,29 @@ TEST(M4aWriterTest, WriteBackIsStartedEveryFiveSeconds) {
   Recording recording({8000, 1, 40000});
   ASSERT_EQ(recording.feed(16 * 8000), "");
   EXPECT_EQ(recording.file->writeBacks, 3);
+}
+
+TEST(M4aWriterTest, FinishCostsTheIndexAloneHoweverLongTheRecording) {
+  Recording recording({8000, 1, 24000});
+  constexpr std::uint32_t kSecond_frames = 8000;
+  constexpr std::uint64_t kLength_s = 2400;
+  const std::vector<float> silence(kSecond_frames, 0.0F);
+  const float* planes[] = {silence.data()};
+  for (std::uint64_t second = 0; second < kLength_s; ++second) {
+    ASSERT_EQ(recording.writer.write(planes, kSecond_frames), "");
+  }
+  const int operations = recording.file->operations;
+  const std::size_t growing_bytes = recording.file->bytes.size();
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_EQ(recording.writer.finish(), "");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
+  EXPECT_LE(recording.file->operations - operations, 4);  // last fragments, index, head
+  const std::uint64_t packets = kLength_s * kSecond_frames / 1024 + 1;
+  EXPECT_LT(recording.file->bytes.size() - growing_bytes, packets * 9);
+  std::string why;
+  const auto index = walkIndex(recording.file->bytes, &why);
+  ASSERT_TRUE(index) << why;
+  EXPECT_EQ(index->movieDuration, kLength_s * kSecond_frames);
 }
 
 TEST(M4aWriterTest, FinishClosesTheFileAndMayBeCalledAgain) {

@@ -205,6 +205,7 @@ class PacketFinder {
     for (std::uint32_t i = 0; i < count; ++i) {
       if (flags & 0x100) reader.skip(4);  // duration
       sizes_bytes.push_back(hasSizes ? reader.u32() : *default_bytes);
+      if (sizes_bytes.back() == 0) return std::nullopt;
       if (flags & 0x400) reader.skip(4);  // flags
       if (flags & 0x800) reader.skip(4);  // composition offset
     }

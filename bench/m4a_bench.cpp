@@ -1,0 +1,178 @@
+// How long the last step of an m4a recording takes, and what its writer costs beside the encoder
+// alone. Needs no sound server.
+
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/m4a/libav_m4a_writer.h"
+#include "hosts/linux/m4a/m4a_open_file.h"
+
+namespace {
+
+using linux_host::LibavPointer;
+
+constexpr std::uint32_t kRate_hz = 48000;
+constexpr std::uint32_t kBitrate_bps = 256000;
+constexpr std::uint32_t kPiece_frames = 480;
+
+class TemporaryFile {
+ public:
+  TemporaryFile() {
+    std::string pattern = "/var/tmp/record-audio-m4a-bench-XXXXXX";
+    folder_ = mkdtemp(pattern.data());
+    file_ = files_.open(folder_ + "/bench.m4a", linux_host::OpenFiles::Mode::kCreateNew, &error_);
+  }
+  ~TemporaryFile() { std::filesystem::remove_all(folder_); }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  std::unique_ptr<linux_host::M4aSink> sink() { return linux_host::m4aSinkFor(file_); }
+  [[nodiscard]] const std::string& error() const { return error_; }
+
+ private:
+  std::string folder_;
+  std::string error_;
+  linux_host::OpenFiles files_;
+  std::shared_ptr<linux_host::OpenFile> file_;
+};
+
+double threadCpuTime_s() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+// The last step of a recording of so many minutes, into a real file.
+void finishAfterMinutes(benchmark::State& state) {
+  const auto minutes = static_cast<std::uint64_t>(state.range(0));
+  const std::vector<float> silence(kRate_hz, 0.0F);
+  const float* planes[] = {silence.data(), silence.data()};
+  for (auto _ : state) {
+    TemporaryFile file;
+    linux_host::LibavM4aWriter writer;
+    std::string error = file.error();
+    if (error.empty()) error = writer.open(file.sink(), kRate_hz, 2, kBitrate_bps);
+    for (std::uint64_t second = 0; second < minutes * 60 && error.empty(); ++second) {
+      error = writer.write(planes, kRate_hz);
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    if (error.empty()) error = writer.finish();
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    if (!error.empty()) {
+      state.SkipWithError(error.c_str());
+      break;
+    }
+    state.SetIterationTime(taken.count());
+    state.counters["of_the_quarter_second_allowed"] = taken.count() / 0.25;
+  }
+}
+BENCHMARK(finishAfterMinutes)
+    ->Arg(10)
+    ->Arg(180)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+// Two chords in noise: as much work for the encoder as music.
+std::vector<std::vector<float>> music(std::uint32_t frames) {
+  std::vector<std::vector<float>> planes(2, std::vector<float>(frames));
+  std::mt19937 random(1);
+  std::normal_distribution<float> noise(0.0F, 0.02F);
+  for (std::size_t channel = 0; channel < planes.size(); ++channel) {
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      const float time_s = static_cast<float>(i) / static_cast<float>(kRate_hz);
+      for (const float frequency_hz : {220.0F, 277.2F, 329.6F, 1760.0F}) {
+        const float detuned_hz = frequency_hz * (1.0F + 0.01F * static_cast<float>(channel));
+        planes[channel][i] += 0.1F * std::sin(6.2831853F * detuned_hz * time_s);
+      }
+      planes[channel][i] += noise(random);
+    }
+  }
+  return planes;
+}
+
+double writerCpu_s(const std::vector<std::vector<float>>& planes, std::string* error) {
+  TemporaryFile file;
+  *error = file.error();
+  if (!error->empty()) return 0;
+  const double begin_s = threadCpuTime_s();
+  linux_host::LibavM4aWriter writer;
+  *error = writer.open(file.sink(), kRate_hz, 2, kBitrate_bps);
+  const auto frames = static_cast<std::uint32_t>(planes[0].size());
+  for (std::uint32_t done = 0; done < frames && error->empty(); done += kPiece_frames) {
+    const float* piece[] = {planes[0].data() + done, planes[1].data() + done};
+    *error = writer.write(piece, std::min(kPiece_frames, frames - done));
+  }
+  if (error->empty()) *error = writer.finish();
+  return threadCpuTime_s() - begin_s;
+}
+
+// The same samples through the same encoder and nothing else: packets are thrown away.
+double plainEncoderCpu_s(const std::vector<std::vector<float>>& planes) {
+  const double begin_s = threadCpuTime_s();
+  const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
+  const LibavPointer<AVCodecContext> codec(avcodec_alloc_context3(aac));
+  codec->sample_rate = kRate_hz;
+  codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
+  codec->ch_layout = AV_CHANNEL_LAYOUT_STEREO;
+  codec->bit_rate = kBitrate_bps;
+  codec->thread_count = 1;
+  if (avcodec_open2(codec.get(), aac, nullptr) < 0) return 0;
+  const LibavPointer<AVFrame> frame(av_frame_alloc());
+  const LibavPointer<AVPacket> packet(av_packet_alloc());
+  frame->format = codec->sample_fmt;
+  frame->ch_layout = codec->ch_layout;
+  frame->nb_samples = codec->frame_size;
+  av_frame_get_buffer(frame.get(), 0);
+  const auto frameSize = static_cast<std::size_t>(codec->frame_size);
+  for (std::size_t done = 0; done + frameSize <= planes[0].size(); done += frameSize) {
+    av_frame_make_writable(frame.get());
+    for (std::size_t channel = 0; channel < 2; ++channel) {
+      std::copy_n(planes[channel].data() + done, frameSize,
+                  reinterpret_cast<float*>(frame->extended_data[channel]));
+    }
+    frame->pts = static_cast<std::int64_t>(done);
+    avcodec_send_frame(codec.get(), frame.get());
+    while (avcodec_receive_packet(codec.get(), packet.get()) >= 0) av_packet_unref(packet.get());
+  }
+  return threadCpuTime_s() - begin_s;
+}
+
+// CPU of the writer against that of the encoder alone, taken in turns.
+void writerAgainstPlainEncoder(benchmark::State& state) {
+  constexpr std::uint32_t kSeconds = 60;
+  av_log_set_level(AV_LOG_ERROR);
+  const auto planes = music(kSeconds * kRate_hz);
+  double writer_s = 0;
+  double plain_s = 0;
+  std::string error;
+  for (auto _ : state) {
+    const double now_s = writerCpu_s(planes, &error);
+    if (!error.empty()) {
+      state.SkipWithError(error.c_str());
+      break;
+    }
+    writer_s += now_s;
+    plain_s += plainEncoderCpu_s(planes);
+    state.SetIterationTime(now_s);
+  }
+  state.counters["ratio"] = writer_s / plain_s;
+  state.counters["percent_of_a_core"] =
+      100 * writer_s / (kSeconds * static_cast<double>(state.iterations()));
+}
+BENCHMARK(writerAgainstPlainEncoder)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

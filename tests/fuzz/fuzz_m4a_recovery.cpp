@@ -1,0 +1,41 @@
+// The recovery of interrupted m4a files with any bytes: it ends, leaves foreign files alone, and
+// what it completed is complete.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "tests/m4a/memory_sink.h"
+
+namespace {
+
+using linux_host::M4aRecovery;
+using linux_host::test::MemoryFile;
+using linux_host::test::MemorySink;
+
+void expect(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "m4a recovery: %s\n", what);
+  std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size_bytes) {
+  const auto* first = reinterpret_cast<const std::byte*>(input);
+  const auto file = std::make_shared<MemoryFile>();
+  file->bytes.assign(first, first + size_bytes);
+  const auto before = file->bytes;
+  MemorySink sink(file);
+  const M4aRecovery report = recoverInterruptedM4a(sink);
+  if (report.outcome != M4aRecovery::Outcome::completed) {
+    expect(report.outcome != M4aRecovery::Outcome::failed, "failed without a fault of the file");
+    expect(file->bytes == before, "changed a file that it did not complete");
+    return 0;
+  }
+  expect(report.frames <= 1024 * size_bytes, "more sound than the file can hold");
+  const M4aRecovery again = recoverInterruptedM4a(sink);
+  expect(again.outcome == M4aRecovery::Outcome::alreadyComplete, "not complete afterwards");
+  return 0;
+}

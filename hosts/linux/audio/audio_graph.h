@@ -17,9 +17,9 @@ struct NodeFormat {
   std::uint32_t rate_Hz = 0;  // 0: free
   std::uint32_t lowestRate_Hz = 0;
   std::uint32_t highestRate_Hz = 0;
-  std::vector<std::uint32_t> listedRates_Hz;  // empty: any between lowest and highest
-  std::uint32_t channels = 0;                 // 0: free
-  std::vector<std::uint32_t> positions;       // enum spa_audio_channel; empty: unknown
+  std::vector<std::uint32_t> listedRates_Hz{};  // empty: any between lowest and highest
+  std::uint32_t channels = 0;                   // 0: free
+  std::vector<std::uint32_t> positions{};       // enum spa_audio_channel; empty: unknown
 };
 
 struct AudioNode {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "hosts/linux/audio/capture_outputs.h"
+#include "hosts/linux/m4a/m4a_open_file.h"
 #include "platform/file_url.h"
 
 namespace linux_host {
@@ -15,25 +16,6 @@ constexpr std::array<std::uint32_t, 13> kAacRates_Hz{
 std::uint32_t recordedChannels(std::uint32_t channels) {
   return channels <= 6 || channels == 8 ? channels : 2;
 }
-
-class OpenFileSink : public M4aSink {
- public:
-  explicit OpenFileSink(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
-
-  [[nodiscard]] std::string append(std::span<const std::byte> data) override {
-    return file_->append(data);
-  }
-  [[nodiscard]] std::string pwriteAt(std::uint64_t offset_bytes,
-                                     std::span<const std::byte> data) override {
-    return file_->pwriteAt(offset_bytes, data);
-  }
-  [[nodiscard]] std::uint64_t size_bytes() const override { return file_->size_bytes(); }
-  bool truncate(std::uint64_t size_bytes) override { return file_->truncate(size_bytes).empty(); }
-  void startWriteBack() override { file_->startWriteBack(); }
-
- private:
-  const std::shared_ptr<OpenFile> file_;
-};
 
 // One file, from its first sample to its end. Drain thread, but for its making.
 class Recording : public CaptureConsumer {
@@ -79,8 +61,8 @@ class Recording : public CaptureConsumer {
     std::string error;
     writer_ = writers_.createWriter(&error);
     if (writer_ == nullptr) return error;
-    return writer_->open(std::make_unique<OpenFileSink>(file_), settings_.rate_Hz,
-                         settings_.channels, settings_.bitrate_bps);
+    return writer_->open(m4aSinkFor(file_), settings_.rate_Hz, settings_.channels,
+                         settings_.bitrate_bps);
   }
 
   const std::shared_ptr<OpenFile> file_;

@@ -1,0 +1,182 @@
+#include "hosts/linux/audio/capture_ring.h"
+
+#include <gtest/gtest.h>
+#include <spa/buffer/buffer.h>
+
+#include <algorithm>
+#include <array>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "hosts/linux/audio/capture_stream.h"
+#include "tests/support/realtime_trap.h"
+
+namespace linux_host {
+namespace {
+
+// Blocks whose samples are consecutive numbers, negative in the second channel.
+struct Block {
+  Block(std::uint32_t first, std::uint32_t frames) : left(frames), right(frames) {
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      left[i] = static_cast<float>(first + i);
+      right[i] = -left[i];
+    }
+  }
+  [[nodiscard]] std::array<const float*, 2> planes() const { return {left.data(), right.data()}; }
+  std::vector<float> left;
+  std::vector<float> right;
+};
+
+TEST(CaptureRing, GivesBackWhatWasWritten) {
+  CaptureRing ring(2, 1000);
+  EXPECT_EQ(ring.readable_frames(), 0U);
+  ASSERT_TRUE(ring.write(Block(0, 300).planes().data(), 300));
+  ASSERT_TRUE(ring.write(Block(300, 300).planes().data(), 300));
+  ASSERT_EQ(ring.contiguous_frames(), 600U);
+  for (std::uint32_t i = 0; i < 600; ++i) {
+    EXPECT_EQ(ring.plane(0)[i], static_cast<float>(i));
+    EXPECT_EQ(ring.plane(1)[i], -static_cast<float>(i));
+  }
+  ring.consume(600);
+  EXPECT_EQ(ring.readable_frames(), 0U);
+  EXPECT_EQ(ring.consumed_frames(), 600U);
+  EXPECT_EQ(ring.written_frames(), 600U);
+}
+
+TEST(CaptureRing, WrapsInTheMiddleOfABlock) {
+  CaptureRing ring(2, 1000);
+  ASSERT_TRUE(ring.write(Block(0, 900).planes().data(), 900));
+  ring.consume(900);
+  ASSERT_TRUE(ring.write(Block(900, 500).planes().data(), 500));
+  EXPECT_EQ(ring.readable_frames(), 500U);
+  ASSERT_EQ(ring.contiguous_frames(), 100U);
+  EXPECT_EQ(ring.plane(1)[99], -999.0F);
+  ring.consume(100);
+  ASSERT_EQ(ring.contiguous_frames(), 400U);
+  EXPECT_EQ(ring.plane(0)[0], 1000.0F);
+  EXPECT_EQ(ring.plane(0)[399], 1399.0F);
+}
+
+TEST(CaptureRing, DropsABlockThatDoesNotFitAndCountsIt) {
+  CaptureRing ring(2, 1000);
+  ASSERT_TRUE(ring.write(Block(0, 600).planes().data(), 600));
+  EXPECT_FALSE(ring.write(Block(600, 401).planes().data(), 401));
+  EXPECT_EQ(ring.lost_frames(), 401U);
+  EXPECT_EQ(ring.written_frames(), 600U);
+  ASSERT_TRUE(ring.write(Block(600, 400).planes().data(), 400));
+  EXPECT_EQ(ring.readable_frames(), 1000U);
+  EXPECT_EQ(ring.contiguous_frames(), 1000U);
+  EXPECT_EQ(ring.plane(0)[999], 999.0F);
+  EXPECT_FALSE(ring.write(Block(0, 1).planes().data(), 1));
+  EXPECT_EQ(ring.lost_frames(), 402U);
+}
+
+TEST(CaptureRing, PrefaultLeavesSamplesAlone) {
+  CaptureRing ring(2, 48000);
+  ASSERT_TRUE(ring.write(Block(7, 480).planes().data(), 480));
+  ring.prefault();
+  EXPECT_EQ(ring.plane(0)[479], 486.0F);
+  EXPECT_EQ(ring.plane(1)[0], -7.0F);
+}
+
+TEST(CaptureRing, TwoThreadsNeverSeeASampleOutOfPlace) {
+  constexpr std::uint32_t kFrames = 1 << 22;  // exact in a float
+  CaptureRing ring(2, 4801);
+  std::thread writer([&] {
+    std::mt19937 random(1);
+    for (std::uint32_t written = 0; written < kFrames;) {
+      const std::uint32_t frames = std::min<std::uint32_t>(random() % 1500 + 1, kFrames - written);
+      if (ring.write(Block(written, frames).planes().data(), frames)) {
+        written += frames;
+      } else {
+        std::this_thread::yield();
+      }
+    }
+  });
+  std::mt19937 random(2);
+  std::uint32_t read = 0;
+  std::uint32_t wrong = 0;
+  while (read < kFrames) {
+    const std::uint32_t available = ring.contiguous_frames();
+    if (available == 0) {
+      std::this_thread::yield();
+      continue;
+    }
+    const std::uint32_t frames = std::min<std::uint32_t>(random() % 2000 + 1, available);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+      const auto expected = static_cast<float>(read + i);
+      wrong += ring.plane(0)[i] != expected || ring.plane(1)[i] != -expected ? 1 : 0;
+    }
+    ring.consume(frames);
+    read += frames;
+  }
+  writer.join();
+  EXPECT_EQ(wrong, 0U);
+}
+
+// A stream's buffer over two planes.
+struct StreamBuffer {
+  StreamBuffer(Block& block, std::uint32_t offset_bytes, std::uint32_t size_bytes) {
+    for (std::size_t i = 0; i < 2; ++i) {
+      std::vector<float>& plane = i == 0 ? block.left : block.right;
+      chunks[i] = {offset_bytes, size_bytes, sizeof(float), 0};
+      datas[i].data = plane.data();
+      datas[i].maxsize = static_cast<std::uint32_t>(plane.size() * sizeof(float));
+      datas[i].chunk = &chunks[i];
+    }
+    buffer.n_datas = 2;
+    buffer.datas = datas.data();
+  }
+  std::array<spa_chunk, 2> chunks{};
+  std::array<spa_data, 2> datas{};
+  spa_buffer buffer{};
+};
+
+TEST(StoreBuffer, TakesWhatTheChunksSay) {
+  CaptureRing ring(2, 1000);
+  Block block(0, 512);
+  StreamBuffer stream(block, 16, 400);
+  storeBuffer(stream.buffer, ring);
+  ASSERT_EQ(ring.readable_frames(), 100U);
+  EXPECT_EQ(ring.plane(0)[0], 4.0F);
+  EXPECT_EQ(ring.plane(1)[99], -103.0F);
+}
+
+TEST(StoreBuffer, NeverReadsBeyondThePlanes) {
+  CaptureRing ring(2, 1000);
+  Block block(0, 512);
+  StreamBuffer beyond(block, 16, 4096);
+  storeBuffer(beyond.buffer, ring);
+  EXPECT_EQ(ring.readable_frames(), 508U);
+  StreamBuffer outside(block, 8192, 64);
+  storeBuffer(outside.buffer, ring);
+  EXPECT_EQ(ring.readable_frames(), 508U);
+}
+
+TEST(StoreBuffer, LeavesOutBuffersWithoutAllPlanes) {
+  CaptureRing ring(2, 1000);
+  Block block(0, 512);
+  StreamBuffer stream(block, 0, 2048);
+  stream.buffer.n_datas = 1;
+  storeBuffer(stream.buffer, ring);
+  stream.buffer.n_datas = 2;
+  stream.datas[1].data = nullptr;
+  storeBuffer(stream.buffer, ring);
+  EXPECT_EQ(ring.readable_frames(), 0U);
+}
+
+TEST(StoreBuffer, AllocatesNothingTakesNoLockAndMakesNoSystemCall) {
+  CaptureRing ring(2, 48000);
+  ring.prefault();
+  Block block(0, 1024);
+  StreamBuffer stream(block, 0, 4096);
+  const realtime_trap::Report stores = realtime_trap::runTrapped([&] {
+    for (int i = 0; i < 100; ++i) storeBuffer(stream.buffer, ring);  // until it overflows, too
+    return ring.written_frames() == 46 * 1024 && ring.lost_frames() == 54 * 1024;
+  });
+  EXPECT_TRUE(stores.clean()) << realtime_trap::describe(stores);
+}
+
+}  // namespace
+}  // namespace linux_host

@@ -1,0 +1,352 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "app/command_line.h"
+#include "hosts/linux/application/icons.h"
+#include "hosts/linux/application/request_router.h"
+#include "hosts/linux/windows/windows_loader.h"
+#include "tests/base/temporary_folder.h"
+
+namespace linux_host {
+namespace {
+
+using base_test::Environment;
+using base_test::TemporaryFolder;
+using platform::TerminateReply;
+using record_audio::CommandLine;
+using record_audio::CommandLineError;
+using record_audio::parseCommandLine;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+// Keeps a journal and does what the test wants in each call.
+class Delegate : public platform::ApplicationDelegate, public platform::RemoteControl {
+ public:
+  void applicationWillFinishLaunching() override { happened("will finish"); }
+  bool application(const std::string& openFile) override {
+    happened("open " + openFile);
+    return true;
+  }
+  void applicationDidFinishLaunching() override { happened("did finish"); }
+  bool applicationShouldHandleReopen(bool hasVisibleWindows) override {
+    happened(hasVisibleWindows ? "reopen with windows" : "reopen");
+    return true;
+  }
+  TerminateReply applicationShouldTerminate() override {
+    happened("should terminate");
+    return reply;
+  }
+  void applicationWillTerminate() override { happened("will terminate"); }
+  bool stop() override {
+    happened("stop");
+    return std::exchange(state, "idle") != "idle";
+  }
+  bool cancel() override { return stop(); }
+  [[nodiscard]] platform::Dictionary status() const override { return {{"state", state}}; }
+
+  std::vector<std::string> journal;
+  std::map<std::string, std::function<void()>> whenHappens;
+  TerminateReply reply = TerminateReply::kNow;
+  std::string state = "idle";
+
+ private:
+  void happened(const std::string& what) {
+    journal.push_back(what);
+    const auto action = whenHappens.find(what);
+    if (action != whenHappens.end()) action->second();
+  }
+};
+
+class ApplicationTest : public ::testing::Test {
+ protected:
+  ApplicationTest() {
+    application_.setDelegate(delegate_);
+    router_.attach(delegate_, delegate_, "/preferences");
+  }
+  // Runs what is due on the loop until `done`, and gives up after a while.
+  static void iterateUntil(const std::function<bool()>& done) {
+    const gint64 end_us = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+    while (!done()) {
+      ASSERT_LT(g_get_monotonic_time(), end_us);
+      g_main_context_iteration(nullptr, FALSE);
+    }
+  }
+
+  MainLoop loop_;
+  DispatchThreads dispatch_;
+  LinuxApplication application_{loop_};
+  RequestRouter router_{application_, loop_, dispatch_};
+  std::shared_ptr<Delegate> delegate_ = std::make_shared<Delegate>();
+};
+
+TEST_F(ApplicationTest, CallsItsDelegateInOrder) {
+  delegate_->whenHappens["did finish"] = [&] {
+    loop_.performAfterDelay(0, [&] { application_.terminate(); });
+  };
+  router_.launch({"/a", "/b"});
+  application_.run();
+  EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "open /a", "open /b", "did finish",
+                                              "should terminate", "will terminate"));
+}
+
+TEST_F(ApplicationTest, MayTerminateWithinItsLaunch) {
+  delegate_->whenHappens["did finish"] = [&] { application_.terminate(); };
+  router_.launch({});
+  application_.run();
+  application_.terminate();
+  router_.activate();
+  EXPECT_THAT(delegate_->journal,
+              ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
+}
+
+TEST_F(ApplicationTest, GoesOnWhenItsDelegateCancelsTheEnd) {
+  router_.launch({});
+  delegate_->reply = TerminateReply::kCancel;
+  application_.terminate();
+  EXPECT_FALSE(application_.hasTerminated());
+  delegate_->reply = TerminateReply::kNow;
+  application_.terminate();
+  EXPECT_TRUE(application_.hasTerminated());
+  EXPECT_EQ(delegate_->journal.back(), "will terminate");
+}
+
+TEST_F(ApplicationTest, IsNotAskedAgainWhileItIsAsked) {
+  delegate_->whenHappens["should terminate"] = [&] { application_.terminate(); };
+  router_.launch({});
+  application_.terminate();
+  EXPECT_THAT(delegate_->journal,
+              ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
+}
+
+TEST_F(ApplicationTest, EndsRegardlessOfWhatTheDelegateAnswersButAsksItToSave) {
+  router_.launch({});
+  delegate_->reply = TerminateReply::kCancel;
+  application_.terminateRegardless();
+  EXPECT_THAT(delegate_->journal,
+              ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
+}
+
+TEST_F(ApplicationTest, TellsObserversOfTheIndicatorTheStateAndItsChanges) {
+  class Observer : public IndicatorObserver {
+   public:
+    void activationPolicyDidChange(platform::ActivationPolicy policy) override {
+      seen.push_back(policy == platform::ActivationPolicy::kRegular ? "regular" : "hidden");
+    }
+    void applicationIconDidChange(const platform::ImagePtr& icon) override {
+      seen.push_back(icon == nullptr ? "own icon" : icon->name);
+    }
+    std::vector<std::string> seen;
+  } observer;
+  application_.addIndicatorObserver(observer);
+  application_.setActivationPolicy(platform::ActivationPolicy::kRegular);
+  application_.setActivationPolicy(platform::ActivationPolicy::kRegular);
+  application_.setApplicationIconImage(application_.imageNamed("ActiveIcon.icns"));
+  EXPECT_THAT(observer.seen, ElementsAre("hidden", "own icon", "regular", "ActiveIcon.icns"));
+}
+
+TEST_F(ApplicationTest, RequestsDuringTheLaunchWaitForItsEndExceptPathsToOpen) {
+  std::string line;
+  delegate_->whenHappens["did finish"] = [&] {
+    router_.activate();
+    router_.open({"/x"});
+    router_.status([&](const std::string& text) { line = text; });
+    EXPECT_EQ(line, "");
+  };
+  router_.launch({});
+  EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish", "open /x", "reopen"));
+  EXPECT_EQ(line, R"({"state":"idle"})");
+}
+
+TEST_F(ApplicationTest, ReopenSaysWhetherWindowsAreVisible) {
+  router_.setWindows([] { return true; }, [] { return false; }, [] {});
+  router_.launch({});
+  router_.activate();
+  EXPECT_EQ(delegate_->journal.back(), "reopen with windows");
+}
+
+TEST_F(ApplicationTest, AnAlertThatWaitsIsRaisedInsteadOfAReopen) {
+  int raised = 0;
+  router_.setWindows([] { return true; }, [] { return true; }, [&] { ++raised; });
+  router_.launch({});
+  router_.activate();
+  EXPECT_EQ(raised, 1);
+  EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish"));
+}
+
+TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveClosed) {
+  router_.launch({});
+  delegate_->state = "starting";
+  // A start not yet confirmed ends later.
+  delegate_->whenHappens["stop"] = [&] {
+    loop_.performAfterDelay(0.05, [&] { delegate_->state = "idle"; });
+  };
+  auto token = std::make_unique<PendingWork::Token>(dispatch_.pendingWork());
+  std::optional<RequestResult> result;
+  // The delegate above becomes idle at once; this one takes its time.
+  delegate_->whenHappens["stop"] = [&] {
+    loop_.performAfterDelay(0, [&] { delegate_->state = "starting"; });
+    loop_.performAfterDelay(0.05, [&] { delegate_->state = "idle"; });
+  };
+  router_.action("stop", [&](RequestResult done) { result = done; });
+  bool idle = false;
+  loop_.performAfterDelay(0.15, [&] { idle = true; });
+  iterateUntil([&] { return idle; });
+  EXPECT_FALSE(result) << "a writer is not done";
+  token.reset();
+  iterateUntil([&] { return result.has_value(); });
+  EXPECT_EQ(result, RequestResult::kDone);
+}
+
+TEST_F(ApplicationTest, ThoseWhoStillWaitAreAnsweredAtTheEnd) {
+  router_.launch({});
+  delegate_->state = "recording";
+  const PendingWork::Token token(dispatch_.pendingWork());
+  std::optional<RequestResult> result;
+  router_.action("stop", [&](RequestResult done) { result = done; });
+  EXPECT_FALSE(result);
+  router_.finish();
+  EXPECT_EQ(result, RequestResult::kDone);
+}
+
+TEST_F(ApplicationTest, UnknownActionsAndNothingToStopAreSaid) {
+  router_.launch({});
+  std::vector<RequestResult> results;
+  const auto note = [&](RequestResult result) { results.push_back(result); };
+  router_.action("dance", note);
+  router_.action("stop", note);
+  router_.action("cancel", note);
+  EXPECT_THAT(results, ElementsAre(RequestResult::kUnknown, RequestResult::kNothingToDo,
+                                   RequestResult::kNothingToDo));
+}
+
+TEST(IconsTest, KnowsTheProgramsPicturesAndNoOthers) {
+  for (const char* name : {"ActiveIcon.icns", "KorvelIconOn", "MenuIconOn", "MenuIcon",
+                           platform::kImageNameApplicationIcon}) {
+    const auto image = Icons::imageNamed(name);
+    ASSERT_NE(image, nullptr) << name;
+    EXPECT_EQ(image->name, name);
+    EXPECT_THAT(Icons::themeName(image), HasSubstr("com.vantrel.korvel.RecordAudio"));
+  }
+  EXPECT_EQ(Icons::imageNamed("Other"), nullptr);
+  EXPECT_EQ(Icons::themeName(nullptr), "");
+}
+
+TEST(IconsTest, FindsTheFileInTheBuildFolderOrInTheTheme) {
+  const TemporaryFolder folder;
+  const Icons icons(folder / "resources", folder / "theme");
+  const auto image = Icons::imageNamed("MenuIcon");
+  EXPECT_EQ(icons.file(image), "");
+  const std::string name = "com.vantrel.korvel.RecordAudio-symbolic.svg";
+  base_test::write(folder / ("theme/symbolic/apps/" + name), "");
+  EXPECT_EQ(icons.file(image), folder / ("theme/symbolic/apps/" + name));
+  base_test::write(folder / ("resources/icons/hicolor/symbolic/apps/" + name), "");
+  EXPECT_EQ(icons.file(image), folder / ("resources/icons/hicolor/symbolic/apps/" + name));
+}
+
+TEST(IconsTest, EveryPictureIsAmongTheProductsIcons) {
+  const Icons icons(RA_BUILT_RESOURCES, "/nonexistent");
+  for (const char* name : {"ActiveIcon.icns", "KorvelIconOn", "MenuIconOn", "MenuIcon",
+                           platform::kImageNameApplicationIcon}) {
+    EXPECT_NE(icons.file(Icons::imageNamed(name)), "") << name;
+  }
+}
+
+class Services : public WindowsServices {
+  [[nodiscard]] std::string localizedString(const std::string& key) const override { return key; }
+  [[nodiscard]] std::optional<std::string> outputLocation() override { return std::nullopt; }
+  std::string setOutputLocation(const std::string&) override { return {}; }
+};
+
+class NoOwner : public platform::InterfaceOwner {
+  void connectOutlet(const std::string&, const std::shared_ptr<platform::View>&) override {}
+  void performAction(const std::string&, platform::View*) override {}
+};
+
+platform::Alert alert(std::vector<std::string> buttons) {
+  return {platform::AlertStyle::kCritical, "Microphone muted", "Un-mute it.", std::move(buttons)};
+}
+
+TEST(WindowsLoaderTest, WithoutAScreenAlertsAreLoggedAndDismissedWithTheLastButton) {
+  const Environment environment{
+      {"DISPLAY", ""}, {"WAYLAND_DISPLAY", std::nullopt}, {"QT_QPA_PLATFORM", std::nullopt}};
+  Services services;
+  NoOwner owner;
+  WindowsLoader windows(services, {"/nonexistent"});
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(windows.runModal(alert({})), platform::kAlertFirstButtonReturn);
+  EXPECT_EQ(windows.runModal(alert({"Install", "Cancel"})), platform::kAlertFirstButtonReturn + 1);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("Microphone muted: Un-mute it."));
+  EXPECT_EQ(windows.loadWindow("AudioPreferencesWindow", owner), nullptr);
+  EXPECT_FALSE(windows.linkColor());
+  EXPECT_FALSE(windows.hasVisibleWindows());
+  EXPECT_FALSE(windows.isModuleLoaded());
+}
+
+TEST(WindowsLoaderTest, AMissingOrForeignModuleIsAsGoodAsNoScreen) {
+  const Environment environment{{"QT_QPA_PLATFORM", "offscreen"}};
+  const TemporaryFolder folder;
+  base_test::write(folder / kWindowsModuleFileName, "no library");
+  Services services;
+  for (const std::string& place : {std::string("/nonexistent"), folder.path()}) {
+    WindowsLoader windows(services, {place});
+    EXPECT_EQ(windows.runModal(alert({"A", "B"})), platform::kAlertFirstButtonReturn + 1);
+    EXPECT_FALSE(windows.isModuleLoaded());
+  }
+}
+
+CommandLine parsed(const std::vector<std::string>& arguments) {
+  const auto result = parseCommandLine(arguments);
+  const auto* error = std::get_if<CommandLineError>(&result);
+  if (error != nullptr) {
+    ADD_FAILURE() << error->text;
+    return {};
+  }
+  return std::get<CommandLine>(result);
+}
+
+TEST(CommandLineTest, WithoutOptionsTheProgramRuns) {
+  EXPECT_EQ(parsed({}).command, CommandLine::Command::kRun);
+  EXPECT_THAT(parsed({"/a", "b"}).pathsToOpen, ElementsAre("/a", "b"));
+  EXPECT_THAT(parsed({"--", "--stop"}).pathsToOpen, ElementsAre("--stop"));
+}
+
+TEST(CommandLineTest, EachOptionIsACommand) {
+  EXPECT_EQ(parsed({"--stop"}).command, CommandLine::Command::kStop);
+  EXPECT_EQ(parsed({"--cancel"}).command, CommandLine::Command::kCancel);
+  EXPECT_EQ(parsed({"--status"}).command, CommandLine::Command::kStatus);
+  EXPECT_EQ(parsed({"--help"}).command, CommandLine::Command::kHelp);
+  EXPECT_EQ(parsed({"--version", "--version"}).command, CommandLine::Command::kVersion);
+  EXPECT_TRUE(parsed({"--gapplication-service"}).startedByBus);
+}
+
+TEST(CommandLineTest, TheSuitesPreferencesArgumentIsTolerated) {
+  EXPECT_EQ(parsed({"--preferences"}).command, CommandLine::Command::kRun);
+  EXPECT_THAT(parsed({"--preferences"}).pathsToOpen, IsEmpty());
+}
+
+TEST(CommandLineTest, WhatMakesNoSenseIsAnErrorThatNamesIt) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"--dance"}, "--dance"},
+      {{"-x"}, "-x"},
+      {{"--preferences=1"}, "--preferences=1"},
+      {{"--stop", "--cancel"}, "--cancel"},
+      {{"--status", "/a"}, "/a"},
+      {{""}, "empty"}};
+  for (const auto& [arguments, named] : cases) {
+    const auto result = parseCommandLine(arguments);
+    const auto* error = std::get_if<CommandLineError>(&result);
+    ASSERT_NE(error, nullptr) << arguments.front();
+    EXPECT_THAT(error->text, HasSubstr(named));
+  }
+}
+
+TEST(CommandLineTest, HelpNamesEveryOption) {
+  for (const char* option : {"--stop", "--cancel", "--status", "--help", "--version"}) {
+    EXPECT_THAT(record_audio::helpText(), HasSubstr(option));
+  }
+  EXPECT_EQ(record_audio::versionText("1.2.3"), "record-audio 1.2.3\n");
+}
+
+}  // namespace
+}  // namespace linux_host

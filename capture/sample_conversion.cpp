@@ -1,6 +1,7 @@
 #include "capture/sample_conversion.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <cstring>
 
@@ -25,22 +26,38 @@ std::size_t samplesWithin(std::size_t data_bytes, std::size_t sample_bytes, std:
 }
 
 void copyWords(const std::byte* from, std::uint64_t stride, std::span<std::uint32_t> words) {
-  if (stride == kWord_bytes) {
-    if (!words.empty()) std::memcpy(words.data(), from, words.size_bytes());
-    return;
-  }
   for (std::size_t i = 0; i < words.size(); ++i) {
     std::memcpy(&words[i], from + i * stride, kWord_bytes);
   }
 }
 
+// Words one behind the other, as planes of floats are: a plain copy, without a division.
+std::size_t copyAdjacentWords(std::span<const std::byte> data, std::span<std::uint32_t> words) {
+  const std::size_t count = std::min(data.size() / kWord_bytes, words.size());
+  if (count > 0) std::memcpy(words.data(), data.data(), count * kWord_bytes);
+  return count;
+}
+
+static_assert(std::endian::native == std::endian::little);
+
+template <typename Unsigned>
+std::uint32_t loaded(const std::byte* from) {
+  Unsigned value;
+  std::memcpy(&value, from, sizeof value);
+  return value;
+}
+
 template <std::size_t kSample_bytes>
 std::uint32_t littleEndian(const std::byte* from) {
-  std::uint32_t value = 0;
-  for (std::size_t j = 0; j < kSample_bytes; ++j) {
-    value |= std::to_integer<std::uint32_t>(from[j]) << (8 * j);
+  if constexpr (kSample_bytes == 1) {
+    return loaded<std::uint8_t>(from);
+  } else if constexpr (kSample_bytes == 2) {
+    return loaded<std::uint16_t>(from);
+  } else if constexpr (kSample_bytes == 3) {
+    return loaded<std::uint16_t>(from) | loaded<std::uint8_t>(from + 2) << 16;
+  } else {
+    return loaded<std::uint32_t>(from);
   }
-  return value;
 }
 
 // Moving the sample to the top of the word gives it its sign: what would be extended below the
@@ -85,21 +102,27 @@ bool canConvertSamples(const platform::AudioStreamBasicDescription& format) {
 std::size_t convertSamples(const platform::AudioStreamBasicDescription& format,
                            std::span<const std::byte> data, std::span<std::uint32_t> words) {
   assert(canConvertSamples(format));
-  const bool wholeWords = format.mBitsPerChannel == kWordBits;
-  // Bytes beyond the fourth would be shifted out of the word.
-  const std::size_t sample_bytes =
-      wholeWords
-          ? kWord_bytes
-          : std::min<std::size_t>(format.mBytesPerFrame / format.mChannelsPerFrame, kWord_bytes);
   const std::uint64_t stride = stride_bytes(format);
-  const std::size_t count = samplesWithin(data.size(), sample_bytes, stride, words.size());
-  const auto present = words.first(count);
-  if (wholeWords) {
-    copyWords(data.data(), stride, present);
+  const bool wholeWords = format.mBitsPerChannel == kWordBits;
+  std::size_t count = 0;
+  if (wholeWords && stride == kWord_bytes) {
+    count = copyAdjacentWords(data, words);
   } else {
-    widenSamples(sample_bytes, data.data(), stride, kWordBits - format.mBitsPerChannel, present);
+    // Bytes beyond the fourth would be shifted out of the word.
+    const std::size_t sample_bytes =
+        wholeWords
+            ? kWord_bytes
+            : std::min<std::size_t>(format.mBytesPerFrame / format.mChannelsPerFrame, kWord_bytes);
+    count = samplesWithin(data.size(), sample_bytes, stride, words.size());
+    const auto present = words.first(count);
+    if (wholeWords) {
+      copyWords(data.data(), stride, present);
+    } else {
+      widenSamples(sample_bytes, data.data(), stride, kWordBits - format.mBitsPerChannel, present);
+    }
   }
-  std::fill(words.begin() + static_cast<std::ptrdiff_t>(count), words.end(), 0U);
+  const auto absent = words.subspan(count);
+  std::fill(absent.begin(), absent.end(), 0U);
   return count;
 }
 

@@ -1,0 +1,139 @@
+// What the MP3 file holds: decoded and compared with what was captured.
+
+#include "tests/capture/mp3_decoding.h"
+#include "tests/capture/recorder_fixture.h"
+
+namespace {
+
+using namespace capture_test;
+
+class Mp3StreamTest : public RecorderFixture {
+ protected:
+  // The finished file of one recording of `samples`.
+  std::string recorded(const std::vector<float>& samples, std::uint64_t quality = 0) {
+    record(kMp3, quality);
+    deliver(samples);
+    recorder->stopRecord();
+    memory.runLoop.settle();
+    return memory.fileManager.contents(recorder->outputFilePath());
+  }
+};
+
+// Frame sync of MPEG-1 layer III, without a byte before it.
+void expectFrameAtFirstByte(const std::string& stream) {
+  ASSERT_GE(stream.size(), 4U);
+  EXPECT_EQ(static_cast<unsigned char>(stream[0]), 0xFF);
+  EXPECT_EQ(static_cast<unsigned char>(stream[1]) & 0xFE, 0xFA);
+}
+
+TEST_F(Mp3StreamTest, HoldsTheToneOnBothChannelsFromItsFirstByte) {
+  const auto stream = recorded(sine(1000, 0.5, 2 * 48000));
+  expectFrameAtFirstByte(stream);
+  const auto decoded = decodeMp3(stream);
+  EXPECT_EQ(decoded.sampleRate_hz, 48000);
+  EXPECT_EQ(decoded.channels, 2);
+  EXPECT_EQ(decoded.bitrate, 320);
+  for (const auto& channel : {decoded.left, decoded.right}) {
+    const auto part = middle(channel);
+    EXPECT_NEAR(rms(part), 0.5 / std::numbers::sqrt2, 0.003);
+    EXPECT_GT(shareAt(part, 1000, 48000), 0.999);
+  }
+}
+
+TEST_F(Mp3StreamTest, LosesNoMoreThanTheEncodersDelay) {
+  const auto decoded = decodeMp3(recorded(sine(1000, 0.5, 2 * 48000)));
+  // The flush completes what was captured; LAME and the decoder add their own delays.
+  EXPECT_GE(decoded.left.size(), 2U * 48000);
+  EXPECT_LE(decoded.left.size(), 2U * 48000 + 4 * 1152);
+}
+
+TEST_F(Mp3StreamTest, EncodesAMonoDeviceAsMono) {
+  addInputDevice(memory.audioHardware, kMicId, kMicUID, 1);
+  const auto decoded = decodeMp3(recorded(sine(440, 0.25, 48000)));
+  EXPECT_EQ(decoded.channels, 1);
+  EXPECT_NEAR(rms(middle(decoded.left)), 0.25 / std::numbers::sqrt2, 0.002);
+  EXPECT_GT(shareAt(middle(decoded.left), 440, 48000), 0.999);
+}
+
+TEST_F(Mp3StreamTest, EncodesALayoutOfManyChannelsAsStereo) {
+  addInputDevice(memory.audioHardware, kMicId, kMicUID, 6);
+  const auto decoded = decodeMp3(recorded(sine(440, 0.25, 48000)));
+  EXPECT_EQ(decoded.channels, 2);
+  EXPECT_GT(shareAt(middle(decoded.right), 440, 48000), 0.999);
+}
+
+TEST_F(Mp3StreamTest, KeepsTheDevicesRate) {
+  addInputDevice(memory.audioHardware, kMicId, kMicUID, 2, 44099.6);
+  const auto decoded = decodeMp3(recorded(sine(1000, 0.5, 44100, 44100)));
+  EXPECT_EQ(decoded.sampleRate_hz, 44100);
+  EXPECT_GT(shareAt(middle(decoded.left), 1000, 44100), 0.999);
+}
+
+TEST_F(Mp3StreamTest, UsesTheBitRateOfEachQuality) {
+  const std::vector<std::pair<std::uint64_t, int>> expected{{0, 320}, {1, 192}, {2, 96}, {5, 320}};
+  for (const auto& [quality, bitrate] : expected) {
+    EXPECT_EQ(decodeMp3(recorded(sine(440, 0.5, 24000), quality)).bitrate, bitrate)
+        << "quality " << quality;
+    memory.runLoop.advance(1);
+  }
+}
+
+TEST_F(Mp3StreamTest, EncodesIntegersAtTheLevelTheyHave) {
+  record(kMp3);
+  const auto tone = sine(1000, 0.5, 48000);
+  std::vector<std::byte> data;
+  for (const float sample : tone) {
+    const auto value = static_cast<std::int16_t>(std::lround(sample * 32767));
+    data.push_back(static_cast<std::byte>(value & 0xFF));
+    data.push_back(static_cast<std::byte>((value >> 8) & 0xFF));
+  }
+  platform::AudioStreamBasicDescription format;
+  format.mFormatFlags = platform::kAudioFormatFlagIsSignedInteger;
+  format.mBytesPerFrame = 2;
+  format.mChannelsPerFrame = 1;
+  format.mBitsPerChannel = 16;
+  dataOutput().deliver(
+      std::make_shared<memory_host::MemorySampleBuffer>(format, 48000, std::move(data)));
+  memory.runLoop.settle();
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  const auto decoded = decodeMp3(memory.fileManager.contents(recorder->outputFilePath()));
+  EXPECT_NEAR(rms(middle(decoded.left)), 0.5 / std::numbers::sqrt2, 0.003);
+  EXPECT_GT(shareAt(middle(decoded.right), 1000, 48000), 0.999);
+}
+
+TEST_F(Mp3StreamTest, LosesNothingWhenTheEncodeQueueStallsAndGoesOn) {
+  const auto tone = sine(1000, 0.5, 5 * 48000);
+  record(kMp3);
+  deliver(tone);
+  const std::size_t smooth_bytes = writtenBytes();
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  const auto smooth = memory.fileManager.contents(recorder->outputFilePath());
+
+  memory.runLoop.advance(60);
+  memory.fileManager.journal.clear();
+  ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
+  session().reportStarted();
+  encodeQueue().stalled = true;
+  deliver(tone);
+  EXPECT_EQ(writtenBytes(), 0U);
+  encodeQueue().stalled = false;
+  memory.runLoop.settle();
+  EXPECT_EQ(writtenBytes(), smooth_bytes);
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  EXPECT_EQ(memory.fileManager.contents(recorder->outputFilePath()), smooth);
+}
+
+TEST_F(Mp3StreamTest, StaysReadableAfterARuntimeErrorWithAllThatWasCaptured) {
+  record(kMp3);
+  deliver(sine(1000, 0.5, 48000));
+  session().reportError("the source is gone");
+  memory.runLoop.settle();
+  const auto decoded = decodeMp3(memory.fileManager.contents(recorder->outputFilePath()));
+  EXPECT_GE(decoded.left.size(), 48000U);
+  EXPECT_GT(shareAt(middle(decoded.left), 1000, 48000), 0.999);
+}
+
+}  // namespace

@@ -44,6 +44,10 @@ Icons Icons::ofExecutable(const std::string& executable, const std::string& bund
   return {bundlePath + "/Contents/Resources", theme.lexically_normal().string()};
 }
 
+std::string Icons::themeRoot() const {
+  return fs::exists(bundleIcons_) ? bundleIcons_ : fs::path(themeFolder_).parent_path().string();
+}
+
 platform::ImagePtr Icons::imageNamed(const std::string& name) {
   if (entryNamed(name) == nullptr) return nullptr;
   return std::make_shared<const platform::Image>(platform::Image{name});
@@ -59,7 +63,7 @@ std::string Icons::file(const platform::ImagePtr& image) const {
   if (name.empty()) return {};
   const std::string kind = name.ends_with("-symbolic") ? "symbolic" : "scalable";
   std::error_code ignored;
-  for (const fs::path& path : {fs::path(bundleIcons_) / kind / (name + ".svg"),
+  for (const fs::path& path : {fs::path(bundleIcons_) / "hicolor" / kind / "apps" / (name + ".svg"),
                                fs::path(themeFolder_) / kind / "apps" / (name + ".svg")}) {
     if (fs::exists(path, ignored)) return path.string();
   }

@@ -21,6 +21,8 @@ class Icons {
   [[nodiscard]] static std::string themeName(const platform::ImagePtr& image);
   // The picture's file; empty when it is not installed.
   [[nodiscard]] std::string file(const platform::ImagePtr& image) const;
+  // The folder with the icon theme "hicolor" that the program's own icons are in.
+  [[nodiscard]] std::string themeRoot() const;
 
  private:
   const std::string bundleIcons_;

@@ -1,0 +1,74 @@
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "app/app_delegate.h"
+#include "app/command_line.h"
+#include "hosts/linux/bus/client_commands.h"
+#include "hosts/linux/host/linux_host.h"
+#include "platform/file_url.h"
+
+// The entry point on the Linux desktop: the one place that knows the core and the host.
+
+namespace {
+
+using record_audio::CommandLine;
+
+// The ways to talk to an instance, for commands that do nothing else.
+int runClientCommand(CommandLine::Command command) {
+  linux_host::SessionBus bus;
+  linux_host::Instance instance(bus, linux_host::LinuxFileManager().temporaryDirectory());
+  switch (command) {
+    case CommandLine::Command::kStop:
+      return linux_host::stopCommand(instance, std::cout, std::cerr);
+    case CommandLine::Command::kCancel:
+      return linux_host::cancelCommand(instance, std::cerr);
+    default:
+      return linux_host::statusCommand(instance, std::cout, std::cerr);
+  }
+}
+
+// What travels to a running instance: paths as URLs, whatever is no path as it is.
+std::vector<std::string> urisOf(const std::vector<std::string>& paths) {
+  std::vector<std::string> uris;
+  for (const std::string& path : paths) {
+    const bool isPath =
+        path.find('/') != std::string::npos && path.find("://") == std::string::npos;
+    uris.push_back(isPath ? platform::fileURLWithPath(std::filesystem::absolute(path)) : path);
+  }
+  return uris;
+}
+
+int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) {
+  linux_host::LinuxHost host(std::move(arguments));
+  if (!host.becomeInstance(urisOf(commandLine.pathsToOpen))) return 0;
+  auto delegate = record_audio::AppDelegate::create(host.environment());
+  host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> arguments(argv, argv + argc);
+  const auto parsed = record_audio::parseCommandLine({arguments.begin() + 1, arguments.end()});
+  if (const auto* error = std::get_if<record_audio::CommandLineError>(&parsed)) {
+    std::cerr << error->text << '\n';
+    return record_audio::kExitUsage;
+  }
+  const auto& commandLine = std::get<CommandLine>(parsed);
+  switch (commandLine.command) {
+    case CommandLine::Command::kHelp:
+      std::cout << record_audio::helpText();
+      return 0;
+    case CommandLine::Command::kVersion:
+      std::cout << record_audio::versionText(RA_VERSION);
+      return 0;
+    case CommandLine::Command::kRun:
+      return runTool(commandLine, std::move(arguments));
+    default:
+      return runClientCommand(commandLine.command);
+  }
+}

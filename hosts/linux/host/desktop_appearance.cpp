@@ -1,0 +1,105 @@
+#include "hosts/linux/host/desktop_appearance.h"
+
+#include <optional>
+#include <string>
+
+#include "hosts/linux/bus/dbus_support.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
+constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
+constexpr const char* kAppearance = "org.freedesktop.appearance";
+
+VariantPtr callOn(GDBusConnection* bus, const char* name, const char* path, const char* interface,
+                  const char* method, GVariant* parameters) {
+  return VariantPtr(g_dbus_connection_call_sync(bus, name, path, interface, method, parameters,
+                                                nullptr, G_DBUS_CALL_FLAGS_NONE, kPortalAnswer_ms,
+                                                nullptr, nullptr));
+}
+
+bool listsPortal(GDBusConnection* bus, const char* method) {
+  const VariantPtr answer = callOn(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                   "org.freedesktop.DBus", method, nullptr);
+  if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(as)"))) return false;
+  const VariantPtr names(g_variant_get_child_value(answer.get(), 0));
+  bool found = false;
+  GVariantIter each;
+  g_variant_iter_init(&each, names.get());
+  const gchar* name = nullptr;
+  while (g_variant_iter_next(&each, "&s", &name)) found = found || std::string(name) == kPortalName;
+  return found;
+}
+
+// The number behind a setting that comes in one variant or two.
+std::optional<guint32> portalSetting(GDBusConnection* bus, const char* key) {
+  const VariantPtr answer = callOn(bus, kPortalName, kPortalPath, "org.freedesktop.portal.Settings",
+                                   "Read", g_variant_new("(ss)", kAppearance, key));
+  if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(v)"))) return std::nullopt;
+  VariantPtr value(g_variant_get_child_value(answer.get(), 0));
+  while (g_variant_is_of_type(value.get(), G_VARIANT_TYPE_VARIANT)) {
+    value.reset(g_variant_get_variant(value.get()));
+  }
+  if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE_UINT32)) return std::nullopt;
+  return g_variant_get_uint32(value.get());
+}
+
+// A setting of the desktop; null when the desktop has no such setting.
+VariantPtr desktopSetting(const char* schemaId, const char* key) {
+  GSettingsSchemaSource* source = g_settings_schema_source_get_default();
+  if (source == nullptr) return nullptr;
+  GSettingsSchema* schema = g_settings_schema_source_lookup(source, schemaId, TRUE);
+  if (schema == nullptr) return nullptr;
+  VariantPtr value;
+  if (g_settings_schema_has_key(schema, key) != FALSE) {
+    GSettings* settings = g_settings_new(schemaId);
+    value.reset(g_settings_get_value(settings, key));
+    g_object_unref(settings);
+  }
+  g_settings_schema_unref(schema);
+  return value;
+}
+
+bool themeSays(const std::string& word) {
+  const gchar* theme = g_getenv("GTK_THEME");
+  return theme != nullptr && std::string(theme).find(word) != std::string::npos;
+}
+
+bool desktopWantsDark() {
+  const VariantPtr scheme = desktopSetting("org.gnome.desktop.interface", "color-scheme");
+  if (scheme && g_variant_is_of_type(scheme.get(), G_VARIANT_TYPE_STRING) &&
+      std::string(g_variant_get_string(scheme.get(), nullptr)) == "prefer-dark") {
+    return true;
+  }
+  return themeSays("dark") || themeSays("HighContrastInverse");
+}
+
+bool desktopWantsContrast() {
+  const VariantPtr contrast = desktopSetting("org.gnome.desktop.a11y.interface", "high-contrast");
+  if (contrast && g_variant_is_of_type(contrast.get(), G_VARIANT_TYPE_BOOLEAN) &&
+      g_variant_get_boolean(contrast.get()) != FALSE) {
+    return true;
+  }
+  return themeSays("HighContrast");
+}
+
+}  // namespace
+
+Appearance desktopAppearance(GDBusConnection* bus) {
+  Appearance appearance;
+  std::optional<guint32> scheme;
+  std::optional<guint32> contrast;
+  if (bus != nullptr &&
+      (listsPortal(bus, "ListNames") || listsPortal(bus, "ListActivatableNames"))) {
+    scheme = portalSetting(bus, "color-scheme");
+    contrast = portalSetting(bus, "contrast");
+    appearance.portal = scheme.has_value();
+  }
+  // 1 is "prefers dark" and "prefers high contrast".
+  appearance.dark = scheme && *scheme != 0 ? *scheme == 1 : desktopWantsDark();
+  appearance.highContrast = contrast && *contrast != 0 ? *contrast == 1 : desktopWantsContrast();
+  return appearance;
+}
+
+}  // namespace linux_host

@@ -1,0 +1,144 @@
+#include "hosts/linux/host/linux_host.h"
+
+#include <csignal>
+
+#include "hosts/linux/audio_units/no_audio_units.h"
+#include "hosts/linux/authorization/system_paths.h"
+#include "hosts/linux/base/log.h"
+#include "hosts/linux/host/desktop_appearance.h"
+
+namespace linux_host {
+namespace {
+
+// What is sent at the very end may take this long to leave.
+constexpr int kLastWords_ms = 1000;
+
+PipeWireConnection::Callbacks pipeWireCallbacks() {
+  PipeWireConnection::Callbacks callbacks;
+  callbacks.onLost = [](const std::string& message) { logMessage(LogLevel::kError, message); };
+  return callbacks;
+}
+
+}  // namespace
+
+std::unique_ptr<platform::Bundle> SystemBundleLoader::bundleWithPath(
+    const std::string& path) const {
+  return loader_.bundleWithPath(mappedSystemPath(path));
+}
+
+std::string HostWindowsServices::localizedString(const std::string& key) const {
+  return bundle_.localizedString(key);
+}
+
+std::optional<std::string> HostWindowsServices::outputLocation() {
+  return storage_.outputFolder(suite::kToolIdentifier);
+}
+
+std::string HostWindowsServices::setOutputLocation(const std::string& path) {
+  return storage_.setOutputFolder(suite::kToolIdentifier, path);
+}
+
+Appearance HostWindowsServices::appearance() const {
+  return desktopAppearance(bus_.connection());
+}
+
+LinuxHost::LinuxHost(std::vector<std::string> arguments)
+    : executable_(executablePath()),
+      pipeWire_(pipeWireCallbacks()),
+      processInfo_(std::move(arguments)),
+      folders_(XdgFolders::fromEnvironment()),
+      userDefaults_(folders_.config + "/" + kApplicationId + "/defaults.json"),
+      storage_(folders_),
+      embeddedSuite_(storage_, wallClock_),
+      bundle_(LinuxBundle::mainBundle(BundlePaths::ofExecutable(executable_))),
+      icons_(Icons::ofExecutable(executable_, bundle_->bundlePath())),
+      m4aWriters_([](const char* line) { logMessage(LogLevel::kWarning, line); }),
+      permission_([this] { return sessionBus_.connection(); }),
+      audioHardware_(pipeWire_, deviceClocks_),
+      audioUnits_(std::make_unique<NoAudioUnits>()),
+      capture_(
+          {pipeWire_, notificationCenter_,
+           [this](std::function<void()> work) { dispatch_.mainQueue()->async(std::move(work)); },
+           dispatch_.pendingWork(), fileManager_.openFiles(), m4aWriters_, permission_}),
+      authorization_(systemBus_),
+      appleEvents_(systemBus_),
+      userNotifications_(sessionBus_.connection(), *bundle_),
+      workspace_(sessionBus_.connection(),
+                 [this](const platform::ImagePtr& image) { return icons_.file(image); }),
+      windowsServices_(*bundle_, storage_, sessionBus_),
+      windows_(windowsServices_, M4aWriterFactory::defaultFolders()),
+      application_(mainLoop_),
+      ports_{
+          application_,   windows_,           workspace_,     windows_,        windows_,
+          windows_,       userNotifications_, wallClock_,     userDefaults_,   fileManager_,
+          *bundle_,       bundleLoader_,      processInfo_,   mainLoop_,       notificationCenter_,
+          dateFormatter_, userAccount_,       hostClock_,     dispatch_,       capture_,
+          audioHardware_, *audioUnits_,       authorization_, launchServices_, appleEvents_},
+      suite_(embeddedSuite_.interfaces()),
+      router_(application_, mainLoop_, dispatch_),
+      toolObject_(router_),
+      instance_(sessionBus_, fileManager_.temporaryDirectory()),
+      quitSignals_(application_),
+      loginSession_(bundle_->localizedString("Audio recording"),
+                    [this] { application_.terminate(); }) {
+  // A client that went away in the middle of an answer is no reason to end.
+  std::signal(SIGPIPE, SIG_IGN);
+  router_.setWindows([this] { return windows_.hasVisibleWindows(); },
+                     [this] { return windows_.isAlertShowing(); },
+                     [this] { windows_.raiseWindows(); });
+  application_.setOnActivate([this] { windows_.raiseWindows(); });
+  embeddedSuite_.addObserver(toolObject_);
+  embeddedSuite_.addObserver(loginSession_);
+}
+
+LinuxHost::~LinuxHost() = default;
+
+bool LinuxHost::becomeInstance(const std::vector<std::string>& uris) {
+  return claimOrHandOver(instance_, toolObject_, uris) == Instance::Claim::kOurs;
+}
+
+void LinuxHost::showInDesktop() {
+  GDBusConnection* bus = sessionBus_.connection();
+  if (bus == nullptr) {
+    logOnce(
+        LogLevel::kWarning, "session bus",
+        "There is no session bus (" + sessionBus_.error() +
+            "): no tray icon and no notifications. Stop the recording with --stop or a signal.");
+    return;
+  }
+  indicator_ = std::make_unique<Indicator>(bus, router_, *bundle_, icons_.themeRoot(),
+                                           [this](bool present) { reportMissingTray(present); });
+  application_.addIndicatorObserver(*indicator_);
+  embeddedSuite_.addObserver(*indicator_);
+}
+
+void LinuxHost::reportMissingTray(bool present) {
+  if (present) return;
+  logOnce(LogLevel::kWarning, "tray",
+          "The desktop has no tray to show the recording in; start the program again, or use "
+          "--stop, to end it.");
+}
+
+void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
+                    std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
+  showInDesktop();
+  application_.setDelegate(delegate);
+  router_.attach(delegate, std::move(remote), suite::kToolIdentifier);
+  delegate.reset();
+  if (launch.startedByBus) {
+    router_.launchOnFirstRequest();
+  } else {
+    router_.launch(launch.pathsToOpen);
+  }
+  application_.run();
+
+  // From here on a new start is a new instance; this one only finishes its files.
+  instance_.release();
+  dispatch_.waitUntilIdle();
+  router_.finish();
+  loginSession_.releaseShutdown();
+  workspace_.finish(kLastWords_ms);
+  toolObject_.flushAll(kLastWords_ms);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,146 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/application/icons.h"
+#include "hosts/linux/application/linux_application.h"
+#include "hosts/linux/application/quit_signals.h"
+#include "hosts/linux/application/request_router.h"
+#include "hosts/linux/audio/device_clock_table.h"
+#include "hosts/linux/audio/pipewire_audio_hardware.h"
+#include "hosts/linux/audio/pipewire_capture.h"
+#include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/authorization/desktop_launch_services.h"
+#include "hosts/linux/authorization/login_apple_events.h"
+#include "hosts/linux/authorization/polkit_authorization.h"
+#include "hosts/linux/base/bundle.h"
+#include "hosts/linux/base/date_formatter.h"
+#include "hosts/linux/base/dispatch.h"
+#include "hosts/linux/base/notification_center.h"
+#include "hosts/linux/base/run_loop.h"
+#include "hosts/linux/base/system_info.h"
+#include "hosts/linux/bus/instance.h"
+#include "hosts/linux/bus/session_bus.h"
+#include "hosts/linux/bus/tool_object.h"
+#include "hosts/linux/files/file_manager.h"
+#include "hosts/linux/indicator/indicator.h"
+#include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "hosts/linux/notifications/notification_center.h"
+#include "hosts/linux/permission/desktop_permission.h"
+#include "hosts/linux/power/login_session.h"
+#include "hosts/linux/settings_store/suite_storage.h"
+#include "hosts/linux/settings_store/user_defaults.h"
+#include "hosts/linux/windows/windows_loader.h"
+#include "hosts/linux/workspace/workspace.h"
+#include "suite/embedded_suite.h"
+#include "suite/environment.h"
+
+namespace linux_host {
+
+// Bundles of the system's own, wherever this system keeps them.
+class SystemBundleLoader : public platform::BundleLoader {
+ public:
+  [[nodiscard]] std::unique_ptr<platform::Bundle> bundleWithPath(
+      const std::string& path) const override;
+
+ private:
+  LinuxBundleLoader loader_;
+};
+
+// What the windows need of the program.
+class HostWindowsServices : public WindowsServices {
+ public:
+  // All outlive this object.
+  HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus)
+      : bundle_(bundle), storage_(storage), bus_(bus) {}
+
+  [[nodiscard]] std::string localizedString(const std::string& key) const override;
+  [[nodiscard]] std::optional<std::string> outputLocation() override;
+  std::string setOutputLocation(const std::string& path) override;
+  [[nodiscard]] Appearance appearance() const override;
+
+ private:
+  const platform::Bundle& bundle_;
+  suite::Storage& storage_;
+  SessionBus& bus_;
+};
+
+// The Linux desktop, put together: every port, the suite on this machine, and the ways in which
+// others reach the program. One per process; made, used and destroyed on the main thread.
+class LinuxHost {
+ public:
+  // Begins to connect to PipeWire before anything else, in the background.
+  explicit LinuxHost(std::vector<std::string> arguments);
+  ~LinuxHost();
+  LinuxHost(const LinuxHost&) = delete;
+  LinuxHost& operator=(const LinuxHost&) = delete;
+
+  [[nodiscard]] suite::Environment environment() { return {ports_, suite_}; }
+  [[nodiscard]] SessionBus& sessionBus() { return sessionBus_; }
+  [[nodiscard]] std::string temporaryDirectory() const { return fileManager_.temporaryDirectory(); }
+
+  // Becomes the running instance, or hands the request (`uris`, or a click without any) over to
+  // the one that runs; false then.
+  bool becomeInstance(const std::vector<std::string>& uris);
+
+  struct Launch {
+    std::vector<std::string> pathsToOpen;
+    bool startedByBus = false;  // the request that started us follows
+  };
+  // Launches the delegate and runs until it has terminated and every file is closed.
+  void run(std::shared_ptr<platform::ApplicationDelegate> delegate,
+           std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
+
+ private:
+  void showInDesktop();
+  void reportMissingTray(bool present);
+
+  // In the order in which they need each other.
+  const std::string executable_;
+  DeviceClockTable deviceClocks_;
+  PipeWireConnection pipeWire_;
+  MainLoop mainLoop_;
+  DispatchThreads dispatch_;
+  LinuxNotificationCenter notificationCenter_;
+  LinuxWallClock wallClock_;
+  LinuxHostClock hostClock_;
+  LinuxProcessInfo processInfo_;
+  LinuxUserAccount userAccount_;
+  LinuxDateFormatter dateFormatter_;
+  LinuxFileManager fileManager_;
+  XdgFolders folders_;
+  LinuxUserDefaults userDefaults_;
+  SuiteStorage storage_;
+  suite::EmbeddedSuite embeddedSuite_;
+  std::unique_ptr<LinuxBundle> bundle_;
+  SystemBundleLoader bundleLoader_;
+  Icons icons_;
+  SessionBus sessionBus_;
+  SystemBus systemBus_;
+  M4aWriterFactory m4aWriters_;
+  DesktopMicrophonePermission permission_;
+  PipeWireAudioHardware audioHardware_;
+  std::unique_ptr<platform::AudioUnits> audioUnits_;
+  PipeWireCapture capture_;
+  PolkitAuthorization authorization_;
+  DesktopLaunchServices launchServices_;
+  LoginAppleEvents appleEvents_;
+  DesktopNotificationCenter userNotifications_;
+  DesktopWorkspace workspace_;
+  HostWindowsServices windowsServices_;
+  WindowsLoader windows_;
+  LinuxApplication application_;
+  platform::Host ports_;
+  suite::Suite suite_;
+
+  RequestRouter router_;
+  ToolObject toolObject_;
+  Instance instance_;
+  QuitSignals quitSignals_;
+  LoginSession loginSession_;
+  std::unique_ptr<Indicator> indicator_;
+};
+
+}  // namespace linux_host

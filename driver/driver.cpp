@@ -165,8 +165,7 @@ void Driver::guardDied() {
 
 void Driver::announce() {
   if (anotherDriver_) {
-    report("another one serves this daemon already");
-    stop();
+    yieldToAnotherDriver();
     return;
   }
   const spa_dict_item item{kLoopbackDriverKey, options_.version.c_str()};
@@ -263,9 +262,24 @@ void Driver::clientAppeared(std::uint32_t global) {
 }
 
 void Driver::clientInfo(std::uint32_t global, const spa_dict& properties) {
-  if (!announced_ && !lookup(properties, kLoopbackDriverKey).empty()) anotherDriver_ = true;
+  if (!lookup(properties, kLoopbackDriverKey).empty()) driverFound(global);
   requests_.requestIs(global, lookup(properties, kLoopbackRequestKey), announced_);
   followRequests();
+}
+
+void Driver::driverFound(std::uint32_t global) {
+  if (!announced_) {
+    anotherDriver_ = true;
+    return;
+  }
+  // Of two that started in the same moment one has to go, and both have to agree which.
+  const auto own = pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(core_)));
+  if (global < own) yieldToAnotherDriver();
+}
+
+void Driver::yieldToAnotherDriver() {
+  if (!stopping_) report("another one serves this daemon already");
+  stop();
 }
 
 void Driver::coreFailed(int result, const char* message) {

@@ -54,6 +54,8 @@ class Driver {
   void metadataAppeared(std::uint32_t global);
   void clientAppeared(std::uint32_t global);
   void clientInfo(std::uint32_t global, const spa_dict& properties);
+  void driverFound(std::uint32_t global);
+  void yieldToAnotherDriver();
   void coreFailed(int result, const char* message);
 
   // Shows or hides the device as the requests ask for.

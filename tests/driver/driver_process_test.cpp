@@ -80,6 +80,21 @@ TEST_F(DriverTest, ASecondOneLeavesTheFirstAlone) {
   EXPECT_EQ(driverPid(), first);
 }
 
+TEST_F(DriverlessTest, OfTwoThatStartInTheSameMomentOneStays) {
+  for (int round = 0; round < 5; ++round) {
+    const auto first = startDriver();
+    const auto second = startDriver();
+    ASSERT_TRUE(waitUntil([&] { return first->isRunning() != second->isRunning(); }));
+    const auto& loser = first->isRunning() ? second : first;
+    const auto& winner = first->isRunning() ? first : second;
+    EXPECT_EQ(loser->waitForExit(std::chrono::seconds(5)), 0);
+    EXPECT_TRUE(waitUntil([&] { return driverPid() == winner->pid(); }));
+    EXPECT_TRUE(winner->isRunning());
+    winner->terminate();
+    ASSERT_TRUE(waitUntil([this] { return !driverPid().has_value(); }));
+  }
+}
+
 TEST_F(DriverlessTest, CleansUpWhatADriverLeftThatDiedWithItsGuard) {
   control().setDefaultSink(kSpeaker);
   auto driver = startDriver();

@@ -92,7 +92,7 @@ class DriftSimulation {
 
   static constexpr std::int64_t kFirstInputTime = 1'000'000;
   static constexpr double kLargestJitter_s = 0.003;
-  static constexpr double kXrunProbability = 1.0 / 60'000;  // of a period: every ten minutes or so
+  static constexpr double kXrunProbability = 1.0 / 1000;  // of a period: every ten seconds or so
   // A lost input block is heard (as silence) a latency later.
   static constexpr double kSettling_s = 0.1;
 

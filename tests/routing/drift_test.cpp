@@ -14,9 +14,9 @@ namespace {
 constexpr double kDay_s = 24 * 3600;
 constexpr double kHour_s = 3600;
 
-// With a sanitizer a twentieth of the time is simulated.
+// With a sanitizer a hundredth of the time is simulated.
 double simulated(double duration_s) {
-  return kSanitized ? duration_s / kSanitizedShare : duration_s;
+  return kSanitized ? duration_s / kSanitizedTimeShare : duration_s;
 }
 
 class Drift : public testing::TestWithParam<Scenario> {};

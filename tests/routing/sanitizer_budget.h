@@ -4,14 +4,15 @@
 
 namespace routing_test {
 
-// Sanitizers slow these tests down ten to forty times; with one of them a twentieth of the work is
-// done.
+// Sanitizers slow these tests down ten to a hundred times; with one of them only a share of the
+// work is done.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;
 #endif
 inline constexpr std::uint32_t kSanitizedShare = 20;
+inline constexpr double kSanitizedTimeShare = 100;  // of simulated time
 
 constexpr std::uint32_t budget(std::uint32_t full) {
   return kSanitized ? full / kSanitizedShare : full;

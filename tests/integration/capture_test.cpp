@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -318,6 +319,31 @@ TEST_F(CaptureTest, LoopbackIsNeverSilentWhenItIsRecordedAgainAtOnce) {
     session->stopRunning();
     EXPECT_FALSE(withoutLeadingSilence(collector->channel(0)).empty()) << round;
   }
+}
+
+TEST_F(CaptureTest, LevelThatAMixerGaveToAnEarlierRecordingIsNotRemembered) {
+  control.createMicrophone("mic");
+  SignalFeed feed("feed", 2, tone1000Hz);
+  control.link("feed", "mic");
+  const auto session = dataSession("mic", collector);
+  ASSERT_TRUE(start(session));
+  ASSERT_TRUE(collect(4800));
+  control.setVolume("record-audio", 0.0F);
+  ASSERT_TRUE(mainLoop.runUntil([&] {
+    const std::vector<float> samples = collector->channel(0);
+    return std::all_of(samples.end() - 1000, samples.end(), [](float s) { return s == 0.0F; });
+  }));
+  session->stopRunning();
+  pendingWork.waitUntilIdle();
+  ASSERT_TRUE(mainLoop.runUntil([&] { return !control.hasNode("record-audio"); }));
+
+  collector->clear();
+  ASSERT_TRUE(start(session));
+  ASSERT_TRUE(collect(9600));
+  session->stopRunning();
+  const std::vector<float> samples = withoutLeadingSilence(collector->channel(0));
+  ASSERT_GT(samples.size(), 4800U);
+  EXPECT_NEAR(measureTone(samples, 48000).amplitude, 0.5, 0.01);
 }
 
 TEST_F(CaptureTest, SilenceFromTheStartIsNoticedAfterThreeSeconds) {

@@ -225,14 +225,14 @@ TEST_F(FileOutputTest, SessionThatIsGivenUpStillCompletesItsFile) {
   EXPECT_GT(decode().size(), 20000U);
 }
 
-TEST_F(FileOutputTest, RateThatAacDoesNotKnowIsReplacedByTheNearest) {
-  makeSession("");
-  auto* wish = dynamic_cast<SessionOutput*>(output.get());
-  ASSERT_NE(wish, nullptr);
-  EXPECT_EQ(wish->wantedRate_Hz(44100), 44100U);
-  EXPECT_EQ(wish->wantedRate_Hz(192000), 96000U);
-  EXPECT_EQ(wish->wantedRate_Hz(37800), 32000U);
-  EXPECT_EQ(wish->wantedRate_Hz(50000), 48000U);
+TEST(AacRate, IsTheDevicesOrTheNearestThatAacKnows) {
+  OpenFiles files;
+  M4aWriterFactory writers(nullptr, {RA_TEST_MODULE_FOLDER});
+  const FileOutput output(files, writers, [](const std::function<void()>&) {});
+  EXPECT_EQ(output.wantedRate_Hz(44100), 44100U);
+  EXPECT_EQ(output.wantedRate_Hz(192000), 96000U);
+  EXPECT_EQ(output.wantedRate_Hz(37800), 32000U);
+  EXPECT_EQ(output.wantedRate_Hz(50000), 48000U);
 }
 
 TEST(AacBitrate, IsThePresetsForStereoAndHalfOfItForMono) {

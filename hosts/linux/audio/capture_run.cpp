@@ -17,7 +17,7 @@ constexpr milliseconds kStartPoll{1};
 constexpr milliseconds kPoll{10};
 // A look that comes later than this came late because the process did not run; the device is not
 // to blame for that time.
-constexpr milliseconds kLongestLook{50};
+constexpr milliseconds kLongestLook{500};
 // The daemon needs that long to let go of a monitor.
 constexpr milliseconds kMonitorRest{25};
 constexpr milliseconds kMonitorLimit{250};

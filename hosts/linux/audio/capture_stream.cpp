@@ -3,6 +3,7 @@
 #include <pipewire/pipewire.h>
 #include <spa/buffer/buffer.h>
 #include <spa/param/audio/format-utils.h>
+#include <spa/param/props.h>
 
 #include <algorithm>
 #include <array>
@@ -27,7 +28,10 @@ pw_properties* streamProperties(const CaptureSource& source) {
       // Without this the session manager would silently link another device when ours goes.
       PW_KEY_NODE_DONT_RECONNECT, "true",
       // Other programs that come and go with other latencies must not make ours glitch.
-      PW_KEY_NODE_LOCK_QUANTUM, "true", nullptr);
+      PW_KEY_NODE_LOCK_QUANTUM, "true",
+      // Nor is it for the session manager to remember another device or level for us. One that
+      // does not know these is set right by resetLevel().
+      "state.restore-target", "false", "state.restore-props", "false", nullptr);
   if (source.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
   pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", kQuantum_frames, source.rate_Hz);
   return properties;
@@ -63,6 +67,9 @@ struct CaptureStream::Remote {
   void connect(pw_loop* loop);
   void connectStream();
   void disconnect();
+  // The device's own level is the only one that counts: a mixer that muted an earlier recording
+  // must not silence this one.
+  void resetLevel();
   void fail(const std::string& message);
 
   static void onCoreError(void* data, std::uint32_t id, int sequence, int result,
@@ -106,8 +113,6 @@ void CaptureStream::Remote::connect(pw_loop* loop) {
   // Before the stream listens, so that the death of the daemon is told from that of the device.
   pw_core_add_listener(core, &coreListener, &kCoreEvents, this);
   connectStream();
-  // While the daemon sets the device up there is time for it.
-  ring.prefault();
 }
 
 void CaptureStream::Remote::connectStream() {
@@ -157,6 +162,15 @@ void CaptureStream::Remote::disconnect() {
   context = nullptr;
 }
 
+void CaptureStream::Remote::resetLevel() {
+  std::array<float, kMaxChannels> full{};
+  full.fill(1.0F);
+  float notMuted = 0.0F;
+  pw_stream_set_control(stream, SPA_PROP_volume, 1, full.data(), SPA_PROP_mute, 1, &notMuted,
+                        SPA_PROP_channelVolumes,
+                        static_cast<std::uint32_t>(source.positions.size()), full.data(), 0);
+}
+
 void CaptureStream::Remote::fail(const std::string& message) {
   if (std::exchange(hasFailed, true)) return;
   onFailed(message);
@@ -179,6 +193,10 @@ void CaptureStream::Remote::onStateChanged(void* data, pw_stream_state, pw_strea
   } else if (now == PW_STREAM_STATE_UNCONNECTED) {
     self->fail("The sound source \"" + self->source.displayName +
                "\" is gone: it was unplugged or switched off.");
+  } else if (now == PW_STREAM_STATE_STREAMING) {
+    // By now the session manager has put on the stream what it remembered, and before the first
+    // cycle.
+    self->resetLevel();
   }
 }
 

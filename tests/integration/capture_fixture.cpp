@@ -2,9 +2,7 @@
 
 #include <poll.h>
 
-#include <cmath>
 #include <cstring>
-#include <numbers>
 
 namespace linux_host {
 
@@ -152,39 +150,6 @@ bool CaptureFixture::start(const platform::CaptureSessionPtr& session) {
   const int before = started_;
   session->startRunning();
   return mainLoop.runUntil([&] { return started_ > before; });
-}
-
-ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz) {
-  ToneFigures figures;
-  if (samples.size() < 3) return figures;
-  double power = 0;
-  double firstCrossing = -1;
-  double lastCrossing = -1;
-  int crossings = 0;
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    const double before = samples[i - 1];
-    const double now = samples[i];
-    power += now * now;
-    if (before < 0 && now >= 0) {
-      lastCrossing = static_cast<double>(i) - now / (now - before);
-      if (crossings++ == 0) firstCrossing = lastCrossing;
-    }
-    if (i >= 2) {
-      const double second = now - 2 * before + samples[i - 2];
-      figures.largestSecondDifference = std::max(figures.largestSecondDifference, std::abs(second));
-    }
-  }
-  figures.amplitude = std::sqrt(2 * power / static_cast<double>(samples.size() - 1));
-  if (crossings > 1) {
-    figures.frequency_Hz = (crossings - 1) * rate_Hz / (lastCrossing - firstCrossing);
-  }
-  return figures;
-}
-
-std::vector<float> withoutLeadingSilence(const std::vector<float>& samples) {
-  std::size_t first = 0;
-  while (first < samples.size() && samples[first] == 0.0F) ++first;
-  return {samples.begin() + static_cast<std::ptrdiff_t>(first), samples.end()};
 }
 
 std::size_t countJumps(const std::vector<float>& samples) {

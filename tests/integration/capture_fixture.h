@@ -22,8 +22,13 @@
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
 #include "tests/support/signal_feed.h"
+#include "tests/support/tone_figures.h"
 
 namespace linux_host {
+
+using test_support::measureTone;
+using test_support::ToneFigures;
+using test_support::withoutLeadingSilence;
 
 // The test thread as the main thread of a program.
 class TestMainLoop {
@@ -141,17 +146,6 @@ class CaptureFixture : public testing::Test {
   int started_ = 0;
   std::vector<std::string> errors_;
 };
-
-// What a signal is, as far as a recording of one tone goes.
-struct ToneFigures {
-  double frequency_Hz = 0;
-  double amplitude = 0;  // of the sine with the same power
-  double largestSecondDifference = 0;
-};
-ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz);
-
-// The samples from the first that is not zero.
-std::vector<float> withoutLeadingSilence(const std::vector<float>& samples);
 
 // The number of places where a recording of test_support::frameNumber does not go on by one.
 std::size_t countJumps(const std::vector<float>& samples);

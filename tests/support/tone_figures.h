@@ -1,0 +1,22 @@
+#pragma once
+
+#include <vector>
+
+namespace test_support {
+
+// What a signal is, as far as a recording of one tone goes.
+struct ToneFigures {
+  double frequency_Hz = 0;
+  double amplitude = 0;  // of the sine with the same power
+  // The largest bend between three samples: a lost or doubled sample shows as a spike.
+  double largestSecondDifference = 0;
+};
+ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz);
+
+// The largest bend in a sine of that frequency and amplitude.
+double secondDifferenceOfSine(double frequency_Hz, double amplitude, double rate_Hz);
+
+// The samples from the first that is not zero.
+std::vector<float> withoutLeadingSilence(const std::vector<float>& samples);
+
+}  // namespace test_support

@@ -18,13 +18,19 @@ target_compile_options(ra_options INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC 12 warns about std::string's own assignment (GCC bug 105651).
   target_compile_options(ra_options INTERFACE -Wno-restrict)
+else()
+  # PipeWire's headers are made of these.
+  target_compile_options(ra_options INTERFACE -Wno-gnu-statement-expression)
 endif()
 if(RA_SANITIZE)
   target_compile_options(ra_options INTERFACE
     -fsanitize=${RA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(ra_options INTERFACE -fsanitize=${RA_SANITIZE})
-  # The sanitizers' own inlining makes these two guess wrongly.
-  target_compile_options(ra_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)
+  # The sanitizers' own inlining makes these guess wrongly.
+  target_compile_options(ra_options INTERFACE -Wno-null-dereference)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(ra_options INTERFACE -Wno-maybe-uninitialized)
+  endif()
 endif()
 if(RA_COVERAGE)
   target_compile_options(ra_options INTERFACE --coverage -O0)

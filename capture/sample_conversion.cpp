@@ -92,6 +92,26 @@ void widenSamples(std::size_t sample_bytes, const std::byte* from, std::uint64_t
   }
 }
 
+// Everything but adjacent words.
+std::size_t convertSteps(const platform::AudioStreamBasicDescription& format,
+                         std::span<const std::byte> data, std::span<std::uint32_t> words) {
+  const std::uint64_t stride = stride_bytes(format);
+  const bool wholeWords = format.mBitsPerChannel == kWordBits;
+  // Bytes beyond the fourth would be shifted out of the word.
+  const std::size_t sample_bytes =
+      wholeWords
+          ? kWord_bytes
+          : std::min<std::size_t>(format.mBytesPerFrame / format.mChannelsPerFrame, kWord_bytes);
+  const std::size_t count = samplesWithin(data.size(), sample_bytes, stride, words.size());
+  const auto present = words.first(count);
+  if (wholeWords) {
+    copyWords(data.data(), stride, present);
+  } else {
+    widenSamples(sample_bytes, data.data(), stride, kWordBits - format.mBitsPerChannel, present);
+  }
+  return count;
+}
+
 }  // namespace
 
 bool canConvertSamples(const platform::AudioStreamBasicDescription& format) {
@@ -102,27 +122,14 @@ bool canConvertSamples(const platform::AudioStreamBasicDescription& format) {
 std::size_t convertSamples(const platform::AudioStreamBasicDescription& format,
                            std::span<const std::byte> data, std::span<std::uint32_t> words) {
   assert(canConvertSamples(format));
-  const std::uint64_t stride = stride_bytes(format);
-  const bool wholeWords = format.mBitsPerChannel == kWordBits;
-  std::size_t count = 0;
-  if (wholeWords && stride == kWord_bytes) {
-    count = copyAdjacentWords(data, words);
-  } else {
-    // Bytes beyond the fourth would be shifted out of the word.
-    const std::size_t sample_bytes =
-        wholeWords
-            ? kWord_bytes
-            : std::min<std::size_t>(format.mBytesPerFrame / format.mChannelsPerFrame, kWord_bytes);
-    count = samplesWithin(data.size(), sample_bytes, stride, words.size());
-    const auto present = words.first(count);
-    if (wholeWords) {
-      copyWords(data.data(), stride, present);
-    } else {
-      widenSamples(sample_bytes, data.data(), stride, kWordBits - format.mBitsPerChannel, present);
-    }
+  const bool adjacentWords =
+      format.mBitsPerChannel == kWordBits && stride_bytes(format) == kWord_bytes;
+  const std::size_t count =
+      adjacentWords ? copyAdjacentWords(data, words) : convertSteps(format, data, words);
+  if (count < words.size()) {
+    const auto absent = words.subspan(count);
+    std::fill(absent.begin(), absent.end(), 0U);
   }
-  const auto absent = words.subspan(count);
-  std::fill(absent.begin(), absent.end(), 0U);
   return count;
 }
 

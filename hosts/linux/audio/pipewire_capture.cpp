@@ -123,7 +123,17 @@ void PipeWireCapture::requestAccessForMediaType(platform::MediaType type,
 }
 
 platform::CaptureSessionPtr PipeWireCapture::createSession() {
-  return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_);
+  auto session = std::make_shared<PipeWireCaptureSession>(surroundings_, runs_);
+  std::erase_if(sessions_, [](const auto& old) { return old.expired(); });
+  sessions_.push_back(session);
+  return session;
+}
+
+bool PipeWireCapture::recordsSilence() const {
+  return std::any_of(sessions_.begin(), sessions_.end(), [](const auto& weak) {
+    const auto session = weak.lock();
+    return session != nullptr && session->isSilentSinceStart();
+  });
 }
 
 platform::CaptureSessionPtr PipeWireCapture::createMonitoringSession() {

@@ -15,6 +15,8 @@
 
 namespace linux_host {
 
+class PipeWireCaptureSession;
+
 // The runs of all sessions; keeps each until its files are complete. Main thread.
 class CaptureRuns {
  public:
@@ -73,11 +75,16 @@ class PipeWireCapture : public platform::Capture {
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
   std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
 
+  // A session runs whose device has sent nothing but digital silence since its start. Monitoring
+  // sessions do not count.
+  [[nodiscard]] bool recordsSilence() const;
+
  private:
   void postDeviceNotification(const char* name);
 
   const Surroundings surroundings_;
   CaptureRuns runs_;
+  std::vector<std::weak_ptr<PipeWireCaptureSession>> sessions_;  // those that record
   std::shared_ptr<int> alive_ = std::make_shared<int>();  // for work posted to the main thread
 };
 

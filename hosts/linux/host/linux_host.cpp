@@ -79,8 +79,10 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments)
       toolObject_(router_),
       instance_(sessionBus_, fileManager_.temporaryDirectory()),
       quitSignals_(application_),
-      loginSession_(bundle_->localizedString("Audio recording"),
-                    [this] { application_.terminate(); }) {
+      loginSession_(bundle_->localizedString("Audio recording"), [this] { saveForShutdown(); }),
+      silenceWatch_(
+          mainLoop_, [this] { return capture_.recordsSilence(); },
+          [this](bool silent) { reportSilence(silent); }) {
   // A client that went away in the middle of an answer is no reason to end.
   std::signal(SIGPIPE, SIG_IGN);
   router_.setWindows([this] { return windows_.hasVisibleWindows(); },
@@ -89,6 +91,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments)
   application_.setOnActivate([this] { windows_.raiseWindows(); });
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
+  embeddedSuite_.addObserver(silenceWatch_);
 }
 
 LinuxHost::~LinuxHost() = default;
@@ -119,11 +122,31 @@ void LinuxHost::reportMissingTray(bool present) {
           "--stop, to end it.");
 }
 
+void LinuxHost::reportSilence(bool silent) {
+  if (silent) {
+    logMessage(LogLevel::kWarning,
+               "No sound is coming in: the source has sent only silence since the recording "
+               "started. Look whether it is the right one, switched on and not muted.");
+  }
+  if (indicator_) {
+    indicator_->setRemark(silent ? bundle_->localizedString("No sound is coming in.") : "");
+  }
+}
+
+void LinuxHost::saveForShutdown() {
+  application_.terminate();
+  // What the user would still be shown does not hold the machine up.
+  dispatch_.pendingWork().whenIdle([this, mainQueue = dispatch_.mainQueue()] {
+    mainQueue->async([this] { loginSession_.releaseShutdown(); });
+  });
+}
+
 void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                     std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
   showInDesktop();
   application_.setDelegate(delegate);
-  router_.attach(delegate, std::move(remote), suite::kToolIdentifier);
+  router_.attach(delegate, std::make_shared<SilenceInStatus>(std::move(remote), silenceWatch_),
+                 suite::kToolIdentifier);
   delegate.reset();
   if (launch.startedByBus) {
     router_.launchOnFirstRequest();

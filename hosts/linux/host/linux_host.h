@@ -25,6 +25,7 @@
 #include "hosts/linux/bus/session_bus.h"
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/files/file_manager.h"
+#include "hosts/linux/host/silence_watch.h"
 #include "hosts/linux/indicator/indicator.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
 #include "hosts/linux/notifications/notification_center.h"
@@ -96,6 +97,9 @@ class LinuxHost {
  private:
   void showInDesktop();
   void reportMissingTray(bool present);
+  void reportSilence(bool silent);
+  // The machine goes down during a recording.
+  void saveForShutdown();
 
   // In the order in which they need each other.
   const std::string executable_;
@@ -140,6 +144,7 @@ class LinuxHost {
   Instance instance_;
   QuitSignals quitSignals_;
   LoginSession loginSession_;
+  SilenceWatch silenceWatch_;
   std::unique_ptr<Indicator> indicator_;
 };
 

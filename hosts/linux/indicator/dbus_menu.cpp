@@ -148,13 +148,72 @@ GVariant* DBusMenu::layoutOf(int id, int depth) const {
   return g_variant_new("(ia{sv}av)", kRoot, &properties, &children);
 }
 
-void DBusMenu::choose(int id, const char* event) {
+std::optional<int> DBusMenu::chosen(int id, const char* event) const {
   const MenuItem* item = itemWith(id);
-  if (item != nullptr && item->enabled && std::strcmp(event, "clicked") == 0) onChoice_(id);
+  const bool isChoice = item != nullptr && item->enabled && std::strcmp(event, "clicked") == 0;
+  return isChoice ? std::optional(id) : std::nullopt;
+}
+
+std::vector<int> DBusMenu::chosenIn(GVariant* events) const {
+  std::vector<int> ids;
+  GVariantIter each;
+  g_variant_iter_init(&each, events);
+  gint32 id = 0;
+  const gchar* event = nullptr;
+  while (g_variant_iter_loop(&each, "(i&svu)", &id, &event, nullptr, nullptr)) {
+    if (const auto choice = chosen(id, event)) ids.push_back(*choice);
+  }
+  return ids;
+}
+
+void DBusMenu::tell(const std::vector<int>& ids) const {
+  const auto onChoice = onChoice_;
+  for (const int id : ids) onChoice(id);
+}
+
+// A floating a(ia{sv}) of the items asked for, of all when none is.
+GVariant* DBusMenu::groupProperties(GVariant* wanted) const {
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ia{sv})"));
+  const auto add = [&builder](const MenuItem& item) {
+    g_variant_builder_add(&builder, "(i@a{sv})", item.id, propertiesOf(item));
+  };
+  GVariantIter each;
+  if (g_variant_iter_init(&each, wanted) == 0) {
+    for (const MenuItem& item : items_) add(item);
+  }
+  gint32 id = 0;
+  while (g_variant_iter_next(&each, "i", &id)) {
+    if (const MenuItem* item = itemWith(id)) add(*item);
+  }
+  return g_variant_builder_end(&builder);
+}
+
+void DBusMenu::answerProperty(GVariant* parameters, GDBusMethodInvocation* invocation) const {
+  gint32 id = 0;
+  const gchar* name = nullptr;
+  g_variant_get(parameters, "(i&s)", &id, &name);
+  VariantPtr value;
+  if (const MenuItem* item = itemWith(id)) {
+    const VariantPtr properties(g_variant_ref_sink(propertiesOf(*item)));
+    value.reset(g_variant_lookup_value(properties.get(), name, nullptr));
+  }
+  if (value) {
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(v)", value.get()));
+  } else {
+    g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS,
+                                          "The menu has no item %d with a property \"%s\"", id,
+                                          name);
+  }
 }
 
 void DBusMenu::call(const std::string& method, GVariant* parameters,
                     GDBusMethodInvocation* invocation) {
+  if (method == "GetProperty") {
+    answerProperty(parameters, invocation);
+    return;
+  }
+  std::vector<int> choices;
   GVariant* answer = nullptr;
   if (method == "GetLayout") {
     gint32 parent = 0;
@@ -162,62 +221,25 @@ void DBusMenu::call(const std::string& method, GVariant* parameters,
     g_variant_get(parameters, "(iias)", &parent, &depth, nullptr);
     answer = g_variant_new("(u@(ia{sv}av))", revision_, layoutOf(parent, depth));
   } else if (method == "GetGroupProperties") {
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ia{sv})"));
-    GVariantIter* wanted = nullptr;
-    g_variant_get(parameters, "(aias)", &wanted, nullptr);
-    const bool all = g_variant_iter_n_children(wanted) == 0;
-    gint32 id = 0;
-    if (all) {
-      for (const MenuItem& item : items_)
-        g_variant_builder_add(&builder, "(i@a{sv})", item.id, propertiesOf(item));
-    }
-    while (g_variant_iter_next(wanted, "i", &id)) {
-      if (const MenuItem* item = itemWith(id))
-        g_variant_builder_add(&builder, "(i@a{sv})", id, propertiesOf(*item));
-    }
-    g_variant_iter_free(wanted);
-    answer = g_variant_new("(a(ia{sv}))", &builder);
-  } else if (method == "GetProperty") {
-    gint32 id = 0;
-    const gchar* name = nullptr;
-    g_variant_get(parameters, "(i&s)", &id, &name);
-    const MenuItem* item = itemWith(id);
-    const VariantPtr properties(
-        g_variant_ref_sink(propertiesOf(item != nullptr ? *item : MenuItem{})));
-    GVariant* value =
-        item != nullptr ? g_variant_lookup_value(properties.get(), name, nullptr) : nullptr;
-    if (value == nullptr) {
-      g_dbus_method_invocation_return_error(invocation, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS,
-                                            "The menu has no item %d with a property \"%s\"", id,
-                                            name);
-      return;
-    }
-    answer = g_variant_new("(v)", value);
-    g_variant_unref(value);
+    const VariantPtr wanted(g_variant_get_child_value(parameters, 0));
+    answer = g_variant_new("(@a(ia{sv}))", groupProperties(wanted.get()));
   } else if (method == "Event") {
     gint32 id = 0;
     const gchar* event = nullptr;
     g_variant_get(parameters, "(i&svu)", &id, &event, nullptr, nullptr);
-    choose(id, event);
+    if (const auto choice = chosen(id, event)) choices.push_back(*choice);
   } else if (method == "EventGroup") {
-    GVariantIter* events = nullptr;
-    g_variant_get(parameters, "(a(isvu))", &events);
-    gint32 id = 0;
-    const gchar* event = nullptr;
-    GVariant* data = nullptr;
-    while (g_variant_iter_next(events, "(i&svu)", &id, &event, &data, nullptr)) {
-      choose(id, event);
-      g_variant_unref(data);
-    }
-    g_variant_iter_free(events);
+    const VariantPtr events(g_variant_get_child_value(parameters, 0));
+    choices = chosenIn(events.get());
     answer = g_variant_new("(ai)", nullptr);
   } else if (method == "AboutToShow") {
     answer = g_variant_new("(b)", FALSE);
   } else {
     answer = g_variant_new("(aiai)", nullptr, nullptr);
   }
+  // Answered first: what a choice sets off may take the menu away.
   g_dbus_method_invocation_return_value(invocation, answer);
+  tell(choices);
 }
 
 }  // namespace linux_host

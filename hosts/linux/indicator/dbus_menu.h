@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,14 @@ class DBusMenu {
                                  const gchar* property, GError** error, gpointer self);
   void call(const std::string& method, GVariant* parameters, GDBusMethodInvocation* invocation);
   [[nodiscard]] GVariant* layoutOf(int id, int depth) const;
+  [[nodiscard]] GVariant* groupProperties(GVariant* wanted) const;
+  void answerProperty(GVariant* parameters, GDBusMethodInvocation* invocation) const;
   [[nodiscard]] const MenuItem* itemWith(int id) const;
-  void choose(int id, const char* event);
+  // The id, if this event chooses that item.
+  [[nodiscard]] std::optional<int> chosen(int id, const char* event) const;
+  [[nodiscard]] std::vector<int> chosenIn(GVariant* events) const;
+  // Touches nothing of the menu's once the caller hears of a choice: it may destroy the menu.
+  void tell(const std::vector<int>& ids) const;
   void emit(const char* signal, GVariant* parameters);
 
   std::function<void(int id)> onChoice_;

@@ -67,7 +67,8 @@ class StatusNotifierItem {
   GDBusNodeInfo* const node_;
   guint watch_ = 0;
   bool trayPresent_ = false;
-  // While visible. A name of its own per showing: a tray forgets an item when its name goes.
+  // While visible. The item has a name of its own: a tray forgets the item when that name goes,
+  // and the program stays on the bus.
   guint ownedName_ = 0;
   std::string busName_;
   guint registration_ = 0;

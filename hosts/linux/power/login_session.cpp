@@ -35,7 +35,7 @@ LoginSession::LoginSession(std::string why, std::function<void()> onShutdown)
 LoginSession::~LoginSession() {
   g_cancellable_cancel(cancellable_);
   g_object_unref(cancellable_);
-  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
+  forgetBus();
   closeAndForget(&sleepLock_);
   closeAndForget(&shutdownLock_);
 }
@@ -48,6 +48,12 @@ void LoginSession::toolDataDidChange(const suite::ToolData& data) {
   } else {
     end();
   }
+}
+
+void LoginSession::forgetBus() {
+  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
+  subscription_ = 0;
+  bus_.reset();
 }
 
 void LoginSession::connect() {
@@ -73,6 +79,7 @@ void LoginSession::connect() {
 }
 
 void LoginSession::begin() {
+  if (bus_ && g_dbus_connection_is_closed(bus_.get()) != FALSE) forgetBus();
   if (!bus_) {
     connect();
     return;
@@ -105,6 +112,7 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
             G_DBUS_CONNECTION(bus), &descriptors, result, &failure));
         const ErrorPtr error(failure);
         if (!answer) return;
+        if (descriptors == nullptr) return;
         gint32 index = 0;
         g_variant_get(answer.get(), "(h)", &index);
         int granted = g_unix_fd_list_get(descriptors, index, nullptr);

@@ -29,6 +29,7 @@ class LoginSession : public suite::ToolDataObserver {
   struct Lock;
 
   void connect();
+  void forgetBus();
   void begin();
   void end();
   void inhibit(const char* what, const char* mode, int LoginSession::*descriptor);

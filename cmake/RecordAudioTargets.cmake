@@ -81,5 +81,5 @@ function(ra_test name)
   add_test(NAME ${name} COMMAND ${name})
   # No test may reach a server of the machine it happens to run on.
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
-    ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=")
+    ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.suppressions")
 endfunction()

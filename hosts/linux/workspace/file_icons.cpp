@@ -1,5 +1,9 @@
 #include "hosts/linux/workspace/file_icons.h"
 
+#include <gio/gio.h>
+#include <pthread.h>
+
+#include <chrono>
 #include <utility>
 
 namespace linux_host {
@@ -10,60 +14,64 @@ constexpr const char* kCustomIcon = "metadata::custom-icon";
 }  // namespace
 
 FileIcons::~FileIcons() {
-  if (running_ == nullptr) return;
-  // The task ends by itself some time; its answer finds the cancellation and nobody else.
-  g_cancellable_cancel(running_);
-  g_object_unref(running_);
+  if (!thread_.joinable()) return;
+  bool busy = false;
+  {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->over = true;
+    shared_->changed.notify_all();
+    busy = shared_->busy;
+  }
+  if (busy) {
+    thread_.detach();
+  } else {
+    thread_.join();
+  }
 }
 
 void FileIcons::set(const std::string& file, const std::string& iconFile) {
-  changes_.push_back({file, iconFile});
-  if (running_ == nullptr) startNext();
+  {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->changes.push_back({file, iconFile});
+    shared_->changed.notify_all();
+  }
+  if (thread_.joinable()) return;
+  thread_ = std::thread([shared = shared_] { run(*shared); });
+  pthread_setname_np(thread_.native_handle(), "file-icons");
 }
 
-void FileIcons::startNext() {
-  if (changes_.empty()) return;
-  running_ = g_cancellable_new();
-  GTask* task = g_task_new(nullptr, running_, &FileIcons::onApplied, this);
-  g_task_set_task_data(task, new Change(std::move(changes_.front())),
-                       [](gpointer change) { delete static_cast<Change*>(change); });
-  changes_.pop_front();
-  g_task_run_in_thread(task, &FileIcons::apply);
-  g_object_unref(task);
+void FileIcons::run(Shared& shared) {
+  std::unique_lock lock(shared.mutex);
+  while (true) {
+    shared.changed.wait(lock, [&] { return shared.over || !shared.changes.empty(); });
+    if (shared.over) return;
+    const Change change = std::move(shared.changes.front());
+    shared.changes.pop_front();
+    shared.busy = true;
+    lock.unlock();
+    apply(change);
+    lock.lock();
+    shared.busy = false;
+    shared.changed.notify_all();
+  }
 }
 
-void FileIcons::apply(GTask* task, gpointer, gpointer data, GCancellable* cancellable) {
-  const auto& change = *static_cast<const Change*>(data);
+void FileIcons::apply(const Change& change) {
   GFile* file = g_file_new_for_path(change.file.c_str());
   gchar* icon = change.iconFile.empty()
                     ? nullptr
                     : g_filename_to_uri(change.iconFile.c_str(), nullptr, nullptr);
   const GFileAttributeType type =
       icon == nullptr ? G_FILE_ATTRIBUTE_TYPE_INVALID : G_FILE_ATTRIBUTE_TYPE_STRING;
-  g_file_set_attribute(file, kCustomIcon, type, icon, G_FILE_QUERY_INFO_NONE, cancellable, nullptr);
+  g_file_set_attribute(file, kCustomIcon, type, icon, G_FILE_QUERY_INFO_NONE, nullptr, nullptr);
   g_free(icon);
   g_object_unref(file);
-  g_task_return_boolean(task, TRUE);
-}
-
-void FileIcons::onApplied(GObject*, GAsyncResult* result, gpointer raw) {
-  // Cancelled by the destructor: there is no object any more.
-  if (g_cancellable_is_cancelled(g_task_get_cancellable(G_TASK(result))) != FALSE) return;
-  auto& self = *static_cast<FileIcons*>(raw);
-  g_clear_object(&self.running_);
-  self.startNext();
 }
 
 void FileIcons::finish(int timeout_ms) {
-  const gint64 end_us = g_get_monotonic_time() + gint64{timeout_ms} * 1000;
-  // Wakes the loop when the time is up.
-  const guint wake = g_timeout_add(
-      static_cast<guint>(timeout_ms), [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; },
-      nullptr);
-  while (running_ != nullptr && g_get_monotonic_time() < end_us) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  g_source_remove(wake);
+  std::unique_lock lock(shared_->mutex);
+  shared_->changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
+                            [this] { return !shared_->busy && shared_->changes.empty(); });
 }
 
 }  // namespace linux_host

@@ -1,24 +1,27 @@
 #pragma once
 
-#include <gio/gio.h>
-
+#include <condition_variable>
 #include <deque>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace linux_host {
 
-// Sets the custom icons of files, one after the other, on a thread of GIO's: the service that keeps
-// them may be slow or absent, and what it answers is ignored. Main thread.
+// Sets the custom icons of files, one after the other, on a thread of its own: the service that
+// keeps them may be slow or hang, and what it answers is ignored. Main thread.
 class FileIcons {
  public:
   FileIcons() = default;
+  // Does not wait for a service that hangs; its thread is left to itself then.
   ~FileIcons();
   FileIcons(const FileIcons&) = delete;
   FileIcons& operator=(const FileIcons&) = delete;
 
   // `iconFile` empty: removes the icon.
   void set(const std::string& file, const std::string& iconFile);
-  // Runs the main loop's sources until all are set, for at most `timeout_ms`.
+  // Waits until all are set, for at most `timeout_ms`.
   void finish(int timeout_ms);
 
  private:
@@ -26,13 +29,20 @@ class FileIcons {
     std::string file;
     std::string iconFile;
   };
+  // Shared with the thread, which may outlive this object.
+  struct Shared {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Change> changes;  // guarded by mutex
+    bool busy = false;           // guarded by mutex
+    bool over = false;           // guarded by mutex
+  };
 
-  static void apply(GTask* task, gpointer source, gpointer change, GCancellable* cancellable);
-  static void onApplied(GObject* source, GAsyncResult* result, gpointer self);
-  void startNext();
+  static void run(Shared& shared);
+  static void apply(const Change& change);
 
-  std::deque<Change> changes_;
-  GCancellable* running_ = nullptr;
+  const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
+  std::thread thread_;
 };
 
 }  // namespace linux_host

@@ -69,7 +69,7 @@ Instance::Claim Instance::claimOnBus(ToolObject& object) {
 }
 
 Instance::Claim Instance::claimSocket(ToolObject& object, const std::string& why) {
-  logOnce(LogLevel::kWarning, "session-bus",
+  logOnce(LogLevel::kWarning, "session bus",
           "There is no session bus (" + why +
               "): no notifications and no tray. --stop, --cancel and --status work by a socket.");
   if (socket() == nullptr) {

@@ -32,6 +32,7 @@ inline constexpr const char* kCaptureSessionPresetLow = "AVCaptureSessionPresetL
 
 inline constexpr const char* kFileTypeMPEG4 = "AVFileTypeMPEG4";
 
+// The object of both is the session as CaptureSessionPtr, so that a handler can cast it back.
 // Posted by a session on the main thread when it runs and its first samples are there.
 inline constexpr const char* kCaptureSessionDidStartRunningNotification =
     "AVCaptureSessionDidStartRunningNotification";

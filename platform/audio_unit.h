@@ -38,9 +38,29 @@ inline constexpr std::uint32_t kAudioUnitScope_Global = 0;
 inline constexpr std::uint32_t kAudioUnitScope_Input = 1;
 inline constexpr std::uint32_t kAudioUnitScope_Output = 2;
 
+inline constexpr OSStatus kAudioUnitErr_InvalidProperty = -10879;
+inline constexpr OSStatus kAudioUnitErr_InvalidParameter = -10878;
+inline constexpr OSStatus kAudioUnitErr_InvalidElement = -10877;
+inline constexpr OSStatus kAudioUnitErr_NoConnection = -10876;
+inline constexpr OSStatus kAudioUnitErr_FailedInitialization = -10875;
+inline constexpr OSStatus kAudioUnitErr_TooManyFramesToProcess = -10874;
+inline constexpr OSStatus kAudioUnitErr_FormatNotSupported = -10868;
+inline constexpr OSStatus kAudioUnitErr_Uninitialized = -10867;
+inline constexpr OSStatus kAudioUnitErr_InvalidScope = -10866;
+inline constexpr OSStatus kAudioUnitErr_PropertyNotWritable = -10865;
+// Nothing of the kind while the unit runs, or outside of its callback.
+inline constexpr OSStatus kAudioUnitErr_CannotDoInCurrentContext = -10863;
+inline constexpr OSStatus kAudioUnitErr_InvalidPropertyValue = -10851;
+inline constexpr OSStatus kAUGraphErr_NodeNotFound = -10860;
+inline constexpr OSStatus kAUGraphErr_InvalidConnection = -10861;
+// The handle is none of a unit or graph that exists.
+inline constexpr OSStatus kAUGraphErr_InvalidAudioUnit = -10864;
+inline constexpr OSStatus kAudio_ParamError = -50;
+
 // Ratio of frames consumed to frames produced; 1.0 is unchanged speed. The unit pulls its input
 // with time stamps that count the frames it has consumed; frames that the output device has skipped
-// (an overload) count as consumed, so that the delay stays what it was.
+// (an overload) count as consumed, so that the delay stays what it was. Only when its source keeps
+// coming up short, because cycles have become longer, does it step back, once and far enough.
 inline constexpr std::uint32_t kVarispeedParam_PlaybackRate = 0;
 
 // Called on an audio thread with a buffer list to fill (or, for input callbacks, null).

@@ -23,6 +23,15 @@ class PropertyValue {
     std::memcpy(result.bytes_.data(), &value, sizeof value);
     return result;
   }
+  // A record, which is given whole or not at all.
+  template <typename T>
+  static PropertyValue record(const T& value) {
+    static_assert(std::is_trivially_copyable_v<T>);
+    PropertyValue result(Kind::kScalar);
+    result.bytes_.resize(sizeof value);
+    std::memcpy(result.bytes_.data(), &value, sizeof value);
+    return result;
+  }
   static PropertyValue string(std::string text) {
     PropertyValue result(Kind::kString);
     result.text_ = std::move(text);

@@ -2,7 +2,6 @@
 
 #include <csignal>
 
-#include "hosts/linux/audio_units/no_audio_units.h"
 #include "hosts/linux/authorization/system_paths.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/host/desktop_appearance.h"
@@ -55,7 +54,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments)
       m4aWriters_([](const char* line) { logMessage(LogLevel::kWarning, line); }),
       permission_([this] { return sessionBus_.connection(); }),
       audioHardware_(pipeWire_, deviceClocks_),
-      audioUnits_(std::make_unique<NoAudioUnits>()),
+      audioUnits_(pipeWire_, audioHardware_, deviceClocks_),
       capture_(
           {pipeWire_, notificationCenter_,
            [this](std::function<void()> work) { dispatch_.mainQueue()->async(std::move(work)); },
@@ -73,7 +72,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments)
           windows_,       userNotifications_, wallClock_,     userDefaults_,   fileManager_,
           *bundle_,       bundleLoader_,      processInfo_,   mainLoop_,       notificationCenter_,
           dateFormatter_, userAccount_,       hostClock_,     dispatch_,       capture_,
-          audioHardware_, *audioUnits_,       authorization_, launchServices_, appleEvents_},
+          audioHardware_, audioUnits_,        authorization_, launchServices_, appleEvents_},
       suite_(embeddedSuite_.interfaces()),
       router_(application_, mainLoop_, dispatch_),
       toolObject_(router_),

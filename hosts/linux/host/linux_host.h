@@ -12,6 +12,7 @@
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 #include "hosts/linux/audio/pipewire_capture.h"
 #include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/audio_units/pipewire_audio_units.h"
 #include "hosts/linux/authorization/desktop_launch_services.h"
 #include "hosts/linux/authorization/login_apple_events.h"
 #include "hosts/linux/authorization/polkit_authorization.h"
@@ -126,7 +127,7 @@ class LinuxHost {
   M4aWriterFactory m4aWriters_;
   DesktopMicrophonePermission permission_;
   PipeWireAudioHardware audioHardware_;
-  std::unique_ptr<platform::AudioUnits> audioUnits_;
+  PipeWireAudioUnits audioUnits_;
   PipeWireCapture capture_;
   PolkitAuthorization authorization_;
   DesktopLaunchServices launchServices_;

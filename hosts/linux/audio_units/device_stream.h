@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/audio/pipewire_loop.h"
+#include "hosts/linux/audio_units/clock_follower.h"
+
+namespace linux_host {
+
+// What to play on or record from, and how.
+struct DeviceStreamTarget {
+  std::string nodeName;
+  bool isMonitor = false;  // recording: the node is a sink, record what is played to it
+  std::uint32_t rate_Hz = 0;
+  std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
+  std::uint32_t cycle_frames = 0;        // the length of a cycle to ask for
+};
+
+// A stream of planar float between one device and a callback. It stays with its device: when that
+// goes away the stream falls silent for good and is never moved to another one.
+//
+// Each stream has a connection, a loop thread and a data thread of its own. Made and destroyed on
+// any thread but those.
+class DeviceStream {
+ public:
+  enum class Direction { kRecord, kPlay };
+  // REAL-TIME: called once a cycle on the stream's data thread; must allocate nothing, take no lock
+  // and make no system call. The planes of all channels, `frames` each: filled already, or to be
+  // filled.
+  class Client {
+   public:
+    virtual ~Client() = default;
+    virtual void process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) = 0;
+  };
+
+  // Returns at once; callbacks come when the device runs. `onEnded` gets a text that says what
+  // happened when the stream ends before its time; it is called on the stream's thread, at most
+  // once, and must not destroy the stream. The client outlives the stream.
+  DeviceStream(Direction direction, DeviceStreamTarget target, Client& client,
+               std::function<void(const std::string& message)> onEnded);
+  // Returns when the last callback has returned.
+  ~DeviceStream();
+  DeviceStream(const DeviceStream&) = delete;
+  DeviceStream& operator=(const DeviceStream&) = delete;
+
+ private:
+  struct Remote;  // all that lives on the loop's thread
+  std::unique_ptr<Remote> remote_;
+  std::unique_ptr<PipeWireLoop> loop_;
+};
+
+}  // namespace linux_host

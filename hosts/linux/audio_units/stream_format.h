@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/audio_types.h"
+
+namespace linux_host {
+
+inline constexpr std::uint32_t kMostUnitChannels = 64;
+
+// 32-bit float, a plane a channel: what all audio units here carry.
+platform::AudioStreamBasicDescription planarFloat(double rate_Hz, std::uint32_t channels);
+bool isPlanarFloat(const platform::AudioStreamBasicDescription& format);
+
+// A buffer list with one buffer a channel, over samples that lie elsewhere.
+class PlaneList {
+ public:
+  PlaneList() : PlaneList(0) {}
+  // Throws std::bad_alloc.
+  explicit PlaneList(std::uint32_t channels);
+
+  // REAL-TIME (all below).
+  void setPlane(std::uint32_t channel, float* samples, std::uint32_t frames);
+  [[nodiscard]] platform::AudioBufferList& list();
+  [[nodiscard]] std::uint32_t channels() const { return channels_; }
+  [[nodiscard]] float* plane(std::uint32_t channel);
+  // How many frames the buffer says it holds.
+  [[nodiscard]] std::uint32_t frames(std::uint32_t channel);
+
+ private:
+  std::uint32_t channels_ = 0;
+  std::vector<std::byte> bytes_;
+};
+
+}  // namespace linux_host

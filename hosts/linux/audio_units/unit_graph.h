@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "hosts/linux/audio_units/unit.h"
+
+namespace linux_host {
+
+// Units that feed each other. Main thread; callbacks of its units run while it is started.
+class UnitGraph {
+ public:
+  // Makes the unit that a description asks for; null when there is none.
+  using Factory = std::function<std::unique_ptr<Unit>(const platform::AudioComponentDescription&)>;
+
+  explicit UnitGraph(Factory factory) : factory_(std::move(factory)) {}
+  ~UnitGraph() { close(); }
+  UnitGraph(const UnitGraph&) = delete;
+  UnitGraph& operator=(const UnitGraph&) = delete;
+
+  platform::OSStatus addNode(const platform::AudioComponentDescription& description,
+                             platform::AUNode* outNode);
+  // The node's unit, which lives while the graph is open; null before.
+  platform::OSStatus nodeUnit(platform::AUNode node, Unit** outUnit);
+  platform::OSStatus connect(platform::AUNode source, std::uint32_t sourceOutput,
+                             platform::AUNode destination, std::uint32_t destinationInput);
+  // Makes the units.
+  platform::OSStatus open();
+  // Stops and deletes the units.
+  platform::OSStatus close();
+  // All units; the first that fails ends it, with those before it undone.
+  platform::OSStatus initialize();
+  // The units bound to devices.
+  platform::OSStatus start();
+  platform::OSStatus stop();
+  [[nodiscard]] bool owns(const Unit* unit) const;
+
+ private:
+  struct Node {
+    platform::AudioComponentDescription description;
+    std::unique_ptr<Unit> unit;
+  };
+
+  Node* find(platform::AUNode node);
+  static bool isBoundToDevice(const Node& node) {
+    return node.description.componentType == platform::kAudioUnitType_Output;
+  }
+
+  const Factory factory_;
+  std::vector<Node> nodes_;  // number n is at n - 1
+  bool isOpen_ = false;
+  bool isInitialized_ = false;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "hosts/linux/audio_units/stream_format.h"
+#include "hosts/linux/audio_units/unit.h"
+
+struct SRC_STATE_tag;
+
+namespace linux_host {
+
+// Remembers how much was missing of what was pulled, and says when to step back: after a few cycles
+// in a row that came up short, by the most that was missing. A single late block is no reason; a
+// source that has ended is none either, for it comes up short once.
+//
+// REAL-TIME.
+class Shortfall {
+ public:
+  // A pull of `frames` of which the first `delivered_frames` came from the source, or all.
+  void pulled(std::uint32_t frames, std::uint32_t delivered_frames);
+  // At the end of a cycle. The frames to step back; 0 as a rule.
+  std::uint32_t endOfCycle();
+
+ private:
+  static constexpr int kCyclesInARow = 4;
+  bool isShort_ = false;
+  std::uint32_t missing_frames_ = 0;
+  std::uint32_t mostMissing_frames_ = 0;
+  int shortCycles_ = 0;
+};
+
+// Converts from the rate of its input to that of its output, times the playback rate. The playback
+// rate may change at any time; each cycle glides from the last one to the newest.
+//
+// Pulls its input from the render callback in pieces of an eighth of the largest cycle, so that it
+// reads little more than it needs. The converter is libsamplerate's fastest sinc: its error lies
+// 97 dB below the signal and its pass band ends at 19 kHz of a rate of 48 kHz, while the better
+// ones take two and six times the time of an audio thread that has to be on time.
+class VarispeedUnit : public Unit {
+ public:
+  VarispeedUnit();
+  ~VarispeedUnit() override;
+
+  // All memory is taken here.
+  platform::OSStatus initialize() override;
+  platform::OSStatus uninitialize() override;
+  platform::OSStatus setProperty(const UnitPropertyAddress& address, const void* data,
+                                 std::uint32_t size_bytes) override;
+  Value property(const UnitPropertyAddress& address) override;
+  [[nodiscard]] bool canFeed() const override { return true; }
+
+  // REAL-TIME: allocates nothing, takes no lock, makes no system call.
+  platform::OSStatus setParameter(std::uint32_t parameter, std::uint32_t scope,
+                                  std::uint32_t element, float value) override;
+  // REAL-TIME, as above. Frames by which the time stamp has jumped ahead are taken as consumed. At
+  // most kMostFrames at once.
+  platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,
+                            std::uint32_t busNumber, std::uint32_t frameCount,
+                            platform::AudioBufferList& list) override;
+
+  static constexpr std::uint32_t kMostFrames = 8192;
+  // Of one pull; set before initialize(). An eighth of a usual cycle.
+  void setCycleFrames(std::uint32_t frames);
+
+ private:
+  struct ConverterDelete {
+    void operator()(SRC_STATE_tag* state) const;
+  };
+
+  static long pullCallback(void* self, float** data);
+  long pull(float** data);
+  void skip(double output_frames);
+  void stepBack(std::uint32_t frames);
+  void silencePiece();
+  [[nodiscard]] double outputPerInput() const;
+  platform::OSStatus setFormat(platform::AudioStreamBasicDescription& format, const void* data,
+                               std::uint32_t size_bytes);
+
+  platform::AudioStreamBasicDescription inputFormat_;
+  platform::AudioStreamBasicDescription outputFormat_;
+  platform::AURenderCallbackStruct source_{};
+  std::uint32_t piece_frames_;
+
+  std::unique_ptr<SRC_STATE_tag, ConverterDelete> converter_;
+  std::vector<float> planes_;  // one piece of every channel
+  PlaneList pieceList_;
+  std::vector<float> pieceInterleaved_;
+  std::vector<float> outputInterleaved_;
+
+  std::atomic<float> rate_{1.0F};
+  // The output's thread's, while it renders.
+  std::int64_t consumed_frames_ = 0;
+  double skippedRemainder_frames_ = 0;
+  std::uint32_t steppedBack_frames_ = 0;
+  double nextOutputTime_ = 0;
+  bool hasRendered_ = false;
+  std::uint64_t host_ns_ = 0;
+  Shortfall shortfall_;
+};
+
+}  // namespace linux_host

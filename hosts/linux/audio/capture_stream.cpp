@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/audio/pipewire_context.h"
 
 namespace linux_host {
 namespace {
@@ -97,15 +98,12 @@ void CaptureStream::Remote::connect(pw_loop* loop) {
     events.error = onCoreError;
     return events;
   }();
-  // This configuration asks for real-time priority where the system allows it.
-  context =
-      pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
-  if (context == nullptr) context = pw_context_new(loop, nullptr, 0);
+  context = makeContext(loop, ContextKind::kAudio);
   if (context == nullptr) {
     fail(std::string("PipeWire's client library cannot be set up (") + strerror(errno) + ").");
     return;
   }
-  core = pw_context_connect(context, nullptr, 0);
+  core = connectContext(context, nullptr);
   if (core == nullptr) {
     fail(notRunningMessage(strerror(errno)));
     return;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "driver/loopback_protocol.h"
+#include "hosts/linux/audio/pipewire_context.h"
 #include "hosts/linux/audio/spa_params.h"
 
 namespace linux_host {
@@ -127,16 +128,14 @@ void PipeWireConnection::Remote::connect(pw_loop* loop) {
   static constexpr pw_registry_events kRegistryEvents{PW_VERSION_REGISTRY_EVENTS, onGlobal,
                                                       onGlobalRemove};
   loop_ = loop;
-  context_ = pw_context_new(loop, nullptr, 0);
+  context_ = makeContext(loop, ContextKind::kControl);
   if (context_ == nullptr) {
     owner_.lose("PipeWire's client library cannot be set up (" + std::string(strerror(errno)) +
                 "). Check that PipeWire's client configuration is installed.");
     return;
   }
-  core_ = pw_context_connect(
-      context_,
-      pw_properties_new(PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID, kApplicationId, nullptr),
-      0);
+  core_ = connectContext(context_, pw_properties_new(PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID,
+                                                     kApplicationId, nullptr));
   if (core_ == nullptr) {
     owner_.lose(notRunningMessage(strerror(errno)));
     return;

@@ -7,7 +7,9 @@ option(RA_COVERAGE "Instrument the core for coverage" OFF)
 
 find_program(RA_CCACHE ccache)
 if(RA_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${RA_CCACHE})
+  # A clone in another folder finds what this one compiled.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${RA_CCACHE})
 endif()
 
 add_library(ra_options INTERFACE)

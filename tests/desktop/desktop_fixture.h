@@ -1,0 +1,97 @@
+#pragma once
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/bus/dbus_support.h"
+#include "tests/base/private_bus.h"
+#include "tests/base/temporary_folder.h"
+#include "tests/support/child_process.h"
+
+namespace desktop_test {
+
+// How long another program of the desktop may take for one step on a busy machine.
+inline constexpr int kStep_s = 15;
+
+// Runs the default main context until the condition holds; false when it did not in kStep_s.
+bool runUntil(const std::function<bool()>& done);
+
+// A session bus of the test's own with a client's connection to it.
+class DesktopTest : public ::testing::Test {
+ protected:
+  DesktopTest();
+  ~DesktopTest() override;
+
+  // A connection of its own, as another program has.
+  [[nodiscard]] linux_host::ConnectionPtr connectAgain() const;
+  [[nodiscard]] const std::string& busAddress() const { return daemon_.address(); }
+
+  // Calls while this process's main loop runs, so that it may answer itself. Null on failure, with
+  // the error's text in *error.
+  linux_host::VariantPtr call(GDBusConnection* from, const std::string& name, const char* path,
+                              const char* interface, const char* method, GVariant* arguments,
+                              std::string* error = nullptr);
+  // A property as GVariant text; the error's text behind "error: " on failure.
+  std::string property(GDBusConnection* from, const std::string& name, const char* path,
+                       const char* interface, const char* property);
+  bool hasOwner(const std::string& name);
+
+  base_test::TemporaryFolder folder_;
+  base_test::PrivateBus daemon_;
+  linux_host::ConnectionPtr bus_;     // the program's
+  linux_host::ConnectionPtr client_;  // the other side's
+};
+
+// A screen in memory.
+class Screen {
+ public:
+  // `folder` receives its files.
+  explicit Screen(const std::string& folder);
+  [[nodiscard]] std::string environment() const { return "DISPLAY=" + display_; }
+  // Moves the pointer and presses a button there (1 left, 3 right), with the X server's own events.
+  void click(int x, int y, int button) const;
+  // How many pixels in that part of the screen differ from its first.
+  [[nodiscard]] int pixelsDrawnIn(int x, int y, int width, int height) const;
+  struct Area {
+    int x;
+    int y;
+    int width;
+    int height;
+  };
+  // The topmost window that is no panel: an open menu.
+  [[nodiscard]] std::optional<Area> popup() const;
+  void savePicture(const std::string& path, const std::string& geometry) const;
+
+ private:
+  std::string output(const std::vector<std::string>& arguments) const;
+  void run(const std::vector<std::string>& arguments) const;
+
+  const std::string folder_;
+  std::unique_ptr<test_support::ChildProcess> server_;
+  std::string display_;
+};
+
+// A tray host that nobody here wrote: the LXQt panel with nothing but its tray, at the bottom of
+// the screen, its first icon in the left corner.
+class Panel {
+ public:
+  static constexpr int kHeight_px = 32;
+  // `folder` receives its files.
+  Panel(const std::string& folder, const Screen& screen, const std::string& busAddress);
+  void start();
+  // As when it crashes.
+  void kill() { panel_->kill(); }
+
+ private:
+  const std::string folder_;
+  const std::vector<std::string> environment_;
+  std::unique_ptr<test_support::ChildProcess> panel_;
+};
+
+}  // namespace desktop_test

@@ -1,0 +1,147 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "tests/desktop/desktop_fixture.h"
+#include "tests/e2e/tool_fixture.h"
+
+// The built program on a desktop: what the user is shown, and what the desktop asks of it.
+
+namespace desktop_test {
+namespace {
+
+using linux_host::ConnectionPtr;
+using linux_host::VariantPtr;
+using test_support::ChildProcess;
+using test_support::PipeWireControl;
+using test_support::SignalFeed;
+using test_support::waitUntil;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+constexpr const char* kLogin = "org.freedesktop.login1";
+constexpr const char* kLoginPath = "/org/freedesktop/login1";
+
+class DesktopToolTest : public e2e::ToolFixture {
+ protected:
+  DesktopToolTest() : ToolFixture({.watchdog = std::chrono::seconds(150)}) {
+    std::string error;
+    client_ = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms, &error);
+    EXPECT_NE(client_, nullptr) << error;
+  }
+
+  VariantPtr call(const std::string& name, const char* path, const char* interface,
+                  const char* method, GVariant* arguments) {
+    return VariantPtr(g_dbus_connection_call_sync(
+        client_.get(), name.c_str(), path, interface, method, arguments, nullptr,
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, linux_host::kBusTimeout_ms, nullptr, nullptr));
+  }
+  std::string toolTip(const ChildProcess& tool) {
+    const VariantPtr answer =
+        call("org.kde.StatusNotifierItem-" + std::to_string(tool.pid()) + "-1",
+             "/StatusNotifierItem", "org.freedesktop.DBus.Properties", "Get",
+             g_variant_new("(ss)", "org.kde.StatusNotifierItem", "ToolTip"));
+    if (answer == nullptr) return "no tool tip";
+    gchar* printed = g_variant_print(answer.get(), FALSE);
+    std::string text = printed;
+    g_free(printed);
+    return text;
+  }
+  bool isSaidToBeSilent() {
+    const e2e::Json now = status();
+    return now.is_object() && now.value("silent", false);
+  }
+  [[nodiscard]] int timesInLog(const std::string& text) const {
+    int times = 0;
+    const std::string all = log();
+    for (std::size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
+      ++times;
+    }
+    return times;
+  }
+  std::size_t locks() {
+    const VariantPtr answer =
+        call(kLogin, kLoginPath, "org.freedesktop.login1.Manager", "ListInhibitors", nullptr);
+    if (answer == nullptr) return 99;
+    const VariantPtr list(g_variant_get_child_value(answer.get(), 0));
+    return g_variant_n_children(list.get());
+  }
+
+  ConnectionPtr client_;
+};
+
+TEST_F(DesktopToolTest, ASilentSourceIsToldOfUntilSoundComes) {
+  control = std::make_unique<PipeWireControl>();
+  control->createMicrophone("microphone");
+  control->setDefaultSource("microphone");
+  auto tool = startRecording();
+  EXPECT_FALSE(isSaidToBeSilent());
+  ASSERT_TRUE(waitUntil([&] { return isSaidToBeSilent(); }, e2e::kStepLimit));
+  EXPECT_THAT(toolTip(*tool), HasSubstr("\\nNo sound is coming in.'"));
+  EXPECT_EQ(status().value("state", ""), "recording");
+
+  feed = std::make_unique<SignalFeed>("feed", 2, test_support::tone1000Hz);
+  control->link("feed", "microphone");
+  ASSERT_TRUE(waitUntil([&] { return !isSaidToBeSilent(); }, e2e::kStepLimit));
+  EXPECT_THAT(toolTip(*tool), Not(HasSubstr("No sound")));
+  EXPECT_THAT(toolTip(*tool), HasSubstr("'Record Audio', '00:"));
+
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_EQ(timesInLog("No sound is coming in"), 1);
+  EXPECT_THAT(filesIn(musicFolder()), SizeIs(1));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(DesktopToolTest, ASourceThatSoundsIsNotSaidToBeSilent) {
+  plugInMicrophone();
+  auto tool = startRecording();
+  ASSERT_TRUE(waitUntil([&] { return status().value("elapsedSeconds", 0) >= 5; }, e2e::kStepLimit));
+  EXPECT_FALSE(isSaidToBeSilent());
+  EXPECT_EQ(timesInLog("No sound is coming in"), 0);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
+  plugInMicrophone();
+  const std::string systemBus = "DBUS_SYSTEM_BUS_ADDRESS=" + server.busAddress();
+  const ChildProcess login({{RA_PYTHON, "-m", "dbusmock", "--system", "--template", "logind"},
+                            {systemBus},
+                            server.directory() + "/login.log"});
+  ASSERT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
+  addToEnvironment(systemBus);
+  auto tool = startRecording();
+  ASSERT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
+
+  GVariantBuilder goingDown;
+  g_variant_builder_init(&goingDown, G_VARIANT_TYPE("av"));
+  g_variant_builder_add(&goingDown, "v", g_variant_new_boolean(TRUE));
+  ASSERT_NE(call(kLogin, kLoginPath, "org.freedesktop.DBus.Mock", "EmitSignal",
+                 g_variant_new("(sssav)", "org.freedesktop.login1.Manager", "PrepareForShutdown",
+                               "b", &goingDown)),
+            nullptr);
+  // The machine goes down when the last lock is released: the file has to be there by then.
+  ASSERT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
+  const std::string saved = onlyFileIn(musicFolder());
+  EXPECT_GT(std::filesystem::file_size(saved), 0U);
+  EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
+  tool->waitForExit(e2e::kStepLimit);
+}
+
+TEST_F(DesktopToolTest, AClickInTheTrayEndsTheRecordingAndSavesIt) {
+  plugInMicrophone();
+  const std::string folder = server.directory() + "/screen";
+  std::filesystem::create_directories(folder);
+  const Screen screen(folder);
+  Panel panel(folder, screen, server.busAddress());
+  panel.start();
+  auto tool = startRecording();
+  const int icon_y = 480 - Panel::kHeight_px / 2;
+  ASSERT_TRUE(runUntil([&] { return screen.pixelsDrawnIn(5, icon_y - 11, 22, 22) > 40; }));
+  screen.click(16, icon_y, 1);
+  EXPECT_TRUE(waitUntil([&] { return filesIn(musicFolder()).size() == 1; }, e2e::kStepLimit));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+}  // namespace
+}  // namespace desktop_test

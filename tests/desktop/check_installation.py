@@ -81,7 +81,7 @@ def check_manual(page, version, options):
     text = rendered.stdout.replace("\u2010", "-")
     expect(f"Record Audio {version}" in text, f"the manual is not of version {version}")
     for option in options:
-        expect(re.search(rf"^\s+{option}$", text, re.M), f"the manual lacks {option}")
+        expect(re.search(rf"^\s+{option}(\s|$)", text, re.M), f"the manual lacks {option}")
 
 
 def check_completions(share, options):

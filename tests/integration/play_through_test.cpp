@@ -1,0 +1,264 @@
+// The play-through on a real sound server, from a loopback device to a sink, each on its own clock.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "driver/loopback_protocol.h"
+#include "tests/integration/play_through_rig.h"
+#include "tests/support/driven_sink.h"
+#include "tests/support/pipewire_control.h"
+#include "tests/support/private_pipewire.h"
+#include "tests/support/signal_feed.h"
+#include "tests/support/tone_figures.h"
+
+namespace linux_host {
+namespace {
+
+using namespace std::chrono_literals;
+using test_support::measureTone;
+using test_support::PipeWireControl;
+using test_support::PrivatePipeWire;
+using test_support::SignalFeed;
+using test_support::ToneFigures;
+using test_support::waitUntil;
+
+constexpr char kSpeakers[] = "speakers";
+constexpr double kAmplitude = 0.5;
+constexpr std::uint32_t kCycle_frames = 4096;
+
+// Cycles of that length, whatever streams ask for: long ones where sound is listened to, for
+// virtual machines wake even real-time threads late.
+PrivatePipeWire::Options withCycles(std::uint32_t frames) {
+  PrivatePipeWire::Options options;
+  const std::string number = std::to_string(frames);
+  options.pipewireDropIns = {
+      {"10-cycles.conf", "context.properties = { default.clock.quantum = " + number +
+                             " default.clock.min-quantum = " + number +
+                             " default.clock.max-quantum = 8192 }\n"}};
+  return options;
+}
+
+struct Machine {
+  PrivatePipeWire server{withCycles(kCycle_frames)};
+  PipeWireControl control;
+};
+
+class PlayThroughTest : public testing::Test {
+ protected:
+  void setUp(const PipeWireControl::Properties& loopback = {},
+             const PipeWireControl::Properties& speakers = {}) {
+    PipeWireControl::Properties all = loopback;
+    all["session.suspend-timeout-seconds"] = "0";
+    machine.control.createSink(loopback::kLoopbackDeviceUID, all);
+    machine.control.createSink(kSpeakers, speakers);
+    feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
+    machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);
+    rig = std::make_unique<PlayThroughRig>();
+  }
+  ~PlayThroughTest() override {
+    if (HasFailure()) std::fprintf(stderr, "%s\n", machine.server.log().c_str());
+  }
+
+  // What is heard between those seconds of the recording.
+  static ToneFigures heard(const MonitorRecorder& recorder, double from_s, double to_s) {
+    const double rate_Hz = recorder.rate_Hz();
+    EXPECT_TRUE(
+        waitUntil([&] { return static_cast<double>(recorder.frames()) >= to_s * rate_Hz; }, 30s))
+        << recorder.frames();
+    return measureTone(recorder.samples(0, static_cast<std::size_t>(from_s * rate_Hz),
+                                        static_cast<std::size_t>(to_s * rate_Hz)),
+                       rate_Hz);
+  }
+  static void expectCleanTone(const ToneFigures& figures, double rate_Hz,
+                              double amplitude = kAmplitude) {
+    EXPECT_NEAR(figures.frequency_Hz, 1000, 0.5);
+    EXPECT_NEAR(figures.amplitude, amplitude, amplitude * 0.02);
+    EXPECT_LT(figures.largestSecondDifference,
+              test_support::secondDifferenceOfSine(1000, amplitude, rate_Hz) * 1.1);
+  }
+
+  Machine machine;
+  std::unique_ptr<SignalFeed> feed;
+  std::unique_ptr<PlayThroughRig> rig;
+};
+
+TEST_F(PlayThroughTest, ToneIsHeardWithoutABreakAfterTheFirstSecond) {
+  setUp();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, 2);
+  expectCleanTone(heard(recorder, 1.0, 6.0), 48000);
+}
+
+TEST_F(PlayThroughTest, DelayIsTwoBuffersWhicheverStreamComesFirst) {
+  setUp();
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    feed.reset();
+    MonitorRecorder before(loopback::kLoopbackDeviceUID, 48000, 2);
+    MonitorRecorder after(kSpeakers, 48000, 2);
+    ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+    ASSERT_TRUE(waitUntil([&] { return before.frames() > 24000 && after.frames() > 24000; }));
+    const std::size_t beforeFrames = before.frames();
+    const std::size_t afterFrames = after.frames();
+    feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
+    machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);
+    ASSERT_TRUE(waitUntil([&] {
+      return before.timeOfFirstLouder_s(0.25F, beforeFrames) > 0 &&
+             after.timeOfFirstLouder_s(0.25F, afterFrames) > 0;
+    }));
+    const double delay_frames = (after.timeOfFirstLouder_s(0.25F, afterFrames) -
+                                 before.timeOfFirstLouder_s(0.25F, beforeFrames)) *
+                                48000;
+    EXPECT_NEAR(delay_frames, 2 * kCycle_frames, 8);
+    rig->stop();
+  }
+}
+
+struct Layout {
+  const char* name;
+  const char* loopback;
+  const char* speakers;
+  std::uint32_t speakerChannels;
+  double amplitude;  // on the first speaker
+};
+void PrintTo(const Layout& layout, std::ostream* out) {
+  *out << layout.name;
+}
+
+class PlayThroughChannelsTest : public PlayThroughTest,
+                                public testing::WithParamInterface<Layout> {};
+
+TEST_P(PlayThroughChannelsTest, ToneIsHeard) {
+  setUp({{"audio.position", GetParam().loopback}}, {{"audio.position", GetParam().speakers}});
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, GetParam().speakerChannels);
+  expectCleanTone(heard(recorder, 1.0, 2.0), 48000, GetParam().amplitude);
+}
+
+constexpr const char* kSurround51 = "FL,FR,FC,LFE,RL,RR";
+constexpr const char* kSurround71 = "FL,FR,FC,LFE,RL,RR,SL,SR";
+INSTANTIATE_TEST_SUITE_P(Layouts, PlayThroughChannelsTest,
+                         testing::Values(Layout{"MonoToMono", "MONO", "MONO", 1, 0.5},
+                                         Layout{"StereoToMono", "FL,FR", "MONO", 1, 0.5},
+                                         Layout{"MonoToStereo", "MONO", "FL,FR", 2, 0.5},
+                                         Layout{"StereoToSix", "FL,FR", kSurround51, 6, 0.5},
+                                         Layout{"SixToSix", kSurround51, kSurround51, 6, 0.5},
+                                         Layout{"EightToEight", kSurround71, kSurround71, 8, 0.5}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(PlayThroughTest, OutputRunsAtItsOwnRate) {
+  setUp({}, {{"audio.rate", "44100"}, {"node.force-rate", "44100"}});
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 44100, 2);
+  expectCleanTone(heard(recorder, 1.0, 3.0), 44100);
+}
+
+TEST_F(PlayThroughTest, LoopbackRunsAtItsOwnRate) {
+  setUp({{"audio.rate", "44100"}, {"node.force-rate", "44100"}}, {});
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, 2);
+  // The feed counts its frames for 48 kHz but plays them at 44.1.
+  const ToneFigures figures = heard(recorder, 1.0, 3.0);
+  EXPECT_NEAR(figures.frequency_Hz, 1000.0 * 44100 / 48000, 1);
+  EXPECT_LT(figures.largestSecondDifference,
+            test_support::secondDifferenceOfSine(1000, kAmplitude, 48000) * 1.1);
+}
+
+TEST_F(PlayThroughTest, StopsAndStartsAnewAtOnce) {
+  setUp();
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+    if (i % 2 == 0) continue;
+    MonitorRecorder recorder(kSpeakers, 48000, 2);
+    EXPECT_TRUE(waitUntil([&] { return recorder.timeOfFirstLouder_s(0.1F, 0) > 0; }, 10s));
+  }
+}
+
+TEST_F(PlayThroughTest, LongerCyclesInMidStreamAreFollowed) {
+  setUp();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, 2);
+  expectCleanTone(heard(recorder, 1.0, 2.0), 48000);
+  const std::string set = "pw-metadata -n settings 0 clock.force-quantum 8192 >/dev/null";
+  ASSERT_EQ(std::system(set.c_str()), 0);
+  const double settled_s = static_cast<double>(recorder.frames()) / 48000 + 3;
+  expectCleanTone(heard(recorder, settled_s, settled_s + 2), 48000);
+}
+
+TEST_F(PlayThroughTest, ShorterCyclesInMidStreamAreFollowed) {
+  setUp();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, 2);
+  expectCleanTone(heard(recorder, 1.0, 2.0), 48000);
+  const std::string set = "pw-metadata -n settings 0 clock.force-quantum 2048 >/dev/null";
+  ASSERT_EQ(std::system(set.c_str()), 0);
+  const double settled_s = static_cast<double>(recorder.frames()) / 48000 + 1;
+  expectCleanTone(heard(recorder, settled_s, settled_s + 2), 48000);
+}
+
+TEST_F(PlayThroughTest, VanishedOutputEndsTheSoundAndNothingElse) {
+  setUp();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(loopback::kLoopbackDeviceUID, 48000, 2);
+  ASSERT_TRUE(waitUntil([&] { return recorder.frames() > 48000; }));
+  machine.control.destroyNode(kSpeakers);
+  const std::size_t then = recorder.frames();
+  EXPECT_TRUE(waitUntil([&] { return recorder.frames() > then + 48000; }));
+  EXPECT_FALSE(recorder.hasEnded());
+  EXPECT_EQ(rig->playThrough->stop(), platform::noErr);
+}
+
+TEST_F(PlayThroughTest, StopReturnsWhenTheServerHasDiedOrHangs) {
+  for (const bool hangs : {true, false}) {
+    if (!rig) setUp();
+    ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+    {
+      MonitorRecorder recorder(kSpeakers, 48000, 2);
+      ASSERT_TRUE(waitUntil([&] { return recorder.timeOfFirstLouder_s(0.1F, 0) > 0; }, 10s));
+    }
+    machine.server.daemon().sendSignal(hangs ? SIGSTOP : SIGKILL);
+    const auto before = std::chrono::steady_clock::now();
+    rig->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 2s) << hangs;
+    if (hangs) machine.server.daemon().sendSignal(SIGCONT);
+  }
+}
+
+// The speakers' crystal is off by more than any real one's.
+class PlayThroughDriftTest : public PlayThroughTest, public testing::WithParamInterface<int> {};
+
+TEST_P(PlayThroughDriftTest, SoundIsUnbrokenAndTheDelayStaysWhatItWas) {
+  machine.control.createSink(loopback::kLoopbackDeviceUID,
+                             {{"session.suspend-timeout-seconds", "0"}});
+  const char* wanted_s = std::getenv("RA_DRIFT_SECONDS");
+  const double length_s = wanted_s == nullptr ? 12 : std::atof(wanted_s);
+  test_support::DrivenSink speakers(kSpeakers, GetParam(), length_s + 20);
+  feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
+  machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);
+  rig = std::make_unique<PlayThroughRig>();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  const auto frames = [](double seconds) { return static_cast<std::size_t>(seconds * 48000); };
+  ASSERT_TRUE(waitUntil([&] { return speakers.frames() > 4800; }, 10s));
+  const std::size_t from = speakers.frames() + frames(2);
+  ASSERT_TRUE(waitUntil([&] { return speakers.frames() > from + frames(length_s); },
+                        std::chrono::seconds(static_cast<int>(length_s) + 30)))
+      << speakers.frames() << " " << machine.server.log();
+
+  const ToneFigures figures = measureTone(speakers.samples(from, from + frames(length_s)), 48000);
+  const double expected_Hz = 1000 / (1 + GetParam() * 1e-6);
+  std::cout << GetParam() << " ppm for " << length_s << " s: " << figures.frequency_Hz
+            << " Hz of the device's own frames (" << expected_Hz << " expected), largest bend "
+            << figures.largestSecondDifference << ", late cycles " << speakers.lateCycles() << "\n";
+  EXPECT_NEAR(figures.frequency_Hz, expected_Hz, 0.05);
+  EXPECT_NEAR(figures.amplitude, kAmplitude, kAmplitude * 0.01);
+  EXPECT_LT(figures.largestSecondDifference,
+            test_support::secondDifferenceOfSine(1000, kAmplitude, 48000) * 1.1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Crystals, PlayThroughDriftTest, testing::Values(300, -300));
+
+}  // namespace
+}  // namespace linux_host

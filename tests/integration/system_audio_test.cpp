@@ -1,0 +1,258 @@
+// The built program records what another program plays, on a desktop with the loopback driver, two
+// outputs and a session manager.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+
+#include "driver/loopback_protocol.h"
+#include "tests/e2e/decoded_sound.h"
+#include "tests/e2e/tool_fixture.h"
+#include "tests/integration/play_through_rig.h"
+#include "tests/support/tone_figures.h"
+
+namespace linux_host {
+namespace {
+
+using namespace std::chrono_literals;
+using e2e::DecodedSound;
+using e2e::decodeSound;
+using e2e::kM4a;
+using e2e::kMp3;
+using test_support::ChildProcess;
+using test_support::measureTone;
+using test_support::PrivatePipeWire;
+using test_support::ToneFigures;
+using test_support::waitUntil;
+
+constexpr char kHeadphones[] = "headphones";  // the user's choice
+constexpr char kSpeaker[] = "speaker";        // what the session manager would take
+constexpr char kPlayer[] = "player";
+constexpr double kAmplitude = 0.5;
+constexpr std::chrono::milliseconds kSoundIsBackLimit{1000};
+
+PrivatePipeWire::Options desktop() {
+  PrivatePipeWire::Options options;
+  options.watchdog = 400s;
+  options.pipewireDropIns = {
+      {"10-cycles.conf",
+       "context.properties = { default.clock.quantum = 4096 default.clock.min-quantum = 4096 "
+       "default.clock.max-quantum = 8192 }\n"},
+      {"90-loopback.conf",
+       std::string("context.exec = [ { path = \"") + LOOPBACK_DRIVER + "\" args = \"\" } ]\n"}};
+  return options;
+}
+
+class SystemAudioTest : public e2e::ToolFixture {
+ protected:
+  SystemAudioTest() : ToolFixture(desktop()) {
+    plugInMicrophone();  // without any, nothing is recorded
+    control->createSink(kHeadphones, {{"priority.session", "500"}});
+    control->createSink(kSpeaker, {{"priority.session", "900"}});
+    control->setDefaultSink(kHeadphones);
+    EXPECT_TRUE(waitUntil([this] { return driver() != 0; }, 10s)) << server.log();
+    writeTone();
+    player = std::make_unique<ChildProcess>(ChildProcess::Command{
+        {"pw-cat", "-p", "-P", std::string("{ node.name = ") + kPlayer + " }", toneFile()},
+        {},
+        {}});
+    EXPECT_TRUE(waitUntilHeardOn(kHeadphones));
+  }
+
+  [[nodiscard]] std::string toneFile() const { return server.directory() + "/tone.wav"; }
+  void writeTone() const {
+    ChildProcess sox({{"sox", "-n", "-r", "48000", "-c", "2", "-e", "floating-point", "-b", "32",
+                       toneFile(), "synth", "300", "sine", "1000", "vol", "0.5"},
+                      {},
+                      {}});
+    EXPECT_EQ(sox.waitForExit(30s), 0);
+  }
+  void useFormat(int soundFormat) {
+    writeSettings({{"SoundFormat", soundFormat}, {"AudioSourceType", 3}});
+  }
+
+  // The process that announces itself as the driver; 0 when there is none.
+  pid_t driver() {
+    for (const auto& client : control->clientProperties()) {
+      const auto key = client.find(loopback::kLoopbackDriverKey);
+      if (key == client.end() || key->second.empty()) continue;
+      const auto pid = client.find("pipewire.sec.pid");
+      if (pid != client.end()) return std::stoi(pid->second);
+    }
+    return 0;
+  }
+  std::string configuredDefault() {
+    const auto value = control->metadata(loopback::kConfiguredDefaultSinkKey);
+    return value ? nlohmann::json::parse(*value).value("name", "") : "";
+  }
+  std::string usedDefault() {
+    const auto value = control->metadata(loopback::kDefaultSinkKey);
+    return value ? nlohmann::json::parse(*value).value("name", "") : "";
+  }
+  std::vector<std::string> sinksHeardOn() {
+    std::map<std::string, std::string> names;
+    for (auto& node : control->objects("Node")) names[node["object.id"]] = node["node.name"];
+    std::vector<std::string> sinks;
+    for (auto& link : control->objects("Link")) {
+      if (names[link["link.output.node"]] != kPlayer) continue;
+      const std::string& sink = names[link["link.input.node"]];
+      if (std::find(sinks.begin(), sinks.end(), sink) == sinks.end()) sinks.push_back(sink);
+    }
+    return sinks;
+  }
+  bool waitUntilHeardOn(const std::string& sink, std::chrono::milliseconds limit = 10s) {
+    return waitUntil([&] { return sinksHeardOn() == std::vector<std::string>{sink}; }, limit);
+  }
+  // As it was before anything was recorded.
+  testing::AssertionResult isAsTheUserHadIt(std::chrono::milliseconds limit) {
+    const bool isBack = waitUntil(
+        [&] {
+          return configuredDefault() == kHeadphones && usedDefault() == kHeadphones &&
+                 !control->hasNode(loopback::kLoopbackDeviceUID) &&
+                 sinksHeardOn() == std::vector<std::string>{kHeadphones};
+        },
+        limit);
+    if (isBack) return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "configured " << configuredDefault() << ", used " << usedDefault() << ", heard on "
+           << testing::PrintToString(sinksHeardOn()) << ", loopback "
+           << (control->hasNode(loopback::kLoopbackDeviceUID) ? "shown" : "hidden");
+  }
+
+  static void expectTone(const std::vector<float>& samples, double rate_Hz, double tolerance) {
+    const ToneFigures figures = measureTone(samples, rate_Hz);
+    EXPECT_NEAR(figures.frequency_Hz, 1000, 1);
+    EXPECT_NEAR(figures.amplitude, kAmplitude, kAmplitude * 0.03);
+    EXPECT_LT(figures.largestSecondDifference,
+              test_support::secondDifferenceOfSine(1000, kAmplitude, rate_Hz) * tolerance);
+  }
+  // What is heard on a sink in the `length_s` after the first second from now.
+  static void expectToneHeardOn(const std::string& sink, double length_s) {
+    MonitorRecorder recorder(sink, 48000, 2);
+    const auto frames = [](double seconds) { return static_cast<std::size_t>(seconds * 48000); };
+    ASSERT_TRUE(waitUntil([&] { return recorder.frames() > frames(1 + length_s); }, 30s));
+    expectTone(recorder.samples(0, frames(1), frames(1 + length_s)), 48000, 1.1);
+  }
+
+  std::unique_ptr<ChildProcess> player;
+};
+
+class SystemAudioFormatTest : public SystemAudioTest, public testing::WithParamInterface<int> {};
+
+TEST_P(SystemAudioFormatTest, IsRecordedAndHeardAndEverythingIsPutBack) {
+  useFormat(GetParam());
+  const auto tool = startRecording();
+  EXPECT_TRUE(waitUntil([this] { return usedDefault() == loopback::kLoopbackDeviceUID; }));
+  EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  expectToneHeardOn(kHeadphones, 3);
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  expectToneHeardOn(kHeadphones, 1);
+
+  const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
+  EXPECT_EQ(sound.error, "");
+  EXPECT_GT(sound.duration_s(), 3.5);
+  // The second in which the player was moved, and what the codec does at the end, are left out.
+  std::vector<float> inner = innerPart(sound, 1.0);
+  expectTone(inner, sound.rate_Hz, 1.3);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, SystemAudioFormatTest, testing::Values(kM4a, kMp3),
+                         [](const auto& test) { return e2e::extensionOf(test.param); });
+
+TEST_F(SystemAudioTest, RecordingGoesOnWhenTheOldOutputVanishes) {
+  useFormat(kMp3);
+  const auto tool = startRecording();
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  control->destroyNode(kHeadphones);
+  {
+    MonitorRecorder recorder(loopback::kLoopbackDeviceUID, 48000, 2);
+    ASSERT_TRUE(waitUntil([&] { return recorder.frames() > 3 * 48000; }, 20s));
+  }
+  EXPECT_EQ(status().value("state", ""), "recording");
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  // The choice is kept for when the device comes back; until then the other one plays.
+  EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
+  EXPECT_EQ(configuredDefault(), kHeadphones);
+  const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
+  EXPECT_GT(sound.duration_s(), 3);
+  expectTone(innerPart(sound, 1.0), sound.rate_Hz, 1.3);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(SystemAudioTest, ChoiceTheUserMakesMeanwhileIsKept) {
+  useFormat(kMp3);
+  const auto tool = startRecording();
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  control->setDefaultSink(kSpeaker);
+  EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
+  EXPECT_EQ(status().value("state", ""), "recording");
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(waitUntil([this] { return !control->hasNode(loopback::kLoopbackDeviceUID); }));
+  EXPECT_EQ(configuredDefault(), kSpeaker);
+  EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(SystemAudioTest, KilledDriverEndsTheRecordingAndTheSoundIsBack) {
+  useFormat(kM4a);
+  const auto tool = startRecording();
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  expectToneHeardOn(kHeadphones, 0.5);
+  const pid_t pid = driver();
+  ASSERT_NE(pid, 0);
+  kill(pid, SIGKILL);
+  EXPECT_TRUE(waitUntilHeardOn(kHeadphones, 3s));
+  EXPECT_TRUE(waitForState("idle"));
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
+  useFormat(kMp3);
+  const auto tool = startRecording();
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  expectToneHeardOn(kHeadphones, 1);
+  player.reset();
+  feed.reset();
+  control.reset();
+  server.killDaemon();
+  EXPECT_TRUE(waitForState("idle"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  for (const std::string& file : filesIn(musicFolder())) {
+    EXPECT_EQ(decodeSound(file, server.directory()).error, "") << file;
+  }
+}
+
+// At any moment of start, recording and stop.
+TEST_F(SystemAudioTest, KilledRecorderLeavesTheUsersOwnOutputWithinASecond) {
+  const char* wanted = std::getenv("RA_KILLS");
+  const int kills = wanted == nullptr ? 12 : std::atoi(wanted);
+  std::mt19937 random(20261120);
+  std::uniform_int_distribution<int> delay_ms(0, 900);
+  useFormat(kM4a);
+  for (int i = 0; i < kills; ++i) {
+    const int wait_ms = delay_ms(random);
+    const auto tool = start();
+    std::unique_ptr<ChildProcess> stop;
+    const auto begun = std::chrono::steady_clock::now();
+    const bool stopsFirst = i % 3 == 2;
+    if (stopsFirst && waitForState("recording")) {
+      stop = std::make_unique<ChildProcess>(
+          ChildProcess::Command{{RECORD_AUDIO, "--stop"}, {}, server.directory() + "/stop.log"});
+    }
+    const auto moment = (stopsFirst ? std::chrono::steady_clock::now() : begun) +
+                        std::chrono::milliseconds(stopsFirst ? wait_ms / 10 : wait_ms);
+    waitUntil([&] { return std::chrono::steady_clock::now() >= moment; }, 5s);
+    tool->sendSignal(SIGKILL);
+    EXPECT_TRUE(tool->waitForExit(5s));
+    EXPECT_TRUE(isAsTheUserHadIt(kSoundIsBackLimit)) << "kill " << i << " after " << wait_ms;
+  }
+}
+
+}  // namespace
+}  // namespace linux_host

@@ -23,9 +23,15 @@ using ::testing::SizeIs;
 constexpr const char* kLogin = "org.freedesktop.login1";
 constexpr const char* kLoginPath = "/org/freedesktop/login1";
 
+test_support::PrivatePipeWire::Options patientServers() {
+  test_support::PrivatePipeWire::Options options;
+  options.watchdog = std::chrono::seconds(150);
+  return options;
+}
+
 class DesktopToolTest : public e2e::ToolFixture {
  protected:
-  DesktopToolTest() : ToolFixture({.watchdog = std::chrono::seconds(150)}) {
+  DesktopToolTest() : ToolFixture(patientServers()) {
     std::string error;
     client_ = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms, &error);
     EXPECT_NE(client_, nullptr) << error;
@@ -109,7 +115,7 @@ TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
                             {systemBus},
                             server.directory() + "/login.log"});
   ASSERT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
-  addToEnvironment(systemBus);
+  setEnvironment("DBUS_SYSTEM_BUS_ADDRESS", server.busAddress());
   auto tool = startRecording();
   ASSERT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
 

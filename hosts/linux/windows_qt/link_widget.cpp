@@ -68,9 +68,11 @@ void LinkWidget::mousePressEvent(QMouseEvent* event) {
   QAbstractButton::mousePressEvent(event);
 }
 
-void LinkWidget::changeEvent(QEvent* event) {
-  QAbstractButton::changeEvent(event);
-  if (event->type() == QEvent::ActivationChange) updatePointer();
+bool LinkWidget::event(QEvent* event) {
+  const bool handled = QAbstractButton::event(event);
+  if (event->type() == QEvent::WindowActivate || event->type() == QEvent::WindowDeactivate)
+    updatePointer();
+  return handled;
 }
 
 void LinkWidget::enterEvent(QEnterEvent* event) {

@@ -26,9 +26,9 @@ class LinkWidget : public QAbstractButton {
   [[nodiscard]] QSize minimumSizeHint() const override;
 
  protected:
+  bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
-  void changeEvent(QEvent* event) override;
   void enterEvent(QEnterEvent* event) override;
 
  private:

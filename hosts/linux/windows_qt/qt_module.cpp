@@ -6,11 +6,11 @@
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QStyleFactory>
 #include <array>
 #include <cstdlib>
 
 #include "hosts/linux/windows/windows_module.h"
+#include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
 
 namespace linux_host {
@@ -48,50 +48,6 @@ std::string usablePlatform() {
   if (waylandIsThere() && wanted.rfind("xcb", 0) != 0)
     return x11IsThere() ? "wayland;xcb" : "wayland";
   return x11IsThere() ? "xcb" : "";
-}
-
-QPalette darkPalette(bool highContrast) {
-  const QColor window = highContrast ? QColor(Qt::black) : QColor(0x2d, 0x2d, 0x2d);
-  const QColor base = highContrast ? QColor(Qt::black) : QColor(0x1f, 0x1f, 0x1f);
-  const QColor button = highContrast ? QColor(Qt::black) : QColor(0x3a, 0x3a, 0x3a);
-  QPalette palette(button, window);
-  palette.setColor(QPalette::Base, base);
-  palette.setColor(QPalette::AlternateBase, window);
-  for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
-                          QPalette::ToolTipText, QPalette::BrightText}) {
-    palette.setColor(role, Qt::white);
-    if (!highContrast) palette.setColor(QPalette::Disabled, role, QColor(0x8a, 0x8a, 0x8a));
-  }
-  palette.setColor(QPalette::ToolTipBase, button);
-  palette.setColor(QPalette::Highlight,
-                   highContrast ? QColor(0xff, 0xff, 0x00) : QColor(0x35, 0x84, 0xe4));
-  palette.setColor(QPalette::HighlightedText, highContrast ? Qt::black : Qt::white);
-  palette.setColor(QPalette::Link,
-                   highContrast ? QColor(0xff, 0xff, 0x00) : QColor(0x78, 0xae, 0xed));
-  return palette;
-}
-
-QPalette lightHighContrastPalette() {
-  QPalette palette(Qt::white, Qt::white);
-  palette.setColor(QPalette::Base, Qt::white);
-  for (const auto role :
-       {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText}) {
-    palette.setColor(role, Qt::black);
-  }
-  palette.setColor(QPalette::Highlight, Qt::black);
-  palette.setColor(QPalette::HighlightedText, Qt::white);
-  palette.setColor(QPalette::Link, QColor(0x00, 0x00, 0xc0));
-  return palette;
-}
-
-// The desktop's own theme is left alone; where none reads the user's wish, it is met here.
-void applyAppearance(const Appearance& appearance) {
-  const bool isDark = QApplication::palette().color(QPalette::Window).lightness() < 128;
-  if (!appearance.highContrast && appearance.dark == isDark) return;
-  if (!appearance.highContrast && !appearance.dark) return;
-  QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
-  QApplication::setPalette(appearance.dark ? darkPalette(appearance.highContrast)
-                                           : lightHighContrastPalette());
 }
 
 class QtCursor : public platform::Cursor {

@@ -20,23 +20,52 @@
 namespace linux_host {
 
 QString singleLine(const std::string& text) {
-  QString line = QString::fromStdString(text);
-  for (QChar& character : line) {
-    if (!character.isPrint()) character = u' ';
+  auto characters = QString::fromStdString(text).toUcs4();
+  for (auto& character : characters) {
+    if (!QChar::isPrint(character)) character = U' ';
   }
-  return line.simplified();
+  return QString::fromUcs4(reinterpret_cast<const char32_t*>(characters.constData()),
+                           characters.size())
+      .simplified();
 }
 
+namespace {
+
+// A tool tip that shows `text` as it stands: without this a name with tags in it would be drawn as
+// what the tags say.
+QString plainToolTip(const QString& text) {
+  return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
+}
+
+}  // namespace
+
 QtPopUpButton::QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick)
-    : QtView(box), unnamedItem_(std::move(unnamedItem)) {
+    : QtView(box), unnamedItem_(std::move(unnamedItem)), onPick_(std::move(onPick)) {
   // Items that stand in the interface file are the menu's first content.
   for (int row = 0; row < box->count(); ++row) items_.push_back({box->itemText(row), false});
   selected_ = box->currentIndex();
   box->view()->setTextElideMode(Qt::ElideMiddle);
-  connect(box, &QComboBox::activated, this, [this, act = std::move(onPick)](int index) {
-    selected_ = index;
-    if (act) act(this);
-  });
+  connect(box, &QComboBox::activated, this, [this](int row) { pick(row); });
+}
+
+void QtPopUpButton::pick(int row) {
+  const int item = itemOfRow(row);
+  if (item < 0) {
+    syncNow();
+    return;
+  }
+  selected_ = item;
+  if (onPick_) onPick_(this);
+}
+
+// A pick can overtake the sync: the user then meant what he saw.
+int QtPopUpButton::itemOfRow(int row) const {
+  const auto shown = shownItems();
+  if (shown == items_) return row;
+  if (row < 0 || row >= static_cast<int>(shown.size())) return -1;
+  const Item& picked = shown[static_cast<std::size_t>(row)];
+  if (std::count(items_.begin(), items_.end(), picked) != 1) return -1;
+  return static_cast<int>(std::find(items_.begin(), items_.end(), picked) - items_.begin());
 }
 
 void QtPopUpButton::removeAllItems() {
@@ -82,7 +111,7 @@ void QtPopUpButton::insertRow(int row, const Item& item) {
     box()->insertSeparator(row);
   } else {
     box()->insertItem(row, item.title);
-    box()->setItemData(row, item.title, Qt::ToolTipRole);
+    box()->setItemData(row, plainToolTip(item.title), Qt::ToolTipRole);
   }
 }
 
@@ -92,24 +121,31 @@ void QtPopUpButton::syncNow() {
   const QSignalBlocker quiet(box());
   const auto shown = shownItems();
   if (shown != items_) {
-    // Keep the rows in front of and behind the change: the view keeps its place and its focus.
-    const auto limit = std::min(shown.size(), items_.size());
-    std::size_t head = 0;
-    while (head < limit && shown[head] == items_[head]) ++head;
-    std::size_t tail = 0;
-    while (tail < limit - head &&
-           shown[shown.size() - 1 - tail] == items_[items_.size() - 1 - tail])
-      ++tail;
-    for (std::size_t row = shown.size() - tail; row > head; --row) {
-      box()->removeItem(static_cast<int>(row - 1));
+    const QPersistentModelIndex pointedAt = box()->view()->currentIndex();
+    updateRows(shown);
+    // An open menu grows or shrinks with its content; the user stays where he was in it.
+    if (box()->view()->isVisible()) {
+      box()->showPopup();
+      if (pointedAt.isValid()) box()->view()->setCurrentIndex(pointedAt);
     }
-    for (std::size_t row = head; row < items_.size() - tail; ++row) {
-      insertRow(static_cast<int>(row), items_[row]);
-    }
-    // An open menu grows or shrinks with its content.
-    if (box()->view()->isVisible()) box()->showPopup();
   }
   if (box()->currentIndex() != selected_) box()->setCurrentIndex(selected_);
+}
+
+// Keeps the rows in front of and behind the change: the view keeps its place and its focus.
+void QtPopUpButton::updateRows(const std::vector<Item>& shown) {
+  const auto limit = std::min(shown.size(), items_.size());
+  std::size_t head = 0;
+  while (head < limit && shown[head] == items_[head]) ++head;
+  std::size_t tail = 0;
+  while (tail < limit - head && shown[shown.size() - 1 - tail] == items_[items_.size() - 1 - tail])
+    ++tail;
+  for (std::size_t row = shown.size() - tail; row > head; --row) {
+    box()->removeItem(static_cast<int>(row - 1));
+  }
+  for (std::size_t row = head; row < items_.size() - tail; ++row) {
+    insertRow(static_cast<int>(row), items_[row]);
+  }
 }
 
 QtCheckBox::QtCheckBox(QCheckBox* box, UserAct onClick) : QtView(box) {
@@ -173,7 +209,10 @@ void QtButton::removeTrackingArea(const platform::TrackingAreaPtr& area) {
 }
 
 LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
-  setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+  QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+  // The window does not jump when the level comes and goes.
+  policy.setRetainSizeWhenHidden(true);
+  setSizePolicy(policy);
 }
 
 void LevelBar::setLevel(float peak) {
@@ -240,10 +279,13 @@ QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServi
 void QtOutputLocationButton::updateState() {
   if (widget() == nullptr) return;
   auto* button = static_cast<QPushButton*>(widget());
+  button->setIcon(QIcon::fromTheme(QStringLiteral("folder"),
+                                   QFileIconProvider().icon(QFileIconProvider::Folder)));
   const auto folder = services_.outputLocation();
   if (!folder) {
     button->setText(QString::fromStdString(services_.localizedString("Choose a folder")));
     button->setToolTip({});
+    button->setAccessibleDescription({});
     return;
   }
   const QString path = QString::fromStdString(*folder);
@@ -256,9 +298,7 @@ void QtOutputLocationButton::updateState() {
   shown = button->fontMetrics().elidedText(shown, Qt::ElideMiddle, width);
   // An ampersand in a folder's name is no mnemonic.
   button->setText(shown.replace(u'&', QStringLiteral("&&")));
-  button->setIcon(QIcon::fromTheme(QStringLiteral("folder"),
-                                   QFileIconProvider().icon(QFileIconProvider::Folder)));
-  button->setToolTip(path.toHtmlEscaped());
+  button->setToolTip(plainToolTip(path));
   button->setAccessibleDescription(path);
 }
 

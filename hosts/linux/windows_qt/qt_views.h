@@ -69,12 +69,17 @@ class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
     friend bool operator==(const Item&, const Item&) = default;
   };
 
+  void pick(int row);
   void scheduleSync();
+  // The item that `row` of the widget stands for; -1 when that cannot be said.
+  [[nodiscard]] int itemOfRow(int row) const;
   [[nodiscard]] std::vector<Item> shownItems() const;
   void insertRow(int row, const Item& item);
+  void updateRows(const std::vector<Item>& shown);
   QComboBox* box() const { return static_cast<QComboBox*>(widget()); }
 
   QString unnamedItem_;
+  UserAct onPick_;
   std::vector<Item> items_;
   int selected_ = -1;
   bool syncScheduled_ = false;

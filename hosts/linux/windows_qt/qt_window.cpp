@@ -6,7 +6,7 @@
 namespace linux_host {
 
 WindowWidget::WindowWidget(QWidget* parent) : QDialog(parent) {
-  connect(new QShortcut(QKeySequence(QKeySequence::Close), this), &QShortcut::activated, this,
+  connect(new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_W), this), &QShortcut::activated, this,
           &WindowWidget::doneWanted);
 }
 

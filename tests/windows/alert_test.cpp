@@ -1,0 +1,97 @@
+#include <QAbstractButton>
+#include <QMessageBox>
+
+#include "tests/windows/windows_fixture.h"
+
+namespace linux_host {
+namespace {
+
+class AlertTest : public WindowsTest {
+ protected:
+  static QMessageBox* shownBox() {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    return box != nullptr && box->isVisible() ? box : nullptr;
+  }
+  // What the alert comes to when the user does `act`.
+  static int answer(const platform::Alert& alert, const std::function<void(QMessageBox&)>& act) {
+    InModalDialog user([&] {
+      QMessageBox* box = shownBox();
+      if (box != nullptr) act(*box);
+      return box != nullptr;
+    });
+    const int result = windowsModule().runModal(alert);
+    EXPECT_TRUE(user.done());
+    return result;
+  }
+  static void clickTitled(QMessageBox& box, const QString& title) {
+    for (QAbstractButton* button : box.buttons()) {
+      if (button->text() == title) {
+        button->click();
+        return;
+      }
+    }
+    ADD_FAILURE() << "no button " << title.toStdString();
+    box.reject();
+  }
+
+  platform::Alert alert_{.style = platform::AlertStyle::kWarning,
+                         .messageText = "Restart <b>now</b>?",
+                         .informativeText = "Unsaved work & more",
+                         .buttons = {"Restart", "Later", "Never"}};
+};
+
+TEST_F(AlertTest, ReturnsTheNumberOfTheButtonThatWasPressed) {
+  int expected = platform::kAlertFirstButtonReturn;
+  for (const char* title : {"Restart", "Later", "Never"}) {
+    EXPECT_EQ(answer(alert_, [&](QMessageBox& box) { clickTitled(box, QLatin1String(title)); }),
+              expected++);
+  }
+}
+
+TEST_F(AlertTest, AgreesOnReturnAndDeclinesOnEscape) {
+  EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Return); }),
+            platform::kAlertFirstButtonReturn);
+  EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }),
+            platform::kAlertFirstButtonReturn + 2);
+  EXPECT_EQ(answer(alert_, [](QMessageBox& box) { box.close(); }),
+            platform::kAlertFirstButtonReturn + 2);
+}
+
+TEST_F(AlertTest, WithoutButtonsHasOneThatClosesIt) {
+  alert_.buttons.clear();
+  EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }),
+            platform::kAlertFirstButtonReturn);
+}
+
+TEST_F(AlertTest, ShowsItsTextsAsTheyStandWithTheIconOfItsStyle) {
+  const std::pair<platform::AlertStyle, QMessageBox::Icon> styles[] = {
+      {platform::AlertStyle::kWarning, QMessageBox::Warning},
+      {platform::AlertStyle::kInformational, QMessageBox::Information},
+      {platform::AlertStyle::kCritical, QMessageBox::Critical}};
+  for (const auto& [style, icon] : styles) {
+    alert_.style = style;
+    answer(alert_, [icon = icon](QMessageBox& box) {
+      EXPECT_EQ(box.icon(), icon);
+      EXPECT_EQ(box.textFormat(), Qt::PlainText);
+      EXPECT_EQ(box.text(), QStringLiteral("Restart <b>now</b>?"));
+      EXPECT_EQ(box.informativeText(), QStringLiteral("Unsaved work & more"));
+      box.reject();
+    });
+  }
+}
+
+TEST_F(AlertTest, LetsTheMainLoopGoOn) {
+  bool ran = false;
+  QTimer::singleShot(0, [&] { ran = true; });
+  InModalDialog user([&] {
+    QMessageBox* box = shownBox();
+    if (!ran || box == nullptr) return false;
+    box->reject();
+    return true;
+  });
+  windowsModule().runModal(alert_);
+  EXPECT_TRUE(ran);
+}
+
+}  // namespace
+}  // namespace linux_host

@@ -1,0 +1,105 @@
+#include <QCheckBox>
+#include <QFontMetrics>
+#include <QLabel>
+#include <QStyle>
+#include <QStyleOptionComboBox>
+
+#include "suite/suite.h"
+#include "tests/windows/windows_fixture.h"
+
+// Run once for each scale factor.
+
+namespace linux_host {
+namespace {
+
+class LayoutTest : public WindowsTest, public testing::WithParamInterface<std::string> {
+ protected:
+  LayoutTest() {
+    services().speak(GetParam());
+    // The longest path that is shown in full.
+    services().folder = "/" + std::string(200, 'm');
+  }
+
+  void showEverything() {
+    load();
+    owner_.outlet<suite::OutputLocationButton>("outputLocation")->updateState();
+    const auto source = owner_.outlet<platform::PopUpButton>("audioSource");
+    for (const char* key : {"Default input device", "Computer", "Don’t record audio"}) {
+      source->addItem(services().localizedString(key));
+    }
+    source->selectItem(0);
+    show();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return widget<QComboBox>("audioSource").currentIndex() == 0; }));
+  }
+
+  static int roomForText(const QComboBox& box) {
+    QStyleOptionComboBox option;
+    option.initFrom(&box);
+    return box.style()
+        ->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, &box)
+        .width();
+  }
+};
+
+TEST_P(LayoutTest, NothingIsClipped) {
+  showEverything();
+  for (QWidget* named : namedWidgets()) {
+    const std::string name = named->objectName().toStdString();
+    EXPECT_TRUE(dialog().rect().contains(QRect(named->mapTo(&dialog(), QPoint()), named->size())))
+        << name;
+    const auto* label = qobject_cast<QLabel*>(named);
+    if (label != nullptr && label->wordWrap()) {
+      EXPECT_GE(label->height(), label->heightForWidth(label->width())) << name;
+      continue;
+    }
+    EXPECT_GE(named->height(), named->sizeHint().height()) << name;
+    const auto* box = qobject_cast<QComboBox*>(named);
+    if (box == nullptr) {
+      EXPECT_GE(named->width(), named->sizeHint().width()) << name;
+      continue;
+    }
+    for (int row = 0; row < box->count(); ++row) {
+      EXPECT_GE(roomForText(*box), box->fontMetrics().horizontalAdvance(box->itemText(row)))
+          << name << ": " << box->itemText(row).toStdString();
+    }
+  }
+}
+
+TEST_P(LayoutTest, NoControlsOverlap) {
+  showEverything();
+  const auto named = namedWidgets();
+  for (std::size_t i = 0; i < named.size(); ++i) {
+    for (std::size_t j = i + 1; j < named.size(); ++j) {
+      EXPECT_FALSE(named[i]->geometry().intersects(named[j]->geometry()))
+          << named[i]->objectName().toStdString() << " and "
+          << named[j]->objectName().toStdString();
+    }
+  }
+}
+
+TEST_P(LayoutTest, IsMirroredFromRightToLeft) {
+  showEverything();
+  const auto labelIsLeft = [&] {
+    return widget("audioSourceLabel").geometry().center().x() <
+           widget("audioSource").geometry().center().x();
+  };
+  EXPECT_TRUE(labelIsLeft());
+  EXPECT_GT(widget("doneButton").geometry().center().x(), dialog().width() / 2);
+  const QSize size = dialog().size();
+  QApplication::setLayoutDirection(Qt::RightToLeft);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !labelIsLeft(); }));
+  EXPECT_LT(widget("doneButton").geometry().center().x(), dialog().width() / 2);
+  EXPECT_EQ(dialog().size(), size);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLanguages, LayoutTest, testing::ValuesIn(languages()),
+                         [](const auto& language) { return language.param; });
+
+TEST(ScaleTest, IsTheOneThatWasAskedFor) {
+  const double wanted = std::max(1.0, qEnvironmentVariable("QT_SCALE_FACTOR").toDouble());
+  EXPECT_DOUBLE_EQ(qApp->devicePixelRatio(), wanted);
+}
+
+}  // namespace
+}  // namespace linux_host

@@ -1,0 +1,145 @@
+#include <QDir>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QTemporaryDir>
+
+#include "suite/suite.h"
+#include "tests/windows/windows_fixture.h"
+
+namespace linux_host {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class OutputLocationTest : public WindowsTest {
+ protected:
+  OutputLocationTest() {
+    EXPECT_TRUE(QDir(root_.path()).mkdir(QStringLiteral("before")));
+    EXPECT_TRUE(QDir(root_.path()).mkdir(QStringLiteral("after")));
+    services().folder = path("before");
+    show();
+    port_ = owner_.outlet<suite::OutputLocationButton>("outputLocation");
+    port_->updateState();
+  }
+  std::string path(const char* name) const {
+    return root_.filePath(QLatin1String(name)).toStdString();
+  }
+  QPushButton& button() const { return widget<QPushButton>("outputLocation"); }
+
+  struct Outcome {
+    int calls = 0;
+    bool success = false;
+    std::optional<std::string> message;
+    platform::Dictionary details;
+  };
+  Outcome change(const std::function<void(QFileDialog&)>& act) {
+    InModalDialog user([&] {
+      auto* chooser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+      if (chooser == nullptr || !chooser->isVisible()) return false;
+      act(*chooser);
+      return true;
+    });
+    Outcome outcome;
+    port_->handleOutputLocationChanged([&](bool success, int,
+                                           const std::optional<std::string>& message,
+                                           const platform::Dictionary& details) {
+      ++outcome.calls;
+      outcome.success = success;
+      outcome.message = message;
+      outcome.details = details;
+    });
+    EXPECT_TRUE(user.done());
+    EXPECT_EQ(outcome.calls, 1);
+    return outcome;
+  }
+  Outcome choose(const std::string& folder) {
+    return change([folder](QFileDialog& chooser) {
+      chooser.findChild<QLineEdit*>(QStringLiteral("fileNameEdit"))
+          ->setText(QString::fromStdString(folder));
+      static_cast<QDialog&>(chooser).accept();
+    });
+  }
+
+  QTemporaryDir root_;
+  std::shared_ptr<suite::OutputLocationButton> port_;
+};
+
+TEST_F(OutputLocationTest, ShowsTheFolderWithAnIcon) {
+  services().folder = (QDir::homePath() + QStringLiteral("/Music/R&D <b>x</b>")).toStdString();
+  port_->updateState();
+  EXPECT_EQ(button().text(), QStringLiteral("~/Music/R&&D <b>x</b>")) << "no mnemonic in it";
+  EXPECT_FALSE(button().icon().isNull());
+  EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(*services().folder));
+  EXPECT_FALSE(button().toolTip().contains(QStringLiteral("<b>")));
+}
+
+TEST_F(OutputLocationTest, ShortensALongPathInTheMiddleAndKeepsTheWindowsSize) {
+  QCoreApplication::processEvents();
+  const QSize size = dialog().size();
+  services().folder = "/" + std::string(3000, 'a') + "/end";
+  port_->updateState();
+  EXPECT_TRUE(button().text().endsWith(QStringLiteral("end")));
+  EXPECT_TRUE(button().text().contains(u'…'));
+  QCoreApplication::processEvents();
+  EXPECT_EQ(dialog().size(), size);
+}
+
+TEST_F(OutputLocationTest, AsksForAFolderWhenThereIsNone) {
+  services().folder.reset();
+  port_->updateState();
+  EXPECT_EQ(button().text(), text("Choose a folder"));
+  EXPECT_FALSE(button().icon().isNull());
+  EXPECT_TRUE(button().toolTip().isEmpty());
+  EXPECT_TRUE(button().accessibleDescription().isEmpty());
+}
+
+TEST_F(OutputLocationTest, SendsItsActionOnClick) {
+  button().click();
+  EXPECT_THAT(owner_.actions, ElementsAre("onOutputLocationChanged"));
+}
+
+TEST_F(OutputLocationTest, StoresAndShowsTheFolderThatWasChosen) {
+  const Outcome outcome = choose(path("after"));
+  EXPECT_TRUE(outcome.success);
+  EXPECT_EQ(outcome.message, std::nullopt);
+  EXPECT_EQ(outcome.details, (platform::Dictionary{{"Changed", true}}));
+  EXPECT_THAT(services().asked, ElementsAre(path("after")));
+  EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("after")));
+}
+
+TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsOrTakesTheSameFolder) {
+  EXPECT_TRUE(change([](QFileDialog& chooser) { chooser.close(); }).success);
+  EXPECT_TRUE(choose(path("before")).success);
+  EXPECT_THAT(services().asked, IsEmpty());
+  EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("before")));
+}
+
+TEST_F(OutputLocationTest, KeepsTheOldFolderAndSaysWhyWhenTheNewOneCannotBeUsed) {
+  services().refusal = "\"after\" <b>cannot</b> be written: Permission denied. Choose another.";
+  QString said;
+  QString why;
+  Qt::TextFormat format = Qt::AutoText;
+  InModalDialog reader([&] {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    if (box == nullptr || !box->isVisible()) return false;
+    said = box->text();
+    why = box->informativeText();
+    format = box->textFormat();
+    QTest::keyClick(box, Qt::Key_Escape);
+    return true;
+  });
+  const Outcome outcome = choose(path("after"));
+  EXPECT_TRUE(reader.done());
+  EXPECT_EQ(said, text("The folder cannot be used."));
+  EXPECT_EQ(why.toStdString(), services().refusal);
+  EXPECT_EQ(format, Qt::PlainText);
+  EXPECT_FALSE(outcome.success);
+  EXPECT_EQ(outcome.message, services().refusal);
+  EXPECT_EQ(outcome.details, (platform::Dictionary{{"Changed", false}}));
+  EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("before")));
+}
+
+}  // namespace
+}  // namespace linux_host

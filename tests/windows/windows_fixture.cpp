@@ -1,0 +1,128 @@
+#include "tests/windows/windows_fixture.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace linux_host {
+namespace {
+
+class ModuleEnvironment : public testing::Environment {
+ public:
+  void SetUp() override {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    unsetenv("DISPLAY");
+    unsetenv("WAYLAND_DISPLAY");
+    void* library = dlopen(RA_WINDOWS_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto create =
+        reinterpret_cast<CreateWindowsModule>(dlsym(library, kCreateWindowsModuleSymbol));
+    ASSERT_NE(create, nullptr);
+    std::string error;
+    module.reset(create(fakeServices, &error));
+    ASSERT_NE(module, nullptr) << error;
+  }
+  void TearDown() override { module.reset(); }
+
+  FakeServices fakeServices;
+  std::unique_ptr<WindowsModule> module;
+};
+
+// GoogleTest owns it.
+auto* const environment =
+    static_cast<ModuleEnvironment*>(testing::AddGlobalTestEnvironment(new ModuleEnvironment));
+
+}  // namespace
+
+std::string FakeServices::localizedString(const std::string& key) const {
+  const std::string* found = table_ ? table_->lookUp(key) : nullptr;
+  return found != nullptr ? *found : key;
+}
+
+std::string FakeServices::setOutputLocation(const std::string& path) {
+  asked.push_back(path);
+  if (refusal.empty()) folder = path;
+  return refusal;
+}
+
+void FakeServices::speak(const std::string& language) {
+  table_ = std::make_unique<StringTables>(RA_BUILT_LOCALES, "com.vantrel.korvel.RecordAudio",
+                                          std::vector{language});
+}
+
+void FakeServices::reset() {
+  folder = "/home/somebody/Music";
+  refusal.clear();
+  asked.clear();
+  speak("en");
+}
+
+std::vector<std::string> languages() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(RA_BUILT_LOCALES)) {
+    names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+WindowsModule& windowsModule() {
+  return *environment->module;
+}
+
+FakeServices& services() {
+  return environment->fakeServices;
+}
+
+InModalDialog::InModalDialog(std::function<bool()> act) {
+  constexpr int kInterval_ms = 5;
+  QObject::connect(&timer_, &QTimer::timeout, &timer_, [this, act = std::move(act)] {
+    if (done_ || !act()) return;
+    done_ = true;
+    timer_.stop();
+  });
+  timer_.start(kInterval_ms);
+}
+
+WindowsTest::WindowsTest() {
+  services().reset();
+}
+
+WindowsTest::~WindowsTest() {
+  window_.reset();
+  QApplication::setLayoutDirection(Qt::LeftToRight);
+}
+
+void WindowsTest::load() {
+  window_.reset();
+  window_ = windowsModule().loadWindow("AudioPreferencesWindow", owner_);
+  ASSERT_NE(window_, nullptr);
+}
+
+void WindowsTest::show() {
+  if (window_ == nullptr) load();
+  window_->makeKeyAndOrderFront();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog()));
+}
+
+QDialog& WindowsTest::dialog() const {
+  for (QWidget* top : QApplication::topLevelWidgets()) {
+    if (top->objectName() == QStringLiteral("AudioPreferencesWindow")) {
+      return static_cast<QDialog&>(*top);
+    }
+  }
+  throw std::runtime_error("there is no preferences window");
+}
+
+std::vector<QWidget*> WindowsTest::namedWidgets() const {
+  std::vector<QWidget*> named;
+  for (QWidget* widget : dialog().findChildren<QWidget*>()) {
+    if (!widget->objectName().isEmpty() && !widget->objectName().startsWith(u"qt_")) {
+      named.push_back(widget);
+    }
+  }
+  return named;
+}
+
+}  // namespace linux_host

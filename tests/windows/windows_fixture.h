@@ -1,0 +1,117 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QAbstractItemView>
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/linux/base/string_table.h"
+#include "hosts/linux/windows/windows_module.h"
+
+// The module with the windows, as the program loads it, on a screen in memory.
+
+namespace linux_host {
+
+// The program's side: texts of one language, and an output folder that may refuse a change.
+class FakeServices : public WindowsServices {
+ public:
+  [[nodiscard]] std::string localizedString(const std::string& key) const override;
+  [[nodiscard]] std::optional<std::string> outputLocation() override { return folder; }
+  std::string setOutputLocation(const std::string& path) override;
+
+  // The name of a string table, e.g. "de".
+  void speak(const std::string& language);
+  // Back to English, and a folder that takes every change.
+  void reset();
+
+  std::optional<std::string> folder = "/home/somebody/Music";
+  // What the next changes of the folder come to; empty: they succeed.
+  std::string refusal;
+  std::vector<std::string> asked;
+
+ private:
+  std::unique_ptr<StringTables> table_;
+};
+
+// Every language there is a string table for.
+std::vector<std::string> languages();
+
+// The whole process has one module and one application. The module's side of the main thread.
+WindowsModule& windowsModule();
+FakeServices& services();
+
+// Keeps what an interface file connects and what its controls send.
+class FakeOwner : public platform::InterfaceOwner {
+ public:
+  void connectOutlet(const std::string& name,
+                     const std::shared_ptr<platform::View>& view) override {
+    outlets[name] = view;
+  }
+  void performAction(const std::string& name, platform::View* sender) override {
+    actions.push_back(name);
+    if (onAction) onAction(name, sender);
+  }
+  template <typename Port>
+  [[nodiscard]] std::shared_ptr<Port> outlet(const std::string& name) const {
+    const auto found = outlets.find(name);
+    return found == outlets.end() ? nullptr : std::dynamic_pointer_cast<Port>(found->second.lock());
+  }
+
+  std::map<std::string, std::weak_ptr<platform::View>> outlets;
+  std::vector<std::string> actions;
+  std::function<void(const std::string&, platform::View*)> onAction;
+};
+
+// Runs `act` from the event loop, again and again until it returns true: for dialogs that are
+// modal to whoever opened them.
+class InModalDialog {
+ public:
+  explicit InModalDialog(std::function<bool()> act);
+  [[nodiscard]] bool done() const { return done_; }
+
+ private:
+  QTimer timer_;
+  bool done_ = false;
+};
+
+// The preferences window, not shown yet, and whom it sends its actions to.
+class WindowsTest : public testing::Test {
+ protected:
+  WindowsTest();
+  ~WindowsTest() override;
+
+  void load();
+  // Loads the window unless it is there, shows it and makes it the active one.
+  void show();
+
+  [[nodiscard]] QDialog& dialog() const;
+  template <typename Widget = QWidget>
+  [[nodiscard]] Widget& widget(const char* name) const {
+    auto* found = dialog().findChild<Widget*>(QLatin1String(name));
+    if (found == nullptr) throw std::runtime_error(std::string("no widget ") + name);
+    return *found;
+  }
+  // Every widget the interface file names, its window included.
+  [[nodiscard]] std::vector<QWidget*> namedWidgets() const;
+  // The text as the user sees it in the current language.
+  [[nodiscard]] static QString text(const char* key) {
+    return QString::fromStdString(services().localizedString(key));
+  }
+
+  FakeOwner owner_;
+  std::shared_ptr<platform::Window> window_;
+};
+
+}  // namespace linux_host

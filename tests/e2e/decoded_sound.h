@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+// What a player that is not ours makes of a file.
+struct DecodedSound {
+  std::string error;      // empty when the file opened and decoded to its end
+  std::string container;  // as ffprobe names it
+  std::string codec;
+  int rate_Hz = 0;
+  int channels = 0;
+  // What the file says of itself; decoded is the last packet as a whole.
+  double containerDuration_s = 0;
+  std::vector<std::vector<float>> samples;  // by channel
+
+  [[nodiscard]] double duration_s() const {
+    return samples.empty() ? 0.0 : static_cast<double>(samples[0].size()) / rate_Hz;
+  }
+};
+
+// Decodes with the ffmpeg tools; `scratch` is a folder for what they write.
+DecodedSound decodeSound(const std::string& path, const std::string& scratch);
+
+// The first channel without its first and last `margin_s`, where a codec swings in and out.
+std::vector<float> innerPart(const DecodedSound& sound, double margin_s);
+
+}  // namespace e2e

@@ -1,0 +1,253 @@
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "tests/e2e/decoded_sound.h"
+#include "tests/e2e/desktop_client.h"
+#include "tests/e2e/tool_fixture.h"
+#include "tests/support/tone_figures.h"
+
+// The main job from outside: a click, a second click, and what lies in the folder then.
+
+namespace e2e {
+namespace {
+
+using namespace std::chrono_literals;
+using test_support::ToneFigures;
+using test_support::waitUntil;
+using testing::AllOf;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::Eq;
+using testing::Ge;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Le;
+using testing::Not;
+
+struct Sound {
+  const char* name;
+  int format;
+  const char* positions;
+  const char* rate_Hz;
+  int channels;  // of the file
+};
+
+constexpr Sound kSounds[] = {
+    {"M4aStereo", kM4a, "FL,FR", "48000", 2},
+    {"M4aMono", kM4a, "MONO", "48000", 1},
+    {"M4aStereo44100Hz", kM4a, "FL,FR", "44100", 2},
+    {"Mp3Stereo", kMp3, "FL,FR", "48000", 2},
+    {"Mp3Mono", kMp3, "MONO", "48000", 1},
+    {"Mp3Stereo44100Hz", kMp3, "FL,FR", "44100", 2},
+};
+
+// A buffer of 1024 frames at 44.1 kHz, and the 10 ms after which the tool looks for new ones.
+constexpr double kBuffer_s = 0.024 + 0.010;
+// The last packet of an m4a is filled up; the container says where the sound ends.
+constexpr double kAacPacket_frames = 1024;
+// A stream of MP3 says nothing of the encoder's delay (1105 samples) and the padding of its last
+// packets, which a player plays; the tool drops what waits for the encoder at the stop.
+constexpr double kMp3Delay_s = 0.1;
+constexpr double kMp3Dropped_s = 0.1;
+// What happens between the first buffer and the report of it, on a busy machine.
+constexpr double kReport_s = 0.25;
+
+test_support::PrivatePipeWire::Options bothRates() {
+  test_support::PrivatePipeWire::Options options;
+  options.pipewireDropIns = {
+      {"rates.conf", "context.properties = { default.clock.allowed-rates = [ 44100 48000 ] }\n"}};
+  return options;
+}
+
+class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sound> {
+ protected:
+  RecordingTest() : ToolFixture(bothRates()) {}
+
+  void plugIn() {
+    plugInMicrophone(
+        {{"audio.position", GetParam().positions}, {"audio.rate", GetParam().rate_Hz}});
+  }
+
+  // The tone from its first to its last sample, whatever the codec does at the edges.
+  static void expectTheTone(const DecodedSound& sound) {
+    const ToneFigures figures = test_support::measureTone(innerPart(sound, 0.15), sound.rate_Hz);
+    EXPECT_NEAR(figures.frequency_Hz, 1000, 0.2);
+    EXPECT_NEAR(figures.amplitude, 0.5, 0.01);
+    EXPECT_LT(figures.largestSecondDifference,
+              1.3 * test_support::secondDifferenceOfSine(1000, 0.5, sound.rate_Hz));
+  }
+};
+
+TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
+  const Sound& expected = GetParam();
+  writeSettings({{"SoundFormat", expected.format}});
+  plugIn();
+  DesktopClient desktop(server.busAddress());
+
+  const auto started = Clock::now();
+  const auto tool = start();
+  auto notYetRecording = started;
+  Json status;
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        const auto asked = Clock::now();
+        status = desktop.status();
+        const bool recording = status.is_object() && status["state"] == "recording";
+        if (!recording) notYetRecording = asked;
+        return recording;
+      },
+      kStepLimit));
+  const auto recording = Clock::now();
+  EXPECT_EQ(status["source"], "default");
+  EXPECT_EQ(status["format"], extensionOf(expected.format));
+  EXPECT_TRUE(status["elapsedSeconds"].is_number_integer());
+  const std::string growing = status["outputFile"];
+  EXPECT_THAT(growing, testing::StartsWith(temporaryFolder() + "/Audio_recording_"));
+
+  // As --status tells a script.
+  ASSERT_TRUE(
+      waitUntil([&] { return this->status().value("elapsedSeconds", 0) >= 2; }, kStepLimit));
+
+  const auto clicked = Clock::now();
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitUntil([&] { return desktop.status().value("state", "") == "idle"; }, kStepLimit));
+  const auto stopped = Clock::now();
+  EXPECT_EQ(desktop.status()["outputFile"], onlyFileIn(musicFolder()));
+  EXPECT_TRUE(endsAtOnce(*tool));
+
+  EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
+  const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
+  EXPECT_EQ(sound.error, "");
+  EXPECT_THAT(sound.codec, expected.format == kM4a ? "aac" : "mp3");
+  EXPECT_EQ(sound.channels, expected.channels);
+  EXPECT_EQ(sound.rate_Hz, std::stoi(expected.rate_Hz));
+  expectTheTone(sound);
+
+  // Nothing after the report and before the click is missing, nothing is too much.
+  const bool mp3 = expected.format == kMp3;
+  const double holds_s = mp3 ? sound.duration_s() : sound.containerDuration_s;
+  EXPECT_GE(holds_s, secondsBetween(recording, clicked) - kBuffer_s - (mp3 ? kMp3Dropped_s : 0));
+  EXPECT_LE(holds_s, secondsBetween(notYetRecording, stopped) + kBuffer_s + kReport_s +
+                         (mp3 ? kMp3Delay_s : 0));
+  if (!mp3) {
+    EXPECT_LE(sound.containerDuration_s, sound.duration_s() + 0.001);
+    EXPECT_LT(sound.duration_s() - sound.containerDuration_s, kAacPacket_frames / sound.rate_Hz);
+  }
+
+  EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
+  const double duration_s = events()[2]["details"]["Duration"].get<double>() / 1000;
+  EXPECT_GE(duration_s, secondsBetween(recording, clicked) - 0.002);
+  EXPECT_LE(duration_s, secondsBetween(started, stopped) + 0.002);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sounds, RecordingTest, testing::ValuesIn(kSounds),
+                         [](const auto& sound) { return sound.param.name; });
+
+class ClickTest : public ToolFixture, public testing::WithParamInterface<int> {};
+
+TEST_P(ClickTest, FileIsNamedAfterTitleDateAndTimeAndFitsEveryDisk) {
+  // A language that puts a narrow blank before "PM".
+  setEnvironment("LC_ALL", "en_US.UTF-8");
+  setEnvironment("TZ", "UTC");
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  const std::string name = std::filesystem::path(onlyFileIn(musicFolder())).filename();
+  EXPECT_TRUE(std::regex_match(
+      name, std::regex(R"(Audio recording \d{4}-\d{2}-\d{2} at \d{1,2}\.\d{2}\.\d{2}( [AP]M)?\.)" +
+                       extensionOf(GetParam()))))
+      << name;
+  EXPECT_EQ(name.find_first_of("\\/:*?\"<>|"), std::string::npos) << name;
+  EXPECT_TRUE(std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return c >= ' ' && c < 127;
+  })) << name;
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_P(ClickTest, ProgramEndsTenSecondsAfterTheFileWasSaved) {
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  const auto before = Clock::now();
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitForState("idle"));
+  const auto after = Clock::now();
+  EXPECT_TRUE(endsByItself(*tool));
+  const auto ended = Clock::now();
+  EXPECT_GE(secondsBetween(before, ended), 10.0);
+  EXPECT_LT(secondsBetween(after, ended), 12.0);
+  EXPECT_EQ(run({"--status"}).exitStatus, 3);
+  EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
+}
+
+TEST_P(ClickTest, ThirdClickRecordsAnewInTheSameProcess) {
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitForState("idle"));
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitForState("recording"));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(tool->isRunning());
+  EXPECT_TRUE(endsAtOnce(*tool));
+  const std::vector<std::string> files = filesIn(musicFolder());
+  EXPECT_THAT(files, testing::SizeIs(2));
+  for (const std::string& file : files) {
+    EXPECT_EQ(decodeSound(file, server.directory()).error, "") << file;
+  }
+  EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Start", "Stop", "Quit"));
+}
+
+TEST_P(ClickTest, RecordingProgramCarriesNoWindowsAndForMp3NoM4aWriter) {
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  if (GetParam() == kM4a) {
+    // Loaded in the background when the recording has begun.
+    EXPECT_TRUE(waitUntil([&] {
+      return contentsOf("/proc/" + std::to_string(tool->pid()) + "/maps").find("libavcodec") !=
+             std::string::npos;
+    }));
+  }
+  const std::string maps = contentsOf("/proc/" + std::to_string(tool->pid()) + "/maps");
+  EXPECT_THAT(maps, HasSubstr("libmp3lame"));
+  EXPECT_THAT(maps, Not(AnyOf(HasSubstr("libQt"), HasSubstr("record-audio-windows"))));
+  if (GetParam() == kMp3) {
+    EXPECT_THAT(maps, Not(AnyOf(HasSubstr("libav"), HasSubstr("record-audio-m4a"))));
+  }
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_P(ClickTest, EventsTellTheSettingsAndNothingElse) {
+  writeSettings({{"SoundFormat", GetParam()},
+                 {"Quality", 1},
+                 {"AudioSourceID", "microphone"},
+                 {"AudioSourceType", 2}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  EXPECT_EQ(status()["source"], "microphone:microphone");
+  EXPECT_EQ(run({"--cancel"}).exitStatus, 0);
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
+  EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
+  ASSERT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
+  const Json canceled{{"Canceled", true}};
+  const Json settings{{"AudioSourceType", 2}, {"AudioSourceID", "microphone"}, {"Size", 1}};
+  for (const Json& event : events()) {
+    EXPECT_EQ(event["prefs"], settings);
+    EXPECT_EQ(event.size(), 5U) << event;
+    EXPECT_TRUE(std::regex_match(event["time"].get<std::string>(),
+                                 std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(\.\d+)?Z)")))
+        << event;
+    EXPECT_EQ(event["details"], event["event"] == "Stop" ? canceled : Json());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ClickTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,147 @@
+#include <filesystem>
+
+#include "tests/e2e/decoded_sound.h"
+#include "tests/e2e/tool_fixture.h"
+
+// What becomes of the program and its file when the sound goes away, or never was there.
+
+namespace e2e {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class LostSoundTest : public ToolFixture, public testing::WithParamInterface<int> {
+ protected:
+  // Records for two seconds.
+  std::unique_ptr<test_support::ChildProcess> recordTwoSeconds() {
+    writeSettings({{"SoundFormat", GetParam()}});
+    plugInMicrophone();
+    return startRecording(2.0);
+  }
+
+  // The tool says so and ends, and what was recorded stays where it was written.
+  void expectTheErrorsPath(test_support::ChildProcess& tool) {
+    EXPECT_TRUE(endsByItself(tool));
+    EXPECT_THAT(log(), HasSubstr("An error occurred while recording audio. Error: "));
+    EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
+    const DecodedSound sound = decodeSound(onlyFileIn(temporaryFolder()), server.directory());
+    EXPECT_EQ(sound.error, "");
+    EXPECT_GT(sound.duration_s(), 1.8);
+    ASSERT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
+    EXPECT_EQ(events()[2]["details"], (Json{{"Error", true}}));
+  }
+};
+
+TEST_P(LostSoundTest, SoundServerThatDiesEndsTheRecording) {
+  const auto tool = recordTwoSeconds();
+  server.killDaemon();
+  expectTheErrorsPath(*tool);
+  EXPECT_THAT(log(), HasSubstr("PipeWire"));
+}
+
+TEST_P(LostSoundTest, UnpluggedMicrophoneEndsTheRecording) {
+  const auto tool = recordTwoSeconds();
+  control->destroyNode("microphone");
+  expectTheErrorsPath(*tool);
+}
+
+// Another microphone is none that the user chose to be heard by.
+TEST_P(LostSoundTest, RecordingDoesNotMoveToAnotherMicrophone) {
+  const auto tool = recordTwoSeconds();
+  control->createMicrophone("other");
+  control->destroyNode("microphone");
+  expectTheErrorsPath(*tool);
+}
+
+TEST_P(LostSoundTest, ClickAfterTheLossRecordsAnew) {
+  const auto tool = recordTwoSeconds();
+  control->destroyNode("microphone");
+  ASSERT_TRUE(waitForState("idle"));
+  feed.reset();
+  control.reset();
+  plugInMicrophone();
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitForState("recording"));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_EQ(decodeSound(onlyFileIn(musicFolder()), server.directory()).error, "");
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
+
+class NoSoundTest : public ToolFixture {
+ protected:
+  using ToolFixture::ToolFixture;
+
+  void expectNoRecording(const std::string& said) {
+    EXPECT_THAT(log(), HasSubstr(said));
+    EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
+    EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
+  }
+};
+
+class NoServerTest : public NoSoundTest {
+ protected:
+  NoServerTest()
+      : NoSoundTest([] {
+          test_support::PrivatePipeWire::Options options;
+          options.startDaemon = false;
+          return options;
+        }()) {}
+};
+
+TEST_F(NoServerTest, StartWithoutASoundServerSaysSoAndEnds) {
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording("No sound recorded");
+  EXPECT_THAT(log(), HasSubstr("PipeWire"));
+  EXPECT_THAT(eventNames(), ElementsAre("Launch", "Quit"));
+}
+
+TEST_F(NoSoundTest, StartWithoutAMicrophoneSaysSoAndEnds) {
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording("No sound recorded");
+  EXPECT_THAT(eventNames(), ElementsAre("Launch", "Quit"));
+}
+
+TEST_F(NoSoundTest, MonitorOfASinkIsNoMicrophone) {
+  control = std::make_unique<test_support::PipeWireControl>();
+  control->createSink("speakers");
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording("No sound recorded");
+}
+
+TEST_F(NoSoundTest, SourceNoSoundRecordsNothing) {
+  plugInMicrophone();
+  writeSettings({{"AudioSourceType", 0}});
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording("No sound recorded");
+}
+
+TEST_F(NoSoundTest, MutedMicrophoneIsSaidAndRefused) {
+  plugInMicrophone();
+  control->setMute("microphone", true);
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording(
+      "Microphone muted: Computer microphone is muted. Un-mute microphone to record sound.");
+  ASSERT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
+  EXPECT_EQ(events()[2]["details"], (Json{{"Error", true}}));
+}
+
+TEST_F(NoSoundTest, MicrophoneTurnedDownToNothingIsAsGoodAsMuted) {
+  plugInMicrophone();
+  control->setVolume("microphone", 0.0F);
+  const auto tool = start();
+  EXPECT_TRUE(endsByItself(*tool));
+  expectNoRecording("Microphone muted");
+}
+
+}  // namespace
+}  // namespace e2e

@@ -83,10 +83,14 @@ struct Watcher {
     static spa_hook coreListener;
     static spa_hook registryListener;
     loop = pw_main_loop_new(nullptr);
-    core = pw_context_connect(pw_context_new(pw_main_loop_get_loop(loop), nullptr, 0), nullptr, 0);
+    if (loop == nullptr) return false;
+    pw_context* context = pw_context_new(pw_main_loop_get_loop(loop), nullptr, 0);
+    if (context == nullptr) return false;
+    core = pw_context_connect(context, nullptr, 0);
     if (core == nullptr) return false;
     pw_core_add_listener(core, &coreListener, &kCoreEvents, this);
     registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
+    if (registry == nullptr) return false;
     pw_registry_add_listener(registry, &registryListener, &kRegistryEvents, this);
     ready = pw_core_sync(core, PW_ID_CORE, 0);
     pw_main_loop_run(loop);

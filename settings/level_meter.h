@@ -14,7 +14,7 @@ namespace record_audio {
 // is hidden. Main thread only; samples are measured on a queue of its own.
 class LevelMeter {
  public:
-  static constexpr double kInterval_s = 1.0 / 30;
+  static constexpr double kInterval_s = 1.0 / 20;
   // How often the choice, the permission and the device are looked at again without being told.
   static constexpr double kRefreshInterval_s = 1.0;
   // A level that is not renewed falls by two thirds in this time.

@@ -223,7 +223,8 @@ TEST_F(LevelMeterTest, FallsSmoothlyToNothing) {
   ASSERT_THAT(levels, SizeIs(testing::Gt(30U)));
   EXPECT_EQ(levels.front(), 1.0F);
   EXPECT_EQ(levels.back(), 0.0F);
-  const float perStep = std::exp(-static_cast<float>(1.0 / 30 / LevelMeter::kDecay_s));
+  const float perStep =
+      std::exp(-static_cast<float>(LevelMeter::kInterval_s / LevelMeter::kDecay_s));
   for (std::size_t i = 1; i + 1 < levels.size(); ++i) {
     EXPECT_NEAR(levels[i] / levels[i - 1], perStep, 0.01);
   }

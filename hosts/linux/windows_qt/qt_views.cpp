@@ -208,6 +208,16 @@ void QtButton::removeTrackingArea(const platform::TrackingAreaPtr& area) {
   if (link != nullptr && link->trackingArea() == area) link->setTrackingArea(nullptr);
 }
 
+namespace {
+
+// Where a level stands on the bar, which shows 60 dB: 0 at its quiet end, 1 at full scale.
+float placeOf(float level_dB) {
+  constexpr float kFloor_dB = -60.0F;
+  return std::clamp(1.0F - level_dB / kFloor_dB, 0.0F, 1.0F);
+}
+
+}  // namespace
+
 LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
   QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Fixed);
   // The window does not jump when the level comes and goes.
@@ -216,10 +226,18 @@ LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
 }
 
 void LevelBar::setLevel(float peak) {
-  peak = std::clamp(std::isnan(peak) ? 0.0F : peak, 0.0F, 1.0F);
-  if (peak == peak_) return;
-  peak_ = peak;
-  update();
+  const int before_pixels = litPixels();
+  peak_ = std::clamp(std::isnan(peak) ? 0.0F : peak, 0.0F, 1.0F);
+  // A change that cannot be seen is not worth drawing.
+  if (litPixels() != before_pixels) update();
+}
+
+float LevelBar::litShare() const {
+  return peak_ > 0 ? placeOf(20.0F * std::log10(peak_)) : 0.0F;
+}
+
+int LevelBar::litPixels() const {
+  return qRound(static_cast<double>(litShare()) * width() * devicePixelRatio());
 }
 
 QSize LevelBar::sizeHint() const {
@@ -227,18 +245,14 @@ QSize LevelBar::sizeHint() const {
 }
 
 void LevelBar::paintEvent(QPaintEvent*) {
-  // The bar shows 60 dB.
-  constexpr float kFloor_dB = -60.0F;
-  const auto position = [](float dB) { return std::clamp(1.0F - dB / kFloor_dB, 0.0F, 1.0F); };
-  const float level = peak_ > 0 ? position(20.0F * std::log10(peak_)) : 0.0F;
-
+  const float level = litShare();
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
   painter.setPen(Qt::NoPen);
   const QRectF bar = rect();
   const double radius = bar.height() / 2;
   QColor groove = palette().color(QPalette::WindowText);
-  groove.setAlphaF(0.18F);
+  groove.setAlphaF(0.25F);
   painter.setBrush(groove);
   painter.drawRoundedRect(bar, radius, radius);
   if (level <= 0) return;
@@ -255,7 +269,7 @@ void LevelBar::paintEvent(QPaintEvent*) {
   }
   double from = 0;
   for (const auto& zone : zones) {
-    const double to = bar.width() * std::min(level, position(zone.upTo_dB));
+    const double to = bar.width() * std::min(level, placeOf(zone.upTo_dB));
     if (to <= from) break;
     painter.setClipRect(QRectF(from, 0, to - from, bar.height()));
     painter.setBrush(zone.color);

@@ -122,6 +122,10 @@ class LevelBar : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  // How much of the bar is lit, 0 to 1, and in pixels of the screen.
+  [[nodiscard]] float litShare() const;
+  [[nodiscard]] int litPixels() const;
+
   float peak_ = 0;
 };
 

@@ -204,8 +204,11 @@ OSStatus DeviceUnit::start() {
   target.isMonitor = isRecording() && bound->isSink;
   target.rate_Hz = static_cast<std::uint32_t>(std::lround(format.mSampleRate));
   target.positions = speakerLayout(bound->positions, format.mChannelsPerFrame);
-  target.cycle_frames = bound->cycle_frames;
+  // Half the buffer that the device tells, so that a block that is captured a cycle after it was
+  // played is still within the delay that two buffers make.
+  target.cycle_frames = std::max(bound->cycle_frames / 2, 1U);
 
+  isMonitor_ = target.isMonitor;
   rate_Hz_ = format.mSampleRate;
   cycle_frames_ = bound->cycle_frames;
   follower_ = ClockFollower();
@@ -272,7 +275,15 @@ void DeviceUnit::record(const GraphCycle& cycle, float* const* planes, std::uint
     sampleTime_frames_ += renderable_frames_;
   }
   renderable_frames_ = 0;
-  environment_.startLine.blockDelivered(cycle.host_ns);
+  environment_.startLine.blockDelivered(playedAt_ns(cycle));
+}
+
+// The server hands what is played on a device to those who listen to it with the next cycle. Cycles
+// as long as the buffer leave no time to make up for that; then the delay is that much longer.
+std::uint64_t DeviceUnit::playedAt_ns(const GraphCycle& cycle) const {
+  if (!isMonitor_ || cycle.duration_frames > cycle_frames_ / 2) return cycle.host_ns;
+  const double duration_ns = static_cast<double>(cycle.duration_frames) * 1e9 / cycle.rate_Hz;
+  return cycle.host_ns - static_cast<std::uint64_t>(duration_ns);
 }
 
 OSStatus DeviceUnit::render(std::uint32_t*, const platform::AudioTimeStamp&,

@@ -33,7 +33,7 @@ struct UnitEnvironment {
 // goes back.
 //
 // Playing: pulls the connected unit, or the render callback, for each cycle. Sample times count the
-// device's frames from the moment at which the running inputs handed over their first block; before
+// device's frames from the moment at which the first block of the running inputs was played; before
 // it, and where nothing is connected, the unit plays silence. A device that goes away ends the
 // callbacks and nothing else.
 class DeviceUnit : public Unit, private DeviceStream::Client {
@@ -75,6 +75,7 @@ class DeviceUnit : public Unit, private DeviceStream::Client {
   void process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) override;
   void followClock(const GraphCycle& cycle);
   void record(const GraphCycle& cycle, float* const* planes, std::uint32_t frames);
+  [[nodiscard]] std::uint64_t playedAt_ns(const GraphCycle& cycle) const;
   void play(const GraphCycle& cycle, float* const* planes, std::uint32_t frames);
   bool hasBegun(const GraphCycle& cycle);
   void pullSource(const GraphCycle& cycle, float* const* planes, std::uint32_t frames);
@@ -92,6 +93,7 @@ class DeviceUnit : public Unit, private DeviceStream::Client {
   Unit* source_ = nullptr;
 
   // The stream's thread's while it runs.
+  bool isMonitor_ = false;
   double rate_Hz_ = 0;
   std::uint32_t cycle_frames_ = 0;
   ClockFollower follower_;

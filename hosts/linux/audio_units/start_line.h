@@ -25,10 +25,11 @@ class StartLine {
   }
   void inputHasStopped() { inputs_.fetch_sub(1, std::memory_order_acq_rel); }
 
-  // REAL-TIME, both. The input's thread, after each block; `cycle_ns` is when its cycle began.
-  void blockDelivered(std::uint64_t cycle_ns) {
+  // REAL-TIME, both. The input's thread, after each block; `played_ns` is when its first frame was
+  // played.
+  void blockDelivered(std::uint64_t played_ns) {
     if (firstBlock_ns_.load(std::memory_order_relaxed) == 0) {
-      firstBlock_ns_.store(cycle_ns, std::memory_order_release);
+      firstBlock_ns_.store(played_ns, std::memory_order_release);
     }
   }
   // The output's thread, until it has begun. The moment from which its time counts; 0: not yet.

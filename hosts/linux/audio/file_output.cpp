@@ -83,9 +83,7 @@ std::uint32_t aacBitrate_bps(const std::string& preset, std::uint32_t channels) 
 }
 
 FileOutput::FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain postToMain)
-    : files_(files), writers_(writers), postToMain_(std::move(postToMain)) {
-  writers_.loadInBackground();
-}
+    : files_(files), writers_(writers), postToMain_(std::move(postToMain)) {}
 
 void FileOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string& preset) {
   run_ = run;
@@ -121,6 +119,9 @@ void FileOutput::startRecordingToOutputFileURL(
   if (file != nullptr && file->size_bytes() > 0) error = file->truncate(0);
   if (file == nullptr || !error.empty()) throw CaptureException(error);
 
+  // Not before the first samples are there: the loader handles one library after the other, and
+  // the stream's own would have to wait.
+  writers_.loadInBackground();
   const auto channels = static_cast<std::uint32_t>(run->source().positions.size());
   const Recording::Settings settings{run->source().rate_Hz, channels,
                                      aacBitrate_bps(preset_, channels)};

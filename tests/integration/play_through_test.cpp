@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 
 #include "driver/loopback_protocol.h"
@@ -12,6 +14,7 @@
 #include "tests/support/driven_sink.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
+#include "tests/support/realtime_trap.h"
 #include "tests/support/signal_feed.h"
 #include "tests/support/tone_figures.h"
 
@@ -31,12 +34,19 @@ constexpr double kAmplitude = 0.5;
 constexpr std::uint32_t kBuffer_frames = 8192;  // what devices tell
 constexpr std::uint32_t kCycle_frames = kBuffer_frames / 2;
 
+// How long to listen to drifting clocks.
+double driftLength_s() {
+  const char* wanted_s = std::getenv("RA_DRIFT_SECONDS");
+  return wanted_s == nullptr ? 12 : std::atof(wanted_s);
+}
+
 // Cycles of that length, whatever streams ask for: long ones where sound is listened to, for
 // virtual machines wake even real-time threads late.
 PrivatePipeWire::Options withCycles(std::uint32_t frames) {
   PrivatePipeWire::Options options;
   const std::string number = std::to_string(frames);
   const std::string buffer = std::to_string(kBuffer_frames);
+  options.watchdog = 90s + std::chrono::seconds(static_cast<int>(driftLength_s()));
   options.pipewireDropIns = {
       {"10-cycles.conf", "context.properties = { default.clock.quantum = " + buffer +
                              " default.clock.min-quantum = " + number +
@@ -229,14 +239,54 @@ TEST_F(PlayThroughTest, StopReturnsWhenTheServerHasDiedOrHangs) {
   }
 }
 
+DeviceUnit* deviceUnit(platform::AudioUnit handle) {
+  return dynamic_cast<DeviceUnit*>(reinterpret_cast<Unit*>(handle));
+}
+
+// Both streams' callbacks with everything behind them: clocks, the core's callbacks, the ring, the
+// converter. The server stands still, so that they are called by nobody else.
+TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
+  setUp({}, {{"audio.rate", "44100"}, {"node.force-rate", "44100"}});
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);  // waits until all devices are known
+  rig->stop();
+  machine.server.daemon().sendSignal(SIGSTOP);
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  platform::AudioUnit handle = nullptr;
+  ASSERT_EQ(rig->units.AUGraphNodeInfo(rig->playThrough->graph, 2, &handle), platform::noErr);
+  DeviceUnit* const output = deviceUnit(handle);
+  DeviceUnit* const input = deviceUnit(rig->playThrough->inputUnit);
+  ASSERT_TRUE(output != nullptr && input != nullptr);
+
+  std::vector<float> samples(std::size_t{2} * kCycle_frames, 0.5F);
+  std::vector<float> played(samples.size());
+  const std::array<float*, 2> in{samples.data(), samples.data() + kCycle_frames};
+  const std::array<float*, 2> out{played.data(), played.data() + kCycle_frames};
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const auto begin_ns = static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+                        static_cast<std::uint64_t>(now.tv_nsec);
+  const realtime_trap::Report report = realtime_trap::runTrapped([&] {
+    bool isHeard = false;
+    for (std::uint64_t i = 0; i < 100; ++i) {
+      const std::uint64_t lost = i < 50 ? 0 : 3;  // cycles
+      const std::uint64_t time_ns = begin_ns + (i + lost) * kCycle_frames * 1'000'000'000 / 48000;
+      input->process({time_ns, 1, kCycle_frames, 48000}, in.data(), kCycle_frames);
+      output->process({time_ns, 2, kCycle_frames, 48000}, out.data(), kCycle_frames * 147 / 160);
+      isHeard = isHeard || played[100] > 0.4F;
+    }
+    return isHeard;
+  });
+  EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
+  machine.server.daemon().sendSignal(SIGCONT);
+}
+
 // The speakers' crystal is off by more than any real one's.
 class PlayThroughDriftTest : public PlayThroughTest, public testing::WithParamInterface<int> {};
 
 TEST_P(PlayThroughDriftTest, SoundIsUnbrokenAndTheDelayStaysWhatItWas) {
   machine.control.createSink(loopback::kLoopbackDeviceUID,
                              {{"session.suspend-timeout-seconds", "0"}});
-  const char* wanted_s = std::getenv("RA_DRIFT_SECONDS");
-  const double length_s = wanted_s == nullptr ? 12 : std::atof(wanted_s);
+  const double length_s = driftLength_s();
   test_support::DrivenSink speakers(kSpeakers, GetParam(), length_s + 20);
   feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
   machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);

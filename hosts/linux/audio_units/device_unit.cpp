@@ -223,7 +223,7 @@ OSStatus DeviceUnit::start() {
   if (isRecording()) environment_.startLine.inputStarts();
   stream_ = std::make_unique<DeviceStream>(
       isRecording() ? DeviceStream::Direction::kRecord : DeviceStream::Direction::kPlay,
-      std::move(target), static_cast<DeviceStream::Client&>(*this), [](const std::string& message) {
+      std::move(target), *this, [](const std::string& message) {
         logMessage(LogLevel::kWarning, "Play-through: " + message);
       });
   return noErr;

@@ -36,7 +36,7 @@ struct UnitEnvironment {
 // device's frames from the moment at which the first block of the running inputs was played; before
 // it, and where nothing is connected, the unit plays silence. A device that goes away ends the
 // callbacks and nothing else.
-class DeviceUnit : public Unit, private DeviceStream::Client {
+class DeviceUnit : public Unit, public DeviceStream::Client {
  public:
   // `isDefaultOutput`: plays on the default output device unless told otherwise; else (the general
   // unit) a device has to be set. Both play, until the sides are switched.
@@ -59,6 +59,8 @@ class DeviceUnit : public Unit, private DeviceStream::Client {
   platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,
                             std::uint32_t busNumber, std::uint32_t frameCount,
                             platform::AudioBufferList& list) override;
+  // REAL-TIME, as above. For the stream, on its thread.
+  void process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) override;
 
  private:
   struct Device;
@@ -72,7 +74,6 @@ class DeviceUnit : public Unit, private DeviceStream::Client {
   [[nodiscard]] bool isRecording() const { return inputEnabled_; }
 
   // REAL-TIME (all below).
-  void process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) override;
   void followClock(const GraphCycle& cycle);
   void record(const GraphCycle& cycle, float* const* planes, std::uint32_t frames);
   [[nodiscard]] std::uint64_t playedAt_ns(const GraphCycle& cycle) const;

@@ -95,6 +95,12 @@ TEST_F(OutputLocationTest, AsksForAFolderWhenThereIsNone) {
   EXPECT_TRUE(button().accessibleDescription().isEmpty());
 }
 
+TEST_F(OutputLocationTest, ShowsThePathFromLeftToRightInEveryLayout) {
+  QApplication::setLayoutDirection(Qt::RightToLeft);
+  EXPECT_EQ(dialog().layoutDirection(), Qt::RightToLeft);
+  EXPECT_EQ(button().layoutDirection(), Qt::LeftToRight);
+}
+
 TEST_F(OutputLocationTest, SendsItsActionOnClick) {
   button().click();
   EXPECT_THAT(owner_.actions, ElementsAre("onOutputLocationChanged"));

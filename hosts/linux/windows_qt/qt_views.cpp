@@ -285,6 +285,8 @@ void QtLevelIndicator::setLevel(float peak) {
 QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServices& services,
                                                UserAct onClick)
     : QtView(button), services_(services) {
+  // A path reads from left to right everywhere: "Music/~" is none.
+  button->setLayoutDirection(Qt::LeftToRight);
   QObject::connect(button, &QPushButton::clicked, button, [this, act = std::move(onClick)] {
     if (act) act(this);
   });

@@ -202,7 +202,7 @@ TEST_F(NotificationTest, IsShownWithItsButtonSoundAndHints) {
   EXPECT_THAT(server_->calls.back(),
               AllOf(HasSubstr("'Record Audio', 0, 'com.vantrel.korvel.RecordAudio'"),
                     HasSubstr("'Saved &lt;here&gt; &amp; there'"),
-                    HasSubstr("['default', 'Record Audio', 'button', 'Open']"),
+                    HasSubstr("['default', 'Show', 'button', 'Open']"),
                     HasSubstr("'desktop-entry': <'com.vantrel.korvel.RecordAudio'>"),
                     HasSubstr("'category': <'transfer.complete'>"),
                     HasSubstr("'sound-name': <'message-new-instant'>")));

@@ -181,8 +181,9 @@ GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notifi
   GVariantBuilder actions;
   g_variant_builder_init(&actions, G_VARIANT_TYPE("as"));
   if (capabilities_->actions) {
+    // Some desktops have a button for the click on the body, too.
     g_variant_builder_add(&actions, "s", kDefaultAction);
-    g_variant_builder_add_value(&actions, textVariant(name));
+    g_variant_builder_add_value(&actions, textVariant(bundle_.localizedString("Show")));
     if (notification.hasActionButton) {
       g_variant_builder_add(&actions, "s", kButtonAction);
       g_variant_builder_add_value(&actions, textVariant(notification.actionButtonTitle));

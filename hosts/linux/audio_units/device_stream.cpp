@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/audio/pipewire_context.h"
 #include "hosts/linux/audio_units/stream_format.h"
 
 namespace linux_host {
@@ -131,15 +132,12 @@ void DeviceStream::Remote::connect(pw_loop* loop) {
     events.error = onCoreError;
     return events;
   }();
-  // This configuration asks for real-time priority where the system allows it.
-  context =
-      pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
-  if (context == nullptr) context = pw_context_new(loop, nullptr, 0);
+  context = makeContext(loop, ContextKind::kAudio);
   if (context == nullptr) {
     end(std::string("PipeWire's client library cannot be set up (") + strerror(errno) + ").");
     return;
   }
-  core = pw_context_connect(context, nullptr, 0);
+  core = connectContext(context, nullptr);
   if (core == nullptr) {
     end(notRunningMessage(strerror(errno)));
     return;

@@ -27,9 +27,11 @@ class Keeper : public CaptureConsumer {
     std::unique_lock lock(mutex_);
     released_.wait(lock, [this] { return !isHeld_; });
     samples_.insert(samples_.end(), planes[0], planes[0] + frames);
+    ++takes;
     return error;
   }
   void finish() override { ++finished; }
+  std::chrono::milliseconds patience() const override { return patient ? 100ms : kUsualPatience; }
 
   void hold() {
     const std::lock_guard lock(mutex_);
@@ -47,7 +49,9 @@ class Keeper : public CaptureConsumer {
 
   std::atomic<bool> isWilling{true};
   std::atomic<int> finished{0};
+  std::atomic<int> takes{0};
   std::string error;
+  bool patient = false;  // set before it is added
 
  private:
   std::mutex mutex_;
@@ -178,6 +182,19 @@ TEST_F(CaptureRunTest, ConsumersThatFollowOneAnotherShareTheSamplesWithoutGapOrO
   // A cycle may have come in between the two calls.
   EXPECT_LE(last > first ? last - first : first - last, 4 * 1024U);
   EXPECT_EQ(announced, 1);
+}
+
+TEST_F(CaptureRunTest, PatientConsumerGetsMoreAtATimeAndStillEverything) {
+  keeper->patient = true;
+  auto run = makeRun(10);
+  ASSERT_TRUE(run->addConsumer(keeper));
+  run->deliver();
+  ASSERT_TRUE(waitUntil([&] { return keeper->samples().size() > 2 * 48000; }));
+  run->end();
+  work.waitUntilIdle();
+  // Block by block as they come it would be 47 a second.
+  EXPECT_LT(keeper->takes, static_cast<int>(keeper->samples().size() / 2400));
+  EXPECT_TRUE(gaps(keeper->samples()).empty());
 }
 
 TEST_F(CaptureRunTest, ConsumersErrorEndsTheRunWithItsText) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -18,6 +19,12 @@ class CaptureConsumer {
   [[nodiscard]] virtual std::string take(const float* const* planes, std::uint32_t frames) = 0;
   // No more samples come. Called exactly once.
   virtual void finish() = 0;
+  // How long samples may lie in the ring before it is given them. Constant. The longer, the fewer
+  // times the thread wakes up and the more it gets done each time.
+  [[nodiscard]] virtual std::chrono::milliseconds patience() const { return kUsualPatience; }
+
+ protected:
+  static constexpr std::chrono::milliseconds kUsualPatience{10};
 };
 
 }  // namespace linux_host

@@ -15,6 +15,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kStartPoll{1};
 constexpr milliseconds kPoll{10};
+constexpr milliseconds kLongestPoll{200};
 // A look that comes later than this came late because the process did not run; the device is not
 // to blame for that time.
 constexpr milliseconds kLongestLook{500};
@@ -79,6 +80,8 @@ void CaptureRun::announce() {
   const std::lock_guard lock(mutex_);
   isAnnouncing_ = true;
   announceAfter_frames_ = ring_.written_frames();
+  isAsked_ = true;
+  asked_.notify_all();
 }
 
 void CaptureRun::end() {
@@ -111,6 +114,14 @@ bool CaptureRun::pause(milliseconds limit) {
   asked_.wait_for(lock, limit, [this] { return isAsked_; });
   isAsked_ = false;
   return end_frames_ == kNever;
+}
+
+milliseconds CaptureRun::untilNextLook() {
+  const std::lock_guard lock(mutex_);
+  if (isAnnouncing_ || shares_.empty()) return kPoll;
+  milliseconds shortest = kLongestPoll;
+  for (const Share& share : shares_) shortest = std::min(shortest, share.consumer->patience());
+  return shortest;
 }
 
 bool CaptureRun::hasEnded() {
@@ -185,7 +196,7 @@ void CaptureRun::drainUntilEnd() {
     while (handOn()) {
     }
     reportLosses(false);
-  } while (pause(kPoll));
+  } while (pause(untilNextLook()));
   // The device is free again before the last samples are through the encoder.
   closeStream();
   while (handOn()) {

@@ -118,6 +118,8 @@ class CaptureRun {
   // Sees what the stream has done since the last time, and whether it still does anything.
   void watchArrival();
   void reportLosses(bool isLast);
+  // How long nobody needs the thread to look.
+  std::chrono::milliseconds untilNextLook();
   // Sleeps for `limit` or until something is asked for; false when the run is to end.
   bool pause(std::chrono::milliseconds limit);
 

@@ -9,7 +9,6 @@
 namespace e2e {
 namespace {
 
-
 class KillTest : public ToolFixture, public testing::WithParamInterface<int> {};
 
 TEST_P(KillTest, FileOfAKilledProgramPlaysToWithinASecondOfTheKill) {

@@ -77,6 +77,11 @@ void AppDelegate::launchPreferencesMode() {
   showInDock();
   _preferences->showWindow();
   host().application.activateIgnoringOtherApps(true);
+  if (_preferences->isWindowVisible()) return;
+  // Without a screen nobody could ever click Done.
+  host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
+    if (const auto delegate = weak.lock()) delegate->tryToQuit();
+  });
 }
 
 void AppDelegate::launchRecordingMode() {

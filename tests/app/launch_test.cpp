@@ -123,12 +123,14 @@ TEST_F(LaunchTest, SystemAudioWithALoadedDriverIsRecorded) {
   EXPECT_NE(app->audioWaiter(), nullptr);
 }
 
-TEST_F(LaunchTest, PreferencesModeSurvivesAMachineWithoutAScreen) {
+TEST_F(LaunchTest, PreferencesModeEndsByItselfOnAMachineWithoutAScreen) {
   hasScreen = false;
   launchIntoPreferences();
   EXPECT_TRUE(app->application(kPreferencesPath));
   EXPECT_FALSE(windowLoaded());
-  EXPECT_EQ(app->applicationShouldTerminate(), platform::TerminateReply::kNow);
+  machine.runLoop.settle();
+  EXPECT_TRUE(ended());
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Quit"}));
 }
 
 TEST_F(LaunchTest, DoneInThePreferencesEndsTheProcess) {

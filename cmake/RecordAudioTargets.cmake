@@ -3,7 +3,6 @@
 
 set(RA_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
 option(RA_FUZZ "Build the fuzz targets (clang only)" OFF)
-option(RA_COVERAGE "Instrument the core for coverage" OFF)
 
 find_program(RA_CCACHE ccache)
 if(RA_CCACHE)
@@ -34,10 +33,6 @@ if(RA_SANITIZE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(ra_options INTERFACE -Wno-maybe-uninitialized)
   endif()
-endif()
-if(RA_COVERAGE)
-  target_compile_options(ra_options INTERFACE --coverage -O0)
-  target_link_options(ra_options INTERFACE --coverage)
 endif()
 
 find_package(Threads REQUIRED)

@@ -162,18 +162,6 @@ TEST(MoveTest, AFileHandleContinuesAtItsPlaceAfterTheMove) {
   EXPECT_EQ(contentsOf(disk / "b"), "one two");
 }
 
-TEST(MoveTest, TheCopyHasThePermissionsOfTheSource) {
-  const TemporaryFolder disk;
-  const SmallDisk ram(kRoomy_bytes);
-  base_test::write(ram / "a", "x");
-  chmod((ram / "a").c_str(), 0640);
-  LinuxFileManager manager;
-  ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
-  struct stat status {};
-  ASSERT_EQ(stat((disk / "b").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0640U);
-}
-
 TEST(MoveTest, AFullTargetLeavesTheFileWholeAndBeingWritten) {
   const TemporaryFolder disk;
   const SmallDisk tiny(std::size_t{64} << 10);
@@ -268,15 +256,54 @@ TEST(OpenFileTest, AFullDiskIsAnErrorThatSaysWhatFitted) {
   EXPECT_EQ(file->size_bytes(), static_cast<std::uint64_t>(status.st_size));
 }
 
-TEST(OpenFileTest, NewFilesHaveTheModeThatTheUmaskLeaves) {
-  const TemporaryFolder folder;
-  const mode_t before = umask(027);
-  LinuxFileManager manager;
-  EXPECT_TRUE(manager.createFile(folder / "a"));
-  umask(before);
+mode_t modeOf(const std::string& path) {
   struct stat status {};
-  ASSERT_EQ(stat((folder / "a").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0640U);
+  return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+// `umask` for as long as it lives.
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : before_(umask(mask)) {}
+  ~Umask() { umask(before_); }
+  Umask(const Umask&) = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  const mode_t before_;
+};
+
+TEST(OpenFileTest, ATemporaryFileIsReadableByItsOwnerAloneAndAMovedOneByTheUmask) {
+  const TemporaryFolder folder;
+  const SmallDisk otherDisk(std::size_t{1} << 20);
+  const Umask open(0);
+  LinuxFileManager manager;
+  ASSERT_TRUE(manager.createFile(folder / "mp3"));
+  std::string error;
+  const auto m4a = manager.openFiles().open(folder / "m4a", OpenFiles::Mode::kCreate, &error);
+  ASSERT_NE(m4a, nullptr) << error;
+  EXPECT_EQ(modeOf(folder / "mp3"), 0600U);
+  EXPECT_EQ(modeOf(folder / "m4a"), 0600U);
+
+  const Umask group(027);
+  EXPECT_EQ(manager.moveItem(folder / "mp3", folder / "mp3.saved"), "");
+  EXPECT_EQ(manager.moveItem(folder / "m4a", otherDisk / "m4a.saved"), "");
+  EXPECT_EQ(modeOf(folder / "mp3.saved"), 0640U);
+  EXPECT_EQ(modeOf(otherDisk / "m4a.saved"), 0640U);
+}
+
+TEST(OpenFileTest, DoesNotWriteThroughALinkThatSomebodyPutInItsPlace) {
+  const TemporaryFolder folder;
+  base_test::write(folder / "precious", "precious");
+  symlink((folder / "precious").c_str(), (folder / "recording").c_str());
+  LinuxFileManager manager;
+  EXPECT_FALSE(manager.createFile(folder / "recording"));
+  EXPECT_EQ(manager.fileHandleForUpdating(folder / "recording"), nullptr);
+  std::string error;
+  EXPECT_EQ(manager.openFiles().open(folder / "recording", OpenFiles::Mode::kCreate, &error),
+            nullptr);
+  EXPECT_THAT(error, HasSubstr(folder / "recording"));
+  EXPECT_EQ(contentsOf(folder / "precious"), "precious");
 }
 
 TEST(FileManagerTest, CreatesEmptiesFindsAndRemoves) {

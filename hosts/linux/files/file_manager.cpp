@@ -13,7 +13,8 @@
 namespace linux_host {
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;
+// Where temporary files lie others can look; moving the file opens it to them.
+constexpr mode_t kNewFileMode = 0600;
 
 class LinuxFileHandle : public platform::FileHandle {
  public:
@@ -49,7 +50,8 @@ bool LinuxFileManager::fileExists(const std::string& path) const {
 
 bool LinuxFileManager::createFile(const std::string& path) {
   const int fd =
-      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, kNewFileMode);
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+           kNewFileMode);
   if (fd < 0) {
     logMessage(LogLevel::kError, errorText("make the file", path, errno));
     return false;

@@ -13,6 +13,7 @@ namespace linux_host {
 class LinuxFileManager : public platform::FileManager {
  public:
   [[nodiscard]] bool fileExists(const std::string& path) const override;
+  // Readable by its owner alone; a symbolic link at the path is refused.
   bool createFile(const std::string& path) override;
   [[nodiscard]] std::unique_ptr<platform::FileHandle> fileHandleForUpdating(
       const std::string& path) override;

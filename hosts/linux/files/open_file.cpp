@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/small_files.h"
@@ -15,11 +18,35 @@
 namespace linux_host {
 namespace {
 
-// What the umask leaves of it.
-constexpr mode_t kNewFileMode = 0666;
+// What others may do with a recording, its folder and the umask decide; until it lies there it is
+// nobody else's.
+constexpr mode_t kUnfinishedMode = 0600;
+constexpr mode_t kFinishedMode = 0666;
+
+constexpr std::string_view kUmaskField = "Umask:";
+constexpr int kOctalBase = 8;
 
 std::string normal(const std::string& path) {
   return std::filesystem::path(path).lexically_normal().string();
+}
+
+// umask() itself can only be read by changing it, for every thread. 077 where it is not told.
+mode_t currentUmask() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(kUmaskField)) continue;
+    return static_cast<mode_t>(
+        std::strtoul(line.c_str() + kUmaskField.size(), nullptr, kOctalBase));
+  }
+  return 0077;
+}
+
+// Some file systems know no permissions and refuse; the file then has theirs.
+void openToOthersByUmask(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return;
+  [[maybe_unused]] const int changed = fchmod(fd, kFinishedMode & ~currentUmask());
+  ::close(fd);
 }
 
 int openFlags(OpenFiles::Mode mode) {
@@ -114,7 +141,8 @@ std::string OpenFile::failure(int error) const {
 }
 
 std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
-  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | openFlags(mode), kNewFileMode);
+  const int fd =
+      ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | openFlags(mode), kUnfinishedMode);
   struct stat status {};
   if (fd < 0 || fstat(fd, &status) != 0) {
     *error = errorText("open", path, errno);
@@ -151,9 +179,15 @@ std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
 
 std::string OpenFiles::move(const std::string& from, const std::string& to) {
   const auto file = find(normal(from));
-  if (file == nullptr) return moveLocked(nullptr, from, to);
-  const std::lock_guard lock(file->mutex_);
-  return moveLocked(file.get(), from, to);
+  std::string error;
+  if (file == nullptr) {
+    error = moveLocked(nullptr, from, to);
+  } else {
+    const std::lock_guard lock(file->mutex_);
+    error = moveLocked(file.get(), from, to);
+  }
+  if (error.empty()) openToOthersByUmask(to);
+  return error;
 }
 
 std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const std::string& to) {

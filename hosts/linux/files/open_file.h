@@ -63,20 +63,22 @@ class OpenFiles {
  public:
   enum class Mode {
     kExisting,   // must exist
-    kCreate,     // made if missing, with the mode that the umask leaves
+    kCreate,     // made if missing, readable by its owner alone
     kCreateNew,  // must not exist
   };
 
-  // Null with *error set when the file cannot be opened for reading and writing. A file that may
-  // move must be open only once at a time.
+  // Null with *error set when the file cannot be opened for reading and writing, and when it is a
+  // symbolic link: others can make one in the temporary folder. A file that may move must be open
+  // only once at a time.
   [[nodiscard]] std::shared_ptr<OpenFile> open(const std::string& path, Mode mode,
                                                std::string* error);
 
   // Moves a file, also while it is written through an OpenFile of this registry. On one file
   // system that is a rename. To another one the bytes are copied under a hidden name into the
   // target's folder, flushed, given their name, and the writers continue in the copy. Never
-  // replaces a file. Returns an error text, empty on success; after an error the file is whole at
-  // `from`, still being written, and nothing is left at the target.
+  // replaces a file. Once it lies there it has the mode that the umask leaves of a new file.
+  // Returns an error text, empty on success; after an error the file is whole at `from`, still
+  // being written, and nothing is left at the target.
   [[nodiscard]] std::string move(const std::string& from, const std::string& to);
 
  private:

@@ -3,10 +3,17 @@
 #include <spa/utils/json.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "driver/loopback_protocol.h"
 
 namespace loopback {
+namespace {
+
+// "\u001f"
+constexpr std::size_t kLongestEscape = 6;
+
+}  // namespace
 
 std::string deviceNameOf(const DefaultChoice& choice) {
   if (!choice) return {};
@@ -14,11 +21,12 @@ std::string deviceNameOf(const DefaultChoice& choice) {
   spa_json object{};
   spa_json_init(&outer, choice->value.data(), choice->value.size());
   if (spa_json_enter_object(&outer, &object) <= 0) return {};
-  char key[64];
-  char text[1024];
-  while (spa_json_get_string(&object, key, sizeof(key)) > 0) {
-    if (std::string(key) == "name") {
-      return spa_json_get_string(&object, text, sizeof(text)) > 0 ? text : "";
+  // No string of the value is longer than the value.
+  const int size = static_cast<int>(choice->value.size()) + 1;
+  std::string text(static_cast<std::size_t>(size), '\0');
+  while (spa_json_get_string(&object, text.data(), size) > 0) {
+    if (std::string_view(text.c_str()) == "name") {
+      return spa_json_get_string(&object, text.data(), size) > 0 ? text.c_str() : "";
     }
     const char* skipped = nullptr;
     if (spa_json_next(&object, &skipped) <= 0) break;
@@ -27,7 +35,7 @@ std::string deviceNameOf(const DefaultChoice& choice) {
 }
 
 DefaultChoice choiceOf(const std::string& deviceName) {
-  std::string quoted(2 * deviceName.size() + 16, '\0');
+  std::string quoted(kLongestEscape * deviceName.size() + 3, '\0');
   const int length =
       spa_json_encode_string(quoted.data(), static_cast<int>(quoted.size()), deviceName.c_str());
   quoted.resize(static_cast<std::size_t>(length));

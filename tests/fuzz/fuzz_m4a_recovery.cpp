@@ -2,23 +2,17 @@
 // what it completed is complete.
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 
+#include "tests/fuzz/fuzz_expect.h"
 #include "tests/m4a/memory_sink.h"
 
 namespace {
 
+using fuzz::expect;
 using linux_host::M4aRecovery;
 using linux_host::test::MemoryFile;
 using linux_host::test::MemorySink;
-
-void expect(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "m4a recovery: %s\n", what);
-  std::abort();
-}
 
 }  // namespace
 
@@ -30,12 +24,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
   MemorySink sink(file);
   const M4aRecovery report = recoverInterruptedM4a(sink);
   if (report.outcome != M4aRecovery::Outcome::completed) {
-    expect(report.outcome != M4aRecovery::Outcome::failed, "failed without a fault of the file");
-    expect(file->bytes == before, "changed a file that it did not complete");
+    expect(report.outcome != M4aRecovery::Outcome::failed,
+           "no failure without a fault of the file");
+    expect(file->bytes == before, "a file as it was when it is not completed");
     return 0;
   }
-  expect(report.frames <= 1024 * size_bytes, "more sound than the file can hold");
+  expect(report.frames <= 1024 * size_bytes, "no more sound than the file can hold");
   const M4aRecovery again = recoverInterruptedM4a(sink);
-  expect(again.outcome == M4aRecovery::Outcome::alreadyComplete, "not complete afterwards");
+  expect(again.outcome == M4aRecovery::Outcome::alreadyComplete, "a complete file afterwards");
   return 0;
 }

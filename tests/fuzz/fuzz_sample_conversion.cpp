@@ -5,15 +5,15 @@
 // (16-bit), then the data; little-endian.
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "capture/sample_conversion.h"
+#include "tests/fuzz/fuzz_expect.h"
 
 namespace {
 
+using fuzz::expect;
 using platform::AudioStreamBasicDescription;
 
 constexpr std::uint32_t kUnset = 0xDEADBEEF;
@@ -47,12 +47,6 @@ bool expectedWord(const AudioStreamBasicDescription& format, const std::vector<s
   return true;
 }
 
-void expect(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "sample conversion: %s\n", what);
-  std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size_bytes) {
@@ -71,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
   const std::vector<std::byte> data(first, first + (size_bytes - kHeader_bytes));
   std::vector<std::uint32_t> words(count, kUnset);
   const std::size_t present = record_audio::convertSamples(format, data, words);
-  expect(present <= count, "more samples than asked for");
+  expect(present <= count, "no more samples than asked for");
 
   const bool planar = (format.mFormatFlags & platform::kAudioFormatFlagIsNonInterleaved) != 0;
   const std::uint64_t stride =
@@ -80,8 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
     std::uint32_t word = 0;
     // What is out of reach once is out of reach for good; the product cannot overflow before.
     const bool there = i <= present && expectedWord(format, data, i * stride, &word);
-    expect(there == (i < present), "wrong number of samples");
-    expect(words[i] == (there ? word : 0), "wrong word");
+    expect(there == (i < present), "exactly the samples that are there");
+    expect(words[i] == (there ? word : 0), "the word by the rule");
   }
   return 0;
 }

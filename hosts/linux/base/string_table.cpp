@@ -58,10 +58,14 @@ std::optional<StringTable> parsedCatalogue(std::string_view bytes) {
   const auto texts = catalogue.word(16);
   if (!count || !keys || !texts || *count > bytes.size() / 16) return std::nullopt;
   StringTable table;
+  std::size_t used_bytes = 0;
   for (std::size_t i = 0; i < *count; ++i) {
     const auto key = catalogue.text(*keys + i * 8);
     const auto text = catalogue.text(*texts + i * 8);
     if (!key || !text) return std::nullopt;
+    // Texts that lie over each other could fill the memory from a small file.
+    used_bytes += key->size() + text->size();
+    if (used_bytes > bytes.size()) return std::nullopt;
     if (!key->empty() && !text->empty() && g_utf8_validate(text->data(), text->size(), nullptr)) {
       table.emplace(*key, *text);
     }

@@ -107,10 +107,8 @@ std::string SuiteStorage::chosenFolder(const std::string& tool) const {
                                        folders_.music + ". Mend the file or choose a folder anew.");
     return {};
   }
-  const auto entry = locations->find(tool);
-  if (entry == locations->end()) return {};
-  const auto* folder = entry->get_ptr<const std::string*>();
-  if (folder != nullptr && folder->starts_with('/')) return withoutTrailingSlash(*folder);
+  if (!locations->contains(tool)) return {};
+  if (const auto folder = folderIn(*locations, tool)) return *folder;
   logMessage(LogLevel::kWarning,
              "The output folder in " + locations_.path() +
                  " is no absolute path; the folder for music is used instead: " + folders_.music +
@@ -140,6 +138,14 @@ std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::st
 
 void SuiteStorage::writeLog(std::string_view line) {
   logMessage(LogLevel::kInfo, line);
+}
+
+std::optional<std::string> folderIn(const Json& locations, const std::string& tool) {
+  const auto entry = locations.find(tool);
+  if (entry == locations.end()) return std::nullopt;
+  const auto* folder = entry->get_ptr<const std::string*>();
+  if (folder == nullptr || !folder->starts_with('/')) return std::nullopt;
+  return withoutTrailingSlash(*folder);
 }
 
 std::string whyNotWritable(const std::string& folder) {

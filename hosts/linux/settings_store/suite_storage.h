@@ -29,6 +29,10 @@ class SuiteStorage : public suite::Storage {
   const bool extendedLogging_;
 };
 
+// The folder that the file of locations has for `tool`: an absolute path without a trailing slash;
+// null when it has none or something else in its place.
+std::optional<std::string> folderIn(const Json& locations, const std::string& tool);
+
 // Empty when files can be made in `folder`, else what is wrong and what to do.
 std::string whyNotWritable(const std::string& folder);
 

@@ -13,6 +13,8 @@
 #include <thread>
 #include <utility>
 
+#include "tests/support/realtime_connection.h"
+
 namespace test_support {
 namespace {
 
@@ -43,7 +45,9 @@ struct DrivenSink::Impl {
   std::atomic<bool> streaming{false};
   std::atomic<bool> quit{false};
   pw_thread_loop* loop = nullptr;
+  std::unique_ptr<RealtimeConnection> connection;
   pw_stream* stream = nullptr;
+  spa_hook listener{};
   std::thread crystal;
 
   static void onIoChanged(void* data, std::uint32_t id, void* area, std::uint32_t) {
@@ -112,12 +116,13 @@ DrivenSink::DrivenSink(std::string nodeName, double speed_ppm, double room_s)
   impl_->samples.resize(static_cast<std::size_t>(room_s * kRate_Hz));
   pw_init(nullptr, nullptr);
   impl_->loop = pw_thread_loop_new("test-sink", nullptr);
-  impl_->stream = pw_stream_new_simple(
-      pw_thread_loop_get_loop(impl_->loop), nodeName.c_str(),
+  impl_->connection = std::make_unique<RealtimeConnection>(pw_thread_loop_get_loop(impl_->loop));
+  impl_->stream = pw_stream_new(
+      impl_->connection->core(), nodeName.c_str(),
       pw_properties_new(PW_KEY_MEDIA_CLASS, "Audio/Sink", PW_KEY_NODE_NAME, nodeName.c_str(),
                         PW_KEY_NODE_DRIVER, "true", PW_KEY_NODE_VIRTUAL, "true",
-                        PW_KEY_PRIORITY_DRIVER, "2000", nullptr),
-      &kEvents, impl_.get());
+                        PW_KEY_PRIORITY_DRIVER, "2000", nullptr));
+  pw_stream_add_listener(impl_->stream, &impl_->listener, &kEvents, impl_.get());
   spa_audio_info_raw info{};
   info.format = SPA_AUDIO_FORMAT_F32P;
   info.rate = kRate_Hz;
@@ -142,6 +147,7 @@ DrivenSink::~DrivenSink() {
   impl_->crystal.join();
   pw_thread_loop_stop(impl_->loop);
   pw_stream_destroy(impl_->stream);
+  impl_->connection.reset();
   pw_thread_loop_destroy(impl_->loop);
   pw_deinit();
 }

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/realtime_connection.h"
+
 namespace test_support {
 namespace {
 
@@ -43,7 +45,9 @@ struct SignalFeed::Impl {
   std::string name;
   Signal signal;
   pw_thread_loop* loop = nullptr;
+  std::unique_ptr<RealtimeConnection> connection;
   pw_filter* filter = nullptr;
+  spa_hook listener{};
   std::vector<void*> ports;
   std::atomic<std::uint64_t> frame{0};
 
@@ -72,12 +76,13 @@ SignalFeed::SignalFeed(std::string nodeName, std::uint32_t channels, Signal sign
   impl_->signal = signal;
   pw_init(nullptr, nullptr);
   impl_->loop = pw_thread_loop_new("test-signal", nullptr);
+  impl_->connection = std::make_unique<RealtimeConnection>(pw_thread_loop_get_loop(impl_->loop));
   impl_->filter =
-      pw_filter_new_simple(pw_thread_loop_get_loop(impl_->loop), impl_->name.c_str(),
-                           pw_properties_new(PW_KEY_NODE_NAME, impl_->name.c_str(),
-                                             PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY,
-                                             "Playback", PW_KEY_NODE_AUTOCONNECT, "false", nullptr),
-                           &kEvents, impl_.get());
+      pw_filter_new(impl_->connection->core(), impl_->name.c_str(),
+                    pw_properties_new(PW_KEY_NODE_NAME, impl_->name.c_str(), PW_KEY_MEDIA_TYPE,
+                                      "Audio", PW_KEY_MEDIA_CATEGORY, "Playback",
+                                      PW_KEY_NODE_AUTOCONNECT, "false", nullptr));
+  pw_filter_add_listener(impl_->filter, &impl_->listener, &kEvents, impl_.get());
   for (std::uint32_t channel = 0; channel < channels; ++channel) {
     impl_->ports.push_back(pw_filter_add_port(
         impl_->filter, PW_DIRECTION_OUTPUT, PW_FILTER_PORT_FLAG_MAP_BUFFERS, sizeof(int),
@@ -94,6 +99,7 @@ SignalFeed::SignalFeed(std::string nodeName, std::uint32_t channels, Signal sign
 SignalFeed::~SignalFeed() {
   pw_thread_loop_stop(impl_->loop);
   pw_filter_destroy(impl_->filter);
+  impl_->connection.reset();
   pw_thread_loop_destroy(impl_->loop);
   pw_deinit();
 }

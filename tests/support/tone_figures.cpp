@@ -34,6 +34,18 @@ ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz) {
   return figures;
 }
 
+std::vector<std::size_t> brokenSeconds(const std::vector<float>& samples, double rate_Hz,
+                                       double largestSecondDifference) {
+  std::vector<std::size_t> seconds;
+  for (std::size_t i = 2; i < samples.size(); ++i) {
+    const double second = double{samples[i]} - 2 * double{samples[i - 1]} + samples[i - 2];
+    if (std::abs(second) <= largestSecondDifference) continue;
+    const auto when = static_cast<std::size_t>(static_cast<double>(i) / rate_Hz);
+    if (seconds.empty() || seconds.back() != when) seconds.push_back(when);
+  }
+  return seconds;
+}
+
 double secondDifferenceOfSine(double frequency_Hz, double amplitude, double rate_Hz) {
   const double halfStep = std::numbers::pi * frequency_Hz / rate_Hz;
   return 4 * amplitude * std::sin(halfStep) * std::sin(halfStep);

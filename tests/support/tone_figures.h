@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 namespace test_support {
@@ -12,6 +13,10 @@ struct ToneFigures {
   double largestSecondDifference = 0;
 };
 ToneFigures measureTone(const std::vector<float>& samples, double rate_Hz);
+
+// The seconds of a recording in which a sample bends more than that.
+std::vector<std::size_t> brokenSeconds(const std::vector<float>& samples, double rate_Hz,
+                                       double largestSecondDifference);
 
 // The largest bend in a sine of that frequency and amplitude.
 double secondDifferenceOfSine(double frequency_Hz, double amplitude, double rate_Hz);

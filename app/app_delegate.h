@@ -81,6 +81,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   void showNotificationRecordStarted();
   void showNotificationRecordCompleated(const std::string& filePath);
   void showNotificationError();
+  // One for all that came back; a click shows the file at that path.
+  void showNotificationRecordingRecovered(const std::string& filePath);
   void removeAllPreviousNotifications();
   void timerNotificationQuitMethod(const platform::TimerPtr& timer);
   // Always true: shown even while the tool is the active application.
@@ -133,6 +135,9 @@ class AppDelegate : public platform::ApplicationDelegate,
   void launchPreferencesMode();
   void launchRecordingMode();
   [[nodiscard]] bool isPreferencesWindowVisible() const;
+  // Brings back, in the background, what processes that died left behind. Called as soon as a
+  // recording runs or it is clear that there will be none; once a process.
+  void recoverInterruptedRecordings();
 
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;
@@ -157,6 +162,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   platform::TimerPtr pendingEndTimer_;
   // Tells the wait under way from one given up earlier, whose answer may still come.
   std::uint64_t waitCount_ = 0;
+  bool recoveryBegun_ = false;
   // Of the session under way.
   std::string sessionSource_;
   std::string sessionFormat_;

@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "app/recording_recovery.h"
 #include "platform/host.h"
 #include "routing/audio_driver.h"
 #include "routing/audio_waiter.h"
@@ -77,6 +78,7 @@ void AppDelegate::launchPreferencesMode() {
   showInDock();
   _preferences->showWindow();
   host().application.activateIgnoringOtherApps(true);
+  recoverInterruptedRecordings();
   if (_preferences->isWindowVisible()) return;
   // Without a screen nobody could ever click Done.
   host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
@@ -111,7 +113,29 @@ void AppDelegate::updateMicStatusImp() {
   } else {
     showNotificationError();
     tryToQuit();
+    recoverInterruptedRecordings();
   }
+}
+
+void AppDelegate::recoverInterruptedRecordings() {
+  if (recoveryBegun_) return;
+  recoveryBegun_ = true;
+  // After the current event: a recorder that confirms its start waits for it to be over.
+  host().dispatch.mainQueue()->async([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    RecordingRecovery::create(self->environment_, self->m_recorder->desktopPath())
+        ->start([weak](const RecoveryReport& report) {
+          const auto delegate = weak.lock();
+          if (!delegate) return;
+          for (const std::string& problem : report.problems) {
+            delegate->environment_.suite.logging.VKLogVariadic("%@", {problem});
+          }
+          if (!report.recovered.empty()) {
+            delegate->showNotificationRecordingRecovered(report.recovered.back());
+          }
+        });
+  });
 }
 
 bool AppDelegate::application(const std::string& openFile) {

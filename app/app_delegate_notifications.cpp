@@ -93,6 +93,16 @@ void AppDelegate::showNotificationError() {
   showNotification(notification);
 }
 
+void AppDelegate::showNotificationRecordingRecovered(const std::string& filePath) {
+  // Silent: a recording may be listening.
+  const auto notification = std::make_shared<platform::UserNotification>();
+  notification->informativeText = localized("An interrupted recording was recovered.");
+  notification->hasActionButton = true;
+  notification->actionButtonTitle = localized("Open");
+  notification->userInfo = {{kOpenPathKey, filePath}};
+  showNotification(notification);
+}
+
 bool AppDelegate::userNotificationCenterShouldPresentNotification(platform::UserNotificationCenter&,
                                                                   const UserNotificationPtr&) {
   return true;

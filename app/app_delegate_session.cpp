@@ -83,6 +83,7 @@ void AppDelegate::onWaitFinished(bool success) {
     logStopWithError();
     _audioWaiter.reset();
     tryToQuit();
+    recoverInterruptedRecordings();
     return;
   }
   // One may be left of a session that found no capture device.
@@ -99,6 +100,7 @@ void AppDelegate::onWaitFinished(bool success) {
 void AppDelegate::startRecorderContinue() {
   const platform::CaptureDevicePtr device = _preferences->audioCaptureDevice();
   if (!device) {
+    recoverInterruptedRecordings();
     showNoSoundRecordedAlert();
     tryToQuit();
     return;
@@ -113,6 +115,7 @@ void AppDelegate::startRecorderContinue() {
     showNotificationError();
     logStopWithError();
     tryToQuit();
+    recoverInterruptedRecordings();
     return;
   }
   starting_ = !m_recorder->isRecording();
@@ -149,6 +152,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
       [timerTarget](const platform::TimerPtr& timer) { timerTarget->timerBlinkerMethod(timer); });
   showNotificationRecordStarted();
   updateFinderIcon(true);
+  recoverInterruptedRecordings();
   if (pendingEnd_ != Ending::kNone) endConfirmedStart();
 }
 
@@ -164,6 +168,7 @@ void AppDelegate::recordError() {
   logStopWithError();
   changeDockIcon(false);
   tryToQuit();
+  recoverInterruptedRecordings();
 }
 
 void AppDelegate::internalStop() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ostream>
 #include <string_view>
 
 namespace record_audio {
@@ -16,6 +17,7 @@ constexpr std::array kOptions = {
     Option{"--stop", CommandLine::Command::kStop},
     Option{"--cancel", CommandLine::Command::kCancel},
     Option{"--status", CommandLine::Command::kStatus},
+    Option{"--recover", CommandLine::Command::kRecover},
     Option{"--help", CommandLine::Command::kHelp},
     Option{"--version", CommandLine::Command::kVersion},
 };
@@ -69,7 +71,7 @@ std::variant<CommandLine, CommandLineError> parseCommandLine(
 
 std::string helpText() {
   return "Usage: record-audio [PATH]\n"
-         "       record-audio --stop | --cancel | --status | --help | --version\n"
+         "       record-audio --stop | --cancel | --status | --recover | --help | --version\n"
          "\n"
          "Records sound into a file. Started again while it records, it stops and saves.\n"
          "A PATH that ends with the tool identifier a5f597ea-d3f3-4347-bbe6-344e240acc7e\n"
@@ -78,15 +80,26 @@ std::string helpText() {
          "  --stop      end the running recording, save it and print the file's path\n"
          "  --cancel    end the running recording and delete its file\n"
          "  --status    print what the running program does, as one line of JSON\n"
+         "  --recover   save the recordings of programs that were killed, as every start does,\n"
+         "              print their paths, and record nothing\n"
          "  --help      print this text\n"
          "  --version   print the version\n"
          "\n"
-         "Exit status: 0 on success, 1 on failure, 2 for wrong arguments, 3 when nothing runs\n"
-         "or nothing is being recorded.\n";
+         "Exit status: 0 on success (also when there was nothing to recover), 1 on failure, 2 for\n"
+         "wrong arguments, 3 when nothing runs or nothing is being recorded.\n";
 }
 
 std::string versionText(const std::string& version) {
   return "record-audio " + version + "\n";
+}
+
+int printRecovery(const RecoveryReport& report, std::ostream& out, std::ostream& err) {
+  for (const std::string& path : report.recovered) out << path << '\n';
+  for (const std::string& path : report.soundless) {
+    err << "record-audio: " << path << " ended before it had any sound; you may delete it.\n";
+  }
+  for (const std::string& problem : report.problems) err << "record-audio: " << problem << '\n';
+  return report.problems.empty() ? 0 : 1;
 }
 
 }  // namespace record_audio

@@ -1,15 +1,18 @@
 #pragma once
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "app/recovery_report.h"
+
 namespace record_audio {
 
 // What the program was started for.
 struct CommandLine {
-  enum class Command { kRun, kStop, kCancel, kStatus, kHelp, kVersion };
+  enum class Command { kRun, kStop, kCancel, kStatus, kRecover, kHelp, kVersion };
   Command command = Command::kRun;
   // With kRun: paths as given, or the bare tool identifier.
   std::vector<std::string> pathsToOpen;
@@ -30,5 +33,10 @@ std::variant<CommandLine, CommandLineError> parseCommandLine(
 // The text of --help, and the one line of --version.
 std::string helpText();
 std::string versionText(const std::string& version);
+
+// Prints what --recover did: the recovered paths on `out`, one a line, and on `err` what stays
+// where it is and why. Returns the process's exit status: 1 when a recording could not be
+// recovered. A leftover without any sound is none.
+int printRecovery(const RecoveryReport& report, std::ostream& out, std::ostream& err);
 
 }  // namespace record_audio

@@ -6,6 +6,7 @@
 
 #include "app/app_delegate.h"
 #include "app/command_line.h"
+#include "app/recording_recovery.h"
 #include "hosts/linux/bus/client_commands.h"
 #include "hosts/linux/host/linux_host.h"
 #include "platform/file_url.h"
@@ -49,6 +50,16 @@ int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) 
   return 0;
 }
 
+int runRecovery(std::vector<std::string> arguments) {
+  linux_host::LinuxHost host(std::move(arguments), linux_host::LinuxHost::Purpose::kFiles);
+  suite::Environment environment = host.environment();
+  const auto folder = environment.suite.locationManager.locationForCurrentTool();
+  // The log has said what is wrong with the folder.
+  if (!folder) return linux_host::kExitFailed;
+  const auto recovery = record_audio::RecordingRecovery::create(environment, *folder);
+  return record_audio::printRecovery(recovery->run(), std::cout, std::cerr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -66,6 +77,8 @@ int main(int argc, char** argv) {
     case CommandLine::Command::kVersion:
       std::cout << record_audio::versionText(RA_VERSION);
       return 0;
+    case CommandLine::Command::kRecover:
+      return runRecovery(std::move(arguments));
     case CommandLine::Command::kRun:
       return runTool(commandLine, std::move(arguments));
     default:

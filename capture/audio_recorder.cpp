@@ -4,16 +4,14 @@
 #include <thread>
 #include <utility>
 
-#include "capture/file_name.h"
+#include "capture/recording_path.h"
 #include "platform/file_url.h"
-#include "settings/auxiliary.h"
 
 namespace record_audio {
 namespace {
 
 constexpr std::uint64_t kSoundFormatM4a = 0;
 constexpr std::uint64_t kSoundFormatMp3 = 1;
-constexpr int kLastFileNumber = 99;
 
 constexpr const char* kPreparingFailed =
     "An error occurred while preparing to record audio. Error: %@";
@@ -234,23 +232,14 @@ bool AudioRecorder::isRecording() const {
 std::string AudioRecorder::outputURL() {
   ++recordingNumber_;
   m_startTime = environment_.host.wallClock.now();
-  m_filePath = environment_.host.fileManager.temporaryDirectory() + "/Audio_recording_" +
+  m_filePath = environment_.host.fileManager.temporaryDirectory() + "/" + kTemporaryNamePrefix +
                environment_.host.processInfo.globallyUniqueString();
   return platform::fileURLWithPath(m_filePath);
 }
 
 std::string AudioRecorder::generatePath() const {
-  const std::string dateTime = Auxiliary::getFilenameWithDateTime(environment_.host, m_startTime);
-  const std::string extension = soundFormat != kSoundFormatM4a ? ".mp3" : ".m4a";
-  const std::string title = environment_.host.mainBundle.localizedString("Audio recording");
-  // Translations and locales are free to hold what a file system refuses.
-  const std::string base = _desktopPath + "/" + fitForFileName(title + " " + dateTime);
-  std::string path = base + extension;
-  for (int number = 1; number <= kLastFileNumber; ++number) {
-    if (!environment_.host.fileManager.fileExists(path)) break;
-    path = base + " (" + std::to_string(number) + ")" + extension;
-  }
-  return path;
+  return recordingPath(environment_.host, _desktopPath, m_startTime,
+                       soundFormat != kSoundFormatM4a ? "mp3" : "m4a");
 }
 
 platform::AudioDeviceID AudioRecorder::getAudioId(const std::string& uniqueID) const {

@@ -10,6 +10,7 @@
 #include "platform/dispatch.h"
 #include "platform/foundation.h"
 #include "platform/host_clock.h"
+#include "platform/interrupted_recordings.h"
 #include "platform/launch_services.h"
 #include "platform/user_notifications.h"
 
@@ -46,6 +47,8 @@ struct Host {
   Authorization& authorization;
   LaunchServices& launchServices;
   AppleEvents& appleEvents;
+
+  InterruptedRecordings& interruptedRecordings;
 };
 
 }  // namespace platform

@@ -184,7 +184,8 @@ platform::Host hostWith(memory_host::MemoryHost& memory, platform::Dispatch& dis
           memory.audioUnits,
           memory.authorization,
           memory.launchServices,
-          memory.appleEvents};
+          memory.appleEvents,
+          memory.interruptedRecordings};
 }
 
 }  // namespace capture_test

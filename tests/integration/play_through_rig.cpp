@@ -40,7 +40,8 @@ platform::Host withSound(const platform::Host& rest, platform::AudioHardware& ha
           units,
           rest.authorization,
           rest.launchServices,
-          rest.appleEvents};
+          rest.appleEvents,
+          rest.interruptedRecordings};
 }
 
 }  // namespace

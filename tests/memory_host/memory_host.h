@@ -6,6 +6,7 @@
 #include "tests/memory_host/memory_audio_units.h"
 #include "tests/memory_host/memory_capture.h"
 #include "tests/memory_host/memory_foundation.h"
+#include "tests/memory_host/memory_interrupted_recordings.h"
 #include "tests/memory_host/memory_run_loop.h"
 #include "tests/memory_host/memory_suite.h"
 #include "tests/memory_host/timeline.h"
@@ -41,6 +42,7 @@ class MemoryHost {
   MemoryAuthorization authorization;
   MemoryLaunchServices launchServices;
   MemoryAppleEvents appleEvents;
+  MemoryInterruptedRecordings interruptedRecordings{fileManager};
   MemorySuite suite{timeline};
 
   platform::Host host{application,
@@ -67,7 +69,8 @@ class MemoryHost {
                       audioUnits,
                       authorization,
                       launchServices,
-                      appleEvents};
+                      appleEvents,
+                      interruptedRecordings};
   suite::Suite suiteServices{suite, suite, suite};
   suite::Environment environment{host, suiteServices};
 };

@@ -1,6 +1,7 @@
 #include "hosts/linux/files/open_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,6 +48,38 @@ void openToOthersByUmask(const std::string& path) {
   if (fd < 0) return;
   [[maybe_unused]] const int changed = fchmod(fd, kFinishedMode & ~currentUmask());
   ::close(fd);
+}
+
+bool isSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+// What OpenFiles::claim() asks of an open file. On success it is locked.
+bool lockLostFile(int fd, const std::string& path, std::uint64_t* size_bytes, std::string* error) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0) {
+    *error = errorText("read", path, errno);
+    return false;
+  }
+  if (status.st_uid != geteuid()) return false;
+  if (!S_ISREG(status.st_mode) || status.st_nlink != 1) {
+    *error = path + " is left alone: it is " +
+             (S_ISREG(status.st_mode) ? "known under another name too" : "not an ordinary file") +
+             ". Look what it is, and move it away yourself.";
+    return false;
+  }
+  // It may be one that its writer has not had the time to lock.
+  if (status.st_size == 0) return false;
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) *error = errorText("lock", path, errno);
+    return false;
+  }
+  // Whoever had the lock before may have moved the file away.
+  struct stat now {};
+  if (lstat(path.c_str(), &now) != 0 || !isSameFile(status, now)) return false;
+  if (fstat(fd, &status) != 0) return false;
+  *size_bytes = static_cast<std::uint64_t>(status.st_size);
+  return true;
 }
 
 int openFlags(OpenFiles::Mode mode) {
@@ -113,6 +146,30 @@ std::string OpenFile::close() {
   return failure(error);
 }
 
+std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const {
+  const std::lock_guard lock(mutex_);
+  std::size_t done_bytes = 0;
+  while (done_bytes < to.size()) {
+    const ssize_t count = pread(fd_, to.data() + done_bytes, to.size() - done_bytes,
+                                static_cast<off_t>(offset_bytes + done_bytes));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    done_bytes += static_cast<std::size_t>(count);
+  }
+  return done_bytes;
+}
+
+std::string OpenFile::waitForDisk() {
+  const std::lock_guard lock(mutex_);
+  return failure(fdatasync(fd_) == 0 ? 0 : errno);
+}
+
+int OpenFile::describe(struct statx* description) const {
+  const std::lock_guard lock(mutex_);
+  constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
+  return statx(fd_, "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
+}
+
 std::string OpenFile::path() const {
   const std::lock_guard lock(mutex_);
   return path_;
@@ -149,11 +206,32 @@ std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, st
     if (fd >= 0) ::close(fd);
     return nullptr;
   }
-  std::shared_ptr<OpenFile> file(
-      new OpenFile(fd, normal(path), static_cast<std::uint64_t>(status.st_size), *this));
+  // Only who looks for lost files cares; where there are no locks he finds out himself.
+  [[maybe_unused]] const int locked = flock(fd, LOCK_EX | LOCK_NB);
+  return keep(fd, path, static_cast<std::uint64_t>(status.st_size));
+}
+
+std::shared_ptr<OpenFile> OpenFiles::keep(int fd, const std::string& path,
+                                          std::uint64_t size_bytes) {
+  std::shared_ptr<OpenFile> file(new OpenFile(fd, normal(path), size_bytes, *this));
   const std::lock_guard lock(mutex_);
   files_.emplace(file.get(), file);
   return file;
+}
+
+std::shared_ptr<OpenFile> OpenFiles::claim(const std::string& path, std::string* error) {
+  error->clear();
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) {
+    if (errno != ENOENT) *error = errorText("open", path, errno);
+    return nullptr;
+  }
+  std::uint64_t size_bytes = 0;
+  if (!lockLostFile(fd, path, &size_bytes, error)) {
+    ::close(fd);
+    return nullptr;
+  }
+  return keep(fd, path, size_bytes);
 }
 
 void OpenFiles::forget(OpenFile* file) {
@@ -210,10 +288,11 @@ std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const
     file->path_ = normal(to);
     file->writtenBack_bytes_ = file->size_bytes_;
   }
-  ::close(copy);
+  // The old file keeps its lock until its name is gone, so that nobody takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
     logMessage(LogLevel::kWarning, errorText("remove", from, errno) + " It was copied to " + to);
   }
+  ::close(copy);
   return {};
 }
 

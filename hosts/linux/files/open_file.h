@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,6 +40,13 @@ class OpenFile {
   // Later calls fail. Idempotent; the destructor closes too.
   std::string close();
 
+  // Copies as many bytes from `offset_bytes` on as there are and fit, and returns their number.
+  std::size_t readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const;
+  // Waits until everything written is on the disk.
+  [[nodiscard]] std::string waitForDisk();
+  // What the file system says of the file. Returns errno, 0 on success.
+  int describe(struct statx* description) const;
+
   [[nodiscard]] std::string path() const;
 
  private:
@@ -59,6 +68,9 @@ class OpenFile {
 
 // The files that this process writes, by path, and the one way to move them. Any thread. Outlives
 // every file it opened.
+//
+// A file is locked from before its first byte until it is closed or its process ends, however that
+// may happen. So a file that holds something and is not locked has lost its writer.
 class OpenFiles {
  public:
   enum class Mode {
@@ -73,6 +85,11 @@ class OpenFiles {
   [[nodiscard]] std::shared_ptr<OpenFile> open(const std::string& path, Mode mode,
                                                std::string* error);
 
+  // Opens a file of this user that holds something and has lost its writer, and locks it, so that
+  // of all who try only one gets it. Null otherwise: with *error empty when somebody else has it or
+  // it has just gone, else with why it cannot be had. Never follows a symbolic link.
+  [[nodiscard]] std::shared_ptr<OpenFile> claim(const std::string& path, std::string* error);
+
   // Moves a file, also while it is written through an OpenFile of this registry. On one file
   // system that is a rename. To another one the bytes are copied under a hidden name into the
   // target's folder, flushed, given their name, and the writers continue in the copy. Never
@@ -83,6 +100,7 @@ class OpenFiles {
 
  private:
   friend class OpenFile;
+  std::shared_ptr<OpenFile> keep(int fd, const std::string& path, std::uint64_t size_bytes);
   void forget(OpenFile* file);
   std::shared_ptr<OpenFile> find(const std::string& path);
   // With the file's lock held if it is not null.

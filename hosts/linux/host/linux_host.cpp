@@ -12,8 +12,9 @@ namespace {
 // What is sent at the very end may take this long to leave.
 constexpr int kLastWords_ms = 1000;
 
-PipeWireConnection::Callbacks pipeWireCallbacks() {
+PipeWireConnection::Callbacks pipeWireCallbacks(LinuxHost::Purpose purpose) {
   PipeWireConnection::Callbacks callbacks;
+  if (purpose == LinuxHost::Purpose::kFiles) return callbacks;
   callbacks.onLost = [](const std::string& message) { logMessage(LogLevel::kError, message); };
   return callbacks;
 }
@@ -41,9 +42,10 @@ Appearance HostWindowsServices::appearance() const {
   return desktopAppearance(bus_.connection());
 }
 
-LinuxHost::LinuxHost(std::vector<std::string> arguments)
+LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
     : executable_(executablePath()),
-      pipeWire_(pipeWireCallbacks()),
+      pipeWire_(pipeWireCallbacks(purpose)),
+      lostRecordings_(fileManager_.temporaryDirectory()),
       processInfo_(std::move(arguments)),
       folders_(XdgFolders::fromEnvironment()),
       userDefaults_(folders_.config + "/" + kApplicationId + "/defaults.json"),
@@ -72,7 +74,8 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments)
           windows_,       userNotifications_, wallClock_,     userDefaults_,   fileManager_,
           *bundle_,       bundleLoader_,      processInfo_,   mainLoop_,       notificationCenter_,
           dateFormatter_, userAccount_,       hostClock_,     dispatch_,       capture_,
-          audioHardware_, audioUnits_,        authorization_, launchServices_, appleEvents_},
+          audioHardware_, audioUnits_,        authorization_, launchServices_, appleEvents_,
+          lostRecordings_},
       suite_(embeddedSuite_.interfaces()),
       router_(application_, mainLoop_, dispatch_),
       toolObject_(router_),

@@ -32,6 +32,7 @@
 #include "hosts/linux/notifications/notification_center.h"
 #include "hosts/linux/permission/desktop_permission.h"
 #include "hosts/linux/power/login_session.h"
+#include "hosts/linux/recovery/interrupted_recordings.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
 #include "hosts/linux/windows/windows_loader.h"
@@ -73,8 +74,13 @@ class HostWindowsServices : public WindowsServices {
 // others reach the program. One per process; made, used and destroyed on the main thread.
 class LinuxHost {
  public:
+  enum class Purpose {
+    kRecording,
+    kFiles,  // a machine without sound will do, and nothing is said of it
+  };
+
   // Begins to connect to PipeWire before anything else, in the background.
-  explicit LinuxHost(std::vector<std::string> arguments);
+  explicit LinuxHost(std::vector<std::string> arguments, Purpose purpose = Purpose::kRecording);
   ~LinuxHost();
   LinuxHost(const LinuxHost&) = delete;
   LinuxHost& operator=(const LinuxHost&) = delete;
@@ -107,6 +113,8 @@ class LinuxHost {
   DeviceClockTable deviceClocks_;
   PipeWireConnection pipeWire_;
   MainLoop mainLoop_;
+  LinuxFileManager fileManager_;
+  LostRecordings lostRecordings_;
   DispatchThreads dispatch_;
   LinuxNotificationCenter notificationCenter_;
   LinuxWallClock wallClock_;
@@ -114,7 +122,6 @@ class LinuxHost {
   LinuxProcessInfo processInfo_;
   LinuxUserAccount userAccount_;
   LinuxDateFormatter dateFormatter_;
-  LinuxFileManager fileManager_;
   XdgFolders folders_;
   LinuxUserDefaults userDefaults_;
   SuiteStorage storage_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "hosts/linux/files/open_file.h"
@@ -11,7 +12,9 @@ namespace linux_host {
 // Lets an m4a writer write to `file`, which is closed with the sink.
 [[nodiscard]] std::unique_ptr<M4aSink> m4aSinkFor(std::shared_ptr<OpenFile> file);
 
-// Recovers the file at `path`, which nobody else has open. It is on the disk when this returns.
-[[nodiscard]] M4aRecovery recoverInterruptedM4a(OpenFiles& files, const std::string& path);
+// What findM4aPackets() and recoverInterruptedM4a() do, for a file that nobody writes. It stays
+// open; a recovered one is on the disk when this returns.
+[[nodiscard]] std::optional<M4aFindings> findM4aPackets(const std::shared_ptr<OpenFile>& file);
+[[nodiscard]] M4aRecovery recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file);
 
 }  // namespace linux_host

@@ -1,0 +1,159 @@
+#include "app/recording_recovery.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "capture/recording_path.h"
+#include "platform/host.h"
+
+namespace record_audio {
+namespace {
+
+using platform::Date;
+using platform::InterruptedRecording;
+using platform::InterruptedRecordings;
+using platform::RecordingFindings;
+using Contents = RecordingFindings::Contents;
+
+// Between the sound and the clock of the disk.
+constexpr std::chrono::seconds kSlack{5};
+
+}  // namespace
+
+Date startOfRecording(const RecordingFindings& findings) {
+  const auto length = std::chrono::duration_cast<Date::duration>(
+      std::chrono::duration<double>(findings.duration_s));
+  const Date byLength = findings.lastWritten - length;
+  for (const auto& known : {findings.created, findings.stated}) {
+    if (known && *known <= byLength + kSlack) return *known;
+  }
+  return byLength;
+}
+
+std::shared_ptr<RecordingRecovery> RecordingRecovery::create(suite::Environment environment,
+                                                             std::string outputFolder) {
+  return std::shared_ptr<RecordingRecovery>(
+      new RecordingRecovery(environment, std::move(outputFolder)));
+}
+
+RecordingRecovery::RecordingRecovery(suite::Environment environment, std::string outputFolder)
+    : environment_(environment), outputFolder_(std::move(outputFolder)) {}
+
+RecoveryReport RecordingRecovery::run() {
+  search();
+  while (recording_ || takeNext()) {
+    if (name()) place();
+  }
+  return report_;
+}
+
+void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinished) {
+  onFinished_ = std::move(onFinished);
+  queue_ =
+      environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.RecoveryQueue");
+  queue_->async([self = shared_from_this()] {
+    self->environment_.host.interruptedRecordings.yieldToOthers();
+    self->search();
+    self->goOn();
+  });
+}
+
+// On the queue.
+void RecordingRecovery::goOn() {
+  const bool found = recording_ || takeNext();
+  environment_.host.dispatch.mainQueue()->async([self = shared_from_this(), found] {
+    if (found) {
+      self->nameAndGoOn();
+    } else {
+      self->queue_.reset();
+      self->onFinished_(self->report_);
+    }
+  });
+}
+
+// On the main thread.
+void RecordingRecovery::nameAndGoOn() {
+  const bool named = name();
+  queue_->async([self = shared_from_this(), named] {
+    if (named) self->place();
+    self->goOn();
+  });
+}
+
+void RecordingRecovery::search() {
+  std::string error;
+  waiting_ = environment_.host.interruptedRecordings.find(kTemporaryNamePrefix, &error);
+  std::ranges::reverse(waiting_);
+  if (!error.empty()) report_.problems.push_back(error);
+}
+
+bool RecordingRecovery::takeNext() {
+  while (!waiting_.empty()) {
+    const std::string path = std::move(waiting_.back());
+    waiting_.pop_back();
+    InterruptedRecordings::Claim claim = environment_.host.interruptedRecordings.claim(path);
+    switch (claim.outcome) {
+      case InterruptedRecordings::Claim::Outcome::kNotOurs:
+        break;
+      case InterruptedRecordings::Claim::Outcome::kEmpty:
+        report_.soundless.push_back(path);
+        break;
+      case InterruptedRecordings::Claim::Outcome::kRefused:
+        report_.problems.push_back(claim.problem);
+        break;
+      case InterruptedRecordings::Claim::Outcome::kClaimed:
+        if (prepare(path, std::move(claim.recording))) return true;
+        break;
+    }
+  }
+  return false;
+}
+
+bool RecordingRecovery::prepare(const std::string& path,
+                                std::unique_ptr<InterruptedRecording> recording) {
+  findings_ = recording->examine();
+  if (findings_.contents == Contents::kNoSound) {
+    report_.soundless.push_back(path);
+    return false;
+  }
+  const std::string problem =
+      findings_.contents == Contents::kUnknown ? findings_.problem : recording->finish();
+  if (!problem.empty()) {
+    report_.problems.push_back(problem);
+    return false;
+  }
+  recording_ = std::move(recording);
+  target_.clear();
+  return true;
+}
+
+bool RecordingRecovery::name() {
+  const std::string extension = findings_.contents == Contents::kM4a ? "m4a" : "mp3";
+  std::string target =
+      recordingPath(environment_.host, outputFolder_, startOfRecording(findings_), extension);
+  // Nothing has changed since that name was taken: there is no free one.
+  if (target == target_) {
+    report_.problems.push_back(whyNotMoved_);
+    recording_.reset();
+    return false;
+  }
+  target_ = std::move(target);
+  return true;
+}
+
+void RecordingRecovery::place() {
+  switch (recording_->moveTo(target_, &whyNotMoved_)) {
+    case InterruptedRecording::Move::kMoved:
+      environment_.suite.logging.VKLogVariadic("Recovered an interrupted recording: %@", {target_});
+      report_.recovered.push_back(target_);
+      break;
+    case InterruptedRecording::Move::kNameTaken:
+      return;
+    case InterruptedRecording::Move::kFailed:
+      report_.problems.push_back(whyNotMoved_);
+      break;
+  }
+  recording_.reset();
+}
+
+}  // namespace record_audio

@@ -1,0 +1,27 @@
+#include "capture/recording_path.h"
+
+#include "capture/file_name.h"
+#include "settings/auxiliary.h"
+
+namespace record_audio {
+namespace {
+
+constexpr int kLastFileNumber = 99;
+
+}  // namespace
+
+std::string recordingPath(const platform::Host& host, const std::string& folder,
+                          platform::Date start, const std::string& extension) {
+  const std::string dateTime = Auxiliary::getFilenameWithDateTime(host, start);
+  const std::string title = host.mainBundle.localizedString("Audio recording");
+  // Translations and locales are free to hold what a file system refuses.
+  const std::string base = folder + "/" + fitForFileName(title + " " + dateTime);
+  std::string path = base + "." + extension;
+  for (int number = 1; number <= kLastFileNumber; ++number) {
+    if (!host.fileManager.fileExists(path)) break;
+    path = base + " (" + std::to_string(number) + ")." + extension;
+  }
+  return path;
+}
+
+}  // namespace record_audio

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "platform/host.h"
+
+namespace record_audio {
+
+// What the names of growing recordings begin with, in the temporary directory.
+inline constexpr const char* kTemporaryNamePrefix = "Audio_recording_";
+
+// The final path in `folder` (without a trailing slash) of a recording that began at `start`:
+// numbered (1) to (99) while names are taken. Numbered 99 if all are; the file is there then.
+// `extension` without its dot. Main thread.
+std::string recordingPath(const platform::Host& host, const std::string& folder,
+                          platform::Date start, const std::string& extension);
+
+}  // namespace record_audio

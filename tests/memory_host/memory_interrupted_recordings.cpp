@@ -1,0 +1,74 @@
+#include "tests/memory_host/memory_interrupted_recordings.h"
+
+#include <utility>
+
+namespace memory_host {
+
+class MemoryInterruptedRecordings::Recording : public platform::InterruptedRecording {
+ public:
+  Recording(MemoryInterruptedRecordings& owner, std::string path, Leftover& leftover)
+      : owner_(owner), path_(std::move(path)), leftover_(leftover) {
+    leftover_.claimed = true;
+  }
+  ~Recording() override { leftover_.claimed = false; }
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+
+  platform::RecordingFindings examine() override { return leftover_.findings; }
+
+  std::string finish() override {
+    owner_.journal.push_back("finish " + path_);
+    leftover_.finished = leftover_.finishProblem.empty();
+    return leftover_.finishProblem;
+  }
+
+  Move moveTo(const std::string& path, std::string* error) override {
+    owner_.journal.push_back("move " + path_ + " -> " + path);
+    *error = owner_.files_.moveItem(path_, path);
+    if (error->empty()) return Move::kMoved;
+    return owner_.files_.fileExists(path) ? Move::kNameTaken : Move::kFailed;
+  }
+
+ private:
+  MemoryInterruptedRecordings& owner_;
+  const std::string path_;
+  Leftover& leftover_;
+};
+
+std::vector<std::string> MemoryInterruptedRecordings::find(const std::string& namePrefix,
+                                                           std::string* error) {
+  journal.push_back("find");
+  if (!findProblem.empty()) {
+    *error = findProblem;
+    return {};
+  }
+  std::vector<std::string> paths;
+  const std::string begin = files_.temporaryDirectory() + "/" + namePrefix;
+  for (const auto& [path, leftover] : leftovers) {
+    if (path.starts_with(begin) && files_.fileExists(path)) paths.push_back(path);
+  }
+  return paths;
+}
+
+platform::InterruptedRecordings::Claim MemoryInterruptedRecordings::claim(const std::string& path) {
+  journal.push_back("claim " + path);
+  Leftover& leftover = leftovers.at(path);
+  Claim claim;
+  claim.outcome = leftover.outcome;
+  claim.problem = leftover.claimProblem;
+  if (claim.outcome == Claim::Outcome::kClaimed) {
+    claim.recording = std::make_unique<Recording>(*this, path, leftover);
+  }
+  return claim;
+}
+
+MemoryInterruptedRecordings::Leftover& MemoryInterruptedRecordings::add(
+    const std::string& name, const platform::RecordingFindings& findings) {
+  const std::string path = files_.temporaryDirectory() + "/" + name;
+  files_.addFile(path, "sound");
+  Leftover& leftover = leftovers[path];
+  leftover.findings = findings;
+  return leftover;
+}
+
+}  // namespace memory_host

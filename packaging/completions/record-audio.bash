@@ -6,7 +6,7 @@ _record_audio() {
   if [[ $current == -* ]]; then
     # The options exclude each other.
     if ((COMP_CWORD == 1)); then
-      mapfile -t COMPREPLY < <(compgen -W '--stop --cancel --status --help --version' -- "$current")
+      mapfile -t COMPREPLY < <(compgen -W '--stop --cancel --status --recover --help --version' -- "$current")
     fi
   elif ((COMP_CWORD == 1)); then
     compopt -o filenames 2>/dev/null

@@ -24,8 +24,7 @@ UNSHOWN_CALLS = re.compile(
 UNSHOWN_FILES = {"app/command_line.cpp", "capture/mp3_encoding.cpp", "capture/mp3_encoder.cpp"}
 
 # Translated ahead of the code that shows them.
-AHEAD = {"An interrupted recording was recovered.",
-         "Less than 100 MB are free for the recording."}
+AHEAD = {"Less than 100 MB are free for the recording."}
 
 TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)

@@ -37,7 +37,8 @@ TEST(CommandLine, HelpAndVersionNeedNoServer) {
   const base_test::TemporaryFolder folder;
   const FinishedCommand help = runToEnd({RECORD_AUDIO, "--help"}, {}, folder.path());
   EXPECT_EQ(help.exitStatus, 0);
-  for (const char* option : {"--stop", "--cancel", "--status", "--help", "--version"}) {
+  for (const char* option :
+       {"--stop", "--cancel", "--status", "--recover", "--help", "--version"}) {
     EXPECT_THAT(help.output, HasSubstr(option));
   }
   const FinishedCommand version = runToEnd({RECORD_AUDIO, "--version"}, {}, folder.path());

@@ -53,6 +53,29 @@ def check_list(source, found):
         problems.append(f"installed, but not expected: {name}")
 
 
+def libraries_of(program):
+    """Sonames that the file is linked to or names to open them."""
+    return {name.decode() for name in
+            re.findall(rb"\blib[A-Za-z0-9_+.-]+\.so\.[0-9]+\b", program.read_bytes())}
+
+
+def check_third_party(source, root):
+    """docs/third-party.md lists the libraries of all that is installed, and no others."""
+    listed = set(re.findall(r"^\| `([^`]+)`", (source / "docs/third-party.md").read_text(),
+                            re.MULTILINE))
+    used = {}
+    for path in root.rglob("*"):
+        if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF":
+            for library in libraries_of(path):
+                used.setdefault(library, path.name)
+    # The sanitizers' own come with a build for tests alone.
+    used = {name: by for name, by in used.items() if not re.match(r"lib(a|t|ub)san\.", name)}
+    for name in sorted(set(used) - listed):
+        problems.append(f"docs/third-party.md does not list {name}, which {used[name]} uses")
+    for name in sorted(listed - set(used)):
+        problems.append(f"docs/third-party.md lists {name}, which nothing uses")
+
+
 def check_desktop_files(share, prefix):
     expect_success("desktop-file-validate", share / f"applications/{APPLICATION}.desktop")
     expect_success("appstreamcli", "validate", "--no-net",
@@ -123,6 +146,7 @@ def main():
             check_desktop_files(share, prefix)
             check_manual(share / "man/man1/record-audio.1", version, options)
             check_completions(share, options)
+            check_third_party(source, root)
     for problem in problems:
         print(problem)
     return 1 if problems else 0

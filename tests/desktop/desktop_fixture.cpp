@@ -201,4 +201,36 @@ void Panel::start() {
       ChildProcess::Command{{"lxqt-panel"}, environment_, folder_ + "/panel.log"});
 }
 
+XSessionManager::XSessionManager(const std::string& folder, const Screen& screen)
+    : folder_(folder + "/session") {
+  // What it starts with the session tells where it can be reached.
+  const std::string address = folder_ + "/address";
+  const std::string tell = folder_ + "/tell";
+  base_test::write(tell, "#!/bin/sh\necho \"$SESSION_MANAGER\" >" + address + "\n");
+  std::filesystem::permissions(tell, std::filesystem::perms::owner_all);
+  base_test::write(folder_ + "/.xsmstartup", tell + "\n");
+  manager_ = std::make_unique<ChildProcess>(
+      ChildProcess::Command{{"stdbuf", "-oL", "xsm", "-session", "test", "-verbose"},
+                            {screen.environment(), "HOME=" + folder_, "SM_SAVE_DIR=" + folder_,
+                             "ICEAUTHORITY=" + folder_ + "/.ICEauthority"},
+                            folder_ + "/session.log"});
+  if (!runUntil([&] { return base_test::contentsOf(address).ends_with('\n'); })) {
+    throw std::runtime_error("no session manager: " + log());
+  }
+  address_ = base_test::contentsOf(address);
+  address_.pop_back();
+}
+
+std::vector<std::pair<std::string, std::string>> XSessionManager::environment() const {
+  return {{"SESSION_MANAGER", address_}, {"ICEAUTHORITY", folder_ + "/.ICEauthority"}};
+}
+
+bool XSessionManager::hasClient() const {
+  return log().find("received SAVE YOURSELF DONE") != std::string::npos;
+}
+
+std::string XSessionManager::log() const {
+  return base_test::contentsOf(folder_ + "/session.log");
+}
+
 }  // namespace desktop_test

@@ -3,10 +3,12 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/bus/dbus_support.h"
@@ -92,6 +94,26 @@ class Panel {
   const std::string folder_;
   const std::vector<std::string> environment_;
   std::unique_ptr<test_support::ChildProcess> panel_;
+};
+
+// A session manager that nobody here wrote and that is not on the bus: the X Window System's own.
+class XSessionManager {
+ public:
+  // `folder` receives its files.
+  XSessionManager(const std::string& folder, const Screen& screen);
+  // What a program of its session has in its environment, as names and values.
+  [[nodiscard]] std::vector<std::pair<std::string, std::string>> environment() const;
+  // Whether a program has become one of its clients, and has said all that it has to say then.
+  [[nodiscard]] bool hasClient() const;
+  // Logs out without asking anybody.
+  void endSession() { manager_->sendSignal(SIGTERM); }
+  [[nodiscard]] bool isRunning() { return manager_->isRunning(); }
+  [[nodiscard]] std::string log() const;
+
+ private:
+  const std::string folder_;
+  std::unique_ptr<test_support::ChildProcess> manager_;
+  std::string address_;
 };
 
 }  // namespace desktop_test

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "tests/desktop/desktop_fixture.h"
+#include "tests/desktop/fake_session_manager.h"
 #include "tests/e2e/tool_fixture.h"
 
 // The built program on a desktop: what the user is shown, and what the desktop asks of it.
@@ -16,6 +17,7 @@ using test_support::ChildProcess;
 using test_support::PipeWireControl;
 using test_support::SignalFeed;
 using test_support::waitUntil;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
@@ -131,7 +133,48 @@ TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
   const std::string saved = onlyFileIn(musicFolder());
   EXPECT_GT(std::filesystem::file_size(saved), 0U);
   EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
-  tool->waitForExit(e2e::kStepLimit);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(DesktopToolTest, ALogOutDuringARecordingWaitsForTheSavedFile) {
+  plugInMicrophone();
+  FakeSessionManager manager(client_.get());
+  setEnvironment("DESKTOP_AUTOSTART_ID", "startup-5");
+  auto tool = startRecording();
+  ASSERT_TRUE(runUntil([&] { return !manager.registrations.empty(); }));
+  EXPECT_THAT(manager.registrations, ElementsAre("com.vantrel.korvel.RecordAudio startup-5"));
+  manager.tell("QueryEndSession");
+  ASSERT_TRUE(runUntil([&] { return manager.answers.size() == 1; }));
+  EXPECT_EQ(status().value("state", ""), "recording");
+
+  manager.tell("EndSession");
+  ASSERT_TRUE(runUntil([&] { return manager.answers.size() == 2; }));
+  EXPECT_THAT(manager.answers, ElementsAre(true, true));
+  const std::string saved = onlyFileIn(musicFolder());
+  EXPECT_GT(std::filesystem::file_size(saved), 0U);
+  EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
+  // The session is over: nobody is there to be shown anything.
+  manager.tell("Stop");
+  EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
+}
+
+TEST_F(DesktopToolTest, ALogOutFromASessionManagerThatIsNotOnTheBusSavesTheRecordingToo) {
+  plugInMicrophone();
+  const std::string folder = server.directory() + "/screen";
+  std::filesystem::create_directories(folder);
+  const Screen screen(folder);
+  XSessionManager manager(folder, screen);
+  for (const auto& [name, value] : manager.environment()) setEnvironment(name, value);
+  auto tool = startRecording();
+  ASSERT_TRUE(runUntil([&] { return manager.hasClient(); })) << manager.log();
+  EXPECT_EQ(status().value("state", ""), "recording");
+
+  manager.endSession();
+  // It waits for its clients before it goes.
+  ASSERT_TRUE(runUntil([&] { return !manager.isRunning(); })) << manager.log();
+  EXPECT_GT(std::filesystem::file_size(onlyFileIn(musicFolder())), 0U);
+  EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
+  EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
 }
 
 TEST_F(DesktopToolTest, AClickInTheTrayEndsTheRecordingAndSavesIt) {

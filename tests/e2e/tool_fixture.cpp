@@ -40,7 +40,7 @@ void waitSeconds(double time_s) {
 
 ToolFixture::ToolFixture(PrivatePipeWire::Options servers) : server(std::move(servers)) {
   std::filesystem::create_directories(temporaryFolder());
-  environment_ = {{"TMPDIR", temporaryFolder()}, {"LC_ALL", "C.UTF-8"}};
+  environment_ = {{"TMPDIR", temporaryFolder()}, {"LC_ALL", "C.UTF-8"}, {"SESSION_MANAGER", ""}};
 }
 
 ToolFixture::~ToolFixture() {

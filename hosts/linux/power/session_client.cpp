@@ -1,0 +1,109 @@
+#include "hosts/linux/power/session_client.h"
+
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "hosts/linux/base/bundle.h"
+#include "hosts/linux/power/login_session.h"
+
+namespace linux_host {
+
+namespace {
+
+constexpr const char* kName = "org.gnome.SessionManager";
+constexpr const char* kPath = "/org/gnome/SessionManager";
+constexpr const char* kClientInterface = "org.gnome.SessionManager.ClientPrivate";
+
+}  // namespace
+
+std::string takeStartupId() {
+  constexpr const char* kVariable = "DESKTOP_AUTOSTART_ID";
+  const char* value = std::getenv(kVariable);
+  if (value == nullptr) return {};
+  std::string id = value;
+  unsetenv(kVariable);
+  return id;
+}
+
+SessionClient::SessionClient(GDBusConnection* bus, std::string startupId, SessionEnd end,
+                             std::function<void()> onNobody)
+    : bus_(bus),
+      startupId_(std::move(startupId)),
+      end_(std::move(end)),
+      onNobody_(std::move(onNobody)),
+      cancellable_(g_cancellable_new()) {}
+
+SessionClient::~SessionClient() {
+  g_cancellable_cancel(cancellable_);
+  g_object_unref(cancellable_);
+  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+}
+
+void SessionClient::toolDataDidChange(const suite::ToolData& data) {
+  if (!isRecording(data)) {
+    asked_ = false;
+    return;
+  }
+  const bool hasJustBegun = data.menuText == "00:00";
+  const bool isClient = asking_ || !path_.empty();
+  if (hasJustBegun || isClient || std::exchange(asked_, true)) return;
+  if (bus_ != nullptr) {
+    registerOnBus();
+  } else {
+    onNobody_();
+  }
+}
+
+void SessionClient::registerOnBus() {
+  // Before the manager knows us: what it says right after its answer must not be missed.
+  if (subscription_ == 0) {
+    subscription_ =
+        g_dbus_connection_signal_subscribe(bus_, kName, kClientInterface, nullptr, nullptr, nullptr,
+                                           G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
+  }
+  asking_ = true;
+  g_dbus_connection_call(bus_, kName, kPath, kName, "RegisterClient",
+                         g_variant_new("(ss)", kApplicationId, startupId_.c_str()),
+                         G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms,
+                         cancellable_, onRegistered, this);
+}
+
+void SessionClient::onRegistered(GObject* bus, GAsyncResult* result, gpointer self) {
+  GError* failure = nullptr;
+  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &failure));
+  const ErrorPtr error(failure);
+  if (error && g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CANCELLED)) return;
+  auto* client = static_cast<SessionClient*>(self);
+  client->asking_ = false;
+  if (!answer) {
+    client->onNobody_();
+    return;
+  }
+  const gchar* path = nullptr;
+  g_variant_get(answer.get(), "(&o)", &path);
+  client->path_ = path;
+}
+
+void SessionClient::onSignal(GDBusConnection*, const gchar*, const gchar* path, const gchar*,
+                             const gchar* signal, GVariant*, gpointer self) {
+  auto* client = static_cast<SessionClient*>(self);
+  // What another client is told may be heard by all.
+  if (client->path_ != path) return;
+  const std::string_view name = signal;
+  if (name == "QueryEndSession") {
+    client->answer();
+  } else if (name == "EndSession") {
+    client->end_.save([client] { client->answer(); });
+  } else if (name == "Stop") {
+    client->end_.quit();
+  }
+}
+
+void SessionClient::answer() {
+  g_dbus_connection_call(bus_, kName, path_.c_str(), kClientInterface, "EndSessionResponse",
+                         g_variant_new("(bs)", TRUE, ""), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
+                         kBusTimeout_ms, nullptr, nullptr, nullptr);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <glib.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/linux/power/session_end.h"
+#include "hosts/linux/power/xsmp_module.h"
+#include "platform/dispatch.h"
+
+namespace linux_host {
+
+// Makes the program a client of a session manager that speaks the X session management protocol,
+// for desktops whose manager is not on the bus. Main thread; connecting waits on a thread of its
+// own, which a manager that never answers keeps for itself.
+class XsmpClient {
+ public:
+  // `folders` are searched for the module in their order.
+  XsmpClient(SessionEnd end, std::shared_ptr<platform::DispatchQueue> mainQueue,
+             std::vector<std::string> folders);
+  ~XsmpClient();
+  XsmpClient(const XsmpClient&) = delete;
+  XsmpClient& operator=(const XsmpClient&) = delete;
+
+  // Connects unless the environment names no manager or it was tried before.
+  void connect();
+
+ private:
+  // Shared with the thread, which may outlive the client.
+  struct Shared {
+    std::mutex mutex;
+    XsmpClient* client = nullptr;                // guarded by mutex; null when it is gone
+    std::unique_ptr<XsmpConnection> connection;  // guarded by mutex
+    bool done = false;                           // guarded by mutex
+  };
+
+  static void open(const std::shared_ptr<Shared>& shared, const std::vector<std::string>& folders,
+                   const XsmpEvents& events);
+  static gboolean onReadable(gint descriptor, GIOCondition condition, gpointer self);
+  void watch();
+
+  const SessionEnd end_;
+  const std::shared_ptr<platform::DispatchQueue> mainQueue_;
+  const std::vector<std::string> folders_;
+  const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
+  std::thread thread_;
+  std::unique_ptr<XsmpConnection> connection_;
+  guint source_ = 0;
+};
+
+}  // namespace linux_host

@@ -81,7 +81,11 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       toolObject_(router_),
       instance_(sessionBus_, fileManager_.temporaryDirectory()),
       quitSignals_(application_),
-      loginSession_(bundle_->localizedString("Audio recording"), [this] { saveForShutdown(); }),
+      loginSession_(bundle_->localizedString("Audio recording"),
+                    [this] { saveRecording([this] { loginSession_.releaseShutdown(); }); }),
+      xsmpClient_(sessionEnd(), dispatch_.mainQueue(), M4aWriterFactory::defaultFolders()),
+      sessionClient_(sessionBus_.connection(), startupId_, sessionEnd(),
+                     [this] { xsmpClient_.connect(); }),
       silenceWatch_(
           mainLoop_, [this] { return capture_.recordsSilence(); },
           [this](bool silent) { reportSilence(silent); }) {
@@ -93,6 +97,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
   application_.setOnActivate([this] { windows_.raiseWindows(); });
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
+  embeddedSuite_.addObserver(sessionClient_);
   embeddedSuite_.addObserver(silenceWatch_);
 }
 
@@ -135,12 +140,16 @@ void LinuxHost::reportSilence(bool silent) {
   }
 }
 
-void LinuxHost::saveForShutdown() {
+void LinuxHost::saveRecording(std::function<void()> saved) {
   application_.terminate();
   // What the user would still be shown does not hold the machine up.
-  dispatch_.pendingWork().whenIdle([this, mainQueue = dispatch_.mainQueue()] {
-    mainQueue->async([this] { loginSession_.releaseShutdown(); });
-  });
+  dispatch_.pendingWork().whenIdle(
+      [saved = std::move(saved), mainQueue = dispatch_.mainQueue()] { mainQueue->async(saved); });
+}
+
+SessionEnd LinuxHost::sessionEnd() {
+  return {[this](std::function<void()> saved) { saveRecording(std::move(saved)); },
+          [this] { application_.terminateRegardless(); }};
 }
 
 void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,

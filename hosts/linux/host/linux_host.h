@@ -32,6 +32,8 @@
 #include "hosts/linux/notifications/notification_center.h"
 #include "hosts/linux/permission/desktop_permission.h"
 #include "hosts/linux/power/login_session.h"
+#include "hosts/linux/power/session_client.h"
+#include "hosts/linux/power/xsmp_client.h"
 #include "hosts/linux/recovery/interrupted_recordings.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
@@ -105,10 +107,12 @@ class LinuxHost {
   void showInDesktop();
   void reportMissingTray(bool present);
   void reportSilence(bool silent);
-  // The machine goes down during a recording.
-  void saveForShutdown();
+  // The machine goes down, or the user logs out: `saved` is called when every file is closed.
+  void saveRecording(std::function<void()> saved);
+  SessionEnd sessionEnd();
 
   // In the order in which they need each other.
+  const std::string startupId_ = takeStartupId();
   const std::string executable_;
   DeviceClockTable deviceClocks_;
   PipeWireConnection pipeWire_;
@@ -152,6 +156,8 @@ class LinuxHost {
   Instance instance_;
   QuitSignals quitSignals_;
   LoginSession loginSession_;
+  XsmpClient xsmpClient_;
+  SessionClient sessionClient_;
   SilenceWatch silenceWatch_;
   std::unique_ptr<Indicator> indicator_;
 };

@@ -80,6 +80,12 @@ struct DesktopNotificationCenter::Call {
   UserNotificationPtr notification;
 };
 
+struct DesktopNotificationCenter::Answered {
+  DesktopNotificationCenter& center;
+  UserNotificationPtr notification;
+  VariantPtr value;
+};
+
 DesktopNotificationCenter::DesktopNotificationCenter(GDBusConnection* bus,
                                                      const platform::Bundle& bundle)
     : bus_(bus), bundle_(bundle), self_(std::make_shared<DesktopNotificationCenter*>(this)) {
@@ -145,22 +151,29 @@ void DesktopNotificationCenter::askCapabilities(const UserNotificationPtr& notif
        &DesktopNotificationCenter::onCapabilities, notification);
 }
 
-void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* result,
-                                               gpointer raw) {
+std::optional<DesktopNotificationCenter::Answered> DesktopNotificationCenter::answered(
+    GObject* source, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<Call> call(static_cast<Call*>(raw));
   GError* error = nullptr;
-  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+  VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
   const ErrorPtr failure(error);
   const auto center = call->center.lock();
-  if (center == nullptr) return;
-  DesktopNotificationCenter& self = **center;
+  if (center == nullptr) return std::nullopt;
   if (answer == nullptr) {
     logOnce(LogLevel::kWarning, "notifications",
             std::string("Notifications are not shown: ") + failure->message);
-    self.forget(call->notification);
-    return;
+    (*center)->forget(call->notification);
+    return std::nullopt;
   }
-  const VariantPtr list(g_variant_get_child_value(answer.get(), 0));
+  return Answered{**center, call->notification, std::move(answer)};
+}
+
+void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* result,
+                                               gpointer call) {
+  const auto answer = answered(source, result, call);
+  if (!answer) return;
+  auto& [self, notification, value] = *answer;
+  const VariantPtr list(g_variant_get_child_value(value.get(), 0));
   Capabilities capabilities;
   for (gsize i = 0; i < g_variant_n_children(list.get()); ++i) {
     const VariantPtr child(g_variant_get_child_value(list.get(), i));
@@ -171,7 +184,7 @@ void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* re
   }
   self.capabilities_ = capabilities;
   // Removed in the meantime: not even shown.
-  if (self.find(call->notification) != nullptr) self.notify(call->notification);
+  if (self.find(notification) != nullptr) self.notify(notification);
 }
 
 GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notification) const {
@@ -204,22 +217,12 @@ void DesktopNotificationCenter::notify(const UserNotificationPtr& notification) 
        &DesktopNotificationCenter::onNotified, notification);
 }
 
-void DesktopNotificationCenter::onNotified(GObject* source, GAsyncResult* result, gpointer raw) {
-  const std::unique_ptr<Call> call(static_cast<Call*>(raw));
-  GError* error = nullptr;
-  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-  const ErrorPtr failure(error);
-  const auto center = call->center.lock();
-  if (center == nullptr) return;
-  DesktopNotificationCenter& self = **center;
-  if (answer == nullptr) {
-    logOnce(LogLevel::kWarning, "notifications",
-            std::string("Notifications are not shown: ") + failure->message);
-    self.forget(call->notification);
-    return;
-  }
-  const VariantPtr id(g_variant_get_child_value(answer.get(), 0));
-  if (Delivered* delivered = self.find(call->notification)) {
+void DesktopNotificationCenter::onNotified(GObject* source, GAsyncResult* result, gpointer call) {
+  const auto answer = answered(source, result, call);
+  if (!answer) return;
+  auto& [self, notification, value] = *answer;
+  const VariantPtr id(g_variant_get_child_value(value.get(), 0));
+  if (Delivered* delivered = self.find(notification)) {
     delivered->id = g_variant_get_uint32(id.get());
   } else {
     self.close(g_variant_get_uint32(id.get()));

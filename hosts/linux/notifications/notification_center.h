@@ -42,7 +42,10 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
     std::optional<guint32> id;  // the server's, once it has answered
   };
   struct Call;
+  struct Answered;
 
+  // What the server answered to a call of ours; null when it did not, or nobody waits any more.
+  static std::optional<Answered> answered(GObject* source, GAsyncResult* result, gpointer call);
   static void onCapabilities(GObject* source, GAsyncResult* result, gpointer call);
   static void onNotified(GObject* source, GAsyncResult* result, gpointer call);
   static void onSignal(GDBusConnection* bus, const gchar* sender, const gchar* path,

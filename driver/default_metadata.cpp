@@ -1,18 +1,121 @@
 #include "driver/default_metadata.h"
 
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
 #include "driver/loopback_protocol.h"
 
 namespace loopback {
+namespace {
 
-void DefaultMetadata::setListeners(KeyChanged configuredChanged, KeyChanged effectiveChanged) {
-  configuredChanged_ = std::move(configuredChanged);
-  effectiveChanged_ = std::move(effectiveChanged);
+constexpr timespec kAtOnce{.tv_sec = 0, .tv_nsec = 1};
+
+}  // namespace
+
+DefaultMetadata::~DefaultMetadata() {
+  stop();
 }
 
-void DefaultMetadata::bind(pw_registry* registry, std::uint32_t global) {
+bool DefaultMetadata::start(pw_context* context, std::string remote, std::function<void()> onLost) {
+  context_ = context;
+  remote_ = std::move(remote);
+  onLost_ = std::move(onLost);
+  loop_ = pw_context_get_main_loop(context);
+  if (!connect()) return false;
+  limitTimer_ = pw_loop_add_timer(
+      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->runAwaited(); },
+      this);
+  laterTimer_ = pw_loop_add_timer(
+      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->lookAgain(); },
+      this);
+  return true;
+}
+
+bool DefaultMetadata::connect() {
+  static const pw_core_events kCoreEvents = [] {
+    pw_core_events events{};
+    events.version = PW_VERSION_CORE_EVENTS;
+    events.done = [](void* data, std::uint32_t, int sequence) {
+      static_cast<DefaultMetadata*>(data)->answered(sequence);
+    };
+    events.error = [](void* data, std::uint32_t id, int, int result, const char*) {
+      if (id == PW_ID_CORE && result == -EPIPE) static_cast<DefaultMetadata*>(data)->onLost_();
+    };
+    return events;
+  }();
+  static constexpr pw_registry_events kRegistryEvents{
+      .version = PW_VERSION_REGISTRY_EVENTS,
+      .global =
+          [](void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
+             const spa_dict* dict) {
+            static_cast<DefaultMetadata*>(data)->globalAppeared(id, type, dict);
+          },
+      .global_remove =
+          [](void* data, std::uint32_t id) {
+            static_cast<DefaultMetadata*>(data)->globalRemoved(id);
+          },
+  };
+  core_ = pw_context_connect(
+      context_,
+      pw_properties_new(PW_KEY_REMOTE_NAME, remote_.c_str(), PW_KEY_APP_NAME, "loopback-driver",
+                        PW_KEY_MEDIA_CATEGORY, "Manager", nullptr),
+      0);
+  if (core_ == nullptr) return false;
+  coreListener_ = {};
+  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
+  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
+  registryListener_ = {};
+  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+  return true;
+}
+
+void DefaultMetadata::stop() {
+  awaited_ = nullptr;
+  disconnect();
+  for (spa_source** timer : {&limitTimer_, &laterTimer_}) {
+    if (*timer != nullptr) pw_loop_destroy_source(loop_, std::exchange(*timer, nullptr));
+  }
+}
+
+void DefaultMetadata::disconnect() {
+  if (core_ == nullptr) return;
+  release();
+  global_ = SPA_ID_INVALID;
+  isStuck_ = false;
+  spa_hook_remove(&registryListener_);
+  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
+  spa_hook_remove(&coreListener_);
+  pw_core_disconnect(std::exchange(core_, nullptr));
+}
+
+void DefaultMetadata::globalAppeared(std::uint32_t global, const char* type,
+                                     const spa_dict* properties) {
+  if (isStuck_ || properties == nullptr || std::string_view(type) != PW_TYPE_INTERFACE_Metadata)
+    return;
+  const char* name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
+  if (name == nullptr || std::string_view(name) != kDefaultMetadataName) return;
+  release();
+  global_ = global;
+  isLoopbackConfigured_ = false;
+  isLoopbackUsed_ = false;
+  hadConfigured_ = false;
+  bind();
+  readAgainLater();
+}
+
+void DefaultMetadata::globalRemoved(std::uint32_t global) {
+  if (global != global_) return;
+  // A daemon whose session manager goes before it has answered a client holds that client back for
+  // ever.
+  isStuck_ = isReading_;
+  release();
+  global_ = SPA_ID_INVALID;
+  guard_->sessionManagerGone();
+  if (isStuck_) startTimer(laterTimer_, kAtOnce);
+}
+
+void DefaultMetadata::bind() {
   static constexpr pw_metadata_events kEvents{
       .version = PW_VERSION_METADATA_EVENTS,
       .property = [](void* data, std::uint32_t subject, const char* key, const char* type,
@@ -24,20 +127,46 @@ void DefaultMetadata::bind(pw_registry* registry, std::uint32_t global) {
         return 0;
       },
   };
+  mustReadAgain_ = isReading_;
+  if (mustReadAgain_ || global_ == SPA_ID_INVALID) return;
   release();
   metadata_ = static_cast<pw_metadata*>(
-      pw_registry_bind(registry, global, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+      pw_registry_bind(registry_, global_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
   if (metadata_ == nullptr) return;
-  global_ = global;
   listener_ = {};
   pw_metadata_add_listener(metadata_, &listener_, &kEvents, this);
+  read_ = {};
+  isReading_ = true;
+  readSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
 }
 
 void DefaultMetadata::release() {
+  isReading_ = false;
+  mustReadAgain_ = false;
   if (metadata_ == nullptr) return;
   spa_hook_remove(&listener_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(metadata_, nullptr)));
-  global_ = SPA_ID_INVALID;
+}
+
+void DefaultMetadata::readAgain(std::function<void()> action) {
+  if (!isStuck_) bind();
+  if (!isReading_) return action();
+  await(std::move(action));
+}
+
+void DefaultMetadata::afterWrites(std::function<void()> action) {
+  if (metadata_ == nullptr) return action();
+  await(std::move(action));
+}
+
+void DefaultMetadata::readAgainLater() {
+  if (!isStuck_) startTimer(laterTimer_, kSecondLook);
+}
+
+void DefaultMetadata::lookAgain() {
+  if (!isStuck_) return bind();
+  disconnect();
+  if (!connect()) onLost_();
 }
 
 void DefaultMetadata::setConfigured(const DefaultChoice& choice) {
@@ -56,10 +185,68 @@ void DefaultMetadata::set(const char* key, const DefaultChoice& choice) {
 
 void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choice) {
   // No key at all: every key of the subject was cleared.
-  if (key == nullptr || std::string_view(key) == kConfiguredDefaultSinkKey) {
-    configuredChanged_(choice);
+  const bool isConfigured = key == nullptr || std::string_view(key) == kConfiguredDefaultSinkKey;
+  const bool isEffective = key == nullptr || std::string_view(key) == kDefaultSinkKey;
+  if (isReading_) {
+    if (isConfigured) read_.configured = choice;
+    if (isEffective) read_.effective = choice;
+    return;
   }
-  if (key == nullptr || std::string_view(key) == kDefaultSinkKey) effectiveChanged_(choice);
+  if (isConfigured) {
+    if (choice) hadConfigured_ = true;
+    isLoopbackConfigured_ = deviceNameOf(choice) == kLoopbackDeviceUID;
+    guard_->configuredChanged(choice);
+  }
+  if (!isEffective) return;
+  isLoopbackUsed_ = deviceNameOf(choice) == kLoopbackDeviceUID;
+  // A session manager that takes the loopback by itself looks like one that was told to when that
+  // was not heard of.
+  if (isLoopbackUsed_ && !isLoopbackConfigured_) {
+    bind();
+  } else {
+    guard_->effectiveChanged(choice);
+  }
+}
+
+void DefaultMetadata::reportRead() {
+  isReading_ = false;
+  const Keys keys = std::exchange(read_, {});
+  isLoopbackConfigured_ = deviceNameOf(keys.configured) == kLoopbackDeviceUID;
+  isLoopbackUsed_ = deviceNameOf(keys.effective) == kLoopbackDeviceUID;
+  // A session manager that has never had a value may not have filled it in yet.
+  if (keys.configured || hadConfigured_) guard_->configuredChanged(keys.configured);
+  if (keys.configured) hadConfigured_ = true;
+  if (keys.effective) guard_->effectiveChanged(keys.effective);
+  guard_->sessionManagerReady();
+}
+
+void DefaultMetadata::await(std::function<void()> action) {
+  awaited_ = std::move(action);
+  awaitedSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
+  startTimer(limitTimer_, kAnswerLimit);
+}
+
+void DefaultMetadata::answered(int sequence) {
+  if (isReading_ && sequence == readSequence_) {
+    reportRead();
+    if (mustReadAgain_) bind();
+  }
+  if (sequence != awaitedSequence_) return;
+  if (isReading_) {
+    awaitedSequence_ = readSequence_;
+  } else {
+    runAwaited();
+  }
+}
+
+void DefaultMetadata::runAwaited() {
+  if (!awaited_) return;
+  startTimer(limitTimer_, {});
+  std::exchange(awaited_, nullptr)();
+}
+
+void DefaultMetadata::startTimer(spa_source* timer, timespec delay) {
+  pw_loop_update_timer(loop_, timer, &delay, nullptr, false);
 }
 
 }  // namespace loopback

@@ -13,7 +13,15 @@
 namespace loopback {
 namespace {
 
-constexpr timespec kStopLimit{.tv_sec = 0, .tv_nsec = 500'000'000};
+constexpr timespec kStopLimit{.tv_sec = 0, .tv_nsec = 900'000'000};
+
+// A session manager that is linking a stream to a device while that goes (WirePlumber 0.4) takes
+// its next link of the stream for a failed one: it gives up linking it, or leaves it on two
+// devices. So the device stays until nobody uses it, and long enough for a link to show that has
+// been decided upon but not yet made.
+constexpr timespec kLookInterval{.tv_sec = 0, .tv_nsec = 5'000'000};
+constexpr int kQuietLooks = 5;
+constexpr int kMostLooks = 70;
 
 std::string lookup(const spa_dict& properties, const char* key) {
   const char* value = spa_dict_lookup(&properties, key);
@@ -60,15 +68,13 @@ Driver::Driver(const Options& options)
       choiceFile_(ChoiceFile::defaultPath()),
       defaultGuard_(defaults_, choiceFile_),
       sink_(options.version, [this] { deviceLost(); }) {
-  defaults_.setListeners(
-      [this](const DefaultChoice& choice) { defaultGuard_.configuredChanged(choice); },
-      [this](const DefaultChoice& choice) { defaultGuard_.effectiveChanged(choice); });
+  defaults_.follow(defaultGuard_);
 }
 
 Driver::~Driver() {
   sink_.hide();
   clients_.clear();
-  defaults_.release();
+  defaults_.stop();
   if (registry_ != nullptr) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
   if (core_ != nullptr) pw_core_disconnect(core_);
   if (context_ != nullptr) pw_context_destroy(context_);
@@ -83,6 +89,8 @@ int Driver::run() {
     return EXIT_FAILURE;
   }
   loop_ = pw_main_loop_get_loop(mainLoop_);
+  departureTimer_ = pw_loop_add_timer(
+      loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->awaitDeparture(); }, this);
   watchSignals();
   watchGuard();
   if (!connect()) return EXIT_FAILURE;
@@ -100,8 +108,9 @@ bool Driver::connect() {
       auto& trips = static_cast<Driver*>(data)->roundTrips_;
       if (auto trip = trips.extract(sequence)) trip.mapped()();
     };
-    events.error = [](void* data, std::uint32_t id, int, int result, const char* message) {
-      if (id == PW_ID_CORE) static_cast<Driver*>(data)->coreFailed(result, message);
+    events.error = [](void* data, std::uint32_t id, int, int result, const char*) {
+      // Any other is about an object that has just gone; nothing of the driver's depends on it.
+      if (id == PW_ID_CORE && result == -EPIPE) static_cast<Driver*>(data)->daemonGone();
     };
     return events;
   }();
@@ -133,7 +142,7 @@ bool Driver::connect() {
       pw_properties_new(PW_KEY_REMOTE_NAME, remote.c_str(), PW_KEY_APP_NAME, "loopback-driver",
                         PW_KEY_MEDIA_CATEGORY, "Manager", nullptr),
       0);
-  if (core_ == nullptr) {
+  if (core_ == nullptr || !defaults_.start(context_, remote, [this] { daemonGone(); })) {
     reportErrno("cannot connect to the PipeWire daemon at \"" + remote + "\"");
     return false;
   }
@@ -178,8 +187,10 @@ void Driver::stop() {
   if (stopping_) return;
   stopping_ = true;
   followRequests();
-  const auto quit = [this] { pw_main_loop_quit(mainLoop_); };
-  afterRoundTrip(quit);
+  if (!isChanging_) {
+    isChanging_ = true;
+    defaults_.afterWrites([this] { changed(); });
+  }
   // A daemon that does not answer must not keep the session from ending.
   spa_source* limit = pw_loop_add_timer(
       loop_,
@@ -200,14 +211,13 @@ void Driver::globalAppeared(std::uint32_t global, const char* type, const spa_di
     clientAppeared(global);
   } else if (kind == PW_TYPE_INTERFACE_Node) {
     nodeAppeared(global, *properties);
+  } else if (kind == PW_TYPE_INTERFACE_Link) {
+    sinks_.addLink(global, lookupNumber(*properties, PW_KEY_LINK_INPUT_NODE));
   } else if (kind == PW_TYPE_INTERFACE_Port) {
     if (lookup(*properties, PW_KEY_PORT_DIRECTION) != "in") return;
     sinks_.addInputPort(global, lookupNumber(*properties, PW_KEY_NODE_ID),
                         lookupNumber(*properties, PW_KEY_PORT_ID),
                         lookup(*properties, PW_KEY_AUDIO_CHANNEL));
-  } else if (kind == PW_TYPE_INTERFACE_Metadata &&
-             lookup(*properties, PW_KEY_METADATA_NAME) == kDefaultMetadataName) {
-    metadataAppeared(global);
   }
 }
 
@@ -215,10 +225,6 @@ void Driver::globalRemoved(std::uint32_t global) {
   const std::string sink = sinks_.sinkName(global);
   if (!sink.empty()) defaultGuard_.sinkGone(sink);
   sinks_.remove(global);
-  if (global == defaults_.boundGlobal()) {
-    defaults_.release();
-    defaultGuard_.sessionManagerGone();
-  }
   if (clients_.erase(global) > 0) {
     requests_.clientGone(global);
     followRequests();
@@ -232,13 +238,6 @@ void Driver::nodeAppeared(std::uint32_t global, const spa_dict& properties) {
   if (name.empty() || name == kLoopbackDeviceUID) return;
   sinks_.addSink(global, name);
   defaultGuard_.sinkAppeared(name, std::atoi(lookup(properties, PW_KEY_PRIORITY_SESSION).c_str()));
-}
-
-void Driver::metadataAppeared(std::uint32_t global) {
-  defaults_.bind(registry_, global);
-  afterRoundTrip([this, global] {
-    if (defaults_.boundGlobal() == global) defaultGuard_.sessionManagerReady();
-  });
 }
 
 void Driver::clientAppeared(std::uint32_t global) {
@@ -282,28 +281,75 @@ void Driver::yieldToAnotherDriver() {
   stop();
 }
 
-void Driver::coreFailed(int result, const char* message) {
-  // Any other is about an object that has just gone; nothing of the driver's depends on it.
-  if (result != -EPIPE) return;
-  if (!stopping_) report(std::string("PipeWire has ended: ") + message);
+void Driver::daemonGone() {
+  if (!stopping_) report("the connection to PipeWire has ended");
+  stopping_ = true;
   pw_main_loop_quit(mainLoop_);
 }
 
+bool Driver::isWanted() const {
+  return requests_.anyoneAsks() && !stopping_;
+}
+
 void Driver::followRequests() {
-  const bool wanted = requests_.anyoneAsks() && !stopping_;
-  if (wanted == sink_.isShown()) return;
-  if (!wanted) {
-    defaultGuard_.willHide();
-    sink_.hide();
-    return;
-  }
+  if (isChanging_ || isWanted() == sink_.isShown()) return;
+  isChanging_ = true;
+  defaults_.readAgain([this] {
+    if (isWanted() && !sink_.isShown()) {
+      show();
+    } else if (!isWanted()) {
+      hide();
+    } else {
+      changed();
+    }
+  });
+}
+
+void Driver::show() {
   defaultGuard_.willShow();
-  if (!sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) deviceLost();
+  if (sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) {
+    changed();
+  } else {
+    requests_.forgetAll();
+    hide();
+  }
+}
+
+void Driver::hide() {
+  looks_ = 0;
+  quietLooks_ = isInUse() ? 0 : kQuietLooks;
+  defaultGuard_.willHide();
+  defaults_.afterWrites([this] { awaitDeparture(); });
+}
+
+void Driver::awaitDeparture() {
+  quietLooks_ = isInUse() ? 0 : quietLooks_ + 1;
+  if (quietLooks_ > kQuietLooks || ++looks_ > kMostLooks) return takeAway();
+  timespec interval = kLookInterval;
+  pw_loop_update_timer(loop_, departureTimer_, &interval, nullptr, false);
+}
+
+bool Driver::isInUse() const {
+  return sink_.isShown() && (defaults_.isLoopbackDefault() || sinks_.isPlayedTo(sink_.node()));
+}
+
+void Driver::takeAway() {
+  sink_.hide();
+  changed();
+}
+
+void Driver::changed() {
+  isChanging_ = false;
+  defaults_.readAgainLater();
+  if (stopping_ && !sink_.isShown()) afterRoundTrip([this] { pw_main_loop_quit(mainLoop_); });
+  followRequests();
 }
 
 void Driver::deviceLost() {
   requests_.forgetAll();
-  defaultGuard_.willHide();
+  if (isChanging_) return;
+  isChanging_ = true;
+  defaults_.readAgain([this] { hide(); });
 }
 
 }  // namespace loopback

@@ -51,15 +51,23 @@ class Driver {
   void globalAppeared(std::uint32_t global, const char* type, const spa_dict* properties);
   void globalRemoved(std::uint32_t global);
   void nodeAppeared(std::uint32_t global, const spa_dict& properties);
-  void metadataAppeared(std::uint32_t global);
   void clientAppeared(std::uint32_t global);
   void clientInfo(std::uint32_t global, const spa_dict& properties);
   void driverFound(std::uint32_t global);
   void yieldToAnotherDriver();
-  void coreFailed(int result, const char* message);
+  void daemonGone();
 
-  // Shows or hides the device as the requests ask for.
+  [[nodiscard]] bool isWanted() const;
+  // Shows or hides the device as the requests ask for, after a look at the default keys: one change
+  // at a time, each ends in changed().
   void followRequests();
+  void show();
+  void hide();
+  // Keeps the device until the session manager has taken all streams off it.
+  void awaitDeparture();
+  [[nodiscard]] bool isInUse() const;
+  void takeAway();
+  void changed();
   void deviceLost();
 
   Options options_;
@@ -84,6 +92,10 @@ class Driver {
   bool announced_ = false;
   bool anotherDriver_ = false;
   bool stopping_ = false;
+  bool isChanging_ = false;
+  spa_source* departureTimer_ = nullptr;
+  int looks_ = 0;       // at the device that is to go
+  int quietLooks_ = 0;  // of these, the latest that saw nobody use it
   int exitCode_ = 0;
 };
 

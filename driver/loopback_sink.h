@@ -22,6 +22,8 @@ class LoopbackSink {
   bool show(pw_core* core, const std::vector<std::string>& channels);
   void hide();
   [[nodiscard]] bool isShown() const { return proxy_ != nullptr; }
+  // The daemon's number of the shown device; SPA_ID_INVALID before it has one.
+  [[nodiscard]] std::uint32_t node() const { return pw_proxy_get_bound_id(proxy_); }
 
  private:
   void lost();

@@ -27,7 +27,17 @@ void SinkDirectory::addInputPort(std::uint32_t port, std::uint32_t node, std::ui
   ports_[port] = {node, index, channel};
 }
 
+void SinkDirectory::addLink(std::uint32_t link, std::uint32_t inputNode) {
+  links_[link] = inputNode;
+}
+
+bool SinkDirectory::isPlayedTo(std::uint32_t node) const {
+  return std::any_of(links_.begin(), links_.end(),
+                     [node](const auto& link) { return link.second == node; });
+}
+
 void SinkDirectory::remove(std::uint32_t global) {
+  links_.erase(global);
   sinks_.erase(global);
   ports_.erase(global);
 }

@@ -139,7 +139,14 @@ TEST_F(DriverTest, UndoesAChoiceOfTheHiddenDevice) {
   EXPECT_TRUE(waitForUsedDefault(kSpeaker));
 }
 
-TEST_F(DriverTest, ARestartOfTheSessionManagerInARecordingDoesNotCostTheChoice) {
+class SessionManagerRestartTest : public DriverTest, public testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(EndedBy, SessionManagerRestartTest, testing::Values(SIGTERM, SIGKILL),
+                         [](const auto& signal) {
+                           return std::string(sigabbrev_np(signal.param));
+                         });
+
+TEST_P(SessionManagerRestartTest, InARecordingDoesNotCostTheChoice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
   makeLoopbackTheDefault();
@@ -150,7 +157,8 @@ TEST_F(DriverTest, ARestartOfTheSessionManagerInARecordingDoesNotCostTheChoice) 
                .find("default.configured.audio.sink=com.vantrel.loopbackdevice") !=
            std::string::npos;
   }));
-  server().sessionManager().kill();
+  server().sessionManager().sendSignal(GetParam());
+  ASSERT_TRUE(server().sessionManager().waitForExit(std::chrono::seconds(5)));
   test_support::ChildProcess next({{"wireplumber"}, {}, server().directory() + "/log"});
   ASSERT_TRUE(waitUntil([this] { return configuredDefault() == loopback::kLoopbackDeviceUID; }));
   EXPECT_TRUE(deviceIsShown());
@@ -158,6 +166,48 @@ TEST_F(DriverTest, ARestartOfTheSessionManagerInARecordingDoesNotCostTheChoice) 
   EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
   EXPECT_TRUE(waitForUsedDefault(kSpeaker));
   next.terminate();
+}
+
+// The daemon tells nobody of a change while another client is being told of all keys.
+TEST_F(DriverTest, RespectsAChoiceThatItDidNotHearOf) {
+  control().setDefaultSink(kSpeaker);
+  const auto asker = startAsker();
+  makeLoopbackTheDefault();
+  control().setMetadataUnheard(loopback::kConfiguredDefaultSinkKey, R"({"name":"headphones"})");
+  ASSERT_TRUE(waitForUsedDefault(kHeadphones));
+  asker->sendSignal(SIGUSR1);
+  EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
+  control().synchronize();
+  EXPECT_EQ(configuredDefault(), kHeadphones);
+}
+
+TEST_F(DriverTest, LeavesTheLoopbackToThoseWhoChoseItUnheard) {
+  control().setDefaultSink(kSpeaker);
+  const auto player = playSomething();
+  const auto asker = startAsker();
+  control().setMetadataUnheard(loopback::kConfiguredDefaultSinkKey,
+                               R"({"name":"com.vantrel.loopbackdevice"})");
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  // Nor does it take it from them later.
+  outputOf("wpctl status && wpctl status");
+  EXPECT_EQ(usedDefault(), loopback::kLoopbackDeviceUID);
+  EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  asker->sendSignal(SIGUSR1);
+  EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
+  EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
+}
+
+// Nor does it listen any more to a client that waits to be told.
+TEST_F(DriverTest, ASessionManagerThatHangsDoesNotKeepTheDevice) {
+  control().setDefaultSink(kSpeaker);
+  const auto asker = startAsker();
+  makeLoopbackTheDefault();
+  server().sessionManager().sendSignal(SIGSTOP);
+  asker->kill();
+  EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }, std::chrono::seconds(1)));
+  server().sessionManager().sendSignal(SIGCONT);
+  EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
+  EXPECT_TRUE(waitForUsedDefault(kSpeaker));
 }
 
 }  // namespace

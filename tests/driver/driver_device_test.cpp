@@ -49,12 +49,12 @@ TEST_F(DriverTest, NoMixerListsTheHiddenDevice) {
 TEST_F(DriverTest, StaysShownWhileOneOfTwoAsks) {
   auto first = startAsker();
   auto second = startAsker();
-  ASSERT_TRUE(waitUntil([] { return requestsOf(loopback::kLoopbackRequestShowText) == 2; }));
+  ASSERT_TRUE(waitUntil([this] { return requestsOf(loopback::kLoopbackRequestShowText) == 2; }));
   const auto id = control().nodeId(loopback::kLoopbackDeviceUID);
   first->kill();
   control().synchronize();
   // The daemon has removed the client; a driver that hid would have been asked to by now.
-  ASSERT_TRUE(waitUntil([] { return requestsOf(loopback::kLoopbackRequestShowText) == 1; }));
+  ASSERT_TRUE(waitUntil([this] { return requestsOf(loopback::kLoopbackRequestShowText) == 1; }));
   control().synchronize();
   ASSERT_TRUE(deviceIsShown());
   EXPECT_EQ(control().nodeId(loopback::kLoopbackDeviceUID), id);

@@ -85,7 +85,7 @@ std::unique_ptr<ChildProcess> DriverTest::startAsker() {
 
 void DriverTest::takeBack(ChildProcess& asker) {
   asker.sendSignal(SIGUSR1);
-  EXPECT_TRUE(waitUntil([] { return requestsOf(loopback::kLoopbackRequestHideText) == 1; }));
+  EXPECT_TRUE(waitUntil([this] { return requestsOf(loopback::kLoopbackRequestHideText) == 1; }));
 }
 
 void DriverTest::askAgain(ChildProcess& asker) {
@@ -93,22 +93,21 @@ void DriverTest::askAgain(ChildProcess& asker) {
   EXPECT_TRUE(waitUntil([this] { return deviceIsShown(); }));
 }
 
-int DriverTest::requestsOf(const std::string& value) {
-  return std::stoi(
-      outputOf(R"(pw-dump | grep -cE '"com.vantrel.loopback.request": "?)" + value + "' || true"));
+std::ptrdiff_t DriverTest::requestsOf(const std::string& value) {
+  const auto clients = control().clientProperties();
+  return std::count_if(clients.begin(), clients.end(), [&](const auto& client) {
+    const auto request = client.find(loopback::kLoopbackRequestKey);
+    return request != client.end() && request->second == value;
+  });
 }
 
 std::optional<pid_t> DriverTest::driverPid() {
-  // The registry holds only some of a client's properties; the dump holds all.
-  const std::string pid = outputOf(R"(pw-dump 2>/dev/null | python3 -c '
-import json, sys
-text = sys.stdin.read()
-for thing in json.loads(text) if text else []:
-    properties = (thing.get("info") or {}).get("props") or {}
-    if properties.get("com.vantrel.loopback.driver"):
-        print(properties["pipewire.sec.pid"])')");
-  if (pid.empty()) return std::nullopt;
-  return std::stoi(pid);
+  for (const auto& client : control().clientProperties()) {
+    const auto version = client.find(loopback::kLoopbackDriverKey);
+    if (version == client.end() || version->second.empty()) continue;
+    return std::stoi(client.at("pipewire.sec.pid"));
+  }
+  return std::nullopt;
 }
 
 std::string DriverTest::dumpOfDevice() {

@@ -34,10 +34,10 @@ class DriverTest : public testing::Test {
   // Asks for the device and waits until it is there.
   std::unique_ptr<test_support::ChildProcess> startAsker();
   // For a lone asker: takes its request back, or makes it anew, and waits until that is known.
-  static void takeBack(test_support::ChildProcess& asker);
+  void takeBack(test_support::ChildProcess& asker);
   void askAgain(test_support::ChildProcess& asker);
   // How many clients hold that request.
-  static int requestsOf(const std::string& value);
+  std::ptrdiff_t requestsOf(const std::string& value);
   // What a recorder does once the device is there.
   void makeLoopbackTheDefault() { control().setDefaultSink(loopback::kLoopbackDeviceUID); }
 

@@ -128,7 +128,7 @@ TEST_F(DriverlessTest, CleansAStaleChoiceThatNobodyRemembersAnAlternativeTo) {
 
 TEST_F(DriverlessTest, ARequestOlderThanTheDriverDoesNotCount) {
   ChildProcess asker({{LOOPBACK_ASKER}, {}, {}});
-  ASSERT_TRUE(waitUntil([] { return requestsOf(loopback::kLoopbackRequestShowText) == 1; }));
+  ASSERT_TRUE(waitUntil([this] { return requestsOf(loopback::kLoopbackRequestShowText) == 1; }));
   const auto driver = startDriver();
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   control().synchronize();

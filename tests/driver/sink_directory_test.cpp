@@ -41,6 +41,19 @@ TEST(SinkDirectory, AnythingUnusualIsStereo) {
   EXPECT_EQ(directoryWith({"MONO"}).channelsFor(""), kStereo);
 }
 
+TEST(SinkDirectory, KnowsWhatIsPlayedTo) {
+  loopback::SinkDirectory directory;
+  EXPECT_FALSE(directory.isPlayedTo(10));
+  directory.addLink(50, 10);
+  directory.addLink(51, 10);
+  EXPECT_TRUE(directory.isPlayedTo(10));
+  EXPECT_FALSE(directory.isPlayedTo(11));
+  directory.remove(50);
+  EXPECT_TRUE(directory.isPlayedTo(10));
+  directory.remove(51);
+  EXPECT_FALSE(directory.isPlayedTo(10));
+}
+
 TEST(SinkDirectory, ForgetsWhatIsRemoved) {
   auto directory = directoryWith({"MONO"});
   EXPECT_EQ(directory.sinkName(10), "sink");

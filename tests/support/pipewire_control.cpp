@@ -7,14 +7,19 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <functional>
 #include <list>
 #include <stdexcept>
+#include <utility>
 
 #include "tests/support/private_pipewire.h"
 
 namespace test_support {
 namespace {
+
+// Longer than a session manager takes to answer a change.
+constexpr std::chrono::milliseconds kQuiet{500};
 
 struct Global {
   std::string type;
@@ -47,18 +52,27 @@ struct PipeWireControl::Impl {
   pw_core* core = nullptr;
   pw_registry* registry = nullptr;
   pw_metadata* defaults = nullptr;
+  std::uint32_t defaultsGlobal = SPA_ID_INVALID;
   spa_hook coreListener{};
   spa_hook registryListener{};
   spa_hook defaultsListener{};
   std::map<std::uint32_t, Global> globals;
   std::map<std::string, std::string> metadata;
+  std::optional<std::map<std::string, std::string>> freshMetadata;  // of a bind not yet answered
+  int bindSequence = -1;
+  std::chrono::steady_clock::time_point lastNews;
   std::map<std::string, pw_proxy*> created;
   std::vector<pw_proxy*> links;
   int lastDone = -1;
   bool dead = false;
 
   static void onDone(void* data, std::uint32_t, int sequence) {
-    static_cast<Impl*>(data)->lastDone = sequence;
+    auto* self = static_cast<Impl*>(data);
+    if (sequence != self->bindSequence) {
+      self->lastDone = sequence;
+    } else if (self->freshMetadata) {
+      self->metadata = *std::exchange(self->freshMetadata, std::nullopt);
+    }
   }
   static void onError(void* data, std::uint32_t id, int, int result, const char*) {
     if (id == PW_ID_CORE && result == -EPIPE) static_cast<Impl*>(data)->dead = true;
@@ -67,12 +81,14 @@ struct PipeWireControl::Impl {
                         const char* value) {
     auto* self = static_cast<Impl*>(data);
     if (subject != 0) return 0;
+    self->lastNews = std::chrono::steady_clock::now();
+    auto& keys = self->freshMetadata ? *self->freshMetadata : self->metadata;
     if (key == nullptr) {
-      self->metadata.clear();
+      keys.clear();
     } else if (value == nullptr) {
-      self->metadata.erase(key);
+      keys.erase(key);
     } else {
-      self->metadata[key] = value;
+      keys[key] = value;
     }
     return 0;
   }
@@ -87,22 +103,47 @@ struct PipeWireControl::Impl {
     }
     if (global.type == PW_TYPE_INTERFACE_Metadata &&
         global.properties[PW_KEY_METADATA_NAME] == "default") {
-      static constexpr pw_metadata_events kEvents{PW_VERSION_METADATA_EVENTS, onMetadata};
-      // That of a session manager that has been restarted takes the old one's place.
-      if (self->defaults != nullptr) {
-        spa_hook_remove(&self->defaultsListener);
-        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(self->defaults));
-        self->metadata.clear();
-      }
-      self->defaults = static_cast<pw_metadata*>(
-          pw_registry_bind(self->registry, id, type, PW_VERSION_METADATA, 0));
-      pw_metadata_add_listener(self->defaults, &self->defaultsListener, &kEvents, self);
+      self->forgetDefaults();
+      self->defaultsGlobal = id;
+      self->bindDefaults();
     }
     global.properties["object.id"] = std::to_string(id);
     self->globals[id] = std::move(global);
   }
   static void onGlobalRemove(void* data, std::uint32_t id) {
-    static_cast<Impl*>(data)->globals.erase(id);
+    auto* self = static_cast<Impl*>(data);
+    self->globals.erase(id);
+    if (id == self->defaultsGlobal) self->forgetDefaults();
+  }
+  // What is heard until the daemon has answered takes the place of all that was known. Before that
+  // the object must not be let go: the daemon uses what it has of it once more.
+  void bindDefaults() {
+    if (freshMetadata) return;
+    static constexpr pw_metadata_events kEvents{PW_VERSION_METADATA_EVENTS, onMetadata};
+    unbindDefaults();
+    defaults = static_cast<pw_metadata*>(pw_registry_bind(
+        registry, defaultsGlobal, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+    pw_metadata_add_listener(defaults, &defaultsListener, &kEvents, this);
+    freshMetadata.emplace();
+    bindSequence = pw_core_sync(core, PW_ID_CORE, 0);
+    lastNews = std::chrono::steady_clock::now();
+  }
+  void set(const std::string& key, const std::string& jsonValue) {
+    pw_metadata_set_property(defaults, 0, key.c_str(), "Spa:String:JSON",
+                             jsonValue.empty() ? nullptr : jsonValue.c_str());
+    lastNews = std::chrono::steady_clock::now();
+  }
+  void unbindDefaults() {
+    if (defaults == nullptr) return;
+    spa_hook_remove(&defaultsListener);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(defaults, nullptr)));
+  }
+  // They go with the session manager that held them.
+  void forgetDefaults() {
+    unbindDefaults();
+    defaultsGlobal = SPA_ID_INVALID;
+    freshMetadata.reset();
+    metadata.clear();
   }
 
   std::vector<std::uint32_t> portsOf(std::uint32_t node, const std::string& direction) {
@@ -182,10 +223,7 @@ PipeWireControl::PipeWireControl() : impl_(std::make_unique<Impl>()) {
 
 PipeWireControl::~PipeWireControl() {
   pw_thread_loop_stop(impl_->loop);
-  if (impl_->defaults != nullptr) {
-    spa_hook_remove(&impl_->defaultsListener);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(impl_->defaults));
-  }
+  impl_->forgetDefaults();
   for (auto& [name, proxy] : impl_->created) pw_proxy_destroy(proxy);
   for (pw_proxy* proxy : impl_->links) pw_proxy_destroy(proxy);
   spa_hook_remove(&impl_->registryListener);
@@ -267,6 +305,9 @@ void PipeWireControl::setMute(const std::string& nodeName, bool mute) {
 
 std::optional<std::string> PipeWireControl::metadata(const std::string& key) {
   const LoopLock lock(impl_->loop);
+  // The daemon does not report changes made while another client binds the object.
+  const bool isQuiet = std::chrono::steady_clock::now() - impl_->lastNews > kQuiet;
+  if (isQuiet && impl_->defaults != nullptr) impl_->bindDefaults();
   const auto found = impl_->metadata.find(key);
   if (found == impl_->metadata.end()) return std::nullopt;
   return found->second;
@@ -276,8 +317,17 @@ void PipeWireControl::setMetadata(const std::string& key, const std::string& jso
   impl_->waitFor("the default metadata", [&] { return impl_->defaults != nullptr; });
   {
     const LoopLock lock(impl_->loop);
-    pw_metadata_set_property(impl_->defaults, 0, key.c_str(), "Spa:String:JSON",
-                             jsonValue.empty() ? nullptr : jsonValue.c_str());
+    impl_->set(key, jsonValue);
+  }
+  synchronize();
+}
+
+void PipeWireControl::setMetadataUnheard(const std::string& key, const std::string& jsonValue) {
+  impl_->waitFor("the default metadata", [&] { return impl_->defaults != nullptr; });
+  {
+    const LoopLock lock(impl_->loop);
+    impl_->set(key, jsonValue);
+    impl_->bindDefaults();
   }
   synchronize();
 }

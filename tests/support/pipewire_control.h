@@ -38,6 +38,8 @@ class PipeWireControl {
   std::optional<std::string> metadata(const std::string& key);
   // An empty value removes the key.
   void setMetadata(const std::string& key, const std::string& jsonValue);
+  // The same in a moment in which the daemon reports no change to other clients.
+  void setMetadataUnheard(const std::string& key, const std::string& jsonValue);
   // As a mixer does it: configures the default and waits until the session manager has followed.
   void setDefaultSource(const std::string& nodeName);
   void setDefaultSink(const std::string& nodeName);

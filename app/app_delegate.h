@@ -16,6 +16,7 @@ namespace record_audio {
 class AudioPlayThrough;
 class AudioWaiter;
 class PreferencesWindowController;
+struct RecoveryReport;
 
 // Does everything the application does: launch, the recording session from start to saved file,
 // the running indicator, the notifications, and quitting. One object lives for the whole process.
@@ -138,6 +139,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Brings back, in the background, what processes that died left behind. Called as soon as a
   // recording runs or it is clear that there will be none; once a process.
   void recoverInterruptedRecordings();
+  void tellOfRecovery(const RecoveryReport& report);
 
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;

@@ -126,16 +126,19 @@ void AppDelegate::recoverInterruptedRecordings() {
     if (!self) return;
     RecordingRecovery::create(self->environment_, self->m_recorder->desktopPath())
         ->start([weak](const RecoveryReport& report) {
-          const auto delegate = weak.lock();
-          if (!delegate) return;
-          for (const std::string& problem : report.problems) {
-            delegate->environment_.suite.logging.VKLogVariadic("%@", {problem});
-          }
-          if (!report.recovered.empty()) {
-            delegate->showNotificationRecordingRecovered(report.recovered.back());
-          }
+          if (const auto delegate = weak.lock()) delegate->tellOfRecovery(report);
         });
   });
+}
+
+void AppDelegate::tellOfRecovery(const RecoveryReport& report) {
+  for (const std::string& problem : report.problems) {
+    environment_.suite.logging.VKLogVariadic("%@", {problem});
+  }
+  for (const std::string& path : report.recovered) {
+    environment_.suite.logging.VKLogVariadic("An interrupted recording was recovered: %@", {path});
+  }
+  if (!report.recovered.empty()) showNotificationRecordingRecovered(report.recovered.back());
 }
 
 bool AppDelegate::application(const std::string& openFile) {

@@ -144,7 +144,6 @@ bool RecordingRecovery::name() {
 void RecordingRecovery::place() {
   switch (recording_->moveTo(target_, &whyNotMoved_)) {
     case InterruptedRecording::Move::kMoved:
-      environment_.suite.logging.VKLogVariadic("Recovered an interrupted recording: %@", {target_});
       report_.recovered.push_back(target_);
       break;
     case InterruptedRecording::Move::kNameTaken:

@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 #include "app/recording_recovery.h"
 #include "tests/app/app_test.h"
+#include "tests/capture/threaded_parts.h"
 
 // Recordings of processes that died come back at the next launch.
 
@@ -300,6 +301,28 @@ TEST_F(RecoveryTest, NothingIsEverRemoved) {
   leave("Audio_recording_silent", recordingOf(Contents::kNoSound));
   recover();
   EXPECT_THAT(machine.fileManager.journal, Not(Contains(HasSubstr("remove"))));
+}
+
+// What the race detector watches.
+TEST(RecoveryThreadsTest, TheQueueAndTheMainThreadTakeTurns) {
+  memory_host::MemoryHost memory;
+  for (int i = 0; i < 20; ++i) {
+    RecordingFindings findings;
+    findings.contents = i % 2 == 0 ? Contents::kM4a : Contents::kMp3;
+    memory.interruptedRecordings.add("Audio_recording_" + std::to_string(i), findings);
+  }
+  std::optional<RecoveryReport> report;
+  {
+    capture_test::ThreadedDispatch dispatch;
+    platform::Host host = capture_test::hostWith(memory, dispatch, memory.fileManager);
+    RecordingRecovery::create({host, memory.suiteServices}, "/out")
+        ->start([&](const RecoveryReport& finished) { report = finished; });
+    EXPECT_TRUE(dispatch.main->run([&] { return report.has_value(); }));
+  }
+  ASSERT_TRUE(report);
+  EXPECT_THAT(report->recovered, SizeIs(20));
+  EXPECT_THAT(report->problems, IsEmpty());
+  EXPECT_THAT(memory.fileManager.files, SizeIs(20));
 }
 
 // When it began.

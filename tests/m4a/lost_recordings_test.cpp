@@ -11,7 +11,7 @@
 #include <cstring>
 #include <thread>
 
-#include "hosts/linux/recovery/interrupted_recordings.h"
+#include "hosts/linux/recovery/lost_recordings.h"
 #include "hosts/linux/recovery/mp3_stream.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/m4a/box_walker.h"

@@ -34,7 +34,7 @@
 #include "hosts/linux/power/login_session.h"
 #include "hosts/linux/power/session_client.h"
 #include "hosts/linux/power/xsmp_client.h"
-#include "hosts/linux/recovery/interrupted_recordings.h"
+#include "hosts/linux/recovery/lost_recordings.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
 #include "hosts/linux/windows/windows_loader.h"

@@ -1,4 +1,4 @@
-#include "hosts/linux/recovery/interrupted_recordings.h"
+#include "hosts/linux/recovery/lost_recordings.h"
 
 #include <linux/ioprio.h>
 #include <sys/resource.h>

@@ -3,9 +3,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <memory>
@@ -400,6 +402,50 @@ TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
   std::filesystem::remove(path);
   std::filesystem::create_directory_symlink("/tmp", path);
   EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), "");
+}
+
+class NoRequests : public Requests {
+ public:
+  void activate() override {}
+  void open(const std::vector<std::string>&) override {}
+  void action(const std::string&, std::function<void(RequestResult)>) override {}
+  void status(std::function<void(const std::string&)>) override {}
+};
+
+// 0 or errno, as another user.
+int connectAsSomebodyElse(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setuid(12345) != 0) _exit(EINVAL);
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    const int failed = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    _exit(failed == 0 ? 0 : errno);
+  }
+  int status = 0;
+  if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+TEST(ControlSocketTest, IsTheUsersAloneEvenInAFolderThatIsOpen) {
+  const TemporaryFolder folder;
+  chmod(folder.path().c_str(), 0755);
+  const mode_t before = umask(0);
+  NoRequests requests;
+  ToolObject object(requests);
+  ControlSocket socket(folder.path());
+  std::string error;
+  const bool listens = socket.lock(&error) && socket.listen(object, &error);
+  umask(before);
+  ASSERT_TRUE(listens) << error;
+  for (const std::string& name : base_test::namesIn(folder.path())) {
+    struct stat status {};
+    ASSERT_EQ(stat((folder / name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U) << name;
+  }
+  EXPECT_EQ(connectAsSomebodyElse(folder / (std::string(kBusName) + ".sock")), EACCES);
 }
 
 TEST(BusConnectionTest, ABusThatNeverAnswersIsGivenUp) {

@@ -1,6 +1,13 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
+#include <sstream>
 
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/desktop_client.h"
@@ -17,6 +24,7 @@ using test_support::ToneFigures;
 using test_support::waitUntil;
 using testing::AllOf;
 using testing::AnyOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::Eq;
 using testing::Ge;
@@ -218,6 +226,56 @@ TEST_P(ClickTest, RecordingProgramCarriesNoWindowsAndForMp3NoM4aWriter) {
   if (GetParam() == kMp3) {
     EXPECT_THAT(maps, Not(AnyOf(HasSubstr("libav"), HasSubstr("record-audio-m4a"))));
   }
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+// The inodes of all sockets of the internet in the process's network, from the tables that have
+// the inode in the tenth column.
+std::set<std::string> internetSockets(pid_t pid) {
+  std::set<std::string> inodes;
+  for (const char* table : {"tcp", "tcp6", "udp", "udp6", "raw", "raw6"}) {
+    std::ifstream lines("/proc/" + std::to_string(pid) + "/net/" + table);
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+      std::istringstream columns(line);
+      std::string inode;
+      for (int i = 0; i < 10; ++i) columns >> inode;
+      inodes.insert("socket:[" + inode + "]");
+    }
+  }
+  return inodes;
+}
+
+std::vector<std::string> socketsOf(pid_t pid) {
+  std::vector<std::string> sockets;
+  std::error_code ignored;
+  const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    const auto target = std::filesystem::read_symlink(entry.path(), ignored).string();
+    if (target.starts_with("socket:")) sockets.push_back(target);
+  }
+  return sockets;
+}
+
+TEST_P(ClickTest, TalksToNobodyOnTheInternet) {
+  // The table has what a process of ours opens there, else the rest would prove nothing.
+  const int own = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in anyPort{};
+  anyPort.sin_family = AF_INET;
+  anyPort.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(own, reinterpret_cast<const sockaddr*>(&anyPort), sizeof anyPort), 0);
+  const auto ownOnes = internetSockets(getpid());
+  EXPECT_THAT(socketsOf(getpid()), Contains(testing::AnyOfArray(ownOnes)));
+  close(own);
+
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  const auto tool = startRecording();
+  const std::vector<std::string> sockets = socketsOf(tool->pid());
+  EXPECT_THAT(sockets, Not(IsEmpty())) << "PipeWire's and the bus's";
+  const auto forbidden = internetSockets(tool->pid());
+  for (const std::string& one : sockets) EXPECT_FALSE(forbidden.contains(one));
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 

@@ -20,6 +20,7 @@
 
 #include "hosts/linux/m4a/m4a_open_file.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "tests/base/temporary_folder.h"
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/tone.h"
@@ -277,8 +278,13 @@ TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
   EXPECT_THAT(error, HasSubstr(folder.path()));
 }
 
-TEST(M4aWriterFactoryTest, LooksBesideTheExecutableFirst) {
+TEST(M4aWriterFactoryTest, LooksBesideTheExecutableFirstAndNowhereThatTheEnvironmentNames) {
+  const TemporaryFolder folder;
+  const base_test::Environment environment{{"LD_LIBRARY_PATH", folder.path()},
+                                           {"PATH", folder.path()}};
   const auto folders = M4aWriterFactory::defaultFolders();
+  EXPECT_THAT(folders, ::testing::Each(::testing::StartsWith("/")));
+  EXPECT_THAT(folders, ::testing::Not(::testing::Contains(folder.path())));
   ASSERT_GE(folders.size(), 2U);
   EXPECT_EQ(folders[0], std::filesystem::read_symlink("/proc/self/exe").parent_path().string());
   EXPECT_THAT(folders[1], ::testing::EndsWith("/record-audio"));

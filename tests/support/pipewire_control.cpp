@@ -66,6 +66,22 @@ struct PipeWireControl::Impl {
   int lastDone = -1;
   bool dead = false;
 
+  // Also when the daemon never answered, with the loop running.
+  ~Impl() {
+    if (core == nullptr) return;
+    pw_thread_loop_stop(loop);
+    forgetDefaults();
+    for (auto& [name, proxy] : created) pw_proxy_destroy(proxy);
+    for (pw_proxy* proxy : links) pw_proxy_destroy(proxy);
+    spa_hook_remove(&registryListener);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+    spa_hook_remove(&coreListener);
+    pw_core_disconnect(core);
+    pw_context_destroy(context);
+    pw_thread_loop_destroy(loop);
+    pw_deinit();
+  }
+
   static void onDone(void* data, std::uint32_t, int sequence) {
     auto* self = static_cast<Impl*>(data);
     if (sequence != self->bindSequence) {
@@ -221,19 +237,7 @@ PipeWireControl::PipeWireControl() : impl_(std::make_unique<Impl>()) {
   synchronize();
 }
 
-PipeWireControl::~PipeWireControl() {
-  pw_thread_loop_stop(impl_->loop);
-  impl_->forgetDefaults();
-  for (auto& [name, proxy] : impl_->created) pw_proxy_destroy(proxy);
-  for (pw_proxy* proxy : impl_->links) pw_proxy_destroy(proxy);
-  spa_hook_remove(&impl_->registryListener);
-  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(impl_->registry));
-  spa_hook_remove(&impl_->coreListener);
-  pw_core_disconnect(impl_->core);
-  pw_context_destroy(impl_->context);
-  pw_thread_loop_destroy(impl_->loop);
-  pw_deinit();
-}
+PipeWireControl::~PipeWireControl() = default;
 
 void PipeWireControl::synchronize() {
   int sequence = 0;

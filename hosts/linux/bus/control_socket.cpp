@@ -108,6 +108,8 @@ bool ControlSocket::listen(ToolObject& object, std::string* error) {
     g_error_free(failure);
     return false;
   }
+  // The umask may have left it open; until now the connection itself asks who is calling.
+  chmod(socket_.c_str(), kPrivateFile);
   g_signal_connect(server_.get(), "new-connection", G_CALLBACK(&ControlSocket::onConnection),
                    &object);
   g_dbus_server_start(server_.get());

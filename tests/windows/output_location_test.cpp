@@ -28,6 +28,12 @@ class OutputLocationTest : public WindowsTest {
   }
   QPushButton& button() const { return widget<QPushButton>("outputLocation"); }
 
+  // As the pointer does it, which a modal dialog keeps out.
+  void clickOnScreen() const {
+    QTest::mouseClick(dialog().windowHandle(), Qt::LeftButton, {},
+                      button().mapTo(&dialog(), button().rect().center()));
+  }
+
   struct Outcome {
     int calls = 0;
     bool success = false;
@@ -41,6 +47,11 @@ class OutputLocationTest : public WindowsTest {
       act(*chooser);
       return true;
     });
+    const Outcome outcome = change();
+    EXPECT_TRUE(user.done());
+    return outcome;
+  }
+  Outcome change() {
     Outcome outcome;
     port_->handleOutputLocationChanged([&](bool success, int,
                                            const std::optional<std::string>& message,
@@ -50,7 +61,6 @@ class OutputLocationTest : public WindowsTest {
       outcome.message = message;
       outcome.details = details;
     });
-    EXPECT_TRUE(user.done());
     EXPECT_EQ(outcome.calls, 1);
     return outcome;
   }
@@ -120,6 +130,44 @@ TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsOrTakesTheSameFolder)
   EXPECT_TRUE(choose(path("before")).success);
   EXPECT_THAT(services().asked, IsEmpty());
   EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("before")));
+}
+
+TEST_F(OutputLocationTest, LetsTheDesktopsOwnChooserHaveItsWay) {
+  std::string openedAt;
+  int blockedClicks = 0;
+  services().desktopChooser = [&](const std::string& opened, const auto& done) {
+    openedAt = opened;
+    // Later, while the user is in a dialog of another program.
+    QTimer::singleShot(0, qApp, [&, done] {
+      clickOnScreen();
+      blockedClicks = static_cast<int>(owner_.actions.size());
+      EXPECT_EQ(qobject_cast<QFileDialog*>(QApplication::activeModalWidget()), nullptr);
+      done({true, path("after")});
+    });
+  };
+  const Outcome outcome = change();
+  EXPECT_TRUE(outcome.success);
+  EXPECT_EQ(outcome.details, (platform::Dictionary{{"Changed", true}}));
+  EXPECT_EQ(openedAt, path("before"));
+  EXPECT_THAT(services().asked, ElementsAre(path("after")));
+  EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("after")));
+  EXPECT_EQ(blockedClicks, 0) << "the window takes no other request meanwhile";
+  clickOnScreen();
+  EXPECT_THAT(owner_.actions, ElementsAre("onOutputLocationChanged"));
+}
+
+TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsTheDesktopsOwnChooser) {
+  services().desktopChooser = [](const std::string&, const auto& done) { done({true, {}}); };
+  EXPECT_TRUE(change().success);
+  EXPECT_THAT(services().asked, IsEmpty());
+}
+
+TEST_F(OutputLocationTest, ShowsItsOwnChooserWhenTheDesktopsFails) {
+  services().desktopChooser = [](const std::string&, const auto& done) {
+    QTimer::singleShot(0, qApp, [done] { done({}); });
+  };
+  EXPECT_TRUE(choose(path("after")).success);
+  EXPECT_THAT(services().asked, ElementsAre(path("after")));
 }
 
 TEST_F(OutputLocationTest, KeepsTheOldFolderAndSaysWhyWhenTheNewOneCannotBeUsed) {

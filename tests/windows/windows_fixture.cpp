@@ -47,6 +47,15 @@ std::string FakeServices::setOutputLocation(const std::string& path) {
   return refusal;
 }
 
+void FakeServices::chooseFolder(const std::string&, const std::string&, const std::string& opened,
+                                std::function<void(FolderChoice)> done) {
+  if (desktopChooser) {
+    desktopChooser(opened, done);
+  } else {
+    done({});
+  }
+}
+
 void FakeServices::speak(const std::string& language) {
   table_ = std::make_unique<StringTables>(RA_BUILT_LOCALES, "com.vantrel.korvel.RecordAudio",
                                           std::vector{language});
@@ -56,6 +65,7 @@ void FakeServices::reset() {
   folder = "/home/somebody/Music";
   refusal.clear();
   asked.clear();
+  desktopChooser = nullptr;
   speak("en");
 }
 

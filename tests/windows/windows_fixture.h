@@ -30,6 +30,8 @@ class FakeServices : public WindowsServices {
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
   [[nodiscard]] std::optional<std::string> outputLocation() override { return folder; }
   std::string setOutputLocation(const std::string& path) override;
+  void chooseFolder(const std::string& parentWindow, const std::string& title,
+                    const std::string& opened, std::function<void(FolderChoice)> done) override;
 
   // The name of a string table, e.g. "de".
   void speak(const std::string& language);
@@ -40,6 +42,9 @@ class FakeServices : public WindowsServices {
   // What the next changes of the folder come to; empty: they succeed.
   std::string refusal;
   std::vector<std::string> asked;
+  // What the desktop's folder chooser does; null: there is none.
+  std::function<void(const std::string& opened, const std::function<void(FolderChoice)>& done)>
+      desktopChooser;
 
  private:
   std::unique_ptr<StringTables> table_;

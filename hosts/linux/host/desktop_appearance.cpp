@@ -4,12 +4,11 @@
 #include <string>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/bus/portal_request.h"
 
 namespace linux_host {
 namespace {
 
-constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
-constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kAppearance = "org.freedesktop.appearance";
 
 VariantPtr callOn(GDBusConnection* bus, const char* name, const char* path, const char* interface,
@@ -94,7 +93,6 @@ Appearance desktopAppearance(GDBusConnection* bus) {
       (listsPortal(bus, "ListNames") || listsPortal(bus, "ListActivatableNames"))) {
     scheme = portalSetting(bus, "color-scheme");
     contrast = portalSetting(bus, "contrast");
-    appearance.portal = scheme.has_value();
   }
   // 1 is "prefers dark" and "prefers high contrast".
   appearance.dark = scheme && *scheme != 0 ? *scheme == 1 : desktopWantsDark();

@@ -38,6 +38,19 @@ std::string HostWindowsServices::setOutputLocation(const std::string& path) {
   return storage_.setOutputFolder(suite::kToolIdentifier, path);
 }
 
+void HostWindowsServices::chooseFolder(const std::string& parentWindow, const std::string& title,
+                                       const std::string& folder,
+                                       std::function<void(FolderChoice)> done) {
+  using Outcome = FolderChooser::Outcome;
+  folderChooser_.choose(parentWindow, title, folder,
+                        [done = std::move(done)](Outcome outcome, const std::string& path) {
+                          FolderChoice choice;
+                          choice.offered = outcome != Outcome::kUnavailable;
+                          if (outcome == Outcome::kChosen) choice.path = path;
+                          done(std::move(choice));
+                        });
+}
+
 Appearance HostWindowsServices::appearance() const {
   return desktopAppearance(bus_.connection());
 }

@@ -38,6 +38,7 @@
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
 #include "hosts/linux/windows/windows_loader.h"
+#include "hosts/linux/workspace/folder_chooser.h"
 #include "hosts/linux/workspace/workspace.h"
 #include "suite/embedded_suite.h"
 #include "suite/environment.h"
@@ -59,17 +60,20 @@ class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
   HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus)
-      : bundle_(bundle), storage_(storage), bus_(bus) {}
+      : bundle_(bundle), storage_(storage), bus_(bus), folderChooser_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
   [[nodiscard]] std::optional<std::string> outputLocation() override;
   std::string setOutputLocation(const std::string& path) override;
+  void chooseFolder(const std::string& parentWindow, const std::string& title,
+                    const std::string& folder, std::function<void(FolderChoice)> done) override;
   [[nodiscard]] Appearance appearance() const override;
 
  private:
   const platform::Bundle& bundle_;
   suite::Storage& storage_;
   SessionBus& bus_;
+  FolderChooser folderChooser_;
 };
 
 // The Linux desktop, put together: every port, the suite on this machine, and the ways in which

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/linux/bus/portal_request.h"
 #include "hosts/linux/permission/microphone_permission.h"
 
 namespace linux_host {
@@ -38,8 +39,6 @@ class DesktopMicrophonePermission : public MicrophonePermission {
   void request(std::function<void(bool isGranted)> handler) override;
 
  private:
-  class Question;
-
   // What the store says about this program.
   struct StoreAnswer {
     bool isThere = false;  // a store runs
@@ -51,7 +50,7 @@ class DesktopMicrophonePermission : public MicrophonePermission {
   [[nodiscard]] static std::optional<bool> isSwitchedOff();
 
   const SessionBus sessionBus_;
-  std::vector<std::weak_ptr<Question>> questions_;
+  std::vector<std::weak_ptr<PortalRequest>> questions_;
 };
 
 }  // namespace linux_host

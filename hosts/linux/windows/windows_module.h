@@ -19,8 +19,12 @@ namespace linux_host {
 struct Appearance {
   bool dark = false;
   bool highContrast = false;
-  // The desktop offers its own file chooser to programs (the portal).
-  bool portal = false;
+};
+
+// What came of asking the desktop to let the user choose a folder.
+struct FolderChoice {
+  bool offered = false;             // false: the desktop has no dialog for it, or it failed
+  std::optional<std::string> path;  // null: the user chose none
 };
 
 // What the module needs of the program. Outlives the module.
@@ -34,6 +38,13 @@ class WindowsServices {
   // Stores another folder. Returns an error text, and keeps the old folder, when it cannot be
   // written; empty on success.
   virtual std::string setOutputLocation(const std::string& path) = 0;
+  // Shows the desktop's own folder chooser, opened at `folder`, above the window that portals know
+  // as `parentWindow` (empty: none). `done` is called once: now, or later from the main loop.
+  virtual void chooseFolder(const std::string& parentWindow, const std::string& title,
+                            const std::string& folder, std::function<void(FolderChoice)> done) {
+    (void)parentWindow, (void)title, (void)folder;
+    done({});
+  }
   // What the user asked of the desktop; asked once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };

@@ -155,8 +155,5 @@ record_audio_create_windows_module(linux_host::WindowsServices& services, std::s
     return nullptr;
   }
   setenv("QT_QPA_PLATFORM", platform.c_str(), 1);
-  // Where the desktop offers its own dialogs to programs and no theme of its own is asked for,
-  // the folder chooser is the desktop's.
-  if (services.appearance().portal) setenv("QT_QPA_PLATFORMTHEME", "xdgdesktopportal", 0);
   return new linux_host::QtModule(services);
 }

@@ -7,6 +7,7 @@
 #include <QFileDialog>
 #include <QFileIconProvider>
 #include <QFontMetrics>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPainter>
@@ -318,15 +319,42 @@ void QtOutputLocationButton::updateState() {
   button->setAccessibleDescription(path);
 }
 
+namespace {
+
+// How portals call a window; empty where there is no way to say it.
+std::string portalNameOf(const QWidget* window) {
+  if (window == nullptr || QGuiApplication::platformName() != u"xcb") return {};
+  return "x11:" + QString::number(window->winId(), 16).toStdString();
+}
+
+}  // namespace
+
+std::string QtOutputLocationButton::chosenFolder(const std::string& before) {
+  QWidget* window = widget() != nullptr ? widget()->window() : nullptr;
+  const std::string title = services_.localizedString("Output folder");
+  // Not seen itself: while the desktop's dialog is open, the window takes no other request.
+  QDialog waiting(window);
+  waiting.setAttribute(Qt::WA_DontShowOnScreen);
+  std::optional<FolderChoice> choice;
+  services_.chooseFolder(portalNameOf(window), title, before,
+                         [&choice, asker = QPointer<QDialog>(&waiting)](FolderChoice made) {
+                           if (asker.isNull()) return;
+                           choice = std::move(made);
+                           asker->done(0);
+                         });
+  if (!choice) waiting.exec();
+  if (choice && choice->offered) return choice->path.value_or("");
+  return QFileDialog::getExistingDirectory(window, QString::fromStdString(title),
+                                           QString::fromStdString(before))
+      .toStdString();
+}
+
 void QtOutputLocationButton::handleOutputLocationChanged(Completion completion) {
   const auto text = [this](const char* key) {
     return QString::fromStdString(services_.localizedString(key));
   };
   const std::string before = services_.outputLocation().value_or("");
-  const QString picked =
-      QFileDialog::getExistingDirectory(widget() != nullptr ? widget()->window() : nullptr,
-                                        text("Output folder"), QString::fromStdString(before));
-  const std::string path = picked.toStdString();
+  const std::string path = chosenFolder(before);
   if (path.empty() || path == before) {
     completion(true, 0, std::nullopt, {});
     return;

@@ -143,6 +143,9 @@ class QtOutputLocationButton : public QtView<suite::OutputLocationButton> {
   void handleOutputLocationChanged(Completion completion) override;
 
  private:
+  // By the desktop's dialog, else by the toolkit's; empty when the user chose none.
+  std::string chosenFolder(const std::string& before);
+
   WindowsServices& services_;
 };
 

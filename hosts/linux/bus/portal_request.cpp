@@ -1,0 +1,114 @@
+#include "hosts/linux/bus/portal_request.h"
+
+#include <utility>
+
+#include "hosts/linux/bus/dbus_support.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kRequestInterface = "org.freedesktop.portal.Request";
+
+}  // namespace
+
+PortalRequest::PortalRequest(GDBusConnection* bus, Handler handler)
+    : bus_(G_DBUS_CONNECTION(g_object_ref(bus))),
+      // Told apart from all other requests of this process.
+      token_("record_audio_" + std::to_string(g_random_int())),
+      handler_(std::move(handler)) {}
+
+PortalRequest::~PortalRequest() {
+  stopListening();
+  g_object_unref(bus_);
+}
+
+std::shared_ptr<PortalRequest> PortalRequest::ask(GDBusConnection* bus, const char* interface,
+                                                  const char* method, const Arguments& arguments,
+                                                  Handler handler) {
+  const Self request(new PortalRequest(bus, std::move(handler)));
+  request->listen(request->requestPath());
+  request->watch_ =
+      g_bus_watch_name_on_connection(bus, kPortalName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START, nullptr,
+                                     onPortalGone, reference(request), release);
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  g_variant_builder_add(&options, "{sv}", "handle_token",
+                        g_variant_new_string(request->token_.c_str()));
+  g_dbus_connection_call(bus, kPortalName, kPortalPath, interface, method, arguments(&options),
+                         G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, onCalled,
+                         reference(request));
+  return request;
+}
+
+void PortalRequest::cancel() {
+  if (std::exchange(handler_, nullptr) == nullptr) return;
+  stopListening();
+  g_dbus_connection_call(bus_, kPortalName, path_.c_str(), kRequestInterface, "Close", nullptr,
+                         nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr, nullptr);
+}
+
+std::string PortalRequest::requestPath() const {
+  const gchar* uniqueName = g_dbus_connection_get_unique_name(bus_);
+  std::string sender = uniqueName == nullptr ? "" : uniqueName + 1;  // without the colon
+  for (char& letter : sender) letter = letter == '.' ? '_' : letter;
+  return std::string(kPortalPath) + "/request/" + sender + "/" + token_;
+}
+
+void PortalRequest::listen(const std::string& path) {
+  if (path == path_) return;
+  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+  path_ = path;
+  subscription_ = g_dbus_connection_signal_subscribe(
+      bus_, kPortalName, kRequestInterface, "Response", path_.c_str(), nullptr,
+      G_DBUS_SIGNAL_FLAGS_NONE, onResponse, reference(shared_from_this()), release);
+}
+
+void PortalRequest::stopListening() {
+  if (const guint subscription = std::exchange(subscription_, 0); subscription != 0) {
+    g_dbus_connection_signal_unsubscribe(bus_, subscription);
+  }
+  if (const guint watch = std::exchange(watch_, 0); watch != 0) g_bus_unwatch_name(watch);
+}
+
+void PortalRequest::answer(Outcome outcome, GVariant* results, const std::string& error) {
+  const Self self = shared_from_this();  // what listened for the answer held the last reference
+  stopListening();
+  if (auto handler = std::exchange(handler_, nullptr)) handler(outcome, results, error);
+}
+
+void PortalRequest::onCalled(GObject* bus, GAsyncResult* result, gpointer data) {
+  const std::unique_ptr<Self> reference(static_cast<Self*>(data));
+  PortalRequest& self = **reference;
+  GError* rawError = nullptr;
+  const VariantPtr reply(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &rawError));
+  const ErrorPtr error(rawError);
+  if (reply == nullptr) {
+    self.answer(Outcome::kFailed, nullptr, error->message);
+    return;
+  }
+  const gchar* path = nullptr;
+  g_variant_get(reply.get(), "(&o)", &path);
+  if (self.handler_) self.listen(path);  // portals of old choose the path themselves
+}
+
+void PortalRequest::onResponse(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                               const gchar*, GVariant* parameters, gpointer self) {
+  constexpr guint32 kSuccess = 0;
+  constexpr guint32 kCancelled = 1;
+  if (!g_variant_is_of_type(parameters, G_VARIANT_TYPE("(ua{sv})"))) return;
+  guint32 response = kCancelled;
+  g_variant_get_child(parameters, 0, "u", &response);
+  PortalRequest& request = **static_cast<Self*>(self);
+  if (response == kSuccess) {
+    const VariantPtr results(g_variant_get_child_value(parameters, 1));
+    request.answer(Outcome::kAgreed, results.get());
+  } else {
+    request.answer(response == kCancelled ? Outcome::kDeclined : Outcome::kFailed);
+  }
+}
+
+void PortalRequest::onPortalGone(GDBusConnection*, const gchar*, gpointer self) {
+  (*static_cast<Self*>(self))->answer(Outcome::kFailed);
+}
+
+}  // namespace linux_host

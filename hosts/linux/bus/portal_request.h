@@ -1,0 +1,68 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace linux_host {
+
+inline constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
+inline constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
+
+// One question that the desktop's portal puts to the user, until it is answered or nobody is left
+// to answer it. A portal that can be started is started. Lives in GLib's default context, which
+// holds a reference through every call under way. Main thread.
+class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
+ public:
+  enum class Outcome {
+    kAgreed,
+    kDeclined,  // the user's no
+    kFailed,    // there is no portal, or none any more, or it could not ask
+  };
+  // `results` is the portal's dictionary, only for the time of the call and null unless the user
+  // agreed; `error` says why the portal could not be asked.
+  using Handler = std::function<void(Outcome outcome, GVariant* results, const std::string& error)>;
+  // Makes the method's arguments around the portal's `options`, a builder of a dictionary.
+  using Arguments = std::function<GVariant*(GVariantBuilder* options)>;
+
+  // `handler` is called once, later, from the main loop.
+  static std::shared_ptr<PortalRequest> ask(GDBusConnection* bus, const char* interface,
+                                            const char* method, const Arguments& arguments,
+                                            Handler handler);
+  ~PortalRequest();
+  PortalRequest(const PortalRequest&) = delete;
+  PortalRequest& operator=(const PortalRequest&) = delete;
+
+  // Nobody wants to know any more: the handler is not called, and the portal takes its dialog away.
+  void cancel();
+
+ private:
+  using Self = std::shared_ptr<PortalRequest>;
+
+  PortalRequest(GDBusConnection* bus, Handler handler);
+
+  static void onCalled(GObject* bus, GAsyncResult* result, gpointer self);
+  static void onResponse(GDBusConnection* bus, const gchar* sender, const gchar* path,
+                         const gchar* interface, const gchar* signal, GVariant* parameters,
+                         gpointer self);
+  static void onPortalGone(GDBusConnection* bus, const gchar* name, gpointer self);
+  static gpointer reference(const Self& self) { return new Self(self); }
+  static void release(gpointer self) { delete static_cast<Self*>(self); }
+
+  // The object at which the portal will answer.
+  [[nodiscard]] std::string requestPath() const;
+  void listen(const std::string& path);
+  void stopListening();
+  void answer(Outcome outcome, GVariant* results = nullptr, const std::string& error = {});
+
+  GDBusConnection* const bus_;
+  const std::string token_;
+  Handler handler_;
+  std::string path_;
+  guint subscription_ = 0;
+  guint watch_ = 0;
+};
+
+}  // namespace linux_host

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "hosts/linux/bus/portal_request.h"
+
+namespace linux_host {
+
+// The desktop's own dialog for choosing a folder, by its portal. Main thread.
+class FolderChooser {
+ public:
+  // `bus` may be null; it outlives the chooser.
+  explicit FolderChooser(GDBusConnection* bus) : bus_(bus) {}
+  // Takes a dialog that is open away.
+  ~FolderChooser();
+  FolderChooser(const FolderChooser&) = delete;
+  FolderChooser& operator=(const FolderChooser&) = delete;
+
+  enum class Outcome {
+    kChosen,
+    kCancelled,
+    kUnavailable,  // the desktop has no such dialog, or it failed
+  };
+  using Done = std::function<void(Outcome outcome, const std::string& path)>;
+
+  // Opens the dialog at `folder`, one at a time. `parentWindow` is the window's name as portals
+  // spell it ("x11:" and its number), empty for none. `done` is called once: from the main loop, or
+  // at once where there is no bus.
+  void choose(const std::string& parentWindow, const std::string& title, const std::string& folder,
+              Done done);
+
+ private:
+  struct Question;
+
+  static void onVersion(GObject* bus, GAsyncResult* result, gpointer question);
+  void ask(const Question& question);
+
+  GDBusConnection* const bus_;
+  // Calls under way know by it that the chooser is gone.
+  const std::shared_ptr<FolderChooser*> self_ = std::make_shared<FolderChooser*>(this);
+  std::weak_ptr<PortalRequest> request_;
+};
+
+}  // namespace linux_host

@@ -253,6 +253,7 @@ TEST_F(SuiteStorageTest, AChosenFolderIsStoredBesideThoseOfOtherTools) {
   EXPECT_EQ(storage().setOutputFolder("tool", folder_ / "new/"), "");
   EXPECT_EQ(storage().outputFolder("tool"), folder_ / "new");
   EXPECT_EQ(Json::parse(contentsOf(locations()))["another"], "/x");
+  EXPECT_EQ(std::filesystem::status(locations()).permissions(), std::filesystem::perms(0600));
 }
 
 TEST_F(SuiteStorageTest, AFolderThatCannotBeWrittenIsRefusedAndTheOldOneStays) {

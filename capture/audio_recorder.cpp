@@ -27,8 +27,10 @@ std::string orNull(const std::string& text) {
   return text.empty() ? "(null)" : text;
 }
 
-void call(std::function<void()> callback) {
-  if (callback) callback();
+// A callback may be exchanged while it runs.
+void call(const std::function<void()>& callback) {
+  const auto held = callback;
+  if (held) held();
 }
 
 // Deletes a recorder on the main thread, whichever thread lets go of it last.

@@ -27,6 +27,7 @@ constexpr char kThisProgram[] = "/proc/self/exe";
 
 std::vector<char*> pointersTo(std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return pointers;

@@ -108,7 +108,7 @@ void RequestRouter::open(const std::vector<std::string>& paths) {
   }
   // Until the application has begun to launch there is nobody to open anything.
   if (phase_ == Phase::kBefore) {
-    waiting_.push_back([this, paths] { open(paths); });
+    waiting_.emplace_back([this, paths] { open(paths); });
     return;
   }
   if (phase_ == Phase::kOver || application_.hasTerminated()) return;

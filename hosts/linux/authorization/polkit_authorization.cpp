@@ -143,6 +143,7 @@ OSStatus PolkitAuthorization::AuthorizationExecuteWithPrivileges(
   std::vector<std::string> command = {pkexec_, "--disable-internal-agent", std::move(path)};
   command.insert(command.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(command.size() + 1);
   for (std::string& part : command) pointers.push_back(part.data());
   pointers.push_back(nullptr);
   GPid pid = 0;

@@ -57,8 +57,9 @@ std::string fileNameText(std::string_view text, std::string_view keep) {
       continue;
     }
     const char* next = g_utf8_next_char(at);
-    const bool refused = c < 0x80 && kRefused.find(static_cast<char>(c)) != kRefused.npos &&
-                         keep.find(static_cast<char>(c)) == keep.npos;
+    const bool refused = c < 0x80 &&
+                         kRefused.find(static_cast<char>(c)) != std::string_view::npos &&
+                         keep.find(static_cast<char>(c)) == std::string_view::npos;
     if (isNoBreakBlank(c)) {
       out += ' ';
     } else if (!isControl(c) && !refused) {

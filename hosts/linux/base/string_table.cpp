@@ -66,7 +66,8 @@ std::optional<StringTable> parsedCatalogue(std::string_view bytes) {
     // Texts that lie over each other could fill the memory from a small file.
     used_bytes += key->size() + text->size();
     if (used_bytes > bytes.size()) return std::nullopt;
-    if (!key->empty() && !text->empty() && g_utf8_validate(text->data(), text->size(), nullptr)) {
+    if (!key->empty() && !text->empty() &&
+        g_utf8_validate_len(text->data(), text->size(), nullptr)) {
       table.emplace(*key, *text);
     }
   }

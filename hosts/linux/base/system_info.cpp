@@ -2,10 +2,10 @@
 
 #include <glib.h>
 #include <pwd.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 namespace linux_host {
 namespace {

@@ -46,7 +46,7 @@ std::string ControlSocket::safeFolder(const std::string& temporaryDirectory, std
   return error->empty() ? folder : std::string();
 }
 
-ControlSocket::ControlSocket(std::string folder)
+ControlSocket::ControlSocket(const std::string& folder)
     : socket_(folder + "/" + kBusName + ".sock"), lockFile_(folder + "/" + kBusName + ".lock") {}
 
 ControlSocket::~ControlSocket() {

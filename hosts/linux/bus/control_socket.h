@@ -15,7 +15,7 @@ namespace linux_host {
 class ControlSocket {
  public:
   // In `folder`, which is this user's alone.
-  explicit ControlSocket(std::string folder);
+  explicit ControlSocket(const std::string& folder);
   // Removes the socket and releases the lock.
   ~ControlSocket();
   ControlSocket(const ControlSocket&) = delete;

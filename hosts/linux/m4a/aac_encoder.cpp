@@ -68,7 +68,7 @@ std::string AacEncoder::open(std::uint32_t sampleRate_hz, std::uint32_t channels
   if (!aac || !aac->supported_samplerates) {
     return "libavcodec has no AAC encoder of its own; install a complete libavcodec or record MP3.";
   }
-  const std::string error =
+  std::string error =
       openCodec(*aac, encodedRateFor(*aac, sampleRate_hz), layoutFor(channels), bitrate_bps);
   if (!error.empty()) return error;
   if (static_cast<std::uint32_t>(codec_->sample_rate) == sampleRate_hz) return "";
@@ -154,7 +154,7 @@ std::string AacEncoder::fill(const float* const* planes, std::uint32_t frames,
     const std::uint32_t now =
         std::min(frames - taken, static_cast<std::uint32_t>(codec_->frame_size - filled_frames_));
     for (int channel = 0; channel < codec_->ch_layout.nb_channels; ++channel) {
-      float* plane = reinterpret_cast<float*>(frame_->extended_data[channel]);
+      auto* plane = reinterpret_cast<float*>(frame_->extended_data[channel]);
       copyClean(plane + filled_frames_, planes[channel] + taken, now);
     }
     filled_frames_ += static_cast<int>(now);

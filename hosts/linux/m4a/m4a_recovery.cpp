@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::uint64_t kBoxHeader_bytes = 8;
 // Far above what the writer makes; keeps damaged sizes from costing memory.
-constexpr std::uint64_t kLargestHeadBox_bytes = 256 * 1024;
+constexpr std::uint64_t kLargestHeadBox_bytes = 256ULL * 1024;
 
 struct BoxHeader {
   std::uint64_t size_bytes;
@@ -214,7 +214,7 @@ class PacketFinder {
 
   // Where the next fragment begins, at `from_bytes` or behind.
   std::optional<std::uint64_t> nextFragment(std::uint64_t from_bytes) {
-    constexpr std::uint64_t kWindow_bytes = 64 * 1024;
+    constexpr std::uint64_t kWindow_bytes = 64ULL * 1024;
     constexpr std::string_view kName = "moof";
     while (from_bytes + kBoxHeader_bytes <= size_bytes_) {
       const auto window = read(from_bytes, kWindow_bytes);

@@ -95,11 +95,15 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
 
 }  // namespace
 
-MainLoop::MainLoop() : loop_(g_main_loop_new(nullptr, FALSE)) {}
+namespace {
 
-MainLoop::~MainLoop() {
-  g_main_loop_unref(loop_);
+void iterateDefaultContext() {
+  g_main_context_iteration(nullptr, TRUE);
 }
+
+}  // namespace
+
+MainLoop::MainLoop() : step_(iterateDefaultContext) {}
 
 platform::TimerPtr MainLoop::scheduledTimer(double interval_s, std::any userInfo, bool repeats,
                                             platform::TimerAction action) {
@@ -117,13 +121,21 @@ void MainLoop::performAfterDelay(double delay_s, std::function<void()> action) {
 
 void MainLoop::run() {
   mainThread_.check();
-  if (!quit_) g_main_loop_run(loop_);
+  while (!quit_) {
+    // It may be exchanged while it runs.
+    const std::function<void()> step = step_;
+    step();
+  }
+}
+
+void MainLoop::setStep(std::function<void()> step) {
+  mainThread_.check();
+  step_ = step ? std::move(step) : iterateDefaultContext;
 }
 
 void MainLoop::quit() {
   mainThread_.check();
   quit_ = true;
-  g_main_loop_quit(loop_);
 }
 
 }  // namespace linux_host

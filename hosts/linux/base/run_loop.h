@@ -2,6 +2,8 @@
 
 #include <glib.h>
 
+#include <functional>
+
 #include "hosts/linux/base/main_thread.h"
 #include "platform/foundation.h"
 
@@ -12,7 +14,6 @@ namespace linux_host {
 class MainLoop : public platform::RunLoop {
  public:
   MainLoop();
-  ~MainLoop() override;
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
@@ -20,15 +21,18 @@ class MainLoop : public platform::RunLoop {
                                     platform::TimerAction action) override;
   void performAfterDelay(double delay_s, std::function<void()> action) override;
 
+  // What waits for the next events of the default main context and handles them, for a toolkit that
+  // has more to do then; empty: GLib alone.
+  void setStep(std::function<void()> step);
   // Runs until quit(); returns at once if quit() came before.
   void run();
-  // Also from inside a loop that an alert runs.
+  // Takes effect after the step under way; also from inside a loop that an alert runs.
   void quit();
   [[nodiscard]] bool hasQuit() const { return quit_; }
 
  private:
   MainThreadOnly mainThread_;
-  GMainLoop* loop_ = nullptr;
+  std::function<void()> step_;
   bool quit_ = false;
 };
 

@@ -79,7 +79,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       userNotifications_(sessionBus_.connection(), *bundle_),
       workspace_(sessionBus_.connection(),
                  [this](const platform::ImagePtr& image) { return icons_.file(image); }),
-      windowsServices_(*bundle_, storage_, sessionBus_),
+      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_),
       windows_(windowsServices_, M4aWriterFactory::defaultFolders()),
       application_(mainLoop_),
       ports_{

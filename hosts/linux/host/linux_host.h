@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/application/icons.h"
@@ -59,20 +60,27 @@ class SystemBundleLoader : public platform::BundleLoader {
 class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
-  HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus)
-      : bundle_(bundle), storage_(storage), bus_(bus), folderChooser_(bus.connection()) {}
+  HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus,
+                      MainLoop& loop)
+      : bundle_(bundle),
+        storage_(storage),
+        bus_(bus),
+        loop_(loop),
+        folderChooser_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
   [[nodiscard]] std::optional<std::string> outputLocation() override;
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& folder, std::function<void(FolderChoice)> done) override;
+  void setLoopStep(std::function<void()> step) override { loop_.setStep(std::move(step)); }
   [[nodiscard]] Appearance appearance() const override;
 
  private:
   const platform::Bundle& bundle_;
   suite::Storage& storage_;
   SessionBus& bus_;
+  MainLoop& loop_;
   FolderChooser folderChooser_;
 };
 

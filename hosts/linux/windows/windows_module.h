@@ -45,6 +45,9 @@ class WindowsServices {
     (void)parentWindow, (void)title, (void)folder;
     done({});
   }
+  // From now on the main loop waits and works by `step`: a toolkit that sends its requests only then
+  // is not seen on the screen otherwise. Empty: as before.
+  virtual void setLoopStep(std::function<void()> step) { (void)step; }
   // What the user asked of the desktop; asked once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };

@@ -72,17 +72,22 @@ class QtModule : public WindowsModule {
  public:
   explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
     QApplication::setApplicationName(QStringLiteral("record-audio"));
-    QApplication::setApplicationDisplayName(text("Record Audio"));
     QApplication::setDesktopFileName(QLatin1String(kApplicationId));
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setLayoutDirection(QLocale().textDirection());
     QApplication::setWindowIcon(QIcon::fromTheme(QLatin1String(kApplicationId),
                                                  QIcon(QStringLiteral(":/RecordAudio.svg"))));
     applyAppearance(services.appearance());
+    // Qt's own step of the same loop: on Wayland nothing is sent without it.
+    services_.setLoopStep([] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); });
   }
+  ~QtModule() override { services_.setLoopStep({}); }
+  QtModule(const QtModule&) = delete;
+  QtModule& operator=(const QtModule&) = delete;
 
   int runModal(const platform::Alert& alert) override {
     QMessageBox box;
+    box.setWindowTitle(text("Record Audio"));
     box.setTextFormat(Qt::PlainText);
     box.setIcon(iconOf(alert.style));
     box.setText(QString::fromStdString(alert.messageText));

@@ -365,8 +365,8 @@ void QtOutputLocationButton::handleOutputLocationChanged(Completion completion) 
     completion(true, 0, std::nullopt, {{"Changed", true}});
     return;
   }
-  QMessageBox box(QMessageBox::Warning, {}, text("The folder cannot be used."), QMessageBox::Ok,
-                  widget() != nullptr ? widget()->window() : nullptr);
+  QMessageBox box(QMessageBox::Warning, text("Record Audio"), text("The folder cannot be used."),
+                  QMessageBox::Ok, widget() != nullptr ? widget()->window() : nullptr);
   box.setTextFormat(Qt::PlainText);
   box.setInformativeText(QString::fromStdString(error));
   box.exec();

@@ -1,3 +1,5 @@
+#include "hosts/linux/recovery/lost_recordings.h"
+
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +13,6 @@
 #include <cstring>
 #include <thread>
 
-#include "hosts/linux/recovery/lost_recordings.h"
 #include "hosts/linux/recovery/mp3_stream.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/m4a/box_walker.h"
@@ -159,8 +160,14 @@ TEST_F(LostRecordingsTest, EveryKindOfMp3StreamIsMeasured) {
 }
 
 TEST_F(LostRecordingsTest, HeadsWithoutSoundAreNoRecordings) {
-  writeFile(path, interruptedMp3(48000, 320, 48000).substr(0, 500));
-  EXPECT_EQ(claimed()->examine().contents, Contents::kNoSound);
+  // At 48 kHz and 320 kbit/s a frame has 960 bytes.
+  const std::string stream = interruptedMp3(48000, 320, 48000);
+  for (const std::size_t size_bytes : {4U, 500U, 960U, 963U}) {
+    writeFile(path, stream.substr(0, size_bytes));
+    EXPECT_EQ(claimed()->examine().contents, Contents::kNoSound) << size_bytes;
+  }
+  writeFile(path, stream.substr(0, 964));
+  EXPECT_EQ(claimed()->examine().contents, Contents::kMp3);
   writeFile(path, interruptedM4a(0));
   EXPECT_EQ(claimed()->examine().contents, Contents::kNoSound);
 }

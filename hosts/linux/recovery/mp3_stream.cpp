@@ -59,11 +59,9 @@ std::optional<double> mp3Duration_s(const OpenFile& file) {
   const auto first = frameAt(file, 0);
   if (!first) return std::nullopt;
   const std::uint64_t size_bytes = file.size_bytes();
-  if (size_bytes < first->size_bytes) return 0.0;
-  if (size_bytes >= first->size_bytes + kHeader_bytes) {
-    const auto second = frameAt(file, first->size_bytes);
-    if (!second || !second->isOfOneStreamWith(*first)) return std::nullopt;
-  }
+  if (size_bytes < first->size_bytes + kHeader_bytes) return 0.0;
+  const auto second = frameAt(file, first->size_bytes);
+  if (!second || !second->isOfOneStreamWith(*first)) return std::nullopt;
   return static_cast<double>(size_bytes) * 8 / first->bitrate_bps;
 }
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_session_manager.h"
@@ -175,6 +176,32 @@ TEST_F(DesktopToolTest, ALogOutFromASessionManagerThatIsNotOnTheBusSavesTheRecor
   EXPECT_GT(std::filesystem::file_size(onlyFileIn(musicFolder())), 0U);
   EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
   EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
+}
+
+TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
+  plugInMicrophone();
+  const std::string compositorLog = server.directory() + "/compositor.log";
+  const ChildProcess compositor(
+      {{"weston", "--backend=headless-backend.so", "--use-pixman", "--socket=screen"},
+       {},
+       compositorLog});
+  const std::string socket = server.directory() + "/screen";
+  ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(socket); }, e2e::kStepLimit))
+      << base_test::contentsOf(compositorLog);
+  setEnvironment("WAYLAND_DISPLAY", socket);
+  setEnvironment("DISPLAY", "");
+  setEnvironment("WAYLAND_DEBUG", "1");
+  auto tool = start({e2e::kToolIdentifier});
+  // The compositor says which screen a window has come to.
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        static const std::regex kEntered(R"(wl_surface@\d+\.enter\()");
+        return std::regex_search(log(), kEntered);
+      },
+      e2e::kStepLimit));
+  EXPECT_THAT(log(), HasSubstr("set_title(\"Record Audio Preferences\")"));
+  EXPECT_EQ(run({"--status"}).exitStatus, 0);
+  EXPECT_TRUE(endsAtOnce(*tool));
 }
 
 TEST_F(DesktopToolTest, AClickInTheTrayEndsTheRecordingAndSavesIt) {

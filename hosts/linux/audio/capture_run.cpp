@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "hosts/linux/audio/stream_connection.h"
+
 namespace linux_host {
 namespace {
 
@@ -249,7 +251,7 @@ bool CaptureRun::handOn() {
 
 void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames) {
   lookForSound(frames);
-  std::array<const float*, CaptureStream::kMaxChannels> planes{};
+  std::array<const float*, kMostStreamChannels> planes{};
   for (std::uint32_t channel = 0; channel < ring_.channels(); ++channel) {
     planes[channel] = ring_.plane(channel);
   }

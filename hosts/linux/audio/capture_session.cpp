@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "hosts/linux/audio/stream_connection.h"
 #include "hosts/linux/base/log.h"
 
 namespace linux_host {
@@ -48,8 +49,8 @@ bool PipeWireCaptureSession::describeSource(CaptureSource* source, std::string* 
   });
   if (!isThere) *error = surroundings_.connection.lostMessage();
   if (!isFound) return false;
-  if (source->positions.size() > CaptureStream::kMaxChannels) {
-    source->positions.resize(CaptureStream::kMaxChannels);
+  if (source->positions.size() > kMostStreamChannels) {
+    source->positions.resize(kMostStreamChannels);
   }
   const auto output = std::dynamic_pointer_cast<SessionOutput>(outputs_.front());
   source->rate_Hz = output->wantedRate_Hz(source->rate_Hz);

@@ -9,9 +9,6 @@
 #include "hosts/linux/audio/capture_ring.h"
 #include "hosts/linux/audio/pipewire_loop.h"
 
-struct pw_context;
-struct pw_core;
-struct pw_stream;
 struct spa_buffer;
 
 namespace linux_host {
@@ -37,13 +34,10 @@ void storeBuffer(const spa_buffer& buffer, CaptureRing& ring);
 // any thread but those.
 class CaptureStream {
  public:
-  // More channels than that are not recorded.
-  static constexpr std::uint32_t kMaxChannels = 64;
-
   // Returns at once; samples arrive in the ring when the device runs. `onFailed` gets a text that
   // says what happened; it is called on the stream's thread, at most once, and must not destroy the
   // stream. The ring outlives the stream.
-  CaptureStream(CaptureSource source, CaptureRing& ring,
+  CaptureStream(const CaptureSource& source, CaptureRing& ring,
                 std::function<void(const std::string& message)> onFailed);
   // Returns when the last sample has been stored and `onFailed` will not be called any more.
   ~CaptureStream();

@@ -2,24 +2,12 @@
 
 #include <new>
 
+#include "hosts/linux/audio/stream_connection.h"
+
 namespace linux_host {
 
 using platform::AudioBufferList;
 using platform::AudioStreamBasicDescription;
-
-AudioStreamBasicDescription planarFloat(double rate_Hz, std::uint32_t channels) {
-  AudioStreamBasicDescription format;
-  format.mSampleRate = rate_Hz;
-  format.mFormatID = platform::kAudioFormatLinearPCM;
-  format.mFormatFlags = platform::kAudioFormatFlagIsFloat | platform::kAudioFormatFlagIsPacked |
-                        platform::kAudioFormatFlagIsNonInterleaved;
-  format.mBytesPerPacket = sizeof(float);
-  format.mFramesPerPacket = 1;
-  format.mBytesPerFrame = sizeof(float);
-  format.mChannelsPerFrame = channels;
-  format.mBitsPerChannel = 32;
-  return format;
-}
 
 bool isPlanarFloat(const AudioStreamBasicDescription& format) {
   constexpr std::uint32_t kNeeded =
@@ -29,7 +17,7 @@ bool isPlanarFloat(const AudioStreamBasicDescription& format) {
   return isRate && format.mFormatID == platform::kAudioFormatLinearPCM &&
          (format.mFormatFlags & kNeeded) == kNeeded && format.mBytesPerFrame == sizeof(float) &&
          format.mBitsPerChannel == 32 && format.mChannelsPerFrame >= 1 &&
-         format.mChannelsPerFrame <= kMostUnitChannels;
+         format.mChannelsPerFrame <= kMostStreamChannels;
 }
 
 PlaneList::PlaneList(std::uint32_t channels)

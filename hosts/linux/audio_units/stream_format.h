@@ -4,14 +4,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "hosts/linux/audio/sample_block.h"  // planarFloat()
 #include "platform/audio_types.h"
 
 namespace linux_host {
 
-inline constexpr std::uint32_t kMostUnitChannels = 64;
-
 // 32-bit float, a plane a channel: what all audio units here carry.
-platform::AudioStreamBasicDescription planarFloat(double rate_Hz, std::uint32_t channels);
 bool isPlanarFloat(const platform::AudioStreamBasicDescription& format);
 
 // A buffer list with one buffer a channel, over samples that lie elsewhere.

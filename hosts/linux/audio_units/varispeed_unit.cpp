@@ -28,7 +28,7 @@ constexpr UnitPropertyAddress kInputFormat{platform::kAudioUnitProperty_StreamFo
                                            platform::kAudioUnitScope_Input, 0};
 constexpr UnitPropertyAddress kOutputFormat{platform::kAudioUnitProperty_StreamFormat,
                                             platform::kAudioUnitScope_Output, 0};
-constexpr UnitPropertyAddress kRenderCallback{platform::kAudioUnitProperty_SetRenderCallback,
+constexpr UnitPropertyAddress kSourceCallback{platform::kAudioUnitProperty_SetRenderCallback,
                                               platform::kAudioUnitScope_Input, 0};
 
 void interleave(PlaneList& planes, std::uint32_t frames, float* out) {
@@ -140,7 +140,7 @@ OSStatus VarispeedUnit::setProperty(const UnitPropertyAddress& address, const vo
                                     std::uint32_t size_bytes) {
   if (address == kInputFormat) return setFormat(inputFormat_, data, size_bytes);
   if (address == kOutputFormat) return setFormat(outputFormat_, data, size_bytes);
-  if (address != kRenderCallback) return platform::kAudioUnitErr_InvalidProperty;
+  if (address != kSourceCallback) return platform::kAudioUnitErr_InvalidProperty;
   return readProperty(data, size_bytes, &source_) ? noErr
                                                   : platform::kAudioUnitErr_InvalidPropertyValue;
 }

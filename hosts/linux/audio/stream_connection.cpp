@@ -1,0 +1,160 @@
+#include "hosts/linux/audio/stream_connection.h"
+
+#include <pipewire/pipewire.h>
+#include <spa/buffer/buffer.h>
+#include <spa/param/audio/format-utils.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "hosts/linux/audio/pipewire_connection.h"
+#include "hosts/linux/audio/pipewire_context.h"
+
+namespace linux_host {
+namespace {
+
+pw_properties* streamProperties(const StreamRequest& request) {
+  pw_properties* properties = pw_properties_new(
+      PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, request.isPlaying ? "Playback" : "Capture",
+      PW_KEY_MEDIA_ROLE, "Production", PW_KEY_MEDIA_NAME, request.mediaName.c_str(),
+      PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID, "com.vantrel.korvel.RecordAudio",
+      PW_KEY_NODE_NAME, request.nodeName.c_str(), PW_KEY_TARGET_OBJECT, request.deviceNode.c_str(),
+      // Without this the session manager would silently link another device when ours goes.
+      PW_KEY_NODE_DONT_RECONNECT, "true",
+      // Other programs that come and go with other latencies must not make ours glitch.
+      PW_KEY_NODE_LOCK_QUANTUM, "true",
+      // Nor is it for the session manager to remember another device or level for us.
+      "state.restore-target", "false", "state.restore-props", "false", nullptr);
+  if (request.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
+  pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", request.cycle_frames,
+                     request.rate_Hz);
+  return properties;
+}
+
+std::string inBrackets(const char* reason) {
+  return std::string(" (") + reason + ").";
+}
+
+}  // namespace
+
+std::uint32_t recordedPlanes(const spa_buffer& buffer, std::uint32_t channels,
+                             StreamPlanes& planes) {
+  if (channels == 0 || channels > planes.size() || buffer.n_datas < channels) return 0;
+  std::uint32_t frames = UINT32_MAX;
+  for (std::uint32_t channel = 0; channel < channels; ++channel) {
+    const spa_data& data = buffer.datas[channel];
+    if (data.data == nullptr || data.chunk == nullptr) return 0;
+    const std::uint32_t offset_bytes = std::min(data.chunk->offset, data.maxsize);
+    const std::uint32_t size_bytes = std::min(data.chunk->size, data.maxsize - offset_bytes);
+    planes[channel] = reinterpret_cast<float*>(  // the daemon aligns buffers for any sample
+        reinterpret_cast<std::uintptr_t>(data.data) + offset_bytes);
+    frames = std::min(frames, size_bytes / static_cast<std::uint32_t>(sizeof(float)));
+  }
+  return frames;
+}
+
+StreamConnection::StreamConnection(StreamRequest request,
+                                   std::function<void(const std::string&)> onFailed)
+    : request_(std::move(request)), onFailed_(std::move(onFailed)) {}
+
+StreamConnection::~StreamConnection() {
+  disconnect();
+}
+
+void StreamConnection::connect(pw_loop* loop) {
+  static constexpr pw_core_events kCoreEvents = [] {
+    pw_core_events events{};
+    events.version = PW_VERSION_CORE_EVENTS;
+    events.error = [](void* data, std::uint32_t id, int, int result, const char*) {
+      // Errors of other objects only say that one vanished while it was being used.
+      if (id != PW_ID_CORE || result != -EPIPE) return;
+      static_cast<StreamConnection*>(data)->fail(
+          "The connection to PipeWire broke: it was stopped or has crashed.");
+    };
+    return events;
+  }();
+  context_ = makeContext(loop, ContextKind::kAudio);
+  if (context_ == nullptr) {
+    fail("PipeWire's client library cannot be set up" + inBrackets(strerror(errno)));
+    return;
+  }
+  core_ = connectContext(context_, nullptr);
+  if (core_ == nullptr) {
+    fail(notRunningMessage(strerror(errno)));
+    return;
+  }
+  // Before the stream listens, so that the death of the daemon is told from that of the device.
+  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
+  connectStream();
+}
+
+void StreamConnection::connectStream() {
+  static constexpr pw_stream_events kStreamEvents = [] {
+    pw_stream_events events{};
+    events.version = PW_VERSION_STREAM_EVENTS;
+    events.state_changed = [](void* data, pw_stream_state, pw_stream_state now, const char* error) {
+      static_cast<StreamConnection*>(data)->stateChanged(now, error);
+    };
+    events.io_changed = [](void* data, std::uint32_t id, void* area, std::uint32_t size_bytes) {
+      static_cast<StreamConnection*>(data)->ioChanged(id, area, size_bytes);
+    };
+    events.process = [](void* data) { static_cast<StreamConnection*>(data)->process(); };
+    return events;
+  }();
+  stream_ = pw_stream_new(core_, "Record Audio", streamProperties(request_));
+  if (stream_ == nullptr) {
+    fail("PipeWire cannot make a stream" + inBrackets(strerror(errno)));
+    return;
+  }
+  pw_stream_add_listener(stream_, &streamListener_, &kStreamEvents, this);
+
+  spa_audio_info_raw info{};
+  info.format = SPA_AUDIO_FORMAT_F32P;
+  info.rate = request_.rate_Hz;
+  info.channels = channels();
+  std::copy(request_.positions.begin(), request_.positions.end(), info.position);
+  std::array<std::uint8_t, 1024> buffer;
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, buffer.data(), buffer.size());
+  const spa_pod* format = spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info);
+  const auto flags = static_cast<pw_stream_flags>(
+      PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS);
+  const pw_direction direction = request_.isPlaying ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT;
+  const int result = pw_stream_connect(stream_, direction, PW_ID_ANY, flags, &format, 1);
+  if (result < 0) stateChanged(PW_STREAM_STATE_ERROR, strerror(-result));
+}
+
+void StreamConnection::disconnect() {
+  if (stream_ != nullptr) {
+    spa_hook_remove(&streamListener_);
+    // A cycle may be under way until this returns.
+    pw_stream_destroy(stream_);
+    stream_ = nullptr;
+  }
+  if (core_ != nullptr) {
+    spa_hook_remove(&coreListener_);
+    pw_core_disconnect(std::exchange(core_, nullptr));
+  }
+  if (context_ != nullptr) pw_context_destroy(std::exchange(context_, nullptr));
+}
+
+void StreamConnection::fail(const std::string& message) {
+  if (std::exchange(hasFailed_, true)) return;
+  onFailed_(message);
+}
+
+void StreamConnection::stateChanged(int state, const char* error) {
+  if (state == PW_STREAM_STATE_ERROR) {
+    fail((request_.isPlaying ? "PipeWire cannot play on \"" : "PipeWire cannot record from \"") +
+         request_.displayName + "\"" + inBrackets(error == nullptr ? "unknown error" : error));
+  } else if (state == PW_STREAM_STATE_UNCONNECTED) {
+    fail((request_.isPlaying ? "The sound output \"" : "The sound source \"") +
+         request_.displayName + "\" is gone: it was unplugged or switched off.");
+  } else if (state == PW_STREAM_STATE_STREAMING) {
+    willStream();
+  }
+}
+
+}  // namespace linux_host

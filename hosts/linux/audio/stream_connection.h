@@ -1,0 +1,94 @@
+#pragma once
+
+#include <spa/utils/hook.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct pw_context;
+struct pw_core;
+struct pw_loop;
+struct pw_stream;
+struct spa_buffer;
+
+namespace linux_host {
+
+// More channels than that no stream has.
+inline constexpr std::uint32_t kMostStreamChannels = 64;
+
+// What a stream is connected to, and what it says of itself.
+struct StreamRequest {
+  bool isPlaying = false;
+  std::string nodeName;     // the stream's own
+  std::string mediaName;    // the stream's own, for mixers
+  std::string deviceNode;   // the device's node
+  std::string displayName;  // the device's, for messages
+  bool isMonitor = false;   // recording: the device is a sink, record what is played to it
+  std::uint32_t rate_Hz = 0;
+  std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
+  std::uint32_t cycle_frames = 0;        // the length of a cycle to ask for
+};
+
+// A stream of planar 32-bit float between this process and one device, with a connection to the
+// daemon of its own. It stays with its device: when that goes away the stream fails, neither that
+// nor a change of the default moves it to another one.
+//
+// Made, used and destroyed on its loop's thread, except what is marked REAL-TIME.
+class StreamConnection {
+ public:
+  // `onFailed` gets a text that says what happened; it is called at most once and must not destroy
+  // the connection.
+  StreamConnection(StreamRequest request, std::function<void(const std::string&)> onFailed);
+  StreamConnection(const StreamConnection&) = delete;
+  StreamConnection& operator=(const StreamConnection&) = delete;
+  virtual ~StreamConnection();
+
+  // Returns at once; cycles come when the device runs.
+  void connect(pw_loop* loop);
+
+ protected:
+  // REAL-TIME: called once a cycle on the stream's data thread; must allocate nothing, take no lock
+  // and make no system call.
+  virtual void process() = 0;
+  // Before the first cycle.
+  virtual void willStream() {}
+  // A memory area of the daemon's (enum spa_io_type) came, or went when `area` is null.
+  virtual void ioChanged(std::uint32_t, void* /*area*/, std::uint32_t /*size_bytes*/) {}
+
+  // Returns when the last cycle is over. To be called by the destructor of whoever overrides
+  // process().
+  void disconnect();
+  [[nodiscard]] const StreamRequest& request() const { return request_; }
+  [[nodiscard]] std::uint32_t channels() const {
+    return static_cast<std::uint32_t>(request_.positions.size());
+  }
+  [[nodiscard]] pw_context* context() const { return context_; }
+  [[nodiscard]] pw_stream* stream() const { return stream_; }
+
+ private:
+  void connectStream();
+  void fail(const std::string& message);
+  void stateChanged(int state, const char* error);
+
+  const StreamRequest request_;
+  const std::function<void(const std::string&)> onFailed_;
+  bool hasFailed_ = false;
+  pw_context* context_ = nullptr;
+  pw_core* core_ = nullptr;
+  pw_stream* stream_ = nullptr;
+  spa_hook coreListener_{};
+  spa_hook streamListener_{};
+};
+
+using StreamPlanes = std::array<float*, kMostStreamChannels>;
+
+// Where the samples of a recorded buffer begin in its first `channels` planes. Returns how many
+// frames each of them holds; 0 when the buffer lacks planes, has none or cannot be trusted.
+// REAL-TIME: allocates nothing, takes no lock, makes no system call.
+[[nodiscard]] std::uint32_t recordedPlanes(const spa_buffer& buffer, std::uint32_t channels,
+                                           StreamPlanes& planes);
+
+}  // namespace linux_host

@@ -24,7 +24,7 @@ bool DefaultMetadata::start(pw_context* context, std::string remote, std::functi
   loop_ = pw_context_get_main_loop(context);
   if (!connect()) return false;
   limitTimer_ = pw_loop_add_timer(
-      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->runAwaited(); },
+      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->answerIsLate(); },
       this);
   laterTimer_ = pw_loop_add_timer(
       loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->lookAgain(); },
@@ -143,6 +143,7 @@ void DefaultMetadata::bind() {
 void DefaultMetadata::release() {
   isReading_ = false;
   mustReadAgain_ = false;
+  hangs_ = false;
   if (metadata_ == nullptr) return;
   spa_hook_remove(&listener_);
   pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(metadata_, nullptr)));
@@ -155,7 +156,7 @@ void DefaultMetadata::readAgain(std::function<void()> action) {
 }
 
 void DefaultMetadata::afterWrites(std::function<void()> action) {
-  if (metadata_ == nullptr) return action();
+  if (metadata_ == nullptr || hangs_) return action();
   await(std::move(action));
 }
 
@@ -210,6 +211,7 @@ void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choi
 
 void DefaultMetadata::reportRead() {
   isReading_ = false;
+  hangs_ = false;
   const Keys keys = std::exchange(read_, {});
   isLoopbackConfigured_ = deviceNameOf(keys.configured) == kLoopbackDeviceUID;
   isLoopbackUsed_ = deviceNameOf(keys.effective) == kLoopbackDeviceUID;
@@ -237,6 +239,11 @@ void DefaultMetadata::answered(int sequence) {
   } else {
     runAwaited();
   }
+}
+
+void DefaultMetadata::answerIsLate() {
+  hangs_ = true;
+  runAwaited();
 }
 
 void DefaultMetadata::runAwaited() {

@@ -51,7 +51,9 @@ class DefaultMetadata : public DefaultKeys {
   static constexpr timespec kAnswerLimit{.tv_sec = 0, .tv_nsec = 200'000'000};
   static constexpr timespec kSecondLook{.tv_sec = 1, .tv_nsec = 0};
 
-  // Whether there is a session manager that was last heard to use the loopback, or to be told to.
+  // Whether the session manager has not answered in time and not since.
+  [[nodiscard]] bool hangs() const { return hangs_; }
+  // Whether there is one that was last heard to use the loopback, or to be told to.
   [[nodiscard]] bool isLoopbackDefault() const {
     return metadata_ != nullptr && (isLoopbackConfigured_ || isLoopbackUsed_);
   }
@@ -80,6 +82,7 @@ class DefaultMetadata : public DefaultKeys {
   // kAnswerLimit.
   void await(std::function<void()> action);
   void answered(int sequence);
+  void answerIsLate();
   void runAwaited();
   void lookAgain();
   void startTimer(spa_source* timer, timespec delay);
@@ -99,6 +102,7 @@ class DefaultMetadata : public DefaultKeys {
   spa_hook listener_{};
   bool isReading_ = false;  // bound, not answered yet
   bool mustReadAgain_ = false;
+  bool hangs_ = false;
   bool isStuck_ = false;        // the daemon does not listen to this connection any more
   bool hadConfigured_ = false;  // since the session manager appeared
   int readSequence_ = 0;

@@ -330,7 +330,8 @@ void Driver::awaitDeparture() {
 }
 
 bool Driver::isInUse() const {
-  return sink_.isShown() && (defaults_.isLoopbackDefault() || sinks_.isPlayedTo(sink_.node()));
+  return sink_.isShown() && !defaults_.hangs() &&
+         (defaults_.isLoopbackDefault() || sinks_.isPlayedTo(sink_.node()));
 }
 
 void Driver::takeAway() {

@@ -31,10 +31,6 @@ constexpr struct {
     {kBundleDropIn, 0644},
 };
 
-[[noreturn]] void fail(const std::string& what) {
-  throw InstallError(what + ": " + std::strerror(errno));
-}
-
 std::filesystem::path parentOf(const char* path) {
   return std::filesystem::path(path).parent_path();
 }

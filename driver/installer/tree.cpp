@@ -17,10 +17,6 @@ namespace {
 
 constexpr off_t kLargestFile_bytes = 64 << 20;
 
-[[noreturn]] void fail(const std::string& what) {
-  throw InstallError(what + ": " + std::strerror(errno));
-}
-
 UniqueFd openSubdirectory(int directory, const std::string& name) {
   return UniqueFd(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
@@ -59,6 +55,10 @@ void writeAll(int fd, const std::string& name, const std::string& content) {
 }
 
 }  // namespace
+
+void fail(const std::string& what) {
+  throw InstallError(what + ": " + std::strerror(errno));
+}
 
 std::optional<std::string> readOpenFile(int fd) {
   struct stat status {};

@@ -7,6 +7,9 @@
 
 namespace loopback {
 
+// Throws InstallError with the text and the reason in errno.
+[[noreturn]] void fail(const std::string& what);
+
 // Files and folders relative to open folders. Symbolic links are never followed. The functions that
 // change something throw InstallError.
 

@@ -4,6 +4,7 @@
 #include "routing/audio_driver.h"
 #include "routing/audio_waiter.h"
 #include "settings/auxiliary.h"
+#include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
 
 // Coming up, the two launch modes, the Dock presence, and requests to the running application.
@@ -12,7 +13,6 @@ namespace record_audio {
 namespace {
 
 constexpr const char* kPreferencesNib = "AudioPreferencesWindow";
-constexpr std::int64_t kSourceSystemAudio = 3;
 constexpr int kToolActive = 1;
 
 }  // namespace
@@ -53,7 +53,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   installRecorderCallbacks();
 
   const bool driverMissing =
-      _preferences->audioSourceType() == kSourceSystemAudio && !AudioDriver::isLoaded(environment_);
+      _preferences->audioSourceType() == kSystemAudioSource && !AudioDriver::isLoaded(environment_);
   if (_runWithPreferences || driverMissing) {
     launchPreferencesMode();
   } else {

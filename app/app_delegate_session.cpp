@@ -4,6 +4,7 @@
 #include "routing/audio_play_through.h"
 #include "routing/audio_waiter.h"
 #include "settings/auxiliary.h"
+#include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
 
 // One recording session at a time: start, the recorder's callbacks, stop, cancel, usage events,
@@ -14,7 +15,6 @@ namespace {
 
 using platform::Dictionary;
 
-constexpr std::int64_t kSourceSystemAudio = 3;
 constexpr double kBlinkInterval_s = 1.0;
 constexpr int kToolInactive = 0;
 
@@ -54,7 +54,7 @@ void showMutedAlert(const platform::Host& host) {
 
 void AppDelegate::startRecorder() {
   showInDock();
-  if (_preferences->audioSourceType() != kSourceSystemAudio) {
+  if (_preferences->audioSourceType() != kSystemAudioSource) {
     startRecorderContinue();
     return;
   }

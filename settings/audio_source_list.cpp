@@ -1,6 +1,7 @@
 #include <cstddef>
 
 #include "routing/audio_driver.h"
+#include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
 
 // The audio-source half of the preferences controller: the menu, the choice, the device.
@@ -12,13 +13,6 @@ using platform::AEDesc;
 using platform::MediaType;
 using platform::noErr;
 using platform::OSStatus;
-
-enum AudioSourceType : std::int64_t {
-  kNoSound = 0,
-  kSameAsSystem = 1,
-  kMicrophone = 2,
-  kSystemAudio = 3,
-};
 
 constexpr const char* kNoSoundName = "KCNoSound";
 constexpr const char* kSameAsSystemName = "KCSameAsSystem";
@@ -64,13 +58,13 @@ std::int64_t PreferencesWindowController::positionOfChoice() const {
   const std::int64_t systemSound =
       _indexSameAsSystemSound != -1 ? _indexSameAsSystemSound : _indexNoSound;
   switch (_audioSourceType) {
-    case kMicrophone: {
+    case kMicrophoneSource: {
       const std::int64_t found = positionOfChosenMicrophone();
       return found != -1 ? found : systemSound;
     }
-    case kSameAsSystem:
+    case kSameAsSystemSource:
       return systemSound;
-    case kSystemAudio:
+    case kSystemAudioSource:
       return _indexSystemAudio;
     default:
       return _indexNoSound;
@@ -88,11 +82,11 @@ void PreferencesWindowController::onAudioSelect() {
   // An absent entry has position -1, as has a menu in which nothing is selected.
   if (position < 0) return;
   if (position == _indexNoSound) {
-    setAudioParameterType(kNoSound, "", kNoSoundName);
+    setAudioParameterType(kNoSoundSource, "", kNoSoundName);
   } else if (position == _indexSystemAudio) {
     installDriver();
   } else if (position == _indexSameAsSystemSound) {
-    setAudioParameterType(kSameAsSystem, "", kSameAsSystemName);
+    setAudioParameterType(kSameAsSystemSource, "", kSameAsSystemName);
   } else {
     selectMicrophoneAt(position);
   }
@@ -103,7 +97,7 @@ void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
   if (index < 0 || index >= static_cast<std::int64_t>(_audioDevices.size())) return;
   const std::string id = _audioDevices[static_cast<std::size_t>(index)].uniqueId();
   // The mirror names a microphone by its id: other members of the suite look it up by that.
-  setAudioParameterType(kMicrophone, id, id);
+  setAudioParameterType(kMicrophoneSource, id, id);
 }
 
 void PreferencesWindowController::setAudioParameterType(std::int64_t type, const std::string& id,
@@ -121,10 +115,10 @@ void PreferencesWindowController::installDriver() {
   const int result = AudioDriver::launchInstallation(environment());
   switch (result) {
     case AudioDriverInstallLoaded:
-      setAudioParameterType(kSystemAudio, "", kSystemAudioName);
+      setAudioParameterType(kSystemAudioSource, "", kSystemAudioName);
       break;
     case AudioDriverInstallRestart:
-      setAudioParameterType(kSystemAudio, "", kSystemAudioName);
+      setAudioParameterType(kSystemAudioSource, "", kSystemAudioName);
       reboot();
       break;
     case AudioDriverInstallNotReady:
@@ -136,11 +130,11 @@ void PreferencesWindowController::installDriver() {
 }
 
 void PreferencesWindowController::selectPreviousItem() {
-  if (_audioSourceType != kSystemAudio) {
+  if (_audioSourceType != kSystemAudioSource) {
     select();
     return;
   }
-  setAudioParameterType(kNoSound, "", kNoSoundName);
+  setAudioParameterType(kNoSoundSource, "", kNoSoundName);
   if (const auto menu = _audioSource.lock()) menu->selectItem(_indexNoSound);
 }
 
@@ -172,16 +166,16 @@ platform::CaptureDevicePtr PreferencesWindowController::audioCaptureDevice() con
   const auto microphones = CaptureDevice::enumerateMics(host());
   if (microphones.empty()) return nullptr;
   switch (_audioSourceType) {
-    case kSameAsSystem:
+    case kSameAsSystemSource:
       return capture.defaultDeviceWithMediaType(MediaType::kAudio);
-    case kMicrophone:
+    case kMicrophoneSource:
       for (const CaptureDevice& microphone : microphones) {
         if (microphone.uniqueId() == _audioSourceID) {
           return capture.deviceWithUniqueID(_audioSourceID);
         }
       }
       return capture.defaultDeviceWithMediaType(MediaType::kAudio);
-    case kSystemAudio:
+    case kSystemAudioSource:
       for (const auto& device : capture.devicesWithMediaType(MediaType::kAudio)) {
         if (device->uniqueID() == kLoopbackDeviceUID) return device;
       }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 
 namespace record_audio {
 
@@ -20,6 +21,14 @@ inline constexpr Preference kQualityPreference{"Quality", "Quality"};
 // the suite read the correctly spelt one.
 inline constexpr Preference kHighlightMouseClicksPreference{"HihglightMouseClicks",
                                                             "HighlightMouseClicks"};
+
+// What the type of the audio source is stored as.
+enum AudioSourceType : std::int64_t {
+  kNoSoundSource = 0,
+  kSameAsSystemSource = 1,
+  kMicrophoneSource = 2,
+  kSystemAudioSource = 3,
+};
 
 inline constexpr std::array kPreferences{
     kAudioSourceTypePreference, kAudioSourceIDPreference,        kSoundFormatPreference,

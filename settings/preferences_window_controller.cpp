@@ -151,7 +151,7 @@ void PreferencesWindowController::windowDidBecomeKey() {
 }
 
 void PreferencesWindowController::windowDidChangeOcclusionState() {
-  if (isWindowVisible() && _audioSourceType == 3 && _startup) {
+  if (isWindowVisible() && _audioSourceType == kSystemAudioSource && _startup) {
     // From the run loop, so that the window is on the screen before a dialog covers it.
     host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
       if (const auto controller = weak.lock()) controller->installDriver();

@@ -16,7 +16,7 @@ namespace {
 using platform::noErr;
 using platform::OSStatus;
 
-constexpr std::uint32_t kQuantum_frames = 1024;
+constexpr std::uint32_t kBlock_frames = 1024;
 
 // Delivers a sine that follows from the sample time alone.
 struct Source {
@@ -55,18 +55,18 @@ class VarispeedTest : public testing::Test {
     ASSERT_EQ(unit.setProperty({8, 2, 0}, &output, sizeof output), noErr);
     ASSERT_EQ(unit.setProperty({23, 1, 0}, &callback, sizeof callback), noErr);
     ASSERT_EQ(unit.initialize(), noErr);
-    samples.assign(std::size_t{channels} * kQuantum_frames, 0);
+    samples.assign(std::size_t{channels} * kBlock_frames, 0);
     list = PlaneList(channels);
     for (std::uint32_t i = 0; i < channels; ++i) {
-      list.setPlane(i, samples.data() + std::size_t{i} * kQuantum_frames, kQuantum_frames);
+      list.setPlane(i, samples.data() + std::size_t{i} * kBlock_frames, kBlock_frames);
     }
   }
   OSStatus render() {
     platform::AudioTimeStamp time;
     time.mSampleTime = time_frames;
     std::uint32_t flags = 0;
-    const OSStatus status = unit.render(&flags, time, 0, kQuantum_frames, list.list());
-    time_frames += kQuantum_frames;
+    const OSStatus status = unit.render(&flags, time, 0, kBlock_frames, list.list());
+    time_frames += kBlock_frames;
     return status;
   }
   OSStatus setRate(float rate) {
@@ -98,7 +98,7 @@ TEST_F(VarispeedTest, ConsumesExactlyAtTheQuotientOfTheRatesTimesThePlaybackRate
     constexpr int kCycles = 500;
     for (int i = 0; i < kCycles; ++i) ASSERT_EQ(render(), noErr);
     const double needed =
-        kCycles * kQuantum_frames * c.inputRate_Hz / c.outputRate_Hz * static_cast<double>(c.rate);
+        kCycles * kBlock_frames * c.inputRate_Hz / c.outputRate_Hz * static_cast<double>(c.rate);
     // No more than the filter's reach and a piece ahead.
     EXPECT_GE(source.times.back() + 128, needed);
     EXPECT_LE(source.times.back(), needed + 64);
@@ -113,7 +113,7 @@ TEST_F(VarispeedTest, KeepsTheToneAsItIs) {
   std::vector<float> heard;
   for (int i = 0; i < 50; ++i) {
     ASSERT_EQ(render(), noErr);
-    heard.insert(heard.end(), samples.begin(), samples.begin() + kQuantum_frames);
+    heard.insert(heard.end(), samples.begin(), samples.begin() + kBlock_frames);
   }
   double worst = 0;
   for (std::size_t i = 2000; i < heard.size(); ++i) {
@@ -173,7 +173,7 @@ TEST_F(VarispeedTest, StepsBackOnceWhenItsSourceKeepsComingUpShort) {
   // A source that never does better is not run after.
   source.cut_frames = 40;
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(render(), noErr);
-  EXPECT_GT(source.times.back(), 2000 * kQuantum_frames - 9 * kQuantum_frames);
+  EXPECT_GT(source.times.back(), 2000 * kBlock_frames - 9 * kBlock_frames);
 }
 
 TEST_F(VarispeedTest, RefusesWhatMakesNoSense) {
@@ -184,7 +184,7 @@ TEST_F(VarispeedTest, RefusesWhatMakesNoSense) {
   setUp(48000, 44100, 2);
   EXPECT_EQ(unit.render(&flags, time, 1, 10, list.list()), platform::kAudioUnitErr_InvalidElement);
   EXPECT_EQ(unit.render(&flags, time, 0, 10, none.list()), platform::kAudio_ParamError);
-  EXPECT_EQ(unit.render(&flags, time, 0, kQuantum_frames + 1, list.list()),
+  EXPECT_EQ(unit.render(&flags, time, 0, kBlock_frames + 1, list.list()),
             platform::kAudio_ParamError);
   EXPECT_EQ(unit.render(&flags, time, 0, VarispeedUnit::kMostFrames + 1, list.list()),
             platform::kAudioUnitErr_TooManyFramesToProcess);
@@ -242,7 +242,7 @@ TEST_F(VarispeedTest, TakesALittlePartOfThePeriodWithEightChannels) {
     times_s.push_back(threadTime_s() - before_s);
   }
   std::sort(times_s.begin(), times_s.end());
-  const double period_s = kQuantum_frames / 44100.0;
+  const double period_s = kBlock_frames / 44100.0;
   const double p999_s = times_s[times_s.size() * 999 / 1000];
   std::cout << "p99.9 of eight channels: " << p999_s * 1e6 << " us of " << period_s * 1e6
             << " us, median " << times_s[times_s.size() / 2] * 1e6 << " us\n";

@@ -17,7 +17,7 @@ using platform::OSStatus;
 using platform::ProcessSerialNumber;
 using test_support::PrivatePipeWire;
 
-constexpr char kInterface[] = R"(<node><interface name="org.freedesktop.login1.Manager">
+constexpr char kLogin1[] = R"(<node><interface name="org.freedesktop.login1.Manager">
   <method name="Reboot"><arg type="b" direction="in"/></method></interface></node>)";
 
 PrivatePipeWire::Options busOnly() {
@@ -30,7 +30,7 @@ class LoginAppleEventsTest : public testing::Test {
  protected:
   void startLogin() {
     login = std::make_unique<FakeService>(
-        server.busAddress(), "org.freedesktop.login1", "/org/freedesktop/login1", kInterface,
+        server.busAddress(), "org.freedesktop.login1", "/org/freedesktop/login1", kLogin1,
         [this](GDBusMethodInvocation* invocation, GVariant* arguments) {
           gboolean value = FALSE;
           g_variant_get(arguments, "(b)", &value);

@@ -22,7 +22,7 @@ constexpr platform::AuthorizationFlags kFlags = platform::kAuthorizationFlagInte
                                                 platform::kAuthorizationFlagExtendRights |
                                                 platform::kAuthorizationFlagPreAuthorize;
 
-constexpr char kInterface[] = R"x(<node><interface name="org.freedesktop.PolicyKit1.Authority">
+constexpr char kPolicyKit[] = R"x(<node><interface name="org.freedesktop.PolicyKit1.Authority">
   <method name="CheckAuthorization">
     <arg type="(sa{sv})" direction="in"/><arg type="s" direction="in"/>
     <arg type="a{ss}" direction="in"/><arg type="u" direction="in"/><arg type="s" direction="in"/>
@@ -87,7 +87,7 @@ class PolkitAuthorizationTest : public testing::Test {
   FakeService::Handler respond;
   std::string received;
   FakeService polkit{server.busAddress(), "org.freedesktop.PolicyKit1",
-                     "/org/freedesktop/PolicyKit1/Authority", kInterface,
+                     "/org/freedesktop/PolicyKit1/Authority", kPolicyKit,
                      [this](GDBusMethodInvocation* invocation, GVariant* arguments) {
                        char* text = g_variant_print(arguments, FALSE);
                        received = text;

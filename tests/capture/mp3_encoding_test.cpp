@@ -12,7 +12,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr const char* kTemporary = "/tmp-of-memory/Audio_recording_unique-1";
+constexpr const char* kTemporaryMp3 = "/tmp-of-memory/Audio_recording_unique-1";
 
 class Mp3EncodingTest : public RecorderFixture {
  protected:
@@ -42,7 +42,7 @@ class Mp3EncodingTest : public RecorderFixture {
                               platform::kAudioHardwareUnspecifiedError);
   }
   [[nodiscard]] bool temporaryIsOpen() const {
-    return memory.fileManager.files.at(kTemporary)->open;
+    return memory.fileManager.files.at(kTemporaryMp3)->open;
   }
 };
 
@@ -50,8 +50,8 @@ TEST_F(Mp3EncodingTest, CreatesAndOpensTheFileThenReadsRateAndLayoutOfTheInputSi
   ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
   memory.audioHardware.calls.clear();
   session().reportStarted();
-  EXPECT_THAT(memory.fileManager.journal,
-              ElementsAre(std::string("create ") + kTemporary, std::string("open ") + kTemporary));
+  EXPECT_THAT(memory.fileManager.journal, ElementsAre(std::string("create ") + kTemporaryMp3,
+                                                      std::string("open ") + kTemporaryMp3));
   const auto& calls = memory.audioHardware.calls;
   ASSERT_GE(calls.size(), 3U);
   const auto& uid = calls[calls.size() - 3];
@@ -68,7 +68,7 @@ TEST_F(Mp3EncodingTest, KeepsTheEmptyFileOpenWhenTheRateCannotBeRead) {
   failProperty(platform::kAudioDevicePropertyActualSampleRate);
   record(kMp3);
   memory.runLoop.settle();
-  EXPECT_EQ(memory.fileManager.contents(kTemporary), "");
+  EXPECT_EQ(memory.fileManager.contents(kTemporaryMp3), "");
   EXPECT_TRUE(temporaryIsOpen());
   EXPECT_EQ(errorCount, 1);
 }
@@ -106,7 +106,7 @@ TEST_F(Mp3EncodingTest, SaysWhichFileCannotBeOpened) {
   memory.fileManager.failOpen = true;
   record(kMp3);
   EXPECT_THAT(memory.suite.logLines,
-              ElementsAre(std::string("Can't open the recording file ") + kTemporary +
+              ElementsAre(std::string("Can't open the recording file ") + kTemporaryMp3 +
                               ": check that its folder exists and can be written",
                           "En error occured while initializing lame"));
   EXPECT_FALSE(recorder->isRecording());
@@ -116,7 +116,7 @@ TEST_F(Mp3EncodingTest, SaysWhichFileCannotBeOpened) {
 TEST_F(Mp3EncodingTest, SaysWhichFileCannotBeCreated) {
   memory.fileManager.failCreate = true;
   record(kMp3);
-  EXPECT_THAT(memory.suite.logLines, Contains(HasSubstr(kTemporary)));
+  EXPECT_THAT(memory.suite.logLines, Contains(HasSubstr(kTemporaryMp3)));
   EXPECT_EQ(errorCount, 1);
 }
 
@@ -137,7 +137,7 @@ TEST_F(Mp3EncodingTest, IgnoresSamplesThatArriveAfterTheStopAndFlushesLast) {
   EXPECT_EQ(memory.fileManager.journal, journal);
   ASSERT_GE(journal.size(), 2U);
   EXPECT_THAT(journal[journal.size() - 2], HasSubstr("write "));
-  EXPECT_EQ(journal.back(), std::string("close ") + kTemporary);
+  EXPECT_EQ(journal.back(), std::string("close ") + kTemporaryMp3);
 }
 
 TEST_F(Mp3EncodingTest, DropsWhatWaitsOnTheEncodeQueueAtTheStopAndFlushesOnce) {
@@ -152,7 +152,7 @@ TEST_F(Mp3EncodingTest, DropsWhatWaitsOnTheEncodeQueueAtTheStopAndFlushesOnce) {
   // One flush of at most a few frames, not the second of sound that waited.
   EXPECT_LT(writtenBytes() - before_bytes, 7200U);
   EXPECT_GT(writtenBytes(), before_bytes);
-  EXPECT_EQ(memory.fileManager.journal.back(), std::string("close ") + kTemporary);
+  EXPECT_EQ(memory.fileManager.journal.back(), std::string("close ") + kTemporaryMp3);
 }
 
 TEST_F(Mp3EncodingTest, IgnoresSamplesThatWereOnTheDataQueueAtTheStop) {
@@ -278,7 +278,7 @@ TEST_F(Mp3EncodingTest, ReadsNoFurtherThanTheBlockReaches) {
 TEST_F(Mp3EncodingTest, EndsTheRecordingOnceWhenTheDiskIsFullAndKeepsWhatWasWritten) {
   record(kMp3);
   deliver(sine(440, 0.5, 48000));
-  const auto kept = memory.fileManager.contents(kTemporary);
+  const auto kept = memory.fileManager.contents(kTemporaryMp3);
   memory.fileManager.freeSpace_bytes = 100;
   encodeQueue().stalled = true;
   deliver(sine(440, 0.5, 48000));
@@ -291,10 +291,10 @@ TEST_F(Mp3EncodingTest, EndsTheRecordingOnceWhenTheDiskIsFullAndKeepsWhatWasWrit
   EXPECT_THAT(memory.suite.logLines,
               ElementsAre(std::string("An error occurred while recording audio. Error: No space "
                                       "left on device. What was recorded before is kept in ") +
-                          kTemporary));
-  EXPECT_EQ(recorder->outputFilePath(), kTemporary);
-  EXPECT_EQ(memory.fileManager.contents(kTemporary), kept);
-  EXPECT_THAT(memory.fileManager.journal, ElementsAre(std::string("close ") + kTemporary));
+                          kTemporaryMp3));
+  EXPECT_EQ(recorder->outputFilePath(), kTemporaryMp3);
+  EXPECT_EQ(memory.fileManager.contents(kTemporaryMp3), kept);
+  EXPECT_THAT(memory.fileManager.journal, ElementsAre(std::string("close ") + kTemporaryMp3));
 }
 
 TEST_F(Mp3EncodingTest, PostsTheSessionsRuntimeErrorForAFailedWrite) {

@@ -19,8 +19,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 const ToolData kBegun{1, "", "", "00:00"};
-const ToolData kRecording{1, "", "", "00:01"};
-const ToolData kResting{0, "", "", ""};
+const ToolData kRecordingOn{1, "", "", "00:01"};
+const ToolData kAtRest{0, "", "", ""};
 constexpr const char* kRegistration = "com.vantrel.korvel.RecordAudio startup-5";
 
 class SessionClientTest : public DesktopTest {
@@ -36,7 +36,7 @@ class SessionClientTest : public DesktopTest {
   void startRecording() {
     startManager();
     tool_->toolDataDidChange(kBegun);
-    tool_->toolDataDidChange(kRecording);
+    tool_->toolDataDidChange(kRecordingOn);
     ASSERT_TRUE(runUntil([&] { return !manager_->registrations.empty(); }));
   }
   // Lets everything that is on its way arrive.
@@ -64,15 +64,15 @@ class SessionClientTest : public DesktopTest {
 
 TEST_F(SessionClientTest, TheManagerKnowsTheProgramOnceItRecordsAndNotBefore) {
   startManager();
-  tool_->toolDataDidChange(kResting);
+  tool_->toolDataDidChange(kAtRest);
   tool_->toolDataDidChange(kBegun);
   settle();
   EXPECT_THAT(manager_->registrations, IsEmpty());
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return !manager_->registrations.empty(); }));
   tool_->toolDataDidChange({1, "", "", "00:02"});
-  tool_->toolDataDidChange(kResting);
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kAtRest);
+  tool_->toolDataDidChange(kRecordingOn);
   settle();
   EXPECT_THAT(manager_->registrations, ElementsAre(kRegistration));
   EXPECT_EQ(nobodies_, 0);
@@ -116,27 +116,27 @@ TEST_F(SessionClientTest, ALogOutThatIsCalledOffChangesNothing) {
 TEST_F(SessionClientTest, AProgramThatIsRefusedGoesWithoutUntilItsNextRecording) {
   startManager();
   manager_->refuseClients();
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 1; }));
   tool_->toolDataDidChange({1, "", "", "00:02"});
   settle();
   EXPECT_EQ(manager_->registrations.size(), 1U);
   // The next recording tries anew.
-  tool_->toolDataDidChange(kResting);
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kAtRest);
+  tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 2; }));
 }
 
 TEST_F(SessionClientTest, AnAnswerMayComeWhenTheProgramIsGone) {
   startManager();
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kRecordingOn);
   tool_.reset();
   settle();
   EXPECT_EQ(nobodies_, 0);
 }
 
 TEST_F(SessionClientTest, GoesWithoutAManagerAndSaysSoOncePerRecording) {
-  tool_->toolDataDidChange(kRecording);
+  tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 1; }));
   tool_->toolDataDidChange({1, "", "", "00:02"});
   settle();
@@ -146,7 +146,7 @@ TEST_F(SessionClientTest, GoesWithoutAManagerAndSaysSoOncePerRecording) {
 TEST_F(SessionClientTest, GoesWithoutABus) {
   int nobodies = 0;
   SessionClient client(nullptr, "", {}, [&] { ++nobodies; });
-  client.toolDataDidChange(kRecording);
+  client.toolDataDidChange(kRecordingOn);
   EXPECT_EQ(nobodies, 1);
 }
 

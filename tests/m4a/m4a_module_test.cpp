@@ -31,15 +31,15 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class TemporaryFolder {
+class RecordingFolder {
  public:
-  explicit TemporaryFolder(const std::string& parent = "/var/tmp") {
+  explicit RecordingFolder(const std::string& parent = "/var/tmp") {
     std::string pattern = parent + "/record-audio-m4a-test-XXXXXX";
     path_ = mkdtemp(pattern.data());
   }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~RecordingFolder() { std::filesystem::remove_all(path_); }
+  RecordingFolder(const RecordingFolder&) = delete;
+  RecordingFolder& operator=(const RecordingFolder&) = delete;
   [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   [[nodiscard]] const std::string& path() const { return path_; }
 
@@ -67,7 +67,7 @@ std::unique_ptr<M4aWriter> newWriter(M4aWriterFactory* factory) {
 }
 
 TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
   OpenFiles files;
   std::string error;
@@ -87,8 +87,8 @@ TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
 
 // The file goes to another disk, by another thread, while it is written.
 TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
-  const TemporaryFolder from("/dev/shm");
-  const TemporaryFolder to;
+  const RecordingFolder from("/dev/shm");
+  const RecordingFolder to;
   M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
   OpenFiles files;
   std::string error;
@@ -132,7 +132,7 @@ class MappedFile {
 };
 
 TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
   OpenFiles files;
   std::string error;
@@ -167,7 +167,7 @@ TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
 // A child that records, and reports what it recorded until it was killed.
 class KilledRecording {
  public:
-  explicit KilledRecording(const TemporaryFolder& folder)
+  explicit KilledRecording(const RecordingFolder& folder)
       : progressPath_(folder / "progress"), progress_(openProgress(progressPath_)) {}
   ~KilledRecording() {
     close(progress_);
@@ -205,7 +205,7 @@ class KilledRecording {
 };
 
 TEST(M4aKillTest, FileOfAKilledProcessPlaysToWithinASecondAndIsRecovered) {
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   std::mt19937 random(std::random_device{}());
   for (int round = 0; round < 36; ++round) {
     KilledRecording recording(folder);
@@ -269,7 +269,7 @@ TEST(M4aWriterFactoryTest, MissingModuleIsAClearError) {
 }
 
 TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   std::ofstream(folder / "record-audio-m4a.so") << "not a module";
   M4aWriterFactory factory(nullptr, {folder.path()});
   std::string error;
@@ -279,7 +279,7 @@ TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
 }
 
 TEST(M4aWriterFactoryTest, LooksBesideTheExecutableFirstAndNowhereThatTheEnvironmentNames) {
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   const base_test::Environment environment{{"LD_LIBRARY_PATH", folder.path()},
                                            {"PATH", folder.path()}};
   const auto folders = M4aWriterFactory::defaultFolders();
@@ -331,7 +331,7 @@ TEST(M4aLogTest, MessagesOfTheCodecLibraryAreWholeLinesOfTheLog) {
         logLines.emplace_back(line);
       },
       {RA_TEST_MODULE_FOLDER});
-  const TemporaryFolder folder;
+  const RecordingFolder folder;
   OpenFiles files;
   std::string error;
   const auto writer = newWriter(&factory);

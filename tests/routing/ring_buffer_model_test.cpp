@@ -17,7 +17,7 @@
 namespace record_audio {
 namespace {
 
-constexpr std::uint8_t kUntouched = 0xA5;
+constexpr std::uint8_t kNeverStored = 0xA5;
 constexpr std::uint32_t kMostChannels = 3;
 
 using FrameBytes = std::vector<std::uint8_t>;  // of all channels
@@ -146,7 +146,7 @@ class RingAgainstReference {
     const std::int64_t time =
         upTo(7) == 0 ? upTo(200) - 100 : reference_.start() - capacity / 2 + upTo(2 * capacity);
     const std::uint32_t room_bytes = (count + 2) * shape_.bytesPerFrame;
-    routing_test::PlanarBlock<std::uint8_t> out(shape_.channels, room_bytes, kUntouched);
+    routing_test::PlanarBlock<std::uint8_t> out(shape_.channels, room_bytes, kNeverStored);
     ASSERT_EQ(ring_.fetch(out.list(), count, time), 0);
 
     std::uint32_t held = 0;
@@ -159,7 +159,7 @@ class RingAgainstReference {
     for (std::uint32_t channel = 0; channel < shape_.channels; ++channel) {
       ASSERT_EQ(out.buffer(channel).mDataByteSize, size_bytes);
       for (std::uint32_t at = count * shape_.bytesPerFrame; at < room_bytes; ++at) {
-        ASSERT_EQ(out.plane(channel)[at], kUntouched);
+        ASSERT_EQ(out.plane(channel)[at], kNeverStored);
       }
     }
   }

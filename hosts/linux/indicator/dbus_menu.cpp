@@ -7,10 +7,10 @@
 namespace linux_host {
 namespace {
 
-constexpr const char* kInterface = "com.canonical.dbusmenu";
+constexpr const char* kMenuInterface = "com.canonical.dbusmenu";
 constexpr int kRoot = 0;
 
-constexpr const char* kIntrospection = R"xml(<node><interface name="com.canonical.dbusmenu">
+constexpr const char* kMenuIntrospection = R"xml(<node><interface name="com.canonical.dbusmenu">
 <property name="Version" type="u" access="read"/>
 <property name="TextDirection" type="s" access="read"/>
 <property name="Status" type="s" access="read"/>
@@ -61,7 +61,7 @@ GVariant* propertiesOf(const MenuItem& item) {
 
 DBusMenu::DBusMenu(std::function<void(int id)> onChoice)
     : onChoice_(std::move(onChoice)),
-      node_(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {}
+      node_(g_dbus_node_info_new_for_xml(kMenuIntrospection, nullptr)) {}
 
 DBusMenu::~DBusMenu() {
   if (registration_ != 0) g_dbus_connection_unregister_object(connection_, registration_);
@@ -105,7 +105,7 @@ void DBusMenu::setItems(std::vector<MenuItem> items) {
 void DBusMenu::emit(const char* signal, GVariant* parameters) {
   const VariantPtr owned(g_variant_ref_sink(parameters));
   if (connection_ == nullptr) return;
-  g_dbus_connection_emit_signal(connection_, nullptr, kPath, kInterface, signal, owned.get(),
+  g_dbus_connection_emit_signal(connection_, nullptr, kPath, kMenuInterface, signal, owned.get(),
                                 nullptr);
 }
 

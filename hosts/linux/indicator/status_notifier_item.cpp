@@ -9,12 +9,12 @@
 namespace linux_host {
 namespace {
 
-constexpr const char* kInterface = "org.kde.StatusNotifierItem";
+constexpr const char* kItemInterface = "org.kde.StatusNotifierItem";
 constexpr const char* kPath = "/StatusNotifierItem";
 constexpr const char* kWatcherName = "org.kde.StatusNotifierWatcher";
 constexpr const char* kWatcherPath = "/StatusNotifierWatcher";
 
-constexpr const char* kIntrospection = R"xml(<node><interface name="org.kde.StatusNotifierItem">
+constexpr const char* kItemIntrospection = R"xml(<node><interface name="org.kde.StatusNotifierItem">
 <property name="Category" type="s" access="read"/>
 <property name="Id" type="s" access="read"/>
 <property name="Title" type="s" access="read"/>
@@ -58,7 +58,7 @@ StatusNotifierItem::StatusNotifierItem(GDBusConnection* connection, std::string 
       title_(std::move(title)),
       iconThemeFolder_(std::move(iconThemeFolder)),
       callbacks_(std::move(callbacks)),
-      node_(g_dbus_node_info_new_for_xml(kIntrospection, nullptr)) {
+      node_(g_dbus_node_info_new_for_xml(kItemIntrospection, nullptr)) {
   watch_ = g_bus_watch_name_on_connection(connection_, kWatcherName, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                           onTrayAppeared, onTrayVanished, this, nullptr);
 }
@@ -145,7 +145,7 @@ void StatusNotifierItem::setMenu(std::vector<MenuItem> items) {
 void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
   const VariantPtr owned(parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr);
   if (registration_ == 0) return;
-  g_dbus_connection_emit_signal(connection_, nullptr, kPath, kInterface, signal, owned.get(),
+  g_dbus_connection_emit_signal(connection_, nullptr, kPath, kItemInterface, signal, owned.get(),
                                 nullptr);
 }
 

@@ -8,8 +8,8 @@
 namespace linux_host {
 namespace {
 
-constexpr const char* kName = "org.freedesktop.login1";
-constexpr const char* kPath = "/org/freedesktop/login1";
+constexpr const char* kLogin1 = "org.freedesktop.login1";
+constexpr const char* kLogin1Path = "/org/freedesktop/login1";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
 void closeAndForget(int* descriptor) {
@@ -71,8 +71,8 @@ void LoginSession::connect() {
         session->bus_.reset(bus);
         g_dbus_connection_set_exit_on_close(bus, FALSE);
         session->subscription_ = g_dbus_connection_signal_subscribe(
-            bus, kName, kInterface, "PrepareForShutdown", kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-            onSignal, session, nullptr);
+            bus, kLogin1, kInterface, "PrepareForShutdown", kLogin1Path, nullptr,
+            G_DBUS_SIGNAL_FLAGS_NONE, onSignal, session, nullptr);
         if (session->recording_) session->begin();
       },
       this);
@@ -101,7 +101,7 @@ void LoginSession::releaseShutdown() {
 
 void LoginSession::inhibit(const char* what, const char* mode, int LoginSession::*descriptor) {
   g_dbus_connection_call_with_unix_fd_list(
-      bus_.get(), kName, kPath, kInterface, "Inhibit",
+      bus_.get(), kLogin1, kLogin1Path, kInterface, "Inhibit",
       g_variant_new("(ssss)", what, "Record Audio", why_.c_str(), mode), G_VARIANT_TYPE("(h)"),
       G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, cancellable_,
       [](GObject* bus, GAsyncResult* result, gpointer data) {

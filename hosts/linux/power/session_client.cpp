@@ -11,8 +11,8 @@ namespace linux_host {
 
 namespace {
 
-constexpr const char* kName = "org.gnome.SessionManager";
-constexpr const char* kPath = "/org/gnome/SessionManager";
+constexpr const char* kManager = "org.gnome.SessionManager";
+constexpr const char* kManagerPath = "/org/gnome/SessionManager";
 constexpr const char* kClientInterface = "org.gnome.SessionManager.ClientPrivate";
 
 }  // namespace
@@ -58,12 +58,12 @@ void SessionClient::toolDataDidChange(const suite::ToolData& data) {
 void SessionClient::registerOnBus() {
   // Before the manager knows us: what it says right after its answer must not be missed.
   if (subscription_ == 0) {
-    subscription_ =
-        g_dbus_connection_signal_subscribe(bus_, kName, kClientInterface, nullptr, nullptr, nullptr,
-                                           G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
+    subscription_ = g_dbus_connection_signal_subscribe(bus_, kManager, kClientInterface, nullptr,
+                                                       nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                                       onSignal, this, nullptr);
   }
   asking_ = true;
-  g_dbus_connection_call(bus_, kName, kPath, kName, "RegisterClient",
+  g_dbus_connection_call(bus_, kManager, kManagerPath, kManager, "RegisterClient",
                          g_variant_new("(ss)", kApplicationId, startupId_.c_str()),
                          G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms,
                          cancellable_, onRegistered, this);
@@ -101,7 +101,7 @@ void SessionClient::onSignal(GDBusConnection*, const gchar*, const gchar* path, 
 }
 
 void SessionClient::answer() {
-  g_dbus_connection_call(bus_, kName, path_.c_str(), kClientInterface, "EndSessionResponse",
+  g_dbus_connection_call(bus_, kManager, path_.c_str(), kClientInterface, "EndSessionResponse",
                          g_variant_new("(bs)", TRUE, ""), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
                          kBusTimeout_ms, nullptr, nullptr, nullptr);
 }

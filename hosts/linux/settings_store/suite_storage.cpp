@@ -73,11 +73,6 @@ bool saysYes(const char* value) {
   return value != nullptr && std::string_view(value) == "1";
 }
 
-std::string withoutTrailingSlash(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
 }  // namespace
 
 SuiteStorage::SuiteStorage(XdgFolders folders)

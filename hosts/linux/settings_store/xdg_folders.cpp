@@ -7,11 +7,6 @@
 namespace linux_host {
 namespace {
 
-std::string withoutTrailingSlash(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
 std::string fromVariable(const char* name, const std::string& otherwise) {
   const char* value = std::getenv(name);
   return withoutTrailingSlash(value != nullptr && *value == '/' ? value : otherwise);
@@ -24,6 +19,11 @@ std::string musicFolder(const std::string& home) {
 }
 
 }  // namespace
+
+std::string withoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
 
 XdgFolders XdgFolders::fromEnvironment() {
   const std::string home = withoutTrailingSlash(g_get_home_dir());

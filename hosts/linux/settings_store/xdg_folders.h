@@ -14,4 +14,6 @@ struct XdgFolders {
   static XdgFolders fromEnvironment();
 };
 
+[[nodiscard]] std::string withoutTrailingSlash(std::string path);
+
 }  // namespace linux_host

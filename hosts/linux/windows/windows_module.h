@@ -38,6 +38,8 @@ class WindowsServices {
   // Stores another folder. Returns an error text, and keeps the old folder, when it cannot be
   // written; empty on success.
   virtual std::string setOutputLocation(const std::string& path) = 0;
+  // NOLINTBEGIN(performance-unnecessary-value-param): overrides keep what they are given.
+
   // Shows the desktop's own folder chooser, opened at `folder`, above the window that portals know
   // as `parentWindow` (empty: none). `done` is called once: now, or later from the main loop.
   virtual void chooseFolder(const std::string& parentWindow, const std::string& title,
@@ -45,9 +47,12 @@ class WindowsServices {
     (void)parentWindow, (void)title, (void)folder;
     done({});
   }
-  // From now on the main loop waits and works by `step`: a toolkit that sends its requests only then
-  // is not seen on the screen otherwise. Empty: as before.
+  // From now on the main loop waits and works by `step`: a toolkit that sends its requests only
+  // then is not seen on the screen otherwise. Empty: as before.
   virtual void setLoopStep(std::function<void()> step) { (void)step; }
+
+  // NOLINTEND(performance-unnecessary-value-param)
+
   // What the user asked of the desktop; asked once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };

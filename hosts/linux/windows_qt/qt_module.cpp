@@ -42,7 +42,7 @@ bool x11IsThere() {
 
 // Empty when there is no screen.
 std::string usablePlatform() {
-  const std::string wanted = environment("QT_QPA_PLATFORM");
+  std::string wanted = environment("QT_QPA_PLATFORM");
   if (!wanted.empty() && wanted.rfind("xcb", 0) != 0 && wanted.rfind("wayland", 0) != 0)
     return wanted;
   if (waylandIsThere() && wanted.rfind("xcb", 0) != 0)

@@ -76,7 +76,7 @@ class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
   [[nodiscard]] std::vector<Item> shownItems() const;
   void insertRow(int row, const Item& item);
   void updateRows(const std::vector<Item>& shown);
-  QComboBox* box() const { return static_cast<QComboBox*>(widget()); }
+  [[nodiscard]] QComboBox* box() const { return static_cast<QComboBox*>(widget()); }
 
   QString unnamedItem_;
   UserAct onPick_;

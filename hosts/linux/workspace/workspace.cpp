@@ -212,6 +212,7 @@ bool DesktopWorkspace::openPrivacySettings() {
   const auto command = privacySettingsCommand(desktop == nullptr ? "" : desktop, isInPath);
   if (command.empty()) return false;
   std::vector<gchar*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<gchar*>(argument.c_str()));
   }

@@ -4,8 +4,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
 
 #include "driver/installed_paths.h"
 #include "tests/driver/driver_fixture.h"
@@ -15,6 +20,7 @@ namespace {
 
 using std::chrono::steady_clock;
 using test_support::ChildProcess;
+using test_support::PrivatePipeWire;
 using test_support::waitUntil;
 
 TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
@@ -160,6 +166,104 @@ TEST_F(DriverlessTest, BlockedSignalsOfTheDaemonDoNotReachIt) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   driver->sendSignal(SIGTERM);
   EXPECT_EQ(driver->waitForExit(std::chrono::seconds(5)), 0);
+}
+
+// A second session on the same computer, of another user where this one may become another.
+class OtherSession {
+ public:
+  explicit OtherSession(const PrivatePipeWire& first) : directory_(first.directory() + "-other") {
+    // What runs there must be where the other user may go.
+    outputOf("mkdir -p " + directory_ + "/state && cp -r " + first.configHome() + " " + directory_ +
+             "/config && cp " LOOPBACK_DRIVER " " LOOPBACK_ASKER " " + directory_);
+    std::ofstream(directory_ + "/config/pipewire/pipewire.conf.d/90-loopback.conf")
+        << "context.exec = [ { path = \"" << directory_ << "/loopback-driver\" args = \"\" } ]\n";
+    outputOf("sed s:" + first.directory() + ":" + directory_ + ":g " + first.directory() +
+             "/bus.conf >" + directory_ + "/bus.conf");
+    if (geteuid() == 0) outputOf("chown -R 65534:65534 " + directory_);
+    bus_ = start(
+        {"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + directory_ + "/bus.conf"});
+    daemon_ = start({"pipewire"});
+    if (!waitUntil([this] {
+          return std::filesystem::exists(socket()) && std::filesystem::exists(directory_ + "/bus");
+        })) {
+      throw std::runtime_error("the other session does not start");
+    }
+    manager_ = start({"wireplumber"});
+  }
+  ~OtherSession() {
+    for (auto* child : {&manager_, &daemon_, &bus_}) (*child)->terminate();
+    std::filesystem::remove_all(directory_);
+  }
+  OtherSession(const OtherSession&) = delete;
+  OtherSession& operator=(const OtherSession&) = delete;
+
+  [[nodiscard]] std::string socket() const { return directory_ + "/pipewire-0"; }
+  std::unique_ptr<ChildProcess> startAsker() { return start({directory_ + "/loopback-asker"}); }
+
+ private:
+  std::unique_ptr<ChildProcess> start(std::vector<std::string> program) {
+    if (geteuid() == 0) {
+      program.insert(program.begin(),
+                     {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    }
+    return std::make_unique<ChildProcess>(ChildProcess::Command{
+        std::move(program),
+        {"XDG_RUNTIME_DIR=" + directory_, "PIPEWIRE_RUNTIME_DIR=" + directory_,
+         "XDG_CONFIG_HOME=" + directory_ + "/config", "XDG_STATE_HOME=" + directory_ + "/state",
+         "DBUS_SESSION_BUS_ADDRESS=unix:path=" + directory_ + "/bus", "HOME=" + directory_},
+        directory_ + "/log"});
+  }
+
+  std::string directory_;
+  std::unique_ptr<ChildProcess> bus_;
+  std::unique_ptr<ChildProcess> daemon_;
+  std::unique_ptr<ChildProcess> manager_;
+};
+
+std::unique_ptr<test_support::PipeWireControl> controlOf(const std::string& socket) {
+  const std::string before = std::getenv("PIPEWIRE_REMOTE");
+  setenv("PIPEWIRE_REMOTE", socket.c_str(), 1);
+  auto control = std::make_unique<test_support::PipeWireControl>();
+  setenv("PIPEWIRE_REMOTE", before.c_str(), 1);
+  return control;
+}
+
+TEST_F(DriverTest, TwoSessionsAtOnceDoNotDisturbEachOther) {
+  OtherSession session(server());
+  const auto other = controlOf(session.socket());
+  const auto isConfigured = [&other](const std::string& name) {
+    const auto value = other->metadata(loopback::kConfiguredDefaultSinkKey);
+    return value && value->find('"' + name + '"') != std::string::npos;
+  };
+  const auto isShown = [&other] { return other->hasNode(loopback::kLoopbackDeviceUID); };
+  other->createSink("others speaker");
+  other->setDefaultSink("others speaker");
+  ASSERT_TRUE(waitUntil([&other] {
+    const auto clients = other->clientProperties();
+    return std::any_of(clients.begin(), clients.end(), [](const auto& client) {
+      return client.contains(loopback::kLoopbackDriverKey);
+    });
+  }));
+  control().setDefaultSink(kSpeaker);
+
+  const auto asker = startAsker();
+  makeLoopbackTheDefault();
+  const auto othersAsker = session.startAsker();
+  ASSERT_TRUE(waitUntil(isShown));
+  other->setDefaultSink(loopback::kLoopbackDeviceUID);
+  const auto othersDevice = other->nodeId(loopback::kLoopbackDeviceUID);
+
+  asker->kill();
+  EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
+  EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
+  EXPECT_TRUE(waitForUsedDefault(kSpeaker));
+  EXPECT_TRUE(isConfigured(loopback::kLoopbackDeviceUID));
+  EXPECT_EQ(other->nodeId(loopback::kLoopbackDeviceUID), othersDevice);
+
+  const auto again = startAsker();
+  othersAsker->kill();
+  EXPECT_TRUE(waitUntil([&] { return !isShown() && isConfigured("others speaker"); }));
+  EXPECT_TRUE(deviceIsShown());
 }
 
 TEST(DriverCommandLine, SaysItsVersionAndRefusesWhatItDoesNotKnow) {

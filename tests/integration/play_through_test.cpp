@@ -86,6 +86,27 @@ class PlayThroughTest : public testing::Test {
                                         static_cast<std::size_t>(to_s * rate_Hz)),
                        rate_Hz);
   }
+  // From a sound's being played to the loopback until it is played on the speakers; without a feed.
+  double measuredDelay_frames() {
+    MonitorRecorder before(loopback::kLoopbackDeviceUID, 48000, 2);
+    MonitorRecorder after(kSpeakers, 48000, 2);
+    const auto isQuiet = [](const MonitorRecorder& recorder) {
+      const std::size_t frames = recorder.frames();
+      return frames > 24000 && recorder.timeOfFirstLouder_s(0.01F, frames - 12000) == 0;
+    };
+    EXPECT_TRUE(waitUntil([&] { return isQuiet(before) && isQuiet(after); }, 10s));
+    const std::size_t beforeFrames = before.frames();
+    const std::size_t afterFrames = after.frames();
+    feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
+    machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);
+    EXPECT_TRUE(waitUntil([&] {
+      return before.timeOfFirstLouder_s(0.25F, beforeFrames) > 0 &&
+             after.timeOfFirstLouder_s(0.25F, afterFrames) > 0;
+    }));
+    return (after.timeOfFirstLouder_s(0.25F, afterFrames) -
+            before.timeOfFirstLouder_s(0.25F, beforeFrames)) *
+           48000;
+  }
   static void expectCleanTone(const ToneFigures& figures, double rate_Hz,
                               double amplitude = kAmplitude) {
     EXPECT_NEAR(figures.frequency_Hz, 1000, 0.5);
@@ -110,24 +131,25 @@ TEST_F(PlayThroughTest, DelayIsTwoBuffersWhicheverStreamComesFirst) {
   setUp();
   for (int attempt = 0; attempt < 5; ++attempt) {
     feed.reset();
-    MonitorRecorder before(loopback::kLoopbackDeviceUID, 48000, 2);
-    MonitorRecorder after(kSpeakers, 48000, 2);
     ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
-    ASSERT_TRUE(waitUntil([&] { return before.frames() > 24000 && after.frames() > 24000; }));
-    const std::size_t beforeFrames = before.frames();
-    const std::size_t afterFrames = after.frames();
-    feed = std::make_unique<SignalFeed>("program", 2, test_support::tone1000Hz);
-    machine.control.link(feed->nodeName(), loopback::kLoopbackDeviceUID);
-    ASSERT_TRUE(waitUntil([&] {
-      return before.timeOfFirstLouder_s(0.25F, beforeFrames) > 0 &&
-             after.timeOfFirstLouder_s(0.25F, afterFrames) > 0;
-    }));
-    const double delay_frames = (after.timeOfFirstLouder_s(0.25F, afterFrames) -
-                                 before.timeOfFirstLouder_s(0.25F, beforeFrames)) *
-                                48000;
-    EXPECT_NEAR(delay_frames, 2 * kBuffer_frames, 8);
+    EXPECT_NEAR(measuredDelay_frames(), 2 * kBuffer_frames, 8);
     rig->stop();
   }
+}
+
+// What a computer that is suspended does to it.
+TEST_F(PlayThroughTest, ServerThatStoodStillForSecondsIsHeardAsBeforeAndNoLater) {
+  setUp();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  MonitorRecorder recorder(kSpeakers, 48000, 2);
+  expectCleanTone(heard(recorder, 1.0, 2.0), 48000);
+  machine.server.daemon().sendSignal(SIGSTOP);
+  waitUntil([] { return false; }, 3s);
+  machine.server.daemon().sendSignal(SIGCONT);
+  const double settled_s = static_cast<double>(recorder.frames()) / 48000 + 3;
+  expectCleanTone(heard(recorder, settled_s, settled_s + 2), 48000);
+  feed.reset();
+  EXPECT_NEAR(measuredDelay_frames(), 2 * kBuffer_frames, kBuffer_frames);
 }
 
 struct Layout {

@@ -66,7 +66,15 @@ Findings DriftSimulation::run() {
   // An input block is there when its last frame is.
   nextInput_s = schedule(input_, input_.period_frames, 0);
   nextOutput_s = schedule(output_, 0, 0);
+  bool isToSuspend = scenario_.suspension_s > 0;
   while (std::min(nextInput_s, nextOutput_s) < scenario_.duration_s) {
+    if (isToSuspend && nextOutput_s > scenario_.duration_s / 2) {
+      isToSuspend = false;
+      suspend();
+      nextInput_s = schedule(input_, input_.frames + input_.period_frames, nextInput_s);
+      nextOutput_s = schedule(output_, output_.frames, nextOutput_s);
+      continue;
+    }
     if (nextInput_s <= nextOutput_s) {
       inputCycle();
       input_.frames += input_.period_frames;
@@ -84,6 +92,19 @@ Findings DriftSimulation::run() {
     }
   }
   return findings_;
+}
+
+void DriftSimulation::suspend() {
+  const double awake_s =
+      output_.timeOf(static_cast<double>(output_.frames)) + scenario_.suspension_s;
+  while (input_.timeOf(static_cast<double>(input_.frames + input_.period_frames)) < awake_s) {
+    input_.frames += input_.period_frames;
+  }
+  while (output_.timeOf(static_cast<double>(output_.frames)) < awake_s) {
+    seconds_ = output_.timeOf(static_cast<double>(output_.frames));
+    skipOutputCycle();
+    output_.frames += output_.period_frames;
+  }
 }
 
 void DriftSimulation::inputCycle() {

@@ -25,6 +25,7 @@ struct Scenario {
   double outputRate_hz;
   std::uint32_t output_frames;  // the real device's period
   double duration_s;
+  double suspension_s = 0;  // in the middle of it, by the clocks of both devices
 };
 
 struct Findings {
@@ -98,6 +99,8 @@ class DriftSimulation {
 
   void render(const platform::AudioTimeStamp& time, std::uint32_t frames,
               platform::AudioBufferList& list);
+  // Nothing runs for that long, and everything goes on as if it had.
+  void suspend();
   void inputCycle();
   void outputCycle(double ideal_s);
   void skipOutputCycle();

@@ -54,6 +54,12 @@ INSTANTIATE_TEST_SUITE_P(ADayApart, Drift,
                                          Scenario{"Minus300ppm", -300, 0, 48000, 512, kDay_s}),
                          [](const auto& drift) { return std::string(drift.param.name); });
 
+INSTANTIATE_TEST_SUITE_P(Asleep, Drift,
+                         testing::Values(Scenario{"ForASecond", 300, 0, 48000, 512, kHour_s, 1},
+                                         Scenario{"ForANight", -50, 50, 44100, 512, 9 * kHour_s,
+                                                  8 * kHour_s}),
+                         [](const auto& drift) { return std::string(drift.param.name); });
+
 INSTANTIATE_TEST_SUITE_P(
     UnlikeDevices, Drift,
     testing::Values(Scenario{"OutputAt44100", 300, 0, 44100, 512, kHour_s},

@@ -81,6 +81,25 @@ TEST_P(LayoutTest, NoControlsOverlap) {
   }
 }
 
+TEST_P(LayoutTest, EveryLabelIsLevelWithItsControl) {
+  showEverything();
+  const auto middle = [&](const QWidget& one) {
+    return one.mapTo(&dialog(), one.rect().center()).y();
+  };
+  // Also where the script's lines are taller than those of the font that the test finds.
+  for (const char* name :
+       {"audioSourceLabel", "soundFormatLabel", "qualityLabel", "outputLocationLabel"}) {
+    auto& label = widget<QLabel>(name);
+    label.setMinimumHeight(label.buddy()->sizeHint().height() - 1);
+  }
+  QCoreApplication::processEvents();
+  for (const char* name :
+       {"audioSourceLabel", "soundFormatLabel", "qualityLabel", "outputLocationLabel"}) {
+    const auto& label = widget<QLabel>(name);
+    EXPECT_NEAR(middle(label), middle(*label.buddy()), 1) << name;
+  }
+}
+
 TEST_P(LayoutTest, IsMirroredFromRightToLeft) {
   showEverything();
   const auto labelIsLeft = [&] {

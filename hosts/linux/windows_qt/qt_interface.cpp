@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QUiLoader>
+#include <algorithm>
 
 #include "hosts/linux/windows_qt/link_widget.h"
 #include "hosts/linux/windows_qt/qt_views.h"
@@ -20,6 +21,7 @@ class Loader : public QUiLoader {
     QWidget* widget = nullptr;
     if (className == QStringLiteral("LinkWidget")) widget = new LinkWidget(parent);
     if (className == QStringLiteral("LevelBar")) widget = new LevelBar(parent);
+    if (className == QStringLiteral("PathButton")) widget = new PathButton(parent);
     if (className == QStringLiteral("QDialog")) widget = new WindowWidget(parent);
     if (widget == nullptr) return QUiLoader::createWidget(className, parent, name);
     widget->setObjectName(name);
@@ -60,10 +62,10 @@ std::shared_ptr<platform::View> viewOf(QWidget* widget, WindowsServices& service
     return std::make_shared<QtCheckBox>(box, std::move(act));
   }
   if (auto* bar = dynamic_cast<LevelBar*>(widget)) return std::make_shared<QtLevelIndicator>(bar);
+  if (auto* button = dynamic_cast<PathButton*>(widget)) {
+    return std::make_shared<QtOutputLocationButton>(button, services, std::move(act));
+  }
   if (auto* button = qobject_cast<QPushButton*>(widget)) {
-    if (button->property("showsOutputLocation").toBool()) {
-      return std::make_shared<QtOutputLocationButton>(button, services, std::move(act));
-    }
     return std::make_shared<QtButton>(button, std::move(act));
   }
   if (auto* link = qobject_cast<LinkWidget*>(widget)) {
@@ -71,6 +73,15 @@ std::shared_ptr<platform::View> viewOf(QWidget* widget, WindowsServices& service
   }
   if (auto* label = qobject_cast<QLabel*>(widget)) return std::make_shared<QtTextField>(label);
   return nullptr;
+}
+
+// A form puts a label in the middle of its row's first line by a guess at that line's height, which
+// fails for scripts whose lines are taller than the control beside the label.
+void levelWithControl(QWidget* widget) {
+  const auto* label = qobject_cast<QLabel*>(widget);
+  if (label == nullptr || label->buddy() == nullptr) return;
+  const int control = label->buddy()->sizeHint().height();
+  widget->setMaximumHeight(std::max(control, label->sizeHint().height()));
 }
 
 UserAct actionOf(const QWidget* widget, platform::InterfaceOwner& owner) {
@@ -91,7 +102,7 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
   std::unique_ptr<QWidget> loaded(loader.load(&file));
   auto* dialog = dynamic_cast<WindowWidget*>(loaded.get());
   if (dialog == nullptr) return nullptr;
-  loaded.release();
+  static_cast<void>(loaded.release());
   std::unique_ptr<WindowWidget> window(dialog);
 
   const Translator translator(services);
@@ -101,6 +112,7 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
     // Parts of composite widgets have names of Qt's own.
     if (widget->objectName().isEmpty() || widget->objectName().startsWith(u"qt_")) continue;
     translator.translate(widget);
+    levelWithControl(widget);
     const auto view = viewOf(widget, services, actionOf(widget, owner));
     if (!view) continue;
     views.push_back(view);

@@ -1,17 +1,18 @@
 #include "hosts/linux/windows_qt/qt_views.h"
 
 #include <QAbstractItemView>
+#include <QApplication>
 #include <QCheckBox>
 #include <QDir>
 #include <QEvent>
 #include <QFileDialog>
 #include <QFileIconProvider>
 #include <QFontMetrics>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPainter>
-#include <QPushButton>
+#include <QStyleOptionButton>
+#include <QStylePainter>
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
@@ -283,11 +284,21 @@ void QtLevelIndicator::setLevel(float peak) {
   if (widget() != nullptr) static_cast<LevelBar*>(widget())->setLevel(peak);
 }
 
+PathButton::PathButton(QWidget* parent) : QPushButton(parent) {
+  setLayoutDirection(Qt::LeftToRight);
+}
+
+void PathButton::paintEvent(QPaintEvent*) {
+  QStylePainter painter(this);
+  painter.setLayoutDirection(Qt::LeftToRight);
+  QStyleOptionButton option;
+  initStyleOption(&option);
+  painter.drawControl(QStyle::CE_PushButton, option);
+}
+
 QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServices& services,
                                                UserAct onClick)
     : QtView(button), services_(services) {
-  // A path reads from left to right everywhere: "Music/~" is none.
-  button->setLayoutDirection(Qt::LeftToRight);
   QObject::connect(button, &QPushButton::clicked, button, [this, act = std::move(onClick)] {
     if (act) act(this);
   });
@@ -323,7 +334,7 @@ namespace {
 
 // How portals call a window; empty where there is no way to say it.
 std::string portalNameOf(const QWidget* window) {
-  if (window == nullptr || QGuiApplication::platformName() != u"xcb") return {};
+  if (window == nullptr || QApplication::platformName() != u"xcb") return {};
   return "x11:" + QString::number(window->winId(), 16).toStdString();
 }
 

@@ -2,6 +2,7 @@
 
 #include <QComboBox>
 #include <QPointer>
+#include <QPushButton>
 #include <QStandardItemModel>
 #include <QWidget>
 #include <functional>
@@ -14,7 +15,6 @@
 class QAbstractButton;
 class QCheckBox;
 class QLabel;
-class QPushButton;
 
 // The widget ports on Qt widgets. Main thread. A view outlives its widget harmlessly: without the
 // widget every call does nothing.
@@ -133,6 +133,16 @@ class QtLevelIndicator : public QtView<platform::LevelIndicator> {
  public:
   explicit QtLevelIndicator(LevelBar* bar) : QtView(bar) {}
   void setLevel(float peak) override;
+};
+
+// A path reads from left to right everywhere: "Music/~" is none. Text is drawn by the application's
+// direction, not by its widget's, so this button draws itself.
+class PathButton : public QPushButton {
+ public:
+  explicit PathButton(QWidget* parent = nullptr);
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
 };
 
 // Shows the folder with its icon; a click lets the user choose another with the desktop's chooser.

@@ -34,27 +34,40 @@ constexpr char kPlayer[] = "player";
 constexpr double kAmplitude = 0.5;
 constexpr std::chrono::milliseconds kSoundIsBackLimit{1000};
 
-PrivatePipeWire::Options desktop() {
+constexpr bool kWithDriver = true;
+
+PrivatePipeWire::Options desktop(bool hasDriver) {
   PrivatePipeWire::Options options;
   options.watchdog = 400s;
   options.pipewireDropIns = {
       {"10-cycles.conf",
        "context.properties = { default.clock.quantum = 4096 default.clock.min-quantum = 4096 "
-       "default.clock.max-quantum = 8192 }\n"},
-      {"90-loopback.conf",
-       std::string("context.exec = [ { path = \"") + LOOPBACK_DRIVER + "\" args = \"\" } ]\n"}};
+       "default.clock.max-quantum = 8192 }\n"}};
+  if (!hasDriver) return options;
+  options.pipewireDropIns.emplace_back(
+      "90-loopback.conf",
+      std::string("context.exec = [ { path = \"") + LOOPBACK_DRIVER + "\" args = \"\" } ]\n");
   return options;
 }
 
 class SystemAudioTest : public e2e::ToolFixture {
  protected:
-  SystemAudioTest() : ToolFixture(desktop()) {
+  explicit SystemAudioTest(bool hasDriver = kWithDriver) : ToolFixture(desktop(hasDriver)) {
+    plugInDevices();
+    control->setDefaultSink(kHeadphones);
+    if (hasDriver) {
+      EXPECT_TRUE(waitUntil([this] { return driver() != 0; }, 10s)) << server.log();
+    }
+    writeTone();
+    startPlayer();
+  }
+
+  void plugInDevices() {
     plugInMicrophone();  // without any, nothing is recorded
     control->createSink(kHeadphones, {{"priority.session", "500"}});
     control->createSink(kSpeaker, {{"priority.session", "900"}});
-    control->setDefaultSink(kHeadphones);
-    EXPECT_TRUE(waitUntil([this] { return driver() != 0; }, 10s)) << server.log();
-    writeTone();
+  }
+  void startPlayer() {
     player = std::make_unique<ChildProcess>(ChildProcess::Command{
         {"pw-cat", "-p", "-P", std::string("{ node.name = ") + kPlayer + " }", toneFile()},
         {},
@@ -208,8 +221,7 @@ TEST_F(SystemAudioTest, KilledDriverEndsTheRecordingAndTheSoundIsBack) {
   kill(pid, SIGKILL);
   EXPECT_TRUE(waitUntilHeardOn(kHeadphones, 3s));
   EXPECT_TRUE(waitForState("idle"));
-  EXPECT_EQ(configuredDefault(), kHeadphones);
-  EXPECT_FALSE(control->hasNode(loopback::kLoopbackDeviceUID));
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
   expectToneHeardOn(kHeadphones, 0.5);
   EXPECT_TRUE(endsAtOnce(*tool));
 }
@@ -228,6 +240,82 @@ TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
   for (const std::string& file : filesIn(musicFolder())) {
     EXPECT_EQ(decodeSound(file, server.directory()).error, "") << file;
   }
+}
+
+// The session manager of the next session finds the loopback in its files.
+TEST_F(SystemAudioTest, RestartOfTheSoundServerGivesBackWhatTheUserHadAndRecordsAnew) {
+  useFormat(kMp3);
+  auto tool = startRecording();
+  ASSERT_TRUE(waitUntil([this] {
+    const std::string saved = e2e::contentsOf(server.stateHome() + "/wireplumber/default-nodes");
+    return saved.find("default.configured.audio.sink=com.vantrel.loopbackdevice") !=
+           std::string::npos;
+  }));
+  player.reset();
+  feed.reset();
+  control.reset();
+  server.killDaemon();
+  EXPECT_TRUE(waitForState("idle"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+
+  ChildProcess daemon({{"pipewire"}, {}, server.directory() + "/log"});
+  ASSERT_TRUE(waitUntil([] { return std::system("pw-cli info 0 >/dev/null 2>&1") == 0; }, 10s));
+  ChildProcess sessionManager({{"wireplumber"}, {}, server.directory() + "/log"});
+  plugInDevices();
+  startPlayer();
+  EXPECT_TRUE(isAsTheUserHadIt(5s));
+  tool = startRecording();
+  EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  expectToneHeardOn(kHeadphones, 0.5);
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  player.reset();
+  feed.reset();
+  control.reset();
+  sessionManager.terminate();
+  daemon.terminate();
+}
+
+TEST_F(SystemAudioTest, DriverThatHangsIsAnErrorAndChangesNothing) {
+  useFormat(kMp3);
+  const pid_t pid = driver();
+  ASSERT_NE(pid, 0);
+  kill(pid, SIGSTOP);
+  const auto tool = start();
+  EXPECT_TRUE(
+      waitUntil([this] { return testing::Value(eventNames(), testing::Contains("Stop")); }));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_THAT(filesIn(musicFolder()), testing::IsEmpty());
+  EXPECT_TRUE(isAsTheUserHadIt(0s));
+  kill(pid, SIGCONT);
+  control->synchronize();
+  EXPECT_EQ(driver(), pid);
+  EXPECT_TRUE(isAsTheUserHadIt(1s));
+}
+
+class NoDriverTest : public SystemAudioTest {
+ protected:
+  NoDriverTest() : SystemAudioTest(!kWithDriver) { useFormat(kMp3); }
+
+  // There the driver can be installed.
+  void expectThePreferencesInsteadOfARecording() {
+    const auto tool = start();
+    EXPECT_TRUE(endsByItself(*tool));
+    EXPECT_EQ(events().at(0)["details"], (e2e::Json{{"Preferences", true}}));
+    EXPECT_THAT(eventNames(), testing::ElementsAre("Launch", "Quit"));
+    EXPECT_THAT(filesIn(musicFolder()), testing::IsEmpty());
+    EXPECT_TRUE(isAsTheUserHadIt(0s));
+  }
+};
+
+TEST_F(NoDriverTest, WithoutOneThePreferencesAreShown) {
+  expectThePreferencesInsteadOfARecording();
+}
+
+TEST_F(NoDriverTest, WithOneThatIsTooOldThePreferencesAreShown) {
+  control->setClientProperty(loopback::kLoopbackDriverKey, "1.0.2");
+  expectThePreferencesInsteadOfARecording();
 }
 
 // At any moment of start, recording and stop.

@@ -398,6 +398,16 @@ std::vector<PipeWireControl::Properties> PipeWireControl::objects(const std::str
   return found;
 }
 
+void PipeWireControl::setClientProperty(const std::string& key, const std::string& value) {
+  {
+    const LoopLock lock(impl_->loop);
+    const spa_dict_item item{key.c_str(), value.c_str()};
+    const spa_dict properties = SPA_DICT_INIT(&item, 1);
+    pw_client_update_properties(pw_core_get_client(impl_->core), &properties);
+  }
+  synchronize();
+}
+
 std::vector<PipeWireControl::Properties> PipeWireControl::clientProperties() {
   struct Watched {
     pw_client* client = nullptr;

@@ -54,6 +54,8 @@ class PipeWireControl {
   [[nodiscard]] std::vector<Properties> objects(const std::string& type);
   // All properties of every client, which the registry shows a part of.
   [[nodiscard]] std::vector<Properties> clientProperties();
+  // A property of this client's own, for all others to see.
+  void setClientProperty(const std::string& key, const std::string& value);
   // Waits until the daemon has done everything asked for so far.
   void synchronize();
 

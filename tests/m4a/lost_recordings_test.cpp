@@ -223,12 +223,12 @@ TEST_F(LostRecordingsTest, AFileOfAProcessThatIsKilledIsLost) {
 
 TEST_F(LostRecordingsTest, AWriterThatStopsAcrossDisksNeverLosesItsFileToAnother) {
   const TemporaryFolder here;
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 100; ++round) {
     OpenFiles files;
     LostRecordings others{here.path()};
     const std::string from = here.path() + kName;
     const auto writer = files.open(from, OpenFiles::Mode::kCreateNew, &error);
-    ASSERT_EQ(writer->append(asBytes(std::string(1 << 20, 'x'))), "");
+    ASSERT_EQ(writer->append(asBytes(std::string(1 << 16, 'x'))), "");
     std::atomic<bool> over = false;
     std::atomic<int> taken = 0;
     std::thread other([&] {

@@ -48,7 +48,7 @@ std::string SinkDirectory::sinkName(std::uint32_t global) const {
 }
 
 std::vector<std::string> SinkDirectory::channelsFor(const std::string& sinkName) const {
-  const std::vector<std::string> stereo = {"FL", "FR"};
+  std::vector<std::string> stereo = {"FL", "FR"};
   const auto sink = std::find_if(sinks_.begin(), sinks_.end(),
                                  [&](const auto& entry) { return entry.second == sinkName; });
   if (sink == sinks_.end()) return stereo;
@@ -57,6 +57,7 @@ std::vector<std::string> SinkDirectory::channelsFor(const std::string& sinkName)
     if (port.node == sink->first) channels[port.index] = port.channel;
   }
   std::vector<std::string> result;
+  result.reserve(channels.size());
   for (const auto& [index, channel] : channels) result.push_back(channel);
   const std::set<std::string> distinct(result.begin(), result.end());
   const bool usable = !result.empty() && result.size() <= kMostChannels &&

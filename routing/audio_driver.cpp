@@ -52,7 +52,7 @@ bool holdsRecentEnoughDriver(const suite::Environment& environment, const std::s
   if (!info) return false;
   const auto entry = info->find(kBundleShortVersionKey);
   if (entry == info->end()) return false;
-  const std::string* const text = entry->second.as<std::string>();
+  const auto* const text = entry->second.as<std::string>();
   return text != nullptr && isRecentEnough(AudioDriver::parseVersion(*text));
 }
 

@@ -20,8 +20,7 @@ AudioWaiter::AudioWaiter(suite::Environment environment, WaitFinished onWaitFini
 std::shared_ptr<AudioWaiter> AudioWaiter::initWithObject(suite::Environment environment,
                                                          std::any object,
                                                          WaitFinished onWaitFinished) {
-  const std::shared_ptr<AudioWaiter> waiter(
-      new AudioWaiter(environment, std::move(onWaitFinished)));
+  std::shared_ptr<AudioWaiter> waiter(new AudioWaiter(environment, std::move(onWaitFinished)));
   waiter->_output = AudioDriver::getCurrentOutputAudioDevice(environment);
   AudioDriver::showLoopbackDevice(environment, true);
   waiter->_timerCheck = environment.host.runLoop.scheduledTimer(

@@ -29,7 +29,7 @@ std::string withoutTrailingSlashes(std::string path) {
 }
 
 std::string lastPathComponent(const std::string& path) {
-  const std::string trimmed = withoutTrailingSlashes(path);
+  std::string trimmed = withoutTrailingSlashes(path);
   const auto slash = trimmed.rfind('/');
   return slash == std::string::npos || trimmed.size() == 1 ? trimmed : trimmed.substr(slash + 1);
 }
@@ -42,7 +42,7 @@ std::string appendingPathComponent(const std::string& folder, std::string_view c
 
 // A leading dot belongs to the name: it starts no extension.
 std::string deletingPathExtension(const std::string& path) {
-  const std::string trimmed = withoutTrailingSlashes(path);
+  std::string trimmed = withoutTrailingSlashes(path);
   const auto slash = trimmed.rfind('/');
   const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
   const auto dot = trimmed.rfind('.');

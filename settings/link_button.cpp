@@ -16,7 +16,7 @@ const platform::Color& defaultLinkColor(const platform::Host& host) {
 
 std::shared_ptr<LinkButton> LinkButton::initWithButton(
     const platform::Host& host, const std::shared_ptr<platform::Button>& button) {
-  const std::shared_ptr<LinkButton> link(new LinkButton(host, button));
+  std::shared_ptr<LinkButton> link(new LinkButton(host, button));
   button->setResponder(link);
   return link;
 }

@@ -49,7 +49,8 @@ std::uint32_t channelNamed(std::string_view name) {
 std::vector<std::uint32_t> positionsFromText(const std::string& text) {
   constexpr std::string_view kBetween = " ,[]\"";
   std::vector<std::uint32_t> positions;
-  for (std::size_t begin = 0; (begin = text.find_first_not_of(kBetween, begin)) != text.npos;) {
+  constexpr std::size_t kNone = std::string::npos;
+  for (std::size_t begin = 0; (begin = text.find_first_not_of(kBetween, begin)) != kNone;) {
     const std::size_t end = std::min(text.find_first_of(kBetween, begin), text.size());
     positions.push_back(channelNamed(std::string_view(text).substr(begin, end - begin)));
     begin = end;

@@ -34,7 +34,7 @@ class CaptureRun {
   // A device that sends nothing for so long, at the start or later, has failed.
   static constexpr std::chrono::seconds kSilenceLimit{5};
   // Sound that is digital silence for so long from the start says that something is not right.
-  static constexpr std::uint32_t kSilentStart_s = 3;
+  static constexpr std::uint64_t kSilentStart_s = 3;
 
   // Called on threads of the run; they must not call the run.
   struct Events {

@@ -9,7 +9,7 @@
 namespace linux_host {
 
 PipeWireCaptureSession::~PipeWireCaptureSession() {
-  stopRunning();
+  PipeWireCaptureSession::stopRunning();
 }
 
 bool PipeWireCaptureSession::canAddInput(const platform::CaptureDeviceInputPtr& input) const {

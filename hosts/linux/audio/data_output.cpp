@@ -8,7 +8,7 @@ namespace {
 
 // A delegate that lags further behind than this leaves the rest in the ring, which is bounded and
 // counts its losses.
-constexpr std::uint32_t kLargestBacklog_s = 2;
+constexpr std::uint64_t kLargestBacklog_s = 2;
 
 class Connection : public platform::CaptureConnection {};
 

@@ -92,7 +92,7 @@ class DeviceClockTable {
       }
       entry.write(DeviceClock{});
       entry.device.store(device, std::memory_order_release);
-      return Publisher(this, i);
+      return {this, i};
     }
     return {};
   }

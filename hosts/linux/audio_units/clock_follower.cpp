@@ -29,7 +29,7 @@ double ClockFollower::follow(const GraphCycle& cycle) {
     nominal_ns_ = duration_ns;
     return 0;
   }
-  const double now_ns = static_cast<double>(static_cast<std::int64_t>(cycle.host_ns - origin_ns_));
+  const auto now_ns = static_cast<double>(static_cast<std::int64_t>(cycle.host_ns - origin_ns_));
   const double passed_ns = std::exchange(nominal_ns_, duration_ns);
   const double expected_ns = filtered_ns_ + passed_ns * stretch_;
   const double late_ns = now_ns - expected_ns;

@@ -188,8 +188,9 @@ OSStatus VarispeedUnit::render(std::uint32_t*, const platform::AudioTimeStamp& t
   const long made = src_callback_read(converter_.get(), outputPerInput(),
                                       static_cast<long>(frameCount), outputInterleaved_.data());
   const auto frames = static_cast<std::uint32_t>(std::clamp(made, 0L, long{frameCount}));
-  std::fill(outputInterleaved_.begin() + frames * list.mNumberBuffers,
-            outputInterleaved_.begin() + frameCount * list.mNumberBuffers, 0.0F);
+  const std::ptrdiff_t channels = list.mNumberBuffers;
+  std::fill(outputInterleaved_.begin() + frames * channels,
+            outputInterleaved_.begin() + frameCount * channels, 0.0F);
   deinterleave(outputInterleaved_.data(), frameCount, list);
   stepBack(shortfall_.endOfCycle());
   return noErr;

@@ -25,7 +25,7 @@ PortalRequest::~PortalRequest() {
 std::shared_ptr<PortalRequest> PortalRequest::ask(GDBusConnection* bus, const char* interface,
                                                   const char* method, const Arguments& arguments,
                                                   Handler handler) {
-  const Self request(new PortalRequest(bus, std::move(handler)));
+  Self request(new PortalRequest(bus, std::move(handler)));
   request->listen(request->requestPath());
   request->watch_ =
       g_bus_watch_name_on_connection(bus, kPortalName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START, nullptr,

@@ -172,7 +172,7 @@ void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* re
                                                gpointer call) {
   const auto answer = answered(source, result, call);
   if (!answer) return;
-  auto& [self, notification, value] = *answer;
+  const auto& [self, notification, value] = *answer;
   const VariantPtr list(g_variant_get_child_value(value.get(), 0));
   Capabilities capabilities;
   for (gsize i = 0; i < g_variant_n_children(list.get()); ++i) {
@@ -220,7 +220,7 @@ void DesktopNotificationCenter::notify(const UserNotificationPtr& notification) 
 void DesktopNotificationCenter::onNotified(GObject* source, GAsyncResult* result, gpointer call) {
   const auto answer = answered(source, result, call);
   if (!answer) return;
-  auto& [self, notification, value] = *answer;
+  const auto& [self, notification, value] = *answer;
   const VariantPtr id(g_variant_get_child_value(value.get(), 0));
   if (Delivered* delivered = self.find(notification)) {
     delivered->id = g_variant_get_uint32(id.get());

@@ -1,5 +1,6 @@
 """Reads the preferences window as a screen reader does, through AT-SPI: every control has a name,
-the right role, and nobody reads a mnemonic's ampersand aloud.
+the right role, and nobody reads a mnemonic's ampersand aloud; microphones that are plugged in and
+out while the menu of audio sources is open come and go in it at once.
 
 Usage: check_accessibility.py PROGRAM, in a session of its own that has a bus (private-session).
 """
@@ -12,6 +13,9 @@ import time
 PREFERENCES = "a5f597ea-d3f3-4347-bbe6-344e240acc7e"
 LAUNCHER = "/usr/libexec/at-spi-bus-launcher"
 DEADLINE_S = 30
+# From the moment in which a device is there, or gone, to the menu that says so.
+UPDATE_LIMIT_S = 0.2
+PLUGGINGS = 5
 # Role names as AT-SPI gives them, with how many there are: the link to the privacy settings shows
 # only while access to the microphone is denied.
 EXPECTED = {"combo box": 3, "push button": 3}
@@ -84,6 +88,81 @@ def problems_of(window, pyatspi):
     return problems
 
 
+def combo_box_labelled(window, label, pyatspi):
+    for node in walk(window):
+        if node.getRoleName() == "combo box" and label in labels_of(node, pyatspi):
+            return node
+    sys.exit(f"there is no combo box {label!r}")
+
+
+def items_of(box):
+    names = []
+    for node in walk(box):
+        node.clearCache()
+        if node.getRoleName() == "list item":
+            names.append(node.name)
+    return names
+
+
+def is_open(box, pyatspi):
+    box.clearCache()
+    return box.getState().contains(pyatspi.STATE_EXPANDED)
+
+
+class SoundServer:
+    """A shell of PipeWire's that stays open, so that no start of a program is measured."""
+
+    def __init__(self):
+        self.shell = subprocess.Popen(["pw-cli"], stdin=subprocess.PIPE,
+                                      stdout=subprocess.DEVNULL, text=True)
+
+    def tell(self, command):
+        self.shell.stdin.write(command + "\n")
+        self.shell.stdin.flush()
+
+    def plug_in(self, name):
+        self.tell("create-node adapter { factory.name = support.null-audio-sink "
+                  f"node.name = {name} node.description = {name} "
+                  "media.class = Audio/Source/Virtual audio.position = [ MONO ] "
+                  "object.linger = true }")
+
+    def pull_out(self, name):
+        self.tell(f"destroy {name}")
+
+    def close(self):
+        self.shell.terminate()
+        self.shell.wait()
+
+
+def late_updates(box, pyatspi):
+    """Opens the menu, plugs microphones in and out, and measures until the menu shows it."""
+    server = SoundServer()
+    times_ms = []
+    try:
+        if is_open(box, pyatspi):
+            return ["the menu is open before anybody has opened it"]
+        box.queryAction().doAction(0)
+        wait_for("the open menu", lambda: is_open(box, pyatspi))
+        for number in range(PLUGGINGS):
+            name = f"plugged-{number}"
+            for act, there in ((server.plug_in, True), (server.pull_out, False)):
+                begin = time.monotonic()
+                act(name)
+                deadline = begin + DEADLINE_S
+                while (name in items_of(box)) != there:
+                    if time.monotonic() > deadline:
+                        return [f"the open menu never {'showed' if there else 'lost'} {name}"]
+                if not is_open(box, pyatspi):
+                    return [f"the menu closed when {name} came or went"]
+                times_ms.append(round((time.monotonic() - begin) * 1000))
+    finally:
+        server.close()
+    print(f"open menu: updated after {times_ms} ms")
+    # A busy machine may be late once; a menu that is late always is not live.
+    usual_s = sorted(times_ms)[len(times_ms) // 2] / 1000
+    return [] if usual_s < UPDATE_LIMIT_S else [f"the menu is updated after {usual_s} s only"]
+
+
 def main():
     program = sys.argv[1]
     children = []
@@ -111,6 +190,7 @@ def main():
         window = wait_for("the preferences window", preferences_window)
         wait_for("its controls", lambda: sum(1 for _ in walk(window)) > 10)
         problems = problems_of(window, pyatspi)
+        problems += late_updates(combo_box_labelled(window, "Audio source:", pyatspi), pyatspi)
         for problem in problems:
             print(problem, file=sys.stderr)
         return 1 if problems else 0

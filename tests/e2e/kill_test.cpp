@@ -21,6 +21,13 @@ using test_support::PrivatePipeWire;
 using test_support::waitUntil;
 
 constexpr int kKills = 10;
+// With a sanitizer the m4a module alone takes a second to load on a busy machine, and until then
+// nothing is in the file; what the user is promised is measured without one.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double kMostMissing_s = 3.0;
+#else
+constexpr double kMostMissing_s = 1.0;
+#endif
 // Starting, recording, killing and decoding, on a machine that is busy with other things.
 constexpr std::chrono::seconds kLongestKill{12};
 
@@ -125,7 +132,7 @@ TEST_P(KillTest, FilesOfKilledProgramsPlayToWithinASecondOfTheKillAndComeBack) {
     if (kill.hasSound()) {
       EXPECT_EQ(kill.error, "") << "after " << kill.recorded_s << " s";
     }
-    EXPECT_LE(kill.missing_s(), 1.0) << "after " << kill.recorded_s << " s";
+    EXPECT_LE(kill.missing_s(), kMostMissing_s) << "after " << kill.recorded_s << " s";
     played_s += kill.played_s;
   }
   print(kills);

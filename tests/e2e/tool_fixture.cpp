@@ -35,7 +35,8 @@ double secondsBetween(Clock::time_point from, Clock::time_point to) {
 
 void waitSeconds(double time_s) {
   const auto begin = Clock::now();
-  waitUntil([&] { return secondsBetween(begin, Clock::now()) >= time_s; }, kStepLimit);
+  waitUntil([&] { return secondsBetween(begin, Clock::now()) >= time_s; },
+            std::chrono::seconds(static_cast<std::int64_t>(time_s) + 1));
 }
 
 ToolFixture::ToolFixture(PrivatePipeWire::Options servers) : server(std::move(servers)) {

@@ -1,0 +1,131 @@
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/e2e/birth_time.h"
+#include "tests/e2e/decoded_sound.h"
+#include "tests/e2e/tool_fixture.h"
+#include "tests/support/tone_figures.h"
+
+// A long recording in real time: it takes no more memory at its end than soon after its start,
+// loses nothing, and is as long as the clock says.
+//
+// RA_SOAK_SECONDS is its length; scripts/soak sets it to ten minutes.
+
+namespace e2e {
+namespace {
+
+using test_support::ToneFigures;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr double kUsualLength_s = 6;
+// When everything that is loaded in the background has been loaded.
+constexpr double kWarmUpShare = 0.1;
+// The positions of the packets that an m4a has to keep until its end are a quarter of that in ten
+// minutes.
+constexpr long kMostGrowth_kB = 512;
+// The ring between the microphone and the writer is given its memory while it is first gone round.
+constexpr double kRing_s = 10;
+constexpr long kRing_kB = 1876;
+// A tone of which no block is a whole number of periods, so that a lost one bends it.
+constexpr double kTone_Hz = 997;
+constexpr double kAmplitude = 0.5;
+// One buffer of 1024 frames, and two looks of the drain thread.
+constexpr double kBuffer_s = 0.0214 + 0.020;
+// Time stamps of files are those of the last tick.
+constexpr double kTick_s = 0.010;
+// A stream of MP3 says nothing of the encoder's delay and the padding of its last packets, and
+// lacks what waited for the encoder at the stop.
+constexpr double kMp3Edges_s = 0.1;
+// Between the first buffer and the making of the file, on a busy machine.
+constexpr double kReport_s = 0.25;
+
+double soakLength_s() {
+  const char* text = std::getenv("RA_SOAK_SECONDS");
+  return text == nullptr ? kUsualLength_s : std::strtod(text, nullptr);
+}
+
+float tone997Hz(std::uint64_t frame, std::uint32_t) {
+  constexpr std::uint64_t kRate_Hz = 48000;
+  const auto step = static_cast<double>(frame * static_cast<std::uint64_t>(kTone_Hz) % kRate_Hz);
+  return static_cast<float>(kAmplitude * std::sin(2 * M_PI * step / kRate_Hz));
+}
+
+test_support::PrivatePipeWire::Options enduringServers() {
+  test_support::PrivatePipeWire::Options options;
+  options.watchdog = std::chrono::seconds(90 + static_cast<int>(1.5 * soakLength_s()));
+  return options;
+}
+
+// VmRSS; 0 when the process is gone.
+long residentMemory_kB(pid_t pid) {
+  constexpr std::string_view kField = "VmRSS:";
+  std::ifstream lines("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(kField)) return std::strtol(line.c_str() + kField.size(), nullptr, 10);
+  }
+  return 0;
+}
+
+class SoakTest : public ToolFixture, public testing::WithParamInterface<int> {
+ protected:
+  SoakTest() : ToolFixture(enduringServers()) {
+    writeSettings({{"SoundFormat", GetParam()}});
+    control = std::make_unique<test_support::PipeWireControl>();
+    control->createMicrophone("microphone", {{"audio.position", "MONO"}});
+    feed = std::make_unique<test_support::SignalFeed>("feed", 1, tone997Hz);
+    control->link("feed", "microphone");
+    control->setDefaultSource("microphone");
+  }
+};
+
+TEST_P(SoakTest, MemoryStaysAndTheFileIsAsLongAsTheClockSays) {
+  const double length_s = soakLength_s();
+  const auto tool = startRecording(length_s * kWarmUpShare);
+  const auto born = birthOf(status()["outputFile"]);
+  if (!born) GTEST_SKIP() << temporaryFolder() << " does not remember when files were made";
+  const long before_kB = residentMemory_kB(tool->pid());
+  waitSeconds(length_s * (1 - kWarmUpShare));
+  const long after_kB = residentMemory_kB(tool->pid());
+  ASSERT_EQ(run({"--stop"}).exitStatus, 0);
+  const std::string file = onlyFileIn(musicFolder());
+  EXPECT_TRUE(endsAtOnce(*tool));
+
+  // The folder has changed last when the file got its name in it, which is the stop.
+  const auto stopped = std::filesystem::file_time_type::clock::to_sys(
+      std::filesystem::last_write_time(musicFolder()));
+  const double clock_s = std::chrono::duration<double>(stopped - *born).count();
+  const DecodedSound sound = decodeSound(file, server.directory());
+  const bool mp3 = GetParam() == kMp3;
+  const double holds_s = mp3 ? sound.duration_s() : sound.containerDuration_s;
+  const double edges_s = mp3 ? kMp3Edges_s : 0;
+  const ToneFigures figures = test_support::measureTone(innerPart(sound, 0.15), sound.rate_Hz);
+  std::printf(
+      "%s: %.3f s by the clock, %.3f s in the file (%+.3f s); memory %ld kB after %.0f s, %ld kB "
+      "at the end (%+ld kB); %.4f Hz\n",
+      extensionOf(GetParam()).c_str(), clock_s, holds_s, holds_s - clock_s, before_kB,
+      length_s * kWarmUpShare, after_kB, after_kB - before_kB, figures.frequency_Hz);
+
+  EXPECT_EQ(sound.error, "");
+  EXPECT_GE(holds_s, clock_s - kBuffer_s - kTick_s - edges_s);
+  EXPECT_LE(holds_s, clock_s + kBuffer_s + kTick_s + edges_s + kReport_s);
+  // No frame is missing, none is there twice.
+  EXPECT_THAT(log(), Not(HasSubstr("Lost")));
+  EXPECT_THAT(test_support::brokenSeconds(
+                  innerPart(sound, 0.15), sound.rate_Hz,
+                  1.3 * test_support::secondDifferenceOfSine(kTone_Hz, kAmplitude, sound.rate_Hz)),
+              testing::IsEmpty());
+  EXPECT_NEAR(figures.frequency_Hz, kTone_Hz, 0.2);
+#if !defined(__SANITIZE_ADDRESS__)  // which keeps what was freed
+  const bool ringIsThere = length_s * kWarmUpShare > kRing_s;
+  EXPECT_LT(after_kB - before_kB, kMostGrowth_kB + (ringIsThere ? 0 : kRing_kB));
+#endif
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, SoakTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
+
+}  // namespace
+}  // namespace e2e

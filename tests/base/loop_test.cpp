@@ -29,6 +29,27 @@ class LoopTest : public ::testing::Test {
   platform::TimerPtr watchdog_;
 };
 
+TEST_F(LoopTest, RunsByTheStepOfAToolkitFromTheMomentItIsThereAndEndsItsInnerLoops) {
+  int steps = 0;
+  bool isInner = false;
+  loop_.performAfterDelay(0, [&] {
+    loop_.runBy(
+        [&] {
+          ++steps;
+          g_main_context_iteration(nullptr, TRUE);
+        },
+        [&] { isInner = false; });
+    loop_.performAfterDelay(0, [&] {
+      isInner = true;
+      loop_.performAfterDelay(0, [&] { loop_.quit(); });
+      while (isInner) g_main_context_iteration(nullptr, TRUE);
+    });
+  });
+  loop_.run();
+  EXPECT_GE(steps, 1);
+  EXPECT_FALSE(isInner);
+}
+
 using TimerTest = LoopTest;
 
 TEST_F(TimerTest, OneShotFiresOnceAfterItsInterval) {

@@ -57,6 +57,11 @@ TEST_F(AlertTest, AgreesOnReturnAndDeclinesOnEscape) {
             platform::kAlertFirstButtonReturn + 2);
 }
 
+TEST_F(AlertTest, DeclinesWhenTheProgramEnds) {
+  EXPECT_EQ(answer(alert_, [](QMessageBox&) { services().endDialogs(); }),
+            platform::kAlertFirstButtonReturn + 2);
+}
+
 TEST_F(AlertTest, WithoutButtonsHasOneThatClosesIt) {
   alert_.buttons.clear();
   EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }),

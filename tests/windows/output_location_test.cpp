@@ -177,6 +177,18 @@ TEST_F(OutputLocationTest, ShowsItsOwnChooserWhenTheDesktopsFails) {
   EXPECT_THAT(services().asked, ElementsAre(path("after")));
 }
 
+TEST_F(OutputLocationTest, ADialogDoesNotKeepTheProgramFromEnding) {
+  EXPECT_TRUE(change([](QFileDialog&) { services().endDialogs(); }).success);
+  EXPECT_THAT(services().asked, IsEmpty());
+  // Another program's dialog that nobody answers.
+  services().desktopChooser = [](const std::string&, const auto&) {
+    QTimer::singleShot(0, qApp, [] { services().endDialogs(); });
+  };
+  EXPECT_TRUE(change().success);
+  EXPECT_THAT(services().asked, IsEmpty());
+  EXPECT_TRUE(dialog().isVisible()) << "the window is no dialog that waits for an answer";
+}
+
 TEST_F(OutputLocationTest, KeepsTheOldFolderAndSaysWhyWhenTheNewOneCannotBeUsed) {
   services().refusal = "\"after\" <b>cannot</b> be written: Permission denied. Choose another.";
   QString said;

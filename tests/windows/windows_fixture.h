@@ -33,6 +33,12 @@ class FakeServices : public WindowsServices {
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& opened, std::function<void(FolderChoice)> done) override;
 
+  void runLoopBy(std::function<void()>, std::function<void()> ends) override {
+    endDialogs = std::move(ends);
+  }
+  // What the program calls when it ends.
+  std::function<void()> endDialogs;
+
   // The name of a string table, e.g. "de".
   void speak(const std::string& language);
   // Back to English, and a folder that takes every change.

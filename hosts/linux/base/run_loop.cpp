@@ -128,14 +128,16 @@ void MainLoop::run() {
   }
 }
 
-void MainLoop::setStep(std::function<void()> step) {
+void MainLoop::runBy(std::function<void()> step, std::function<void()> endInnerLoops) {
   mainThread_.check();
   step_ = step ? std::move(step) : iterateDefaultContext;
+  endInnerLoops_ = std::move(endInnerLoops);
 }
 
 void MainLoop::quit() {
   mainThread_.check();
   quit_ = true;
+  if (endInnerLoops_) endInnerLoops_();
 }
 
 }  // namespace linux_host

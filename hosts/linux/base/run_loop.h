@@ -21,18 +21,19 @@ class MainLoop : public platform::RunLoop {
                                     platform::TimerAction action) override;
   void performAfterDelay(double delay_s, std::function<void()> action) override;
 
-  // What waits for the next events of the default main context and handles them, for a toolkit that
-  // has more to do then; empty: GLib alone.
-  void setStep(std::function<void()> step);
+  // For a toolkit: `step` waits for the next events of the default main context and handles them,
+  // empty means GLib alone; `endInnerLoops` is called by quit(), so that run() gets its turn.
+  void runBy(std::function<void()> step, std::function<void()> endInnerLoops);
   // Runs until quit(); returns at once if quit() came before.
   void run();
-  // Takes effect after the step under way; also from inside a loop that an alert runs.
+  // Takes effect after the step under way; also from inside a loop that an alert runs, which ends.
   void quit();
   [[nodiscard]] bool hasQuit() const { return quit_; }
 
  private:
   MainThreadOnly mainThread_;
   std::function<void()> step_;
+  std::function<void()> endInnerLoops_;
   bool quit_ = false;
 };
 

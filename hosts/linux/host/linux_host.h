@@ -73,7 +73,9 @@ class HostWindowsServices : public WindowsServices {
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& folder, std::function<void(FolderChoice)> done) override;
-  void setLoopStep(std::function<void()> step) override { loop_.setStep(std::move(step)); }
+  void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) override {
+    loop_.runBy(std::move(step), std::move(endDialogs));
+  }
   [[nodiscard]] Appearance appearance() const override;
 
  private:

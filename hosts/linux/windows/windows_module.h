@@ -48,11 +48,11 @@ class WindowsServices {
     done({});
   }
   // From now on the main loop waits and works by `step`: a toolkit that sends its requests only
-  // then is not seen on the screen otherwise. Empty: as before.
-  virtual void setLoopStep(std::function<void()> step) { (void)step; }
-
-  // NOLINTEND(performance-unnecessary-value-param)
-
+  // then is not seen on the screen otherwise. `endDialogs` is called when the program ends, so that
+  // no dialog keeps it. Both empty: as before.
+  virtual void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) {
+    (void)step, (void)endDialogs;
+  }
   // What the user asked of the desktop; asked once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };

@@ -1,11 +1,13 @@
 #include <xcb/xcb.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QFileInfo>
 #include <QIcon>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 
@@ -50,6 +52,14 @@ std::string usablePlatform() {
   return x11IsThere() ? "xcb" : "";
 }
 
+// As if the user had closed each of them: who waits for its answer takes it as a no.
+void endDialogs() {
+  for (QWidget* widget : QApplication::topLevelWidgets()) {
+    auto* dialog = qobject_cast<QDialog*>(widget);
+    if (dialog != nullptr && dialog->isVisible() && dialog->isModal()) dialog->close();
+  }
+}
+
 class QtCursor : public platform::Cursor {
  public:
   // The pointer belongs to what it is over; leaving that gives it back.
@@ -79,9 +89,10 @@ class QtModule : public WindowsModule {
                                                  QIcon(QStringLiteral(":/RecordAudio.svg"))));
     applyAppearance(services.appearance());
     // Qt's own step of the same loop: on Wayland nothing is sent without it.
-    services_.setLoopStep([] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); });
+    services_.runLoopBy([] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); },
+                        endDialogs);
   }
-  ~QtModule() override { services_.setLoopStep({}); }
+  ~QtModule() override { services_.runLoopBy({}, {}); }
   QtModule(const QtModule&) = delete;
   QtModule& operator=(const QtModule&) = delete;
 
@@ -110,7 +121,7 @@ class QtModule : public WindowsModule {
         return platform::kAlertFirstButtonReturn + static_cast<int>(i);
       }
     }
-    return platform::kAlertFirstButtonReturn;
+    return platform::kAlertFirstButtonReturn + std::max(static_cast<int>(buttons.size()) - 1, 0);
   }
 
   std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,

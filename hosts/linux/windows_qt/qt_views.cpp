@@ -354,7 +354,9 @@ std::string QtOutputLocationButton::chosenFolder(const std::string& before) {
                            asker->done(0);
                          });
   if (!choice) waiting.exec();
-  if (choice && choice->offered) return choice->path.value_or("");
+  // Not answered any more: the program ends.
+  if (!choice) return {};
+  if (choice->offered) return choice->path.value_or("");
   return QFileDialog::getExistingDirectory(window, QString::fromStdString(title),
                                            QString::fromStdString(before))
       .toStdString();

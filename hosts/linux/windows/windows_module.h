@@ -53,6 +53,9 @@ class WindowsServices {
   virtual void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) {
     (void)step, (void)endDialogs;
   }
+
+  // NOLINTEND(performance-unnecessary-value-param)
+
   // What the user asked of the desktop; asked once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };

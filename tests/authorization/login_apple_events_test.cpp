@@ -20,12 +20,6 @@ using test_support::PrivatePipeWire;
 constexpr char kLogin1[] = R"(<node><interface name="org.freedesktop.login1.Manager">
   <method name="Reboot"><arg type="b" direction="in"/></method></interface></node>)";
 
-PrivatePipeWire::Options busOnly() {
-  PrivatePipeWire::Options options;
-  options.startDaemon = false;
-  return options;
-}
-
 class LoginAppleEventsTest : public testing::Test {
  protected:
   void startLogin() {
@@ -67,7 +61,7 @@ class LoginAppleEventsTest : public testing::Test {
     return status;
   }
 
-  PrivatePipeWire server{busOnly()};
+  PrivatePipeWire server{PrivatePipeWire::Options::busOnly()};
   std::function<void(GDBusMethodInvocation*)> respond = [](GDBusMethodInvocation* invocation) {
     g_dbus_method_invocation_return_value(invocation, nullptr);
   };

@@ -29,12 +29,6 @@ constexpr char kPolicyKit[] = R"x(<node><interface name="org.freedesktop.PolicyK
     <arg type="(bba{ss})" direction="out"/>
   </method></interface></node>)x";
 
-PrivatePipeWire::Options busOnly() {
-  PrivatePipeWire::Options options;
-  options.startDaemon = false;
-  return options;
-}
-
 void write(const std::string& path, const std::string& content) {
   std::ofstream(path) << content;
 }
@@ -81,7 +75,7 @@ class PolkitAuthorizationTest : public testing::Test {
     return reference;
   }
 
-  PrivatePipeWire server{busOnly()};
+  PrivatePipeWire server{PrivatePipeWire::Options::busOnly()};
   std::string record = server.directory() + "/record";
   std::string pkexec = server.directory() + "/pkexec";
   FakeService::Handler respond;

@@ -20,7 +20,7 @@ using ::testing::Pair;
 using ::testing::UnorderedElementsAre;
 
 constexpr const char* kPortal = "org.freedesktop.portal.Desktop";
-constexpr const char* kPath = "/org/freedesktop/portal/desktop";
+constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kRequest = "org.freedesktop.portal.Request";
 constexpr const char* kChooserXml = R"xml(<node>
 <interface name="org.freedesktop.portal.FileChooser">
@@ -35,8 +35,8 @@ class FakePortal {
   FakePortal(GDBusConnection* bus, guint32 version)
       : bus_(bus), version_(version), node_(g_dbus_node_info_new_for_xml(kChooserXml, nullptr)) {
     static const GDBusInterfaceVTable kTable = {&onCall, &onVersion, nullptr, {}};
-    chooser_ = g_dbus_connection_register_object(bus_, kPath, node_->interfaces[0], &kTable, this,
-                                                 nullptr, nullptr);
+    chooser_ = g_dbus_connection_register_object(bus_, kPortalPath, node_->interfaces[0], &kTable,
+                                                 this, nullptr, nullptr);
     name_ = g_bus_own_name_on_connection(bus_, kPortal, G_BUS_NAME_OWNER_FLAGS_NONE, nullptr,
                                          nullptr, nullptr, nullptr);
   }
@@ -107,8 +107,8 @@ class FakePortal {
     g_variant_lookup(rawOptions, "handle_token", "&s", &token);
     options.erase("handle_token");
     for (char& letter : sender) letter = letter == '.' ? '_' : letter;
-    request_ =
-        std::string(kPath) + "/request/" + (hasOwnPaths ? "old/7" : sender.substr(1) + "/" + token);
+    request_ = std::string(kPortalPath) + "/request/" +
+               (hasOwnPaths ? "old/7" : sender.substr(1) + "/" + token);
     if (!refusal.empty()) {
       g_dbus_method_invocation_return_dbus_error(invocation, refusal.c_str(), "Not for you");
       return;

@@ -19,8 +19,8 @@ using test_support::ChildProcess;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* kName = "org.freedesktop.login1";
-constexpr const char* kPath = "/org/freedesktop/login1";
+constexpr const char* kLogin1 = "org.freedesktop.login1";
+constexpr const char* kLogin1Path = "/org/freedesktop/login1";
 constexpr const char* kManager = "org.freedesktop.login1.Manager";
 constexpr const char* kWhy = "Audio recording";
 
@@ -37,13 +37,13 @@ class LoginSessionTest : public DesktopTest {
         ChildProcess::Command{{RA_PYTHON, "-m", "dbusmock", "--system", "--template", "logind"},
                               {"DBUS_SYSTEM_BUS_ADDRESS=" + busAddress()},
                               folder_ / "login.log"});
-    ASSERT_TRUE(runUntil([&] { return hasOwner(kName); }))
+    ASSERT_TRUE(runUntil([&] { return hasOwner(kLogin1); }))
         << base_test::contentsOf(folder_ / "login.log");
   }
   // "what mode" of every lock held.
   std::multiset<std::string> locks() {
     const VariantPtr answer =
-        call(client_.get(), kName, kPath, kManager, "ListInhibitors", nullptr);
+        call(client_.get(), kLogin1, kLogin1Path, kManager, "ListInhibitors", nullptr);
     EXPECT_NE(answer, nullptr);
     std::multiset<std::string> found;
     if (answer == nullptr) return found;
@@ -68,7 +68,7 @@ class LoginSessionTest : public DesktopTest {
     GVariantBuilder arguments;
     g_variant_builder_init(&arguments, G_VARIANT_TYPE("av"));
     g_variant_builder_add(&arguments, "v", g_variant_new_boolean(goingDown ? TRUE : FALSE));
-    EXPECT_NE(call(client_.get(), kName, kPath, "org.freedesktop.DBus.Mock", "EmitSignal",
+    EXPECT_NE(call(client_.get(), kLogin1, kLogin1Path, "org.freedesktop.DBus.Mock", "EmitSignal",
                    g_variant_new("(sssav)", kManager, "PrepareForShutdown", "b", &arguments)),
               nullptr);
   }

@@ -5,8 +5,8 @@
 namespace e2e {
 namespace {
 
-constexpr const char* kName = "org.freedesktop.Notifications";
-constexpr const char* kPath = "/org/freedesktop/Notifications";
+constexpr const char* kServer = "org.freedesktop.Notifications";
+constexpr const char* kServerPath = "/org/freedesktop/Notifications";
 constexpr const char* kInterface = R"(<node><interface name="org.freedesktop.Notifications">
 <method name="GetCapabilities"><arg type="as" direction="out"/></method>
 <method name="GetServerInformation"><arg type="s" direction="out"/><arg type="s" direction="out"/>
@@ -39,14 +39,14 @@ NotificationServer::NotificationServer(const std::string& busAddress)
   node_ = g_dbus_node_info_new_for_xml(kInterface, &error);
   if (node_ == nullptr) fail(error);
   static constexpr GDBusInterfaceVTable kMethods{&NotificationServer::onCall, nullptr, nullptr, {}};
-  g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0], &kMethods, this,
+  g_dbus_connection_register_object(connection_, kServerPath, node_->interfaces[0], &kMethods, this,
                                     nullptr, &error);
   if (error != nullptr) fail(error);
   g_main_context_pop_thread_default(context_);
   GVariant* const reply = g_dbus_connection_call_sync(
       connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "RequestName", g_variant_new("(su)", kName, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
-      &error);
+      "RequestName", g_variant_new("(su)", kServer, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+      nullptr, &error);
   if (reply == nullptr) fail(error);
   g_variant_unref(reply);
   thread_ = std::thread([this] {

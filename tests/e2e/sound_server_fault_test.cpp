@@ -85,12 +85,7 @@ class NoSoundTest : public ToolFixture {
 
 class NoServerTest : public NoSoundTest {
  protected:
-  NoServerTest()
-      : NoSoundTest([] {
-          test_support::PrivatePipeWire::Options options;
-          options.startDaemon = false;
-          return options;
-        }()) {}
+  NoServerTest() : NoSoundTest(test_support::PrivatePipeWire::Options::busOnly()) {}
 };
 
 TEST_F(NoServerTest, StartWithoutASoundServerSaysSoAndEnds) {

@@ -168,12 +168,6 @@ class FakeDesktop {
 // The schemas that GLib finds are fixed when it first looks: here it finds none.
 const bool kNoSchemas = setenv("XDG_DATA_DIRS", "/nonexistent", 1) == 0;
 
-PrivatePipeWire::Options onlyTheBus() {
-  PrivatePipeWire::Options options;
-  options.startDaemon = false;
-  return options;
-}
-
 class PermissionTest : public testing::Test {
  protected:
   ~PermissionTest() override {
@@ -192,7 +186,7 @@ class PermissionTest : public testing::Test {
     return answer;
   }
 
-  PrivatePipeWire server{onlyTheBus()};
+  PrivatePipeWire server{PrivatePipeWire::Options::busOnly()};
   GDBusConnection* bus = connect();
   DesktopMicrophonePermission permission{[this] { return bus; }};
 };

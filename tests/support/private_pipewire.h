@@ -37,6 +37,13 @@ class PrivatePipeWire {
     std::vector<std::string> environment;  // "KEY=value" for the servers
     bool startDaemon = true;               // false: only the folders, the bus and the environment
     std::chrono::seconds watchdog{90};
+
+    // The folders, the environment and the bus, without a sound server.
+    static Options busOnly() {
+      Options options;
+      options.startDaemon = false;
+      return options;
+    }
   };
 
   // Returns when all servers answer. Throws std::runtime_error, with the servers' log, when they do

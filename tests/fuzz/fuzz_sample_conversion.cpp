@@ -18,6 +18,8 @@ using platform::AudioStreamBasicDescription;
 
 constexpr std::uint32_t kUnset = 0xDEADBEEF;
 constexpr std::size_t kHeader_bytes = 18;
+// More than fit into any data that the fuzzer tries.
+constexpr std::size_t kMostSamples = 4200;
 
 template <typename T>
 T take(const std::uint8_t*& at) {
@@ -57,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
   format.mBytesPerFrame = take<std::uint32_t>(at);
   format.mChannelsPerFrame = take<std::uint32_t>(at);
   format.mFormatFlags = take<std::uint32_t>(at);
-  const std::size_t count = take<std::uint16_t>(at);
+  const std::size_t count = take<std::uint16_t>(at) % kMostSamples;
   if (!record_audio::canConvertSamples(format)) return 0;
 
   // A block of exactly that size, so that one byte too far is seen.

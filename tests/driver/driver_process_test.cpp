@@ -184,7 +184,8 @@ class OtherSession {
         {"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + directory_ + "/bus.conf"});
     daemon_ = start({"pipewire"});
     if (!waitUntil([this] {
-          return std::filesystem::exists(socket()) && std::filesystem::exists(directory_ + "/bus");
+          return test_support::socketAnswers(socket()) &&
+                 test_support::socketAnswers(directory_ + "/bus");
         })) {
       throw std::runtime_error("the other session does not start");
     }

@@ -54,6 +54,8 @@ std::string makeDirectory() {
   return path;
 }
 
+}  // namespace
+
 bool socketAnswers(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -65,8 +67,6 @@ bool socketAnswers(const std::string& path) {
   close(fd);
   return answers;
 }
-
-}  // namespace
 
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;

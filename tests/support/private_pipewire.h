@@ -18,6 +18,10 @@ namespace test_support {
 bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = std::chrono::seconds(5));
 
+// Whether somebody listens on the local socket. Throws std::runtime_error when the path is too
+// long.
+bool socketAnswers(const std::string& path);
+
 // A whole sound server of the test's own: PipeWire, WirePlumber and a session bus as children, with
 // their own run-time, configuration, state and home folders, all removed at the end. No hardware is
 // looked for; make devices with PipeWireControl.

@@ -111,7 +111,11 @@ void PipeWireCaptureSession::onSamples(RunNumber number) {
 }
 
 void PipeWireCaptureSession::onFailed(RunNumber number, const std::string& message) {
-  if (run_ == nullptr || runNumber_ != number) return;
+  if (runNumber_ == number) fail(message);
+}
+
+void PipeWireCaptureSession::fail(const std::string& message) {
+  if (run_ == nullptr) return;
   stopRunning();
   postRuntimeError(message);
 }

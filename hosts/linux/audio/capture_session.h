@@ -42,6 +42,8 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   [[nodiscard]] bool isSilentSinceStart() const {
     return run_ != nullptr && run_->isSilentSinceStart();
   }
+  // Stops as if the device had failed, with a runtime error; does nothing unless it runs.
+  void fail(const std::string& message);
 
  private:
   // Tells one run of the session from another in work posted to the main thread.

@@ -136,6 +136,14 @@ bool PipeWireCapture::recordsSilence() const {
   });
 }
 
+void PipeWireCapture::failRecording(const std::string& message) {
+  // The list may change while the sessions' observers act.
+  const auto sessions = sessions_;
+  for (const auto& weak : sessions) {
+    if (const auto session = weak.lock()) session->fail(message);
+  }
+}
+
 platform::CaptureSessionPtr PipeWireCapture::createMonitoringSession() {
   return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_,
                                                   PipeWireCaptureSession::Notices::kNone);

@@ -78,6 +78,9 @@ class PipeWireCapture : public platform::Capture {
   // A session runs whose device has sent nothing but digital silence since its start. Monitoring
   // sessions do not count.
   [[nodiscard]] bool recordsSilence() const;
+  // Ends what is being recorded with a runtime error. What has been captured by then is still
+  // written.
+  void failRecording(const std::string& message);
 
  private:
   void postDeviceNotification(const char* name);

@@ -8,6 +8,7 @@ namespace linux_host {
 void PendingWork::begin() {
   const std::lock_guard lock(mutex_);
   ++count_;
+  ++changes_;
 }
 
 void PendingWork::end() {
@@ -15,6 +16,7 @@ void PendingWork::end() {
   {
     const std::lock_guard lock(mutex_);
     assert(count_ > 0);
+    ++changes_;
     if (--count_ > 0) return;
     callbacks.swap(callbacks_);
     // Under the lock: whoever waits may destroy this object as soon as it can take it.
@@ -26,6 +28,16 @@ void PendingWork::end() {
 void PendingWork::waitUntilIdle() {
   std::unique_lock lock(mutex_);
   idle_.wait(lock, [this] { return count_ == 0; });
+}
+
+bool PendingWork::waitUntilIdle(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  return idle_.wait_for(lock, limit, [this] { return count_ == 0; });
+}
+
+std::uint64_t PendingWork::changes() {
+  const std::lock_guard lock(mutex_);
+  return changes_;
 }
 
 void PendingWork::whenIdle(std::function<void()> callback) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -32,6 +34,10 @@ class PendingWork {
   void end();
   // Blocks until nothing is under way.
   void waitUntilIdle();
+  // The same for at most `limit`; false when something still is.
+  bool waitUntilIdle(std::chrono::milliseconds limit);
+  // Grows with each work that begins or ends.
+  [[nodiscard]] std::uint64_t changes();
   // Calls `callback` once as soon as nothing is under way: now, on this thread, or later on the
   // thread whose work ends last. It must not block.
   void whenIdle(std::function<void()> callback);
@@ -39,6 +45,7 @@ class PendingWork {
  private:
   std::mutex mutex_;
   std::condition_variable idle_;
+  std::uint64_t changes_ = 0;                     // guarded by mutex_
   std::size_t count_ = 0;                         // guarded by mutex_
   std::vector<std::function<void()>> callbacks_;  // guarded by mutex_
 };

@@ -16,6 +16,11 @@ namespace {
 // Where temporary files lie others can look; moving the file opens it to them.
 constexpr mode_t kNewFileMode = 0600;
 
+// Of a call that failed, or did not come back.
+std::string failure(std::string_view doing, const std::string& path, std::optional<int> error) {
+  return error ? errorText(doing, path, *error) : noAnswerText(doing, path);
+}
+
 class LinuxFileHandle : public platform::FileHandle {
  public:
   explicit LinuxFileHandle(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
@@ -43,21 +48,31 @@ class LinuxFileHandle : public platform::FileHandle {
 
 }  // namespace
 
+std::optional<int> LinuxFileManager::call(const std::string& path, int (*work)(const char*)) const {
+  const auto calls = openFiles_.calls().shared_from_this();
+  return calls->within([calls, path, work] {
+    const FileCalls::Call underWay(*calls, path);
+    return work(path.c_str()) == 0 ? 0 : errno;
+  });
+}
+
 bool LinuxFileManager::fileExists(const std::string& path) const {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
+  const auto error = call(path, [](const char* name) {
+    struct stat status {};
+    return stat(name, &status);
+  });
+  return error && *error == 0;
 }
 
 bool LinuxFileManager::createFile(const std::string& path) {
-  const int fd =
-      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-           kNewFileMode);
-  if (fd < 0) {
-    logMessage(LogLevel::kError, errorText("make the file", path, errno));
-    return false;
-  }
-  close(fd);
-  return true;
+  const auto error = call(path, [](const char* name) {
+    const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                        kNewFileMode);
+    return fd < 0 ? fd : close(fd);
+  });
+  if (error && *error == 0) return true;
+  logMessage(LogLevel::kError, failure("make the file", path, error));
+  return false;
 }
 
 std::unique_ptr<platform::FileHandle> LinuxFileManager::fileHandleForUpdating(
@@ -76,7 +91,8 @@ std::string LinuxFileManager::moveItem(const std::string& from, const std::strin
 }
 
 std::string LinuxFileManager::removeItem(const std::string& path) {
-  return unlink(path.c_str()) == 0 ? std::string() : errorText("remove", path, errno);
+  const auto error = call(path, &unlink);
+  return error && *error == 0 ? std::string() : failure("remove", path, error);
 }
 
 std::string LinuxFileManager::temporaryDirectory() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "hosts/linux/files/open_file.h"
@@ -9,7 +10,8 @@
 namespace linux_host {
 
 // Files of the real machine. Recordings and all else that is written while it may move go through
-// openFiles().
+// openFiles(). Where a disk or a network folder does not answer, every call fails after
+// FileCalls::kPatience; a file is then said not to exist.
 class LinuxFileManager : public platform::FileManager {
  public:
   [[nodiscard]] bool fileExists(const std::string& path) const override;
@@ -25,6 +27,9 @@ class LinuxFileManager : public platform::FileManager {
   [[nodiscard]] OpenFiles& openFiles() { return openFiles_; }
 
  private:
+  // errno of what `work` does with the path, 0 when it returned 0, null when it did not return.
+  std::optional<int> call(const std::string& path, int (*work)(const char*)) const;
+
   OpenFiles openFiles_;
 };
 

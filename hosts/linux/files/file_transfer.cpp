@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -13,7 +14,8 @@
 namespace linux_host {
 namespace {
 
-constexpr std::size_t kStep_bytes = std::size_t{1} << 20;
+// So little that the slowest of sticks has taken it long before it is taken for one that hangs.
+constexpr off_t kStep_bytes = off_t{4} << 20;
 constexpr mode_t kPermissions = 0777;
 
 bool hasNoSuchCall(int error) {
@@ -51,49 +53,56 @@ int writeAll(int fd, const std::byte* data, std::size_t size_bytes, off_t offset
   return 0;
 }
 
-// By way of this process; works between any two file systems.
-int copyByHand(int source, int target, off_t offset_bytes, off_t end_bytes) {
-  std::vector<std::byte> buffer(kStep_bytes);
-  while (offset_bytes < end_bytes) {
-    const ssize_t count = pread(source, buffer.data(), buffer.size(), offset_bytes);
+// By way of this process; works between any two file systems. Adds to *copied_bytes.
+int copyByHand(int source, int target, off_t end_bytes, off_t* copied_bytes) {
+  std::vector<std::byte> buffer(static_cast<std::size_t>(end_bytes - *copied_bytes));
+  while (*copied_bytes < end_bytes) {
+    const ssize_t count = pread(source, buffer.data(),
+                                static_cast<std::size_t>(end_bytes - *copied_bytes), *copied_bytes);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
     // Somebody cut the source short.
     if (count == 0) return EIO;
     if (const int error =
-            writeAll(target, buffer.data(), static_cast<std::size_t>(count), offset_bytes)) {
+            writeAll(target, buffer.data(), static_cast<std::size_t>(count), *copied_bytes)) {
       return error;
     }
-    offset_bytes += count;
+    *copied_bytes += count;
   }
   return 0;
 }
 
-int copyBytes(int source, int target) {
-  struct stat status {};
-  if (fstat(source, &status) != 0) return errno;
-  off_t from_bytes = 0;
-  off_t to_bytes = 0;
-  while (from_bytes < status.st_size) {
-    const ssize_t count = copy_file_range(source, &from_bytes, target, &to_bytes,
-                                          static_cast<std::size_t>(status.st_size - from_bytes), 0);
+int copyUpTo(int source, int target, off_t end_bytes, off_t* copied_bytes) {
+  while (*copied_bytes < end_bytes) {
+    off_t from_bytes = *copied_bytes;
+    const ssize_t count = copy_file_range(source, &from_bytes, target, copied_bytes,
+                                          static_cast<std::size_t>(end_bytes - from_bytes), 0);
     if (count < 0 && errno == EINTR) continue;
     // Kernels differ in which pairs of file systems they copy between, and in how they refuse.
     if (count == 0 || (count < 0 && (hasNoSuchCall(errno) || errno == EXDEV))) {
-      return copyByHand(source, target, from_bytes, status.st_size);
+      return copyByHand(source, target, end_bytes, copied_bytes);
     }
     if (count < 0) return errno;
   }
   return 0;
 }
 
-int fillCopy(int source, int target) {
+int fillCopy(int source, int target, const std::string& to, FileCalls& calls,
+             const std::atomic<bool>& isGivenUp) {
   struct stat status {};
   if (fstat(source, &status) != 0) return errno;
   // Some file systems know no permissions and refuse; the copy then has theirs.
   [[maybe_unused]] const int changed = fchmod(target, status.st_mode & kPermissions);
-  if (const int error = copyBytes(source, target)) return error;
-  return fsync(target) == 0 ? 0 : errno;
+  off_t copied_bytes = 0;
+  int error = 0;
+  do {
+    if (isGivenUp.load(std::memory_order_relaxed)) return ECANCELED;
+    const FileCalls::Call call(calls, to);
+    error = copyUpTo(source, target, std::min(copied_bytes + kStep_bytes, status.st_size),
+                     &copied_bytes);
+    if (error == 0 && fsync(target) != 0) error = errno;
+  } while (error == 0 && copied_bytes < status.st_size);
+  return error;
 }
 
 void flushFolder(const std::string& folder) {
@@ -111,14 +120,16 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
   return renameByReservation(from.c_str(), to.c_str());
 }
 
-int copyWithoutReplacing(int sourceFd, const std::string& to, int* copyFd) {
+int copyWithoutReplacing(int sourceFd, const std::string& to, FileCalls& calls,
+                         const std::atomic<bool>& isGivenUp, int* copyFd) {
   // Said before the bytes are copied in vain; the renaming below is what decides.
   if (access(to.c_str(), F_OK) == 0) return EEXIST;
   const std::string folder = std::filesystem::path(to).parent_path().string();
   std::string hidden = folder + "/.record-audio-XXXXXX";
   const int copy = mkostemp(hidden.data(), O_CLOEXEC);
   if (copy < 0) return errno;
-  int error = fillCopy(sourceFd, copy);
+  int error = fillCopy(sourceFd, copy, to, calls, isGivenUp);
+  if (error == 0 && isGivenUp.load(std::memory_order_relaxed)) error = ECANCELED;
   if (error == 0) error = renameWithoutReplacing(hidden, to);
   if (error != 0) {
     unlink(hidden.c_str());

@@ -94,10 +94,45 @@ int openFlags(OpenFiles::Mode mode) {
   return 0;
 }
 
+// What opening a file has come to. Closes what nobody has taken.
+struct Opened {
+  Opened() = default;
+  ~Opened() {
+    if (fd >= 0) ::close(fd);
+  }
+  Opened(Opened&& other) noexcept
+      : fd(std::exchange(other.fd, -1)), error(other.error), size_bytes(other.size_bytes) {}
+  Opened(const Opened&) = delete;
+  Opened& operator=(const Opened&) = delete;
+  Opened& operator=(Opened&&) = delete;
+
+  int fd = -1;
+  int error = 0;  // errno
+  std::uint64_t size_bytes = 0;
+};
+
+Opened openAndLock(const std::string& path, int flags) {
+  Opened opened;
+  opened.fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode);
+  struct stat status {};
+  if (opened.fd < 0 || fstat(opened.fd, &status) != 0) {
+    opened.error = errno;
+    return opened;
+  }
+  opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
+  // Only who looks for lost files cares; where there are no locks he finds out himself.
+  [[maybe_unused]] const int locked = flock(opened.fd, LOCK_EX | LOCK_NB);
+  return opened;
+}
+
 }  // namespace
 
 OpenFile::OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner)
-    : owner_(owner), fd_(fd), path_(std::move(path)), size_bytes_(size_bytes) {}
+    : owner_(owner),
+      calls_(owner.calls_),
+      fd_(fd),
+      path_(std::move(path)),
+      size_bytes_(size_bytes) {}
 
 OpenFile::~OpenFile() {
   owner_.forget(this);
@@ -122,6 +157,7 @@ std::uint64_t OpenFile::size_bytes() const {
 
 std::string OpenFile::truncate(std::uint64_t size_bytes) {
   const std::lock_guard lock(mutex_);
+  const FileCalls::Call underWay = call();
   if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
   size_bytes_ = size_bytes;
   writtenBack_bytes_ = std::min(writtenBack_bytes_, size_bytes);
@@ -131,6 +167,7 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
 void OpenFile::startWriteBack() {
   const std::lock_guard lock(mutex_);
   if (fd_ < 0 || writtenBack_bytes_ >= size_bytes_) return;
+  const FileCalls::Call underWay = call();
   // A file system that cannot do this flushes in its own time.
   sync_file_range(fd_, static_cast<off_t>(writtenBack_bytes_),
                   static_cast<off_t>(size_bytes_ - writtenBack_bytes_), SYNC_FILE_RANGE_WRITE);
@@ -140,6 +177,7 @@ void OpenFile::startWriteBack() {
 std::string OpenFile::close() {
   const std::lock_guard lock(mutex_);
   if (fd_ < 0) return {};
+  const FileCalls::Call underWay = call();
   // The descriptor is gone whatever close() says; what it says is a late error of a write.
   const int error = ::close(fd_) == 0 || errno == EINTR ? 0 : errno;
   fd_ = -1;
@@ -148,6 +186,7 @@ std::string OpenFile::close() {
 
 std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const {
   const std::lock_guard lock(mutex_);
+  const FileCalls::Call underWay = call();
   std::size_t done_bytes = 0;
   while (done_bytes < to.size()) {
     const ssize_t count = pread(fd_, to.data() + done_bytes, to.size() - done_bytes,
@@ -161,11 +200,13 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
 
 std::string OpenFile::waitForDisk() {
   const std::lock_guard lock(mutex_);
+  const FileCalls::Call underWay = call();
   return failure(fdatasync(fd_) == 0 ? 0 : errno);
 }
 
 int OpenFile::describe(struct statx* description) const {
   const std::lock_guard lock(mutex_);
+  const FileCalls::Call underWay = call();
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   return statx(fd_, "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
 }
@@ -182,6 +223,7 @@ bool OpenFile::isOpenAt(const std::string& path) const {
 
 int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
   if (fd_ < 0) return EBADF;
+  const FileCalls::Call underWay = call();
   while (!data.empty()) {
     const ssize_t count = pwrite(fd_, data.data(), data.size(), static_cast<off_t>(offset_bytes));
     if (count < 0 && errno == EINTR) continue;
@@ -198,17 +240,19 @@ std::string OpenFile::failure(int error) const {
 }
 
 std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
-  const int fd =
-      ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | openFlags(mode), kUnfinishedMode);
-  struct stat status {};
-  if (fd < 0 || fstat(fd, &status) != 0) {
-    *error = errorText("open", path, errno);
-    if (fd >= 0) ::close(fd);
+  auto opened = calls_->within([calls = calls_, path, flags = openFlags(mode)] {
+    const FileCalls::Call underWay(*calls, path);
+    return openAndLock(path, flags);
+  });
+  if (!opened) {
+    *error = noAnswerText("open", path);
     return nullptr;
   }
-  // Only who looks for lost files cares; where there are no locks he finds out himself.
-  [[maybe_unused]] const int locked = flock(fd, LOCK_EX | LOCK_NB);
-  return keep(fd, path, static_cast<std::uint64_t>(status.st_size));
+  if (opened->error != 0) {
+    *error = errorText("open", path, opened->error);
+    return nullptr;
+  }
+  return keep(std::exchange(opened->fd, -1), path, opened->size_bytes);
 }
 
 std::shared_ptr<OpenFile> OpenFiles::keep(int fd, const std::string& path,
@@ -256,20 +300,41 @@ std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
 }
 
 std::string OpenFiles::move(const std::string& from, const std::string& to) {
+  const auto isGivenUp = std::make_shared<GivenUp>(false);
+  auto error = calls_->within(
+      [this, from, to, isGivenUp, token = PendingWork::Token(moves_)] {
+        std::string result = moveNow(from, to, *isGivenUp);
+        if (result.empty() && isGivenUp->load(std::memory_order_relaxed)) {
+          logMessage(LogLevel::kWarning, from + " has been moved after all, to " + to);
+        }
+        return result;
+      },
+      isGivenUp);
+  return error ? *std::move(error) : noAnswerText("move " + from + " to", to);
+}
+
+std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
+                               const GivenUp& isGivenUp) {
   const auto file = find(normal(from));
   std::string error;
   if (file == nullptr) {
-    error = moveLocked(nullptr, from, to);
+    error = moveLocked(nullptr, from, to, isGivenUp);
   } else {
     const std::lock_guard lock(file->mutex_);
-    error = moveLocked(file.get(), from, to);
+    error = moveLocked(file.get(), from, to, isGivenUp);
   }
   if (error.empty()) openToOthersByUmask(to);
   return error;
 }
 
-std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const std::string& to) {
-  const int renamed = renameWithoutReplacing(from, to);
+std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const std::string& to,
+                                  const GivenUp& isGivenUp) {
+  // It may have waited for a write of the file long after the move was given up.
+  if (isGivenUp.load(std::memory_order_relaxed)) return errorText("move", from, ECANCELED);
+  const int renamed = [&] {
+    const FileCalls::Call underWay(*calls_, to);
+    return renameWithoutReplacing(from, to);
+  }();
   if (renamed == 0) {
     if (file != nullptr) file->path_ = normal(to);
     return {};
@@ -279,7 +344,7 @@ std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const
   const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
   if (source < 0) return errorText("read", from, errno);
   int copy = -1;
-  const int copied = copyWithoutReplacing(source, to, &copy);
+  const int copied = copyWithoutReplacing(source, to, *calls_, isGivenUp, &copy);
   ::close(source);
   if (copied != 0) return errorText("move " + from + " to", to, copied);
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,6 +12,9 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "hosts/linux/base/pending_work.h"
+#include "hosts/linux/files/file_calls.h"
 
 namespace linux_host {
 
@@ -53,12 +57,16 @@ class OpenFile {
   friend class OpenFiles;
   OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner);
 
+  // With mutex_ held: what follows may wait for the disk.
+  [[nodiscard]] FileCalls::Call call() const { return {*calls_, path_, FileCalls::Kind::kContent}; }
+
   [[nodiscard]] bool isOpenAt(const std::string& path) const;
   // Both with mutex_ held. Returns errno.
   int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
   [[nodiscard]] std::string failure(int error) const;
 
   OpenFiles& owner_;
+  const std::shared_ptr<FileCalls> calls_;
   mutable std::mutex mutex_;
   int fd_;                               // guarded by mutex_; -1 when closed
   std::string path_;                     // guarded by mutex_
@@ -73,6 +81,12 @@ class OpenFile {
 // may happen. So a file that holds something and is not locked has lost its writer.
 class OpenFiles {
  public:
+  OpenFiles() = default;
+  // Waits for moves that were given up and go on.
+  ~OpenFiles() { moves_.waitUntilIdle(); }
+  OpenFiles(const OpenFiles&) = delete;
+  OpenFiles& operator=(const OpenFiles&) = delete;
+
   enum class Mode {
     kExisting,   // must exist
     kCreate,     // made if missing, readable by its owner alone
@@ -81,7 +95,7 @@ class OpenFiles {
 
   // Null with *error set when the file cannot be opened for reading and writing, and when it is a
   // symbolic link: others can make one in the temporary folder. A file that may move must be open
-  // only once at a time.
+  // only once at a time. Gives up where the disk does not answer.
   [[nodiscard]] std::shared_ptr<OpenFile> open(const std::string& path, Mode mode,
                                                std::string* error);
 
@@ -96,15 +110,28 @@ class OpenFiles {
   // replaces a file. Once it lies there it has the mode that the umask leaves of a new file.
   // Returns an error text, empty on success; after an error the file is whole at `from`, still
   // being written, and nothing is left at the target.
+  //
+  // Gives up, with an error, where a disk does not answer for FileCalls::kPatience. A rename that
+  // was under way then may still be done when the disk comes back, and is logged.
   [[nodiscard]] std::string move(const std::string& from, const std::string& to);
+
+  // What is under way to and from these files.
+  [[nodiscard]] FileCalls& calls() const { return *calls_; }
 
  private:
   friend class OpenFile;
+  using GivenUp = std::atomic<bool>;
   std::shared_ptr<OpenFile> keep(int fd, const std::string& path, std::uint64_t size_bytes);
   void forget(OpenFile* file);
   std::shared_ptr<OpenFile> find(const std::string& path);
+  // As move(), for as long as it takes or until it is given up between two steps.
+  std::string moveNow(const std::string& from, const std::string& to, const GivenUp& isGivenUp);
   // With the file's lock held if it is not null.
-  std::string moveLocked(OpenFile* file, const std::string& from, const std::string& to);
+  std::string moveLocked(OpenFile* file, const std::string& from, const std::string& to,
+                         const GivenUp& isGivenUp);
+
+  const std::shared_ptr<FileCalls> calls_ = std::make_shared<FileCalls>();
+  PendingWork moves_;
 
   // Before an OpenFile's own lock, never after it.
   std::mutex mutex_;

@@ -1,6 +1,8 @@
 #include "hosts/linux/host/linux_host.h"
 
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 
 #include "hosts/linux/authorization/system_paths.h"
 #include "hosts/linux/base/log.h"
@@ -11,6 +13,9 @@ namespace {
 
 // What is sent at the very end may take this long to leave.
 constexpr int kLastWords_ms = 1000;
+// At the end nobody waits longer for a disk of which nothing is heard.
+constexpr std::chrono::milliseconds kFilesPatience{10'000};
+constexpr std::chrono::milliseconds kFilesStep{100};
 
 PipeWireConnection::Callbacks pipeWireCallbacks(LinuxHost::Purpose purpose) {
   PipeWireConnection::Callbacks callbacks;
@@ -99,9 +104,14 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       xsmpClient_(sessionEnd(), dispatch_.mainQueue(), M4aWriterFactory::defaultFolders()),
       sessionClient_(sessionBus_.connection(), startupId_, sessionEnd(),
                      [this] { xsmpClient_.connect(); }),
-      silenceWatch_(
-          mainLoop_, [this] { return capture_.recordsSilence(); },
-          [this](bool silent) { reportSilence(silent); }) {
+      stallDetector_(fileManager_.openFiles().calls()),
+      recordingWatch_(mainLoop_, findings(), [this](bool begins) {
+        if (begins) {
+          freeSpace_.begin({fileManager_.temporaryDirectory(), storage_.lastOutputFolder()});
+        } else {
+          freeSpace_.end();
+        }
+      }) {
   // A client that went away in the middle of an answer is no reason to end.
   std::signal(SIGPIPE, SIG_IGN);
   router_.setWindows([this] { return windows_.hasVisibleWindows(); },
@@ -111,7 +121,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
   embeddedSuite_.addObserver(sessionClient_);
-  embeddedSuite_.addObserver(silenceWatch_);
+  embeddedSuite_.addObserver(recordingWatch_);
 }
 
 LinuxHost::~LinuxHost() = default;
@@ -148,9 +158,59 @@ void LinuxHost::reportSilence(bool silent) {
                "No sound is coming in: the source has sent only silence since the recording "
                "started. Look whether it is the right one, switched on and not muted.");
   }
-  if (indicator_) {
-    indicator_->setRemark(silent ? bundle_->localizedString("No sound is coming in.") : "");
+  silenceRemark_ = silent ? bundle_->localizedString("No sound is coming in.") : "";
+  refreshRemark();
+}
+
+void LinuxHost::reportLowSpace(bool low) {
+  if (low) {
+    logMessage(LogLevel::kWarning, "Less than 100 MB are free for the recording, in " +
+                                       fileManager_.temporaryDirectory() + " or in " +
+                                       storage_.lastOutputFolder() + ". Make room, or stop soon.");
   }
+  spaceRemark_ =
+      low ? bundle_->localizedString("Less than 100 MB are free for the recording.") : "";
+  refreshRemark();
+}
+
+void LinuxHost::refreshRemark() {
+  if (indicator_ == nullptr) return;
+  const bool both = !silenceRemark_.empty() && !spaceRemark_.empty();
+  indicator_->setRemark(silenceRemark_ + (both ? "\n" : "") + spaceRemark_);
+}
+
+void LinuxHost::reportStall(bool stalled) {
+  if (!stalled) return;
+  capture_.failRecording(noAnswerText("write", *stalledFile_) +
+                         " The recording ends here; what was recorded before is kept.");
+}
+
+std::vector<RecordingWatch::Finding> LinuxHost::findings() {
+  return {{"silent", [this] { return capture_.recordsSilence(); },
+           [this](bool silent) { reportSilence(silent); }},
+          {"lowSpace", [this] { return freeSpace_.isLow(); },
+           [this](bool low) { reportLowSpace(low); }},
+          {"",
+           [this] {
+             stalledFile_ = stallDetector_.look();
+             return stalledFile_.has_value();
+           },
+           [this](bool stalled) { reportStall(stalled); }}};
+}
+
+bool LinuxHost::waitForFiles() {
+  // Counted, as time goes on while a process is stopped.
+  int idleSteps = 0;
+  std::uint64_t seen = 0;
+  while (!dispatch_.pendingWork().waitUntilIdle(kFilesStep)) {
+    const std::uint64_t progress = dispatch_.pendingWork().changes() +
+                                   fileManager_.openFiles().calls().progress() +
+                                   lostRecordings_.calls().progress();
+    idleSteps = progress == seen ? idleSteps + 1 : 0;
+    seen = progress;
+    if (idleSteps >= kFilesPatience / kFilesStep) return false;
+  }
+  return true;
 }
 
 void LinuxHost::saveRecording(std::function<void()> saved) {
@@ -169,7 +229,7 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                     std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
   showInDesktop();
   application_.setDelegate(delegate);
-  router_.attach(delegate, std::make_shared<SilenceInStatus>(std::move(remote), silenceWatch_),
+  router_.attach(delegate, std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_),
                  suite::kToolIdentifier);
   delegate.reset();
   if (launch.startedByBus) {
@@ -181,11 +241,17 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
 
   // From here on a new start is a new instance; this one only finishes its files.
   instance_.release();
-  dispatch_.waitUntilIdle();
+  const bool areFilesComplete = waitForFiles();
   router_.finish();
   loginSession_.releaseShutdown();
   workspace_.finish(kLastWords_ms);
   toolObject_.flushAll(kLastWords_ms);
+  if (areFilesComplete) return;
+  logMessage(LogLevel::kError,
+             "A disk or network folder does not answer, so the last part of a recording was not "
+             "written. What was recorded before is kept there; the next start looks for it.");
+  // Whoever waits for that disk would be waited for.
+  std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace linux_host

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,7 +28,8 @@
 #include "hosts/linux/bus/session_bus.h"
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/files/file_manager.h"
-#include "hosts/linux/host/silence_watch.h"
+#include "hosts/linux/files/free_space.h"
+#include "hosts/linux/host/recording_watch.h"
 #include "hosts/linux/indicator/indicator.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
 #include "hosts/linux/notifications/notification_center.h"
@@ -120,7 +122,14 @@ class LinuxHost {
  private:
   void showInDesktop();
   void reportMissingTray(bool present);
+  [[nodiscard]] std::vector<RecordingWatch::Finding> findings();
   void reportSilence(bool silent);
+  void reportLowSpace(bool low);
+  void reportStall(bool stalled);
+  void refreshRemark();
+  // Waits until every file is complete; false when no call to a file has come back for so long that
+  // none will.
+  bool waitForFiles();
   // The machine goes down, or the user logs out: `saved` is called when every file is closed.
   void saveRecording(std::function<void()> saved);
   SessionEnd sessionEnd();
@@ -172,7 +181,12 @@ class LinuxHost {
   LoginSession loginSession_;
   XsmpClient xsmpClient_;
   SessionClient sessionClient_;
-  SilenceWatch silenceWatch_;
+  FreeSpace freeSpace_;
+  StallDetector stallDetector_;
+  std::optional<std::string> stalledFile_;
+  std::string silenceRemark_;
+  std::string spaceRemark_;
+  RecordingWatch recordingWatch_;
   std::unique_ptr<Indicator> indicator_;
 };
 

@@ -19,6 +19,9 @@ class LostRecordings : public platform::InterruptedRecordings {
   [[nodiscard]] Claim claim(const std::string& path) override;
   void yieldToOthers() override;
 
+  // What is under way to and from these recordings. Any thread.
+  [[nodiscard]] const FileCalls& calls() const { return files_.calls(); }
+
  private:
   const std::string folder_;
   OpenFiles files_;

@@ -114,9 +114,12 @@ std::string SuiteStorage::chosenFolder(const std::string& tool) const {
 std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
   std::string folder = chosenFolder(tool);
   if (folder.empty()) folder = folders_.music;
-  std::string error = makeFolders(folder, kFolderForRecordings);
-  if (error.empty()) error = whyNotWritable(folder);
-  if (error.empty()) return folder;
+  const auto failure = folderCalls_->within([folder] {
+    std::string error = makeFolders(folder, kFolderForRecordings);
+    return error.empty() ? whyNotWritable(folder) : error;
+  });
+  const std::string error = failure ? *failure : noAnswerText("use", folder);
+  if (error.empty()) return lastOutputFolder_ = folder;
   logMessage(LogLevel::kError, "There is no folder for recordings. " + error);
   return std::nullopt;
 }
@@ -124,7 +127,9 @@ std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
 std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::string& folder) {
   if (!folder.starts_with('/')) return "Cannot use " + folder + ": it is no absolute path.";
   const std::string plain = withoutTrailingSlash(folder);
-  if (std::string error = whyNotWritable(plain); !error.empty()) return error;
+  const auto failure = folderCalls_->within([plain] { return whyNotWritable(plain); });
+  if (!failure) return noAnswerText("use", plain);
+  if (!failure->empty()) return *failure;
   auto locations = locations_.read();
   if (!locations) return "Cannot change " + locations_.path() + ". Mend or remove that file.";
   (*locations)[tool] = plain;

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "hosts/linux/files/file_calls.h"
 #include "hosts/linux/settings_store/json_file.h"
 #include "hosts/linux/settings_store/xdg_folders.h"
 #include "suite/storage.h"
@@ -17,6 +19,8 @@ class SuiteStorage : public suite::Storage {
   void appendEvent(const suite::UsageEvent& event) override;
   std::optional<std::string> outputFolder(const std::string& tool) override;
   std::string setOutputFolder(const std::string& tool, const std::string& folder) override;
+  // What outputFolder() named last; empty before.
+  [[nodiscard]] const std::string& lastOutputFolder() const { return lastOutputFolder_; }
   void writeLog(std::string_view line) override;
   [[nodiscard]] bool isExtendedLoggingOn() const override { return extendedLogging_; }
 
@@ -24,6 +28,8 @@ class SuiteStorage : public suite::Storage {
   [[nodiscard]] std::string chosenFolder(const std::string& tool) const;
 
   const XdgFolders folders_;
+  const std::shared_ptr<FileCalls> folderCalls_ = std::make_shared<FileCalls>();
+  std::string lastOutputFolder_;
   JsonFile locations_;
   const std::string events_;
   const bool extendedLogging_;

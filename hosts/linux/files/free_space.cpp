@@ -1,0 +1,72 @@
+#include "hosts/linux/files/free_space.h"
+
+#include <pthread.h>
+#include <sys/statvfs.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <utility>
+
+namespace linux_host {
+
+std::optional<std::uint64_t> freeSpace_bytes(const std::string& folder) {
+  struct statvfs space {};
+  // A file system without a size does not say what is free.
+  if (statvfs(folder.c_str(), &space) != 0 || space.f_blocks == 0) return std::nullopt;
+  return std::uint64_t{space.f_bavail} * space.f_frsize;
+}
+
+// Outlives the FreeSpace as long as a thread is held in a folder.
+struct FreeSpace::Looks {
+  const Measure measure;
+  const std::chrono::milliseconds look;
+  std::mutex mutex;
+  std::condition_variable ended;
+  bool isOver = false;        // guarded by mutex
+  std::set<std::string> low;  // guarded by mutex
+};
+
+FreeSpace::FreeSpace(Measure measure, std::chrono::milliseconds look)
+    : measure_(std::move(measure)), look_(look) {}
+
+void FreeSpace::begin(const std::vector<std::string>& folders) {
+  end();
+  looks_ = std::make_shared<Looks>(measure_, look_);
+  for (const std::string& folder : folders) {
+    std::thread([looks = looks_, folder] { run(looks, folder); }).detach();
+  }
+}
+
+void FreeSpace::end() {
+  if (looks_ == nullptr) return;
+  {
+    const std::lock_guard lock(looks_->mutex);
+    looks_->isOver = true;
+    looks_->ended.notify_all();
+  }
+  looks_.reset();
+}
+
+bool FreeSpace::isLow() const {
+  if (looks_ == nullptr) return false;
+  const std::lock_guard lock(looks_->mutex);
+  return !looks_->low.empty();
+}
+
+void FreeSpace::run(const std::shared_ptr<Looks>& looks, const std::string& folder) {
+  pthread_setname_np(pthread_self(), "free-space");
+  for (;;) {
+    const auto free_bytes = looks->measure(folder);
+    std::unique_lock lock(looks->mutex);
+    if (free_bytes && *free_bytes < kLow_bytes) {
+      looks->low.insert(folder);
+    } else if (free_bytes) {
+      looks->low.erase(folder);
+    }
+    if (looks->ended.wait_for(lock, looks->look, [&] { return looks->isOver; })) return;
+  }
+}
+
+}  // namespace linux_host

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/foundation.h"
+#include "platform/remote_control.h"
+#include "suite/embedded_suite.h"
+
+namespace linux_host {
+
+// Looks, while a recording runs, for what the user should hear of before its end, such as a muted
+// microphone or a disk that is nearly full. Main thread.
+class RecordingWatch : public suite::ToolDataObserver {
+ public:
+  static constexpr double kLook_s = 1.0;
+
+  struct Finding {
+    // The status says "<key>": true while it is so; empty: the status does not tell.
+    std::string statusKey;
+    // Asked at each look.
+    std::function<bool()> isSo;
+    // Called at each change; nothing is so whenever nothing is recorded.
+    std::function<void(bool isSo)> onChange;
+  };
+
+  // `onRecording` is called when a recording begins and when it is over. The loop outlives the
+  // watch.
+  RecordingWatch(platform::RunLoop& loop, std::vector<Finding> findings,
+                 std::function<void(bool begins)> onRecording);
+  ~RecordingWatch() override;
+  RecordingWatch(const RecordingWatch&) = delete;
+  RecordingWatch& operator=(const RecordingWatch&) = delete;
+
+  void toolDataDidChange(const suite::ToolData& data) override;
+  // Those of the keys whose findings are so.
+  [[nodiscard]] std::vector<std::string> trueKeys() const;
+
+ private:
+  struct Watched {
+    Finding finding;
+    bool isSo = false;
+  };
+  void look();
+  static void set(Watched& watched, bool isSo);
+
+  platform::RunLoop& loop_;
+  std::vector<Watched> watched_;
+  const std::function<void(bool begins)> onRecording_;
+  platform::TimerPtr timer_;  // null while nothing is recorded
+};
+
+// Adds what the watch has found to the status. Main thread.
+class FindingsInStatus : public platform::RemoteControl {
+ public:
+  // The watch outlives it.
+  FindingsInStatus(std::shared_ptr<platform::RemoteControl> control, const RecordingWatch& watch)
+      : control_(std::move(control)), watch_(watch) {}
+
+  bool stop() override { return control_->stop(); }
+  bool cancel() override { return control_->cancel(); }
+  [[nodiscard]] platform::Dictionary status() const override;
+
+ private:
+  const std::shared_ptr<platform::RemoteControl> control_;
+  const RecordingWatch& watch_;
+};
+
+}  // namespace linux_host

@@ -61,7 +61,7 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   // call has ended. `work` then goes on alone and must own all that it uses; *isGivenUp becomes
   // true, for it to look at, if that is given.
   template <typename Work>
-  auto within(Work work, std::shared_ptr<std::atomic<bool>> isGivenUp = nullptr)
+  auto within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp = nullptr)
       -> std::optional<decltype(work())>;
 
  private:
@@ -108,7 +108,7 @@ class StallDetector {
 std::string noAnswerText(std::string_view doing, const std::string& path);
 
 template <typename Work>
-auto FileCalls::within(Work work, std::shared_ptr<std::atomic<bool>> isGivenUp)
+auto FileCalls::within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp)
     -> std::optional<decltype(work())> {
   struct Shared {
     std::mutex mutex;

@@ -448,5 +448,23 @@ TEST(AudioHardware, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
   server.daemon().sendSignal(SIGCONT);
 }
 
+// A daemon whose client goes before the session manager has told it of the defaults tells nobody of
+// any change of them for as long as that session manager lives.
+TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHeardOf) {
+  const PrivatePipeWire server;
+  PipeWireControl control;
+  control.createSink("speakers");
+  control.setDefaultSink("speakers");
+  control.relyOnChanges();
+  for (int i = 0; i < 40; ++i) {
+    PipeWireConnection connection;
+    // At ever later moments of its start.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(250 * i);
+    waitUntil([&] { return std::chrono::steady_clock::now() >= end; });
+  }
+  control.setMetadata("probe", R"("heard of")");
+  EXPECT_TRUE(waitUntil([&] { return control.metadata("probe").has_value(); }));
+}
+
 }  // namespace
 }  // namespace linux_host

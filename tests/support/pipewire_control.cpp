@@ -65,6 +65,7 @@ struct PipeWireControl::Impl {
   std::vector<pw_proxy*> links;
   int lastDone = -1;
   bool dead = false;
+  bool readsAgain = true;
 
   // Also when the daemon never answered, with the loop running.
   ~Impl() {
@@ -310,11 +311,17 @@ void PipeWireControl::setMute(const std::string& nodeName, bool mute) {
 std::optional<std::string> PipeWireControl::metadata(const std::string& key) {
   const LoopLock lock(impl_->loop);
   // The daemon does not report changes made while another client binds the object.
-  const bool isQuiet = std::chrono::steady_clock::now() - impl_->lastNews > kQuiet;
+  const bool isQuiet =
+      impl_->readsAgain && std::chrono::steady_clock::now() - impl_->lastNews > kQuiet;
   if (isQuiet && impl_->defaults != nullptr) impl_->bindDefaults();
   const auto found = impl_->metadata.find(key);
   if (found == impl_->metadata.end()) return std::nullopt;
   return found->second;
+}
+
+void PipeWireControl::relyOnChanges() {
+  const LoopLock lock(impl_->loop);
+  impl_->readsAgain = false;
 }
 
 void PipeWireControl::setMetadata(const std::string& key, const std::string& jsonValue) {

@@ -36,6 +36,8 @@ class PipeWireControl {
 
   // The "default" metadata, subject 0; null without the key. Values are JSON {"name": ...}.
   std::optional<std::string> metadata(const std::string& key);
+  // The copy is read again where no change was heard of for half a second, unless:
+  void relyOnChanges();
   // An empty value removes the key.
   void setMetadata(const std::string& key, const std::string& jsonValue);
   // The same in a moment in which the daemon reports no change to other clients.

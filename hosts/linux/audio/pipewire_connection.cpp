@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "driver/loopback_protocol.h"
@@ -114,6 +115,7 @@ struct PipeWireConnection::Remote {
   pw_metadata* defaults_ = nullptr;
   int globalsSequence_ = -1;                // answered when all objects have been announced
   int detailsSequence_ = -1;                // answered when their properties have arrived too
+  std::set<int> metadataSyncs_;             // answered when a metadata object has told all
   std::map<int, std::uint32_t> nodeSyncs_;  // answered when that node's properties have arrived
 };
 
@@ -179,6 +181,7 @@ void PipeWireConnection::Remote::onStartLimit(void* data, std::uint64_t) {
 void PipeWireConnection::Remote::onDone(void* data, std::uint32_t id, int sequence) {
   auto* self = static_cast<Remote*>(data);
   if (id != PW_ID_CORE) return;
+  if (self->metadataSyncs_.erase(sequence) > 0) self->owner_.metadataAnswered();
   if (const auto sync = self->nodeSyncs_.find(sequence); sync != self->nodeSyncs_.end()) {
     const std::uint32_t nodeId = sync->second;
     self->nodeSyncs_.erase(sync);
@@ -382,7 +385,10 @@ void PipeWireConnection::Remote::bindMetadata(std::uint32_t id, const NodeProper
   const std::string& name = valueOf(properties, PW_KEY_METADATA_NAME);
   const bool isDefaults = name == loopback::kDefaultMetadataName;
   if (!isDefaults && name != "settings") return;
+  if (!owner_.metadataAsked()) return;
   Binding* binding = bind(id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA);
+  // Answered after the object, whether that could be bound or not.
+  metadataSyncs_.insert(pw_core_sync(core_, PW_ID_CORE, 0));
   if (binding == nullptr) return;
   auto* metadata = as<pw_metadata>(binding->proxy);
   if (isDefaults) defaults_ = metadata;
@@ -435,6 +441,12 @@ PipeWireConnection::PipeWireConnection(Callbacks callbacks)
 }
 
 PipeWireConnection::~PipeWireConnection() {
+  {
+    std::unique_lock lock(mutex_);
+    isClosing_ = true;
+    changed_.wait_for(lock, kAnswerLimit,
+                      [this] { return unansweredMetadata_ == 0 || !lost_.empty(); });
+  }
   loop_->post([this](pw_loop*) { remote_.reset(); });
   loop_.reset();
 }
@@ -489,6 +501,20 @@ void PipeWireConnection::lose(const std::string& message) {
   }
   changed_.notify_all();
   if (onLost_) onLost_(message);
+}
+
+bool PipeWireConnection::metadataAsked() {
+  const std::lock_guard lock(mutex_);
+  if (!isClosing_) ++unansweredMetadata_;
+  return !isClosing_;
+}
+
+void PipeWireConnection::metadataAnswered() {
+  {
+    const std::lock_guard lock(mutex_);
+    --unansweredMetadata_;
+  }
+  changed_.notify_all();
 }
 
 void PipeWireConnection::publishReady() {

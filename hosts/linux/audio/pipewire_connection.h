@@ -24,6 +24,7 @@ namespace linux_host {
 class PipeWireConnection {
  public:
   static constexpr std::chrono::milliseconds kStartLimit{2000};
+  static constexpr std::chrono::milliseconds kAnswerLimit{200};
 
   struct Callbacks {
     // Says what happened and what to do about it. On the connection's thread, once at most.
@@ -35,6 +36,8 @@ class PipeWireConnection {
   };
 
   explicit PipeWireConnection(Callbacks callbacks = {});
+  // Waits, at most kAnswerLimit, for a session manager that has not told yet of the defaults:
+  // PipeWire 0.3 tells nobody of any more changes of metadata when a client goes in that moment.
   ~PipeWireConnection();
   PipeWireConnection(const PipeWireConnection&) = delete;
   PipeWireConnection& operator=(const PipeWireConnection&) = delete;
@@ -61,15 +64,20 @@ class PipeWireConnection {
   [[nodiscard]] bool waitUntilReady(std::unique_lock<std::mutex>& lock) const;
   void lose(const std::string& message);
   void publishReady();
+  // False when no more metadata is to be bound.
+  bool metadataAsked();
+  void metadataAnswered();
 
   const std::chrono::steady_clock::time_point deadline_;
   const std::function<void(const std::string&)> onLost_;
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  AudioGraph graph_;    // guarded by mutex_; written on the loop's thread alone
-  bool ready_ = false;  // guarded by mutex_
-  std::string lost_;    // guarded by mutex_; empty while the connection stands
+  AudioGraph graph_;            // guarded by mutex_; written on the loop's thread alone
+  bool ready_ = false;          // guarded by mutex_
+  std::string lost_;            // guarded by mutex_; empty while the connection stands
+  int unansweredMetadata_ = 0;  // guarded by mutex_
+  bool isClosing_ = false;      // guarded by mutex_
 
   std::mutex callbackMutex_;  // held while a capture device callback runs
   std::function<void(const std::string&)> onCaptureDeviceAdded_;

@@ -2,6 +2,7 @@
 # graph in which the core cannot reach a host.
 
 set(RA_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
+option(RA_COVERAGE "Count which lines and branches are run" OFF)
 option(RA_FUZZ "Build the fuzz targets (clang only)" OFF)
 
 find_program(RA_CCACHE ccache)
@@ -33,6 +34,16 @@ if(RA_SANITIZE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(ra_options INTERFACE -Wno-maybe-uninitialized)
   endif()
+endif()
+
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # What a source hides in an unnamed namespace is then no longer in the file that is compiled.
+  target_compile_options(ra_options INTERFACE -Wno-subobject-linkage)
+endif()
+if(RA_COVERAGE)
+  target_compile_definitions(ra_options INTERFACE RA_COVERAGE)
+  target_compile_options(ra_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(ra_options INTERFACE --coverage)
 endif()
 
 find_package(Threads REQUIRED)
@@ -68,6 +79,13 @@ function(ra_host_library name)
   target_link_libraries(${name} PUBLIC ra_options ra_platform ${ARG_LINKS})
 endfunction()
 
+add_library(ra_test_options INTERFACE)
+if(RA_SANITIZE MATCHES undefined)
+  # What is tested is watched for undefined behaviour; watching the tests' own sources for it too
+  # would double the time it takes to compile them. (Comes last in what a test links.)
+  target_compile_options(ra_test_options INTERFACE -fno-sanitize=undefined)
+endif()
+
 # ra_test(NAME SOURCES ... LINKS ... LABELS ...): one GoogleTest program, one CTest entry.
 function(ra_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
@@ -75,12 +93,8 @@ function(ra_test name)
     set(ARG_TIMEOUT 120)
   endif()
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE ra_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
-  if(RA_SANITIZE MATCHES undefined)
-    # What is tested is watched for undefined behaviour; watching the tests' own sources for it too
-    # would double the time it takes to compile them. (A source's options come last.)
-    set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -fno-sanitize=undefined)
-  endif()
+  target_link_libraries(${name} PRIVATE
+    ra_options ${ARG_LINKS} GTest::gmock GTest::gtest_main ra_test_options)
   add_test(NAME ${name} COMMAND ${name})
   # No test may reach a server of the machine it happens to run on.
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"

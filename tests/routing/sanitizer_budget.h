@@ -4,9 +4,9 @@
 
 namespace routing_test {
 
-// Sanitizers slow these tests down ten to a hundred times; with one of them only a share of the
+// Sanitizers and the counting of lines slow these tests down; with one of them only a share of the
 // work is done.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(RA_COVERAGE)
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;

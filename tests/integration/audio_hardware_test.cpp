@@ -21,6 +21,7 @@ namespace linux_host {
 namespace {
 
 using namespace platform;
+using namespace std::chrono_literals;
 using test_support::PipeWireControl;
 using test_support::PrivatePipeWire;
 using test_support::waitUntil;
@@ -451,17 +452,24 @@ TEST(AudioHardware, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
 // A daemon whose client goes before the session manager has told it of the defaults tells nobody of
 // any change of them for as long as that session manager lives.
 TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHeardOf) {
-  const PrivatePipeWire server;
+  PrivatePipeWire server;
   PipeWireControl control;
   control.createSink("speakers");
   control.setDefaultSink("speakers");
   control.relyOnChanges();
-  for (int i = 0; i < 40; ++i) {
-    PipeWireConnection connection;
-    // At ever later moments of its start.
-    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(250 * i);
+  const auto pass = [](std::chrono::milliseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
     waitUntil([&] { return std::chrono::steady_clock::now() >= end; });
-  }
+  };
+  server.sessionManager().sendSignal(SIGSTOP);
+  auto connection = std::make_unique<PipeWireConnection>();
+  pass(100ms);  // by then it has asked, in vain
+  const auto answer = std::async(std::launch::async, [&] {
+    pass(50ms);
+    server.sessionManager().sendSignal(SIGCONT);
+  });
+  connection.reset();
+  answer.wait();
   control.setMetadata("probe", R"("heard of")");
   EXPECT_TRUE(waitUntil([&] { return control.metadata("probe").has_value(); }));
 }

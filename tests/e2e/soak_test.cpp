@@ -33,14 +33,14 @@ constexpr long kRing_kB = 1876;
 constexpr double kTone_Hz = 997;
 constexpr double kAmplitude = 0.5;
 // One buffer of 1024 frames, and two looks of the drain thread.
-constexpr double kBuffer_s = 0.0214 + 0.020;
+constexpr double kMostBuffered_s = 0.0214 + 0.020;
 // Time stamps of files are those of the last tick.
 constexpr double kTick_s = 0.010;
 // A stream of MP3 says nothing of the encoder's delay and the padding of its last packets, and
 // lacks what waited for the encoder at the stop.
 constexpr double kMp3Edges_s = 0.1;
 // Between the first buffer and the making of the file, on a busy machine.
-constexpr double kReport_s = 0.25;
+constexpr double kStopReport_s = 0.25;
 
 double soakLength_s() {
   const char* text = std::getenv("RA_SOAK_SECONDS");
@@ -109,8 +109,8 @@ TEST_P(SoakTest, MemoryStaysAndTheFileIsAsLongAsTheClockSays) {
       length_s * kWarmUpShare, after_kB, after_kB - before_kB, figures.frequency_Hz);
 
   EXPECT_EQ(sound.error, "");
-  EXPECT_GE(holds_s, clock_s - kBuffer_s - kTick_s - edges_s);
-  EXPECT_LE(holds_s, clock_s + kBuffer_s + kTick_s + edges_s + kReport_s);
+  EXPECT_GE(holds_s, clock_s - kMostBuffered_s - kTick_s - edges_s);
+  EXPECT_LE(holds_s, clock_s + kMostBuffered_s + kTick_s + edges_s + kStopReport_s);
   // No frame is missing, none is there twice.
   EXPECT_THAT(log(), Not(HasSubstr("Lost")));
   EXPECT_THAT(test_support::brokenSeconds(

@@ -1,3 +1,5 @@
+// play_through_latency [JSON-FILE]
+//
 // How much later a sound is heard on the real output than it was played to the loopback, through
 // the play-through and, on the same devices, through pw-loopback.
 
@@ -65,9 +67,18 @@ std::optional<double> median(PipeWireControl& control, Start start) {
   return delays[delays.size() / 2];
 }
 
+bool writeJson(const char* path, double ours_frames, double theirs_frames) {
+  std::FILE* file = std::fopen(path, "w");
+  if (file == nullptr) return false;
+  std::fprintf(file, R"({"play_through_ms": %.3f, "pw_loopback_ms": %.3f, "buffer_ms": %.3f})",
+               ours_frames / kRate_Hz * 1e3, theirs_frames / kRate_Hz * 1e3,
+               kBuffer_frames / kRate_Hz * 1e3);
+  return std::fclose(file) == 0;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   const PrivatePipeWire server;
   PipeWireControl control;
   control.createSink(loopback::kLoopbackDeviceUID, {{"session.suspend-timeout-seconds", "0"}});
@@ -98,5 +109,9 @@ int main() {
               *ours / kRate_Hz * 1e3, *ours / kBuffer_frames, kBuffer_frames);
   std::printf("pw-loopback:  %.0f frames, %.1f ms\n", *theirs, *theirs / kRate_Hz * 1e3);
   if (*theirs >= 1) std::printf("ratio: %.2f\n", *ours / *theirs);
+  if (argc > 1 && !writeJson(argv[1], *ours, *theirs)) {
+    std::perror(argv[1]);
+    return EXIT_FAILURE;
+  }
   return *ours <= 2 * kBuffer_frames + 8 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

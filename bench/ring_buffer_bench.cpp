@@ -5,12 +5,12 @@
 #include <benchmark/benchmark.h>
 #include <spa/utils/ringbuffer.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
 #include <vector>
 
+#include "bench/median.h"
 #include "routing/ring_buffer.h"
 
 namespace {
@@ -120,12 +120,6 @@ double turn_s(benchmark::State& state, Way& way, Block& in, Block& out) {
   return taken.count() / kBlocksPerTurn;
 }
 
-double median(std::vector<double>& values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
 // The three take turns, so that what else the machine does meets them alike.
 void BM_StoreAndFetch512Stereo(benchmark::State& state) {
   Block in;
@@ -144,10 +138,10 @@ void BM_StoreAndFetch512Stereo(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * 2 * kChannels *
                           kBlock_bytes);
-  const double ours_s = median(ring_s);
+  const double ours_s = bench::median(ring_s);
   state.counters["block_ns"] = ours_s * 1e9;
-  state.counters["x_memcpy"] = ours_s / median(plain_s);
-  state.counters["x_spa_ringbuffer"] = ours_s / median(spa_s);
+  state.counters["x_memcpy"] = ours_s / bench::median(plain_s);
+  state.counters["x_spa_ringbuffer"] = ours_s / bench::median(spa_s);
 }
 BENCHMARK(BM_StoreAndFetch512Stereo)->UseManualTime()->Iterations(5000);
 

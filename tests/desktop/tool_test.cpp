@@ -5,6 +5,7 @@
 
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_session_manager.h"
+#include "tests/e2e/small_disk.h"
 #include "tests/e2e/tool_fixture.h"
 
 // The built program on a desktop: what the user is shown, and what the desktop asks of it.
@@ -99,6 +100,24 @@ TEST_F(DesktopToolTest, ASilentSourceIsToldOfUntilSoundComes) {
   EXPECT_EQ(run({"--stop"}).exitStatus, 0);
   EXPECT_EQ(timesInLog("No sound is coming in"), 1);
   EXPECT_THAT(filesIn(musicFolder()), SizeIs(1));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_F(DesktopToolTest, ADiskWithLittleRoomHasALineOfItsOwn) {
+  const e2e::SmallDisk disk(temporaryFolder());
+  if (!disk.isMounted()) GTEST_SKIP() << "this user may not mount a disk in memory";
+  control = std::make_unique<PipeWireControl>();
+  control->createMicrophone("microphone");
+  control->setDefaultSource("microphone");
+  auto tool = startRecording();
+  ASSERT_TRUE(waitUntil([&] { return status().value("lowSpace", false); }, e2e::kStepLimit));
+  ASSERT_TRUE(waitUntil([&] { return isSaidToBeSilent(); }, e2e::kStepLimit));
+  EXPECT_THAT(toolTip(*tool), HasSubstr("\\nNo sound is coming in."
+                                        "\\nLess than 100 MB are free for the recording.'"));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_FALSE(status().contains("lowSpace"));
+  EXPECT_THAT(toolTip(*tool), Not(HasSubstr("100 MB")));
+  EXPECT_EQ(timesInLog("Less than 100 MB"), 1);
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 

@@ -28,6 +28,10 @@ void SmallDisk::fillUp(pid_t process, const std::string& file, std::uint64_t lef
     }
     return;
   }
+  fill(left_bytes);
+}
+
+void SmallDisk::fill(std::uint64_t left_bytes) const {
   struct statvfs space {};
   statvfs(folder_.c_str(), &space);
   const std::uint64_t free_bytes = space.f_bavail * space.f_frsize;
@@ -36,6 +40,12 @@ void SmallDisk::fillUp(pid_t process, const std::string& file, std::uint64_t lef
   const int error = posix_fallocate(fd, 0, static_cast<off_t>(free_bytes - left_bytes));
   close(fd);
   if (error != 0) throw std::runtime_error("cannot fill " + folder_);
+}
+
+void SmallDisk::resize(const std::string& size) const {
+  if (mount("tmpfs", folder_.c_str(), "tmpfs", MS_REMOUNT, ("size=" + size).c_str()) != 0) {
+    throw std::runtime_error("cannot resize " + folder_);
+  }
 }
 
 }  // namespace e2e

@@ -19,6 +19,10 @@ class SmallDisk {
 
   // From now on `process` can write about `left_bytes` more into `file`, which lies in the folder.
   void fillUp(pid_t process, const std::string& file, std::uint64_t left_bytes) const;
+  // For a mounted disk only: leaves that much of it free; its new size, as mount(8) takes it.
+  void fill(std::uint64_t left_bytes) const;
+  void resize(const std::string& size) const;
+  [[nodiscard]] bool isMounted() const { return mounted_; }
   [[nodiscard]] const std::string& folder() const { return folder_; }
 
  private:

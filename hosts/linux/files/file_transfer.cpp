@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 namespace linux_host {
@@ -87,24 +88,6 @@ int copyUpTo(int source, int target, off_t end_bytes, off_t* copied_bytes) {
   return 0;
 }
 
-int fillCopy(int source, int target, const std::string& to, FileCalls& calls,
-             const std::atomic<bool>& isGivenUp) {
-  struct stat status {};
-  if (fstat(source, &status) != 0) return errno;
-  // Some file systems know no permissions and refuse; the copy then has theirs.
-  [[maybe_unused]] const int changed = fchmod(target, status.st_mode & kPermissions);
-  off_t copied_bytes = 0;
-  int error = 0;
-  do {
-    if (isGivenUp.load(std::memory_order_relaxed)) return ECANCELED;
-    const FileCalls::Call call(calls, to);
-    error = copyUpTo(source, target, std::min(copied_bytes + kStep_bytes, status.st_size),
-                     &copied_bytes);
-    if (error == 0 && fsync(target) != 0) error = errno;
-  } while (error == 0 && copied_bytes < status.st_size);
-  return error;
-}
-
 void flushFolder(const std::string& folder) {
   const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return;
@@ -120,24 +103,55 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
   return renameByReservation(from.c_str(), to.c_str());
 }
 
-int copyWithoutReplacing(int sourceFd, const std::string& to, FileCalls& calls,
-                         const std::atomic<bool>& isGivenUp, int* copyFd) {
-  // Said before the bytes are copied in vain; the renaming below is what decides.
-  if (access(to.c_str(), F_OK) == 0) return EEXIST;
-  const std::string folder = std::filesystem::path(to).parent_path().string();
-  std::string hidden = folder + "/.record-audio-XXXXXX";
-  const int copy = mkostemp(hidden.data(), O_CLOEXEC);
-  if (copy < 0) return errno;
-  int error = fillCopy(sourceFd, copy, to, calls, isGivenUp);
-  if (error == 0 && isGivenUp.load(std::memory_order_relaxed)) error = ECANCELED;
-  if (error == 0) error = renameWithoutReplacing(hidden, to);
-  if (error != 0) {
-    unlink(hidden.c_str());
-    close(copy);
-    return error;
+HiddenCopy::~HiddenCopy() {
+  if (!hidden_.empty()) unlink(hidden_.c_str());
+  if (fd_ >= 0) close(fd_);
+}
+
+int HiddenCopy::create(int sourceFd) {
+  // Said before the bytes are copied in vain; the renaming at the end is what decides.
+  if (access(to_.c_str(), F_OK) == 0) return EEXIST;
+  std::string name = std::filesystem::path(to_).parent_path().string() + "/.record-audio-XXXXXX";
+  fd_ = mkostemp(name.data(), O_CLOEXEC);
+  if (fd_ < 0) return errno;
+  hidden_ = name;
+  struct stat status {};
+  if (fstat(sourceFd, &status) != 0) return errno;
+  // Some file systems know no permissions and refuse; the copy then has theirs.
+  [[maybe_unused]] const int changed = fchmod(fd_, status.st_mode & kPermissions);
+  return 0;
+}
+
+int HiddenCopy::copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes) {
+  if (begin_bytes >= end_bytes) return 0;
+  auto copied_bytes = static_cast<off_t>(begin_bytes);
+  struct stat status {};
+  if (fstat(sourceFd, &status) != 0) return errno;
+  const off_t last_bytes = std::min(static_cast<off_t>(end_bytes), status.st_size);
+  int error = 0;
+  while (error == 0 && copied_bytes < last_bytes) {
+    if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
+    const FileCalls::Call call(calls_, to_);
+    error =
+        copyUpTo(sourceFd, fd_, std::min(copied_bytes + kStep_bytes, last_bytes), &copied_bytes);
+    if (error == 0 && fsync(fd_) != 0) error = errno;
   }
-  flushFolder(folder);
-  *copyFd = copy;
+  return error;
+}
+
+int HiddenCopy::truncate(std::uint64_t size_bytes) {
+  struct stat status {};
+  if (fstat(fd_, &status) != 0) return errno;
+  if (status.st_size <= static_cast<off_t>(size_bytes)) return 0;
+  return ftruncate(fd_, static_cast<off_t>(size_bytes)) == 0 ? 0 : errno;
+}
+
+int HiddenCopy::publish(int* copyFd) {
+  if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
+  if (const int error = renameWithoutReplacing(hidden_, to_)) return error;
+  hidden_.clear();
+  flushFolder(std::filesystem::path(to_).parent_path().string());
+  *copyFd = std::exchange(fd_, -1);
   return 0;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
+#include <utility>
 
 #include "hosts/linux/files/file_calls.h"
 
@@ -13,12 +15,33 @@ namespace linux_host {
 // that in one step too. EXDEV: another file system.
 int renameWithoutReplacing(const std::string& from, const std::string& to);
 
-// Copies the bytes of `sourceFd` into a new file at `to` which must not exist, with the source's
-// permissions, flushed to the disk. Until it is complete the file has a hidden name in the same
-// folder; after an error nothing is left of it. *copyFd receives a descriptor of the copy, open for
-// reading and writing. Goes in steps, each a call of `calls` that ends on the disk; ECANCELED when
-// `isGivenUp` has become true.
-int copyWithoutReplacing(int sourceFd, const std::string& to, FileCalls& calls,
-                         const std::atomic<bool>& isGivenUp, int* copyFd);
+// A copy of a file in another folder. Until it is complete it has a hidden name there; nothing is
+// left of one that never got its own. One thread at a time.
+class HiddenCopy {
+ public:
+  // `to` must not exist; copying goes in steps, each a call of `calls` that ends on the disk, and
+  // fails with ECANCELED when `isGivenUp` has become true. Both outlive the copy.
+  HiddenCopy(std::string to, FileCalls& calls, const std::atomic<bool>& isGivenUp)
+      : to_(std::move(to)), calls_(calls), isGivenUp_(isGivenUp) {}
+  ~HiddenCopy();
+  HiddenCopy(const HiddenCopy&) = delete;
+  HiddenCopy& operator=(const HiddenCopy&) = delete;
+
+  // Makes the empty file, with the permissions of the source. Must succeed before anything else.
+  int create(int sourceFd);
+  // Copies that part of the source, as far as the source has it.
+  int copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes);
+  // Drops what the source no longer has.
+  int truncate(std::uint64_t size_bytes);
+  // Gives it its name; *copyFd receives its descriptor, open for reading and writing.
+  int publish(int* copyFd);
+
+ private:
+  const std::string to_;
+  FileCalls& calls_;
+  const std::atomic<bool>& isGivenUp_;
+  std::string hidden_;  // empty before create() and after publish()
+  int fd_ = -1;
+};
 
 }  // namespace linux_host

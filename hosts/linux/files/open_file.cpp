@@ -125,6 +125,15 @@ Opened openAndLock(const std::string& path, int flags) {
   return opened;
 }
 
+Opened openForReading(const std::string& path) {
+  Opened opened;
+  opened.fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status {};
+  if (opened.fd < 0 || fstat(opened.fd, &status) != 0) opened.error = errno;
+  opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
+  return opened;
+}
+
 }  // namespace
 
 OpenFile::OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner)
@@ -159,6 +168,8 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
   const std::lock_guard lock(mutex_);
   const FileCalls::Call underWay = call();
   if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
+  rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, size_bytes);
+  rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, size_bytes_);
   size_bytes_ = size_bytes;
   writtenBack_bytes_ = std::min(writtenBack_bytes_, size_bytes);
   return {};
@@ -224,6 +235,10 @@ bool OpenFile::isOpenAt(const std::string& path) const {
 int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
   if (fd_ < 0) return EBADF;
   const FileCalls::Call underWay = call();
+  if (offset_bytes < size_bytes_) {
+    rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, offset_bytes);
+    rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, offset_bytes + data.size());
+  }
   while (!data.empty()) {
     const ssize_t count = pwrite(fd_, data.data(), data.size(), static_cast<off_t>(offset_bytes));
     if (count < 0 && errno == EINTR) continue;
@@ -316,40 +331,52 @@ std::string OpenFiles::move(const std::string& from, const std::string& to) {
 std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
                                const GivenUp& isGivenUp) {
   const auto file = find(normal(from));
-  std::string error;
-  if (file == nullptr) {
-    error = moveLocked(nullptr, from, to, isGivenUp);
-  } else {
-    const std::lock_guard lock(file->mutex_);
-    error = moveLocked(file.get(), from, to, isGivenUp);
-  }
-  if (error.empty()) openToOthersByUmask(to);
-  return error;
-}
-
-std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const std::string& to,
-                                  const GivenUp& isGivenUp) {
-  // It may have waited for a write of the file long after the move was given up.
-  if (isGivenUp.load(std::memory_order_relaxed)) return errorText("move", from, ECANCELED);
-  const int renamed = [&] {
+  // Without the file's lock: its writer does not wait for a folder that hangs.
+  int error = [&] {
     const FileCalls::Call underWay(*calls_, to);
     return renameWithoutReplacing(from, to);
   }();
-  if (renamed == 0) {
-    if (file != nullptr) file->path_ = normal(to);
-    return {};
+  if (error == EXDEV) {
+    error = moveByCopying(file.get(), from, to, isGivenUp);
+  } else if (error == 0 && file != nullptr) {
+    const std::lock_guard lock(file->mutex_);
+    file->path_ = normal(to);
   }
-  if (renamed != EXDEV) return errorText("move " + from + " to", to, renamed);
+  if (error != 0) return errorText("move " + from + " to", to, error);
+  openToOthersByUmask(to);
+  return {};
+}
 
-  const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-  if (source < 0) return errorText("read", from, errno);
-  int copy = -1;
-  const int copied = copyWithoutReplacing(source, to, *calls_, isGivenUp, &copy);
-  ::close(source);
-  if (copied != 0) return errorText("move " + from + " to", to, copied);
+int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
+                             const GivenUp& isGivenUp) {
+  const Opened source = openForReading(from);
+  if (source.error != 0) return source.error;
+  if (file != nullptr) {
+    const std::lock_guard lock(file->mutex_);
+    file->rewrittenBegin_bytes_ = UINT64_MAX;
+    file->rewrittenEnd_bytes_ = 0;
+  }
+  HiddenCopy copy(to, *calls_, isGivenUp);
+  int error = copy.create(source.fd);
+  // Nearly all of it while the writer goes on; it waits for the rest.
+  if (error == 0) error = copy.copy(source.fd, 0, source.size_bytes);
+  if (error != 0) return error;
+
+  std::unique_lock<std::mutex> lock;
+  if (file != nullptr) lock = std::unique_lock(file->mutex_);
+  if (file != nullptr) {
+    error = copy.truncate(std::min(source.size_bytes, file->size_bytes_));
+    if (error == 0) {
+      error = copy.copy(source.fd, file->rewrittenBegin_bytes_, file->rewrittenEnd_bytes_);
+    }
+    if (error == 0) error = copy.copy(source.fd, source.size_bytes, file->size_bytes_);
+  }
+  int copyFd = -1;
+  if (error == 0) error = copy.publish(&copyFd);
+  if (error != 0) return error;
 
   if (file != nullptr && file->fd_ >= 0) {
-    std::swap(file->fd_, copy);
+    std::swap(file->fd_, copyFd);
     file->path_ = normal(to);
     file->writtenBack_bytes_ = file->size_bytes_;
   }
@@ -357,8 +384,8 @@ std::string OpenFiles::moveLocked(OpenFile* file, const std::string& from, const
   if (unlink(from.c_str()) != 0) {
     logMessage(LogLevel::kWarning, errorText("remove", from, errno) + " It was copied to " + to);
   }
-  ::close(copy);
-  return {};
+  ::close(copyFd);
+  return 0;
 }
 
 }  // namespace linux_host

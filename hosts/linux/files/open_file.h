@@ -22,7 +22,7 @@ class OpenFiles;
 
 // A file that is being written. It may move to another folder or file system meanwhile: what is
 // written afterwards ends up under the new name. Any thread, except audio callbacks: calls take a
-// lock and write; during a move to another disk they wait until the copy is complete.
+// lock and write; during a move to another disk they wait for the last part of the copy.
 //
 // Error texts name the file as it is called at that moment; empty means success.
 class OpenFile {
@@ -72,6 +72,9 @@ class OpenFile {
   std::string path_;                     // guarded by mutex_
   std::uint64_t size_bytes_;             // guarded by mutex_
   std::uint64_t writtenBack_bytes_ = 0;  // guarded by mutex_
+  // What has been written over since a copy began; empty when begin >= end. Guarded by mutex_.
+  std::uint64_t rewrittenBegin_bytes_ = 0;
+  std::uint64_t rewrittenEnd_bytes_ = 0;
 };
 
 // The files that this process writes, by path, and the one way to move them. Any thread. Outlives
@@ -115,6 +118,10 @@ class OpenFiles {
   // was under way then may still be done when the disk comes back, and is logged.
   [[nodiscard]] std::string move(const std::string& from, const std::string& to);
 
+  // A move that was given up goes on.
+  [[nodiscard]] bool hasMoveUnderWay() {
+    return !moves_.waitUntilIdle(std::chrono::milliseconds(0));
+  }
   // What is under way to and from these files.
   [[nodiscard]] FileCalls& calls() const { return *calls_; }
 
@@ -126,9 +133,9 @@ class OpenFiles {
   std::shared_ptr<OpenFile> find(const std::string& path);
   // As move(), for as long as it takes or until it is given up between two steps.
   std::string moveNow(const std::string& from, const std::string& to, const GivenUp& isGivenUp);
-  // With the file's lock held if it is not null.
-  std::string moveLocked(OpenFile* file, const std::string& from, const std::string& to,
-                         const GivenUp& isGivenUp);
+  // To another file system. `file` is null when nobody writes it. Returns errno.
+  int moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
+                    const GivenUp& isGivenUp);
 
   const std::shared_ptr<FileCalls> calls_ = std::make_shared<FileCalls>();
   PendingWork moves_;

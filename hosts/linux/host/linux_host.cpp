@@ -205,7 +205,7 @@ bool LinuxHost::waitForFiles() {
   while (!dispatch_.pendingWork().waitUntilIdle(kFilesStep)) {
     const std::uint64_t progress = dispatch_.pendingWork().changes() +
                                    fileManager_.openFiles().calls().progress() +
-                                   lostRecordings_.calls().progress();
+                                   lostRecordings_.openFiles().calls().progress();
     idleSteps = progress == seen ? idleSteps + 1 : 0;
     seen = progress;
     if (idleSteps >= kFilesPatience / kFilesStep) return false;
@@ -246,12 +246,17 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   loginSession_.releaseShutdown();
   workspace_.finish(kLastWords_ms);
   toolObject_.flushAll(kLastWords_ms);
-  if (areFilesComplete) return;
-  logMessage(LogLevel::kError,
-             "A disk or network folder does not answer, so the last part of a recording was not "
-             "written. What was recorded before is kept there; the next start looks for it.");
-  // Whoever waits for that disk would be waited for.
-  std::_Exit(EXIT_FAILURE);
+  if (!areFilesComplete) {
+    logMessage(LogLevel::kError,
+               "A disk or network folder does not answer, so the last part of a recording was not "
+               "written. What was recorded before is kept there; the next start looks for it.");
+    // Whoever waits for that disk would be waited for.
+    std::_Exit(EXIT_FAILURE);
+  }
+  if (fileManager_.openFiles().hasMoveUnderWay() || lostRecordings_.openFiles().hasMoveUnderWay()) {
+    // It was said long ago that the file stays where it is.
+    std::_Exit(EXIT_SUCCESS);
+  }
 }
 
 }  // namespace linux_host

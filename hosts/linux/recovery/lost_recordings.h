@@ -19,8 +19,8 @@ class LostRecordings : public platform::InterruptedRecordings {
   [[nodiscard]] Claim claim(const std::string& path) override;
   void yieldToOthers() override;
 
-  // What is under way to and from these recordings. Any thread.
-  [[nodiscard]] const FileCalls& calls() const { return files_.calls(); }
+  // Any thread.
+  [[nodiscard]] OpenFiles& openFiles() { return files_; }
 
  private:
   const std::string folder_;

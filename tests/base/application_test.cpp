@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/command_line.h"
 #include "hosts/linux/application/icons.h"
 #include "hosts/linux/application/request_router.h"
 #include "hosts/linux/windows/windows_loader.h"
@@ -13,12 +12,8 @@ namespace {
 using base_test::Environment;
 using base_test::TemporaryFolder;
 using platform::TerminateReply;
-using record_audio::CommandLine;
-using record_audio::CommandLineError;
-using record_audio::parseCommandLine;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 // Keeps a journal and does what the test wants in each call.
 class Delegate : public platform::ApplicationDelegate, public platform::RemoteControl {
@@ -293,59 +288,6 @@ TEST(WindowsLoaderTest, AMissingOrForeignModuleIsAsGoodAsNoScreen) {
     EXPECT_EQ(windows.runModal(alert({"A", "B"})), platform::kAlertFirstButtonReturn + 1);
     EXPECT_FALSE(windows.isModuleLoaded());
   }
-}
-
-CommandLine parsed(const std::vector<std::string>& arguments) {
-  const auto result = parseCommandLine(arguments);
-  const auto* error = std::get_if<CommandLineError>(&result);
-  if (error != nullptr) {
-    ADD_FAILURE() << error->text;
-    return {};
-  }
-  return std::get<CommandLine>(result);
-}
-
-TEST(CommandLineTest, WithoutOptionsTheProgramRuns) {
-  EXPECT_EQ(parsed({}).command, CommandLine::Command::kRun);
-  EXPECT_THAT(parsed({"/a", "b"}).pathsToOpen, ElementsAre("/a", "b"));
-  EXPECT_THAT(parsed({"--", "--stop"}).pathsToOpen, ElementsAre("--stop"));
-}
-
-TEST(CommandLineTest, EachOptionIsACommand) {
-  EXPECT_EQ(parsed({"--stop"}).command, CommandLine::Command::kStop);
-  EXPECT_EQ(parsed({"--cancel"}).command, CommandLine::Command::kCancel);
-  EXPECT_EQ(parsed({"--status"}).command, CommandLine::Command::kStatus);
-  EXPECT_EQ(parsed({"--help"}).command, CommandLine::Command::kHelp);
-  EXPECT_EQ(parsed({"--version", "--version"}).command, CommandLine::Command::kVersion);
-  EXPECT_TRUE(parsed({"--gapplication-service"}).startedByBus);
-}
-
-TEST(CommandLineTest, TheSuitesPreferencesArgumentIsTolerated) {
-  EXPECT_EQ(parsed({"--preferences"}).command, CommandLine::Command::kRun);
-  EXPECT_THAT(parsed({"--preferences"}).pathsToOpen, IsEmpty());
-}
-
-TEST(CommandLineTest, WhatMakesNoSenseIsAnErrorThatNamesIt) {
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{"--dance"}, "--dance"},
-      {{"-x"}, "-x"},
-      {{"--preferences=1"}, "--preferences=1"},
-      {{"--stop", "--cancel"}, "--cancel"},
-      {{"--status", "/a"}, "/a"},
-      {{""}, "empty"}};
-  for (const auto& [arguments, named] : cases) {
-    const auto result = parseCommandLine(arguments);
-    const auto* error = std::get_if<CommandLineError>(&result);
-    ASSERT_NE(error, nullptr) << arguments.front();
-    EXPECT_THAT(error->text, HasSubstr(named));
-  }
-}
-
-TEST(CommandLineTest, HelpNamesEveryOption) {
-  for (const char* option : {"--stop", "--cancel", "--status", "--help", "--version"}) {
-    EXPECT_THAT(record_audio::helpText(), HasSubstr(option));
-  }
-  EXPECT_EQ(record_audio::versionText("1.2.3"), "record-audio 1.2.3\n");
 }
 
 }  // namespace

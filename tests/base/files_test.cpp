@@ -130,6 +130,41 @@ TEST(MoveTest, ToAnotherFileSystemNothingWrittenBeforeDuringOrAfterIsLost) {
   EXPECT_EQ(namesIn(disk.path()).size(), 20U) << "and nothing hidden is left";
 }
 
+TEST(MoveTest, WhatIsWrittenOverAndCutOffDuringTheCopyIsSoInTheCopy) {
+  constexpr std::size_t kStart_bytes = 256 << 10;
+  const TemporaryFolder disk;
+  for (int i = 0; i < 20; ++i) {
+    const SmallDisk ram(kRoomy_bytes);
+    LinuxFileManager manager;
+    std::string error;
+    const auto file = manager.openFiles().open(ram / "a", OpenFiles::Mode::kCreateNew, &error);
+    std::string expected(kStart_bytes, '-');
+    ASSERT_EQ(file->append(bytes(expected)), "");
+    std::atomic<bool> isOver{false};
+    std::atomic<int> rounds{0};
+    std::thread writer([&] {
+      for (; !isOver; ++rounds) {
+        const std::string mark = "<" + std::to_string(rounds) + ">";
+        const std::size_t at = static_cast<std::size_t>(rounds) * 997 % (expected.size() / 2);
+        EXPECT_EQ(file->pwriteAt(at, bytes(mark)), "");
+        expected.replace(at, mark.size(), mark);
+        const std::size_t cut_bytes = expected.size() - 500;
+        EXPECT_EQ(file->truncate(cut_bytes), "");
+        expected.resize(cut_bytes);
+        EXPECT_EQ(file->append(bytes(std::string(400, '+'))), "");
+        expected.append(400, '+');
+        if (expected.size() < kStart_bytes / 2) break;
+      }
+    });
+    while (rounds < 20) std::this_thread::yield();
+    EXPECT_EQ(manager.moveItem(ram / "a", disk / std::to_string(i)), "");
+    isOver = true;
+    writer.join();
+    EXPECT_EQ(file->close(), "");
+    EXPECT_TRUE(contentsOf(disk / std::to_string(i)) == expected) << "after " << rounds;
+  }
+}
+
 TEST(MoveTest, FromADiskToATmpfsWorksToo) {
   const TemporaryFolder disk;
   const SmallDisk ram(kRoomy_bytes);

@@ -54,7 +54,8 @@ int writeAll(int fd, const std::byte* data, std::size_t size_bytes, off_t offset
   return 0;
 }
 
-// By way of this process; works between any two file systems. Adds to *copied_bytes.
+// By way of this process; works between any two file systems. Adds to *copied_bytes, and ends where
+// the source does.
 int copyByHand(int source, int target, off_t end_bytes, off_t* copied_bytes) {
   std::vector<std::byte> buffer(static_cast<std::size_t>(end_bytes - *copied_bytes));
   while (*copied_bytes < end_bytes) {
@@ -62,8 +63,7 @@ int copyByHand(int source, int target, off_t end_bytes, off_t* copied_bytes) {
                                 static_cast<std::size_t>(end_bytes - *copied_bytes), *copied_bytes);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
-    // Somebody cut the source short.
-    if (count == 0) return EIO;
+    if (count == 0) return 0;
     if (const int error =
             writeAll(target, buffer.data(), static_cast<std::size_t>(count), *copied_bytes)) {
       return error;
@@ -132,9 +132,11 @@ int HiddenCopy::copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_
   while (error == 0 && copied_bytes < last_bytes) {
     if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
     const FileCalls::Call call(calls_, to_);
+    const off_t before_bytes = copied_bytes;
     error =
         copyUpTo(sourceFd, fd_, std::min(copied_bytes + kStep_bytes, last_bytes), &copied_bytes);
     if (error == 0 && fsync(fd_) != 0) error = errno;
+    if (copied_bytes == before_bytes) break;
   }
   return error;
 }
@@ -146,8 +148,12 @@ int HiddenCopy::truncate(std::uint64_t size_bytes) {
   return ftruncate(fd_, static_cast<off_t>(size_bytes)) == 0 ? 0 : errno;
 }
 
-int HiddenCopy::publish(int* copyFd) {
+int HiddenCopy::publish(std::uint64_t size_bytes, int* copyFd) {
   if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
+  struct stat status {};
+  if (fstat(fd_, &status) != 0) return errno;
+  // Somebody else has cut the source short.
+  if (status.st_size != static_cast<off_t>(size_bytes)) return EIO;
   if (const int error = renameWithoutReplacing(hidden_, to_)) return error;
   hidden_.clear();
   flushFolder(std::filesystem::path(to_).parent_path().string());

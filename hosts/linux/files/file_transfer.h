@@ -29,12 +29,13 @@ class HiddenCopy {
 
   // Makes the empty file, with the permissions of the source. Must succeed before anything else.
   int create(int sourceFd);
-  // Copies that part of the source, as far as the source has it.
+  // Copies that part of the source, as far as the source has it meanwhile.
   int copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes);
   // Drops what the source no longer has.
   int truncate(std::uint64_t size_bytes);
-  // Gives it its name; *copyFd receives its descriptor, open for reading and writing.
-  int publish(int* copyFd);
+  // Gives it its name if it is as long as that, else EIO; *copyFd receives its descriptor, open for
+  // reading and writing.
+  int publish(std::uint64_t size_bytes, int* copyFd);
 
  private:
   const std::string to_;

@@ -372,7 +372,8 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
     if (error == 0) error = copy.copy(source.fd, source.size_bytes, file->size_bytes_);
   }
   int copyFd = -1;
-  if (error == 0) error = copy.publish(&copyFd);
+  const std::uint64_t size_bytes = file != nullptr ? file->size_bytes_ : source.size_bytes;
+  if (error == 0) error = copy.publish(size_bytes, &copyFd);
   if (error != 0) return error;
 
   if (file != nullptr && file->fd_ >= 0) {

@@ -42,7 +42,8 @@ class DiskTest : public ToolFixture, public testing::WithParamInterface<int> {
   // The stop found no place for the file.
   void expectUnsaved(ChildProcess& tool) {
     EXPECT_EQ(run({}).exitStatus, 0);
-    EXPECT_TRUE(endsByItself(tool));
+    EXPECT_TRUE(waitForState("idle"));
+    EXPECT_TRUE(endsAtOnce(tool));
     EXPECT_THAT(log(), HasSubstr("Can't move file from " + temporaryFolder()));
     expectPlays(onlyFileIn(temporaryFolder()));
     EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
@@ -80,7 +81,8 @@ TEST_P(DiskTest, FullDiskEndsTheRecordingAndKeepsWhatIsThere) {
   const auto tool = startRecording(2.0);
   const std::string file = status()["outputFile"];
   disk.fillUp(tool->pid(), file, 20000);
-  EXPECT_TRUE(endsByItself(*tool));
+  EXPECT_TRUE(waitForState("idle"));
+  EXPECT_TRUE(endsAtOnce(*tool));
   EXPECT_THAT(log(), HasSubstr(file));
   EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
   // The last packet may be torn.

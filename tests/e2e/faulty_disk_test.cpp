@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 
 #include "tests/e2e/decoded_sound.h"
@@ -73,6 +74,7 @@ class FaultyDiskTest : public ToolFixture {
   void expectPlays(const std::string& path, double least_s) {
     // The last packet may be torn.
     const DecodedSound sound = decodeSound(path, server.directory());
+    std::printf("%.2f s of sound are left\n", sound.duration_s());
     EXPECT_GT(sound.duration_s(), least_s) << sound.error;
   }
 

@@ -96,7 +96,8 @@ function(ra_test name)
   target_link_libraries(${name} PRIVATE
     ra_options ${ARG_LINKS} GTest::gmock GTest::gtest_main ra_test_options)
   add_test(NAME ${name} COMMAND ${name})
-  # No test may reach a server of the machine it happens to run on.
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
+  # No test may reach a server of the machine it happens to run on. The longest begin first.
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${ARG_TIMEOUT} COST ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
     ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.suppressions")
 endfunction()

@@ -15,6 +15,9 @@ QuitSignals::QuitSignals(LinuxApplication& application)
 
 QuitSignals::~QuitSignals() {
   for (const guint source : sources_) g_source_remove(source);
+  // The process is on its way out, which has its own time limit; asked again, it must not be cut
+  // short.
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_IGN);
 }
 
 gboolean QuitSignals::onSignal(gpointer self) {

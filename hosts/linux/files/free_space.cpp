@@ -20,6 +20,8 @@ std::optional<std::uint64_t> freeSpace_bytes(const std::string& folder) {
 
 // Outlives the FreeSpace as long as a thread is held in a folder.
 struct FreeSpace::Looks {
+  Looks(Measure toAsk, std::chrono::milliseconds pause) : measure(std::move(toAsk)), look(pause) {}
+
   const Measure measure;
   const std::chrono::milliseconds look;
   std::mutex mutex;

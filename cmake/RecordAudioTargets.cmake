@@ -99,5 +99,5 @@ function(ra_test name)
   # No test may reach a server of the machine it happens to run on. The longest begin first.
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${ARG_TIMEOUT} COST ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
-    ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.suppressions")
+    ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.suppressions;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.suppressions:print_suppressions=0")
 endfunction()

@@ -8,6 +8,7 @@
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/notifications/notification_center.h"
 #include "hosts/linux/workspace/workspace.h"
+#include "tests/base/no_requests.h"
 #include "tests/base/private_bus.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/support/child_process.h"
@@ -18,6 +19,7 @@ namespace linux_host {
 namespace {
 
 using base_test::Environment;
+using base_test::NoRequests;
 using base_test::PrivateBus;
 using base_test::TemporaryFolder;
 using platform::UserNotification;
@@ -460,14 +462,6 @@ TEST(PrivacySettingsTest, AreThoseOfTheDesktopElseOfWhatIsInstalled) {
               ElementsAre("systemsettings", "kcm_pulseaudio"));
   EXPECT_THAT(privacySettingsCommand("GNOME", installed({})), IsEmpty());
 }
-
-class NoRequests : public Requests {
- public:
-  void activate() override {}
-  void open(const std::vector<std::string>&) override {}
-  void action(const std::string&, std::function<void(RequestResult)>) override {}
-  void status(std::function<void(const std::string&)>) override {}
-};
 
 using ToolObjectTest = DesktopTest;
 

@@ -16,6 +16,7 @@
 
 #include "hosts/linux/base/json_values.h"
 #include "hosts/linux/bus/control_socket.h"
+#include "tests/base/no_requests.h"
 #include "tests/base/private_bus.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/support/child_process.h"
@@ -27,6 +28,7 @@ namespace {
 
 using base_test::contentsOf;
 using base_test::Environment;
+using base_test::NoRequests;
 using base_test::PrivateBus;
 using base_test::TemporaryFolder;
 using test_support::ChildProcess;
@@ -403,14 +405,6 @@ TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
   std::filesystem::create_directory_symlink("/tmp", path);
   EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), "");
 }
-
-class NoRequests : public Requests {
- public:
-  void activate() override {}
-  void open(const std::vector<std::string>&) override {}
-  void action(const std::string&, std::function<void(RequestResult)>) override {}
-  void status(std::function<void(const std::string&)>) override {}
-};
 
 // 0 or errno, as another user.
 int connectAsSomebodyElse(const std::string& path) {

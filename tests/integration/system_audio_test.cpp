@@ -62,6 +62,16 @@ class SystemAudioTest : public e2e::ToolFixture {
     startPlayer();
   }
 
+  // The tool ends its recording by itself, and then as it is asked to.
+  void killTheSoundServer(ChildProcess& tool) {
+    player.reset();
+    feed.reset();
+    control.reset();
+    server.killDaemon();
+    EXPECT_TRUE(waitForState("idle"));
+    EXPECT_TRUE(endsAtOnce(tool));
+  }
+
   void plugInDevices() {
     plugInMicrophone();  // without any, nothing is recorded
     control->createSink(kHeadphones, {{"priority.session", "500"}});
@@ -231,12 +241,7 @@ TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
   const auto tool = startRecording();
   ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
   expectToneHeardOn(kHeadphones, 1);
-  player.reset();
-  feed.reset();
-  control.reset();
-  server.killDaemon();
-  EXPECT_TRUE(waitForState("idle"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  killTheSoundServer(*tool);
   for (const std::string& file : filesIn(musicFolder())) {
     EXPECT_EQ(decodeSound(file, server.directory()).error, "") << file;
   }
@@ -251,12 +256,7 @@ TEST_F(SystemAudioTest, RestartOfTheSoundServerGivesBackWhatTheUserHadAndRecords
     return saved.find("default.configured.audio.sink=com.vantrel.loopbackdevice") !=
            std::string::npos;
   }));
-  player.reset();
-  feed.reset();
-  control.reset();
-  server.killDaemon();
-  EXPECT_TRUE(waitForState("idle"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  killTheSoundServer(*tool);
 
   ChildProcess daemon({{"pipewire"}, {}, server.directory() + "/log"});
   ASSERT_TRUE(waitUntil([] { return std::system("pw-cli info 0 >/dev/null 2>&1") == 0; }, 10s));

@@ -39,9 +39,12 @@ FakeSessionManager::~FakeSessionManager() {
 
 void FakeSessionManager::tell(const char* signal) const {
   const bool hasFlags = std::string_view(signal).ends_with("EndSession");
-  GVariant* flags = hasFlags ? g_variant_new("(u)", 0U) : nullptr;
-  g_dbus_connection_emit_signal(bus_, caller_.c_str(), kClientPath, kClientInterface, signal, flags,
-                                nullptr);
+  tell(signal, hasFlags ? g_variant_new("(u)", 0U) : nullptr);
+}
+
+void FakeSessionManager::tell(const char* signal, GVariant* arguments) const {
+  g_dbus_connection_emit_signal(bus_, caller_.c_str(), kClientPath, kClientInterface, signal,
+                                arguments, nullptr);
 }
 
 void FakeSessionManager::onCall(GDBusConnection*, const gchar* sender, const gchar*, const gchar*,

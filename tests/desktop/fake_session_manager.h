@@ -23,6 +23,8 @@ class FakeSessionManager {
   void refuseClients() { refuses_ = true; }
   // As the manager tells its client alone: "QueryEndSession", "EndSession", "Stop".
   void tell(const char* signal) const;
+  // With arguments of the test's own; null for none.
+  void tell(const char* signal, GVariant* arguments) const;
 
   // "id startup-id" of each registration.
   std::vector<std::string> registrations;

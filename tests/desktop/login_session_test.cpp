@@ -1,9 +1,13 @@
 #include "hosts/linux/power/login_session.h"
 
+#include <fcntl.h>
+#include <gio/gunixfdlist.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <set>
 
+#include "tests/base/glib_faults.h"
 #include "tests/desktop/desktop_fixture.h"
 
 // The machine's sleep and shutdown, against a mock of its session service that nobody here wrote.
@@ -12,6 +16,7 @@ namespace desktop_test {
 namespace {
 
 using base_test::Environment;
+using base_test::GlibFaults;
 using linux_host::LoginSession;
 using linux_host::VariantPtr;
 using suite::ToolData;
@@ -65,12 +70,20 @@ class LoginSessionTest : public DesktopTest {
     return runUntil([&] { return locks() == wanted; });
   }
   void announceShutdown(bool goingDown) {
+    announceShutdown("b", g_variant_new_boolean(goingDown ? TRUE : FALSE));
+  }
+  void announceShutdown(const char* type, GVariant* argument) {
     GVariantBuilder arguments;
     g_variant_builder_init(&arguments, G_VARIANT_TYPE("av"));
-    g_variant_builder_add(&arguments, "v", g_variant_new_boolean(goingDown ? TRUE : FALSE));
+    g_variant_builder_add(&arguments, "v", argument);
     EXPECT_NE(call(client_.get(), kLogin1, kLogin1Path, "org.freedesktop.DBus.Mock", "EmitSignal",
-                   g_variant_new("(sssav)", kManager, "PrepareForShutdown", "b", &arguments)),
+                   g_variant_new("(sssav)", kManager, "PrepareForShutdown", type, &arguments)),
               nullptr);
+  }
+
+  // Time for what is announced to reach the program, which has a connection of its own.
+  void letItArrive() {
+    for (int trips = 0; trips < 20; ++trips) locks();
   }
 
   const std::multiset<std::string> both_{"sleep:idle block", "shutdown delay"};
@@ -110,6 +123,10 @@ TEST_F(LoginSessionTest, ARecordingThatEndsBeforeTheAnswerHoldsNothing) {
   session_->toolDataDidChange(kResting);
   session_->toolDataDidChange(kRecording);
   session_->toolDataDidChange(kResting);
+  // Locks that had been kept would stand beside those of the next recording.
+  session_->toolDataDidChange(kRecording);
+  EXPECT_TRUE(waitForLocks(both_));
+  session_->toolDataDidChange(kResting);
   EXPECT_TRUE(waitForLocks({}));
 }
 
@@ -138,11 +155,103 @@ TEST_F(LoginSessionTest, AShutdownWithoutRecordingOrCalledOffChangesNothing) {
   session_->toolDataDidChange(kRecording);
   ASSERT_TRUE(waitForLocks(both_));
   announceShutdown(false);
+  letItArrive();
   EXPECT_EQ(locks(), both_);
   session_->toolDataDidChange(kResting);
   announceShutdown(true);
+  letItArrive();
   EXPECT_TRUE(waitForLocks({}));
   EXPECT_EQ(shutdowns_, 0);
+}
+
+TEST_F(LoginSessionTest, AnAnnouncementWithOtherArgumentsIsIgnored) {
+  const GlibFaults faults;
+  startService();
+  session_->toolDataDidChange(kRecording);
+  ASSERT_TRUE(waitForLocks(both_));
+  announceShutdown("s", g_variant_new_string("now"));
+  announceShutdown("u", g_variant_new_uint32(1));
+  EXPECT_EQ(locks(), both_);
+  EXPECT_EQ(shutdowns_, 0);
+  announceShutdown(true);
+  EXPECT_TRUE(runUntil([&] { return shutdowns_ == 1; }));
+  EXPECT_EQ(faults.count(), 0);
+}
+
+// Every user of the machine can send signals over its bus.
+TEST_F(LoginSessionTest, AnAnnouncementThatIsNotTheServicesIsIgnored) {
+  startService();
+  session_->toolDataDidChange(kRecording);
+  ASSERT_TRUE(waitForLocks(both_));
+  const linux_host::ConnectionPtr ours(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  ASSERT_TRUE(g_dbus_connection_emit_signal(
+      client_.get(), g_dbus_connection_get_unique_name(ours.get()), kLogin1Path, kManager,
+      "PrepareForShutdown", g_variant_new("(b)", TRUE), nullptr));
+  announceShutdown(true);
+  ASSERT_TRUE(runUntil([&] { return shutdowns_ > 0; }));
+  announceShutdown(false);
+  EXPECT_EQ(locks(), both_);
+  EXPECT_EQ(shutdowns_, 1);
+}
+
+// A service whose answer names a file that did not come with it.
+class OddLogin {
+ public:
+  OddLogin(GDBusConnection* bus, gint32 index)
+      : bus_(bus), index_(index), node_(g_dbus_node_info_new_for_xml(kXml, nullptr)) {
+    static const GDBusInterfaceVTable kTable = {&OddLogin::onCall, nullptr, nullptr, {}};
+    object_ = g_dbus_connection_register_object(bus_, kLogin1Path, node_->interfaces[0], &kTable,
+                                                this, nullptr, nullptr);
+    name_ = g_bus_own_name_on_connection(bus_, kLogin1, G_BUS_NAME_OWNER_FLAGS_NONE, nullptr,
+                                         nullptr, nullptr, nullptr);
+  }
+  ~OddLogin() {
+    g_bus_unown_name(name_);
+    g_dbus_connection_unregister_object(bus_, object_);
+    g_dbus_node_info_unref(node_);
+  }
+  OddLogin(const OddLogin&) = delete;
+  OddLogin& operator=(const OddLogin&) = delete;
+
+  int calls = 0;
+
+ private:
+  static constexpr const char* kXml = R"xml(<node>
+<interface name="org.freedesktop.login1.Manager"><method name="Inhibit">
+<arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
+<arg type="s" direction="in"/><arg type="h" direction="out"/></method></interface></node>)xml";
+
+  static void onCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                     GVariant*, GDBusMethodInvocation* invocation, gpointer raw) {
+    auto& self = *static_cast<OddLogin*>(raw);
+    ++self.calls;
+    const std::unique_ptr<GUnixFDList, linux_host::ObjectUnref> files(g_unix_fd_list_new());
+    const int file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    g_unix_fd_list_append(files.get(), file, nullptr);
+    close(file);
+    g_dbus_method_invocation_return_value_with_unix_fd_list(
+        invocation, g_variant_new("(h)", self.index_), files.get());
+  }
+
+  GDBusConnection* const bus_;
+  const gint32 index_;
+  GDBusNodeInfo* const node_;
+  guint object_ = 0;
+  guint name_ = 0;
+};
+
+TEST_F(LoginSessionTest, AnAnswerWithoutTheLockItNamesIsNone) {
+  const GlibFaults faults;
+  for (const gint32 index : {1, -1, G_MININT32}) {
+    OddLogin service(client_.get(), index);
+    ASSERT_TRUE(runUntil([&] { return hasOwner(kLogin1); }));
+    session_->toolDataDidChange(kRecording);
+    ASSERT_TRUE(runUntil([&] { return service.calls == 2; }));
+    // The answers have arrived, too.
+    hasOwner(kLogin1);
+    session_->toolDataDidChange(kResting);
+  }
+  EXPECT_EQ(faults.count(), 0);
 }
 
 TEST_F(LoginSessionTest, AMachineWithoutTheServiceJustGoesWithout) {

@@ -113,6 +113,18 @@ TEST_F(SessionClientTest, ALogOutThatIsCalledOffChangesNothing) {
   EXPECT_EQ(saves_ + quits_, 0);
 }
 
+TEST_F(SessionClientTest, WhatIsToldWithOtherArgumentsIsIgnored) {
+  startRecording();
+  manager_->tell("QueryEndSession", nullptr);
+  manager_->tell("EndSession", g_variant_new("(s)", "now"));
+  manager_->tell("Stop", g_variant_new("(u)", 0U));
+  settle();
+  EXPECT_EQ(saves_ + quits_, 0);
+  EXPECT_THAT(manager_->answers, IsEmpty());
+  manager_->tell("QueryEndSession");
+  EXPECT_TRUE(runUntil([&] { return !manager_->answers.empty(); }));
+}
+
 TEST_F(SessionClientTest, AProgramThatIsRefusedGoesWithoutUntilItsNextRecording) {
   startManager();
   manager_->refuseClients();

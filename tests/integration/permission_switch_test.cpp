@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 
+#include "hosts/linux/bus/desktop_setting.h"
 #include "hosts/linux/permission/desktop_permission.h"
 #include "tests/support/child_process.h"
 #include "tests/support/private_pipewire.h"
@@ -19,10 +20,17 @@ constexpr const char* kSchema = R"(<schemalist>
   <schema id="org.gnome.desktop.privacy" path="/org/gnome/desktop/privacy/">
     <key name="disable-microphone" type="b"><default>false</default></key>
   </schema>
+  <schema id="org.gnome.desktop.interface" path="/org/gnome/desktop/interface/">
+    <key name="color-scheme" type="u"><default>1</default></key>
+  </schema>
+  <schema id="org.gnome.desktop.a11y.interface">
+    <key name="high-contrast" type="b"><default>true</default></key>
+  </schema>
 </schemalist>
 )";
 
-// A desktop that has the switch, whatever this machine has.
+// A desktop that has the switch, whatever this machine has, and settings that are not what their
+// names promise.
 class MicrophoneSwitchTest : public testing::Test {
  protected:
   MicrophoneSwitchTest() {
@@ -52,7 +60,7 @@ class MicrophoneSwitchTest : public testing::Test {
 };
 
 // One test, for GLib keeps the schemas and the settings' file of the process's first look.
-TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOff) {
+TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOffAndOddSettingsAreNone) {
   setSwitch(true);
   DesktopMicrophonePermission permission([]() -> GDBusConnection* { return nullptr; });
   EXPECT_TRUE(permission.isKnown());
@@ -62,6 +70,17 @@ TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOff) {
     g_main_context_iteration(nullptr, FALSE);
     return permission.status() == AuthorizationStatus::kAuthorized;
   }));
+
+  EXPECT_NE(
+      desktopSetting("org.gnome.desktop.privacy", "disable-microphone", G_VARIANT_TYPE_BOOLEAN),
+      nullptr);
+  EXPECT_EQ(desktopSetting("org.gnome.desktop.interface", "color-scheme", G_VARIANT_TYPE_STRING),
+            nullptr)
+      << "of another type";
+  EXPECT_EQ(
+      desktopSetting("org.gnome.desktop.a11y.interface", "high-contrast", G_VARIANT_TYPE_BOOLEAN),
+      nullptr)
+      << "that lies nowhere";
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <thread>
 
+#include "hosts/linux/base/log.h"
+
 namespace linux_host {
 namespace {
 
@@ -60,6 +62,15 @@ ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeo
     g_error_free(failure);
   }
   return connection;
+}
+
+bool areOfType(GVariant* parameters, const char* type, const char* signal) {
+  if (g_variant_is_of_type(parameters, G_VARIANT_TYPE(type))) return true;
+  const std::string sent = g_variant_get_type_string(parameters);
+  logOnce(LogLevel::kWarning, std::string("signal ") + signal,
+          std::string("The signal ") + signal + " came with " + sent + " instead of " + type +
+              " and is ignored: the program that sent it needs mending.");
+  return false;
 }
 
 void flush(GDBusConnection* connection, int timeout_ms) {

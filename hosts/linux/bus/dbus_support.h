@@ -31,6 +31,10 @@ inline constexpr int kBusTimeout_ms = 5000;
 ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
                         std::string* error);
 
+// Whether what came with the signal of that name is of `type`: GLib does not look. What is not is
+// to be ignored, which the log says once for each name. Any thread.
+bool areOfType(GVariant* parameters, const char* type, const char* signal);
+
 // Sends what is queued, waiting at most `timeout_ms`.
 void flush(GDBusConnection* connection, int timeout_ms);
 

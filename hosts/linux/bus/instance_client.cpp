@@ -7,6 +7,10 @@
 namespace linux_host {
 namespace {
 
+// What answers hold.
+constexpr const char* kNothing = "()";
+constexpr const char* kText = "(s)";
+
 bool saysGone(const GError* error) {
   return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
          g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER) ||
@@ -65,22 +69,22 @@ bool InstanceClient::isRunning() const {
 }
 
 InstanceClient::Reply InstanceClient::call(const char* interfaceName, const char* method,
-                                           GVariant* parameters, int timeout_ms) {
+                                           GVariant* parameters, const char* answerType,
+                                           int timeout_ms) {
   GError* error = nullptr;
   // Only what runs is called: asking a program to stop must not start it.
   const VariantPtr result(g_dbus_connection_call_sync(
-      connection_, name_, kObjectPath, interfaceName, method, parameters, nullptr,
-      G_DBUS_CALL_FLAGS_NO_AUTO_START, timeout_ms, nullptr, &error));
+      connection_, name_, kObjectPath, interfaceName, method, parameters,
+      G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NO_AUTO_START, timeout_ms, nullptr, &error));
   if (error != nullptr) return failed(error);
   if (g_variant_n_children(result.get()) == 0) return {Outcome::kDone, {}};
-  const VariantPtr first(g_variant_get_child_value(result.get(), 0));
-  if (!g_variant_is_of_type(first.get(), G_VARIANT_TYPE_STRING)) return {Outcome::kDone, {}};
-  return {Outcome::kDone, g_variant_get_string(first.get(), nullptr)};
+  const VariantPtr text(g_variant_get_child_value(result.get(), 0));
+  return {Outcome::kDone, g_variant_get_string(text.get(), nullptr)};
 }
 
 InstanceClient::Reply InstanceClient::activate() {
   return call(kApplicationInterface, "Activate", g_variant_new("(@a{sv})", platformData()),
-              kBusTimeout_ms);
+              kNothing, kBusTimeout_ms);
 }
 
 InstanceClient::Reply InstanceClient::open(const std::vector<std::string>& uris) {
@@ -91,16 +95,17 @@ InstanceClient::Reply InstanceClient::open(const std::vector<std::string>& uris)
                                            uri.data(), static_cast<gssize>(uri.size()))));
   }
   return call(kApplicationInterface, "Open", g_variant_new("(as@a{sv})", &list, platformData()),
-              kBusTimeout_ms);
+              kNothing, kBusTimeout_ms);
 }
 
 InstanceClient::Reply InstanceClient::action(const std::string& name, int timeout_ms) {
   return call(kApplicationInterface, "ActivateAction",
-              g_variant_new("(sav@a{sv})", name.c_str(), nullptr, platformData()), timeout_ms);
+              g_variant_new("(sav@a{sv})", name.c_str(), nullptr, platformData()), kNothing,
+              timeout_ms);
 }
 
 InstanceClient::Reply InstanceClient::status() {
-  return call(kRecordAudioInterface, "Status", nullptr, kBusTimeout_ms);
+  return call(kRecordAudioInterface, "Status", nullptr, kText, kBusTimeout_ms);
 }
 
 }  // namespace linux_host

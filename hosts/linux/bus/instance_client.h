@@ -38,7 +38,9 @@ class InstanceClient {
  private:
   InstanceClient(GDBusConnection* connection, ConnectionPtr owned, const char* name)
       : connection_(connection), owned_(std::move(owned)), name_(name) {}
-  Reply call(const char* interfaceName, const char* method, GVariant* parameters, int timeout_ms);
+  // An answer that is not of `answerType`, "()" or "(s)", is a failure.
+  Reply call(const char* interfaceName, const char* method, GVariant* parameters,
+             const char* answerType, int timeout_ms);
 
   GDBusConnection* connection_;
   ConnectionPtr owned_;

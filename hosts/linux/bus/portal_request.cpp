@@ -95,7 +95,7 @@ void PortalRequest::onResponse(GDBusConnection*, const gchar*, const gchar*, con
                                const gchar*, GVariant* parameters, gpointer self) {
   constexpr guint32 kSuccess = 0;
   constexpr guint32 kCancelled = 1;
-  if (!g_variant_is_of_type(parameters, G_VARIANT_TYPE("(ua{sv})"))) return;
+  if (!areOfType(parameters, "(ua{sv})", "Response")) return;
   guint32 response = kCancelled;
   g_variant_get_child(parameters, 0, "u", &response);
   PortalRequest& request = **static_cast<Self*>(self);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/bus/desktop_setting.h"
 #include "hosts/linux/bus/portal_request.h"
 
 namespace linux_host {
@@ -44,42 +45,24 @@ std::optional<guint32> portalSetting(GDBusConnection* bus, const char* key) {
   return g_variant_get_uint32(value.get());
 }
 
-// A setting of the desktop; null when the desktop has no such setting.
-VariantPtr desktopSetting(const char* schemaId, const char* key) {
-  GSettingsSchemaSource* source = g_settings_schema_source_get_default();
-  if (source == nullptr) return nullptr;
-  GSettingsSchema* schema = g_settings_schema_source_lookup(source, schemaId, TRUE);
-  if (schema == nullptr) return nullptr;
-  VariantPtr value;
-  if (g_settings_schema_has_key(schema, key) != FALSE) {
-    GSettings* settings = g_settings_new(schemaId);
-    value.reset(g_settings_get_value(settings, key));
-    g_object_unref(settings);
-  }
-  g_settings_schema_unref(schema);
-  return value;
-}
-
 bool themeSays(const std::string& word) {
   const gchar* theme = g_getenv("GTK_THEME");
   return theme != nullptr && std::string(theme).find(word) != std::string::npos;
 }
 
 bool desktopWantsDark() {
-  const VariantPtr scheme = desktopSetting("org.gnome.desktop.interface", "color-scheme");
-  if (scheme && g_variant_is_of_type(scheme.get(), G_VARIANT_TYPE_STRING) &&
-      std::string(g_variant_get_string(scheme.get(), nullptr)) == "prefer-dark") {
+  const VariantPtr scheme =
+      desktopSetting("org.gnome.desktop.interface", "color-scheme", G_VARIANT_TYPE_STRING);
+  if (scheme && std::string(g_variant_get_string(scheme.get(), nullptr)) == "prefer-dark") {
     return true;
   }
   return themeSays("dark") || themeSays("HighContrastInverse");
 }
 
 bool desktopWantsContrast() {
-  const VariantPtr contrast = desktopSetting("org.gnome.desktop.a11y.interface", "high-contrast");
-  if (contrast && g_variant_is_of_type(contrast.get(), G_VARIANT_TYPE_BOOLEAN) &&
-      g_variant_get_boolean(contrast.get()) != FALSE) {
-    return true;
-  }
+  const VariantPtr contrast =
+      desktopSetting("org.gnome.desktop.a11y.interface", "high-contrast", G_VARIANT_TYPE_BOOLEAN);
+  if (contrast && g_variant_get_boolean(contrast.get()) != FALSE) return true;
   return themeSays("HighContrast");
 }
 

@@ -238,14 +238,15 @@ void DesktopNotificationCenter::close(guint32 id) {
 void DesktopNotificationCenter::onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                                          const gchar* signal, GVariant* parameters, gpointer raw) {
   auto& self = *static_cast<DesktopNotificationCenter*>(raw);
-  if (g_variant_is_of_type(parameters, G_VARIANT_TYPE("(us)"))) {
-    const VariantPtr id(g_variant_get_child_value(parameters, 0));
+  const bool isAction = std::string_view(signal) == "ActionInvoked";
+  if (!areOfType(parameters, isAction ? "(us)" : "(uu)", signal)) return;
+  guint32 id = 0;
+  g_variant_get_child(parameters, 0, "u", &id);
+  if (isAction) {
     const VariantPtr action(g_variant_get_child_value(parameters, 1));
-    self.activated(g_variant_get_uint32(id.get()), g_variant_get_string(action.get(), nullptr));
-  } else if (std::string_view(signal) == "NotificationClosed" &&
-             g_variant_is_of_type(parameters, G_VARIANT_TYPE("(uu)"))) {
-    const VariantPtr id(g_variant_get_child_value(parameters, 0));
-    self.closed(g_variant_get_uint32(id.get()));
+    self.activated(id, g_variant_get_string(action.get(), nullptr));
+  } else {
+    self.closed(id);
   }
 }
 
@@ -272,6 +273,7 @@ void DesktopNotificationCenter::onServerChanged(GDBusConnection*, const gchar*, 
                                                 const gchar*, const gchar*, GVariant* parameters,
                                                 gpointer raw) {
   auto& self = *static_cast<DesktopNotificationCenter*>(raw);
+  if (!areOfType(parameters, "(sss)", "NameOwnerChanged")) return;
   const VariantPtr before(g_variant_get_child_value(parameters, 1));
   // A server that was started by our own call just answers it.
   if (*g_variant_get_string(before.get(), nullptr) == '\0') return;

@@ -2,10 +2,11 @@
 
 #include <unistd.h>
 
-#include <memory>
 #include <utility>
 
 #include "hosts/linux/base/log.h"
+#include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/bus/desktop_setting.h"
 
 namespace linux_host {
 namespace {
@@ -19,16 +20,6 @@ constexpr const char* kStorePath = "/org/freedesktop/impl/portal/PermissionStore
 
 constexpr const char* kPrivacySchema = "org.gnome.desktop.privacy";
 constexpr const char* kPrivacyKey = "disable-microphone";
-
-struct Unref {
-  void operator()(GVariant* variant) const { g_variant_unref(variant); }
-  void operator()(GVariantIter* iterator) const { g_variant_iter_free(iterator); }
-  void operator()(GError* error) const { g_error_free(error); }
-  void operator()(GSettings* settings) const { g_object_unref(settings); }
-  void operator()(GSettingsSchema* schema) const { g_settings_schema_unref(schema); }
-};
-template <typename T>
-using Owned = std::unique_ptr<T, Unref>;
 
 }  // namespace
 
@@ -80,11 +71,11 @@ DesktopMicrophonePermission::StoreAnswer DesktopMicrophonePermission::askStore()
   GDBusConnection* bus = sessionBus_();
   if (bus == nullptr) return answer;
   GError* rawError = nullptr;
-  const Owned<GVariant> reply(g_dbus_connection_call_sync(
+  const VariantPtr reply(g_dbus_connection_call_sync(
       bus, kStoreName, kStorePath, kStoreName, "Lookup",
       g_variant_new("(ss)", "devices", "microphone"), G_VARIANT_TYPE("(a{sas}v)"),
       G_DBUS_CALL_FLAGS_NO_AUTO_START, kAnswerLimit_ms, nullptr, &rawError));
-  const Owned<GError> error(rawError);
+  const ErrorPtr error(rawError);
   if (reply == nullptr) {
     // "Not found" is an answer too: nobody has an entry yet.
     answer.isThere =
@@ -92,13 +83,13 @@ DesktopMicrophonePermission::StoreAnswer DesktopMicrophonePermission::askStore()
     return answer;
   }
   answer.isThere = true;
-  GVariantIter* rawEntries = nullptr;
-  g_variant_get(reply.get(), "(a{sas}v)", &rawEntries, nullptr);
-  const Owned<GVariantIter> entries(rawEntries);
+  const VariantPtr entries(g_variant_get_child_value(reply.get(), 0));
+  GVariantIter each;
+  g_variant_iter_init(&each, entries.get());
   const gchar* application = nullptr;
   GVariant* rawPermissions = nullptr;
-  while (g_variant_iter_next(entries.get(), "{&s@as}", &application, &rawPermissions) != FALSE) {
-    const Owned<GVariant> permissions(rawPermissions);
+  while (g_variant_iter_next(&each, "{&s@as}", &application, &rawPermissions) != FALSE) {
+    const VariantPtr permissions(rawPermissions);
     if (std::string(application) != kApplicationId) continue;
     if (g_variant_n_children(permissions.get()) == 0) continue;
     const gchar* permission = nullptr;
@@ -109,15 +100,9 @@ DesktopMicrophonePermission::StoreAnswer DesktopMicrophonePermission::askStore()
 }
 
 std::optional<bool> DesktopMicrophonePermission::isSwitchedOff() {
-  GSettingsSchemaSource* schemas = g_settings_schema_source_get_default();
-  if (schemas == nullptr) return std::nullopt;
-  const Owned<GSettingsSchema> schema(
-      g_settings_schema_source_lookup(schemas, kPrivacySchema, TRUE));
-  if (schema == nullptr || g_settings_schema_has_key(schema.get(), kPrivacyKey) == FALSE) {
-    return std::nullopt;
-  }
-  const Owned<GSettings> settings(g_settings_new_full(schema.get(), nullptr, nullptr));
-  return g_settings_get_boolean(settings.get(), kPrivacyKey) != FALSE;
+  const VariantPtr flag = desktopSetting(kPrivacySchema, kPrivacyKey, G_VARIANT_TYPE_BOOLEAN);
+  if (flag == nullptr) return std::nullopt;
+  return g_variant_get_boolean(flag.get()) != FALSE;
 }
 
 }  // namespace linux_host

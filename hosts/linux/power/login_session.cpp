@@ -17,6 +17,15 @@ void closeAndForget(int* descriptor) {
   *descriptor = -1;
 }
 
+// The caller's own copy of the descriptor that the answer "(h)" names; -1 when it names none of
+// those that came with it.
+int descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
+  gint32 index = -1;
+  g_variant_get(answer, "(h)", &index);
+  const int count = descriptors != nullptr ? g_unix_fd_list_get_length(descriptors) : 0;
+  return index >= 0 && index < count ? g_unix_fd_list_get(descriptors, index, nullptr) : -1;
+}
+
 }  // namespace
 
 bool isRecording(const suite::ToolData& data) {
@@ -106,17 +115,13 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
       G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, cancellable_,
       [](GObject* bus, GAsyncResult* result, gpointer data) {
         const std::unique_ptr<Lock> lock(static_cast<Lock*>(data));
-        GUnixFDList* descriptors = nullptr;
-        GError* failure = nullptr;
+        GUnixFDList* sent = nullptr;
         const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(
-            G_DBUS_CONNECTION(bus), &descriptors, result, &failure));
-        const ErrorPtr error(failure);
+            G_DBUS_CONNECTION(bus), &sent, result, nullptr));
+        const std::unique_ptr<GUnixFDList, ObjectUnref> descriptors(sent);
         if (!answer) return;
-        if (descriptors == nullptr) return;
-        gint32 index = 0;
-        g_variant_get(answer.get(), "(h)", &index);
-        int granted = g_unix_fd_list_get(descriptors, index, nullptr);
-        g_object_unref(descriptors);
+        int granted = descriptorOf(answer.get(), descriptors.get());
+        if (granted < 0) return;
         closeAndForget(&(lock->session->*lock->descriptor));
         // The recording may have ended while the answer was on its way.
         if (lock->session->recording_) {
@@ -130,6 +135,7 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
 
 void LoginSession::onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                             const gchar*, GVariant* parameters, gpointer self) {
+  if (!areOfType(parameters, "(b)", "PrepareForShutdown")) return;
   gboolean goingDown = FALSE;
   g_variant_get(parameters, "(b)", &goingDown);
   auto* session = static_cast<LoginSession*>(self);

@@ -86,17 +86,18 @@ void SessionClient::onRegistered(GObject* bus, GAsyncResult* result, gpointer se
 }
 
 void SessionClient::onSignal(GDBusConnection*, const gchar*, const gchar* path, const gchar*,
-                             const gchar* signal, GVariant*, gpointer self) {
+                             const gchar* signal, GVariant* parameters, gpointer self) {
   auto* client = static_cast<SessionClient*>(self);
   // What another client is told may be heard by all.
   if (client->path_ != path) return;
   const std::string_view name = signal;
   if (name == "QueryEndSession") {
-    client->answer();
+    if (areOfType(parameters, "(u)", signal)) client->answer();
   } else if (name == "EndSession") {
+    if (!areOfType(parameters, "(u)", signal)) return;
     client->end_.save([client] { client->answer(); });
   } else if (name == "Stop") {
-    client->end_.quit();
+    if (areOfType(parameters, "()", signal)) client->end_.quit();
   }
 }
 

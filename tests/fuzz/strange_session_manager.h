@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace fuzz {
+
+// A session manager that speaks XSMP and takes one client on, as far as it has to for being
+// listened to. It sends it whole messages, which may be anything, and hangs up.
+class StrangeSessionManager {
+ public:
+  struct Message {
+    std::uint8_t opcode = 0;
+    std::string_view content;  // cut and filled up to whole units of eight bytes
+    bool isEarly = false;      // before the client is taken on
+  };
+
+  // Announces itself in SESSION_MANAGER. What the messages hold outlives it.
+  explicit StrangeSessionManager(std::vector<Message> messages);
+  // Ends the conversation.
+  ~StrangeSessionManager();
+  StrangeSessionManager(const StrangeSessionManager&) = delete;
+  StrangeSessionManager& operator=(const StrangeSessionManager&) = delete;
+
+ private:
+  void serve();
+  // What the header says beside the length; empty when the client is gone.
+  std::string receive();
+  void reply(std::uint8_t opcode, std::uint8_t first, std::uint8_t second);
+  void send(bool areEarly);
+  void write(std::uint8_t major, std::uint8_t minor, std::string_view data, std::string_view body);
+
+  const std::vector<Message> messages_;
+  std::string folder_;
+  int listener_ = -1;
+  std::atomic<int> client_ = -1;
+  std::uint8_t clientsOpcode_ = 0;  // by which the client knows the protocol
+  std::thread thread_;
+};
+
+}  // namespace fuzz

@@ -37,19 +37,32 @@ bool canBeSent(GDBusMessage* message) {
   return read != nullptr;
 }
 
-// What the bus itself answers; floating.
-GVariant* daemonAnswer(std::string_view method) {
+// What the bus itself answers; `isThere`: whether the service is on it.
+MessagePtr daemonReplyTo(GDBusMessage* call, bool isThere) {
   constexpr guint32 kDone = 1;
-  constexpr guint32 kIsThere = 2;
-  if (method == "Hello") return g_variant_new("(s)", kOurs);
-  if (method == "GetNameOwner") return g_variant_new("(s)", kTheirs);
-  if (method == "NameHasOwner") return g_variant_new("(b)", TRUE);
-  if (method == "StartServiceByName") return g_variant_new("(u)", kIsThere);
-  if (method == "RequestName" || method == "ReleaseName") return g_variant_new("(u)", kDone);
-  if (method.starts_with("List")) {
-    return g_variant_new_parsed("(['org.freedesktop.portal.Desktop'],)");
+  constexpr guint32 kRunsAlready = 2;
+  const std::string_view method = g_dbus_message_get_member(call);
+  if (method == "GetNameOwner" && !isThere) {
+    return MessagePtr(g_dbus_message_new_method_error_literal(
+        call, "org.freedesktop.DBus.Error.NameHasNoOwner", "It is gone"));
   }
-  return g_variant_new("()");
+  GVariant* body = nullptr;
+  if (method == "Hello") {
+    body = g_variant_new("(s)", kOurs);
+  } else if (method == "GetNameOwner") {
+    body = g_variant_new("(s)", kTheirs);
+  } else if (method == "NameHasOwner") {
+    body = g_variant_new("(b)", isThere ? TRUE : FALSE);
+  } else if (method == "StartServiceByName") {
+    body = g_variant_new("(u)", kRunsAlready);
+  } else if (method == "RequestName" || method == "ReleaseName") {
+    body = g_variant_new("(u)", kDone);
+  } else if (method.starts_with("List")) {
+    body = g_variant_new_parsed("(['org.freedesktop.portal.Desktop'],)");
+  }
+  MessagePtr reply(g_dbus_message_new_method_reply(call));
+  g_dbus_message_set_body(reply.get(), body != nullptr ? body : g_variant_new("()"));
+  return reply;
 }
 
 void attachFiles(GDBusMessage* message, int count) {
@@ -154,16 +167,15 @@ void StrangeBus::receive(GDBusConnection* connection, GDBusMessage* message) {
   const bool isAsked =
       (g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
   const gchar* to = g_dbus_message_get_destination(message);
+  const std::lock_guard lock(mutex_);
   if (to != nullptr && std::string_view(to) == kDaemon) {
     if (!isAsked) return;
-    const MessagePtr reply(g_dbus_message_new_method_reply(message));
+    const MessagePtr reply = daemonReplyTo(message, isThere_);
     g_dbus_message_set_sender(reply.get(), kDaemon);
-    g_dbus_message_set_body(reply.get(), daemonAnswer(g_dbus_message_get_member(message)));
     g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                    nullptr);
     return;
   }
-  const std::lock_guard lock(mutex_);
   if (std::string request = requestOf(message); !request.empty()) request_ = std::move(request);
   ++calls_;
   if (isAsked) answer(connection, message);
@@ -203,6 +215,7 @@ void StrangeBus::send(const Step& step) {
 }
 
 void StrangeBus::announce(bool isThere) {
+  if (std::exchange(isThere_, isThere) == isThere) return;
   const MessagePtr message(g_dbus_message_new_signal(kDaemonPath, kDaemon, "NameOwnerChanged"));
   g_dbus_message_set_sender(message.get(), kDaemon);
   g_dbus_message_set_body(
@@ -225,6 +238,7 @@ void StrangeBus::play(const Service& service, std::shared_ptr<const Script> scri
   service_ = service;
   script_ = std::move(script);
   next_ = 0;
+  isThere_ = true;
   request_.clear();
   calls_ = 0;
 }

@@ -91,6 +91,7 @@ class StrangeBus {
   Service service_{};                               // guarded by mutex_
   std::shared_ptr<const Script> script_;            // guarded by mutex_; may be null
   std::size_t next_ = 0;                            // guarded by mutex_
+  bool isThere_ = true;                             // guarded by mutex_
   std::string request_;                             // guarded by mutex_
 };
 

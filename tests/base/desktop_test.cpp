@@ -8,6 +8,7 @@
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/notifications/notification_center.h"
 #include "hosts/linux/workspace/workspace.h"
+#include "tests/base/glib_faults.h"
 #include "tests/base/no_requests.h"
 #include "tests/base/private_bus.h"
 #include "tests/base/temporary_folder.h"
@@ -19,6 +20,7 @@ namespace linux_host {
 namespace {
 
 using base_test::Environment;
+using base_test::GlibFaults;
 using base_test::NoRequests;
 using base_test::PrivateBus;
 using base_test::TemporaryFolder;
@@ -264,6 +266,24 @@ TEST_F(NotificationTest, BodyAndButtonReachTheDelegateAsLongAsItIsShown) {
   center_.removeDeliveredNotification(notification);
   settle();
   EXPECT_EQ(callsOf("CloseNotification"), 0) << "the user closed it";
+}
+
+TEST_F(NotificationTest, SignalsWithOtherArgumentsAreIgnored) {
+  const GlibFaults faults;
+  serve({"actions", "body"});
+  deliverAndWait(saved());
+  const auto emit = [&](const char* signal, GVariant* arguments) {
+    server_->emit(kNotificationsPath, signal, arguments);
+  };
+  emit("NotificationClosed", g_variant_new("(us)", 7U, "default"));
+  emit("NotificationClosed", g_variant_new("(u)", 7U));
+  emit("ActionInvoked", g_variant_new("(uu)", 7U, 1U));
+  emit("ActionInvoked", nullptr);
+  settle();
+  EXPECT_THAT(delegate_->activations, IsEmpty());
+  emit("ActionInvoked", g_variant_new("(us)", 7U, "default"));
+  iterateUntil([&] { return delegate_->activations.size() == 1; });
+  EXPECT_EQ(faults.count(), 0);
 }
 
 TEST_F(NotificationTest, TheDelegateMayRemoveWhatItIsCalledFor) {

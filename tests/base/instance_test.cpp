@@ -16,6 +16,7 @@
 
 #include "hosts/linux/base/json_values.h"
 #include "hosts/linux/bus/control_socket.h"
+#include "hosts/linux/bus/instance_client.h"
 #include "tests/base/no_requests.h"
 #include "tests/base/private_bus.h"
 #include "tests/base/temporary_folder.h"
@@ -456,6 +457,43 @@ TEST(BusConnectionTest, ABusThatNeverAnswersIsGivenUp) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
   EXPECT_EQ(error, "it does not answer");
   close(listener);
+}
+
+// Answers every call with a number, while the test waits for the answer.
+GDBusMessage* answerWithANumber(GDBusConnection* connection, GDBusMessage* message,
+                                gboolean isIncoming, gpointer) {
+  const bool isCall = isIncoming != FALSE &&
+                      g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL;
+  if (!isCall) return message;
+  GDBusMessage* reply = g_dbus_message_new_method_reply(message);
+  g_dbus_message_set_body(reply, g_variant_new("(i)", 1));
+  g_dbus_connection_send_message(connection, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                 nullptr);
+  g_object_unref(reply);
+  g_object_unref(message);
+  return nullptr;
+}
+
+TEST(InstanceClientTest, AnAnswerOfAnotherTypeIsAFailure) {
+  const PrivateBus bus;
+  std::string error;
+  const ConnectionPtr other = connectTo(bus.address(), true, 5000, &error);
+  const ConnectionPtr ours = connectTo(bus.address(), true, 5000, &error);
+  ASSERT_TRUE(other != nullptr && ours != nullptr) << error;
+  const VariantPtr named(g_dbus_connection_call_sync(
+      other.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", kBusName, 4U), nullptr, G_DBUS_CALL_FLAGS_NONE, 5000,
+      nullptr, nullptr));
+  ASSERT_NE(named, nullptr);
+  g_dbus_connection_add_filter(other.get(), answerWithANumber, nullptr, nullptr);
+
+  InstanceClient client = InstanceClient::onBus(ours.get());
+  EXPECT_TRUE(client.isRunning());
+  const InstanceClient::Reply status = client.status();
+  EXPECT_EQ(status.outcome, InstanceClient::Outcome::kFailed);
+  EXPECT_THAT(status.text, HasSubstr("(s)"));
+  EXPECT_EQ(client.action("stop", 5000).outcome, InstanceClient::Outcome::kFailed);
+  EXPECT_EQ(client.activate().outcome, InstanceClient::Outcome::kFailed);
 }
 
 }  // namespace

@@ -37,6 +37,21 @@ struct AudioStreamBasicDescription {
 };
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 
+// 32-bit float, a plane a channel: what all sound is on its way through the program.
+constexpr AudioStreamBasicDescription planarFloat(double sampleRate_hz, std::uint32_t channels) {
+  AudioStreamBasicDescription format;
+  format.mSampleRate = sampleRate_hz;
+  format.mFormatID = kAudioFormatLinearPCM;
+  format.mFormatFlags =
+      kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved;
+  format.mBytesPerPacket = sizeof(float);
+  format.mFramesPerPacket = 1;
+  format.mBytesPerFrame = sizeof(float);
+  format.mChannelsPerFrame = channels;
+  format.mBitsPerChannel = 8 * sizeof(float);
+  return format;
+}
+
 struct AudioBuffer {
   std::uint32_t mNumberChannels;  // interleaved in mData
   std::uint32_t mDataByteSize;

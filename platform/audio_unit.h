@@ -24,6 +24,16 @@ inline constexpr std::uint32_t kAudioUnitType_FormatConverter = fourCharCode("au
 inline constexpr std::uint32_t kAudioUnitSubType_Varispeed = fourCharCode("vari");
 inline constexpr std::uint32_t kAudioUnitManufacturer_Apple = fourCharCode("appl");
 
+// The units that every host has: one bound to any device, for input or output; one bound to an
+// output, by default the system's; and a converter of rates.
+inline constexpr AudioComponentDescription kHALOutputUnit{
+    kAudioUnitType_Output, kAudioUnitSubType_HALOutput, kAudioUnitManufacturer_Apple, 0, 0};
+inline constexpr AudioComponentDescription kDefaultOutputUnit{
+    kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple, 0, 0};
+inline constexpr AudioComponentDescription kVarispeedUnit{kAudioUnitType_FormatConverter,
+                                                          kAudioUnitSubType_Varispeed,
+                                                          kAudioUnitManufacturer_Apple, 0, 0};
+
 // Values' types stand beside the properties.
 inline constexpr std::uint32_t kAudioUnitProperty_StreamFormat = 8;  // AudioStreamBasicDescription
 inline constexpr std::uint32_t kAudioUnitProperty_SetRenderCallback = 23;  // AURenderCallbackStruct
@@ -48,12 +58,12 @@ inline constexpr OSStatus kAudioUnitErr_FormatNotSupported = -10868;
 inline constexpr OSStatus kAudioUnitErr_Uninitialized = -10867;
 inline constexpr OSStatus kAudioUnitErr_InvalidScope = -10866;
 inline constexpr OSStatus kAudioUnitErr_PropertyNotWritable = -10865;
-// Nothing of the kind while the unit runs, or outside of its callback.
+// Not while the unit runs, or only within its callback.
 inline constexpr OSStatus kAudioUnitErr_CannotDoInCurrentContext = -10863;
 inline constexpr OSStatus kAudioUnitErr_InvalidPropertyValue = -10851;
 inline constexpr OSStatus kAUGraphErr_NodeNotFound = -10860;
 inline constexpr OSStatus kAUGraphErr_InvalidConnection = -10861;
-// The handle is none of a unit or graph that exists.
+// The handle stands for no unit or graph that exists.
 inline constexpr OSStatus kAUGraphErr_InvalidAudioUnit = -10864;
 inline constexpr OSStatus kAudio_ParamError = -50;
 

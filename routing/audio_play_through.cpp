@@ -11,7 +11,6 @@
 namespace record_audio {
 
 using platform::AudioBufferList;
-using platform::AudioComponentDescription;
 using platform::AudioObjectPropertyAddress;
 using platform::AudioStreamBasicDescription;
 using platform::AudioTimeStamp;
@@ -30,16 +29,6 @@ constexpr std::uint32_t kRingCapacity_buffers = 20;
 // The two sides of an input/output unit.
 constexpr std::uint32_t kOutputElement = 0;
 constexpr std::uint32_t kInputElement = 1;
-
-constexpr AudioComponentDescription kHALOutput{platform::kAudioUnitType_Output,
-                                               platform::kAudioUnitSubType_HALOutput,
-                                               platform::kAudioUnitManufacturer_Apple, 0, 0};
-constexpr AudioComponentDescription kDefaultOutput{platform::kAudioUnitType_Output,
-                                                   platform::kAudioUnitSubType_DefaultOutput,
-                                                   platform::kAudioUnitManufacturer_Apple, 0, 0};
-constexpr AudioComponentDescription kVarispeed{platform::kAudioUnitType_FormatConverter,
-                                               platform::kAudioUnitSubType_Varispeed,
-                                               platform::kAudioUnitManufacturer_Apple, 0, 0};
 
 // Cut towards zero; what no 64-bit number can hold becomes the smallest one.
 std::int64_t truncated(double value) {
@@ -159,7 +148,8 @@ OSStatus AudioPlayThrough::start() {
 
 OSStatus AudioPlayThrough::createInputUnit() {
   platform::AudioUnits& units = host_.audioUnits;
-  const platform::AudioComponent component = units.AudioComponentFindNext(nullptr, kHALOutput);
+  const platform::AudioComponent component =
+      units.AudioComponentFindNext(nullptr, platform::kHALOutputUnit);
   if (component == nullptr) return platform::kAudioHardwareUnspecifiedError;
   OSStatus status = units.AudioComponentInstanceNew(component, &inputUnit);
   if (status != noErr) return status;
@@ -227,10 +217,11 @@ OSStatus AudioPlayThrough::startWithOpenGraph() {
 OSStatus AudioPlayThrough::addNodes(platform::AUNode& varispeedNode, platform::AUNode& outputNode,
                                     AudioUnit& outputUnit) {
   platform::AudioUnits& units = host_.audioUnits;
-  return inOrder([&] { return units.AUGraphAddNode(graph, kVarispeed, &varispeedNode); },
-                 [&] { return units.AUGraphAddNode(graph, kDefaultOutput, &outputNode); },
-                 [&] { return units.AUGraphNodeInfo(graph, varispeedNode, &varispeedUnit); },
-                 [&] { return units.AUGraphNodeInfo(graph, outputNode, &outputUnit); });
+  return inOrder(
+      [&] { return units.AUGraphAddNode(graph, platform::kVarispeedUnit, &varispeedNode); },
+      [&] { return units.AUGraphAddNode(graph, platform::kDefaultOutputUnit, &outputNode); },
+      [&] { return units.AUGraphNodeInfo(graph, varispeedNode, &varispeedUnit); },
+      [&] { return units.AUGraphNodeInfo(graph, outputNode, &outputUnit); });
 }
 
 OSStatus AudioPlayThrough::bindGraph(AudioUnit outputUnit) {

@@ -9,6 +9,7 @@ namespace {
 
 using platform::AudioComponentDescription;
 using platform::noErr;
+using platform::planarFloat;
 
 constexpr AudioComponentDescription kGeneral{platform::kAudioUnitType_Output,
                                              platform::kAudioUnitSubType_HALOutput,

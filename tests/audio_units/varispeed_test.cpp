@@ -15,6 +15,7 @@ namespace {
 
 using platform::noErr;
 using platform::OSStatus;
+using platform::planarFloat;
 
 constexpr std::uint32_t kBlock_frames = 1024;
 

@@ -68,15 +68,9 @@ struct KindEntry {
   AudioComponentDescription description;
 };
 constexpr std::array<KindEntry, 3> kKinds{{
-    {UnitKind::kInput,
-     {platform::kAudioUnitType_Output, platform::kAudioUnitSubType_HALOutput,
-      platform::kAudioUnitManufacturer_Apple, 0, 0}},
-    {UnitKind::kOutput,
-     {platform::kAudioUnitType_Output, platform::kAudioUnitSubType_DefaultOutput,
-      platform::kAudioUnitManufacturer_Apple, 0, 0}},
-    {UnitKind::kVarispeed,
-     {platform::kAudioUnitType_FormatConverter, platform::kAudioUnitSubType_Varispeed,
-      platform::kAudioUnitManufacturer_Apple, 0, 0}},
+    {UnitKind::kInput, platform::kHALOutputUnit},
+    {UnitKind::kOutput, platform::kDefaultOutputUnit},
+    {UnitKind::kVarispeed, platform::kVarispeedUnit},
 }};
 
 bool sameDescription(const AudioComponentDescription& a, const AudioComponentDescription& b) {
@@ -110,20 +104,6 @@ struct MemoryAudioUnits::Graph {
   bool running = false;
   std::vector<std::unique_ptr<Unit>> nodes;
 };
-
-AudioStreamBasicDescription planarFloat(double sampleRate_hz, std::uint32_t channels) {
-  AudioStreamBasicDescription format;
-  format.mSampleRate = sampleRate_hz;
-  format.mFormatID = platform::kAudioFormatLinearPCM;
-  format.mFormatFlags = platform::kAudioFormatFlagIsFloat | platform::kAudioFormatFlagIsPacked |
-                        platform::kAudioFormatFlagIsNonInterleaved;
-  format.mBytesPerPacket = sizeof(float);
-  format.mFramesPerPacket = 1;
-  format.mBytesPerFrame = sizeof(float);
-  format.mChannelsPerFrame = channels;
-  format.mBitsPerChannel = 32;
-  return format;
-}
 
 MemoryAudioUnits::MemoryAudioUnits() {
   for (const KindEntry& entry : kKinds) {
@@ -175,7 +155,7 @@ AudioStreamBasicDescription MemoryAudioUnits::format(UnitKind kind, std::uint32_
     }
   }
   const auto found = formats_.find({kind, scope, element});
-  return found == formats_.end() ? planarFloat(48000, 2) : found->second;
+  return found == formats_.end() ? platform::planarFloat(48000, 2) : found->second;
 }
 
 std::optional<std::uint32_t> MemoryAudioUnits::number(UnitKind kind, std::uint32_t property,

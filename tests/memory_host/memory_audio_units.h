@@ -142,7 +142,4 @@ class MemoryAudioUnits : public platform::AudioUnits {
   std::uint32_t bufferFrameSize_ = 512;
 };
 
-// 32-bit float, one plane a channel.
-platform::AudioStreamBasicDescription planarFloat(double sampleRate_hz, std::uint32_t channels);
-
 }  // namespace memory_host

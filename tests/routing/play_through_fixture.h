@@ -49,9 +49,9 @@ class PlayThroughMachine {
   }
   void setChannels(std::uint32_t loopback, std::uint32_t real) {
     host.audioUnits.setFormat(memory_host::UnitKind::kInput, platform::kAudioUnitScope_Input, 1,
-                              memory_host::planarFloat(48000, loopback));
+                              platform::planarFloat(48000, loopback));
     host.audioUnits.setFormat(memory_host::UnitKind::kOutput, platform::kAudioUnitScope_Output, 0,
-                              memory_host::planarFloat(44100, real));
+                              platform::planarFloat(44100, real));
   }
 
   // Ready for its callbacks.

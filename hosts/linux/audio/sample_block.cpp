@@ -48,7 +48,7 @@ class PlanarSampleBuffer : public platform::SampleBuffer {
       : block_(std::move(block)),
         channels_(channels),
         frames_(frames),
-        format_{{planarFloat(rate_Hz, channels)}} {}
+        format_{{platform::planarFloat(rate_Hz, channels)}} {}
 
   [[nodiscard]] std::int64_t getNumSamples() const override { return frames_; }
   [[nodiscard]] const platform::AudioFormatDescription& getFormatDescription() const override {
@@ -86,20 +86,6 @@ class PlanarSampleBuffer : public platform::SampleBuffer {
 };
 
 }  // namespace
-
-platform::AudioStreamBasicDescription planarFloat(double rate_Hz, std::uint32_t channels) {
-  platform::AudioStreamBasicDescription format;
-  format.mSampleRate = rate_Hz;
-  format.mFormatID = platform::kAudioFormatLinearPCM;
-  format.mFormatFlags = platform::kAudioFormatFlagIsFloat | platform::kAudioFormatFlagIsPacked |
-                        platform::kAudioFormatFlagIsNonInterleaved;
-  format.mBytesPerPacket = sizeof(float);
-  format.mFramesPerPacket = 1;
-  format.mBytesPerFrame = sizeof(float);
-  format.mChannelsPerFrame = channels;
-  format.mBitsPerChannel = 8 * sizeof(float);
-  return format;
-}
 
 std::shared_ptr<platform::SampleBuffer> makeSampleBuffer(const float* const* planes,
                                                          std::uint32_t channels,

@@ -7,9 +7,6 @@
 
 namespace linux_host {
 
-// 32-bit float, a plane a channel: what all sound is on its way through the program.
-platform::AudioStreamBasicDescription planarFloat(double rate_Hz, std::uint32_t channels);
-
 // Copies `frames` samples of each plane into a sample buffer of 32-bit float, non-interleaved.
 // Any thread except audio callbacks; the result may be handed to another.
 std::shared_ptr<platform::SampleBuffer> makeSampleBuffer(const float* const* planes,

@@ -160,7 +160,7 @@ OSStatus DeviceUnit::setClientFormat(const void* data, std::uint32_t size_bytes)
 
 AudioStreamBasicDescription DeviceUnit::clientFormat(const Device& device) const {
   return clientFormat_.value_or(
-      planarFloat(device.rate_Hz, static_cast<std::uint32_t>(device.positions.size())));
+      platform::planarFloat(device.rate_Hz, static_cast<std::uint32_t>(device.positions.size())));
 }
 
 Unit::Value DeviceUnit::property(const UnitPropertyAddress& address) {
@@ -176,7 +176,7 @@ Unit::Value DeviceUnit::property(const UnitPropertyAddress& address) {
   if (address == kBufferFrames) return PropertyValue::scalar(bound->cycle_frames);
   if (!isDevicesFormat(address)) return PropertyValue::record(clientFormat(*bound));
   return PropertyValue::record(
-      planarFloat(bound->rate_Hz, static_cast<std::uint32_t>(bound->positions.size())));
+      platform::planarFloat(bound->rate_Hz, static_cast<std::uint32_t>(bound->positions.size())));
 }
 
 OSStatus DeviceUnit::connect(Unit* source) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "hosts/linux/audio_units/varispeed_unit.h"
 
@@ -15,14 +16,8 @@ using platform::AUGraph;
 using platform::noErr;
 using platform::OSStatus;
 
-constexpr std::array<AudioComponentDescription, 3> kComponents{{
-    {platform::kAudioUnitType_Output, platform::kAudioUnitSubType_HALOutput,
-     platform::kAudioUnitManufacturer_Apple, 0, 0},
-    {platform::kAudioUnitType_Output, platform::kAudioUnitSubType_DefaultOutput,
-     platform::kAudioUnitManufacturer_Apple, 0, 0},
-    {platform::kAudioUnitType_FormatConverter, platform::kAudioUnitSubType_Varispeed,
-     platform::kAudioUnitManufacturer_Apple, 0, 0},
-}};
+constexpr std::array kComponents{platform::kHALOutputUnit, platform::kDefaultOutputUnit,
+                                 platform::kVarispeedUnit};
 
 // 0 asks for anything; of the flags, only those in the mask count.
 bool matches(const AudioComponentDescription& component, const AudioComponentDescription& wanted) {
@@ -46,6 +41,13 @@ AudioComponent componentHandle(std::size_t index) {
 }
 std::size_t indexOf(AudioComponent component) {
   return reinterpret_cast<std::size_t>(component) - 1;
+}
+
+// Calls what find() has found for a handle.
+template <typename Object, typename... Parameters, typename... Arguments>
+OSStatus call(Object* object, OSStatus (Object::*method)(Parameters...), Arguments&&... arguments) {
+  if (object == nullptr) return platform::kAUGraphErr_InvalidAudioUnit;
+  return (object->*method)(std::forward<Arguments>(arguments)...);
 }
 
 }  // namespace
@@ -102,21 +104,18 @@ OSStatus PipeWireAudioUnits::AudioComponentInstanceDispose(AudioUnit unit) {
 }
 
 OSStatus PipeWireAudioUnits::AudioUnitInitialize(AudioUnit handle) {
-  Unit* unit = find(handle);
-  return unit == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : unit->initialize();
+  return call(find(handle), &Unit::initialize);
 }
 
 OSStatus PipeWireAudioUnits::AudioUnitUninitialize(AudioUnit handle) {
-  Unit* unit = find(handle);
-  return unit == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : unit->uninitialize();
+  return call(find(handle), &Unit::uninitialize);
 }
 
 OSStatus PipeWireAudioUnits::AudioUnitSetProperty(AudioUnit handle, std::uint32_t property,
                                                   std::uint32_t scope, std::uint32_t element,
                                                   const void* data, std::uint32_t size_bytes) {
-  Unit* unit = find(handle);
-  if (unit == nullptr) return platform::kAUGraphErr_InvalidAudioUnit;
-  return unit->setProperty({property, scope, element}, data, size_bytes);
+  return call(find(handle), &Unit::setProperty, UnitPropertyAddress{property, scope, element}, data,
+              size_bytes);
 }
 
 OSStatus PipeWireAudioUnits::AudioUnitGetProperty(AudioUnit handle, std::uint32_t property,
@@ -130,13 +129,11 @@ OSStatus PipeWireAudioUnits::AudioUnitGetProperty(AudioUnit handle, std::uint32_
 }
 
 OSStatus PipeWireAudioUnits::AudioOutputUnitStart(AudioUnit handle) {
-  Unit* unit = find(handle);
-  return unit == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : unit->start();
+  return call(find(handle), &Unit::start);
 }
 
 OSStatus PipeWireAudioUnits::AudioOutputUnitStop(AudioUnit handle) {
-  Unit* unit = find(handle);
-  return unit == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : unit->stop();
+  return call(find(handle), &Unit::stop);
 }
 
 OSStatus PipeWireAudioUnits::AudioUnitSetParameter(AudioUnit handle, std::uint32_t parameter,
@@ -169,21 +166,17 @@ OSStatus PipeWireAudioUnits::DisposeAUGraph(AUGraph graph) {
 }
 
 OSStatus PipeWireAudioUnits::AUGraphOpen(AUGraph handle) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : graph->open();
+  return call(find(handle), &UnitGraph::open);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphClose(AUGraph handle) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : graph->close();
+  return call(find(handle), &UnitGraph::close);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphAddNode(AUGraph handle,
                                             const AudioComponentDescription& description,
                                             platform::AUNode* outNode) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit
-                          : graph->addNode(description, outNode);
+  return call(find(handle), &UnitGraph::addNode, description, outNode);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphNodeInfo(AUGraph handle, platform::AUNode node,
@@ -200,24 +193,19 @@ OSStatus PipeWireAudioUnits::AUGraphConnectNodeInput(AUGraph handle, platform::A
                                                      std::uint32_t sourceOutput,
                                                      platform::AUNode destNode,
                                                      std::uint32_t destInput) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit
-                          : graph->connect(sourceNode, sourceOutput, destNode, destInput);
+  return call(find(handle), &UnitGraph::connect, sourceNode, sourceOutput, destNode, destInput);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphInitialize(AUGraph handle) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : graph->initialize();
+  return call(find(handle), &UnitGraph::initialize);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphStart(AUGraph handle) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : graph->start();
+  return call(find(handle), &UnitGraph::start);
 }
 
 OSStatus PipeWireAudioUnits::AUGraphStop(AUGraph handle) {
-  UnitGraph* graph = find(handle);
-  return graph == nullptr ? platform::kAUGraphErr_InvalidAudioUnit : graph->stop();
+  return call(find(handle), &UnitGraph::stop);
 }
 
 }  // namespace linux_host

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "hosts/linux/audio/sample_block.h"  // planarFloat()
 #include "platform/audio_types.h"
 
 namespace linux_host {

@@ -83,7 +83,7 @@ void VarispeedUnit::ConverterDelete::operator()(SRC_STATE_tag* state) const {
 }
 
 VarispeedUnit::VarispeedUnit()
-    : inputFormat_(planarFloat(kUsualRate_Hz, 2)), outputFormat_(planarFloat(kUsualRate_Hz, 2)) {
+    : inputFormat_(platform::planarFloat(kUsualRate_Hz, 2)), outputFormat_(inputFormat_) {
   setCycleFrames(kUsualCycle_frames);
 }
 

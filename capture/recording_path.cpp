@@ -1,7 +1,7 @@
 #include "capture/recording_path.h"
 
-#include "capture/file_name.h"
 #include "settings/auxiliary.h"
+#include "settings/file_name.h"
 
 namespace record_audio {
 namespace {
@@ -15,7 +15,7 @@ std::string recordingPath(const platform::Host& host, const std::string& folder,
   const std::string dateTime = Auxiliary::getFilenameWithDateTime(host, start);
   const std::string title = host.mainBundle.localizedString("Audio recording");
   // Translations and locales are free to hold what a file system refuses.
-  const std::string base = folder + "/" + fitForFileName(title + " " + dateTime);
+  const std::string base = folder + "/" + fitForFileName(title + " " + dateTime, '-');
   std::string path = base + "." + extension;
   for (int number = 1; number <= kLastFileNumber; ++number) {
     if (!host.fileManager.fileExists(path)) break;

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "settings/file_name.h"
 #include "settings/preference_keys.h"
 
 namespace record_audio {
@@ -73,28 +74,6 @@ std::optional<std::string> quickLookSlotName(const Host& host) {
   return lastPathComponent(host.mainBundle.bundlePath());
 }
 
-void replaceAll(std::string& text, std::string_view what, std::string_view with) {
-  for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
-    text.replace(at, what.size(), with);
-  }
-}
-
-// Locales write times with all sorts of blanks and marks; file systems of other makers refuse some.
-std::string fitForFileName(std::string text) {
-  constexpr std::string_view kNoBreakSpace = "\u00a0";
-  constexpr std::string_view kThinSpace = "\u2009";
-  constexpr std::string_view kNarrowNoBreakSpace = "\u202f";
-  for (const auto blank : {kNoBreakSpace, kThinSpace, kNarrowNoBreakSpace}) {
-    replaceAll(text, blank, " ");
-  }
-  constexpr std::string_view kRefused = ":/\\*?\"<>|";
-  for (char& character : text) {
-    const bool control = static_cast<unsigned char>(character) < 0x20 || character == 0x7f;
-    if (control || kRefused.find(character) != std::string_view::npos) character = '.';
-  }
-  return text;
-}
-
 std::uint64_t fnv1a(std::string_view text) {
   std::uint64_t hash = 0xcbf29ce484222325U;
   for (const char character : text) {
@@ -151,7 +130,7 @@ std::string Auxiliary::getFilenameWithDateTime(const Host& host, platform::Date 
   const std::string day = host.dateFormatter.stringFromDate(date, "yyyy-MM-dd");
   const std::string word = host.mainBundle.localizedString("at");
   const std::string time = host.dateFormatter.localizedMediumTime(date);
-  return fitForFileName(day + " " + word + " " + time);
+  return fitForFileName(day + " " + word + " " + time, '.');
 }
 
 void Auxiliary::setIcon(const Host& host, const platform::ImagePtr& icon,

@@ -1,3 +1,4 @@
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,10 +9,10 @@
 
 #include "hosts/linux/base/bundle.h"
 #include "hosts/linux/base/date_formatter.h"
-#include "hosts/linux/base/file_names.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/string_table.h"
 #include "hosts/linux/base/system_info.h"
+#include "settings/file_name.h"
 #include "tests/base/temporary_folder.h"
 
 namespace linux_host {
@@ -34,6 +35,8 @@ Environment locale(const std::string& name, const std::string& zone) {
 }
 
 const platform::Date kAfternoon = utc(2024, 5, 17, 14, 3, 27);
+// Which blank it is depends on the release of ICU.
+const auto kAfternoonWithPM = ::testing::AnyOf("2:03:27\u202fPM", "2:03:27 PM");
 
 TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
   const LinuxDateFormatter formatter;
@@ -46,19 +49,24 @@ TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
     EXPECT_EQ(formatter.localizedMediumTime(kAfternoon), "14:03:27");
   }
   const auto environment = locale("en_US.UTF-8", "UTC");
-  EXPECT_EQ(formatter.localizedMediumTime(kAfternoon), "2:03:27 PM");
+  EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 
-TEST(DateFormatterTest, HasNoCharacterThatADiskRefusesInAnyLocale) {
+// With the core's help: locales write times with blanks and marks of all sorts.
+TEST(DateFormatterTest, GivesTimesThatCanBeMadeFitForADiskInEveryLocale) {
   const LinuxDateFormatter formatter;
   for (const char* name : {"en_US", "en_AU", "fr_CA", "fr_FR", "bg_BG", "ja_JP", "zh_TW", "ko_KR",
                            "ar_EG", "fa_IR", "fi_FI", "da_DK", "th_TH", "hi_IN", "C", ""}) {
     const auto environment = locale(name, "UTC");
     const std::string time = formatter.localizedMediumTime(kAfternoon);
     EXPECT_FALSE(time.empty()) << name;
-    EXPECT_THAT(time, Not(HasSubstr("\u202f"))) << name;
-    EXPECT_THAT(time, Not(HasSubstr("\u00a0"))) << name;
-    EXPECT_EQ(time, fileNameText(time, ":")) << name;
+    const std::string fit = record_audio::fitForFileName(time, '.');
+    EXPECT_EQ(fit.find_first_of("\"*/:<>?\\|"), std::string::npos) << name;
+    for (const char* at = fit.c_str(); *at != '\0'; at = g_utf8_next_char(at)) {
+      const gunichar character = g_utf8_get_char(at);
+      EXPECT_TRUE(character == ' ' || !g_unichar_isspace(character)) << name << ": " << fit;
+      EXPECT_FALSE(g_unichar_iscntrl(character)) << name << ": " << fit;
+    }
   }
 }
 
@@ -89,7 +97,7 @@ TEST(DateFormatterTest, TakesTheLocaleFromTheFirstVariableThatIsSet) {
   const LinuxDateFormatter formatter;
   const Environment environment(
       {{"LC_ALL", ""}, {"LC_TIME", "en_US.UTF-8"}, {"LANG", "de_DE.UTF-8"}, {"TZ", "UTC"}});
-  EXPECT_EQ(formatter.localizedMediumTime(kAfternoon), "2:03:27 PM");
+  EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 
 TEST(DateFormatterTest, NamesLocalesAsIcuDoes) {
@@ -100,27 +108,6 @@ TEST(DateFormatterTest, NamesLocalesAsIcuDoes) {
   EXPECT_EQ(icuLocale("C"), "en_US_POSIX");
   EXPECT_EQ(icuLocale("C.UTF-8"), "en_US_POSIX");
   EXPECT_EQ(icuLocale(""), "en_US_POSIX");
-}
-
-TEST(FileNameTest, DropsWhatDisksRefuse) {
-  EXPECT_EQ(fileNameText("a\"*/:<>?\\|b\x01\x7f"), "ab");
-  EXPECT_EQ(fileNameText("a:b", ":"), "a:b");
-  EXPECT_EQ(fileNameText("2:03:27\u202fPM\u00a0x"), "20327 PM x");
-  EXPECT_EQ(fileNameText("gr\xc3\xbc\xc3\x9f\xff\xc3"), "gr\xc3\xbc\xc3\x9f") << "not UTF-8";
-  EXPECT_EQ(fileNameText(std::string_view("a\0b", 3)), "ab");
-}
-
-TEST(FileNameTest, MakesWholeNamesThatDisksTake) {
-  EXPECT_EQ(sanitisedFileName("report. . "), "report");
-  EXPECT_EQ(sanitisedFileName("con.mp3"), "_con.mp3");
-  EXPECT_EQ(sanitisedFileName("LPT1"), "_LPT1");
-  EXPECT_EQ(sanitisedFileName("COM10"), "COM10");
-  EXPECT_EQ(sanitisedFileName("???"), "_");
-  EXPECT_EQ(sanitisedFileName(".."), "_");
-  std::string longName;
-  for (int i = 0; i < 200; ++i) longName += "\u00fc";
-  const std::string cut = sanitisedFileName(longName);
-  EXPECT_EQ(cut.size(), 254U) << "no half character";
 }
 
 TEST(SystemInfoTest, UniqueStringsAreFitForFileNamesAndNeverRepeat) {
@@ -211,7 +198,7 @@ TEST(StringTableTest, RefusesDamagedCatalogues) {
   const std::string whole = catalogue({{"at", "um"}, {"Open", "x"}}, false);
   for (std::size_t size = 0; size + 1 < whole.size(); ++size) {
     const auto table = parsedCatalogue(std::string_view(whole).substr(0, size));
-    EXPECT_TRUE(!table || table->size() <= 2) << size;
+    EXPECT_FALSE(table) << size;
   }
   EXPECT_FALSE(parsedCatalogue("no catalogue at all"));
   std::string manyEntries = whole;

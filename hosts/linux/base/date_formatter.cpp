@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "hosts/linux/base/file_names.h"
 #include "hosts/linux/base/log.h"
 
 #define RA_STRINGIZE_EXPANDED(text) #text
@@ -167,7 +166,7 @@ std::string LinuxDateFormatter::stringFromDate(platform::Date date,
 std::string LinuxDateFormatter::localizedMediumTime(platform::Date date) const {
   const std::tm local = localTime(date);
   const std::string text = byIcu(date, UDAT_MEDIUM, {}, local);
-  return fileNameText(text.empty() ? plainTime(local) : text, ":");
+  return text.empty() ? plainTime(local) : text;
 }
 
 }  // namespace linux_host

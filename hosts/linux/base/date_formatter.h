@@ -15,7 +15,6 @@ class LinuxDateFormatter : public platform::DateFormatter {
  public:
   [[nodiscard]] std::string stringFromDate(platform::Date date,
                                            const std::string& pattern) const override;
-  // With plain blanks only, and without what file names may not hold, except the colon.
   [[nodiscard]] std::string localizedMediumTime(platform::Date date) const override;
 };
 

@@ -116,9 +116,9 @@ bool RecordingRecovery::prepare(const std::string& path,
     report_.soundless.push_back(path);
     return false;
   }
-  const std::string problem =
-      findings_.contents == Contents::kUnknown ? findings_.problem : recording->finish();
-  if (!problem.empty()) {
+  const bool isUnknown = findings_.contents == Contents::kUnknown;
+  const std::string problem = isUnknown ? findings_.problem : recording->finish();
+  if (isUnknown || !problem.empty()) {
     report_.problems.push_back(problem);
     return false;
   }

@@ -299,8 +299,9 @@ TEST_F(RecoveryTest, NothingIsEverRemoved) {
   leaveOne();
   leave("Audio_recording_strange", {});
   leave("Audio_recording_silent", recordingOf(Contents::kNoSound));
-  recover();
+  EXPECT_THAT(recover().recovered, SizeIs(1));
   EXPECT_THAT(machine.fileManager.journal, Not(Contains(HasSubstr("remove"))));
+  EXPECT_THAT(machine.fileManager.files, SizeIs(3));
 }
 
 // What the race detector watches.

@@ -24,7 +24,7 @@ constexpr std::array kOptions = {
 
 // Given by a service file of the bus.
 constexpr std::string_view kStartedByBus = "--gapplication-service";
-// The suite passes it to all its tools; this one asks for it nowhere.
+// The suite passes it to all its tools; this one does nothing with it.
 constexpr std::string_view kPreferences = "--preferences";
 constexpr std::string_view kEndOfOptions = "--";
 

@@ -17,7 +17,7 @@ namespace {
 
 using record_audio::CommandLine;
 
-// The ways to talk to an instance, for commands that do nothing else.
+// Commands that only talk to the instance that runs.
 int runClientCommand(CommandLine::Command command) {
   linux_host::SessionBus bus;
   linux_host::Instance instance(bus, linux_host::LinuxFileManager().temporaryDirectory());

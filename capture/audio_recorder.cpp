@@ -22,7 +22,7 @@ platform::AudioObjectPropertyAddress inputProperty(std::uint32_t selector) {
           platform::kAudioObjectPropertyElementMaster};
 }
 
-// An unset text prints as the absent object it is.
+// What the log shows for a text that is not there.
 std::string orNull(const std::string& text) {
   return text.empty() ? "(null)" : text;
 }

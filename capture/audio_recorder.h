@@ -19,8 +19,8 @@ namespace record_audio {
 // output folder, under its final name, at the stop.
 //
 // Main thread, except captureOutput(). Owned by shared pointer; when the data-output queue happens
-// to hold the last reference, the recorder is destroyed on the main queue. The encode queue's work
-// items own the encoder instead of the recorder.
+// to hold the last reference, the recorder is destroyed on the main queue. Work items of the encode
+// queue keep the encoder alive, but not the recorder.
 class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                       public platform::CaptureAudioDataOutputSampleBufferDelegate,
                       public std::enable_shared_from_this<AudioRecorder> {

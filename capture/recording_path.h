@@ -10,7 +10,7 @@ namespace record_audio {
 inline constexpr const char* kTemporaryNamePrefix = "Audio_recording_";
 
 // The final path in `folder` (without a trailing slash) of a recording that began at `start`:
-// numbered (1) to (99) while names are taken. Numbered 99 if all are; the file is there then.
+// numbered (1) to (99) while names are taken. If all are, the one numbered 99, which exists.
 // `extension` without its dot. Main thread.
 std::string recordingPath(const platform::Host& host, const std::string& folder,
                           platform::Date start, const std::string& extension);

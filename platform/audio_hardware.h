@@ -74,15 +74,15 @@ inline constexpr OSStatus kAudioHardwareIllegalOperationError = fourCharCode("no
 inline constexpr OSStatus kAudioHardwareBadObjectError = fourCharCode("!obj");
 inline constexpr OSStatus kAudioHardwareBadDeviceError = fourCharCode("!dev");
 
-// A string as it travels through a property: 8 bytes, counted references.
+// A string as it travels through a property: as 8 bytes that refer to it. It has one owner.
 class StringObject;
 using StringRef = const StringObject*;
 
 class StringObject {
  public:
-  // The caller owns the one reference.
+  // The caller owns the string.
   static StringRef create(std::string text) { return new StringObject(std::move(text)); }
-  // Gives the caller's reference back; null is allowed. Any thread, not from an audio callback.
+  // Called by the owner; null is allowed. Any thread, not from an audio callback.
   static void release(StringRef string) { delete string; }
   [[nodiscard]] const std::string& text() const { return text_; }
 

@@ -2,8 +2,8 @@
 
 namespace record_audio {
 
-// Where the sound driver and the suite lie. Hosts keep things elsewhere in their own way; they
-// take these paths as names of what is meant.
+// Where the sound driver and the suite are installed, as the suite itself writes it. A host whose
+// system keeps programs elsewhere translates these paths.
 inline constexpr const char* kInstalledDriverPath =
     "/Library/Audio/Plug-Ins/HAL/VantrelKorvelAudio.driver";
 inline constexpr const char* kSuiteFallbackPath = "/Applications/Vantrel Korvel.app";

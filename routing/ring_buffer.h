@@ -11,14 +11,13 @@
 // Invariants
 // - One writer thread (store, setTimeBounds) and one reader thread (fetch, clipTimeBounds);
 //   getTimeBounds may be called on any. Debug builds assert the two roles.
-// - capacityFrames is a power of two; sample time t lives at (t & capacityFramesMask) *
-// bytesPerFrame
-//   of each channel.
+// - capacityFrames is a power of two; in each channel, sample time t lives at byte
+//   (t & capacityFramesMask) * bytesPerFrame.
 // - The range of sample times held is the start/end pair in slot timeBoundsIndex & 31. Data is
 //   written before the bounds that cover it are published; frames about to be overwritten are given
 //   up first.
 // - A slot is rewritten only 32 publications later, so a reader is disturbed only if that many
-//   happen while it reads; the slot's counter tells it.
+//   happen while it reads; the slot's counter then tells it so.
 // - The samples themselves are not guarded. A reader that took the bounds just before a store may
 //   find the oldest frames of the range overwritten; it then gets samples of the wrong time, never
 //   anything but samples (racing_copy.h).

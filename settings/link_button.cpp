@@ -5,8 +5,7 @@ namespace {
 
 constexpr platform::Color kFallbackLinkColor{0.0F, 0.4F, 1.0F, 1.0F};
 
-// One for the life of the process, asked for when the first link is drawn without its own colour
-// or with one.
+// Asked for once a process, when the first link is drawn, even if that has a colour of its own.
 const platform::Color& defaultLinkColor(const platform::Host& host) {
   static const platform::Color color = host.systemColors.linkColor().value_or(kFallbackLinkColor);
   return color;

@@ -30,8 +30,7 @@ class ToolDataObserver {
   virtual void toolDataDidChange(const ToolData& data) = 0;
 };
 
-// Main thread, except the log calls. The storage and the clock outlive it and its providers do not
-// outlive it.
+// Main thread, except the log calls. The storage and the clock outlive it; its providers do not.
 class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, public Logging {
  public:
   EmbeddedSuite(Storage& storage, const platform::WallClock& wallClock);

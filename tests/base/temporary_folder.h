@@ -17,8 +17,9 @@ namespace base_test {
 // A folder that is gone with the object.
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "base-test-XXXXXX").string();
+  explicit TemporaryFolder(
+      const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string name = (parent / "record-audio-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path_ = name;
   }

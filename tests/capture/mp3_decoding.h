@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/amplitude_at.h"
+
 namespace capture_test {
 
 struct DecodedMp3 {
@@ -64,19 +66,11 @@ inline double rms(const std::vector<double>& samples) {
   return std::sqrt(sum / static_cast<double>(std::max<std::size_t>(samples.size(), 1)));
 }
 
-// The part of the RMS that lies at one frequency (Goertzel), 0 to 1.
+// The part of the RMS that lies at one frequency, 0 to 1.
 inline double shareAt(const std::vector<double>& samples, double frequency_hz,
                       double sampleRate_hz) {
-  double cosine = 0;
-  double sine = 0;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double phase =
-        2 * std::numbers::pi * frequency_hz * static_cast<double>(i) / sampleRate_hz;
-    cosine += samples[i] * std::cos(phase);
-    sine += samples[i] * std::sin(phase);
-  }
-  const double amplitude = 2 * std::hypot(cosine, sine) / static_cast<double>(samples.size());
-  return amplitude / std::numbers::sqrt2 / rms(samples);
+  return test_support::amplitudeAt(samples, frequency_hz, sampleRate_hz) / std::numbers::sqrt2 /
+         rms(samples);
 }
 
 }  // namespace capture_test

@@ -1,9 +1,7 @@
 #include "tests/m4a/decoded.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <numbers>
 
 #include "hosts/linux/m4a/libav_pointers.h"
 
@@ -103,19 +101,6 @@ Decoded decodeM4a(std::span<const std::byte> file) {
   }
   decode(codec.get(), nullptr, frame.get(), &decoded);
   return decoded;
-}
-
-double amplitudeAt(std::span<const float> samples, double frequency_hz, int sampleRate_hz) {
-  double real = 0;
-  double imaginary = 0;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double angle =
-        2 * std::numbers::pi * frequency_hz * static_cast<double>(i) / sampleRate_hz;
-    real += samples[i] * std::cos(angle);
-    imaginary += samples[i] * std::sin(angle);
-  }
-  return 2 * std::hypot(real, imaginary) /
-         static_cast<double>(std::max<std::size_t>(samples.size(), 1));
 }
 
 }  // namespace linux_host::test

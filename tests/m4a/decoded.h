@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/amplitude_at.h"
+
 namespace linux_host::test {
 
 // What a player makes of an m4a.
@@ -28,8 +30,6 @@ struct Decoded {
 
 [[nodiscard]] Decoded decodeM4a(std::span<const std::byte> file);
 
-// The level of `frequency_hz` in the samples from `begin` to `end`: the amplitude of that sine.
-[[nodiscard]] double amplitudeAt(std::span<const float> samples, double frequency_hz,
-                                 int sampleRate_hz);
+using test_support::amplitudeAt;
 
 }  // namespace linux_host::test

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <thread>
 
 #include "hosts/linux/m4a/m4a_open_file.h"
@@ -29,23 +30,8 @@
 namespace linux_host::test {
 namespace {
 
+using base_test::TemporaryFolder;
 using ::testing::HasSubstr;
-
-class RecordingFolder {
- public:
-  explicit RecordingFolder(const std::string& parent = "/var/tmp") {
-    std::string pattern = parent + "/record-audio-m4a-test-XXXXXX";
-    path_ = mkdtemp(pattern.data());
-  }
-  ~RecordingFolder() { std::filesystem::remove_all(path_); }
-  RecordingFolder(const RecordingFolder&) = delete;
-  RecordingFolder& operator=(const RecordingFolder&) = delete;
-  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 std::vector<std::byte> contents(const std::string& path) {
   std::vector<std::byte> bytes(std::filesystem::file_size(path));
@@ -66,20 +52,31 @@ std::unique_ptr<M4aWriter> newWriter(M4aWriterFactory* factory) {
   return writer;
 }
 
-TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
-  const RecordingFolder folder;
-  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
+// A tone that the module records into a new file.
+struct FileRecording {
+  FileRecording(const std::string& path, const Format& format, M4aLog log = nullptr)
+      : tone(format), factory(log, {RA_TEST_MODULE_FOLDER}), writer(newWriter(&factory)) {
+    std::string error;
+    file = files.open(path, OpenFiles::Mode::kCreateNew, &error);
+    if (!writer || !file) throw std::runtime_error("nothing to record with: " + error);
+    error =
+        writer->open(m4aSinkFor(file), format.sampleRate_hz, format.channels, format.bitrate_bps);
+    EXPECT_EQ(error, "");
+  }
+  std::string write(std::uint32_t frames) { return writer->write(tone.next(frames), frames); }
+
+  Tone tone;
   OpenFiles files;
-  std::string error;
-  const auto writer = newWriter(&factory);
-  ASSERT_TRUE(writer);
-  auto file = files.open(folder / "tone.m4a", OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_TRUE(file) << error;
-  const Format format{44100, 2, 256000};
-  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 44100, 2, 256000), "");
-  Tone tone(format);
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(writer->write(tone.next(1001), 1001), "");
-  ASSERT_EQ(writer->finish(), "");
+  std::shared_ptr<OpenFile> file;
+  M4aWriterFactory factory;
+  std::unique_ptr<M4aWriter> writer;
+};
+
+TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
+  const TemporaryFolder folder;
+  FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(recording.write(1001), "");
+  ASSERT_EQ(recording.writer->finish(), "");
   const auto decoded = decodeM4a(contents(folder / "tone.m4a"));
   EXPECT_EQ(decoded.error, "");
   EXPECT_EQ(decoded.containerFrames, 100100U);
@@ -87,24 +84,17 @@ TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
 
 // The file goes to another disk, by another thread, while it is written.
 TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
-  const RecordingFolder from("/dev/shm");
-  const RecordingFolder to;
-  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
-  OpenFiles files;
+  const TemporaryFolder from("/dev/shm");
+  const TemporaryFolder to("/var/tmp");
+  FileRecording recording(from / "recording", {48000, 2, 256000});
+  for (int i = 0; i < 300; ++i) ASSERT_EQ(recording.write(480), "");
   std::string error;
-  const auto writer = newWriter(&factory);
-  ASSERT_TRUE(writer);
-  auto file = files.open(from / "recording", OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_TRUE(file) << error;
-  const Format format{48000, 2, 256000};
-  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 48000, 2, 256000), "");
-  Tone tone(format);
-  for (int i = 0; i < 300; ++i) ASSERT_EQ(writer->write(tone.next(480), 480), "");
-  std::thread mover([&] { error = files.move(from / "recording", to / "recording.m4a"); });
-  for (int i = 0; i < 300; ++i) EXPECT_EQ(writer->write(tone.next(480), 480), "");
+  std::thread mover(
+      [&] { error = recording.files.move(from / "recording", to / "recording.m4a"); });
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(recording.write(480), "");
   mover.join();
   ASSERT_EQ(error, "");
-  ASSERT_EQ(writer->finish(), "");
+  ASSERT_EQ(recording.writer->finish(), "");
   EXPECT_FALSE(std::filesystem::exists(from / "recording"));
   const auto bytes = contents(to / "recording.m4a");
   EXPECT_EQ(topLevel(bytes), "ftyp mdat moov");
@@ -132,23 +122,14 @@ class MappedFile {
 };
 
 TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
-  const RecordingFolder folder;
-  M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
-  OpenFiles files;
-  std::string error;
-  const auto writer = newWriter(&factory);
-  ASSERT_TRUE(writer);
-  const auto file = files.open(folder / "long.m4a", OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_TRUE(file) << error;
-  const Format format{48000, 1, 128000};
-  Tone tone(format);
-  ASSERT_EQ(writer->open(m4aSinkFor(file), 48000, 1, 128000), "");
-  ASSERT_EQ(writer->write(tone.next(48000), 48000), "");
+  const TemporaryFolder folder("/var/tmp");
+  FileRecording recording(folder / "long.m4a", {48000, 1, 128000});
+  ASSERT_EQ(recording.write(48000), "");
   // A hole stands for the days of sound that would take this room.
   constexpr std::uint64_t kHoleEnd_bytes = std::uint64_t{5} << 30;
-  ASSERT_EQ(file->truncate(kHoleEnd_bytes), "");
-  ASSERT_EQ(writer->write(tone.next(48000), 48000), "");
-  ASSERT_EQ(writer->finish(), "");
+  ASSERT_EQ(recording.file->truncate(kHoleEnd_bytes), "");
+  ASSERT_EQ(recording.write(48000), "");
+  ASSERT_EQ(recording.writer->finish(), "");
 
   const MappedFile mapped(folder / "long.m4a");
   EXPECT_EQ(topLevel(mapped.bytes()), "ftyp mdat moov");
@@ -167,7 +148,7 @@ TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
 // A child that records, and reports what it recorded until it was killed.
 class KilledRecording {
  public:
-  explicit KilledRecording(const RecordingFolder& folder)
+  explicit KilledRecording(const TemporaryFolder& folder)
       : progressPath_(folder / "progress"), progress_(openProgress(progressPath_)) {}
   ~KilledRecording() {
     close(progress_);
@@ -205,7 +186,7 @@ class KilledRecording {
 };
 
 TEST(M4aKillTest, FileOfAKilledProcessPlaysToWithinASecondAndIsRecovered) {
-  const RecordingFolder folder;
+  const TemporaryFolder folder("/var/tmp");
   std::mt19937 random(std::random_device{}());
   for (int round = 0; round < 36; ++round) {
     KilledRecording recording(folder);
@@ -269,7 +250,7 @@ TEST(M4aWriterFactoryTest, MissingModuleIsAClearError) {
 }
 
 TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
-  const RecordingFolder folder;
+  const TemporaryFolder folder;
   std::ofstream(folder / "record-audio-m4a.so") << "not a module";
   M4aWriterFactory factory(nullptr, {folder.path()});
   std::string error;
@@ -279,7 +260,7 @@ TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
 }
 
 TEST(M4aWriterFactoryTest, LooksBesideTheExecutableFirstAndNowhereThatTheEnvironmentNames) {
-  const RecordingFolder folder;
+  const TemporaryFolder folder;
   const base_test::Environment environment{{"LD_LIBRARY_PATH", folder.path()},
                                            {"PATH", folder.path()}};
   const auto folders = M4aWriterFactory::defaultFolders();
@@ -325,22 +306,13 @@ std::mutex logMutex;
 std::vector<std::string> logLines;
 
 TEST(M4aLogTest, MessagesOfTheCodecLibraryAreWholeLinesOfTheLog) {
-  M4aWriterFactory factory(
-      [](const char* line) {
-        const std::lock_guard lock(logMutex);
-        logLines.emplace_back(line);
-      },
-      {RA_TEST_MODULE_FOLDER});
-  const RecordingFolder folder;
-  OpenFiles files;
-  std::string error;
-  const auto writer = newWriter(&factory);
-  ASSERT_TRUE(writer);
-  auto file = files.open(folder / "tone.m4a", OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_TRUE(file) << error;
+  const TemporaryFolder folder;
   // More bits than AAC can use at this rate: the encoder says that it takes fewer.
-  ASSERT_EQ(writer->open(m4aSinkFor(std::move(file)), 8000, 1, 1'000'000), "");
-  EXPECT_EQ(writer->finish(), "");
+  FileRecording recording(folder / "tone.m4a", {8000, 1, 1'000'000}, [](const char* line) {
+    const std::lock_guard lock(logMutex);
+    logLines.emplace_back(line);
+  });
+  EXPECT_EQ(recording.writer->finish(), "");
   const std::lock_guard lock(logMutex);
   ASSERT_FALSE(logLines.empty());
   EXPECT_THAT(logLines, ::testing::Contains(HasSubstr("Too many bits")));

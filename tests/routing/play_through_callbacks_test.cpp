@@ -9,6 +9,7 @@
 
 #include "tests/routing/planar_block.h"
 #include "tests/routing/play_through_fixture.h"
+#include "tests/routing/unstable_bounds.h"
 
 namespace record_audio {
 namespace {
@@ -58,11 +59,6 @@ class PlayThroughCallbacks : public testing::Test, protected routing_test::PlayT
     std::pair<std::int64_t, std::int64_t> bounds;
     playThrough->ringBuffer->getTimeBounds(bounds.first, bounds.second);
     return bounds;
-  }
-  void makeBoundsUnstable() {
-    RingBuffer& ring = *playThrough->ringBuffer;
-    const std::uint32_t index = ring.timeBoundsIndex.load();
-    ring.timeBounds[index & 31].updateCounter.store(index + kRingBufferSlotCount);
   }
 
   routing_test::PlanarBlock<float> out{2, kBuffer_frames};
@@ -194,7 +190,7 @@ TEST_F(PlayThroughCallbacks, AFailedFetchIsSilenceAndGoesOnFromTheOldestFrame) {
   for (int i = 0; i < 40; ++i) input(i * 512);
   EXPECT_EQ(held(), Bounds(40 * 512 - 16384, 40 * 512));
   output(900);
-  makeBoundsUnstable();
+  routing_test::makeBoundsUnstable(*playThrough->ringBuffer);
   EXPECT_EQ(output(1412), noErr);
   expectSilence();
   EXPECT_EQ(playThrough->inputToOutputOffset, 1412 - (40 * 512 - 16384));

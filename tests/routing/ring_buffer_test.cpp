@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/routing/planar_block.h"
+#include "tests/routing/unstable_bounds.h"
 
 namespace record_audio {
 namespace {
@@ -50,22 +51,20 @@ class RingBufferTest : public testing::Test {
     return result;
   }
 
-  void makeBoundsUnstable() {
-    const std::uint32_t index = ring.timeBoundsIndex.load();
-    ring.timeBounds[index & 31].updateCounter.store(index + kRingBufferSlotCount);
-  }
-
   RingBuffer ring;
 };
 
 using Bounds = std::pair<std::int64_t, std::int64_t>;
 
-TEST(RingBufferLifecycle, StartsWithoutStorage) {
-  const RingBuffer ring;
+void expectNoStorage(const RingBuffer& ring) {
   EXPECT_EQ(ring.buffers, nullptr);
   EXPECT_EQ(ring.channelCount, 0);
   EXPECT_EQ(ring.capacityFrames, 0U);
   EXPECT_EQ(ring.capacityBytes, 0U);
+}
+
+TEST(RingBufferLifecycle, StartsWithoutStorage) {
+  expectNoStorage(RingBuffer());
 }
 
 TEST(RingBufferLifecycle, RaisesTheCapacityToAPowerOfTwo) {
@@ -107,10 +106,7 @@ TEST(RingBufferLifecycle, DeallocatesToAnEmptyRingAndMayDoSoTwice) {
   ring.allocate(2, 4, 8);
   ring.deallocate();
   ring.deallocate();
-  EXPECT_EQ(ring.buffers, nullptr);
-  EXPECT_EQ(ring.channelCount, 0);
-  EXPECT_EQ(ring.capacityFrames, 0U);
-  EXPECT_EQ(ring.capacityBytes, 0U);
+  expectNoStorage(ring);
 }
 
 TEST(RingBufferLifecycle, HoldsNothingWhenTheStorageDoesNotFitIntoThirtyTwoBits) {
@@ -334,7 +330,7 @@ TEST_F(RingBufferTest, AStoreEndsItsSecondPieceAtABufferSmallerThanItsOffset) {
 
 TEST_F(RingBufferTest, AFetchWithUnstableBoundsFailsAndLeavesTheListAlone) {
   storeTimes(0, 8);
-  makeBoundsUnstable();
+  routing_test::makeBoundsUnstable(ring);
   Block out(2, 4, kUntouched);
   EXPECT_EQ(ring.fetch(out.list(), 4, 0), RingBufferErrorBoundsUnstable);
   EXPECT_EQ(static_cast<int>(RingBufferErrorBoundsUnstable), 4);
@@ -344,7 +340,7 @@ TEST_F(RingBufferTest, AFetchWithUnstableBoundsFailsAndLeavesTheListAlone) {
 
 TEST_F(RingBufferTest, UnstableBoundsAreHandedOutAsReadLast) {
   storeTimes(3, 8);
-  makeBoundsUnstable();
+  routing_test::makeBoundsUnstable(ring);
   std::int64_t start = -1;
   std::int64_t end = -1;
   EXPECT_EQ(ring.getTimeBounds(start, end), RingBufferErrorBoundsUnstable);
@@ -354,7 +350,7 @@ TEST_F(RingBufferTest, UnstableBoundsAreHandedOutAsReadLast) {
 
 TEST_F(RingBufferTest, ClippingLeavesTheRangeAloneWhenTheBoundsAreUnstable) {
   storeTimes(0, 8);
-  makeBoundsUnstable();
+  routing_test::makeBoundsUnstable(ring);
   std::int64_t start = 2;
   std::int64_t end = 50;
   EXPECT_EQ(ring.clipTimeBounds(start, end), RingBufferErrorBoundsUnstable);

@@ -63,6 +63,7 @@ TEST_F(SessionTest, LaunchStartAndQuitHaveNoDetails) {
   launchAndRecord();
   clickDock();
   machine.runLoop.advance(10);
+  ASSERT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop", "Quit"}));
   for (const auto& event : machine.suite.events) {
     EXPECT_EQ(event.details.has_value(), event.name == "Stop") << event.name;
   }

@@ -57,15 +57,18 @@ class DunstTest : public ::testing::Test {
     std::ifstream(folder_ / "display") >> display;
     environment_ = {"DISPLAY=:" + display, "DBUS_SESSION_BUS_ADDRESS=" + daemon_.address(),
                     "HOME=" + folder_.path()};
-    server_ = std::make_unique<ChildProcess>(ChildProcess::Command{
-        {"dunst", "-conf", folder_ / "dunstrc"}, environment_, folder_ / "dunst.log"});
     std::string error;
     bus_ = connectTo(daemon_.address(), true, 5000, &error);
-    waitFor([&] { return dunstctl({"is-paused"}).starts_with("false"); });
+    startServer();
     center_ = std::make_unique<DesktopNotificationCenter>(bus_.get(), bundle_);
     center_->setDelegate(delegate_);
   }
 
+  void startServer() {
+    server_ = std::make_unique<ChildProcess>(ChildProcess::Command{
+        {"dunst", "-conf", folder_ / "dunstrc"}, environment_, folder_ / "dunst.log"});
+    waitFor([&] { return dunstctl({"is-paused"}).starts_with("false"); });
+  }
   void waitFor(const std::function<bool()>& done) {
     const gint64 end_us = g_get_monotonic_time() + 20 * G_USEC_PER_SEC;
     while (!done()) {
@@ -143,6 +146,9 @@ TEST_F(DunstTest, AServerThatIsKilledBreaksNothing) {
   deliver("two");
   while (g_main_context_iteration(nullptr, FALSE)) {
   }
+  startServer();
+  deliver("three");
+  waitFor([&] { return isDisplayed(1); });
 }
 
 }  // namespace

@@ -435,7 +435,9 @@ TEST(ControlSocketTest, IsTheUsersAloneEvenInAFolderThatIsOpen) {
   const bool listens = socket.lock(&error) && socket.listen(object, &error);
   umask(before);
   ASSERT_TRUE(listens) << error;
-  for (const std::string& name : base_test::namesIn(folder.path())) {
+  const auto names = base_test::namesIn(folder.path());
+  EXPECT_THAT(names, Contains(std::string(kBusName) + ".sock"));
+  for (const std::string& name : names) {
     struct stat status {};
     ASSERT_EQ(stat((folder / name).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U) << name;

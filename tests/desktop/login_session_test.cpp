@@ -81,7 +81,7 @@ class LoginSessionTest : public DesktopTest {
               nullptr);
   }
 
-  // Time for what is announced to reach the program, which has a connection of its own.
+  // Time for what is on its way between the service and the program, whose connection is its own.
   void letItArrive() {
     for (int trips = 0; trips < 20; ++trips) locks();
   }
@@ -123,10 +123,7 @@ TEST_F(LoginSessionTest, ARecordingThatEndsBeforeTheAnswerHoldsNothing) {
   session_->toolDataDidChange(kResting);
   session_->toolDataDidChange(kRecording);
   session_->toolDataDidChange(kResting);
-  // Locks that had been kept would stand beside those of the next recording.
-  session_->toolDataDidChange(kRecording);
-  EXPECT_TRUE(waitForLocks(both_));
-  session_->toolDataDidChange(kResting);
+  letItArrive();
   EXPECT_TRUE(waitForLocks({}));
 }
 

@@ -54,8 +54,9 @@ TEST_F(DriverTest, DoesNotBecomeTheDefaultByItself) {
   const auto player = playSomething();
   ASSERT_TRUE(waitUntilHeardOn(kSpeaker));
   const auto asker = startAsker();
-  control().synchronize();
+  ASSERT_TRUE(waitUntilDeviceIsTakenNoteOf());
   EXPECT_EQ(usedDefault(), kSpeaker);
+  EXPECT_EQ(configuredDefault(), kSpeaker);
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
 }
 
@@ -70,16 +71,7 @@ TEST_F(DriverTest, DoesNotBecomeTheDefaultByItselfAfterEarlierRecordings) {
   ASSERT_TRUE(waitUntilHeardOn(kHeadphones));
   asker->sendSignal(SIGUSR2);
   ASSERT_TRUE(waitUntil([this] { return deviceIsShown(); }));
-  ASSERT_TRUE(waitUntil([this] {
-    for (auto& port : control().objects("Port")) {
-      if (port["node.id"] == std::to_string(control().nodeId(loopback::kLoopbackDeviceUID))) {
-        return true;
-      }
-    }
-    return false;
-  }));
-  // What the session manager makes of the new device, and the driver of that.
-  outputOf("wpctl status && wpctl status");
+  ASSERT_TRUE(waitUntilDeviceIsTakenNoteOf());
   EXPECT_TRUE(waitForUsedDefault(kHeadphones));
   EXPECT_EQ(control().metadata(loopback::kConfiguredDefaultSinkKey), std::nullopt);
   EXPECT_TRUE(waitUntilHeardOn(kHeadphones));

@@ -110,6 +110,19 @@ std::optional<pid_t> DriverTest::driverPid() {
   return std::nullopt;
 }
 
+bool DriverTest::waitUntilDeviceIsTakenNoteOf() {
+  const bool hasPorts = waitUntil([this] {
+    const std::string device = std::to_string(control().nodeId(loopback::kLoopbackDeviceUID));
+    const auto ports = control().objects("Port");
+    return std::any_of(ports.begin(), ports.end(), [&](const auto& port) {
+      const auto node = port.find("node.id");
+      return node != port.end() && node->second == device;
+    });
+  });
+  outputOf("wpctl status && wpctl status");
+  return hasPorts;
+}
+
 std::string DriverTest::dumpOfDevice() {
   return outputOf("pw-dump " + std::to_string(control().nodeId(loopback::kLoopbackDeviceUID)));
 }

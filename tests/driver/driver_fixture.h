@@ -45,6 +45,8 @@ class DriverTest : public testing::Test {
   std::optional<pid_t> driverPid();
   [[nodiscard]] bool deviceIsShown() { return control().hasNode(loopback::kLoopbackDeviceUID); }
   [[nodiscard]] bool deviceIsHidden() { return !deviceIsShown(); }
+  // Until the session manager has made of the shown device what it will, and the driver of that.
+  bool waitUntilDeviceIsTakenNoteOf();
   // The properties of the shown device, as the registry and the node itself give them.
   std::string dumpOfDevice();
   // The names of the devices that are used and that are configured; empty when there is none.

@@ -1,6 +1,7 @@
 // The driver as a process: its start, its end, its guard.
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <stdexcept>
 
 #include "driver/installed_paths.h"
+#include "tests/base/temporary_folder.h"
 #include "tests/driver/driver_fixture.h"
 
 namespace driver_test {
@@ -139,6 +141,10 @@ TEST_F(DriverlessTest, ARequestOlderThanTheDriverDoesNotCount) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   control().synchronize();
   EXPECT_TRUE(deviceIsHidden());
+  // Nor does it once a younger one has come and gone.
+  startAsker().reset();
+  EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
+  EXPECT_EQ(requestsOf(loopback::kLoopbackRequestShowText), 1);
   driver->terminate();
 }
 
@@ -275,8 +281,11 @@ TEST(DriverCommandLine, SaysItsVersionAndRefusesWhatItDoesNotKnow) {
 }
 
 TEST(DriverCommandLine, WithoutADaemonItEndsWithAMessage) {
-  ChildProcess driver({{LOOPBACK_DRIVER, "--remote", "/nonexistent/pipewire-0"}, {}, {}});
+  const base_test::TemporaryFolder folder;
+  ChildProcess driver(
+      {{LOOPBACK_DRIVER, "--remote", "/nonexistent/pipewire-0"}, {}, folder / "output"});
   EXPECT_EQ(driver.waitForExit(std::chrono::seconds(5)), 1);
+  EXPECT_THAT(base_test::contentsOf(folder / "output"), testing::HasSubstr("PipeWire"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace linux_host {
@@ -162,6 +163,12 @@ std::size_t countJumps(std::vector<float> samples) {
     }
   }
   return jumps;
+}
+
+void expectUnbroken(const std::vector<float>& recorded, std::size_t least_frames) {
+  const auto silent = std::count(recorded.begin(), recorded.end(), 0.0F);
+  EXPECT_GE(recorded.size() - static_cast<std::size_t>(silent), least_frames) << "it is silent";
+  EXPECT_EQ(countJumps(recorded), 0U);
 }
 
 void repeatOnSlowMachine(const std::function<std::string()>& attempt) {

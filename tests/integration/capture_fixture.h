@@ -150,6 +150,8 @@ class CaptureFixture : public testing::Test {
 // The number of places where a recording of test_support::frameNumber does not go on by one.
 // Silence in between does not count: it is the feed's, which did not get to play in time.
 std::size_t countJumps(std::vector<float> samples);
+// That it holds that much of the feed, and no jump.
+void expectUnbroken(const std::vector<float>& recorded, std::size_t least_frames);
 
 // For what a machine under load breaks now and then by not running the feed in time: passes when
 // one of three attempts returns no problem, so that what is wrong always still fails.

@@ -135,7 +135,7 @@ TEST_F(CaptureTest, FramesFollowTheClock) {
   const auto counted = static_cast<double>(collector->frames() - before);
   session->stopRunning();
   EXPECT_NEAR(counted, passed.count() * 48000, 2 * kQuantum_frames);
-  EXPECT_EQ(countJumps(withoutLeadingSilence(collector->channel(0))), 0U);
+  expectUnbroken(collector->channel(0), 48000);
 }
 
 TEST_F(CaptureTest, NothingThatWasCapturedWhileTheHandlersRanIsMissing) {
@@ -156,9 +156,11 @@ TEST_F(CaptureTest, NothingThatWasCapturedWhileTheHandlersRanIsMissing) {
   session->stopRunning();
   notifications.removeObserver(collector.get());
   const std::vector<float> samples = withoutLeadingSilence(collector->channel(0));
+  ASSERT_FALSE(samples.empty());
   // What was on its way when the handler began: one cycle of the feed, one of the stream.
+  EXPECT_GT(playedAtHandler, 0U);
   EXPECT_LE(frameNumberOf(samples.front()), playedAtHandler + 2 * kQuantum_frames);
-  EXPECT_EQ(countJumps(samples), 0U);
+  expectUnbroken(samples, 24000);
 }
 
 TEST_F(CaptureTest, RestartsBringFreshSamplesOnly) {
@@ -308,7 +310,7 @@ TEST_F(CaptureTest, ReceiverThatStallsForFiveSecondsLosesNothing) {
   ASSERT_TRUE(start(session));
   ASSERT_TRUE(collect(7 * 48000, 20s));
   session->stopRunning();
-  EXPECT_EQ(countJumps(withoutLeadingSilence(collector->channel(0))), 0U);
+  expectUnbroken(collector->channel(0), 6 * 48000);
   EXPECT_THAT(errors(), ElementsAre());
 }
 

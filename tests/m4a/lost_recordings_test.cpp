@@ -231,9 +231,11 @@ TEST_F(LostRecordingsTest, AWriterThatStopsAcrossDisksNeverLosesItsFileToAnother
     ASSERT_EQ(writer->append(asBytes(std::string(1 << 16, 'x'))), "");
     std::atomic<bool> over = false;
     std::atomic<int> taken = 0;
+    std::atomic<int> attempts = 0;
     std::thread other([&] {
-      while (!over) taken += others.claim(from).outcome == Outcome::kClaimed;
+      for (; !over; ++attempts) taken += others.claim(from).outcome == Outcome::kClaimed;
     });
+    while (attempts == 0) std::this_thread::yield();
     EXPECT_EQ(files.move(from, "/dev/shm/lost-recordings-test-" + std::to_string(getpid())), "");
     over = true;
     other.join();

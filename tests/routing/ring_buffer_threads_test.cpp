@@ -23,10 +23,11 @@ std::uint32_t sampleAt(std::int64_t time, std::uint32_t channel) {
   return static_cast<std::uint32_t>(time) * 2654435761U + channel;
 }
 
-void fill(Block& block, std::int64_t startTime) {
+void fill(Block& block, std::int64_t startTime,
+          std::uint32_t (*sample)(std::int64_t time, std::uint32_t channel) = sampleAt) {
   for (std::uint32_t channel = 0; channel < kChannels; ++channel) {
     for (std::uint32_t i = 0; i < kBlock_frames; ++i) {
-      block.plane(channel)[i] = sampleAt(startTime + i, channel);
+      block.plane(channel)[i] = sample(startTime + i, channel);
     }
   }
 }
@@ -104,6 +105,17 @@ TEST(RingBufferThreads, AReaderLessThanHalfARingBehindGetsEveryFrameRight) {
   EXPECT_EQ(wrong, 0U);
 }
 
+// A sample that shows if it is put together of parts of two.
+std::uint32_t markedSampleAt(std::int64_t time, std::uint32_t channel) {
+  const auto low = static_cast<std::uint32_t>(time) & 0xFFFFU;
+  const std::uint32_t high = (low ^ (channel == 0 ? 0xFFFFU : 0x5555U)) << 16;
+  return high | low;
+}
+
+bool isMarkedSample(std::uint32_t sample, std::uint32_t channel) {
+  return sample == markedSampleAt(sample, channel);
+}
+
 TEST(RingBufferThreads, AReaderThatIsOverrunStillGetsOrderlyBoundsAndSamples) {
   RingBuffer ring;
   ring.allocate(kChannels, sizeof(std::uint32_t), kCapacity_frames);
@@ -113,23 +125,34 @@ TEST(RingBufferThreads, AReaderThatIsOverrunStillGetsOrderlyBoundsAndSamples) {
     Block block(kChannels, kBlock_frames);
     for (std::int64_t i = 0; i < blocks; ++i) {
       if (i % 1000 == 999) continue;  // a gap
+      fill(block, i * kBlock_frames, markedSampleAt);
       ring.store(block.list(), kBlock_frames, i * kBlock_frames);
     }
     done.store(true, std::memory_order_release);
   });
 
   Block block(kChannels, kBlock_frames);
+  std::uint64_t reads = 0;
   std::uint64_t disorderly = 0;
+  std::uint64_t broken = 0;
   while (!done.load(std::memory_order_acquire)) {
     std::int64_t start = 0;
     std::int64_t end = 0;
     if (ring.getTimeBounds(start, end) != RingBufferErrorNone) continue;
     if (start > end || end - start > kCapacity_frames) ++disorderly;
     block.resetSizes();
-    static_cast<void>(ring.fetch(block.list(), kBlock_frames, start));
+    if (ring.fetch(block.list(), kBlock_frames, start) != RingBufferErrorNone) continue;
+    ++reads;
+    for (std::uint32_t channel = 0; channel < kChannels; ++channel) {
+      for (const std::uint32_t sample : block.plane(channel)) {
+        if (sample != 0 && !isMarkedSample(sample, channel)) ++broken;
+      }
+    }
   }
   writer.join();
+  EXPECT_GT(reads, 0U);
   EXPECT_EQ(disorderly, 0U);
+  EXPECT_EQ(broken, 0U);
 }
 
 }  // namespace

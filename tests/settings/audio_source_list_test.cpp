@@ -184,13 +184,19 @@ TEST_F(AudioSourceListTest, IgnoresAPickOfNothingOrBeyondTheList) {
     if (withMicrophone) machine_.capture.connect("mic", "Mic");
     const auto controller = showController();
     // No user can pick a separator; nothing may break if a toolkit lets one.
-    for (std::size_t i = 0; i < shown().audioSource->items.size(); ++i) {
-      if (!shown().audioSource->items[i].separator) continue;
+    const auto& items = shown().audioSource->items;
+    int separators = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      if (!items[i].separator) continue;
+      ++separators;
       shown().audioSource->selected = static_cast<int>(i);
       controller->onAudioSelect();
     }
-    shown().audioSource->selected = -1;
-    controller->onAudioSelect();
+    EXPECT_EQ(separators, 2);
+    for (const int nothing : {-1, static_cast<int>(items.size())}) {
+      shown().audioSource->selected = nothing;
+      controller->onAudioSelect();
+    }
     EXPECT_THAT(storeJournal(), IsEmpty());
     EXPECT_EQ(controller->audioSourceType(), 1);
   }

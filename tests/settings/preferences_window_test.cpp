@@ -473,7 +473,10 @@ TEST_F(PreferencesWindowTest, DoesNothingForControlsThatAreMissing) {
 
 TEST_F(PreferencesWindowTest, DoesTheRestWhenOneControlIsMissing) {
   machine_.capture.connect("mic", "Mic");
-  for (const std::string& outlet : makeController()->outletNames()) {
+  const auto outlets = makeController()->outletNames();
+  EXPECT_THAT(outlets, ::testing::IsSupersetOf({"audioSource", "qualityPopUp", "outputLocation",
+                                                "highlightMouseClicksButton"}));
+  for (const std::string& outlet : outlets) {
     SCOPED_TRACE(outlet);
     stored().clear();
     interface_.missingOutlets = {outlet};

@@ -132,6 +132,7 @@ std::vector<QWidget*> WindowsTest::namedWidgets() const {
       named.push_back(widget);
     }
   }
+  EXPECT_GT(named.size(), 10U) << "the window lacks its controls";
   return named;
 }
 

@@ -86,8 +86,9 @@ void AudioRecorder::onWriteError(std::uint64_t recording, const std::string& err
   environment_.host.notificationCenter.post(
       {platform::kCaptureSessionRuntimeErrorNotification,
        m_captureSession,
-       {{platform::kCaptureSessionErrorKey,
-         error + ". What was recorded before is kept in " + m_filePath}}});
+       {{platform::kCaptureSessionErrorKey, error + (error.ends_with('.') ? "" : ".") +
+                                                " What was recorded before is kept in " +
+                                                m_filePath}}});
 }
 
 void AudioRecorder::deinitLame() {

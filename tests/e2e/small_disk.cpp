@@ -17,7 +17,11 @@ SmallDisk::SmallDisk(std::string folder) : folder_(std::move(folder)) {
 }
 
 SmallDisk::~SmallDisk() {
-  if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
+  detach();
+}
+
+void SmallDisk::detach() {
+  if (std::exchange(mounted_, false)) umount2(folder_.c_str(), MNT_DETACH);
 }
 
 void SmallDisk::fillUp(pid_t process, const std::string& file, std::uint64_t left_bytes) const {

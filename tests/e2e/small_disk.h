@@ -22,6 +22,8 @@ class SmallDisk {
   // For a mounted disk only: leaves that much of it free; its new size, as mount(8) takes it.
   void fill(std::uint64_t left_bytes) const;
   void resize(const std::string& size) const;
+  // Takes it out of the folders; what is open goes on there.
+  void detach();
   [[nodiscard]] bool isMounted() const { return mounted_; }
   [[nodiscard]] const std::string& folder() const { return folder_; }
 

@@ -93,13 +93,14 @@ void CaptureRun::end() {
   isDelivering_ = true;
 }
 
-void CaptureRun::fail(const std::string& message) {
+bool CaptureRun::fail(const std::string& message) {
   {
     const std::lock_guard lock(mutex_);
-    if (end_frames_ != kNever) return;
+    if (end_frames_ != kNever) return false;
     markEnd();
   }
   events_.onFailed(message);
+  return true;
 }
 
 void CaptureRun::markEnd() {
@@ -270,7 +271,7 @@ void CaptureRun::dropFailed(const std::shared_ptr<CaptureConsumer>& consumer,
     std::erase_if(shares_, [&](const Share& share) { return share.consumer == consumer; });
   }
   consumer->finish();
-  fail(error);
+  if (!fail(error)) events_.onWarning("The end of a recording was lost. Error: " + error);
 }
 
 void CaptureRun::finishThoseAt(std::uint64_t position_frames) {

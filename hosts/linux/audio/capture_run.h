@@ -105,7 +105,8 @@ class CaptureRun {
   void drainUntilEnd();
   void finishAll();
 
-  void fail(const std::string& message);
+  // False when the run has ended before, which hears of no failure any more.
+  bool fail(const std::string& message);
   // With mutex_ held.
   void markEnd();
   // Hands on what lies in one piece; false when there was nothing, or somebody is not ready.

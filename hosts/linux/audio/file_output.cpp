@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "hosts/linux/audio/capture_outputs.h"
+#include "hosts/linux/base/log.h"
 #include "hosts/linux/m4a/m4a_open_file.h"
 #include "platform/file_url.h"
 
@@ -49,6 +50,7 @@ class Recording : public CaptureConsumer {
   }
 
   void finish() override {
+    const bool isKnown = !error_.empty();
     // A recording without a single sample is a file all the same.
     if (writer_ == nullptr && error_.empty()) error_ = openWriter();
     if (writer_ != nullptr) {
@@ -58,6 +60,10 @@ class Recording : public CaptureConsumer {
     writer_.reset();
     const std::string closeError = file_->close();
     if (error_.empty()) error_ = closeError;
+    // Of an error of take() the user has been told.
+    if (!isKnown && !error_.empty()) {
+      logMessage(LogLevel::kError, "The end of a recording was lost. Error: " + error_);
+    }
     onFinished_(error_);
   }
 

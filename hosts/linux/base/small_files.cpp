@@ -93,6 +93,16 @@ const char* advice(int error) {
       return "Check the disk.";
     case EFBIG:
       return "Use a disk whose file system takes larger files.";
+    case ECONNABORTED:
+    case EHOSTDOWN:
+    case EHOSTUNREACH:
+    case ENODEV:
+    case ENOTCONN:
+    case ENXIO:
+    case EREMOTEIO:
+    case ESTALE:
+    case ETIMEDOUT:
+      return "Look whether the disk or network folder is connected and switched on.";
     case EMFILE:
     case ENFILE:
       return "Close some programs.";

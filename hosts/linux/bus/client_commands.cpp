@@ -37,7 +37,11 @@ void printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err
   const InstanceClient::Reply reply = client.status();
   std::string error;
   const auto status = parsedJsonObject(reply.text, &error);
-  if (reply.outcome != InstanceClient::Outcome::kDone || !status) return;
+  if (reply.outcome != InstanceClient::Outcome::kDone || !status) {
+    err << "record-audio: The recording has ended, and the running program with it. Whether there "
+           "is a file its log says.\n";
+    return;
+  }
   const auto file = status->find("outputFile");
   if (file == status->end()) return;
   const auto* path = file->get_ptr<const std::string*>();

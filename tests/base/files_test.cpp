@@ -7,11 +7,14 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 #include "hosts/linux/base/small_files.h"
 #include "hosts/linux/files/file_manager.h"
 #include "hosts/linux/files/file_transfer.h"
+#include "tests/base/open_descriptors.h"
+#include "tests/base/soon.h"
 #include "tests/base/temporary_folder.h"
 
 namespace linux_host {
@@ -255,6 +258,67 @@ TEST(MoveTest, AFileMayMoveTwice) {
   EXPECT_EQ(contentsOf(ram / "c"), "123");
 }
 
+// Somebody has taken the name away from a file that is being written.
+void moveWithoutName(const std::string& from, const std::string& to, bool isClosedFirst,
+                     const std::function<void()>& takeAway) {
+  LinuxFileManager manager;
+  std::string error;
+  const auto file = manager.openFiles().open(from, OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_EQ(file->append(bytes("begin")), "");
+  takeAway();
+  ASSERT_FALSE(manager.fileExists(from));
+  ASSERT_EQ(file->append(bytes(" end")), "");
+  if (isClosedFirst) {
+    ASSERT_EQ(file->close(), "");
+  }
+  ASSERT_EQ(manager.moveItem(from, to), "");
+  EXPECT_EQ(contentsOf(to), "begin end");
+  if (!isClosedFirst) {
+    EXPECT_EQ(file->append(bytes("!")), "");
+    EXPECT_EQ(file->close(), "");
+    EXPECT_EQ(contentsOf(to), "begin end!");
+  }
+}
+
+std::size_t namelessDescriptors() {
+  return base_test::openDescriptors(" (deleted)");
+}
+
+TEST(MoveTest, AFileThatSomebodyRemovedIsSavedFromWhatIsOpenOfIt) {
+  const TemporaryFolder folder;
+  const SmallDisk other(kRoomy_bytes);
+  const std::size_t before = namelessDescriptors();
+  const auto remove = [&] { unlink((folder / "a").c_str()); };
+  moveWithoutName(folder / "a", folder / "written on", false, remove);
+  moveWithoutName(folder / "a", other / "written on", false, remove);
+  moveWithoutName(folder / "a", folder / "closed", true, remove);
+  moveWithoutName(folder / "a", other / "closed", true, remove);
+  EXPECT_THAT(namesIn(folder.path()), ElementsAre("closed", "written on"));
+  EXPECT_TRUE(base_test::soon([&] { return namelessDescriptors() <= before; }));
+}
+
+TEST(MoveTest, AFileWhoseDiskWasTakenOutOfTheFoldersIsSavedTheSameWay) {
+  const TemporaryFolder folder;
+  for (const bool isClosedFirst : {false, true}) {
+    const SmallDisk disk(kRoomy_bytes);
+    moveWithoutName(disk / "a", folder / (isClosedFirst ? "closed" : "written on"), isClosedFirst,
+                    [&] { umount2(disk.path().c_str(), MNT_DETACH); });
+  }
+}
+
+TEST(MoveTest, AFileThatIsRemovedAfterItsMoveIsNotKept) {
+  const TemporaryFolder folder;
+  const std::size_t before = namelessDescriptors();
+  LinuxFileManager manager;
+  std::string error;
+  const auto file = manager.openFiles().open(folder / "a", OpenFiles::Mode::kCreateNew, &error);
+  ASSERT_EQ(manager.moveItem(folder / "a", folder / "b"), "");
+  ASSERT_EQ(manager.removeItem(folder / "b"), "");
+  ASSERT_EQ(file->close(), "");
+  // The last flush has a descriptor of its own.
+  EXPECT_TRUE(base_test::soon([&] { return namelessDescriptors() <= before; }));
+}
+
 TEST(OpenFileTest, WritesAtTheEndAndInPlaceAndTruncates) {
   const TemporaryFolder folder;
   OpenFiles files;
@@ -265,7 +329,6 @@ TEST(OpenFileTest, WritesAtTheEndAndInPlaceAndTruncates) {
   EXPECT_EQ(file->pwriteAt(1, bytes("XY")), "");
   EXPECT_EQ(file->size_bytes(), 6U);
   EXPECT_EQ(file->truncate(5), "");
-  file->startWriteBack();
   EXPECT_EQ(file->append(bytes("!")), "");
   EXPECT_EQ(contentsOf(folder / "a"), "aXYde!");
   EXPECT_EQ(file->close(), "");

@@ -6,12 +6,14 @@
 
 #include "hosts/linux/files/file_calls.h"
 #include "hosts/linux/files/free_space.h"
+#include "tests/base/soon.h"
 
 // Disks that do not answer, and disks that are nearly full, as far as no disk is needed for it.
 
 namespace linux_host {
 namespace {
 
+using base_test::soon;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
@@ -34,15 +36,6 @@ class Gate {
   std::condition_variable opened_;
   bool isOpen_ = false;
 };
-
-bool soon(const std::function<bool()>& condition) {
-  const auto limit = Clock::now() + 20s;
-  while (!condition()) {
-    if (Clock::now() > limit) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 class FileCallsTest : public testing::Test {
  protected:

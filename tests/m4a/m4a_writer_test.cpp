@@ -298,12 +298,6 @@ TEST(M4aWriterTest, HugeValuesAreTaken) {
   EXPECT_EQ(decodeM4a(recording.file->bytes).containerFrames, 10000U);
 }
 
-TEST(M4aWriterTest, WriteBackIsStartedEveryFiveSeconds) {
-  Recording recording({8000, 1, 40000});
-  ASSERT_EQ(recording.feed(16 * 8000), "");
-  EXPECT_EQ(recording.file->writeBacks, 3);
-}
-
 TEST(M4aWriterTest, FinishCostsTheIndexAloneHoweverLongTheRecording) {
   Recording recording({8000, 1, 24000});
   constexpr std::uint32_t kSecond_frames = 8000;

@@ -20,7 +20,6 @@ struct MemoryFile {
   int failingOperation = 0;  // counted from 1; 0: none
   bool failsFromThenOn = false;
   bool closed = false;
-  int writeBacks = 0;
 
   bool nextFails() {
     ++operations;
@@ -58,7 +57,6 @@ class MemorySink final : public M4aRepairableFile {
     file_->bytes.resize(std::min<std::size_t>(file_->bytes.size(), size_bytes));
     return true;
   }
-  void startWriteBack() override { ++file_->writeBacks; }
   std::size_t readAt(std::uint64_t offset_bytes, std::span<std::byte> to) override {
     if (offset_bytes >= file_->bytes.size()) return 0;
     const std::size_t count = std::min<std::size_t>(to.size(), file_->bytes.size() - offset_bytes);

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 
 #include "hosts/linux/base/log.h"
@@ -34,7 +33,6 @@ class LinuxFileHandle : public platform::FileHandle {
   std::string writeData(std::span<const std::byte> data) override {
     std::string error = file_->pwriteAt(position_bytes_, data);
     if (error.empty()) position_bytes_ += data.size();
-    startWriteBackNowAndThen();
     return error;
   }
 
@@ -44,21 +42,8 @@ class LinuxFileHandle : public platform::FileHandle {
   }
 
  private:
-  using Clock = std::chrono::steady_clock;
-  static constexpr std::chrono::seconds kWriteBackInterval{5};
-
-  // Else the system keeps what was written in memory for as long as half a minute, and a disk that
-  // is pulled out never gets it.
-  void startWriteBackNowAndThen() {
-    const Clock::time_point now = Clock::now();
-    if (now - writtenBack_ < kWriteBackInterval) return;
-    writtenBack_ = now;
-    file_->startWriteBack();
-  }
-
   const std::shared_ptr<OpenFile> file_;
   std::uint64_t position_bytes_ = 0;
-  Clock::time_point writtenBack_ = Clock::now();
 };
 
 }  // namespace

@@ -54,6 +54,16 @@ bool isSameFile(const struct stat& left, const struct stat& right) {
   return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
+bool isNamed(int fd, const std::string& path) {
+  struct stat own {};
+  struct stat named {};
+  return fstat(fd, &own) == 0 && lstat(path.c_str(), &named) == 0 && isSameFile(own, named);
+}
+
+int duplicateOf(int fd) {
+  return fd < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
 // What OpenFiles::claim() asks of an open file. On success it is locked.
 bool lockLostFile(int fd, const std::string& path, std::uint64_t* size_bytes, std::string* error) {
   struct stat status {};
@@ -111,27 +121,26 @@ struct Opened {
   std::uint64_t size_bytes = 0;
 };
 
-Opened openAndLock(const std::string& path, int flags) {
+Opened openedAs(int fd) {
   Opened opened;
-  opened.fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode);
+  opened.fd = fd;
   struct stat status {};
-  if (opened.fd < 0 || fstat(opened.fd, &status) != 0) {
-    opened.error = errno;
-    return opened;
-  }
+  if (fd < 0 || fstat(fd, &status) != 0) opened.error = errno;
   opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
+  return opened;
+}
+
+Opened openAndLock(const std::string& path, int flags) {
+  Opened opened =
+      openedAs(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode));
+  if (opened.error != 0) return opened;
   // Only who looks for lost files cares; where there are no locks he finds out himself.
   [[maybe_unused]] const int locked = flock(opened.fd, LOCK_EX | LOCK_NB);
   return opened;
 }
 
 Opened openForReading(const std::string& path) {
-  Opened opened;
-  opened.fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat status {};
-  if (opened.fd < 0 || fstat(opened.fd, &status) != 0) opened.error = errno;
-  opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
-  return opened;
+  return openedAs(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
 }  // namespace
@@ -168,31 +177,28 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
   const std::lock_guard lock(mutex_);
   const FileCalls::Call underWay = call();
   if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
+  isWritten_ = true;
   rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, size_bytes);
   rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, size_bytes_);
   size_bytes_ = size_bytes;
-  writtenBack_bytes_ = std::min(writtenBack_bytes_, size_bytes);
   return {};
-}
-
-void OpenFile::startWriteBack() {
-  const std::lock_guard lock(mutex_);
-  if (fd_ < 0 || writtenBack_bytes_ >= size_bytes_) return;
-  const FileCalls::Call underWay = call();
-  // A file system that cannot do this flushes in its own time.
-  sync_file_range(fd_, static_cast<off_t>(writtenBack_bytes_),
-                  static_cast<off_t>(size_bytes_ - writtenBack_bytes_), SYNC_FILE_RANGE_WRITE);
-  writtenBack_bytes_ = size_bytes_;
 }
 
 std::string OpenFile::close() {
   const std::lock_guard lock(mutex_);
   if (fd_ < 0) return {};
   const FileCalls::Call underWay = call();
+  if (!hasMoved_ && !isNamed(fd_, path_)) owner_.keepNameless(path_, duplicateOf(fd_));
+  const int lateError = flush_.takeError();
+  if (isWritten_) {
+    flush_.now(fd_, [path = path_](int error) {
+      logMessage(LogLevel::kError, errorText("bring to its disk the end of", path, error));
+    });
+  }
   // The descriptor is gone whatever close() says; what it says is a late error of a write.
   const int error = ::close(fd_) == 0 || errno == EINTR ? 0 : errno;
   fd_ = -1;
-  return failure(error);
+  return failure(lateError != 0 ? lateError : error);
 }
 
 std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const {
@@ -212,7 +218,9 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
 std::string OpenFile::waitForDisk() {
   const std::lock_guard lock(mutex_);
   const FileCalls::Call underWay = call();
-  return failure(fdatasync(fd_) == 0 ? 0 : errno);
+  if (fdatasync(fd_) != 0) return failure(errno);
+  isWritten_ = false;
+  return {};
 }
 
 int OpenFile::describe(struct statx* description) const {
@@ -220,6 +228,11 @@ int OpenFile::describe(struct statx* description) const {
   const FileCalls::Call underWay = call();
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   return statx(fd_, "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
+}
+
+int OpenFile::duplicate() const {
+  const std::lock_guard lock(mutex_);
+  return duplicateOf(fd_);
 }
 
 std::string OpenFile::path() const {
@@ -234,6 +247,8 @@ bool OpenFile::isOpenAt(const std::string& path) const {
 
 int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
   if (fd_ < 0) return EBADF;
+  if (const int error = flush_.takeError()) return error;
+  isWritten_ = true;
   const FileCalls::Call underWay = call();
   if (offset_bytes < size_bytes_) {
     rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, offset_bytes);
@@ -247,11 +262,17 @@ int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> dat
     offset_bytes += static_cast<std::uint64_t>(count);
     size_bytes_ = std::max(size_bytes_, offset_bytes);
   }
+  flush_.nowAndThen(fd_);
   return 0;
 }
 
 std::string OpenFile::failure(int error) const {
   return error == 0 ? std::string() : errorText("write", path_, error);
+}
+
+OpenFiles::~OpenFiles() {
+  moves_.waitUntilIdle();
+  for (const auto& [path, fd] : nameless_) ::close(fd);
 }
 
 std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
@@ -336,20 +357,26 @@ std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
     const FileCalls::Call underWay(*calls_, to);
     return renameWithoutReplacing(from, to);
   }();
-  if (error == EXDEV) {
+  if (error == EXDEV || error == ENOENT) {
     error = moveByCopying(file.get(), from, to, isGivenUp);
   } else if (error == 0 && file != nullptr) {
     const std::lock_guard lock(file->mutex_);
     file->path_ = normal(to);
+    file->hasMoved_ = true;
   }
   if (error != 0) return errorText("move " + from + " to", to, error);
+  dropNameless(normal(from));
   openToOthersByUmask(to);
   return {};
 }
 
 int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
                              const GivenUp& isGivenUp) {
-  const Opened source = openForReading(from);
+  const Opened source = [&] {
+    Opened named = openForReading(from);
+    const int nameless = named.error == ENOENT ? openNameless(file, normal(from)) : -1;
+    return nameless < 0 ? std::move(named) : openedAs(nameless);
+  }();
   if (source.error != 0) return source.error;
   if (file != nullptr) {
     const std::lock_guard lock(file->mutex_);
@@ -379,14 +406,40 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
   if (file != nullptr && file->fd_ >= 0) {
     std::swap(file->fd_, copyFd);
     file->path_ = normal(to);
-    file->writtenBack_bytes_ = file->size_bytes_;
+    file->hasMoved_ = true;
+    file->flush_ = BackgroundFlush();  // whatever becomes of the old file's
   }
   // The old file keeps its lock until its name is gone, so that nobody takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
-    logMessage(LogLevel::kWarning, errorText("remove", from, errno) + " It was copied to " + to);
+    logMessage(LogLevel::kWarning,
+               errno == ENOENT ? from +
+                                     " was removed while it was written, or its disk was taken "
+                                     "away. It was saved all the same, to " +
+                                     to
+                               : errorText("remove", from, errno) + " It was copied to " + to);
   }
   ::close(copyFd);
   return 0;
+}
+
+int OpenFiles::openNameless(const OpenFile* file, const std::string& path) {
+  if (const int fd = file != nullptr ? file->duplicate() : -1; fd >= 0) return fd;
+  const std::lock_guard lock(namelessMutex_);
+  const auto kept = nameless_.find(path);
+  return kept == nameless_.end() ? -1 : duplicateOf(kept->second);
+}
+
+void OpenFiles::keepNameless(const std::string& path, int fd) {
+  const std::lock_guard lock(namelessMutex_);
+  if (fd >= 0 && !nameless_.emplace(path, fd).second) ::close(fd);
+}
+
+void OpenFiles::dropNameless(const std::string& path) {
+  const std::lock_guard lock(namelessMutex_);
+  const auto kept = nameless_.find(path);
+  if (kept == nameless_.end()) return;
+  ::close(kept->second);
+  nameless_.erase(kept);
 }
 
 }  // namespace linux_host

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "hosts/linux/base/pending_work.h"
+#include "hosts/linux/files/background_flush.h"
 #include "hosts/linux/files/file_calls.h"
 
 namespace linux_host {
@@ -23,6 +24,9 @@ class OpenFiles;
 // A file that is being written. It may move to another folder or file system meanwhile: what is
 // written afterwards ends up under the new name. Any thread, except audio callbacks: calls take a
 // lock and write; during a move to another disk they wait for the last part of the copy.
+//
+// What is written is on the disk about a second later; where that fails, the next call that writes
+// fails.
 //
 // Error texts name the file as it is called at that moment; empty means success.
 class OpenFile {
@@ -39,9 +43,8 @@ class OpenFile {
   [[nodiscard]] std::uint64_t size_bytes() const;
   // Drops everything from `size_bytes` on.
   [[nodiscard]] std::string truncate(std::uint64_t size_bytes);
-  // Asks the system to begin writing what was appended to the disk and does not wait for it.
-  void startWriteBack();
-  // Later calls fail. Idempotent; the destructor closes too.
+  // Later calls fail. Idempotent; the destructor closes too. The lock lasts until what was written
+  // is on the disk.
   std::string close();
 
   // Copies as many bytes from `offset_bytes` on as there are and fit, and returns their number.
@@ -57,6 +60,8 @@ class OpenFile {
   friend class OpenFiles;
   OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner);
 
+  // A descriptor more of the file, -1 when it is closed.
+  [[nodiscard]] int duplicate() const;
   // With mutex_ held: what follows may wait for the disk.
   [[nodiscard]] FileCalls::Call call() const { return {*calls_, path_, FileCalls::Kind::kContent}; }
 
@@ -68,10 +73,12 @@ class OpenFile {
   OpenFiles& owner_;
   const std::shared_ptr<FileCalls> calls_;
   mutable std::mutex mutex_;
-  int fd_;                               // guarded by mutex_; -1 when closed
-  std::string path_;                     // guarded by mutex_
-  std::uint64_t size_bytes_;             // guarded by mutex_
-  std::uint64_t writtenBack_bytes_ = 0;  // guarded by mutex_
+  int fd_;                    // guarded by mutex_; -1 when closed
+  std::string path_;          // guarded by mutex_
+  std::uint64_t size_bytes_;  // guarded by mutex_
+  bool hasMoved_ = false;     // guarded by mutex_
+  bool isWritten_ = false;    // since the disk was last waited for; guarded by mutex_
+  BackgroundFlush flush_;     // guarded by mutex_
   // What has been written over since a copy began; empty when begin >= end. Guarded by mutex_.
   std::uint64_t rewrittenBegin_bytes_ = 0;
   std::uint64_t rewrittenEnd_bytes_ = 0;
@@ -86,7 +93,7 @@ class OpenFiles {
  public:
   OpenFiles() = default;
   // Waits for moves that were given up and go on.
-  ~OpenFiles() { moves_.waitUntilIdle(); }
+  ~OpenFiles();
   OpenFiles(const OpenFiles&) = delete;
   OpenFiles& operator=(const OpenFiles&) = delete;
 
@@ -114,6 +121,10 @@ class OpenFiles {
   // Returns an error text, empty on success; after an error the file is whole at `from`, still
   // being written, and nothing is left at the target.
   //
+  // A file of this registry may have lost the name `from` while it was written: somebody has
+  // removed it, or taken its disk out of the folders (umount -l). It is then copied from what is
+  // still open of it, also when it has been closed meanwhile.
+  //
   // Gives up, with an error, where a disk does not answer for FileCalls::kPatience. A rename that
   // was under way then may still be done when the disk comes back, and is logged.
   [[nodiscard]] std::string move(const std::string& from, const std::string& to);
@@ -133,9 +144,16 @@ class OpenFiles {
   std::shared_ptr<OpenFile> find(const std::string& path);
   // As move(), for as long as it takes or until it is given up between two steps.
   std::string moveNow(const std::string& from, const std::string& to, const GivenUp& isGivenUp);
-  // To another file system. `file` is null when nobody writes it. Returns errno.
+  // `file` is null when nobody writes it. Returns errno.
   int moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
                     const GivenUp& isGivenUp);
+
+  // Keeps open what is closed before it has moved and can no longer be found under its name.
+  void keepNameless(const std::string& path, int fd);
+  // A descriptor of the file that was written at `path`, which has nothing there; -1 when there is
+  // none.
+  int openNameless(const OpenFile* file, const std::string& path);
+  void dropNameless(const std::string& path);
 
   const std::shared_ptr<FileCalls> calls_ = std::make_shared<FileCalls>();
   PendingWork moves_;
@@ -143,6 +161,10 @@ class OpenFiles {
   // Before an OpenFile's own lock, never after it.
   std::mutex mutex_;
   std::unordered_map<OpenFile*, std::weak_ptr<OpenFile>> files_;  // guarded by mutex_
+
+  // After an OpenFile's own lock.
+  std::mutex namelessMutex_;
+  std::unordered_map<std::string, int> nameless_;  // guarded by namelessMutex_; descriptors
 };
 
 }  // namespace linux_host

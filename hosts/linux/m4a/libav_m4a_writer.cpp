@@ -12,7 +12,6 @@ namespace linux_host {
 namespace {
 
 constexpr double kFragment_s = 0.25;
-constexpr std::uint64_t kWriteBackInterval_s = 5;
 // A process killed in mid-write leaves whole pages of it. Players refuse a file that ends within a
 // fragment's head, but not one that ends within media data: no head crosses a page.
 constexpr std::uint64_t kPage_bytes = 4096;
@@ -75,7 +74,6 @@ std::string LibavM4aWriter::write(const float* const* planes, std::uint32_t fram
   const std::string error =
       encoder_.encode(planes, frames, [this](AVPacket& packet) { return take(packet); });
   if (!error.empty()) writeError_ = whatIsKept(error);
-  startWriteBackNowAndThen();
   return writeError_;
 }
 
@@ -111,12 +109,6 @@ std::string LibavM4aWriter::appendUnwritten() {
   return "";
 }
 
-void LibavM4aWriter::startWriteBackNowAndThen() {
-  if (encoder_.frames() - writtenBack_frames_ < kWriteBackInterval_s * track_.sampleRate_hz) return;
-  writtenBack_frames_ = encoder_.frames();
-  sink_->startWriteBack();
-}
-
 std::string LibavM4aWriter::finish() {
   if (!sink_) return "";
   std::string error = complete();
@@ -134,9 +126,7 @@ std::string LibavM4aWriter::complete() {
   if (!error.empty()) return error;
   track_.frames = encoder_.frames();
   track_.modificationTime_s = kMp4Epoch_s + unixTime_s();
-  error = completeM4a(*sink_, track_, packets_);
-  sink_->startWriteBack();
-  return error;
+  return completeM4a(*sink_, track_, packets_);
 }
 
 }  // namespace linux_host

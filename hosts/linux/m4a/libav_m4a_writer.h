@@ -23,7 +23,6 @@ class LibavM4aWriter final : public M4aWriter {
   [[nodiscard]] std::string take(AVPacket& packet);
   [[nodiscard]] std::string appendFragment();
   [[nodiscard]] std::string appendUnwritten();
-  void startWriteBackNowAndThen();
   [[nodiscard]] std::string complete();
 
   std::unique_ptr<M4aSink> sink_;  // null before open() and after finish()
@@ -32,7 +31,6 @@ class LibavM4aWriter final : public M4aWriter {
   M4aTrack track_;
   M4aPacketIndex packets_;
   std::size_t packetsPerFragment_ = 1;
-  std::uint64_t writtenBack_frames_ = 0;
   // A fragment that the sink has not taken whole; it is gone on with, never begun again, so the
   // file is never left with a torn fragment in its middle.
   FragmentMuxer::Fragment unwritten_{};

@@ -17,7 +17,6 @@ class OpenFileSink : public Base {
   }
   [[nodiscard]] std::uint64_t size_bytes() const override { return file_->size_bytes(); }
   bool truncate(std::uint64_t size_bytes) override { return file_->truncate(size_bytes).empty(); }
-  void startWriteBack() override { file_->startWriteBack(); }
 
  protected:
   const std::shared_ptr<OpenFile> file_;

@@ -22,8 +22,6 @@ class M4aSink {
   [[nodiscard]] virtual std::uint64_t size_bytes() const = 0;
   // Drops everything from `size_bytes` on. False when that failed; the file is then as it was.
   virtual bool truncate(std::uint64_t size_bytes) = 0;
-  // Asks the system to begin writing what was appended to the disk and does not wait for it.
-  virtual void startWriteBack() = 0;
 };
 
 }  // namespace linux_host

@@ -1,0 +1,74 @@
+#include "hosts/linux/files/background_flush.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace linux_host {
+namespace {
+
+// Some file systems have nothing to flush, and say so.
+bool isFailure(int error) {
+  return error != EINVAL && error != EROFS && error != ENOSYS && error != ENOTSUP;
+}
+
+}  // namespace
+
+BackgroundFlush::BackgroundFlush(Flush flush, std::chrono::milliseconds interval)
+    : flush_(flush != nullptr ? flush : &fdatasync), interval_(interval) {
+  state_->nextBegin = Clock::now() + interval_;
+}
+
+void BackgroundFlush::nowAndThen(int fd) {
+  const std::lock_guard lock(state_->mutex);
+  if (state_->underWay == 0 && Clock::now() >= state_->nextBegin) begin(fd, nullptr);
+}
+
+void BackgroundFlush::now(int fd, OnError onError) {
+  const std::lock_guard lock(state_->mutex);
+  begin(fd, std::move(onError));
+}
+
+int BackgroundFlush::takeError() {
+  const std::lock_guard lock(state_->mutex);
+  return std::exchange(state_->error, 0);
+}
+
+void BackgroundFlush::begin(int fd, OnError onError) {
+  state_->nextBegin = Clock::now() + interval_;
+  const int ownFd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (ownFd < 0) return;
+  ++state_->underWay;
+  try {
+    std::thread([state = state_, ownFd, flush = flush_, interval = interval_,
+                 onError = std::move(onError)] {
+      run(*state, ownFd, flush, interval, onError);
+    }).detach();
+  } catch (const std::system_error&) {
+    // Without a thread to spare the system flushes in its own time.
+    --state_->underWay;
+    close(ownFd);
+  }
+}
+
+void BackgroundFlush::run(State& state, int fd, Flush flush, std::chrono::milliseconds interval,
+                          const OnError& onError) {
+  const Clock::time_point began = Clock::now();
+  int error = flush(fd) == 0 ? 0 : errno;
+  if (!isFailure(error)) error = 0;
+  // What close() says of a late error is what the flush has said.
+  close(fd);
+  if (error != 0 && onError) onError(error);
+  const Clock::time_point ended = Clock::now();
+  const std::lock_guard lock(state.mutex);
+  --state.underWay;
+  if (error != 0) state.error = error;
+  state.nextBegin = std::max(began + interval, ended + kPauseFactor * (ended - began));
+}
+
+}  // namespace linux_host

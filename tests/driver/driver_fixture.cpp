@@ -189,6 +189,14 @@ std::optional<pid_t> guardOf(pid_t driver) {
   return std::nullopt;
 }
 
+pid_t awaitGuardOf(pid_t driver) {
+  std::optional<pid_t> guard;
+  if (!waitUntil([&] { return (guard = guardOf(driver)).has_value(); })) {
+    throw std::runtime_error("the driver has no guard");
+  }
+  return *guard;
+}
+
 bool isAlive(pid_t pid) {
   std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
   std::string line;

@@ -76,8 +76,10 @@ class DriverlessTest : public DriverTest {
 // The output of a program that must succeed.
 std::string outputOf(const std::string& command);
 
-// The guard of a driver; null when it has none.
+// The guard of a driver; null when it has none, or not yet.
 std::optional<pid_t> guardOf(pid_t driver);
+// The same, waiting for one that begins; throws when none does.
+pid_t awaitGuardOf(pid_t driver);
 // Zombies count as dead.
 bool isAlive(pid_t pid);
 

@@ -49,12 +49,11 @@ TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
 
 TEST_F(DriverTest, AKilledGuardIsReplaced) {
   const pid_t driver = driverPid().value();
-  ASSERT_TRUE(waitUntil([&] { return guardOf(driver).has_value(); }));
+  const pid_t guard = awaitGuardOf(driver);
   // A guard that dies within its first second is not replaced, lest they die forever.
   ASSERT_TRUE(waitUntil([&, since = steady_clock::now()] {
     return steady_clock::now() - since > std::chrono::milliseconds(1200);
   }));
-  const pid_t guard = guardOf(driver).value();
   ASSERT_EQ(kill(guard, SIGKILL), 0);
   EXPECT_TRUE(waitUntil([&] { return guardOf(driver).value_or(guard) != guard; }));
   EXPECT_EQ(driverPid(), driver);
@@ -62,7 +61,7 @@ TEST_F(DriverTest, AKilledGuardIsReplaced) {
 
 TEST_F(DriverTest, EndsWithItsDaemon) {
   const pid_t driver = driverPid().value();
-  const pid_t guard = guardOf(driver).value();
+  const pid_t guard = awaitGuardOf(driver);
   server().killDaemon();
   EXPECT_TRUE(waitUntil([&] { return !isAlive(driver) && !isAlive(guard); }));
 }
@@ -72,7 +71,7 @@ TEST_F(DriverTest, SigtermRestoresAndHidesFirst) {
   const auto asker = startAsker();
   makeLoopbackTheDefault();
   const pid_t driver = driverPid().value();
-  const pid_t guard = guardOf(driver).value();
+  const pid_t guard = awaitGuardOf(driver);
   ASSERT_EQ(kill(driver, SIGTERM), 0);
   EXPECT_TRUE(waitUntil([&] { return !isAlive(driver) && !isAlive(guard); }));
   EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
@@ -109,7 +108,7 @@ TEST_F(DriverlessTest, CleansUpWhatADriverLeftThatDiedWithItsGuard) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   auto asker = startAsker();
   makeLoopbackTheDefault();
-  const pid_t guard = guardOf(driver->pid()).value();
+  const pid_t guard = awaitGuardOf(driver->pid());
   ASSERT_EQ(kill(guard, SIGSTOP), 0);
   driver->kill();
   ASSERT_EQ(kill(guard, SIGKILL), 0);

@@ -87,8 +87,9 @@ class OpenFile {
 // The files that this process writes, by path, and the one way to move them. Any thread. Outlives
 // every file it opened.
 //
-// A file is locked from before its first byte until it is closed or its process ends, however that
-// may happen. So a file that holds something and is not locked has lost its writer.
+// A file is locked from before its first byte until it is closed and on the disk, or its process
+// ends, however that may happen. So a file that holds something and is not locked has lost its
+// writer.
 class OpenFiles {
  public:
   OpenFiles() = default;

@@ -184,6 +184,18 @@ TEST_F(CaptureRunTest, ConsumersThatFollowOneAnotherShareTheSamplesWithoutGapOrO
   EXPECT_EQ(announced, 1);
 }
 
+TEST_F(CaptureRunTest, StartThatIsAskedForAgainAndAgainIsAnnouncedAllTheSame) {
+  // Often enough that one request comes between the first samples and the look for them.
+  for (int round = 0; round < 20; ++round) {
+    announced = 0;
+    auto run = makeRun(10);
+    EXPECT_TRUE(waitUntil([&] {
+      run->announce();
+      return announced > 0;
+    })) << round;
+  }
+}
+
 TEST_F(CaptureRunTest, PatientConsumerGetsMoreAtATimeAndStillEverything) {
   keeper->patient = true;
   auto run = makeRun(10);

@@ -80,6 +80,9 @@ void CaptureRun::deliver() {
 
 void CaptureRun::announce() {
   const std::lock_guard lock(mutex_);
+  // An announcement that is still to come serves this request too. Putting it off until further
+  // samples would lose it: before the delivery nobody looks for them.
+  if (isAnnouncing_) return;
   isAnnouncing_ = true;
   announceAfter_frames_ = ring_.written_frames();
   isAsked_ = true;

@@ -2,6 +2,7 @@
 # graph in which the core cannot reach a host.
 
 set(RA_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
+option(RA_WERROR "Let warnings stop the build, as ./test does: other compilers and libraries warn of more" OFF)
 option(RA_COVERAGE "Count which lines and branches are run" OFF)
 option(RA_FUZZ "Build the fuzz targets (clang only)" OFF)
 
@@ -15,8 +16,11 @@ endif()
 add_library(ra_options INTERFACE)
 target_include_directories(ra_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(ra_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wcast-align -Wnull-dereference -Wformat=2 -fvisibility=hidden)
+if(RA_WERROR)
+  target_compile_options(ra_options INTERFACE -Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC 12 warns about std::string's own assignment (GCC bug 105651).
   target_compile_options(ra_options INTERFACE -Wno-restrict)

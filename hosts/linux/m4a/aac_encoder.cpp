@@ -32,15 +32,15 @@ AVChannelLayout layoutFor(std::uint32_t channels) {
   }
 }
 
-std::uint32_t encodedRateFor(const AVCodec& aac, std::uint32_t sampleRate_hz) {
-  std::uint32_t best = 0;
-  std::uint32_t lowest = 0;
-  for (const int* rate = aac.supported_samplerates; *rate != 0; ++rate) {
-    const auto candidate = static_cast<std::uint32_t>(*rate);
-    if (candidate <= sampleRate_hz) best = std::max(best, candidate);
-    lowest = lowest == 0 ? candidate : std::min(lowest, candidate);
-  }
-  return best != 0 ? best : lowest;
+// The sample rates that AAC has a number for (ISO/IEC 14496-3), the highest first. The encoder
+// takes all of them; each release of libavcodec has another way of saying so.
+constexpr std::array<std::uint32_t, 13> kRates_hz{96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                                                  22050, 16000, 12000, 11025, 8000,  7350};
+
+std::uint32_t encodedRateFor(std::uint32_t sampleRate_hz) {
+  const auto* nearest = std::ranges::find_if(
+      kRates_hz, [&](std::uint32_t rate_hz) { return rate_hz <= sampleRate_hz; });
+  return nearest != kRates_hz.end() ? *nearest : kRates_hz.back();
 }
 
 // The encoder refuses a whole packet for one value that is not finite, and such values must not
@@ -65,11 +65,11 @@ std::string AacEncoder::open(std::uint32_t sampleRate_hz, std::uint32_t channels
            std::to_string(bitrate_bps) + " bit/s.";
   }
   const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
-  if (!aac || !aac->supported_samplerates) {
+  if (!aac) {
     return "libavcodec has no AAC encoder of its own; install a complete libavcodec or record MP3.";
   }
   std::string error =
-      openCodec(*aac, encodedRateFor(*aac, sampleRate_hz), layoutFor(channels), bitrate_bps);
+      openCodec(*aac, encodedRateFor(sampleRate_hz), layoutFor(channels), bitrate_bps);
   if (!error.empty()) return error;
   if (static_cast<std::uint32_t>(codec_->sample_rate) == sampleRate_hz) return "";
   return openResampler(sampleRate_hz);

@@ -28,7 +28,8 @@ std::string isoTime(std::uint64_t unix_s) {
 
 }  // namespace
 
-int FragmentMuxer::collect(void* self, std::uint8_t* data, int size_bytes) {
+template <typename Byte>
+int FragmentMuxer::collect(void* self, Byte* data, int size_bytes) {
   auto& written = static_cast<FragmentMuxer*>(self)->written_;
   const auto bytes = std::as_bytes(std::span(data, static_cast<std::size_t>(size_bytes)));
   written.insert(written.end(), bytes.begin(), bytes.end());

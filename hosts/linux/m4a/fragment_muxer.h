@@ -29,7 +29,9 @@ class FragmentMuxer {
   [[nodiscard]] std::string endFragment(Fragment* fragment);
 
  private:
-  static int collect(void* self, std::uint8_t* data, int size_bytes);
+  // `Byte` is what this release of libavformat hands over: constant or not.
+  template <typename Byte>
+  static int collect(void* self, Byte* data, int size_bytes);
 
   LibavPointer<AVIOContext> io_;  // outlives format_, which writes to it
   LibavPointer<AVFormatContext> format_;

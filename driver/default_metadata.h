@@ -3,6 +3,7 @@
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 

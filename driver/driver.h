@@ -2,6 +2,7 @@
 
 #include <pipewire/pipewire.h>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>

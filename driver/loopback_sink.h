@@ -2,6 +2,7 @@
 
 #include <pipewire/pipewire.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>

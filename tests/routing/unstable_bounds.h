@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "routing/ring_buffer.h"
 
 namespace routing_test {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "hosts/linux/authorization/system_bus.h"
 #include "platform/apple_events.h"
 

@@ -5,6 +5,7 @@
 #include <QPushButton>
 #include <QStandardItemModel>
 #include <QWidget>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>

@@ -141,6 +141,9 @@ class AppDelegate : public platform::ApplicationDelegate,
   void recoverInterruptedRecordings();
   void tellOfRecovery(const RecoveryReport& report);
 
+  // Takes them from the screen; their timers go on.
+  void withdrawStartNotifications();
+
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;
   [[nodiscard]] std::int64_t elapsed_ms() const;
@@ -168,6 +171,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Of the session under way.
   std::string sessionSource_;
   std::string sessionFormat_;
+  // The temporary file of the recording last stopped; it is still there when the save failed.
+  std::string unfinishedFile_;
 
   // Released in the reverse of this order.
   std::shared_ptr<AudioRecorder> m_recorder;

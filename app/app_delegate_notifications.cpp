@@ -1,6 +1,7 @@
 #include <any>
 
 #include "app/app_delegate.h"
+#include "app/placeholder.h"
 #include "platform/file_url.h"
 #include "platform/host.h"
 #include "settings/auxiliary.h"
@@ -60,6 +61,14 @@ void AppDelegate::removeAllPreviousNotifications() {
   m_notificationTimers.clear();
 }
 
+void AppDelegate::withdrawStartNotifications() {
+  for (const platform::TimerPtr& timer : m_notificationTimers) {
+    const UserNotificationPtr notification = notificationOf(timer);
+    if (!notification->userInfo.contains(kCancelKey)) continue;
+    host().userNotificationCenter.removeDeliveredNotification(notification);
+  }
+}
+
 void AppDelegate::showNotificationRecordStarted() {
   const auto notification = std::make_shared<platform::UserNotification>();
   notification->informativeText = localized("Starting a new audio recording.");
@@ -75,11 +84,17 @@ void AppDelegate::showNotificationRecordCompleated(const std::string& filePath) 
   if (host().fileManager.fileExists(filePath)) {
     notification->informativeText =
         localized("Audio recording is saved.\nClick here to show in Finder.");
+    notification->hasContentsAction = true;
     notification->hasActionButton = true;
     notification->actionButtonTitle = localized("Open");
     notification->userInfo = {{kOpenPathKey, filePath}};
   } else {
     notification->informativeText = localized("Unable to save the record.");
+    if (!unfinishedFile_.empty() && host().fileManager.fileExists(unfinishedFile_)) {
+      notification->details = withFirstPlaceholder(
+          localized("What was recorded is kept as %@. The next start of Record Audio saves it."),
+          unfinishedFile_);
+    }
   }
   showNotification(notification);
 }
@@ -97,6 +112,7 @@ void AppDelegate::showNotificationRecordingRecovered(const std::string& filePath
   // Silent: a recording may be listening.
   const auto notification = std::make_shared<platform::UserNotification>();
   notification->informativeText = localized("An interrupted recording was recovered.");
+  notification->hasContentsAction = true;
   notification->hasActionButton = true;
   notification->actionButtonTitle = localized("Open");
   notification->userInfo = {{kOpenPathKey, filePath}};

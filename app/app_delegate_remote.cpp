@@ -33,6 +33,7 @@ bool AppDelegate::end(Ending how) {
 }
 
 void AppDelegate::endNow(Ending how) {
+  if (how == Ending::kCancel) withdrawStartNotifications();
   if (how == Ending::kStop) {
     stopRecord();
     tryToQuit();

@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "app/placeholder.h"
 #include "platform/host.h"
 #include "routing/audio_driver.h"
 #include "routing/audio_play_through.h"
@@ -25,13 +26,6 @@ constexpr const char* kNoSoundRecordedFormat =
 constexpr const char* kMicrophoneMuted = "Microphone muted";
 constexpr const char* kMicrophoneMutedAdvice =
     "Computer microphone is muted. Un-mute microphone to record sound.";
-
-std::string withFirstPlaceholder(std::string format, const std::string& text) {
-  constexpr std::string_view kPlaceholder = "%@";
-  const std::size_t at = format.find(kPlaceholder);
-  if (at != std::string::npos) format.replace(at, kPlaceholder.size(), text);
-  return format;
-}
 
 std::string displayName(const platform::Bundle& bundle) {
   std::string name;
@@ -197,6 +191,7 @@ void AppDelegate::deleteAudioPlayThrough() {
 }
 
 void AppDelegate::stopRecord() {
+  unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
   showNotificationRecordCompleated(m_recorder->outputFilePath());
   logCEP("Stop", Dictionary{{"Duration", elapsed_ms()}});

@@ -21,6 +21,10 @@ enum class UserNotificationActivationType : int {
 struct UserNotification {
   std::optional<std::string> title;  // none: the application's name
   std::string informativeText;
+  std::string details;  // more, shown below that text
+  // A click on the notification itself does something. A second line of the text, if there is one,
+  // asks for that click; a host leaves the line out where no click would arrive.
+  bool hasContentsAction = false;
   bool hasActionButton = false;
   std::string actionButtonTitle;
   std::optional<std::string> soundName;  // none: silent

@@ -51,6 +51,40 @@ TEST_F(NotificationsTest, ACompletionWithoutAFileHasNoButton) {
   EXPECT_EQ(newest()->soundName, platform::kUserNotificationDefaultSoundName);
 }
 
+TEST_F(NotificationsTest, ASaveThatFailedSaysWhereTheRecordingIsKept) {
+  launchAndRecord();
+  std::string temporary;
+  ASSERT_TRUE(platform::stringValue(app->status().at("outputFile"), &temporary));
+  machine.fileManager.failMove = "read-only";
+  app->stopRecord();
+  EXPECT_EQ(newest()->informativeText, kUnsavedText);
+  EXPECT_EQ(newest()->details, "What was recorded is kept as " + temporary +
+                                   ". The next start of Record Audio saves it.");
+}
+
+TEST_F(NotificationsTest, WhereNothingIsKeptNothingIsSaidOfIt) {
+  launchAndRecord();
+  machine.fileManager.failMove = "read-only";
+  app->stopRecord();
+  machine.fileManager.files.clear();
+  app->stopRecord();
+  EXPECT_EQ(newest()->informativeText, kUnsavedText);
+  EXPECT_EQ(newest()->details, "");
+}
+
+TEST_F(NotificationsTest, OnlyThoseOfAFileTakeAClickOnThemselves) {
+  launchAndRecord();
+  EXPECT_FALSE(newest()->hasContentsAction);
+  app->stopRecord();
+  EXPECT_TRUE(newest()->hasContentsAction);
+  app->showNotificationRecordingRecovered("/out/b.m4a");
+  EXPECT_TRUE(newest()->hasContentsAction);
+  app->showNotificationRecordCompleated("/out/gone.m4a");
+  EXPECT_FALSE(newest()->hasContentsAction);
+  app->showNotificationError();
+  EXPECT_FALSE(newest()->hasContentsAction);
+}
+
 TEST_F(NotificationsTest, TheErrorTextDependsOnThePermissionAtThatMoment) {
   launch();
   app->showNotificationError();

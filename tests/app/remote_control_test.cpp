@@ -60,6 +60,17 @@ TEST_F(RemoteControlTest, StopWhileWaitingEndsTheWait) {
   EXPECT_TRUE(ended());
 }
 
+TEST_F(RemoteControlTest, CancelTakesTheStartNotificationAwayAtOnceAndKeepsItsTimer) {
+  launchAndRecord();
+  machine.runLoop.advance(3);
+  EXPECT_TRUE(app->cancel());
+  EXPECT_THAT(showingTexts(), IsEmpty());
+  machine.runLoop.advance(6.9);
+  EXPECT_FALSE(ended());
+  machine.runLoop.advance(0.1);
+  EXPECT_TRUE(ended());
+}
+
 TEST_F(RemoteControlTest, CancelWhileWaitingKeepsTheFileOfAnEarlierRecording) {
   launchAndRecordSystemAudio();
   clickDock();

@@ -179,10 +179,19 @@ class NotificationTest : public DesktopTest {
   static UserNotificationPtr saved() {
     auto notification = std::make_shared<UserNotification>();
     notification->informativeText = "Saved <here> & there";
+    notification->hasContentsAction = true;
     notification->hasActionButton = true;
     notification->actionButtonTitle = "Open";
     notification->soundName = platform::kUserNotificationDefaultSoundName;
     notification->userInfo = {{"OpenPath", "/out/a.mp3"}};
+    return notification;
+  }
+  static UserNotificationPtr started() {
+    auto notification = std::make_shared<UserNotification>();
+    notification->informativeText = "Starting";
+    notification->hasActionButton = true;
+    notification->actionButtonTitle = "Cancel";
+    notification->userInfo = {{"Cancel", "Cancel"}};
     return notification;
   }
   void deliverAndWait(const UserNotificationPtr& notification) {
@@ -222,6 +231,53 @@ TEST_F(NotificationTest, AServerWithoutActionsGetsTheTextAlone) {
   serve({"body"});
   deliverAndWait(saved());
   EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'default'")));
+}
+
+TEST_F(NotificationTest, StaysTenSecondsAndKeepsItsButtonWhenItIsClicked) {
+  serve({"actions", "body", "persistence"});
+  deliverAndWait(started());
+  EXPECT_THAT(server_->calls.back(), HasSubstr("'resident': <true>"));
+  EXPECT_TRUE(server_->calls.back().ends_with(", 10000)")) << server_->calls.back();
+  auto error = started();
+  error->hasActionButton = false;
+  deliverAndWait(error);
+  EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'resident'")));
+}
+
+// A server that draws a button for the default action, and closes what is clicked on.
+TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
+  serve({"actions", "body"});
+  deliverAndWait(started());
+  EXPECT_THAT(server_->calls.back(), HasSubstr("['button', 'Cancel']"));
+  auto notification = saved();
+  notification->informativeText = "Saved.\nClick here.";
+  notification->details = "More.";
+  deliverAndWait(notification);
+  EXPECT_THAT(server_->calls.back(), AllOf(HasSubstr("'Saved.\\nMore.'"),
+                                           HasSubstr("['default', 'Show', 'button', 'Open']")));
+}
+
+// Where there is no default action these start the program anew, which ends the recording.
+TEST_F(NotificationTest, AServerWithAListIsAskedForTheClickAndMayHaveItAlways) {
+  serve({"actions", "body", "persistence"});
+  deliverAndWait(started());
+  EXPECT_THAT(server_->calls.back(), HasSubstr("['default', 'Show', 'button', 'Cancel']"));
+  auto notification = saved();
+  notification->informativeText = "Saved.\nClick here.";
+  deliverAndWait(notification);
+  EXPECT_THAT(server_->calls.back(), HasSubstr("'Saved.\\nClick here.'"));
+}
+
+TEST_F(NotificationTest, AButtonThatHasDoneAllItCanTakesTheNotificationAway) {
+  serve({"actions", "body", "persistence"});
+  deliverAndWait(started());
+  deliverAndWait(saved());
+  server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "default"));
+  server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 8U, "button"));
+  server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "button"));
+  iterateUntil([&] { return wasCalled("CloseNotification(7,)"); });
+  settle();
+  EXPECT_EQ(callsOf("CloseNotification"), 1) << "the file can be opened again";
 }
 
 TEST_F(NotificationTest, AServerWithRoomForOneLineGetsTheTextAsThat) {

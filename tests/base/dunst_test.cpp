@@ -93,6 +93,7 @@ class DunstTest : public ::testing::Test {
   std::shared_ptr<UserNotification> deliver(const std::string& text) {
     auto notification = std::make_shared<UserNotification>();
     notification->informativeText = text;
+    notification->hasContentsAction = true;
     notification->hasActionButton = true;
     notification->actionButtonTitle = "Open";
     notification->userInfo = {{"OpenPath", "/out/a.mp3"}};

@@ -18,7 +18,8 @@ constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kDefaultAction = "default";
 constexpr const char* kButtonAction = "button";
 constexpr guchar kNormalUrgency = 1;
-constexpr int kServerDecides = -1;
+// As long as the program keeps them; it then takes them away itself, where the server has not.
+constexpr int kLife_ms = 10'000;
 
 std::string displayName(const platform::Bundle& bundle) {
   const auto info = bundle.localizedInfoDictionary();
@@ -62,6 +63,8 @@ GVariant* hintsOf(const UserNotification& notification) {
   add("desktop-entry", g_variant_new_string(kApplicationId));
   add("category", g_variant_new_string(categoryOf(notification)));
   add("urgency", g_variant_new_byte(kNormalUrgency));
+  // A click takes no button away with it.
+  if (notification.hasActionButton) add("resident", g_variant_new_boolean(TRUE));
   if (!notification.soundName) {
     add("suppress-sound", g_variant_new_boolean(TRUE));
   } else if (*notification.soundName == platform::kUserNotificationDefaultSoundName) {
@@ -181,6 +184,7 @@ void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* re
     capabilities.actions |= name == "actions";
     capabilities.body |= name == "body";
     capabilities.bodyMarkup |= name == "body-markup";
+    capabilities.list |= name == "persistence";
   }
   self.capabilities_ = capabilities;
   // Removed in the meantime: not even shown.
@@ -190,13 +194,14 @@ void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* re
 GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notification) const {
   const std::string name = displayName(bundle_);
   const std::string title = notification.title.value_or(name);
-  const std::string& text = notification.informativeText;
+  const std::string text = textOf(notification);
   GVariantBuilder actions;
   g_variant_builder_init(&actions, G_VARIANT_TYPE("as"));
   if (capabilities_->actions) {
-    // Some desktops have a button for the click on the body, too.
-    g_variant_builder_add(&actions, "s", kDefaultAction);
-    g_variant_builder_add_value(&actions, textVariant(bundle_.localizedString("Show")));
+    if (notification.hasContentsAction || takesClicks()) {
+      g_variant_builder_add(&actions, "s", kDefaultAction);
+      g_variant_builder_add_value(&actions, textVariant(bundle_.localizedString("Show")));
+    }
     if (notification.hasActionButton) {
       g_variant_builder_add(&actions, "s", kButtonAction);
       g_variant_builder_add_value(&actions, textVariant(notification.actionButtonTitle));
@@ -209,7 +214,22 @@ GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notifi
                                                        : text;
   return g_variant_new("(@su@s@s@sas@a{sv}i)", textVariant(name), guint32{0},
                        textVariant(kApplicationId), textVariant(summary), textVariant(body),
-                       &actions, hintsOf(notification), kServerDecides);
+                       &actions, hintsOf(notification), kLife_ms);
+}
+
+// Servers that keep a list take a click on the notification for the default action; where there is
+// none, they start the program anew, which would end the recording. The others close it by that
+// click, and draw a button for the default action.
+bool DesktopNotificationCenter::takesClicks() const {
+  return capabilities_->actions && capabilities_->list;
+}
+
+std::string DesktopNotificationCenter::textOf(const UserNotification& notification) const {
+  std::string text = notification.informativeText;
+  if (notification.hasContentsAction && !takesClicks())
+    text.resize(std::min(text.find('\n'), text.size()));
+  if (!notification.details.empty()) text += "\n" + notification.details;
+  return text;
 }
 
 void DesktopNotificationCenter::notify(const UserNotificationPtr& notification) {
@@ -262,6 +282,9 @@ void DesktopNotificationCenter::activated(guint32 id, const std::string& action)
   notification->activationType =
       action == kDefaultAction ? Type::kContentsClicked : Type::kActionButtonClicked;
   delegate->userNotificationCenterDidActivateNotification(*this, notification);
+  // A file can be shown and opened again; any other button has done all it can.
+  const bool isSpent = action == kButtonAction && !notification->hasContentsAction;
+  if (isSpent) close(id);
 }
 
 void DesktopNotificationCenter::closed(guint32 id) {

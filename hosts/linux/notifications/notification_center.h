@@ -35,6 +35,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
     bool actions = false;
     bool body = false;
     bool bodyMarkup = false;
+    bool list = false;  // keeps them where the user finds them later
   };
   // One notification on its way to the screen or on it.
   struct Delivered {
@@ -63,6 +64,9 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   void closed(guint32 id);
   void close(guint32 id);
   [[nodiscard]] GVariant* parametersOf(const platform::UserNotification& notification) const;
+  // Whether a click on the notification itself reaches the program.
+  [[nodiscard]] bool takesClicks() const;
+  [[nodiscard]] std::string textOf(const platform::UserNotification& notification) const;
   [[nodiscard]] Delivered* find(const platform::UserNotificationPtr& notification);
   void forget(const platform::UserNotificationPtr& notification);
 

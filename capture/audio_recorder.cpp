@@ -180,6 +180,7 @@ bool AudioRecorder::startFileOutput(const platform::CaptureOutputPtr& output,
     log(kRecordingFailed, {std::string("the capture session has no file output")});
     return false;
   }
+  fileOutput->setMetadata({recordingTitle(environment_.host, m_startTime), m_startTime});
   try {
     fileOutput->startRecordingToOutputFileURL(fileURL, platform::kFileTypeMPEG4, weak_from_this());
   } catch (const platform::CaptureException& exception) {

@@ -10,12 +10,16 @@ constexpr int kLastFileNumber = 99;
 
 }  // namespace
 
-std::string recordingPath(const platform::Host& host, const std::string& folder,
-                          platform::Date start, const std::string& extension) {
+std::string recordingTitle(const platform::Host& host, platform::Date start) {
   const std::string dateTime = Auxiliary::getFilenameWithDateTime(host, start);
   const std::string title = host.mainBundle.localizedString("Audio recording");
   // Translations and locales are free to hold what a file system refuses.
-  const std::string base = folder + "/" + fitForFileName(title + " " + dateTime, '-');
+  return fitForFileName(title + " " + dateTime, '-');
+}
+
+std::string recordingPath(const platform::Host& host, const std::string& folder,
+                          platform::Date start, const std::string& extension) {
+  const std::string base = folder + "/" + recordingTitle(host, start);
   std::string path = base + "." + extension;
   for (int number = 1; number <= kLastFileNumber; ++number) {
     if (!host.fileManager.fileExists(path)) break;

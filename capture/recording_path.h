@@ -9,6 +9,10 @@ namespace record_audio {
 // What the names of growing recordings begin with, in the temporary directory.
 inline constexpr const char* kTemporaryNamePrefix = "Audio_recording_";
 
+// What a recording that began at `start` is called: the name of its file without number and
+// extension. Main thread.
+std::string recordingTitle(const platform::Host& host, platform::Date start);
+
 // The final path in `folder` (without a trailing slash) of a recording that began at `start`:
 // numbered (1) to (99) while names are taken. If all are, the one numbered 99, which exists.
 // `extension` without its dot. Main thread.

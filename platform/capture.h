@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/dispatch.h"
+#include "platform/foundation.h"
 #include "platform/sample_buffer.h"
 
 // Capture devices, sessions and outputs. Main thread unless a declaration says otherwise.
@@ -94,9 +95,17 @@ class CaptureFileOutputRecordingDelegate {
                                                const std::string& error) = 0;
 };
 
+// What players show of a recording.
+struct CaptureMetadata {
+  std::string title;
+  Date creationDate{};
+};
+
 // Encodes what the session captures into a file, with the session's preset.
 class CaptureAudioFileOutput : public CaptureOutput {
  public:
+  // For the recordings that start from now on.
+  virtual void setMetadata(CaptureMetadata metadata) = 0;
   // Records from the first sample of the running session on. Throws CaptureException when the file
   // cannot be made, the type is unknown or the session does not run. A later failure to write
   // makes the session post its runtime error.

@@ -40,6 +40,15 @@ TEST_F(RecorderNamingTest, TakesTheTitleFromTheStringTable) {
   EXPECT_EQ(recorder->generatePath(), "/out/Tonaufnahme 2024-05-17 um 14.03.27.m4a");
 }
 
+TEST_F(RecorderNamingTest, AnM4aIsTitledLikeItsFileWithoutANumberAndDatedAtItsStart) {
+  take(0);
+  ASSERT_TRUE(recorder->startRecord(mic, 0, kM4a));
+  memory.capture.sessions.back()->reportStarted();
+  const auto& metadata = memory.capture.fileOutputs.back()->metadata;
+  EXPECT_EQ(metadata.title, "Audio recording 2024-05-17 at 14.03.27");
+  EXPECT_EQ(metadata.creationDate, memory.host.wallClock.now());
+}
+
 TEST_F(RecorderNamingTest, TakesTheFirstFreeNumberAfterThoseInUse) {
   for (int number = 0; number <= 3; ++number) take(number);
   take(5);

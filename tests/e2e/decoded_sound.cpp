@@ -48,6 +48,8 @@ DecodedSound decodeSound(const std::string& path, const std::string& scratch) {
   const auto& stream = facts["streams"][0];
   sound.container = facts["format"].value("format_name", "");
   sound.containerDuration_s = std::stod(facts["format"].value("duration", "0"));
+  const auto tags = facts["format"].value("tags", nlohmann::json::object());
+  sound.tags = tags.get<std::map<std::string, std::string>>();
   sound.codec = stream.value("codec_name", "");
   sound.rate_Hz = std::stoi(stream.value("sample_rate", "0"));
   sound.channels = stream.value("channels", 0);

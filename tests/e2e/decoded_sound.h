@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@ struct DecodedSound {
   std::string error;      // empty when the file opened and decoded to its end
   std::string container;  // as ffprobe names it
   std::string codec;
+  std::map<std::string, std::string> tags;
   int rate_Hz = 0;
   int channels = 0;
   // What the file says of itself; decoded is the last packet as a whole.

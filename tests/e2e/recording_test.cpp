@@ -85,6 +85,23 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
     EXPECT_LT(figures.largestSecondDifference,
               1.3 * test_support::secondDifferenceOfSine(1000, 0.5, sound.rate_Hz));
   }
+
+  // Title and day stand in the name too.
+  static void expectLabels(const DecodedSound& sound, const std::string& path, int format) {
+    if (format == kMp3) {
+      EXPECT_THAT(sound.tags, IsEmpty());
+      return;
+    }
+    const std::string name = std::filesystem::path(path).stem();
+    const auto tag = [&](const char* key) {
+      const auto found = sound.tags.find(key);
+      return found == sound.tags.end() ? std::string() : found->second;
+    };
+    EXPECT_EQ(tag("title"), name);
+    const auto day = tag("date").substr(0, std::string_view("2026-11-20").size());
+    EXPECT_FALSE(day.empty());
+    EXPECT_THAT(name, HasSubstr(" " + day + " "));
+  }
 };
 
 TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
@@ -131,6 +148,7 @@ TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
   EXPECT_EQ(sound.channels, expected.channels);
   EXPECT_EQ(sound.rate_Hz, std::stoi(expected.rate_Hz));
   expectTheTone(sound);
+  expectLabels(sound, onlyFileIn(musicFolder()), expected.format);
 
   // Nothing after the report and before the click is missing, nothing is too much.
   const bool mp3 = expected.format == kMp3;

@@ -76,6 +76,10 @@ Decoded decodeM4a(std::span<const std::byte> file) {
     return decoded;
   }
   decoded.opened = true;
+  const AVDictionaryEntry* tag = nullptr;
+  while ((tag = av_dict_get(raw->metadata, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+    decoded.tags[tag->key] = tag->value;
+  }
   const AVStream& stream = *raw->streams[0];
   decoded.sampleRate_hz = stream.codecpar->sample_rate;
   decoded.channels = stream.codecpar->ch_layout.nb_channels;

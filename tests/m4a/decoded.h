@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,9 +17,10 @@ struct Decoded {
   bool opened = false;
   int sampleRate_hz = 0;
   int channels = 0;
-  std::uint64_t containerFrames = 0;       // the duration that the container states
-  std::uint64_t packetFrames = 0;          // the durations of all packets, without what is skipped
-  std::vector<std::vector<float>> planes;  // decoded, the encoder's delay skipped as the file says
+  std::uint64_t containerFrames = 0;        // the duration that the container states
+  std::uint64_t packetFrames = 0;           // the durations of all packets, without what is skipped
+  std::map<std::string, std::string> tags;  // of the file as a whole
+  std::vector<std::vector<float>> planes;   // decoded, the encoder's delay skipped as the file says
 
   // A player stops where the container's duration ends, in the middle of the last packet.
   void cutToContainer() {

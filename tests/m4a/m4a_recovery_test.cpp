@@ -116,6 +116,20 @@ TEST(M4aRecoveryTest, KeepsTheTimeOfTheRecording) {
   EXPECT_EQ(index->creationTime, creationTime);
 }
 
+TEST(M4aRecoveryTest, KeepsTitleAndDate) {
+  Recording recording(kSmall, {}, {"Audio recording 2024-05-17 at 14.03.27", 1715954607});
+  ASSERT_EQ(recording.openError, "");
+  ASSERT_EQ(recording.feed(kSmall_frames), "");
+  auto before = decodeM4a(recording.file->bytes).tags;
+  ASSERT_EQ(before["title"], "Audio recording 2024-05-17 at 14.03.27");
+  const auto [report, bytes] = recover(recording.file->bytes);
+  ASSERT_EQ(report.outcome, Outcome::completed) << report.error;
+  auto after = decodeM4a(bytes).tags;
+  EXPECT_EQ(after["title"], before["title"]);
+  EXPECT_EQ(after["date"], before["date"]);
+  EXPECT_EQ(after["creation_time"], before["creation_time"]);
+}
+
 TEST(M4aRecoveryTest, SecondInterruptionAtAnyStepChangesNothingInTheEnd) {
   const auto growing = interruptedRecording(kSmall_frames, kSmall);
   const auto boxes = walkBoxes(growing);

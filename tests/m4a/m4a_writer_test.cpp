@@ -3,8 +3,10 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <optional>
 
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
@@ -227,6 +229,64 @@ TEST(M4aWriterTest, CreationTimeIsTheMomentOfTheOpening) {
   const auto index = walkIndex(recording.file->bytes, &why);
   ASSERT_TRUE(index) << why;
   EXPECT_EQ(index->creationTime, growing);
+}
+
+// Puts the process's time zone back when it goes.
+class InTimeZone {
+ public:
+  explicit InTimeZone(const char* name) {
+    if (const char* before = getenv("TZ")) before_ = before;
+    setenv("TZ", name, 1);
+    tzset();
+  }
+  ~InTimeZone() {
+    if (before_) {
+      setenv("TZ", before_->c_str(), 1);
+    } else {
+      unsetenv("TZ");
+    }
+    tzset();
+  }
+  InTimeZone(const InTimeZone&) = delete;
+  InTimeZone& operator=(const InTimeZone&) = delete;
+
+ private:
+  std::optional<std::string> before_;
+};
+
+TEST(M4aWriterTest, GrowingAndFinishedFileCarryTheTitleAndTheLocalDate) {
+  const InTimeZone zone("XYZ-5:30");  // five and a half hours ahead
+  const M4aLabels labels{"Tonaufnahme 2024-05-18 um 00.33.27 \xe2\x80\x93 \xc3\xa4",
+                         1715972607};  // 2024-05-17 19:03:27 UTC
+  Recording recording(Format{}, {}, labels);
+  ASSERT_EQ(recording.openError, "");
+  ASSERT_EQ(recording.feed(48000), "");
+  const Decoded growing = decodeM4a(recording.file->bytes);
+  ASSERT_EQ(recording.writer.finish(), "");
+  const Decoded finished = decodeM4a(recording.file->bytes);
+  for (auto tags : {growing.tags, finished.tags}) {
+    EXPECT_EQ(tags["title"], labels.title);
+    EXPECT_EQ(tags["date"], "2024-05-18T00:33:27+05:30");
+    EXPECT_EQ(tags["creation_time"], "2024-05-17T19:03:27.000000Z");
+  }
+}
+
+TEST(M4aWriterTest, WithoutLabelsThereIsNoTitle) {
+  const auto tags = decodeM4a(finishedRecording(4800)).tags;
+  EXPECT_EQ(tags.count("title"), 0U);
+  EXPECT_EQ(tags.count("date"), 0U);
+}
+
+TEST(M4aWriterTest, TitlesOfAnyLengthAndBytesSpoilNothing) {
+  for (const std::string& title : {std::string(100000, 'x'), std::string("a\x01\xff\n")}) {
+    Recording recording(Format{}, {}, {title, 1});
+    ASSERT_EQ(recording.openError, "");
+    ASSERT_EQ(recording.feed(4800), "");
+    ASSERT_EQ(recording.writer.finish(), "");
+    const Decoded decoded = decodeM4a(recording.file->bytes);
+    EXPECT_EQ(decoded.error, "");
+    EXPECT_EQ(decoded.containerFrames, 4800U);
+  }
 }
 
 TEST(M4aWriterTest, GrowingFileHasAFragmentForEveryQuarterOfASecond) {

@@ -5,11 +5,13 @@
 
 namespace linux_host::test {
 
-Recording::Recording(const Format& recordedFormat, std::shared_ptr<MemoryFile> into)
+Recording::Recording(const Format& recordedFormat, std::shared_ptr<MemoryFile> into,
+                     const M4aLabels& labels)
     : format(recordedFormat),
       file(into ? std::move(into) : std::make_shared<MemoryFile>()),
       tone(format) {
   av_log_set_level(AV_LOG_ERROR);
+  writer.setLabels(labels);
   openError = writer.open(std::make_unique<MemorySink>(file), format.sampleRate_hz, format.channels,
                           format.bitrate_bps);
 }

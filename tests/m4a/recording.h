@@ -13,7 +13,8 @@ namespace linux_host::test {
 
 // A writer over a file in memory.
 struct Recording {
-  explicit Recording(const Format& recordedFormat = {}, std::shared_ptr<MemoryFile> into = {});
+  explicit Recording(const Format& recordedFormat = {}, std::shared_ptr<MemoryFile> into = {},
+                     const M4aLabels& labels = {});
 
   // In pieces of a size that never fits the packets. The first error text, empty on success.
   std::string feed(std::uint64_t frames);

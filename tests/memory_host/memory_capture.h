@@ -84,11 +84,15 @@ class MemoryAudioFileOutput : public platform::CaptureAudioFileOutput {
   void startRecordingToOutputFileURL(
       const std::string& fileURL, const std::string& outputFileType,
       std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) override;
+  void setMetadata(platform::CaptureMetadata newMetadata) override {
+    metadata = std::move(newMetadata);
+  }
   void stopRecording() override { ++stopCount; }
 
   std::string throwOnStart;  // text of the exception, empty: none
   std::vector<std::string> startedURLs;
   std::vector<std::string> fileTypes;
+  platform::CaptureMetadata metadata;
   int stopCount = 0;
 
  private:

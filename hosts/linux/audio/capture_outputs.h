@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "hosts/linux/audio/capture_consumer.h"
 #include "hosts/linux/audio/capture_run.h"
@@ -54,6 +55,7 @@ class FileOutput : public platform::CaptureAudioFileOutput,
   // Both outlive the output and every run that it was attached to.
   FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain postToMain);
 
+  void setMetadata(platform::CaptureMetadata metadata) override { metadata_ = std::move(metadata); }
   void startRecordingToOutputFileURL(
       const std::string& fileURL, const std::string& outputFileType,
       std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) override;
@@ -68,6 +70,7 @@ class FileOutput : public platform::CaptureAudioFileOutput,
   const PostToMain postToMain_;
   std::weak_ptr<CaptureRun> run_;
   std::string preset_;
+  platform::CaptureMetadata metadata_;
   std::shared_ptr<CaptureConsumer> recording_;  // null while nothing is recorded
 };
 

@@ -23,6 +23,12 @@ std::uint32_t recordedChannels(std::uint32_t channels) {
 // to the quarter of a second of a fragment, it is what a killed program loses.
 constexpr std::chrono::milliseconds kGathering{100};
 
+M4aLabels labelsOf(const platform::CaptureMetadata& metadata) {
+  const auto start_s =
+      std::chrono::floor<std::chrono::seconds>(metadata.creationDate.time_since_epoch());
+  return {metadata.title, static_cast<std::uint64_t>(std::max<std::int64_t>(0, start_s.count()))};
+}
+
 // One file, from its first sample to its end. Drain thread, but for its making.
 class Recording : public CaptureConsumer {
  public:
@@ -30,6 +36,7 @@ class Recording : public CaptureConsumer {
     std::uint32_t rate_Hz;
     std::uint32_t channels;
     std::uint32_t bitrate_bps;
+    M4aLabels labels;
   };
 
   // `onFinished` gets the error text, empty when the file is complete.
@@ -37,7 +44,7 @@ class Recording : public CaptureConsumer {
             std::function<void(const std::string&)> onFinished)
       : file_(std::move(file)),
         writers_(writers),
-        settings_(settings),
+        settings_(std::move(settings)),
         onFinished_(std::move(onFinished)) {}
 
   [[nodiscard]] bool isReady() override { return true; }
@@ -73,6 +80,7 @@ class Recording : public CaptureConsumer {
     std::string error;
     writer_ = writers_.createWriter(&error);
     if (writer_ == nullptr) return error;
+    writer_->setLabels(settings_.labels);
     return writer_->open(m4aSinkFor(file_), settings_.rate_Hz, settings_.channels,
                          settings_.bitrate_bps);
   }
@@ -136,7 +144,7 @@ void FileOutput::startRecordingToOutputFileURL(
   writers_.loadInBackground();
   const auto channels = static_cast<std::uint32_t>(run->source().positions.size());
   const Recording::Settings settings{run->source().rate_Hz, channels,
-                                     aacBitrate_bps(preset_, channels)};
+                                     aacBitrate_bps(preset_, channels), labelsOf(metadata_)};
   recording_ = std::make_shared<Recording>(
       std::move(file), writers_, settings,
       [output = weak_from_this(), recordingDelegate, fileURL,

@@ -1,7 +1,9 @@
 #include "hosts/linux/m4a/fragment_muxer.h"
 
+#include <algorithm>
 #include <ctime>
 #include <numeric>
+#include <string_view>
 #include <utility>
 
 #include "hosts/linux/m4a/box_bytes.h"
@@ -11,6 +13,8 @@ namespace linux_host {
 
 namespace {
 
+// As long as the name of a file; a file's head stays small.
+constexpr std::size_t kLongestTitle_bytes = 255;
 constexpr const char* kNoMemory = "There is no memory left for the m4a recording.";
 
 std::string failure(const char* what, int code) {
@@ -26,6 +30,24 @@ std::string isoTime(std::uint64_t unix_s) {
   return {text, std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc)};
 }
 
+std::string fittingTitle(std::string_view title) {
+  std::size_t end = std::min(title.size(), kLongestTitle_bytes);
+  const auto isInCharacter = [&] { return end < title.size() && (title[end] & 0xC0) == 0x80; };
+  while (end > 0 && isInCharacter()) --end;
+  return std::string(title.substr(0, end));
+}
+
+// Players show the day of the text as it stands, so it is the user's own.
+std::string localTime(std::uint64_t unix_s) {
+  const auto time = static_cast<std::time_t>(unix_s);
+  std::tm local{};
+  localtime_r(&time, &local);
+  char text[32];
+  std::string iso{text, std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", &local)};
+  constexpr std::size_t kOffsetMinutes_chars = 2;
+  return iso.insert(iso.size() - kOffsetMinutes_chars, ":");
+}
+
 }  // namespace
 
 template <typename Byte>
@@ -37,7 +59,7 @@ int FragmentMuxer::collect(void* self, Byte* data, int size_bytes) {
 }
 
 std::string FragmentMuxer::open(const AVCodecContext& codec, std::uint64_t creationTime_unix_s,
-                                std::vector<std::byte>* movie) {
+                                const M4aLabels& labels, std::vector<std::byte>* movie) {
   AVFormatContext* format = nullptr;
   int code = avformat_alloc_output_context2(&format, nullptr, "mp4", nullptr);
   format_.reset(format);
@@ -59,6 +81,12 @@ std::string FragmentMuxer::open(const AVCodecContext& codec, std::uint64_t creat
   stream->time_base = codec.time_base;
   if (avcodec_parameters_from_context(stream->codecpar, &codec) < 0) return kNoMemory;
   av_dict_set(&format->metadata, "creation_time", isoTime(creationTime_unix_s).c_str(), 0);
+  if (!labels.title.empty()) {
+    av_dict_set(&format->metadata, "title", fittingTitle(labels.title).c_str(), 0);
+  }
+  if (labels.start_unix_s > 0) {
+    av_dict_set(&format->metadata, "date", localTime(labels.start_unix_s).c_str(), 0);
+  }
   priming_frames_ = codec.initial_padding;
 
   AVDictionary* options = nullptr;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "hosts/linux/m4a/libav_pointers.h"
+#include "hosts/linux/m4a/m4a_writer.h"
 
 namespace linux_host {
 
@@ -20,7 +21,7 @@ class FragmentMuxer {
   // Once per muxer. Returns an error text, empty on success; `movie` then holds the moov box,
   // which is without samples.
   [[nodiscard]] std::string open(const AVCodecContext& codec, std::uint64_t creationTime_unix_s,
-                                 std::vector<std::byte>* movie);
+                                 const M4aLabels& labels, std::vector<std::byte>* movie);
   // Puts a packet into the fragment under way. Its time stamp counts from the first recorded frame.
   [[nodiscard]] std::string add(AVPacket& packet);
   // How many packets the fragment under way holds.

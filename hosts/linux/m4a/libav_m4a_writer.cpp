@@ -46,20 +46,23 @@ std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, std::uint32_t sa
   std::string error = encoder_.open(sampleRate_hz, channels, bitrate_bps);
   if (!error.empty()) return error;
   const AVCodecContext& codec = encoder_.codec();
-  const std::uint64_t now_s = unixTime_s();
+  const std::uint64_t start_s = labels_.start_unix_s > 0 ? labels_.start_unix_s : unixTime_s();
   track_.sampleRate_hz = static_cast<std::uint32_t>(codec.sample_rate);
   track_.priming_frames = static_cast<std::uint32_t>(codec.initial_padding);
-  track_.creationTime_s = kMp4Epoch_s + now_s;
+  track_.creationTime_s = kMp4Epoch_s + start_s;
   packetsPerFragment_ = static_cast<std::size_t>(
       std::max(1L, std::lround(kFragment_s * codec.sample_rate / kAacPacket_frames)));
 
   std::vector<std::byte> movie;
-  error = muxer_.open(codec, now_s, &movie);
+  error = muxer_.open(codec, start_s, labels_, &movie);
   if (!error.empty()) return error;
   const auto description = findBox(movie, {boxType("moov"), boxType("trak"), boxType("mdia"),
                                            boxType("minf"), boxType("stbl"), boxType("stsd")});
   if (!description) return "libavformat described the recording in a way that is not known here.";
   track_.sampleDescription.assign(description->all.begin(), description->all.end());
+  if (const auto labels = findBox(movie, {boxType("moov"), boxType("udta")})) {
+    track_.labels.assign(labels->all.begin(), labels->all.end());
+  }
 
   std::vector<std::byte> head = m4aHead(std::nullopt);
   head.insert(head.end(), movie.begin(), movie.end());

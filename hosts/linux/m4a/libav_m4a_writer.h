@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/m4a/aac_encoder.h"
@@ -14,6 +15,7 @@ namespace linux_host {
 
 class LibavM4aWriter final : public M4aWriter {
  public:
+  void setLabels(M4aLabels labels) override { labels_ = std::move(labels); }
   [[nodiscard]] std::string open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
                                  std::uint32_t channels, std::uint32_t bitrate_bps) override;
   [[nodiscard]] std::string write(const float* const* planes, std::uint32_t frames) override;
@@ -25,6 +27,7 @@ class LibavM4aWriter final : public M4aWriter {
   [[nodiscard]] std::string appendUnwritten();
   [[nodiscard]] std::string complete();
 
+  M4aLabels labels_;
   std::unique_ptr<M4aSink> sink_;  // null before open() and after finish()
   AacEncoder encoder_;
   FragmentMuxer muxer_;

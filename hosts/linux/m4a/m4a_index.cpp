@@ -53,8 +53,9 @@ class IndexBoxBuilder {
         durations_(durationsOf(track, packetCount_)) {}
 
   std::vector<std::byte> build() {
-    out_.reserve(4096 + track_.sampleDescription.size() + 4 * std::size_t{packetCount_} +
-                 8 * packets_.chunkOffsets_bytes().size() + 12 * packets_.runs().size());
+    out_.reserve(4096 + track_.sampleDescription.size() + track_.labels.size() +
+                 4 * std::size_t{packetCount_} + 8 * packets_.chunkOffsets_bytes().size() +
+                 12 * packets_.runs().size());
     out_.box(boxType("moov"), [&] {
       movieHeader();
       out_.box(boxType("trak"), [&] {
@@ -62,6 +63,7 @@ class IndexBoxBuilder {
         if (durations_.recorded_frames > 0) editList();
         media();
       });
+      out_.raw(track_.labels);
     });
     return out_.take();
   }

@@ -54,6 +54,7 @@ struct M4aTrack {
   std::uint64_t creationTime_s = 0;  // since 1904-01-01 UTC
   std::uint64_t modificationTime_s = 0;
   std::vector<std::byte> sampleDescription;  // the stsd box
+  std::vector<std::byte> labels;             // the udta box with title and date; empty: none
 };
 
 // Seconds from 1904-01-01, the origin of MP4's times, to 1970-01-01.

@@ -110,6 +110,9 @@ class PacketFinder {
     track.creationTime_s = creationTime_s(movieHeader->payload);
     track.sampleRate_hz = timescale_hz(mediaHeader->payload);
     track.sampleDescription.assign(description->all.begin(), description->all.end());
+    if (const auto labels = findBox(*movie, {boxType("moov"), boxType("udta")})) {
+      track.labels.assign(labels->all.begin(), labels->all.end());
+    }
     *end_bytes = kM4aHeadSize_bytes + movie->size();
     return track.sampleRate_hz > 0;
   }

@@ -8,6 +8,12 @@
 
 namespace linux_host {
 
+// What players show of a recording.
+struct M4aLabels {
+  std::string title;               // UTF-8; empty: none
+  std::uint64_t start_unix_s = 0;  // 0: the moment of open(), and no date for players
+};
+
 // Writes one AAC recording as an m4a file that plays whenever the process may end.
 //
 // While it grows the file holds movie fragments of about a quarter of a second; finish() turns it
@@ -18,6 +24,9 @@ namespace linux_host {
 class M4aWriter {
  public:
   virtual ~M4aWriter() = default;
+
+  // Before open(). The labels stand in the file's head, so an interrupted file has them too.
+  virtual void setLabels(M4aLabels labels) = 0;
 
   // Writes the file's head to `sink`, which must be empty and which the writer owns from now on.
   // Once per writer. Returns an error text, empty on success.
@@ -50,7 +59,7 @@ using M4aLog = void (*)(const char* line);
 // not the module's own, so that a module left over from another build is never used. `log` may be
 // null and stays in use until the process ends.
 inline constexpr const char* kM4aFactoryName = "recordAudioM4aWriter";
-inline constexpr std::uint32_t kM4aInterfaceVersion = 1;
+inline constexpr std::uint32_t kM4aInterfaceVersion = 2;
 using M4aFactoryFunction = M4aWriter* (*)(std::uint32_t interfaceVersion, M4aLog log);
 
 }  // namespace linux_host

@@ -1,0 +1,62 @@
+"""The desktop entry is valid, is found by the words people look for in every language, and tells
+the desktop what the program does.
+
+usage: check_desktop_entry.py DESKTOP_FILE
+"""
+
+import configparser
+import subprocess
+import sys
+
+sys.dont_write_bytecode = True  # the sources may be read-only
+
+from check_string_tables import LANGUAGES  # noqa: E402
+
+# Under Sound, and as a recorder.
+CATEGORIES = {"AudioVideo", "Audio", "Recorder"}
+# What the program makes is called the same everywhere.
+WORDS_EVERYWHERE = {"mp3", "m4a"}
+FEWEST_KEYWORDS = 6
+
+
+def words(value):
+    return {word for word in value.split(";") if word}
+
+
+def check(entry):
+    main = entry["Desktop Entry"]
+    problems = []
+    if missing := CATEGORIES - words(main.get("Categories", "")):
+        problems.append(f"Categories lacks {sorted(missing)}")
+    # Without it a desktop does not offer to switch the program's notifications on and off.
+    if main.get("X-GNOME-UsesNotifications") != "true":
+        problems.append("X-GNOME-UsesNotifications is not true")
+    for section in entry.sections():
+        for key in {key.split("[")[0] for key in entry[section] if "[" in key}:
+            for language in LANGUAGES:
+                if f"{key}[{language}]" not in entry[section]:
+                    problems.append(f"{section}: {key} lacks {language}")
+    for key in ["Keywords"] + [f"Keywords[{language}]" for language in LANGUAGES]:
+        found = words(main.get(key, ""))
+        if len(found) < FEWEST_KEYWORDS or not WORDS_EVERYWHERE <= found:
+            problems.append(f"{key} has only {sorted(found)}")
+    return problems
+
+
+def main():
+    path = sys.argv[1]
+    entry = configparser.ConfigParser(interpolation=None, delimiters="=")
+    entry.optionxform = str
+    entry.read(path, encoding="utf-8")
+    problems = check(entry)
+    result = subprocess.run(["desktop-file-validate", path], capture_output=True,
+                            encoding="utf-8", check=False)
+    if result.returncode != 0:
+        problems.append(result.stdout)
+    for problem in problems:
+        print(problem)
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -235,7 +235,80 @@ TEST_F(TrayIconTest, TellsTheTrayOfChangesAndOfNothingElse) {
   record("00:01");
   record("00:01");
   settle();
-  EXPECT_THAT(ear.from(kItem), ElementsAre("NewIcon()", "NewToolTip()"));
+  EXPECT_THAT(ear.from(kItem),
+              ElementsAre("NewIcon()", "NewToolTip()", "XAyatanaNewLabel('00:01', '00:00')"));
+}
+
+TEST_F(TrayIconTest, ServesWhatSomeTraysAskForBesides) {
+  showAndWait();
+  EXPECT_EQ(item("IconAccessibleDesc"), "'[Record Audio]'");
+  EXPECT_EQ(item("AttentionAccessibleDesc"), "'[Record Audio]'");
+  EXPECT_EQ(item("XAyatanaLabel"), "''");
+  EXPECT_EQ(item("XAyatanaOrderingIndex"), "0");
+  record("00:07");
+  EXPECT_EQ(item("XAyatanaLabel"), "'00:07'");
+  EXPECT_EQ(item("XAyatanaLabelGuide"), "'00:00'");
+  record("01:00:07");
+  EXPECT_EQ(item("XAyatanaLabel"), "'01:00:07'");
+  EXPECT_EQ(item("XAyatanaLabelGuide"), "'00:00:00'");
+}
+
+TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotTold) {
+  showAndWait();
+  record("00:01");
+  settle();
+  Ear ear(client_.get());
+  settle();
+  ear.heard.clear();
+  setIcon("ActiveIcon.icns");
+  setIcon(platform::kImageNameApplicationIcon);
+  settle();
+  EXPECT_THAT(ear.from(kItem), IsEmpty());
+}
+
+// A tray asks for what is new a moment after it was told, and writes an error to its log when
+// nobody is there to answer.
+TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
+  showAndWait();
+  record("00:01");
+  setIcon("ActiveIcon.icns");
+  Ear ear(client_.get());
+  settle();
+  ear.heard.clear();
+  setIcon(platform::kImageNameApplicationIcon);
+  rest();
+  hide();
+  const std::string us = g_dbus_connection_get_unique_name(bus_.get());
+  const auto late = [&](const char* name) {
+    return property(client_.get(), us, kItemPath, kItem, name);
+  };
+  ASSERT_TRUE(runUntil([&] { return !hasOwner(itemName()); }));
+  EXPECT_THAT(ear.from(kItem), IsEmpty());
+  EXPECT_EQ(late("IconName"), "'com.vantrel.korvel.RecordAudio'");
+  EXPECT_EQ(property(client_.get(), us, kMenuPath, kMenu, "Version"), "3");
+  // And is gone then, so that a tray that comes later does not find it.
+  EXPECT_TRUE(runUntil([&] { return late("IconName").starts_with("error: "); }));
+  EXPECT_TRUE(runUntil([&] {
+    return property(client_.get(), us, kMenuPath, kMenu, "Version").starts_with("error: ");
+  }));
+}
+
+TEST_F(TrayIconTest, ShownAgainWhileItLeavesItStays) {
+  showAndWait();
+  hide();
+  show();
+  ASSERT_TRUE(runUntil([&] { return hasOwner(itemName()); }));
+  bool isOver = false;
+  const guint timer = g_timeout_add(
+      1500,
+      [](gpointer over) -> gboolean {
+        *static_cast<bool*>(over) = true;
+        return FALSE;
+      },
+      &isOver);
+  EXPECT_TRUE(runUntil([&] { return isOver; }));
+  if (!isOver) g_source_remove(timer);
+  EXPECT_EQ(item("Id"), "'record-audio'");
 }
 
 TEST_F(TrayIconTest, MenuBeginsWithTheRunningTime) {
@@ -245,7 +318,7 @@ TEST_F(TrayIconTest, MenuBeginsWithTheRunningTime) {
   EXPECT_FALSE(isEnabled(1));
   EXPECT_TRUE(isEnabled(idOf("[Stop]")));
   EXPECT_TRUE(isEnabled(idOf("[Cancel]")));
-  EXPECT_TRUE(isEnabled(idOf("[Preferences…]")));
+  EXPECT_TRUE(isEnabled(idOf("[Stop and Open Preferences…]")));
   EXPECT_TRUE(isEnabled(idOf("[Quit]")));
 }
 
@@ -254,6 +327,7 @@ TEST_F(TrayIconTest, MenuAtRestOffersNeitherStopNorCancel) {
   EXPECT_EQ(idOf("[Record Audio]"), 1);
   EXPECT_FALSE(isEnabled(idOf("[Stop]")));
   EXPECT_FALSE(isEnabled(idOf("[Cancel]")));
+  EXPECT_TRUE(isEnabled(idOf("[Preferences…]")));
   EXPECT_TRUE(isEnabled(idOf("[Quit]")));
   choose(idOf("[Stop]"));
   EXPECT_THAT(requests_.received, IsEmpty());
@@ -303,7 +377,7 @@ TEST_F(TrayIconTest, AnswersAllThatTraysAskOfAMenu) {
 TEST_F(TrayIconTest, EachChoiceIsTheRequestOfItsName) {
   showAndWait();
   record("00:01");
-  for (const char* label : {"[Stop]", "[Cancel]", "[Preferences…]", "[Quit]"}) {
+  for (const char* label : {"[Stop]", "[Cancel]", "[Stop and Open Preferences…]", "[Quit]"}) {
     EXPECT_EQ(choose(idOf(label)), "()");
   }
   EXPECT_THAT(requests_.received, ElementsAre("stop", "cancel", "preferences", "quit"));

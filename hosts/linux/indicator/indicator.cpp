@@ -58,17 +58,19 @@ void Indicator::setRemark(const std::string& remark) {
 void Indicator::refresh() {
   std::string toolTip = menuText_;
   if (!remark_.empty()) toolTip += (toolTip.empty() ? "" : "\n") + remark_;
-  item_.setLook({iconName_, text("Record Audio"), toolTip, false});
+  item_.setLook({iconName_, text("Record Audio"), toolTip, menuText_, false});
   item_.setMenu(menu());
 }
 
 std::vector<MenuItem> Indicator::menu() const {
-  return {{kTimeItem, menuText_.empty() ? text("Record Audio") : menuText_, false},
-          {kStopItem, text("Stop"), recording_},
-          {kCancelItem, text("Cancel"), recording_},
-          {kFirstSeparator, "", true},
-          {kPreferencesItem, text("Preferences…"), true},
-          {kQuitItem, text("Quit"), true}};
+  return {
+      {kTimeItem, menuText_.empty() ? text("Record Audio") : menuText_, false},
+      {kStopItem, text("Stop"), recording_},
+      {kCancelItem, text("Cancel"), recording_},
+      {kFirstSeparator, "", true},
+      // The suite's request for the preferences saves what is being recorded.
+      {kPreferencesItem, text(recording_ ? "Stop and Open Preferences…" : "Preferences…"), true},
+      {kQuitItem, text("Quit"), true}};
 }
 
 void Indicator::choose(int id) {

@@ -28,6 +28,11 @@ constexpr const char* kItemIntrospection = R"xml(<node><interface name="org.kde.
 <property name="AttentionIconName" type="s" access="read"/>
 <property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
 <property name="AttentionMovieName" type="s" access="read"/>
+<property name="IconAccessibleDesc" type="s" access="read"/>
+<property name="AttentionAccessibleDesc" type="s" access="read"/>
+<property name="XAyatanaLabel" type="s" access="read"/>
+<property name="XAyatanaLabelGuide" type="s" access="read"/>
+<property name="XAyatanaOrderingIndex" type="u" access="read"/>
 <property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
 <property name="ItemIsMenu" type="b" access="read"/>
 <property name="Menu" type="o" access="read"/>
@@ -38,14 +43,30 @@ constexpr const char* kItemIntrospection = R"xml(<node><interface name="org.kde.
 <signal name="NewTitle"/><signal name="NewIcon"/><signal name="NewAttentionIcon"/>
 <signal name="NewOverlayIcon"/><signal name="NewToolTip"/>
 <signal name="NewStatus"><arg type="s"/></signal>
+<signal name="XAyatanaNewLabel"><arg type="s"/><arg type="s"/></signal>
 </interface></node>)xml";
 
 GVariant* noPixmaps() {
   return g_variant_new("a(iiay)", nullptr);
 }
 
+// A tray may ask for what has changed a tenth of a second after it was told.
+constexpr guint kLeaving_ms = 1000;
+
+// The widest text of its kind, so that the label does not jump.
+std::string labelGuide(std::string label) {
+  for (char& character : label) {
+    if (character >= '0' && character <= '9') character = '0';
+  }
+  return label;
+}
+
 const char* statusOf(const StatusNotifierItem::Look& look) {
   return look.attention ? "NeedsAttention" : "Active";
+}
+
+void forgetSource(guint* source) {
+  if (*source != 0) g_source_remove(std::exchange(*source, 0));
 }
 
 }  // namespace
@@ -65,7 +86,9 @@ StatusNotifierItem::StatusNotifierItem(GDBusConnection* connection, std::string 
 
 StatusNotifierItem::~StatusNotifierItem() {
   g_bus_unwatch_name(watch_);
-  hide();
+  setVisible(false);
+  forgetSource(&announcement_);
+  withdrawObjects();
   g_dbus_node_info_unref(node_);
 }
 
@@ -84,22 +107,19 @@ void StatusNotifierItem::onTrayVanished(GDBusConnection*, const gchar*, gpointer
 }
 
 void StatusNotifierItem::setVisible(bool visible) {
-  if (visible == (registration_ != 0)) return;
+  if (visible == (phase_ == Phase::kShown)) return;
   if (visible) {
     show();
   } else {
-    hide();
+    leave();
   }
 }
 
 void StatusNotifierItem::show() {
-  static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
-  registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
-                                                    &kTable, this, nullptr, nullptr);
-  std::string error;
-  menu_ = std::make_unique<DBusMenu>([this](int id) { callbacks_.onMenuChoice(id); });
-  menu_->exportOn(connection_, &error);
-  menu_->setItems(menuItems_);
+  if (phase_ == Phase::kHidden) exportObjects();
+  forgetSource(&leaving_);
+  phase_ = Phase::kShown;
+  announced_ = look_;
   busName_ = "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1";
   ownedName_ = g_bus_own_name_on_connection(
       connection_, busName_.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
@@ -109,17 +129,42 @@ void StatusNotifierItem::show() {
       nullptr, this, nullptr);
 }
 
-void StatusNotifierItem::hide() {
+void StatusNotifierItem::leave() {
+  phase_ = Phase::kLeaving;
+  g_bus_unown_name(ownedName_);
+  ownedName_ = 0;
+  leaving_ = g_timeout_add(
+      kLeaving_ms,
+      [](gpointer self) -> gboolean {
+        auto* item = static_cast<StatusNotifierItem*>(self);
+        item->leaving_ = 0;
+        item->withdrawObjects();
+        return G_SOURCE_REMOVE;
+      },
+      this);
+}
+
+void StatusNotifierItem::exportObjects() {
+  static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
+  registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
+                                                    &kTable, this, nullptr, nullptr);
+  std::string error;
+  menu_ = std::make_unique<DBusMenu>([this](int id) { callbacks_.onMenuChoice(id); });
+  menu_->exportOn(connection_, &error);
+  menu_->setItems(menuItems_);
+}
+
+void StatusNotifierItem::withdrawObjects() {
+  forgetSource(&leaving_);
+  phase_ = Phase::kHidden;
   if (registration_ == 0) return;
   g_dbus_connection_unregister_object(connection_, registration_);
   registration_ = 0;
-  g_bus_unown_name(ownedName_);
-  ownedName_ = 0;
   menu_.reset();
 }
 
 void StatusNotifierItem::registerWithTray() {
-  if (!trayPresent_ || registration_ == 0) return;
+  if (!trayPresent_ || phase_ != Phase::kShown) return;
   g_dbus_connection_call(connection_, kWatcherName, kWatcherPath, kWatcherName,
                          "RegisterStatusNotifierItem", g_variant_new("(s)", busName_.c_str()),
                          nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms, nullptr, nullptr,
@@ -127,10 +172,28 @@ void StatusNotifierItem::registerWithTray() {
 }
 
 void StatusNotifierItem::setLook(const Look& look) {
-  const Look before = std::exchange(look_, look);
+  look_ = look;
+  if (announcement_ != 0) return;
+  announcement_ = g_idle_add_full(
+      G_PRIORITY_DEFAULT,
+      [](gpointer self) -> gboolean {
+        auto* item = static_cast<StatusNotifierItem*>(self);
+        item->announcement_ = 0;
+        item->announce();
+        return G_SOURCE_REMOVE;
+      },
+      this, nullptr);
+}
+
+void StatusNotifierItem::announce() {
+  const Look before = std::exchange(announced_, look_);
   if (before.iconName != look_.iconName) emit("NewIcon");
   if (before.toolTipTitle != look_.toolTipTitle || before.toolTipText != look_.toolTipText) {
     emit("NewToolTip");
+  }
+  if (before.label != look_.label) {
+    emit("XAyatanaNewLabel",
+         g_variant_new("(ss)", look_.label.c_str(), labelGuide(look_.label).c_str()));
   }
   if (before.attention != look_.attention) {
     emit("NewStatus", g_variant_new("(s)", statusOf(look_)));
@@ -144,7 +207,7 @@ void StatusNotifierItem::setMenu(std::vector<MenuItem> items) {
 
 void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
   const VariantPtr owned(parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr);
-  if (registration_ == 0) return;
+  if (phase_ != Phase::kShown) return;
   g_dbus_connection_emit_signal(connection_, nullptr, kPath, kItemInterface, signal, owned.get(),
                                 nullptr);
 }
@@ -188,6 +251,12 @@ GVariant* StatusNotifierItem::property(const std::string& name) const {
   if (name == "IconPixmap" || name == "AttentionIconPixmap") {
     return iconPixmaps(iconThemeFolder_ + "/hicolor", look_.iconName);
   }
+  if (name == "IconAccessibleDesc" || name == "AttentionAccessibleDesc") {
+    return g_variant_new_string(title_.c_str());
+  }
+  if (name == "XAyatanaLabel") return g_variant_new_string(look_.label.c_str());
+  if (name == "XAyatanaLabelGuide") return g_variant_new_string(labelGuide(look_.label).c_str());
+  if (name == "XAyatanaOrderingIndex") return g_variant_new_uint32(0);
   if (name == "OverlayIconPixmap") return noPixmaps();
   if (name == "ToolTip") return toolTip();
   if (name == "ItemIsMenu") return g_variant_new_boolean(FALSE);

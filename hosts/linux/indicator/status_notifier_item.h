@@ -16,6 +16,7 @@ class StatusNotifierItem {
     std::string iconName;
     std::string toolTipTitle;
     std::string toolTipText;  // plain text, lines by \n
+    std::string label;        // beside the icon, in trays that know labels
     bool attention = false;   // the tray should not hide the icon
     friend bool operator==(const Look&, const Look&) = default;
   };
@@ -34,12 +35,16 @@ class StatusNotifierItem {
   StatusNotifierItem(const StatusNotifierItem&) = delete;
   StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
 
-  // Puts the item into the tray or takes it out.
+  // Puts the item into the tray or takes it out. What a tray asks in the moment after that is still
+  // answered.
   void setVisible(bool visible);
+  // The tray is told when the current event is over, and only of what is different then.
   void setLook(const Look& look);
   void setMenu(std::vector<MenuItem> items);
 
  private:
+  enum class Phase { kHidden, kShown, kLeaving };
+
   static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
                            const gchar* interfaceName, const gchar* method, GVariant* parameters,
                            GDBusMethodInvocation* invocation, gpointer self);
@@ -51,8 +56,11 @@ class StatusNotifierItem {
   static void onTrayVanished(GDBusConnection* connection, const gchar* name, gpointer self);
 
   void show();
-  void hide();
+  void leave();
+  void exportObjects();
+  void withdrawObjects();
   void registerWithTray();
+  void announce();
   [[nodiscard]] GVariant* property(const std::string& name) const;
   [[nodiscard]] GVariant* toolTip() const;
   void emit(const char* signal, GVariant* parameters = nullptr);
@@ -63,15 +71,19 @@ class StatusNotifierItem {
   const std::string iconThemeFolder_;
   Callbacks callbacks_;
   Look look_;
+  Look announced_;
+  guint announcement_ = 0;
   std::vector<MenuItem> menuItems_;
   GDBusNodeInfo* const node_;
   guint watch_ = 0;
   bool trayPresent_ = false;
-  // While visible. The item has a name of its own: a tray forgets the item when that name goes,
+  Phase phase_ = Phase::kHidden;
+  guint leaving_ = 0;  // the end of kLeaving
+  // While shown. The item has a name of its own: a tray forgets the item when that name goes,
   // and the program stays on the bus.
   guint ownedName_ = 0;
   std::string busName_;
-  guint registration_ = 0;
+  guint registration_ = 0;  // unless hidden
   std::unique_ptr<DBusMenu> menu_;
 };
 

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <optional>
+#include <sstream>
 
 #include "driver/loopback_protocol.h"
 #include "driver/report.h"
@@ -38,9 +38,24 @@ bool writeAll(int fd, const std::string& text) {
 
 bool replaceFile(const std::string& path, const std::string& text) {
   const std::string temporary = path + ".new";
-  UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  // What a crash left there, or whatever else it is: neither waited for nor written through.
+  unlink(temporary.c_str());
+  UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.valid() || !writeAll(file.get(), text) || fsync(file.get()) != 0) return false;
   return rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+// Empty for what is no ordinary file, or none of ours: that would be larger.
+std::string contentsOf(const std::string& path) {
+  constexpr std::size_t kMost_bytes = 64 * 1024;
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  std::string text(kMost_bytes, '\0');
+  const ssize_t count = read(file.get(), text.data(), text.size());
+  if (count < 0 || static_cast<std::size_t>(count) == kMost_bytes) return {};
+  text.resize(static_cast<std::size_t>(count));
+  return text;
 }
 
 const char* environmentPath(const char* name) {
@@ -51,7 +66,7 @@ const char* environmentPath(const char* name) {
 }  // namespace
 
 DefaultChoice ChoiceFile::load() {
-  std::ifstream file(path_);
+  std::istringstream file(contentsOf(path_));
   std::string kind;
   MetadataValue choice;
   if (!std::getline(file, kind) || kind != kChoice) return std::nullopt;

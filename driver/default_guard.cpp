@@ -1,49 +1,27 @@
 #include "driver/default_guard.h"
 
-#include <spa/utils/json.h>
-
 #include <algorithm>
-#include <string_view>
 
+#include "driver/default_value.h"
 #include "driver/loopback_protocol.h"
 
 namespace loopback {
-namespace {
-
-// "\u001f"
-constexpr std::size_t kLongestEscape = 6;
-
-}  // namespace
 
 std::string deviceNameOf(const DefaultChoice& choice) {
-  if (!choice) return {};
-  spa_json outer{};
-  spa_json object{};
-  spa_json_init(&outer, choice->value.data(), choice->value.size());
-  if (spa_json_enter_object(&outer, &object) <= 0) return {};
-  // No string of the value is longer than the value.
-  const int size = static_cast<int>(choice->value.size()) + 1;
-  std::string text(static_cast<std::size_t>(size), '\0');
-  while (spa_json_get_string(&object, text.data(), size) > 0) {
-    if (std::string_view(text.c_str()) == "name") {
-      return spa_json_get_string(&object, text.data(), size) > 0 ? text.c_str() : "";
-    }
-    const char* skipped = nullptr;
-    if (spa_json_next(&object, &skipped) <= 0) break;
-  }
-  return {};
+  return choice ? nameInDefault(choice->value).value_or("") : "";
 }
 
 DefaultChoice choiceOf(const std::string& deviceName) {
-  std::string quoted(kLongestEscape * deviceName.size() + 3, '\0');
-  const int length =
-      spa_json_encode_string(quoted.data(), static_cast<int>(quoted.size()), deviceName.c_str());
-  quoted.resize(static_cast<std::size_t>(length));
-  return MetadataValue{kDefaultValueType, "{ \"name\": " + quoted + " }"};
+  return MetadataValue{kDefaultValueType, defaultWithName(deviceName)};
 }
 
 DefaultGuard::DefaultGuard(DefaultKeys& keys, ChoiceMemory& memory)
     : keys_(keys), memory_(memory), remembered_(memory.load()) {}
+
+void DefaultGuard::serve() {
+  serves_ = true;
+  if (!shown_ && loopbackIsConfigured()) putBack();
+}
 
 void DefaultGuard::configuredChanged(const DefaultChoice& choice) {
   configured_ = choice;
@@ -114,6 +92,7 @@ void DefaultGuard::remember(const DefaultChoice& choice) {
 }
 
 void DefaultGuard::putBack() {
+  if (!serves_) return;
   configured_ = remembered_;
   keys_.setConfigured(remembered_);
 }

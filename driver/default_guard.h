@@ -44,6 +44,9 @@ class DefaultGuard {
  public:
   DefaultGuard(DefaultKeys& keys, ChoiceMemory& memory);
 
+  // Before, it follows what happens and writes nothing: another driver may be serving.
+  void serve();
+
   void configuredChanged(const DefaultChoice& choice);
   void effectiveChanged(const DefaultChoice& choice);
   // The session manager is there and all keys it had set have been reported.
@@ -75,6 +78,7 @@ class DefaultGuard {
   DefaultChoice remembered_;
   std::string lastRealDefault_;
   std::map<std::string, int> sinks_;  // name to priority
+  bool serves_ = false;
   bool managerReady_ = false;
   bool shown_ = false;
   // The session manager took the loopback for its default by itself and was corrected; it still

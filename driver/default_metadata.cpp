@@ -130,11 +130,10 @@ void DefaultMetadata::bind() {
   mustReadAgain_ = isReading_;
   if (mustReadAgain_ || global_ == SPA_ID_INVALID) return;
   release();
-  metadata_ = static_cast<pw_metadata*>(
+  metadata_.reset(
       pw_registry_bind(registry_, global_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-  if (metadata_ == nullptr) return;
-  listener_ = {};
-  pw_metadata_add_listener(metadata_, &listener_, &kEvents, this);
+  if (!metadata_) return;
+  metadata_.listen(&kEvents, this);
   read_ = {};
   isReading_ = true;
   readSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
@@ -144,19 +143,19 @@ void DefaultMetadata::release() {
   isReading_ = false;
   mustReadAgain_ = false;
   hangs_ = false;
-  if (metadata_ == nullptr) return;
-  spa_hook_remove(&listener_);
-  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(metadata_, nullptr)));
+  metadata_.reset();
 }
 
 void DefaultMetadata::readAgain(std::function<void()> action) {
+  awaited_ = nullptr;
   if (!isStuck_) bind();
   if (!isReading_) return action();
   await(std::move(action));
 }
 
 void DefaultMetadata::afterWrites(std::function<void()> action) {
-  if (metadata_ == nullptr || hangs_) return action();
+  awaited_ = nullptr;
+  if (!metadata_ || hangs_) return action();
   await(std::move(action));
 }
 
@@ -179,8 +178,9 @@ void DefaultMetadata::setEffective(const DefaultChoice& choice) {
 }
 
 void DefaultMetadata::set(const char* key, const DefaultChoice& choice) {
-  if (metadata_ == nullptr) return;
-  pw_metadata_set_property(metadata_, PW_ID_CORE, key, choice ? choice->type.c_str() : nullptr,
+  if (!metadata_) return;
+  pw_metadata_set_property(metadata_.as<pw_metadata>(), PW_ID_CORE, key,
+                           choice ? choice->type.c_str() : nullptr,
                            choice ? choice->value.c_str() : nullptr);
 }
 
@@ -242,6 +242,7 @@ void DefaultMetadata::answered(int sequence) {
 }
 
 void DefaultMetadata::answerIsLate() {
+  if (!awaited_) return;
   hangs_ = true;
   runAwaited();
 }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "driver/bound_proxy.h"
 #include "driver/default_guard.h"
 
 namespace loopback {
@@ -41,7 +42,7 @@ class DefaultMetadata : public DefaultKeys {
 
   // Calls `action` when the guard knows the keys as they are now, or in kAnswerLimit: a session
   // manager that hangs tells the guard later, one that is away tells it nothing. One action waits
-  // at a time, that of this or of afterWrites().
+  // at a time, that of the latest call of this or of afterWrites().
   void readAgain(std::function<void()> action);
   // Calls `action` when the daemon has passed all that was set on to the session manager, or in
   // kAnswerLimit.
@@ -56,7 +57,7 @@ class DefaultMetadata : public DefaultKeys {
   [[nodiscard]] bool hangs() const { return hangs_; }
   // Whether there is one that was last heard to use the loopback, or to be told to.
   [[nodiscard]] bool isLoopbackDefault() const {
-    return metadata_ != nullptr && (isLoopbackConfigured_ || isLoopbackUsed_);
+    return metadata_ && (isLoopbackConfigured_ || isLoopbackUsed_);
   }
 
   void setConfigured(const DefaultChoice& choice) override;
@@ -99,8 +100,7 @@ class DefaultMetadata : public DefaultKeys {
   spa_hook registryListener_{};
 
   std::uint32_t global_ = SPA_ID_INVALID;
-  pw_metadata* metadata_ = nullptr;
-  spa_hook listener_{};
+  BoundProxy metadata_;
   bool isReading_ = false;  // bound, not answered yet
   bool mustReadAgain_ = false;
   bool hangs_ = false;

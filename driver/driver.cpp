@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "driver/bound_proxy.h"
+#include "driver/choice_file.h"
 #include "driver/loopback_protocol.h"
 #include "driver/report.h"
 
@@ -22,6 +24,9 @@ constexpr timespec kStopLimit{.tv_sec = 0, .tv_nsec = 900'000'000};
 constexpr timespec kLookInterval{.tv_sec = 0, .tv_nsec = 5'000'000};
 constexpr int kQuietLooks = 5;
 constexpr int kMostLooks = 70;
+
+// What another driver that is found at the start gets to leave, if that is what it does.
+constexpr timespec kPredecessorLimit{.tv_sec = 1, .tv_nsec = 500'000'000};
 
 std::string lookup(const spa_dict& properties, const char* key) {
   const char* value = spa_dict_lookup(&properties, key);
@@ -48,26 +53,19 @@ std::vector<std::string> successorArguments(const std::string& remote) {
 
 struct Driver::Client {
   Client(Driver& owner, std::uint32_t id) : driver(owner), global(id) {}
-  ~Client() {
-    if (proxy == nullptr) return;
-    spa_hook_remove(&listener);
-    pw_proxy_destroy(proxy);
-  }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
 
   Driver& driver;
   std::uint32_t global;
-  pw_proxy* proxy = nullptr;
-  spa_hook listener{};
+  BoundProxy proxy;
 };
 
 Driver::Driver(const Options& options)
     : options_(options),
       guardProcess_(successorArguments(options.remote), options.takeover),
-      choiceFile_(ChoiceFile::defaultPath()),
-      defaultGuard_(defaults_, choiceFile_),
-      sink_(options.version, [this] { deviceLost(); }) {
+      choices_(std::make_unique<ChoiceFile>(ChoiceFile::defaultPath())),
+      defaultGuard_(defaults_, choices_),
+      sink_(options.version,
+            {.onMade = [this] { deviceMade(); }, .onLost = [this] { deviceLost(); }}) {
   defaults_.follow(defaultGuard_);
 }
 
@@ -91,6 +89,9 @@ int Driver::run() {
   loop_ = pw_main_loop_get_loop(mainLoop_);
   departureTimer_ = pw_loop_add_timer(
       loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->awaitDeparture(); }, this);
+  predecessorTimer_ = pw_loop_add_timer(
+      loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->yieldToAnotherDriver(); },
+      this);
   watchSignals();
   watchGuard();
   if (!connect()) return EXIT_FAILURE;
@@ -173,24 +174,30 @@ void Driver::guardDied() {
 }
 
 void Driver::announce() {
-  if (anotherDriver_) {
-    yieldToAnotherDriver();
+  if (phase_ != DevicePhase::kStarting || requests_.isClosed()) return;
+  if (!otherDrivers_.empty()) {
+    timespec limit = kPredecessorLimit;
+    pw_loop_update_timer(loop_, predecessorTimer_, &limit, nullptr, false);
     return;
   }
-  const spa_dict_item item{kLoopbackDriverKey, options_.version.c_str()};
-  const spa_dict announcement = SPA_DICT_INIT(&item, 1);
-  pw_client_update_properties(pw_core_get_client(core_), &announcement);
-  announced_ = true;
+  enter(DevicePhase::kHidden);
+  publishGrants();
+  publish(kLoopbackDriverKey, options_.version);
+  defaultGuard_.serve();
+}
+
+void Driver::yieldToAnotherDriver() {
+  if (requests_.isClosed()) return;
+  report("another one serves this daemon already");
+  stop();
 }
 
 void Driver::stop() {
-  if (stopping_) return;
-  stopping_ = true;
+  if (requests_.isClosed()) return;
+  requests_.close();
+  // Who starts now must not take this for a driver that serves.
+  if (phase_ != DevicePhase::kStarting) publish(kLoopbackDriverKey, {});
   followRequests();
-  if (!isChanging_) {
-    isChanging_ = true;
-    defaults_.afterWrites([this] { changed(); });
-  }
   // A daemon that does not answer must not keep the session from ending.
   spa_source* limit = pw_loop_add_timer(
       loop_,
@@ -225,10 +232,10 @@ void Driver::globalRemoved(std::uint32_t global) {
   const std::string sink = sinks_.sinkName(global);
   if (!sink.empty()) defaultGuard_.sinkGone(sink);
   sinks_.remove(global);
-  if (clients_.erase(global) > 0) {
-    requests_.clientGone(global);
-    followRequests();
-  }
+  if (clients_.erase(global) == 0) return;
+  driverGone(global);
+  requests_.clientGone(global);
+  followRequests();
 }
 
 void Driver::nodeAppeared(std::uint32_t global, const spa_dict& properties) {
@@ -252,105 +259,164 @@ void Driver::clientAppeared(std::uint32_t global) {
     return events;
   }();
   auto client = std::make_unique<Client>(*this, global);
-  client->proxy = static_cast<pw_proxy*>(
+  client->proxy.reset(
       pw_registry_bind(registry_, global, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
-  if (client->proxy == nullptr) return;
-  pw_client_add_listener(reinterpret_cast<pw_client*>(client->proxy), &client->listener, &kEvents,
-                         client.get());
+  if (!client->proxy) return;
+  client->proxy.listen(&kEvents, client.get());
   clients_[global] = std::move(client);
 }
 
 void Driver::clientInfo(std::uint32_t global, const spa_dict& properties) {
-  if (!lookup(properties, kLoopbackDriverKey).empty()) driverFound(global);
-  requests_.requestIs(global, lookup(properties, kLoopbackRequestKey), announced_);
+  const bool isDriver =
+      !lookup(properties, kLoopbackDriverKey).empty() && ownProgram_.isRunBy(properties);
+  isDriver ? driverFound(global) : driverGone(global);
+  requests_.requestIs(
+      global,
+      {lookup(properties, kLoopbackRequestKey), lookup(properties, kLoopbackRequestNumberKey)},
+      phase_ != DevicePhase::kStarting);
   followRequests();
 }
 
 void Driver::driverFound(std::uint32_t global) {
-  if (!announced_) {
-    anotherDriver_ = true;
-    return;
-  }
-  // Of two that started in the same moment one has to go, and both have to agree which.
   const auto own = pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(core_)));
-  if (global < own) yieldToAnotherDriver();
+  if (global == own) return;
+  otherDrivers_.insert(global);
+  // Of two that started in the same moment one has to go, and both have to agree which.
+  if (phase_ != DevicePhase::kStarting && global < own) yieldToAnotherDriver();
 }
 
-void Driver::yieldToAnotherDriver() {
-  if (!stopping_) report("another one serves this daemon already");
-  stop();
+void Driver::driverGone(std::uint32_t global) {
+  if (otherDrivers_.erase(global) == 0 || !otherDrivers_.empty()) return;
+  timespec never{};
+  pw_loop_update_timer(loop_, predecessorTimer_, &never, nullptr, false);
+  // What was asked about the others has to be known before.
+  if (phase_ == DevicePhase::kStarting) afterRoundTrip([this] { announce(); });
 }
 
 void Driver::daemonGone() {
-  if (!stopping_) report("the connection to PipeWire has ended");
-  stopping_ = true;
+  if (!requests_.isClosed()) report("the connection to PipeWire has ended");
+  requests_.close();
   pw_main_loop_quit(mainLoop_);
 }
 
-bool Driver::isWanted() const {
-  return requests_.anyoneAsks() && !stopping_;
-}
-
 void Driver::followRequests() {
-  if (isChanging_ || isWanted() == sink_.isShown()) return;
-  isChanging_ = true;
-  defaults_.readAgain([this] {
-    if (isWanted() && !sink_.isShown()) {
-      show();
-    } else if (!isWanted()) {
-      hide();
-    } else {
-      changed();
-    }
-  });
-}
-
-void Driver::show() {
-  defaultGuard_.willShow();
-  if (sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) {
-    changed();
-  } else {
-    requests_.forgetAll();
-    hide();
+  switch (phase_) {
+    case DevicePhase::kStarting:
+    case DevicePhase::kHidden:
+      if (requests_.isClosed()) return endWhenHidden();
+      if (requests_.anyoneAsks()) startShowing();
+      return;
+    case DevicePhase::kShowing:
+      return;  // looks when the device is there
+    case DevicePhase::kShown:
+      if (!requests_.anyoneAsks()) return startLeaving();
+      return publishGrants();
+    case DevicePhase::kLeaving:
+      if (requests_.anyoneAsks() && sink_.exists()) stay();
+      return;
   }
 }
 
-void Driver::hide() {
-  looks_ = 0;
-  quietLooks_ = isInUse() ? 0 : kQuietLooks;
+void Driver::enter(DevicePhase phase) {
+  if (!mayFollow(phase_, phase)) {
+    // The guard starts another, which begins with putting everything back.
+    report("is in a state that it should not be in, and ends");
+    std::abort();
+  }
+  phase_ = phase;
+}
+
+void Driver::startShowing() {
+  enter(DevicePhase::kShowing);
+  defaults_.readAgain([this] { makeDevice(); });
+}
+
+void Driver::makeDevice() {
+  if (!requests_.anyoneAsks()) return startLeaving();
+  defaultGuard_.willShow();
+  if (sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) return;
+  requests_.forgetAll();
+  startLeaving();
+}
+
+void Driver::deviceMade() {
+  if (phase_ == DevicePhase::kShowing) deviceIsThere();
+}
+
+void Driver::stay() {
+  enter(DevicePhase::kShowing);
+  timespec never{};
+  pw_loop_update_timer(loop_, departureTimer_, &never, nullptr, false);
+  defaultGuard_.willShow();
+  // Whoever is told that the device stays may make it the default; what was put back must not come
+  // after that.
+  defaults_.afterWrites([this] { deviceIsThere(); });
+}
+
+void Driver::deviceIsThere() {
+  enter(DevicePhase::kShown);
+  defaults_.readAgainLater();
+  followRequests();
+}
+
+void Driver::startLeaving() {
+  enter(DevicePhase::kLeaving);
+  publishGrants();
+  defaults_.readAgain([this] { putDefaultsBack(); });
+}
+
+void Driver::putDefaultsBack() {
+  const bool wasInUse = isInUse();
   defaultGuard_.willHide();
-  defaults_.afterWrites([this] { awaitDeparture(); });
+  defaults_.afterWrites([this, wasInUse] {
+    if (!wasInUse && !isInUse()) return takeAway();
+    looks_ = 0;
+    quietLooks_ = 0;
+    awaitDeparture();
+  });
 }
 
 void Driver::awaitDeparture() {
   quietLooks_ = isInUse() ? 0 : quietLooks_ + 1;
-  if (quietLooks_ > kQuietLooks || ++looks_ > kMostLooks) return takeAway();
+  const bool isNeeded = sink_.exists() && quietLooks_ <= kQuietLooks && ++looks_ <= kMostLooks;
+  if (!isNeeded) return takeAway();
   timespec interval = kLookInterval;
   pw_loop_update_timer(loop_, departureTimer_, &interval, nullptr, false);
 }
 
 bool Driver::isInUse() const {
-  return sink_.isShown() && !defaults_.hangs() &&
+  return sink_.exists() && !defaults_.hangs() &&
          (defaults_.isLoopbackDefault() || sinks_.isPlayedTo(sink_.node()));
 }
 
 void Driver::takeAway() {
   sink_.hide();
-  changed();
-}
-
-void Driver::changed() {
-  isChanging_ = false;
+  enter(DevicePhase::kHidden);
   defaults_.readAgainLater();
-  if (stopping_ && !sink_.isShown()) afterRoundTrip([this] { pw_main_loop_quit(mainLoop_); });
   followRequests();
 }
 
 void Driver::deviceLost() {
   requests_.forgetAll();
-  if (isChanging_) return;
-  isChanging_ = true;
-  defaults_.readAgain([this] { hide(); });
+  if (phase_ != DevicePhase::kLeaving) startLeaving();
+}
+
+void Driver::publishGrants() {
+  const std::string granted =
+      phase_ == DevicePhase::kShown ? requests_.askers() : kLoopbackNoneGranted;
+  if (granted == granted_) return;
+  granted_ = granted;
+  publish(kLoopbackGrantedKey, granted);
+}
+
+void Driver::publish(const char* key, const std::string& value) {
+  const spa_dict_item item{key, value.empty() ? nullptr : value.c_str()};
+  const spa_dict properties = SPA_DICT_INIT(&item, 1);
+  pw_client_update_properties(pw_core_get_client(core_), &properties);
+}
+
+void Driver::endWhenHidden() {
+  defaults_.afterWrites([this] { afterRoundTrip([this] { pw_main_loop_quit(mainLoop_); }); });
 }
 
 }  // namespace loopback

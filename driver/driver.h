@@ -6,15 +6,18 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
-#include "driver/choice_file.h"
+#include "driver/choice_writer.h"
 #include "driver/default_guard.h"
 #include "driver/default_metadata.h"
+#include "driver/device_phase.h"
 #include "driver/guard_process.h"
 #include "driver/loopback_sink.h"
 #include "driver/request_book.h"
 #include "driver/sink_directory.h"
+#include "driver/vouched_program.h"
 
 namespace loopback {
 
@@ -33,7 +36,7 @@ class Driver {
   Driver(const Driver&) = delete;
   Driver& operator=(const Driver&) = delete;
 
-  // Until a signal, the daemon's end or a second driver ends it; returns the exit code. Messages go
+  // Until a signal, the daemon's end or another driver ends it; returns the exit code. Messages go
   // to stderr.
   int run();
 
@@ -44,7 +47,9 @@ class Driver {
   void watchSignals();
   void watchGuard();
   void guardDied();
+  // Serves from now on, unless another driver does; that may be on its way out, and gets some time.
   void announce();
+  void yieldToAnotherDriver();
   void stop();
   // Runs `action` when the daemon has answered all that was asked for so far.
   void afterRoundTrip(std::function<void()> action);
@@ -54,22 +59,32 @@ class Driver {
   void nodeAppeared(std::uint32_t global, const spa_dict& properties);
   void clientAppeared(std::uint32_t global);
   void clientInfo(std::uint32_t global, const spa_dict& properties);
+  // Of a client that is another driver, or is none any more.
   void driverFound(std::uint32_t global);
-  void yieldToAnotherDriver();
+  void driverGone(std::uint32_t global);
   void daemonGone();
 
-  [[nodiscard]] bool isWanted() const;
-  // Shows or hides the device as the requests ask for, after a look at the default keys: one change
-  // at a time, each ends in changed().
+  // Does what the requests ask for, if the phase lets it; every phase looks again when it ends.
   void followRequests();
-  void show();
-  void hide();
+  void enter(DevicePhase phase);
+  void startShowing();
+  void makeDevice();
+  void deviceMade();
+  // Undoes what a departure has done so far.
+  void stay();
+  void deviceIsThere();
+  void startLeaving();
+  void putDefaultsBack();
   // Keeps the device until the session manager has taken all streams off it.
   void awaitDeparture();
   [[nodiscard]] bool isInUse() const;
   void takeAway();
-  void changed();
   void deviceLost();
+  // Says for whom the device is there and stays.
+  void publishGrants();
+  void publish(const char* key, const std::string& value);
+  // Ends the process when the daemon has all that was said to it.
+  void endWhenHidden();
 
   Options options_;
   pw_main_loop* mainLoop_ = nullptr;
@@ -82,21 +97,23 @@ class Driver {
   spa_source* guardSource_ = nullptr;
 
   GuardProcess guardProcess_;
-  ChoiceFile choiceFile_;
+  const VouchedProgram ownProgram_ = VouchedProgram::ownProgram();
+  ChoiceWriter choices_;
   DefaultMetadata defaults_;
   DefaultGuard defaultGuard_;
   RequestBook requests_;
   SinkDirectory sinks_;
   LoopbackSink sink_;
   std::map<std::uint32_t, std::unique_ptr<Client>> clients_;
+  std::set<std::uint32_t> otherDrivers_;
   std::map<int, std::function<void()>> roundTrips_;
-  bool announced_ = false;
-  bool anotherDriver_ = false;
-  bool stopping_ = false;
-  bool isChanging_ = false;
+  DevicePhase phase_ = DevicePhase::kStarting;
+  std::string granted_;  // as last published
+  spa_source* predecessorTimer_ = nullptr;
   spa_source* departureTimer_ = nullptr;
-  int looks_ = 0;       // at the device that is to go
-  int quietLooks_ = 0;  // of these, the latest that saw nobody use it
+  // While leaving: looks at the device so far, and of these the latest that saw nobody use it.
+  int looks_ = 0;
+  int quietLooks_ = 0;
   int exitCode_ = 0;
 };
 

@@ -41,13 +41,16 @@ std::string localizedDeviceName() {
   return "Computer (loopback)";
 }
 
-LoopbackSink::LoopbackSink(std::string version, std::function<void()> onLost)
-    : version_(std::move(version)), onLost_(std::move(onLost)) {}
+LoopbackSink::LoopbackSink(std::string version, Callbacks callbacks)
+    : version_(std::move(version)), callbacks_(std::move(callbacks)) {}
 
 bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels) {
   static const pw_proxy_events kEvents = [] {
     pw_proxy_events events{};
     events.version = PW_VERSION_PROXY_EVENTS;
+    events.bound = [](void* data, std::uint32_t) {
+      static_cast<LoopbackSink*>(data)->callbacks_.onMade();
+    };
     events.removed = [](void* data) { static_cast<LoopbackSink*>(data)->lost(); };
     events.error = [](void* data, int, int, const char* message) {
       report(std::string("PipeWire cannot make the device: ") + message);
@@ -66,27 +69,20 @@ bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels)
       "session.suspend-timeout-seconds", "0", PW_KEY_PRIORITY_SESSION, "-1000", nullptr);
   pw_properties_set(properties, "audio.position", joined(channels).c_str());
   pw_properties_setf(properties, PW_KEY_AUDIO_CHANNELS, "%zu", channels.size());
-  proxy_ = static_cast<pw_proxy*>(pw_core_create_object(core, "adapter", PW_TYPE_INTERFACE_Node,
-                                                        PW_VERSION_NODE, &properties->dict, 0));
+  proxy_.reset(pw_core_create_object(core, "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
+                                     &properties->dict, 0));
   pw_properties_free(properties);
-  if (proxy_ == nullptr) {
+  if (!proxy_) {
     reportErrno("cannot ask PipeWire for the device");
     return false;
   }
-  listener_ = {};
-  pw_proxy_add_listener(proxy_, &listener_, &kEvents, this);
+  proxy_.listenToProxy(&kEvents, this);
   return true;
-}
-
-void LoopbackSink::hide() {
-  if (proxy_ == nullptr) return;
-  spa_hook_remove(&listener_);
-  pw_proxy_destroy(std::exchange(proxy_, nullptr));
 }
 
 void LoopbackSink::lost() {
   hide();
-  onLost_();
+  callbacks_.onLost();
 }
 
 }  // namespace loopback

@@ -1,21 +1,28 @@
 // Asks for the loopback device from its start on. SIGUSR1 makes it take the request back, SIGUSR2
-// makes it ask again; it lives until it is killed or the daemon is gone.
+// makes it ask again; it lives until it is killed or the daemon is gone. Its requests are numbered
+// from 1 on, unless it is started with --without-numbers.
 
 #include <pipewire/pipewire.h>
 
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 #include "driver/loopback_protocol.h"
 
 namespace {
 
 pw_core* theCore = nullptr;
+bool hasNumbers = true;
+int requests = 0;
 
 void request(const char* value) {
-  const spa_dict_item item{loopback::kLoopbackRequestKey, value};
-  const spa_dict properties = SPA_DICT_INIT(&item, 1);
+  const std::string number = std::to_string(++requests);
+  const spa_dict_item items[] = {{loopback::kLoopbackRequestKey, value},
+                                 {loopback::kLoopbackRequestNumberKey, number.c_str()}};
+  const spa_dict properties = SPA_DICT_INIT(items, hasNumbers ? 2U : 1U);
   pw_client_update_properties(pw_core_get_client(theCore), &properties);
 }
 
@@ -40,6 +47,7 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGUSR2);
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   pw_init(&argc, &argv);
+  hasNumbers = argc < 2 || std::strcmp(argv[1], "--without-numbers") != 0;
   pw_main_loop* loop = pw_main_loop_new(nullptr);
   pw_context* context = pw_context_new(pw_main_loop_get_loop(loop), nullptr, 0);
   theCore = pw_context_connect(context, nullptr, 0);

@@ -38,6 +38,7 @@ class FakeMemory : public loopback::ChoiceMemory {
 
 class DefaultGuardTest : public testing::Test {
  protected:
+  DefaultGuardTest() { guard.serve(); }
   // The session manager has reported the user's choice and what it uses.
   void start(const DefaultChoice& configured, const std::string& used) {
     if (configured) guard.configuredChanged(configured);
@@ -81,6 +82,7 @@ TEST_F(DefaultGuardTest, PutsExactlyTheUsersValueBack) {
 TEST_F(DefaultGuardTest, ClearsTheKeyWhereTheUserHadChosenNothing) {
   memory.choice = choiceOf("long ago");
   DefaultGuard fresh(keys, memory);
+  fresh.serve();
   fresh.effectiveChanged(choiceOf("speaker"));
   fresh.sessionManagerReady();
   fresh.willShow();
@@ -110,6 +112,7 @@ TEST_F(DefaultGuardTest, KeepsThatTheUserClearsTheChoiceDuringTheRecording) {
 TEST_F(DefaultGuardTest, TakesALeftoverOfACrashBackToTheRememberedChoice) {
   memory.choice = choiceOf("speaker");
   DefaultGuard fresh(keys, memory);
+  fresh.serve();
   fresh.configuredChanged(kLoopback);
   EXPECT_EQ(keys.configured, std::vector<DefaultChoice>{choiceOf("speaker")});
 }
@@ -122,6 +125,7 @@ TEST_F(DefaultGuardTest, ClearsALeftoverWhenNothingIsRemembered) {
 TEST_F(DefaultGuardTest, AnEmptySessionManagerDoesNotMakeItForget) {
   memory.choice = choiceOf("speaker");
   DefaultGuard fresh(keys, memory);
+  fresh.serve();
   fresh.sessionManagerReady();
   fresh.configuredChanged(kLoopback);
   EXPECT_EQ(keys.configured, std::vector<DefaultChoice>{choiceOf("speaker")});

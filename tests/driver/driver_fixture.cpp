@@ -1,5 +1,7 @@
 #include "tests/driver/driver_fixture.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <csignal>
@@ -77,6 +79,14 @@ std::unique_ptr<ChildProcess> DriverTest::startDriver() {
   return std::make_unique<ChildProcess>(ChildProcess::Command{{LOOPBACK_DRIVER}, {}, {}});
 }
 
+bool DriverTest::serves(const ChildProcess& driver) {
+  const auto clients = control().clientProperties();
+  return std::any_of(clients.begin(), clients.end(), [&](const auto& client) {
+    return client.contains(loopback::kLoopbackDriverKey) &&
+           client.at("pipewire.sec.pid") == std::to_string(driver.pid());
+  });
+}
+
 std::unique_ptr<ChildProcess> DriverTest::startAsker() {
   auto asker = std::make_unique<ChildProcess>(ChildProcess::Command{{LOOPBACK_ASKER}, {}, {}});
   EXPECT_TRUE(waitUntil([this] { return deviceIsShown(); }));
@@ -93,6 +103,23 @@ void DriverTest::askAgain(ChildProcess& asker) {
   EXPECT_TRUE(waitUntil([this] { return deviceIsShown(); }));
 }
 
+std::string DriverTest::granted() {
+  for (const auto& client : control().clientProperties()) {
+    const auto answer = client.find(loopback::kLoopbackGrantedKey);
+    if (answer != client.end()) return answer->second;
+  }
+  return {};
+}
+
+bool DriverTest::isGranted(const ChildProcess& asker, int number) {
+  for (const auto& client : control().clientProperties()) {
+    if (client.at("pipewire.sec.pid") != std::to_string(asker.pid())) continue;
+    const std::string answer = client.at("object.id") + ":" + std::to_string(number);
+    return (" " + granted() + " ").find(" " + answer + " ") != std::string::npos;
+  }
+  return false;
+}
+
 std::ptrdiff_t DriverTest::requestsOf(const std::string& value) {
   const auto clients = control().clientProperties();
   return std::count_if(clients.begin(), clients.end(), [&](const auto& client) {
@@ -105,7 +132,8 @@ std::optional<pid_t> DriverTest::driverPid() {
   for (const auto& client : control().clientProperties()) {
     const auto version = client.find(loopback::kLoopbackDriverKey);
     if (version == client.end() || version->second.empty()) continue;
-    return std::stoi(client.at("pipewire.sec.pid"));
+    const pid_t process = std::stoi(client.at("pipewire.sec.pid"));
+    if (process != getpid()) return process;  // a test may say that it is the driver
   }
   return std::nullopt;
 }
@@ -143,9 +171,11 @@ bool DriverTest::waitForConfiguredDefault(const std::string& name) {
   return waitUntil([&] { return configuredDefault() == name; });
 }
 
-std::unique_ptr<ChildProcess> DriverTest::playSomething() {
-  return std::make_unique<ChildProcess>(
-      ChildProcess::Command{{kPlayer, "-p", writeSilence(server().directory())}, {}, {}});
+std::unique_ptr<ChildProcess> DriverTest::playSomething(const std::string& sink) {
+  std::vector<std::string> command = {kPlayer, "-p"};
+  if (!sink.empty()) command.insert(command.end(), {"--target", sink});
+  command.push_back(writeSilence(server().directory()));
+  return std::make_unique<ChildProcess>(ChildProcess::Command{command, {}, {}});
 }
 
 std::vector<std::string> DriverTest::sinksHeardOn() {

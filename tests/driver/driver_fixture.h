@@ -31,11 +31,17 @@ class DriverTest : public testing::Test {
   test_support::PrivatePipeWire& server() { return *server_; }
 
   static std::unique_ptr<test_support::ChildProcess> startDriver();
+  // Whether that process announces itself.
+  bool serves(const test_support::ChildProcess& driver);
   // Asks for the device and waits until it is there.
   std::unique_ptr<test_support::ChildProcess> startAsker();
   // For a lone asker: takes its request back, or makes it anew, and waits until that is known.
   void takeBack(test_support::ChildProcess& asker);
   void askAgain(test_support::ChildProcess& asker);
+  // What the driver answers to those who ask; empty when there is no driver.
+  std::string granted();
+  // Whether the answer to that request of that asker is there.
+  bool isGranted(const test_support::ChildProcess& asker, int number);
   // How many clients hold that request.
   std::ptrdiff_t requestsOf(const std::string& value);
   // What a recorder does once the device is there.
@@ -55,8 +61,9 @@ class DriverTest : public testing::Test {
   bool waitForUsedDefault(const std::string& name);
   bool waitForConfiguredDefault(const std::string& name);
 
-  // Plays until the object is gone, wherever the default output leads.
-  std::unique_ptr<test_support::ChildProcess> playSomething();
+  // Plays until the object is gone, wherever the default output leads, or to the sink named
+  // whenever that is there.
+  std::unique_ptr<test_support::ChildProcess> playSomething(const std::string& sink = "");
   // The sinks that it is heard on.
   std::vector<std::string> sinksHeardOn();
   bool waitUntilHeardOn(const std::string& sink);

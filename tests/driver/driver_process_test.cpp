@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,9 @@ using std::chrono::steady_clock;
 using test_support::ChildProcess;
 using test_support::PrivatePipeWire;
 using test_support::waitUntil;
+
+// In the state folder.
+constexpr char kChoiceFile[] = "/com.vantrel.loopbackdevice/configured-default";
 
 TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
   control().setDefaultSink(kSpeaker);
@@ -108,6 +112,10 @@ TEST_F(DriverlessTest, CleansUpWhatADriverLeftThatDiedWithItsGuard) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   auto asker = startAsker();
   makeLoopbackTheDefault();
+  ASSERT_TRUE(waitUntil([this] {
+    return base_test::contentsOf(server().stateHome() + kChoiceFile).find(kSpeaker) !=
+           std::string::npos;
+  }));
   const pid_t guard = awaitGuardOf(driver->pid());
   ASSERT_EQ(kill(guard, SIGSTOP), 0);
   driver->kill();
@@ -120,6 +128,22 @@ TEST_F(DriverlessTest, CleansUpWhatADriverLeftThatDiedWithItsGuard) {
   driver = startDriver();
   EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
   EXPECT_TRUE(waitForUsedDefault(kSpeaker));
+  driver->terminate();
+}
+
+TEST_F(DriverlessTest, AChoiceFileThatCannotBeReadOrWrittenDelaysNothing) {
+  const std::string file = server().stateHome() + kChoiceFile;
+  std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+  ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo((file + ".new").c_str(), 0600), 0);
+  control().setDefaultSink(kSpeaker);
+  const auto driver = startDriver();
+  ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
+  auto asker = startAsker();
+  makeLoopbackTheDefault();
+  asker.reset();
+  EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
+  EXPECT_TRUE(waitForConfiguredDefault(kSpeaker));
   driver->terminate();
 }
 

@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -69,20 +71,25 @@ void tryVersions(Input& input) {
          "the same version when it is written and read again");
 }
 
+std::set<std::string> wordsOf(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
 void tryRequests(Input& input) {
   loopback::RequestBook book;
-  std::map<std::uint32_t, std::string> said;
+  std::map<std::uint32_t, loopback::Request> said;
   std::set<std::uint32_t> asking;
   while (!input.atEnd()) {
     const std::uint8_t step = input.byte();
     const std::uint32_t client = step & 7U;
-    const std::string request = input.text();
+    const loopback::Request request{input.text(), input.text()};
     if (step < 224) {
       const bool isNews = step < 192;
       book.requestIs(client, request, isNews);
       if (said[client] != request) {
         asking.erase(client);
-        if (isNews && request == loopback::kLoopbackRequestShowText) asking.insert(client);
+        if (isNews && request.value == loopback::kLoopbackRequestShowText) asking.insert(client);
       }
       said[client] = request;
     } else if (step < 248) {
@@ -94,6 +101,13 @@ void tryRequests(Input& input) {
       asking.clear();
     }
     expect(book.anyoneAsks() == !asking.empty(), "the device exactly while somebody asks for it");
+    std::set<std::string> answers;
+    for (const std::uint32_t asker : asking) {
+      answers.insert(loopback::grantOf(asker, said[asker].number));
+    }
+    if (answers.empty()) answers.insert(loopback::kLoopbackNoneGranted);
+    expect(wordsOf(book.askers()) == answers,
+           "an answer to everybody who asks, and to nobody else");
   }
 }
 
@@ -126,6 +140,7 @@ void tryDeviceName(const std::string& name) {
 void tryDefaults(Input& input) {
   Session session;
   loopback::DefaultGuard guard(session, session);
+  guard.serve();
   while (!input.atEnd()) {
     const std::uint8_t step = input.byte();
     const std::string text = input.text();

@@ -1,0 +1,62 @@
+#include "driver/choice_writer.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+namespace loopback {
+
+struct ChoiceWriter::Desk {
+  enum class Phase { kNotStarted, kOpen, kClosed, kDone };
+
+  explicit Desk(std::unique_ptr<ChoiceMemory> target) : memory(std::move(target)) {}
+
+  // The thread's life.
+  void work() {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return next.has_value() || phase == Phase::kClosed; });
+      if (!next) break;
+      const DefaultChoice choice = std::move(*std::exchange(next, std::nullopt));
+      lock.unlock();
+      memory->store(choice);
+      lock.lock();
+    }
+    phase = Phase::kDone;
+    changed.notify_all();
+  }
+
+  const std::unique_ptr<ChoiceMemory> memory;
+  std::mutex mutex;
+  std::condition_variable changed;
+  Phase phase = Phase::kNotStarted;   // guarded by mutex
+  std::optional<DefaultChoice> next;  // guarded by mutex
+};
+
+ChoiceWriter::ChoiceWriter(std::unique_ptr<ChoiceMemory> memory)
+    : desk_(std::make_shared<Desk>(std::move(memory))) {}
+
+ChoiceWriter::~ChoiceWriter() {
+  std::unique_lock lock(desk_->mutex);
+  if (desk_->phase == Desk::Phase::kNotStarted) return;
+  desk_->phase = Desk::Phase::kClosed;
+  desk_->changed.notify_all();
+  desk_->changed.wait_for(lock, kFarewell, [this] { return desk_->phase == Desk::Phase::kDone; });
+}
+
+DefaultChoice ChoiceWriter::load() {
+  return desk_->memory->load();
+}
+
+void ChoiceWriter::store(const DefaultChoice& choice) {
+  const std::lock_guard lock(desk_->mutex);
+  desk_->next = choice;
+  if (std::exchange(desk_->phase, Desk::Phase::kOpen) == Desk::Phase::kNotStarted) {
+    std::thread([desk = desk_] { desk->work(); }).detach();
+  }
+  desk_->changed.notify_all();
+}
+
+}  // namespace loopback

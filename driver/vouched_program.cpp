@@ -1,0 +1,71 @@
+#include "driver/vouched_program.h"
+
+#include <pipewire/keys.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace loopback {
+namespace {
+
+constexpr char kOwnProgram[] = "/proc/self/exe";
+// The kernel's, behind the name of a file that has been removed or replaced.
+constexpr std::string_view kDeleted = " (deleted)";
+
+template <typename Number>
+std::optional<Number> numberIn(const spa_dict& properties, const char* key) {
+  const char* text = spa_dict_lookup(&properties, key);
+  if (text == nullptr) return std::nullopt;
+  const std::string_view digits = text;
+  Number number{};
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  return number;
+}
+
+std::string pathBehind(const std::string& link) {
+  std::error_code failed;
+  std::string path = std::filesystem::read_symlink(link, failed).string();
+  if (failed) return {};
+  if (path.ends_with(kDeleted)) path.resize(path.size() - kDeleted.size());
+  return path;
+}
+
+// Another user could put a program of his own at any path that his own view of the files shows.
+bool isNobodyElses(const struct stat& file) {
+  const bool isOurs = file.st_uid == 0 || file.st_uid == geteuid();
+  return isOurs && (file.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+}  // namespace
+
+VouchedProgram::VouchedProgram(std::string path) : path_(std::move(path)) {}
+
+VouchedProgram VouchedProgram::ownProgram() {
+  return VouchedProgram(pathBehind(kOwnProgram));
+}
+
+bool VouchedProgram::isRunBy(const spa_dict& clientProperties) const {
+  const auto process = processOfClient(clientProperties);
+  if (!process || path_.empty()) return false;
+  const std::string link = "/proc/" + std::to_string(*process) + "/exe";
+  struct stat run {};
+  struct stat expected {};
+  if (stat(link.c_str(), &run) != 0) return false;
+  const bool isThatFile = stat(path_.c_str(), &expected) == 0 && run.st_dev == expected.st_dev &&
+                          run.st_ino == expected.st_ino;
+  return isThatFile || (isNobodyElses(run) && pathBehind(link) == path_);
+}
+
+std::optional<pid_t> processOfClient(const spa_dict& clientProperties) {
+  const auto process = numberIn<pid_t>(clientProperties, PW_KEY_SEC_PID);
+  const auto user = numberIn<uid_t>(clientProperties, PW_KEY_SEC_UID);
+  if (!process || *process <= 0 || user != geteuid()) return std::nullopt;
+  return process;
+}
+
+}  // namespace loopback

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -390,6 +391,102 @@ TEST_F(ConnectedHardwareTest, ClockReadsAsStoppedUntilAStreamPublishes) {
     EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
   }
   EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+}
+
+// What a connection has told of itself and of the devices that can be recorded from.
+class ConnectionDiary {
+ public:
+  PipeWireConnection::Callbacks callbacks() {
+    return {[this](const std::string&) { note("lost"); }, [this] { note("regained"); },
+            [this](const std::string& name) { note("+" + name); },
+            [this](const std::string& name) { note("-" + name); }};
+  }
+  [[nodiscard]] std::vector<std::string> entries() const {
+    const std::lock_guard lock(mutex_);
+    return entries_;
+  }
+  bool says(const std::vector<std::string>& expected) const {
+    return waitUntil([&] { return entries() == expected; });
+  }
+
+ private:
+  void note(std::string entry) {
+    const std::lock_guard lock(mutex_);
+    entries_.push_back(std::move(entry));
+  }
+  mutable std::mutex mutex_;
+  std::vector<std::string> entries_;
+};
+
+TEST(AudioHardware, DevicesAreBackWithinASecondOfTheDaemon) {
+  PrivatePipeWire server;
+  auto control = std::make_unique<PipeWireControl>();
+  control->createMicrophone("mic.a");
+  DeviceClockTable clocks;
+  ConnectionDiary diary;
+  PipeWireConnection connection(diary.callbacks());
+  PipeWireAudioHardware hardware(connection, clocks);
+  HardwareReader read(hardware);
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  ASSERT_NE(mic, 0U);
+  std::vector<std::string> expected;
+  for (int restart = 0; restart < 3; ++restart) {
+    server.killDaemon();
+    expected.insert(expected.end(), {"lost", "-mic.a"});
+    EXPECT_TRUE(diary.says(expected)) << testing::PrintToString(diary.entries());
+    EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
+    EXPECT_NE(connection.lostMessage(), "");
+    control.reset();
+
+    server.startDaemon();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(waitUntil([&] { return connection.withGraph([](const AudioGraph&) {}); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_EQ(connection.lostMessage(), "");
+    control = std::make_unique<PipeWireControl>();
+    control->createMicrophone("mic.a");
+    expected.insert(expected.end(), {"regained", "+mic.a"});
+    EXPECT_TRUE(diary.says(expected)) << testing::PrintToString(diary.entries());
+    EXPECT_EQ(read.deviceWithUID("mic.a"), mic);
+    control->setMute("mic.a", true);
+    EXPECT_TRUE(waitUntil(
+        [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 1U; }));
+  }
+
+  // What is set goes to the daemon of now.
+  control->createSink("sink.a");
+  control->createSink("sink.b");
+  control->setDefaultSink("sink.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("sink.b") != 0; }));
+  EXPECT_TRUE(waitUntil([&] { return connection.setConfiguredDefaultSink("sink.b"); }));
+  EXPECT_TRUE(waitUntil([&] {
+    return control->metadata("default.configured.audio.sink") == R"({"name":"sink.b"})";
+  }));
+}
+
+TEST(AudioHardware, DaemonThatIsStartedLateIsFound) {
+  PrivatePipeWire server(PrivatePipeWire::Options::busOnly());
+  ConnectionDiary diary;
+  PipeWireConnection connection(diary.callbacks());
+  EXPECT_TRUE(diary.says({"lost"}));
+  server.startDaemon();
+  PipeWireControl control;
+  control.createMicrophone("mic.a");
+  EXPECT_TRUE(diary.says({"lost", "regained", "+mic.a"}))
+      << testing::PrintToString(diary.entries());
+}
+
+TEST(AudioHardware, DaemonThatAnswersTooLateIsStillHeard) {
+  PrivatePipeWire server;
+  PipeWireControl control;
+  control.createMicrophone("mic.a");
+  server.daemon().sendSignal(SIGSTOP);
+  ConnectionDiary diary;
+  PipeWireConnection connection(diary.callbacks());
+  EXPECT_TRUE(diary.says({"lost"}));
+  server.daemon().sendSignal(SIGCONT);
+  EXPECT_TRUE(diary.says({"lost", "regained", "+mic.a"}))
+      << testing::PrintToString(diary.entries());
 }
 
 TEST_F(AudioHardwareTest, DeathOfTheDaemonIsReportedOnceAndReadsFail) {

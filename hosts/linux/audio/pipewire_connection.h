@@ -17,22 +17,30 @@ namespace linux_host {
 // current on a thread of its own.
 //
 // Construction returns at once and connects in the background; readers wait for the first complete
-// picture, but never longer than kStartLimit after the construction. When the daemon is absent or
-// dies, every read fails from then on and onLost is called once. A connection is never re-made.
+// picture, but never longer than kStartLimit after the construction. When the daemon is absent,
+// does not answer or dies, every read fails and onLost is called. From then on the connection looks
+// for a daemon every kReturnPoll, for as long as it takes: restarted daemons come back within a
+// second. Then onRegained is called, reads see what there is now, and devices have the ids they
+// had.
 //
 // Calls on any thread except the connection's own and audio callbacks.
 class PipeWireConnection {
  public:
   static constexpr std::chrono::milliseconds kStartLimit{2000};
   static constexpr std::chrono::milliseconds kAnswerLimit{200};
+  static constexpr std::chrono::milliseconds kReturnPoll{250};
 
+  using DeviceCallback = std::function<void(const std::string& nodeName)>;
   struct Callbacks {
-    // Says what happened and what to do about it. On the connection's thread, once at most.
+    // Says what happened and what to do about it. On the connection's thread, once for each loss.
     std::function<void(const std::string& message)> onLost;
-    // A capturable device (its node.name) came or went after the first picture. On the
-    // connection's thread; `deviceWentAway` may call nothing of the connection but reads.
-    std::function<void(const std::string& nodeName)> onCaptureDeviceAdded;
-    std::function<void(const std::string& nodeName)> onCaptureDeviceRemoved;
+    // The connection stands again. On the connection's thread.
+    std::function<void()> onRegained;
+    // A capturable device (its node.name) came or went after the first picture; all of them go with
+    // the daemon and come with the next. On the connection's thread, which may call nothing of the
+    // connection but reads.
+    DeviceCallback onCaptureDeviceAdded;
+    DeviceCallback onCaptureDeviceRemoved;
   };
 
   explicit PipeWireConnection(Callbacks callbacks = {});
@@ -43,8 +51,7 @@ class PipeWireConnection {
   PipeWireConnection& operator=(const PipeWireConnection&) = delete;
 
   // Replaces the two capture device callbacks; null ends them, and none runs after the return.
-  void setCaptureDeviceCallbacks(std::function<void(const std::string&)> onAdded,
-                                 std::function<void(const std::string&)> onRemoved);
+  void setCaptureDeviceCallbacks(DeviceCallback onAdded, DeviceCallback onRemoved);
 
   // Calls `read` with the current picture, which stays still meanwhile; false, and no call, when
   // there is none. `read` must be short and must not call the connection.
@@ -55,33 +62,41 @@ class PipeWireConnection {
   // Both return at once; false when the connection is lost or (the default) when there is no
   // session manager to keep it.
   bool setConfiguredDefaultSink(const std::string& nodeName);
-  // Puts a property on this client, for others to see, until the connection ends.
+  // Puts a property on this client, for others to see, until the connection ends or is lost.
   bool setOwnProperty(const std::string& key, const std::string& value);
 
  private:
-  struct Remote;  // all that lives on the loop's thread
+  class Remote;  // all that lives on the loop's thread
 
-  [[nodiscard]] bool waitUntilReady(std::unique_lock<std::mutex>& lock) const;
+  // Who may follow whom: kConnecting -> kStanding or kLost, kStanding -> kLost, kLost -> kStanding.
+  enum class Phase {
+    kConnecting,  // readers wait
+    kStanding,    // readers see the picture
+    kLost,        // readers fail
+  };
+
+  [[nodiscard]] bool waitUntilStanding(std::unique_lock<std::mutex>& lock) const;
+  // On the loop's thread (all below).
   void lose(const std::string& message);
-  void publishReady();
-  // False when no more metadata is to be bound.
-  bool metadataAsked();
-  void metadataAnswered();
+  void stand();
+  void forgetMetadataAsked();
+  void tell(DeviceCallback PipeWireConnection::*callback, const std::string& nodeName);
 
   const std::chrono::steady_clock::time_point deadline_;
   const std::function<void(const std::string&)> onLost_;
+  const std::function<void()> onRegained_;
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  AudioGraph graph_;            // guarded by mutex_; written on the loop's thread alone
-  bool ready_ = false;          // guarded by mutex_
-  std::string lost_;            // guarded by mutex_; empty while the connection stands
-  int unansweredMetadata_ = 0;  // guarded by mutex_
-  bool isClosing_ = false;      // guarded by mutex_
+  AudioGraph graph_;                  // guarded by mutex_; written on the loop's thread alone
+  Phase phase_ = Phase::kConnecting;  // guarded by mutex_
+  std::string lost_;                  // guarded by mutex_; why, while the connection is lost
+  int unansweredMetadata_ = 0;        // guarded by mutex_
+  bool isClosing_ = false;            // guarded by mutex_
 
-  std::mutex callbackMutex_;  // held while a capture device callback runs
-  std::function<void(const std::string&)> onCaptureDeviceAdded_;
-  std::function<void(const std::string&)> onCaptureDeviceRemoved_;
+  std::mutex callbackMutex_;               // held while a capture device callback runs
+  DeviceCallback onCaptureDeviceAdded_;    // guarded by callbackMutex_
+  DeviceCallback onCaptureDeviceRemoved_;  // guarded by callbackMutex_
 
   std::unique_ptr<Remote> remote_;
   std::unique_ptr<PipeWireLoop> loop_;

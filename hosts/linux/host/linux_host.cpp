@@ -21,6 +21,7 @@ PipeWireConnection::Callbacks pipeWireCallbacks(LinuxHost::Purpose purpose) {
   PipeWireConnection::Callbacks callbacks;
   if (purpose == LinuxHost::Purpose::kFiles) return callbacks;
   callbacks.onLost = [](const std::string& message) { logMessage(LogLevel::kError, message); };
+  callbacks.onRegained = [] { logMessage(LogLevel::kInfo, "PipeWire is back."); };
   return callbacks;
 }
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <spa/param/audio/raw.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 #include "platform/capture.h"
+#include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
 
@@ -143,6 +145,31 @@ TEST_F(ConnectedHardwareTest, DevicesHaveNamesAndSides) {
   EXPECT_EQ(read.channels(sink, kAudioDevicePropertyScopeInput), 0U);
   EXPECT_EQ(read.channels(sink, kAudioDevicePropertyScopeOutput), 6U);
   EXPECT_EQ(read.deviceWithUID("no.such.device"), kAudioObjectUnknown);
+}
+
+// While such a node runs its format holds the positions in another form than a device's does.
+TEST_F(ConnectedHardwareTest, PositionsOfARunningLoopbackAreRead) {
+  control.createMicrophone("mic.a");
+  control.setDefaultSource("mic.a");
+  const test_support::ChildProcess loopback(
+      {{"pw-loopback", "--channels", "6", "-m", "[ FL FR RL RR FC LFE ]", "--capture-props",
+        "{ target.object = mic.a }", "--playback-props",
+        "{ media.class = Audio/Source node.name = loop.source }"},
+       {},
+       server.directory() + "/log"});
+  std::vector<std::uint32_t> positions;
+  ASSERT_TRUE(waitUntil([&] {
+    bool isRunning = false;
+    connection.withGraph([&](const AudioGraph& graph) {
+      const AudioNode* node = graph.findNode("loop.source");
+      isRunning = node != nullptr && node->format.has_value();
+      if (isRunning) positions = graph.channelPositions(*node);
+    });
+    return isRunning;
+  })) << server.log();
+  EXPECT_THAT(positions,
+              ElementsAre(SPA_AUDIO_CHANNEL_FL, SPA_AUDIO_CHANNEL_FR, SPA_AUDIO_CHANNEL_RL,
+                          SPA_AUDIO_CHANNEL_RR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_LFE));
 }
 
 TEST_F(ConnectedHardwareTest, OlderCallReadsTheUidWithTheInputFlagClear) {

@@ -9,8 +9,8 @@
 #include <spa/utils/dict.h>
 
 #include <algorithm>
-#include <array>
 #include <string>
+#include <vector>
 
 namespace linux_host {
 namespace {
@@ -43,6 +43,19 @@ IntegerChoice readIntegerChoice(const spa_pod* property) {
   return choice;
 }
 
+// The elements of an array. Nodes that are streams, as those of pw-loopback, have it as the only
+// choice of a choice in the format they run in.
+template <typename T>
+std::vector<T> readArray(const spa_pod* property, std::uint32_t type) {
+  std::uint32_t count = 0;
+  std::uint32_t kind = SPA_CHOICE_None;
+  const spa_pod* values = spa_pod_get_values(property, &count, &kind);
+  if (values == nullptr || count == 0 || !spa_pod_is_array(values)) return {};
+  std::vector<T> elements(SPA_AUDIO_MAX_CHANNELS);
+  elements.resize(spa_pod_copy_array(values, type, elements.data(), SPA_AUDIO_MAX_CHANNELS));
+  return elements;
+}
+
 bool isRawAudio(const spa_pod* format) {
   std::uint32_t type = SPA_MEDIA_TYPE_unknown;
   std::uint32_t subtype = SPA_MEDIA_SUBTYPE_unknown;
@@ -72,10 +85,7 @@ void readProps(const spa_pod* props, AudioNode* node) {
     if (spa_pod_get_bool(&mute->value, &value) >= 0) node->mute = value;
   }
   if (const spa_pod_prop* volumes = spa_pod_find_prop(props, nullptr, SPA_PROP_channelVolumes)) {
-    std::array<float, SPA_AUDIO_MAX_CHANNELS> values{};
-    const std::uint32_t count =
-        spa_pod_copy_array(&volumes->value, SPA_TYPE_Float, values.data(), values.size());
-    node->channelVolumes.assign(values.begin(), values.begin() + count);
+    node->channelVolumes = readArray<float>(&volumes->value, SPA_TYPE_Float);
   }
 }
 
@@ -98,10 +108,7 @@ std::optional<NodeFormat> readFormat(const spa_pod* format) {
   }
   if (const spa_pod_prop* position =
           spa_pod_find_prop(format, nullptr, SPA_FORMAT_AUDIO_position)) {
-    std::array<std::uint32_t, SPA_AUDIO_MAX_CHANNELS> values{};
-    const std::uint32_t count =
-        spa_pod_copy_array(&position->value, SPA_TYPE_Id, values.data(), values.size());
-    result.positions.assign(values.begin(), values.begin() + count);
+    result.positions = readArray<std::uint32_t>(&position->value, SPA_TYPE_Id);
   }
   return result;
 }

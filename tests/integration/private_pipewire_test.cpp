@@ -1,10 +1,13 @@
 #include "tests/support/private_pipewire.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
@@ -12,6 +15,9 @@
 
 namespace test_support {
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 TEST(ChildProcess, ReportsExitCodesAndSignals) {
   ChildProcess exits({{"sh", "-c", "exit 3"}, {}, {}});
@@ -31,6 +37,22 @@ TEST(PrivatePipeWire, HasNoDevicesOfTheMachine) {
   EXPECT_FALSE(nodes.empty()) << "it has drivers of its own";
   for (const auto& node : nodes) {
     EXPECT_FALSE(node.contains("media.class")) << node.at("node.name");
+  }
+}
+
+// A machine without devices would not show that they are looked for; what is loaded to look does.
+TEST(PrivatePipeWire, LooksForNoDevicesAndNoLoginManager) {
+  PrivatePipeWire server;
+  PipeWireControl control;
+  control.createMicrophone("mic");
+  control.setDefaultSource("mic");  // the session manager has loaded what it wants
+  const std::string maps = "/proc/" + std::to_string(server.sessionManager().pid()) + "/maps";
+  std::stringstream loaded;
+  loaded << std::ifstream(maps).rdbuf();
+  EXPECT_THAT(loaded.str(), HasSubstr("libwireplumber-module-default-nodes"));
+  for (const char* unwanted : {"libspa-alsa", "libspa-bluez5", "libspa-v4l2", "libspa-libcamera",
+                               "libwireplumber-module-logind", "module-reserve-device"}) {
+    EXPECT_THAT(loaded.str(), Not(HasSubstr(unwanted)));
   }
 }
 

@@ -20,13 +20,6 @@ namespace {
 
 constexpr std::chrono::seconds kServerStartLimit{15};
 
-// No hardware, no reservation of it, nothing that outlives the test.
-constexpr const char* kNoHardware =
-    "alsa_monitor.enabled = false\n"
-    "v4l2_monitor.enabled = false\n"
-    "libcamera_monitor.enabled = false\n";
-constexpr const char* kNoBluetooth = "bluez_monitor.enabled = false\n";
-
 constexpr const char* kBusConfiguration = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -141,12 +134,9 @@ void PrivatePipeWire::writeConfiguration() {
   }
   writeFile(directory_ + "/bus.conf", bus);
 
-  const std::string sessionManager = configHome() + "/wireplumber/";
-  writeFile(sessionManager + "main.lua.d/51-no-hardware.lua", kNoHardware);
-  writeFile(sessionManager + "bluetooth.lua.d/51-no-bluetooth.lua", kNoBluetooth);
-  for (const auto& [name, content] : options_.sessionManagerDropIns) {
-    writeFile(sessionManager + "main.lua.d/" + name, content);
-  }
+  // No hardware, no reservation of it.
+  std::filesystem::copy(RA_PRIVATE_WIREPLUMBER, configHome() + "/wireplumber",
+                        std::filesystem::copy_options::recursive);
   for (const auto& [name, content] : options_.pipewireDropIns) {
     writeFile(configHome() + "/pipewire/pipewire.conf.d/" + name, content);
   }

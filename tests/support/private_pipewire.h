@@ -34,10 +34,9 @@ class PrivatePipeWire {
   struct Options {
     bool sessionManager = true;
     bool sessionBus = true;
-    // (file name, content), put into pipewire.conf.d, client-rt.conf.d and main.lua.d.
+    // (file name, content), put into pipewire.conf.d and client-rt.conf.d.
     std::vector<std::pair<std::string, std::string>> pipewireDropIns;
     std::vector<std::pair<std::string, std::string>> clientDropIns;
-    std::vector<std::pair<std::string, std::string>> sessionManagerDropIns;
     std::vector<std::string> environment;  // "KEY=value" for the servers
     bool startDaemon = true;               // false: only the folders, the bus and the environment
     std::chrono::seconds watchdog{90};

@@ -1,0 +1,2 @@
+-- Without Bluetooth the session manager also does without a login manager, which a container has not.
+bluez_monitor.enabled = false

@@ -4,18 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
-#include <cstring>
-#include <future>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 #include "platform/capture.h"
+#include "tests/integration/hardware_reader.h"
 #include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
@@ -29,75 +25,6 @@ using test_support::PipeWireControl;
 using test_support::PrivatePipeWire;
 using test_support::waitUntil;
 using testing::ElementsAre;
-using testing::HasSubstr;
-
-constexpr AudioObjectPropertyAddress global(std::uint32_t selector) {
-  return {selector, kAudioObjectPropertyScopeGlobal, kAudioObjectPropertyElementMaster};
-}
-constexpr AudioObjectPropertyAddress input(std::uint32_t selector) {
-  return {selector, kAudioDevicePropertyScopeInput, kAudioObjectPropertyElementMaster};
-}
-constexpr AudioObjectPropertyAddress output(std::uint32_t selector) {
-  return {selector, kAudioDevicePropertyScopeOutput, kAudioObjectPropertyElementMaster};
-}
-
-// Reads properties as callers of the port do.
-class HardwareReader {
- public:
-  explicit HardwareReader(AudioHardware& hardware) : hardware_(hardware) {}
-
-  template <typename T>
-  std::optional<T> scalar(AudioObjectID object, const AudioObjectPropertyAddress& address) {
-    T value{};
-    std::uint32_t size = sizeof value;
-    if (hardware_.AudioObjectGetPropertyData(object, address, 0, nullptr, &size, &value) != noErr) {
-      return std::nullopt;
-    }
-    EXPECT_EQ(size, sizeof value);
-    return value;
-  }
-  std::optional<std::string> text(AudioObjectID object, const AudioObjectPropertyAddress& address) {
-    const std::optional<StringRef> reference = scalar<StringRef>(object, address);
-    if (!reference) return std::nullopt;
-    return OwnedString(*reference)->text();
-  }
-  std::vector<AudioObjectID> ids(AudioObjectID object, const AudioObjectPropertyAddress& address) {
-    std::uint32_t size = 0;
-    if (hardware_.AudioObjectGetPropertyDataSize(object, address, 0, nullptr, &size) != noErr) {
-      return {};
-    }
-    std::vector<AudioObjectID> list(size / sizeof(AudioObjectID));
-    EXPECT_EQ(hardware_.AudioObjectGetPropertyData(object, address, 0, nullptr, &size, list.data()),
-              noErr);
-    return list;
-  }
-  AudioDeviceID deviceWithUID(const std::string& uid) {
-    const OwnedString text(StringObject::create(uid));
-    const StringRef reference = text.get();
-    AudioDeviceID device = 0;
-    std::uint32_t size = sizeof device;
-    EXPECT_EQ(hardware_.AudioObjectGetPropertyData(
-                  kAudioObjectSystemObject, global(kAudioHardwarePropertyTranslateUIDToDevice),
-                  sizeof reference, &reference, &size, &device),
-              noErr);
-    return device;
-  }
-  std::uint32_t channels(AudioDeviceID device, std::uint32_t scope) {
-    const AudioObjectPropertyAddress address{kAudioDevicePropertyStreamConfiguration, scope, 0};
-    std::uint32_t size = 0;
-    EXPECT_EQ(hardware_.AudioObjectGetPropertyDataSize(device, address, 0, nullptr, &size), noErr);
-    std::vector<std::byte> bytes(std::max<std::size_t>(size, sizeof(AudioBufferList)));
-    EXPECT_EQ(
-        hardware_.AudioObjectGetPropertyData(device, address, 0, nullptr, &size, bytes.data()),
-        noErr);
-    AudioBufferList list{};
-    std::memcpy(&list, bytes.data(), sizeof list);
-    return list.mNumberBuffers == 0 ? 0 : list.mBuffers[0].mNumberChannels;
-  }
-
- private:
-  AudioHardware& hardware_;
-};
 
 class AudioHardwareTest : public testing::Test {
  protected:
@@ -418,184 +345,6 @@ TEST_F(ConnectedHardwareTest, ClockReadsAsStoppedUntilAStreamPublishes) {
     EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
   }
   EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
-}
-
-// What a connection has told of itself and of the devices that can be recorded from.
-class ConnectionDiary {
- public:
-  PipeWireConnection::Callbacks callbacks() {
-    return {[this](const std::string&) { note("lost"); }, [this] { note("regained"); },
-            [this](const std::string& name) { note("+" + name); },
-            [this](const std::string& name) { note("-" + name); }};
-  }
-  [[nodiscard]] std::vector<std::string> entries() const {
-    const std::lock_guard lock(mutex_);
-    return entries_;
-  }
-  bool says(const std::vector<std::string>& expected) const {
-    return waitUntil([&] { return entries() == expected; });
-  }
-
- private:
-  void note(std::string entry) {
-    const std::lock_guard lock(mutex_);
-    entries_.push_back(std::move(entry));
-  }
-  mutable std::mutex mutex_;
-  std::vector<std::string> entries_;
-};
-
-TEST(AudioHardware, DevicesAreBackWithinASecondOfTheDaemon) {
-  PrivatePipeWire server;
-  auto control = std::make_unique<PipeWireControl>();
-  control->createMicrophone("mic.a");
-  DeviceClockTable clocks;
-  ConnectionDiary diary;
-  PipeWireConnection connection(diary.callbacks());
-  PipeWireAudioHardware hardware(connection, clocks);
-  HardwareReader read(hardware);
-  const AudioDeviceID mic = read.deviceWithUID("mic.a");
-  ASSERT_NE(mic, 0U);
-  std::vector<std::string> expected;
-  for (int restart = 0; restart < 3; ++restart) {
-    server.killDaemon();
-    expected.insert(expected.end(), {"lost", "-mic.a"});
-    EXPECT_TRUE(diary.says(expected)) << testing::PrintToString(diary.entries());
-    EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
-    EXPECT_NE(connection.lostMessage(), "");
-    control.reset();
-
-    server.startDaemon();
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_TRUE(waitUntil([&] { return connection.withGraph([](const AudioGraph&) {}); }));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
-    EXPECT_EQ(connection.lostMessage(), "");
-    control = std::make_unique<PipeWireControl>();
-    control->createMicrophone("mic.a");
-    expected.insert(expected.end(), {"regained", "+mic.a"});
-    EXPECT_TRUE(diary.says(expected)) << testing::PrintToString(diary.entries());
-    EXPECT_EQ(read.deviceWithUID("mic.a"), mic);
-    control->setMute("mic.a", true);
-    EXPECT_TRUE(waitUntil(
-        [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 1U; }));
-  }
-
-  // What is set goes to the daemon of now.
-  control->createSink("sink.a");
-  control->createSink("sink.b");
-  control->setDefaultSink("sink.a");
-  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("sink.b") != 0; }));
-  EXPECT_TRUE(waitUntil([&] { return connection.setConfiguredDefaultSink("sink.b"); }));
-  EXPECT_TRUE(waitUntil([&] {
-    return control->metadata("default.configured.audio.sink") == R"({"name":"sink.b"})";
-  }));
-}
-
-TEST(AudioHardware, DaemonThatIsStartedLateIsFound) {
-  PrivatePipeWire server(PrivatePipeWire::Options::busOnly());
-  ConnectionDiary diary;
-  PipeWireConnection connection(diary.callbacks());
-  EXPECT_TRUE(diary.says({"lost"}));
-  server.startDaemon();
-  PipeWireControl control;
-  control.createMicrophone("mic.a");
-  EXPECT_TRUE(diary.says({"lost", "regained", "+mic.a"}))
-      << testing::PrintToString(diary.entries());
-}
-
-TEST(AudioHardware, DaemonThatAnswersTooLateIsStillHeard) {
-  PrivatePipeWire server;
-  PipeWireControl control;
-  control.createMicrophone("mic.a");
-  server.daemon().sendSignal(SIGSTOP);
-  ConnectionDiary diary;
-  PipeWireConnection connection(diary.callbacks());
-  EXPECT_TRUE(diary.says({"lost"}));
-  server.daemon().sendSignal(SIGCONT);
-  EXPECT_TRUE(diary.says({"lost", "regained", "+mic.a"}))
-      << testing::PrintToString(diary.entries());
-}
-
-TEST_F(AudioHardwareTest, DeathOfTheDaemonIsReportedOnceAndReadsFail) {
-  control.createMicrophone("mic.a");
-  std::atomic<int> reports{0};
-  std::promise<std::string> message;
-  PipeWireConnection::Callbacks callbacks;
-  callbacks.onLost = [&](const std::string& text) {
-    if (reports++ == 0) message.set_value(text);
-  };
-  PipeWireConnection connection(callbacks);
-  PipeWireAudioHardware hardware(connection, clocks);
-  HardwareReader read(hardware);
-  ASSERT_NE(read.deviceWithUID("mic.a"), 0U);
-  server.killDaemon();
-  auto future = message.get_future();
-  ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
-  EXPECT_THAT(future.get(), HasSubstr("PipeWire"));
-  std::uint32_t size = 0;
-  EXPECT_EQ(hardware.AudioObjectGetPropertyDataSize(
-                kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices), 0, nullptr, &size),
-            kAudioHardwareNotRunningError);
-  EXPECT_FALSE(connection.setConfiguredDefaultSink("x"));
-  EXPECT_EQ(reports, 1);
-}
-
-TEST(AudioHardware, AbsentDaemonIsAnErrorThatSaysHowToStartIt) {
-  PrivatePipeWire::Options options;
-  options.startDaemon = false;
-  options.sessionBus = false;
-  PrivatePipeWire server(options);
-  std::promise<std::string> message;
-  PipeWireConnection::Callbacks callbacks;
-  callbacks.onLost = [&](const std::string& text) { message.set_value(text); };
-  PipeWireConnection connection(callbacks);
-  EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
-  EXPECT_THAT(connection.lostMessage(), HasSubstr("not running"));
-  EXPECT_THAT(connection.lostMessage(), HasSubstr("Start it with"));
-  EXPECT_EQ(message.get_future().get(), connection.lostMessage());
-}
-
-TEST(AudioHardware, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
-  PrivatePipeWire server;
-  server.daemon().sendSignal(SIGSTOP);
-  std::promise<std::string> message;
-  PipeWireConnection::Callbacks callbacks;
-  callbacks.onLost = [&](const std::string& text) { message.set_value(text); };
-  const auto begin = std::chrono::steady_clock::now();
-  {
-    PipeWireConnection connection(callbacks);
-    EXPECT_FALSE(connection.withGraph([](const AudioGraph&) {}));
-    auto future = message.get_future();
-    ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
-    EXPECT_THAT(future.get(), HasSubstr("does not answer"));
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
-  server.daemon().sendSignal(SIGCONT);
-}
-
-// A daemon whose client goes before the session manager has told it of the defaults tells nobody of
-// any change of them for as long as that session manager lives.
-TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHeardOf) {
-  PrivatePipeWire server;
-  PipeWireControl control;
-  control.createSink("speakers");
-  control.setDefaultSink("speakers");
-  control.relyOnChanges();
-  const auto pass = [](std::chrono::milliseconds time) {
-    const auto end = std::chrono::steady_clock::now() + time;
-    waitUntil([&] { return std::chrono::steady_clock::now() >= end; });
-  };
-  server.sessionManager().sendSignal(SIGSTOP);
-  auto connection = std::make_unique<PipeWireConnection>();
-  pass(100ms);  // by then it has asked, in vain
-  const auto answer = std::async(std::launch::async, [&] {
-    pass(50ms);
-    server.sessionManager().sendSignal(SIGCONT);
-  });
-  connection.reset();
-  answer.wait();
-  control.setMetadata("probe", R"("heard of")");
-  EXPECT_TRUE(waitUntil([&] { return control.metadata("probe").has_value(); }));
 }
 
 }  // namespace

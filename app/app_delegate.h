@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/session_state.h"
 #include "capture/audio_recorder.h"
 #include "platform/remote_control.h"
 #include "platform/user_notifications.h"
@@ -16,13 +17,15 @@ namespace record_audio {
 class AudioPlayThrough;
 class AudioWaiter;
 class PreferencesWindowController;
+class RecordingRecovery;
 struct RecoveryReport;
 
 // Does everything the application does: launch, the recording session from start to saved file,
 // the running indicator, the notifications, and quitting. One object lives for the whole process.
 //
 // Main thread only, except updateMicStatus(). Once launched, the recorder's success callback keeps
-// the delegate alive until applicationWillTerminate().
+// the delegate alive until applicationWillTerminate(). What belongs to a session or to the
+// indicator does nothing before the launch.
 class AppDelegate : public platform::ApplicationDelegate,
                     public platform::UserNotificationCenterDelegate,
                     public platform::RemoteControl,
@@ -30,7 +33,7 @@ class AppDelegate : public platform::ApplicationDelegate,
                     public std::enable_shared_from_this<AppDelegate> {
  public:
   static std::shared_ptr<AppDelegate> create(suite::Environment environment);
-  // Does not free the play-through record.
+  // Leaves a play-through that still runs to the process, which is about to end.
   ~AppDelegate() override;
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
@@ -53,8 +56,9 @@ class AppDelegate : public platform::ApplicationDelegate,
   // The user is done with the preferences window.
   void onQuit();
 
-  // Recording session.
+  // Recording session. One at a time: starting does nothing while one records or is being started.
   void startRecorder();
+  // The answer to the wait under way; nothing without one.
   void onWaitFinished(bool success);
   void startRecorderContinue();
   // What the recorder calls. `timerTarget` is this delegate: the blink timer keeps it.
@@ -97,7 +101,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Remote control. While a start is accepted and not yet confirmed there is nothing to save or to
   // delete yet: stop() and cancel() then answer true and take effect as soon as the recorder
   // confirms the start, or after kUnconfirmedStartGrace_s if it never does. If the start fails
-  // meanwhile, its error ends the session.
+  // meanwhile, its error ends the session. A click is such a stop; a further one takes it back.
   bool stop() override;
   // Unlike cancelRecord() it never touches the file of an earlier recording.
   bool cancel() override;
@@ -119,7 +123,7 @@ class AppDelegate : public platform::ApplicationDelegate,
     return _preferences;
   }
   // The delegate's own; null unless system audio is recorded.
-  [[nodiscard]] AudioPlayThrough* audioPlayThrough() const { return _audioPlayThrough; }
+  [[nodiscard]] AudioPlayThrough* audioPlayThrough() const { return _audioPlayThrough.get(); }
   // Null unless waiting for the loopback device.
   [[nodiscard]] std::shared_ptr<AudioWaiter> audioWaiter() const { return _audioWaiter; }
 
@@ -136,45 +140,56 @@ class AppDelegate : public platform::ApplicationDelegate,
   void launchPreferencesMode();
   void launchRecordingMode();
   [[nodiscard]] bool isPreferencesWindowVisible() const;
-  // Brings back, in the background, what processes that died left behind. Called as soon as a
-  // recording runs or it is clear that there will be none; once a process.
+
+  // The one place where the session changes its state; session_state.h says what may follow what.
+  void enter(SessionState next);
+  // What becomes of the session is known: it records, or there will be none. Has time for what a
+  // start must not wait for.
+  void sessionIsDecided();
+  // Brings back, in the background, what processes that died left behind. Once a process.
   void recoverInterruptedRecordings();
   void tellOfRecovery(const RecoveryReport& report);
+  [[nodiscard]] bool mayStart() const;
+  [[nodiscard]] bool isUnderWay() const;
 
   // Takes them from the screen; their timers go on.
   void withdrawStartNotifications();
 
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;
+  // Since the start was asked for.
   [[nodiscard]] std::int64_t elapsed_ms() const;
-  void waitEnded(std::uint64_t wait, bool success);
+  [[nodiscard]] std::int64_t elapsed_s() const;
+  void waitEnded(bool success);
   void showNoSoundRecordedAlert();
   void logStopWithError();
 
+  void clickedWhileStarting();
   bool end(Ending how);
   void endNow(Ending how);
+  void giveUpStart(Ending how);
   void endConfirmedStart();
   void forgetPendingEnd();
+  [[nodiscard]] std::string stateName() const;
   [[nodiscard]] std::string currentSource() const;
   [[nodiscard]] std::string currentFormat() const;
 
   suite::Environment environment_;
 
-  // Whether the recorder accepted a start that it has not confirmed yet.
-  bool starting_ = false;
-  // What a remote request wants done with that start, and the timer that bounds the wait for it.
+  SessionState session_ = SessionState::kLaunching;
+  // While kStarting: what is to be done as soon as the start is confirmed, and the timer that
+  // bounds the wait for that.
   Ending pendingEnd_ = Ending::kNone;
   platform::TimerPtr pendingEndTimer_;
-  // Tells the wait under way from one given up earlier, whose answer may still come.
-  std::uint64_t waitCount_ = 0;
-  bool recoveryBegun_ = false;
   // Of the session under way.
   std::string sessionSource_;
   std::string sessionFormat_;
   // The temporary file of the recording last stopped; it is still there when the save failed.
   std::string unfinishedFile_;
+  std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
 
-  // Released in the reverse of this order.
+  // The members whose names begin with m_ or _ bear the suite's names, and are released in the
+  // reverse of this order; those that end in an underscore are this tool's own.
   std::shared_ptr<AudioRecorder> m_recorder;
   platform::TimerPtr m_blinkerTimer;
   bool m_bBlinker = false;
@@ -184,7 +199,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   bool _running = false;
   std::shared_ptr<suite::ToolDataClientProvider> _provider;
   std::shared_ptr<PreferencesWindowController> _preferences;
-  AudioPlayThrough* _audioPlayThrough = nullptr;
+  std::unique_ptr<AudioPlayThrough> _audioPlayThrough;
   std::shared_ptr<AudioWaiter> _audioWaiter;
 };
 

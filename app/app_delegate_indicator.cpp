@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "app/app_delegate.h"
+#include "app/tool_status.h"
 #include "platform/host.h"
 #include "settings/auxiliary.h"
 
@@ -12,14 +13,17 @@ namespace record_audio {
 namespace {
 
 constexpr const char* kActiveIcon = "ActiveIcon.icns";
+constexpr std::int64_t kSecondsPerMinute = 60;
+constexpr std::int64_t kSecondsPerHour = 3600;
 
 std::string runningTimeText(std::int64_t seconds) {
   char text[48];
-  if (seconds > 3599) {
-    std::snprintf(text, sizeof text, "%02" PRId64 ":%02" PRId64 ":%02" PRId64, seconds / 3600,
-                  seconds % 3600 / 60, seconds % 60);
+  const std::int64_t rest = seconds % kSecondsPerMinute;
+  if (seconds >= kSecondsPerHour) {
+    std::snprintf(text, sizeof text, "%02" PRId64 ":%02" PRId64 ":%02" PRId64,
+                  seconds / kSecondsPerHour, seconds % kSecondsPerHour / kSecondsPerMinute, rest);
   } else {
-    std::snprintf(text, sizeof text, "%02" PRId64 ":%02" PRId64, seconds / 60, seconds % 60);
+    std::snprintf(text, sizeof text, "%02" PRId64 ":%02" PRId64, seconds / kSecondsPerMinute, rest);
   }
   return text;
 }
@@ -27,6 +31,7 @@ std::string runningTimeText(std::int64_t seconds) {
 }  // namespace
 
 void AppDelegate::changeDockIcon(bool on) {
+  if (!_running) return;
   m_bBlinker = on;
   platform::Application& application = host().application;
   application.setApplicationIconImage(
@@ -35,15 +40,16 @@ void AppDelegate::changeDockIcon(bool on) {
 }
 
 void AppDelegate::timerBlinkerMethod(const platform::TimerPtr&) {
+  if (!_running) return;
   changeDockIcon(!m_bBlinker);
-  const double seconds = static_cast<double>(elapsed_ms()) / 1000.0;
-  _provider->setMenuText(runningTimeText(static_cast<std::int64_t>(seconds)));
+  _provider->setMenuText(runningTimeText(elapsed_s()));
 }
 
 void AppDelegate::updateFinderIcon(bool on) {
+  if (!_running) return;
   Auxiliary::setIcon(host(), on ? host().application.imageNamed(kActiveIcon) : nullptr,
                      host().mainBundle.bundlePath());
-  _provider->setToolStatus(on ? 1 : 0);
+  _provider->setToolStatus(on ? kToolActive : kToolInactive);
 }
 
 }  // namespace record_audio

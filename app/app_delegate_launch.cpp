@@ -1,7 +1,9 @@
 #include "app/app_delegate.h"
 #include "app/recording_recovery.h"
+#include "app/tool_status.h"
 #include "platform/host.h"
 #include "routing/audio_driver.h"
+#include "routing/audio_play_through.h"
 #include "routing/audio_waiter.h"
 #include "settings/auxiliary.h"
 #include "settings/preference_keys.h"
@@ -13,7 +15,6 @@ namespace record_audio {
 namespace {
 
 constexpr const char* kPreferencesNib = "AudioPreferencesWindow";
-constexpr int kToolActive = 1;
 
 }  // namespace
 
@@ -23,7 +24,11 @@ std::shared_ptr<AppDelegate> AppDelegate::create(suite::Environment environment)
 
 AppDelegate::AppDelegate(suite::Environment environment) : environment_(environment) {}
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+  // The one deliberate leak. The process ends now, and the system takes the sound down with it;
+  // undoing the graph node by node would only keep the user waiting.
+  static_cast<void>(_audioPlayThrough.release());
+}
 
 std::string AppDelegate::localized(const std::string& key) const {
   return host().mainBundle.localizedString(key);
@@ -69,7 +74,7 @@ void AppDelegate::createPreferences() {
       });
   _preferences->setRecordingProbe([weak = std::weak_ptr<AppDelegate>(self)] {
     const auto delegate = weak.lock();
-    return delegate && (delegate->starting_ || delegate->isRecordingOrWaiting());
+    return delegate && delegate->isUnderWay();
   });
 }
 
@@ -78,7 +83,7 @@ void AppDelegate::launchPreferencesMode() {
   showInDock();
   _preferences->showWindow();
   host().application.activateIgnoringOtherApps(true);
-  recoverInterruptedRecordings();
+  enter(SessionState::kIdle);
   if (_preferences->isWindowVisible()) return;
   // Without a screen nobody could ever click Done.
   host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
@@ -108,26 +113,27 @@ void AppDelegate::updateMicStatus() {
 }
 
 void AppDelegate::updateMicStatusImp() {
+  // A click may have been quicker than the answer, and started a session of its own.
+  if (!mayStart()) return;
   if (Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio)) {
     startRecorder();
   } else {
+    enter(SessionState::kIdle);
     showNotificationError();
     tryToQuit();
-    recoverInterruptedRecordings();
   }
 }
 
 void AppDelegate::recoverInterruptedRecordings() {
-  if (recoveryBegun_) return;
-  recoveryBegun_ = true;
+  if (recovery_) return;
+  recovery_ = RecordingRecovery::create(environment_, m_recorder->desktopPath());
   // After the current event: a recorder that confirms its start waits for it to be over.
   host().dispatch.mainQueue()->async([weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
-    RecordingRecovery::create(self->environment_, self->m_recorder->desktopPath())
-        ->start([weak](const RecoveryReport& report) {
-          if (const auto delegate = weak.lock()) delegate->tellOfRecovery(report);
-        });
+    self->recovery_->start([weak](const RecoveryReport& report) {
+      if (const auto delegate = weak.lock()) delegate->tellOfRecovery(report);
+    });
   });
 }
 
@@ -161,6 +167,8 @@ bool AppDelegate::applicationShouldHandleReopen(bool) {
   if (!_running) return true;
   if (isPreferencesWindowVisible()) {
     _preferences->window()->orderFrontRegardless();
+  } else if (session_ == SessionState::kStarting) {
+    clickedWhileStarting();
   } else if (!isRecordingOrWaiting()) {
     startRecorder();
   } else {

@@ -37,6 +37,7 @@ UserNotificationPtr notificationWithSound() {
 }  // namespace
 
 void AppDelegate::showNotification(const UserNotificationPtr& notification) {
+  if (!_running) return;
   host().userNotificationCenter.setDelegate(shared_from_this());
   host().userNotificationCenter.deliverNotification(notification);
   m_notificationTimers.push_back(

@@ -1,6 +1,6 @@
 #include "app/app_delegate.h"
 #include "platform/host.h"
-#include "routing/audio_waiter.h"
+#include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
 
 // What scripts and other programs may ask of the running application.
@@ -17,17 +17,27 @@ bool AppDelegate::cancel() {
   return end(Ending::kCancel);
 }
 
+// Clicks count: every other one starts, the ones between stop. While a start waits for its
+// confirmation the stop is only noted, and the next click takes it back.
+void AppDelegate::clickedWhileStarting() {
+  if (pendingEnd_ == Ending::kNone) {
+    end(Ending::kStop);
+  } else {
+    forgetPendingEnd();
+  }
+}
+
 bool AppDelegate::end(Ending how) {
-  if (isRecordingOrWaiting()) {
+  if (session_ == SessionState::kRecording || session_ == SessionState::kWaiting) {
     endNow(how);
     return true;
   }
-  if (!starting_) return false;
+  if (session_ != SessionState::kStarting) return false;
   pendingEnd_ = how;
   if (pendingEndTimer_) return true;
   pendingEndTimer_ = host().runLoop.scheduledTimer(
       kUnconfirmedStartGrace_s, {}, false, [weak = weak_from_this()](const platform::TimerPtr&) {
-        if (const auto self = weak.lock()) self->endNow(self->pendingEnd_);
+        if (const auto self = weak.lock()) self->giveUpStart(self->pendingEnd_);
       });
   return true;
 }
@@ -37,7 +47,7 @@ void AppDelegate::endNow(Ending how) {
   if (how == Ending::kStop) {
     stopRecord();
     tryToQuit();
-  } else if (isRecording()) {
+  } else if (session_ == SessionState::kRecording) {
     cancelRecord();
   } else {
     // The recorder's file, if it names one, is that of an earlier recording.
@@ -45,6 +55,12 @@ void AppDelegate::endNow(Ending how) {
     logCEP("Stop", Dictionary{{"Canceled", true}});
     tryToQuit();
   }
+}
+
+// The request stays: a confirmation that comes after all is still ended by it.
+void AppDelegate::giveUpStart(Ending how) {
+  pendingEndTimer_.reset();
+  if (session_ == SessionState::kStarting) endNow(how);
 }
 
 // Called from the recorder's confirmation. The samples that it announces are delivered when the
@@ -55,7 +71,7 @@ void AppDelegate::endConfirmedStart() {
     if (!self || self->pendingEnd_ == Ending::kNone) return;
     const Ending how = self->pendingEnd_;
     self->forgetPendingEnd();
-    if (self->isRecording()) self->endNow(how);
+    if (self->session_ == SessionState::kRecording) self->endNow(how);
   });
 }
 
@@ -68,11 +84,11 @@ void AppDelegate::forgetPendingEnd() {
 
 std::string AppDelegate::currentSource() const {
   switch (_preferences->audioSourceType()) {
-    case 1:
+    case kSameAsSystemSource:
       return "default";
-    case 2:
+    case kMicrophoneSource:
       return "microphone:" + _preferences->audioSourceID();
-    case 3:
+    case kSystemAudioSource:
       return "system";
     default:
       return "none";
@@ -80,28 +96,38 @@ std::string AppDelegate::currentSource() const {
 }
 
 std::string AppDelegate::currentFormat() const {
-  return _preferences->soundFormat() == 0 ? "m4a" : "mp3";
+  return _preferences->soundFormat() == kM4aFormat ? "m4a" : "mp3";
+}
+
+std::string AppDelegate::stateName() const {
+  switch (session_) {
+    case SessionState::kLaunching:
+    case SessionState::kIdle:
+      return isPreferencesWindowVisible() ? "preferences" : "idle";
+    case SessionState::kWaiting:
+      return "waiting";
+    case SessionState::kNoDevice:
+      return "no device";
+    case SessionState::kAsking:
+      // Only an alert gives others a turn now, and the recorder shows one only if it refuses.
+      return "refused";
+    case SessionState::kStarting:
+      return "starting";
+    case SessionState::kRecording:
+      return "recording";
+  }
+  return {};
 }
 
 Dictionary AppDelegate::status() const {
-  const bool recording = isRecording();
-  Dictionary status{{"state", "idle"}, {"elapsedSeconds", 0}};
-  if (!_running) return status;
+  if (!_running) return {{"state", "idle"}, {"elapsedSeconds", 0}};
 
-  if (recording) {
-    status["state"] = "recording";
-    status["elapsedSeconds"] = elapsed_ms() / 1000;
-  } else if (_audioWaiter) {
-    status["state"] = "waiting";
-  } else if (starting_) {
-    status["state"] = "starting";
-  } else if (isPreferencesWindowVisible()) {
-    status["state"] = "preferences";
-  }
-  const bool underWay = recording || (starting_ && !_audioWaiter);
+  const bool recording = session_ == SessionState::kRecording;
+  const bool underWay = recording || session_ == SessionState::kStarting;
+  Dictionary status{{"state", stateName()}, {"elapsedSeconds", recording ? elapsed_s() : 0}};
   status["source"] = underWay ? sessionSource_ : currentSource();
   status["format"] = underWay ? sessionFormat_ : currentFormat();
-  const bool fileKnown = recording || !(_audioWaiter || starting_);
+  const bool fileKnown = recording || !isUnderWay();
   if (fileKnown && !m_recorder->outputFilePath().empty()) {
     status["outputFile"] = m_recorder->outputFilePath();
   }

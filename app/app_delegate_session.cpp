@@ -1,5 +1,8 @@
+#include <cassert>
+
 #include "app/app_delegate.h"
 #include "app/placeholder.h"
+#include "app/tool_status.h"
 #include "platform/host.h"
 #include "routing/audio_driver.h"
 #include "routing/audio_play_through.h"
@@ -17,7 +20,7 @@ namespace {
 using platform::Dictionary;
 
 constexpr double kBlinkInterval_s = 1.0;
-constexpr int kToolInactive = 0;
+constexpr double kMillisecondsPerSecond = 1000.0;
 
 constexpr const char* kNoSoundRecorded = "No sound recorded";
 constexpr const char* kNoSoundRecordedFormat =
@@ -46,44 +49,66 @@ void showMutedAlert(const platform::Host& host) {
 
 }  // namespace
 
+void AppDelegate::enter(SessionState next) {
+  assert(next == session_ || mayBecome(session_, next));
+  session_ = next;
+  if (isDecided(next)) sessionIsDecided();
+}
+
+void AppDelegate::sessionIsDecided() {
+  recoverInterruptedRecordings();
+}
+
+bool AppDelegate::mayStart() const {
+  return _running && (session_ == SessionState::kLaunching || session_ == SessionState::kIdle ||
+                      session_ == SessionState::kWaiting);
+}
+
+bool AppDelegate::isUnderWay() const {
+  return session_ != SessionState::kLaunching && session_ != SessionState::kIdle;
+}
+
 void AppDelegate::startRecorder() {
+  if (!mayStart()) return;
   showInDock();
   if (_preferences->audioSourceType() != kSystemAudioSource) {
     startRecorderContinue();
     return;
   }
-  const std::uint64_t wait = ++waitCount_;
   _audioWaiter = AudioWaiter::initWithObject(
-      environment_, {}, [weak = weak_from_this(), wait](bool success, const std::any&) {
-        if (const auto self = weak.lock()) self->waitEnded(wait, success);
+      environment_, {}, [weak = weak_from_this()](bool success, const std::any&) {
+        if (const auto self = weak.lock()) self->waitEnded(success);
       });
+  enter(SessionState::kWaiting);
 }
 
-void AppDelegate::waitEnded(std::uint64_t wait, bool success) {
-  if (_audioWaiter && wait == waitCount_) {
+void AppDelegate::waitEnded(bool success) {
+  // A waiter has lost its timer when it answers; one that still has it belongs to a newer wait.
+  if (_audioWaiter && !_audioWaiter->timerCheck()) {
     onWaitFinished(success);
     return;
   }
   // The user has ended this wait; a waiter goes on all the same and has just made the loopback
   // device the default output. Nothing may be recorded any more, so the device goes again, unless
   // a newer session uses it.
-  const bool inUse = _audioWaiter || _audioPlayThrough != nullptr;
+  const bool inUse = _audioWaiter || _audioPlayThrough;
   if (success && !inUse) AudioDriver::showLoopbackDevice(environment_, false);
 }
 
 void AppDelegate::onWaitFinished(bool success) {
+  if (!_audioWaiter) return;
   if (!success) {
     showNotificationError();
     logStopWithError();
     _audioWaiter.reset();
+    enter(SessionState::kIdle);
     tryToQuit();
-    recoverInterruptedRecordings();
     return;
   }
   // One may be left of a session that found no capture device.
-  delete _audioPlayThrough;
-  _audioPlayThrough = new AudioPlayThrough(host());
-  const platform::AudioDeviceID output = _audioWaiter ? _audioWaiter->output() : 0;
+  _audioPlayThrough.reset();
+  _audioPlayThrough = std::make_unique<AudioPlayThrough>(host());
+  const platform::AudioDeviceID output = _audioWaiter->output();
   _audioPlayThrough->initDevices(output);
   // Played back into itself, the loopback signal would howl.
   if (output != AudioDriver::getLoopbackDeviceID(environment_)) _audioPlayThrough->start();
@@ -92,13 +117,16 @@ void AppDelegate::onWaitFinished(bool success) {
 }
 
 void AppDelegate::startRecorderContinue() {
+  if (!mayStart()) return;
   const platform::CaptureDevicePtr device = _preferences->audioCaptureDevice();
   if (!device) {
-    recoverInterruptedRecordings();
+    enter(SessionState::kNoDevice);
     showNoSoundRecordedAlert();
+    enter(SessionState::kIdle);
     tryToQuit();
     return;
   }
+  enter(SessionState::kAsking);
   forgetPendingEnd();
   sessionSource_ = currentSource();
   sessionFormat_ = currentFormat();
@@ -108,11 +136,11 @@ void AppDelegate::startRecorderContinue() {
     deleteAudioPlayThrough();
     showNotificationError();
     logStopWithError();
+    enter(SessionState::kIdle);
     tryToQuit();
-    recoverInterruptedRecordings();
     return;
   }
-  starting_ = !m_recorder->isRecording();
+  if (session_ == SessionState::kAsking) enter(SessionState::kStarting);
   changeDockIcon(true);
   _provider->setMenuIcon(host().application.imageNamed("MenuIconOn"));
   _provider->setMenuText("00:00");
@@ -139,19 +167,22 @@ void AppDelegate::installRecorderCallbacks() {
 }
 
 void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget) {
-  starting_ = false;
+  if (!_running) return;
+  // Only where a start that was given up is confirmed after all.
+  _audioWaiter.reset();
+  enter(SessionState::kRecording);
   // A timer that is still there is only let go of: the run loop keeps firing it.
   m_blinkerTimer = host().runLoop.scheduledTimer(
       kBlinkInterval_s, {}, true,
       [timerTarget](const platform::TimerPtr& timer) { timerTarget->timerBlinkerMethod(timer); });
   showNotificationRecordStarted();
   updateFinderIcon(true);
-  recoverInterruptedRecordings();
   if (pendingEnd_ != Ending::kNone) endConfirmedStart();
 }
 
 void AppDelegate::recordError() {
-  starting_ = false;
+  // The end of a start that was given up has been told.
+  if (!isUnderWay() || _audioWaiter) return;
   forgetPendingEnd();
   if (m_blinkerTimer) {
     m_blinkerTimer->invalidate();
@@ -161,16 +192,17 @@ void AppDelegate::recordError() {
   showNotificationError();
   logStopWithError();
   changeDockIcon(false);
+  enter(SessionState::kIdle);
   tryToQuit();
-  recoverInterruptedRecordings();
 }
 
 void AppDelegate::internalStop() {
+  if (!_running) return;
   if (_audioWaiter) {
     _audioWaiter.reset();
+    enter(SessionState::kIdle);
     return;
   }
-  starting_ = false;
   if (m_blinkerTimer) {
     m_blinkerTimer->invalidate();
     m_blinkerTimer.reset();
@@ -181,16 +213,17 @@ void AppDelegate::internalStop() {
   _provider->setMenuIcon(host().application.imageNamed("MenuIcon"));
   _provider->setMenuText("");
   deleteAudioPlayThrough();
+  enter(SessionState::kIdle);
 }
 
 void AppDelegate::deleteAudioPlayThrough() {
-  if (_audioPlayThrough == nullptr) return;
-  delete _audioPlayThrough;
-  _audioPlayThrough = nullptr;
+  if (!_audioPlayThrough) return;
+  _audioPlayThrough.reset();
   AudioDriver::showLoopbackDevice(environment_, false);
 }
 
 void AppDelegate::stopRecord() {
+  if (!_running) return;
   unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
   showNotificationRecordCompleated(m_recorder->outputFilePath());
@@ -198,6 +231,7 @@ void AppDelegate::stopRecord() {
 }
 
 void AppDelegate::cancelRecord() {
+  if (!_running) return;
   internalStop();
   host().fileManager.removeItem(m_recorder->outputFilePath());
   logCEP("Stop", Dictionary{{"Canceled", true}});
@@ -207,6 +241,10 @@ void AppDelegate::cancelRecord() {
 std::int64_t AppDelegate::elapsed_ms() const {
   const auto ticks = static_cast<std::int64_t>(host().hostClock.absoluteTime() - m_startTime);
   return Auxiliary::tickToMsecs(host(), ticks);
+}
+
+std::int64_t AppDelegate::elapsed_s() const {
+  return static_cast<std::int64_t>(static_cast<double>(elapsed_ms()) / kMillisecondsPerSecond);
 }
 
 bool AppDelegate::isRecording() const {
@@ -222,6 +260,7 @@ bool AppDelegate::canQuit() const {
 }
 
 void AppDelegate::tryToQuit() {
+  if (!_running || isAlerting(session_)) return;
   if (canQuit()) hideFromDock();
   if (m_notificationTimers.empty() && canQuit()) host().application.terminate();
 }
@@ -246,6 +285,7 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::logCEP(const std::string& event, const std::optional<Dictionary>& details) {
+  if (!_running) return;
   // The quality stands under "Size": the suite's log knows it by that name.
   const Dictionary settings{{"AudioSourceType", _preferences->audioSourceType()},
                             {"AudioSourceID", _preferences->audioSourceID()},

@@ -13,7 +13,8 @@ class RemoteControl {
   virtual bool stop() = 0;
   // Ends it and deletes the file. False when there is nothing to end.
   virtual bool cancel() = 0;
-  // "state": idle, waiting, starting, recording or preferences; "elapsedSeconds": integer;
+  // "state": idle, waiting, starting, recording or preferences, or "no device" or "refused" while
+  // the alert that says so waits for the user; "elapsedSeconds": integer;
   // "source", "format": texts; "outputFile": the file's path, where one is known.
   [[nodiscard]] virtual Dictionary status() const = 0;
 };

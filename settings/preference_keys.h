@@ -30,6 +30,12 @@ enum AudioSourceType : std::int64_t {
   kSystemAudioSource = 3,
 };
 
+// What the sound format is stored as.
+enum SoundFormat : std::uint64_t {
+  kM4aFormat = 0,
+  kMp3Format = 1,
+};
+
 inline constexpr std::array kPreferences{
     kAudioSourceTypePreference, kAudioSourceIDPreference,        kSoundFormatPreference,
     kQualityPreference,         kHighlightMouseClicksPreference,

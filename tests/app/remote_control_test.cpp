@@ -179,6 +179,58 @@ TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {
   EXPECT_EQ(state(), "recording");
 }
 
+// Clicks.
+
+TEST_F(RemoteControlTest, AClickWhileStartingStopsAsSoonAsThereIsSomethingToSave) {
+  launch();
+  clickDock();
+  EXPECT_EQ(state(), "starting");
+  EXPECT_EQ(provider().menuText, "00:00");
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "idle");
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+}
+
+TEST_F(RemoteControlTest, ClicksInABurstFollowTheirNumber) {
+  launchAndRecord();
+  for (const int clicks : {2, 3, 4, 5, 500, 501}) {
+    ASSERT_EQ(state(), "recording");
+    for (int i = 0; i < clicks; ++i) clickDock();
+    if (state() == "starting") confirmStart();
+    machine.runLoop.settle();
+    EXPECT_EQ(state(), clicks % 2 == 0 ? "recording" : "idle") << clicks;
+    if (state() == "recording") continue;
+    clickDock();
+    confirmStart();
+    machine.runLoop.settle();
+  }
+}
+
+TEST_F(RemoteControlTest, AStartAskedForTwiceIsLoggedOnce) {
+  launch();
+  clickDock();
+  clickDock();
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "recording");
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start"}));
+}
+
+TEST_F(RemoteControlTest, AClickDuringThePermissionQuestionIsNotStartedAgainByTheAnswer) {
+  machine.capture.authorization = platform::AuthorizationStatus::kNotDetermined;
+  launch();
+  clickDock();
+  confirmStart();
+  machine.runLoop.advance(3);
+  machine.capture.authorization = platform::AuthorizationStatus::kAuthorized;
+  machine.capture.pendingRequests[0](true);
+  machine.runLoop.settle();
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start"}));
+  EXPECT_EQ(app->status().at("elapsedSeconds"), 3);
+}
+
 // Status.
 
 TEST_F(RemoteControlTest, BeforeTheLaunchTheToolIsIdle) {

@@ -1,0 +1,60 @@
+#pragma once
+
+namespace record_audio {
+
+// Where the one recording session stands. AppDelegate::enter() alone changes it.
+//
+//   state       meaning                                                may become
+//   kLaunching  not known yet whether there will be a session          all others
+//   kIdle       nothing is recorded                                    kWaiting, kNoDevice,
+//   kAsking,
+//                                                                      kRecording (a)
+//   kWaiting    the waiter waits for the loopback device               kNoDevice, kAsking, kIdle,
+//                                                                      kRecording (a)
+//   kNoDevice   there is nothing to record from; an alert says so      kIdle
+//   kAsking     the recorder is asked to start and has not answered;   kStarting, kRecording, kIdle
+//               if that takes long, its alert about a muted
+//               microphone waits, and it will refuse
+//   kStarting   it accepted; its confirmation is awaited               kRecording, kIdle
+//   kRecording  it confirmed                                           kIdle
+//
+// (a) A confirmation that came when its start had been given up.
+//
+// Entering the state that holds already is no change, but for kWaiting: a new wait replaces the
+// old.
+enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStarting, kRecording };
+
+// What the table says.
+[[nodiscard]] constexpr bool mayBecome(SessionState from, SessionState to) {
+  using enum SessionState;
+  switch (from) {
+    case kLaunching:
+      return to != kLaunching;
+    case kIdle:
+      return to == kWaiting || to == kNoDevice || to == kAsking || to == kRecording;
+    case kWaiting:
+      return to == kNoDevice || to == kAsking || to == kIdle || to == kRecording;
+    case kNoDevice:
+      return to == kIdle;
+    case kAsking:
+      return to == kStarting || to == kRecording || to == kIdle;
+    case kStarting:
+      return to == kRecording || to == kIdle;
+    case kRecording:
+      return to == kIdle;
+  }
+  return false;
+}
+
+// Whether it is known what became of the session, or that there will be none.
+[[nodiscard]] constexpr bool isDecided(SessionState state) {
+  using enum SessionState;
+  return state == kIdle || state == kNoDevice || state == kRecording;
+}
+
+// While one of these holds and others get a turn, an alert waits for the user.
+[[nodiscard]] constexpr bool isAlerting(SessionState state) {
+  return state == SessionState::kNoDevice || state == SessionState::kAsking;
+}
+
+}  // namespace record_audio

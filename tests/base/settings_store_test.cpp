@@ -1,9 +1,17 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
 
 #include "hosts/linux/base/json_values.h"
+#include "hosts/linux/base/run_loop.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
 #include "suite/embedded_suite.h"
@@ -149,10 +157,196 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DamagedDefaultsTest,
                                            "{\"a\":" + std::string(100, '[') +
                                                std::string(100, ']') + "}"));
 
-TEST_F(DefaultsTest, AnUnreadableFileIsSetAsideToo) {
-  std::filesystem::create_directories(file());
-  LinuxUserDefaults defaults(file());
+// What lies at the path, or where a link there leads, and how it is made; in the test's own folder.
+struct StrangeThing {
+  const char* name;
+  void (*make)(const std::string& path);
+};
+
+class StrangeDefaultsTest : public DefaultsTest,
+                            public ::testing::WithParamInterface<StrangeThing> {
+ protected:
+  StrangeDefaultsTest() { std::filesystem::create_directories(folder_ / "config/app"); }
+
+  // The settings stand by their defaults, nothing is saved, and what was there is there.
+  void expectItIsLeftAlone(const std::string& target) {
+    struct stat before {};
+    ASSERT_EQ(stat(target.c_str(), &before), 0);
+    ::testing::internal::CaptureStderr();
+    {
+      LinuxUserDefaults defaults(file());
+      EXPECT_FALSE(defaults.objectForKey("Quality"));
+      defaults.setInteger(1, "Quality");
+      EXPECT_FALSE(defaults.synchronize());
+    }
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                AllOf(HasSubstr(file()), HasSubstr("is left as it is")));
+    struct stat after {};
+    ASSERT_EQ(stat(target.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_THAT(namesIn(folder_ / "config/app"), ElementsAre("defaults.json"));
+  }
+};
+
+TEST_P(StrangeDefaultsTest, IsNeitherReadNorRenamedNorReplaced) {
+  GetParam().make(file());
+  expectItIsLeftAlone(file());
+}
+
+TEST_P(StrangeDefaultsTest, IsLeftAloneBehindALinkToo) {
+  std::filesystem::create_directories(folder_ / "else");
+  GetParam().make(folder_ / "else/thing");
+  std::filesystem::create_symlink(folder_ / "else/thing", file());
+  expectItIsLeftAlone(folder_ / "else/thing");
+  EXPECT_TRUE(std::filesystem::is_symlink(file()));
+  EXPECT_THAT(namesIn(folder_ / "else"), ElementsAre("thing"));
+}
+
+void makeFolder(const std::string& path) {
+  std::filesystem::create_directories(path);
+}
+void makePipe(const std::string& path) {
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+}
+// The device that swallows everything, as a node of the test's own. Without the right to make one,
+// a socket stands for it.
+void makeDevice(const std::string& path) {
+  if (mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) return;
+  ASSERT_EQ(mknod(path.c_str(), S_IFSOCK | 0600, 0), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Things, StrangeDefaultsTest,
+                         ::testing::Values(StrangeThing{"Folder", makeFolder},
+                                           StrangeThing{"Pipe", makePipe},
+                                           StrangeThing{"Device", makeDevice}),
+                         [](const auto& thing) { return std::string(thing.param.name); });
+
+TEST_F(DefaultsTest, ADamagedFileBehindALinkStaysWhereItIs) {
+  base_test::write(folder_ / "dotfiles/settings", "precious");
+  std::filesystem::create_directories(folder_ / "config/app");
+  std::filesystem::create_symlink("../../dotfiles/settings", file());
+  {
+    LinuxUserDefaults defaults(file());
+    defaults.setInteger(2, "Quality");
+    EXPECT_FALSE(defaults.synchronize());
+  }
+  EXPECT_TRUE(std::filesystem::is_symlink(file()));
+  EXPECT_EQ(contentsOf(folder_ / "dotfiles/settings"), "precious");
+  EXPECT_THAT(namesIn(folder_ / "dotfiles"), ElementsAre("settings"));
+  EXPECT_THAT(namesIn(folder_ / "config/app"), ElementsAre("defaults.json"));
+}
+
+TEST_F(DefaultsTest, AnotherUsersFileIsReadButNeverReplacedOrRenamed) {
+  base_test::write(file(), R"({"Quality": 1})");
+  ASSERT_EQ(chown(file().c_str(), 65534, 65534), 0);
+  {
+    LinuxUserDefaults defaults(file());
+    EXPECT_EQ(defaults.integerForKey("Quality"), 1);
+    defaults.setInteger(2, "Quality");
+    EXPECT_FALSE(defaults.synchronize());
+  }
+  EXPECT_EQ(contentsOf(file()), R"({"Quality": 1})");
+  base_test::write(file(), "damaged");
+  { const LinuxUserDefaults defaults(file()); }
+  EXPECT_THAT(namesIn(folder_ / "config/app"), ElementsAre("defaults.json"));
+}
+
+TEST_F(DefaultsTest, AFileThatIsTooLargeToBeOursIsSetAside) {
+  base_test::write(file(), "{}");
+  std::filesystem::resize_file(file(), std::uintmax_t{1} << 30);
+  { const LinuxUserDefaults defaults(file()); }
   EXPECT_THAT(namesIn(folder_ / "config/app"), ElementsAre(StartsWith("defaults.json.damaged-")));
+}
+
+TEST_F(DefaultsTest, WhatOthersWriteInsideADictionaryMeanwhileIsKept) {
+  base_test::write(file(),
+                   R"({"QuickLook": {"A.app": {"x": 1}, "Mine.app": {"Quality": 0, "y": 1}}})");
+  LinuxUserDefaults defaults(file());
+  base_test::write(file(), R"({"QuickLook": {"A.app": {"x": 2}, "B.app": {"z": 3},
+      "Mine.app": {"Quality": 0, "y": 2, "new": 4}}})");
+  Dictionary slots = *defaults.dictionaryForKey("QuickLook");
+  Dictionary mine = *slots["Mine.app"].as<Dictionary>();
+  mine["Quality"] = 2;
+  slots["Mine.app"] = mine;
+  defaults.setObject(slots, "QuickLook");
+  ASSERT_TRUE(defaults.synchronize());
+  EXPECT_EQ(Json::parse(contentsOf(file())),
+            Json::parse(R"({"QuickLook": {"A.app": {"x": 2}, "B.app": {"z": 3},
+                "Mine.app": {"Quality": 2, "y": 2, "new": 4}}})"));
+  EXPECT_TRUE(defaults.dictionaryForKey("QuickLook")->contains("B.app")) << "seen from now on";
+}
+
+TEST_F(DefaultsTest, WhatThisProgramTakesOutOfADictionaryIsGone) {
+  base_test::write(file(), R"({"QuickLook": {"A.app": {"x": 1}, "Mine.app": {"y": 1}}})");
+  LinuxUserDefaults defaults(file());
+  defaults.setObject(Dictionary{{"A.app", Dictionary{{"x", 1}}}}, "QuickLook");
+  ASSERT_TRUE(defaults.synchronize());
+  EXPECT_EQ(Json::parse(contentsOf(file())), Json::parse(R"({"QuickLook": {"A.app": {"x": 1}}})"));
+}
+
+TEST_F(DefaultsTest, AChoiceThatIsMadeAgainIsWrittenAgain) {
+  base_test::write(file(), R"({"Quality": 2})");
+  LinuxUserDefaults defaults(file());
+  base_test::write(file(), R"({"Quality": 1})");
+  defaults.setInteger(2, "Quality");
+  ASSERT_TRUE(defaults.synchronize());
+  EXPECT_EQ(Json::parse(contentsOf(file()))["Quality"], 2);
+}
+
+// Each writes entries of its own as fast as it can; every entry of every one must be there.
+TEST_F(DefaultsTest, WritersAtOnceLoseNothing) {
+  constexpr int kWriters = 4;
+  constexpr int kEntries = 25;
+  std::vector<pid_t> writers;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    writers.push_back(fork());
+    if (writers.back() != 0) continue;
+    LinuxUserDefaults defaults(file());
+    bool saved = true;
+    for (int i = 0; i < kEntries; ++i) {
+      Dictionary slots = defaults.dictionaryForKey("QuickLook").value_or(Dictionary());
+      slots["w" + std::to_string(writer) + "-" + std::to_string(i)] = Dictionary{{"x", i}};
+      defaults.setObject(slots, "QuickLook");
+      saved = defaults.synchronize() && saved;
+    }
+    _exit(saved ? 0 : 1);
+  }
+  for (const pid_t writer : writers) {
+    int status = 0;
+    ASSERT_EQ(waitpid(writer, &status, 0), writer);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(Json::parse(contentsOf(file()))["QuickLook"].size(),
+            static_cast<std::size_t>(kWriters * kEntries));
+}
+
+TEST_F(DefaultsTest, SomebodyWhoKeepsTheLockIsNotWaitedForForEver) {
+  std::filesystem::create_directories(folder_ / "config/app");
+  const int fd = open((folder_ / "config/app").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(flock(fd, LOCK_EX), 0);
+  LinuxUserDefaults defaults(file());
+  defaults.setInteger(1, "Quality");
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(Json::parse(contentsOf(file()))["Quality"], 1);
+  close(fd);
+}
+
+TEST_F(DefaultsTest, WithALoopAChangeThatNobodyFlushesIsOnTheDiskWithinASecond) {
+  MainLoop loop;
+  LinuxUserDefaults defaults(file(), &loop);
+  const auto begin = std::chrono::steady_clock::now();
+  defaults.setInteger(1, "SoundFormat");
+  EXPECT_FALSE(std::filesystem::exists(file())) << "it is not flushed at once";
+  const auto poll = loop.scheduledTimer(0.01, {}, true, [&](const platform::TimerPtr& timer) {
+    const bool late = std::chrono::steady_clock::now() - begin > std::chrono::seconds(10);
+    if (!std::filesystem::exists(file()) && !late) return;
+    timer->invalidate();
+    loop.quit();
+  });
+  loop.run();
+  EXPECT_EQ(contentsOf(file()), "{\n  \"SoundFormat\": 1\n}\n");
+  EXPECT_LE(LinuxUserDefaults::kSaveDelay_s, 0.9);
 }
 
 TEST_F(DefaultsTest, TwoDamagedFilesInOneSecondBothStay) {

@@ -115,12 +115,25 @@ const char* advice(int error) {
 
 FileContents readSmallFile(const std::string& path) {
   FileContents contents;
-  // A pipe at the path must not block the program.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.get() < 0) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
     contents.error = errno;
     return contents;
   }
+  contents.isNoFile = !S_ISREG(status.st_mode);
+  if (contents.isNoFile) {
+    contents.error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return contents;
+  }
+  // What takes the file's place in this moment must not keep the program waiting.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+    contents.error = errno;
+    return contents;
+  }
+  contents.isNoFile = !S_ISREG(status.st_mode);
+  contents.error = contents.isNoFile ? EINVAL : 0;
+  if (contents.isNoFile) return contents;
   contents.error = readAll(file.get(), &contents.bytes);
   if (contents.error != 0) contents.bytes.clear();
   return contents;

@@ -12,9 +12,12 @@ namespace linux_host {
 struct FileContents {
   std::string bytes;
   int error = 0;  // errno of the failure; ENOENT when there is no file
+  // There is something else than a file: a folder, a pipe, a device. It was not opened for reading.
+  bool isNoFile = false;
 };
 
-// Refuses (EFBIG) files of more than 16 MiB: none of ours is that large, and memory is finite.
+// Refuses (EFBIG) files of more than 16 MiB: none of ours is that large, and memory is finite; and
+// what is no regular file, which could keep the reader waiting or do something when it is read.
 FileContents readSmallFile(const std::string& path);
 
 // Replaces the file at `path` in one step: a temporary file beside it, flushed to the disk, then

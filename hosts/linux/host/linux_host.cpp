@@ -67,7 +67,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       lostRecordings_(fileManager_.temporaryDirectory()),
       processInfo_(std::move(arguments)),
       folders_(XdgFolders::fromEnvironment()),
-      userDefaults_(folders_.config + "/" + kApplicationId + "/defaults.json"),
+      userDefaults_(folders_.config + "/" + kApplicationId + "/defaults.json", &mainLoop_),
       storage_(folders_),
       embeddedSuite_(storage_, wallClock_),
       bundle_(LinuxBundle::mainBundle(BundlePaths::ofExecutable(executable_))),
@@ -239,6 +239,7 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
     router_.launch(launch.pathsToOpen);
   }
   application_.run();
+  userDefaults_.synchronize();
 
   // From here on a new start is a new instance; this one only finishes its files.
   instance_.release();

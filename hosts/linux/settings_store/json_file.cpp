@@ -1,8 +1,15 @@
 #include "hosts/linux/settings_store/json_file.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
+#include <thread>
 
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/small_files.h"
@@ -12,6 +19,7 @@ namespace linux_host {
 namespace {
 
 constexpr mode_t kPrivate = 0600;
+constexpr mode_t kPrivateFolder = 0700;
 constexpr int kMostSetAsideInOneSecond = 100;
 
 std::string timeForName() {
@@ -22,11 +30,54 @@ std::string timeForName() {
   return {text, std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &utc)};
 }
 
+// Of this user's own, and not a link to it.
+bool isOwnFile(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
+}
+
+std::string keptText(const std::string& path) {
+  return path +
+         " is left as it is: it is not an ordinary file of yours at that very place. Remove it, or "
+         "mend the file that it leads to.";
+}
+
+// Whoever changes a file in the folder has it alone meanwhile. A file of its own would be one more
+// to find there, and a file that is replaced cannot be locked.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::string& folder)
+      : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (fd_ < 0) return;
+    const auto limit =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(JsonFile::kLockLimit_ms);
+    while (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      // A file system without locks, or somebody who keeps it.
+      if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > limit) {
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  ~FolderLock() {
+    if (fd_ >= 0) close(fd_);
+  }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  const int fd_;
+};
+
 }  // namespace
 
 std::optional<Json> JsonFile::peek(std::string* error) const {
   const FileContents contents = readSmallFile(path_);
   if (contents.error == ENOENT) return Json::object();
+  if (contents.isNoFile) {
+    *error = path_ + " is not an ordinary file.";
+    return std::nullopt;
+  }
   if (contents.error != 0) {
     *error = errorText("read", path_, contents.error);
     return std::nullopt;
@@ -45,12 +96,16 @@ std::optional<Json> JsonFile::read() {
 }
 
 bool JsonFile::setAside(const std::string& reason) {
-  const std::string file = behindLinks(path_);
-  const std::string aside = file + ".damaged-" + timeForName();
+  const std::string aside = path_ + ".damaged-" + timeForName();
+  if (!isOwnFile(path_)) {
+    logMessage(LogLevel::kError,
+               reason + " " + keptText(path_) + " Until then nothing is saved there.");
+    return false;
+  }
   int error = EEXIST;
   std::string name = aside;
   for (int i = 1; i <= kMostSetAsideInOneSecond && error == EEXIST; ++i) {
-    error = renameWithoutReplacing(file, name);
+    error = renameWithoutReplacing(path_, name);
     if (error == 0) {
       logMessage(LogLevel::kError, reason + " It was set aside as " + name +
                                        " and the defaults are used; mend it and move it back, or "
@@ -64,8 +119,28 @@ bool JsonFile::setAside(const std::string& reason) {
   return false;
 }
 
+std::optional<Json> JsonFile::change(const std::function<void(Json&)>& change, std::string* error) {
+  const std::string folder = std::filesystem::path(path_).parent_path().string();
+  *error = makeFolders(folder, kPrivateFolder);
+  if (!error->empty()) return std::nullopt;
+  const FolderLock lock(folder);
+  auto json = read();
+  if (!json) {
+    *error = "Cannot change " + path_ + ". Mend or remove that file.";
+    return std::nullopt;
+  }
+  change(*json);
+  *error = write(*json);
+  if (!error->empty()) return std::nullopt;
+  return json;
+}
+
 std::string JsonFile::write(const Json& json) {
-  return writeSmallFile(behindLinks(path_), jsonText(json), kPrivate);
+  const std::string file = behindLinks(path_);
+  struct stat status {};
+  const bool isThere = lstat(file.c_str(), &status) == 0;
+  if (isThere && !isOwnFile(file)) return keptText(file);
+  return writeSmallFile(file, jsonText(json), kPrivate);
 }
 
 }  // namespace linux_host

@@ -130,10 +130,9 @@ std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::st
   const auto failure = folderCalls_->within([plain] { return whyNotWritable(plain); });
   if (!failure) return noAnswerText("use", plain);
   if (!failure->empty()) return *failure;
-  auto locations = locations_.read();
-  if (!locations) return "Cannot change " + locations_.path() + ". Mend or remove that file.";
-  (*locations)[tool] = plain;
-  return locations_.write(*locations);
+  std::string error;
+  locations_.change([&](Json& locations) { locations[tool] = plain; }, &error);
+  return error;
 }
 
 void SuiteStorage::writeLog(std::string_view line) {

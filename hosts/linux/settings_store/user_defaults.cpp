@@ -1,14 +1,44 @@
 #include "hosts/linux/settings_store/user_defaults.h"
 
+#include <utility>
+
 #include "hosts/linux/base/log.h"
 
 namespace linux_host {
+namespace {
 
-LinuxUserDefaults::LinuxUserDefaults(const std::string& path) : file_(path) {
+using platform::Dictionary;
+using platform::Value;
+
+// Makes of `stored` what has become of `before`, and leaves in it what `before` did not know: that
+// is what others have written there since.
+void mergeChanges(const Dictionary& before, const Dictionary& after, Json& stored) {
+  for (const auto& [key, value] : before) {
+    if (!after.contains(key)) stored.erase(key);
+  }
+  for (const auto& [key, value] : after) {
+    const auto known = before.find(key);
+    if (known != before.end() && known->second == value) continue;
+    const auto* entries = value.as<Dictionary>();
+    const auto* knownEntries = known == before.end() ? nullptr : known->second.as<Dictionary>();
+    const auto place = stored.find(key);
+    if (entries != nullptr && place != stored.end() && place->is_object()) {
+      mergeChanges(knownEntries != nullptr ? *knownEntries : Dictionary(), *entries, *place);
+    } else {
+      stored[key] = jsonOf(value);
+    }
+  }
+}
+
+}  // namespace
+
+LinuxUserDefaults::LinuxUserDefaults(const std::string& path, platform::RunLoop* loop)
+    : file_(path), loop_(loop) {
   if (auto json = file_.read()) current_ = std::move(*json);
 }
 
 LinuxUserDefaults::~LinuxUserDefaults() {
+  if (timer_ != nullptr) timer_->invalidate();
   LinuxUserDefaults::synchronize();
 }
 
@@ -48,6 +78,9 @@ std::optional<platform::Dictionary> LinuxUserDefaults::dictionaryForKey(
 
 void LinuxUserDefaults::setObject(const platform::Value& value, const std::string& forKey) {
   pending_[forKey] = value;
+  if (loop_ == nullptr || timer_ != nullptr) return;
+  timer_ = loop_->scheduledTimer(kSaveDelay_s, {}, false,
+                                 [this](const platform::TimerPtr&) { synchronize(); });
 }
 
 void LinuxUserDefaults::setInteger(std::int64_t value, const std::string& forKey) {
@@ -58,13 +91,29 @@ void LinuxUserDefaults::setBool(bool value, const std::string& forKey) {
   setObject(value, forKey);
 }
 
+void LinuxUserDefaults::store(const std::string& key, const Value& value, Json& stored) const {
+  const auto* entries = value.as<Dictionary>();
+  const auto place = stored.find(key);
+  if (entries == nullptr || place == stored.end() || !place->is_object()) {
+    stored[key] = jsonOf(value);
+    return;
+  }
+  const auto known = current_.find(key);
+  const Value before = known == current_.end() ? Value() : valueOf(*known);
+  const auto* entriesBefore = before.as<Dictionary>();
+  mergeChanges(entriesBefore != nullptr ? *entriesBefore : Dictionary(), *entries, *place);
+}
+
 bool LinuxUserDefaults::synchronize() {
+  if (const platform::TimerPtr timer = std::exchange(timer_, nullptr)) timer->invalidate();
   if (pending_.empty()) return true;
-  auto json = file_.read();
-  if (!json) return false;
-  for (const auto& [key, value] : pending_) (*json)[key] = jsonOf(value);
-  const std::string error = file_.write(*json);
-  if (!error.empty()) {
+  std::string error;
+  auto json = file_.change(
+      [this](Json& stored) {
+        for (const auto& [key, value] : pending_) store(key, value, stored);
+      },
+      &error);
+  if (!json) {
     logMessage(LogLevel::kError, "The settings are not saved. " + error);
     return false;
   }

@@ -10,16 +10,20 @@
 namespace linux_host {
 
 // The settings in one JSON file. Reads see the file as it was when it was last read and this
-// program's own changes; a write reads it again first, so that what others changed under other keys
-// stays. Keys of others, and their order, are kept. Main thread.
+// program's own changes. A write reads it again first and changes in it only what this program has
+// changed, also within dictionaries: what others wrote there stays. Keys of others, and their
+// order, are kept. Main thread.
 class LinuxUserDefaults : public platform::UserDefaults {
  public:
   // Reads the file at once. `path`: usually <config>/com.vantrel.korvel.RecordAudio/defaults.json.
-  explicit LinuxUserDefaults(const std::string& path);
+  // With a loop, which outlives this, what nobody flushes is on the disk kSaveDelay_s later.
+  explicit LinuxUserDefaults(const std::string& path, platform::RunLoop* loop = nullptr);
   // Writes what is pending.
   ~LinuxUserDefaults() override;
   LinuxUserDefaults(const LinuxUserDefaults&) = delete;
   LinuxUserDefaults& operator=(const LinuxUserDefaults&) = delete;
+
+  static constexpr double kSaveDelay_s = 0.5;
 
   [[nodiscard]] std::optional<platform::Value> objectForKey(const std::string& key) const override;
   [[nodiscard]] std::int64_t integerForKey(const std::string& key) const override;
@@ -34,9 +38,13 @@ class LinuxUserDefaults : public platform::UserDefaults {
 
  private:
   [[nodiscard]] platform::Value valueForKey(const std::string& key) const;
+  // Puts a change of this program's into what the file holds.
+  void store(const std::string& key, const platform::Value& value, Json& stored) const;
 
   JsonFile file_;
-  Json current_ = Json::object();
+  platform::RunLoop* const loop_;
+  platform::TimerPtr timer_;       // null unless something is to be written
+  Json current_ = Json::object();  // as the file was when it was last read
   std::map<std::string, platform::Value> pending_;
 };
 

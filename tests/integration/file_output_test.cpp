@@ -245,7 +245,8 @@ TEST(AacBitrate, IsThePresetsForStereoAndHalfOfItForMono) {
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 2), 80'000U);
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetHigh, 1), 128'000U);
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 6), 240'000U);
-  EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 7), 80'000U);  // two are recorded
+  EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 8), 320'000U);
+  EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 9), 80'000U);  // mixed down to two
 }
 
 }  // namespace

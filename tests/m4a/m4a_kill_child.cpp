@@ -36,8 +36,7 @@ int main(int argc, char** argv) {
   if (progress < 0) return fail("cannot report progress");
 
   const test::Format format{48000, 2, 256000};
-  error = writer->open(m4aSinkFor(std::move(file)), format.sampleRate_hz, format.channels,
-                       format.bitrate_bps);
+  error = writer->open(m4aSinkFor(std::move(file)), test::m4aFormat(format));
   test::Tone tone(format);
   constexpr std::uint32_t kPiece_frames = 480;
   for (std::uint64_t fed = kPiece_frames; error.empty(); fed += kPiece_frames) {

@@ -59,8 +59,7 @@ struct FileRecording {
     std::string error;
     file = files.open(path, OpenFiles::Mode::kCreateNew, &error);
     if (!writer || !file) throw std::runtime_error("nothing to record with: " + error);
-    error =
-        writer->open(m4aSinkFor(file), format.sampleRate_hz, format.channels, format.bitrate_bps);
+    error = writer->open(m4aSinkFor(file), m4aFormat(format));
     EXPECT_EQ(error, "");
   }
   std::string write(std::uint32_t frames) { return writer->write(tone.next(frames), frames); }

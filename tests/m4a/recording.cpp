@@ -12,8 +12,7 @@ Recording::Recording(const Format& recordedFormat, std::shared_ptr<MemoryFile> i
       tone(format) {
   av_log_set_level(AV_LOG_ERROR);
   writer.setLabels(labels);
-  openError = writer.open(std::make_unique<MemorySink>(file), format.sampleRate_hz, format.channels,
-                          format.bitrate_bps);
+  openError = writer.open(std::make_unique<MemorySink>(file), m4aFormat(format));
 }
 
 std::string Recording::feed(std::uint64_t frames) {

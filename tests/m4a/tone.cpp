@@ -5,6 +5,32 @@
 
 namespace linux_host::test {
 
+M4aFormat m4aFormat(const Format& format) {
+  using enum Speaker;
+  M4aFormat result{format.sampleRate_hz, {}, format.bitrate_bps};
+  switch (format.channels) {
+    case 3:
+      result.speakers = {kFrontLeft, kFrontRight, kFrontCenter};
+      break;
+    case 4:
+      result.speakers = {kFrontLeft, kFrontRight, kFrontCenter, kBackCenter};
+      break;
+    case 5:
+      result.speakers = {kFrontLeft, kFrontRight, kFrontCenter, kBackLeft, kBackRight};
+      break;
+    case 6:
+    case 8:
+      result.speakers = {kFrontLeft, kFrontRight, kFrontCenter, kLowFrequency,
+                         kBackLeft,  kBackRight,  kSideLeft,    kSideRight};
+      result.speakers.resize(format.channels);
+      break;
+    default:
+      result.speakers.assign(format.channels, kNowhere);
+      break;
+  }
+  return result;
+}
+
 const float* const* Tone::next(std::uint32_t frames) {
   constexpr double kAmplitude = 0.25;
   pointers_.clear();

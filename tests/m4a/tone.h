@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "hosts/linux/m4a/m4a_writer.h"
+
 namespace linux_host::test {
 
 struct Format {
@@ -10,6 +12,9 @@ struct Format {
   std::uint32_t channels = 2;
   std::uint32_t bitrate_bps = 160000;
 };
+
+// With the positions that so many channels usually have; of seven and of more than eight, none.
+[[nodiscard]] M4aFormat m4aFormat(const Format& format);
 
 // Channel c carries a sine of frequency_hz(c), amplitude 0.25, from frame 0 on.
 class Tone {

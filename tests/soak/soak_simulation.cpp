@@ -103,7 +103,8 @@ class M4aOutlet : public Outlet {
     file_ = files_.openFiles().open(path_, linux_host::OpenFiles::Mode::kCreateNew, &error);
     if (error.empty()) writer_ = factory_.createWriter(&error);
     if (error.empty()) {
-      error = writer_->open(linux_host::m4aSinkFor(file_), kRate_Hz, 1, kBitrate_bps);
+      error = writer_->open(linux_host::m4aSinkFor(file_),
+                            {kRate_Hz, {linux_host::Speaker::kFrontCenter}, kBitrate_bps});
     }
     check(error);
   }

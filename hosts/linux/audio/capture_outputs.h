@@ -74,7 +74,7 @@ class FileOutput : public platform::CaptureAudioFileOutput,
   std::shared_ptr<CaptureConsumer> recording_;  // null while nothing is recorded
 };
 
-// What the preset means for AAC: bits per second for all channels that the writer records.
+// What the preset means for AAC: bits per second for all channels that the file keeps apart.
 std::uint32_t aacBitrate_bps(const std::string& preset, std::uint32_t channels);
 
 }  // namespace linux_host

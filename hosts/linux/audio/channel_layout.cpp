@@ -43,7 +43,58 @@ std::uint32_t labelOf(std::uint32_t position) {
   }
 }
 
+Speaker speakerAt(std::uint32_t position) {
+  switch (position) {
+    case SPA_AUDIO_CHANNEL_FL:
+      return Speaker::kFrontLeft;
+    case SPA_AUDIO_CHANNEL_FR:
+      return Speaker::kFrontRight;
+    case SPA_AUDIO_CHANNEL_FC:
+      return Speaker::kFrontCenter;
+    case SPA_AUDIO_CHANNEL_LFE:
+      return Speaker::kLowFrequency;
+    case SPA_AUDIO_CHANNEL_RL:
+      return Speaker::kBackLeft;
+    case SPA_AUDIO_CHANNEL_RR:
+      return Speaker::kBackRight;
+    case SPA_AUDIO_CHANNEL_RC:
+      return Speaker::kBackCenter;
+    case SPA_AUDIO_CHANNEL_SL:
+      return Speaker::kSideLeft;
+    case SPA_AUDIO_CHANNEL_SR:
+      return Speaker::kSideRight;
+    case SPA_AUDIO_CHANNEL_FLC:
+    case SPA_AUDIO_CHANNEL_FLW:
+    case SPA_AUDIO_CHANNEL_FLH:
+    case SPA_AUDIO_CHANNEL_RLC:
+    case SPA_AUDIO_CHANNEL_TFL:
+    case SPA_AUDIO_CHANNEL_TFLC:
+    case SPA_AUDIO_CHANNEL_TSL:
+    case SPA_AUDIO_CHANNEL_TRL:
+    case SPA_AUDIO_CHANNEL_BLC:
+      return Speaker::kElsewhereLeft;
+    case SPA_AUDIO_CHANNEL_FRC:
+    case SPA_AUDIO_CHANNEL_FRW:
+    case SPA_AUDIO_CHANNEL_FRH:
+    case SPA_AUDIO_CHANNEL_RRC:
+    case SPA_AUDIO_CHANNEL_TFR:
+    case SPA_AUDIO_CHANNEL_TFRC:
+    case SPA_AUDIO_CHANNEL_TSR:
+    case SPA_AUDIO_CHANNEL_TRR:
+    case SPA_AUDIO_CHANNEL_BRC:
+      return Speaker::kElsewhereRight;
+    default:
+      return Speaker::kNowhere;
+  }
+}
+
 }  // namespace
+
+std::vector<Speaker> speakersAt(const std::vector<std::uint32_t>& positions) {
+  std::vector<Speaker> speakers;
+  for (const std::uint32_t position : positions) speakers.push_back(speakerAt(position));
+  return speakers;
+}
 
 std::vector<std::byte> channelLayout(const std::vector<std::uint32_t>& positions) {
   using platform::AudioChannelDescription;

@@ -1,23 +1,14 @@
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <utility>
 
 #include "hosts/linux/audio/capture_outputs.h"
+#include "hosts/linux/audio/channel_layout.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/m4a/m4a_open_file.h"
 #include "platform/file_url.h"
 
 namespace linux_host {
 namespace {
-
-constexpr std::array<std::uint32_t, 13> kAacRates_Hz{
-    96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
-
-// Of so many channels the writer records how many?
-std::uint32_t recordedChannels(std::uint32_t channels) {
-  return channels <= 6 || channels == 8 ? channels : 2;
-}
 
 // Several packets in one go cost the encoder less than each in its own, out of a cold cache. Added
 // to the quarter of a second of a fragment, it is what a killed program loses.
@@ -32,19 +23,13 @@ M4aLabels labelsOf(const platform::CaptureMetadata& metadata) {
 // One file, from its first sample to its end. Drain thread, but for its making.
 class Recording : public CaptureConsumer {
  public:
-  struct Settings {
-    std::uint32_t rate_Hz;
-    std::uint32_t channels;
-    std::uint32_t bitrate_bps;
-    M4aLabels labels;
-  };
-
   // `onFinished` gets the error text, empty when the file is complete.
-  Recording(std::shared_ptr<OpenFile> file, M4aWriterFactory& writers, Settings settings,
-            std::function<void(const std::string&)> onFinished)
+  Recording(std::shared_ptr<OpenFile> file, M4aWriterFactory& writers, M4aFormat format,
+            M4aLabels labels, std::function<void(const std::string&)> onFinished)
       : file_(std::move(file)),
         writers_(writers),
-        settings_(std::move(settings)),
+        format_(std::move(format)),
+        labels_(std::move(labels)),
         onFinished_(std::move(onFinished)) {}
 
   [[nodiscard]] bool isReady() override { return true; }
@@ -80,14 +65,14 @@ class Recording : public CaptureConsumer {
     std::string error;
     writer_ = writers_.createWriter(&error);
     if (writer_ == nullptr) return error;
-    writer_->setLabels(settings_.labels);
-    return writer_->open(m4aSinkFor(file_), settings_.rate_Hz, settings_.channels,
-                         settings_.bitrate_bps);
+    writer_->setLabels(labels_);
+    return writer_->open(m4aSinkFor(file_), format_);
   }
 
   const std::shared_ptr<OpenFile> file_;
   M4aWriterFactory& writers_;
-  const Settings settings_;
+  const M4aFormat format_;
+  const M4aLabels labels_;
   const std::function<void(const std::string&)> onFinished_;
   std::unique_ptr<M4aWriter> writer_;
   std::string error_;
@@ -99,7 +84,7 @@ std::uint32_t aacBitrate_bps(const std::string& preset, std::uint32_t channels) 
   std::uint32_t perChannel_bps = 128'000;
   if (preset == platform::kCaptureSessionPresetMedium) perChannel_bps = 80'000;
   if (preset == platform::kCaptureSessionPresetLow) perChannel_bps = 40'000;
-  return perChannel_bps * recordedChannels(channels);
+  return perChannel_bps * aacSoundingChannels(channels);
 }
 
 FileOutput::FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain postToMain)
@@ -112,12 +97,7 @@ void FileOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::strin
 }
 
 std::uint32_t FileOutput::wantedRate_Hz(std::uint32_t deviceRate_Hz) const {
-  const auto distance = [&](std::uint32_t rate_Hz) {
-    return std::max(rate_Hz, deviceRate_Hz) - std::min(rate_Hz, deviceRate_Hz);
-  };
-  return *std::min_element(
-      kAacRates_Hz.begin(), kAacRates_Hz.end(),
-      [&](std::uint32_t left, std::uint32_t right) { return distance(left) < distance(right); });
+  return nearestAacRate_hz(deviceRate_Hz);
 }
 
 void FileOutput::startRecordingToOutputFileURL(
@@ -142,11 +122,14 @@ void FileOutput::startRecordingToOutputFileURL(
   // Not before the first samples are there: the loader handles one library after the other, and
   // the stream's own would have to wait.
   writers_.loadInBackground();
-  const auto channels = static_cast<std::uint32_t>(run->source().positions.size());
-  const Recording::Settings settings{run->source().rate_Hz, channels,
-                                     aacBitrate_bps(preset_, channels), labelsOf(metadata_)};
+  const CaptureSource& source = run->source();
+  const auto channels = static_cast<std::uint32_t>(source.positions.size());
+  const M4aFormat format{source.rate_Hz, speakersAt(source.positions),
+                         aacBitrate_bps(preset_, channels)};
+  const std::string remark = aacChannelsFor(format.speakers).remark;
+  if (!remark.empty()) logMessage(LogLevel::kInfo, source.displayName + ": " + remark);
   recording_ = std::make_shared<Recording>(
-      std::move(file), writers_, settings,
+      std::move(file), writers_, format, labelsOf(metadata_),
       [output = weak_from_this(), recordingDelegate, fileURL,
        post = postToMain_](const std::string& recordingError) {
         post([output, recordingDelegate, fileURL, recordingError] {

@@ -12,71 +12,57 @@ namespace linux_host {
 
 namespace {
 
-// The layouts that AAC names with a plain number; every player knows them.
-AVChannelLayout layoutFor(std::uint32_t channels) {
-  switch (channels) {
-    case 1:
-      return AV_CHANNEL_LAYOUT_MONO;
-    case 3:
-      return AV_CHANNEL_LAYOUT_SURROUND;
-    case 4:
-      return AV_CHANNEL_LAYOUT_4POINT0;
-    case 5:
-      return AV_CHANNEL_LAYOUT_5POINT0_BACK;
-    case 6:
-      return AV_CHANNEL_LAYOUT_5POINT1_BACK;
-    case 8:
-      return AV_CHANNEL_LAYOUT_7POINT1;
-    default:
-      return AV_CHANNEL_LAYOUT_STEREO;
+// Of a set of speakers, as libav knows it.
+AVChannelLayout libavLayout(const std::vector<Speaker>& speakers) {
+  constexpr std::array<AVChannel, 9> kChannels{
+      AV_CHAN_FRONT_LEFT,    AV_CHAN_FRONT_RIGHT, AV_CHAN_FRONT_CENTER,
+      AV_CHAN_LOW_FREQUENCY, AV_CHAN_BACK_LEFT,   AV_CHAN_BACK_RIGHT,
+      AV_CHAN_BACK_CENTER,   AV_CHAN_SIDE_LEFT,   AV_CHAN_SIDE_RIGHT};
+  std::uint64_t mask = 0;
+  for (const Speaker speaker : speakers) {
+    mask |= std::uint64_t{1} << kChannels.at(static_cast<std::size_t>(speaker));
   }
-}
-
-// The sample rates that AAC has a number for (ISO/IEC 14496-3), the highest first. The encoder
-// takes all of them; each release of libavcodec has another way of saying so.
-constexpr std::array<std::uint32_t, 13> kRates_hz{96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                                                  22050, 16000, 12000, 11025, 8000,  7350};
-
-std::uint32_t encodedRateFor(std::uint32_t sampleRate_hz) {
-  const auto* nearest = std::ranges::find_if(
-      kRates_hz, [&](std::uint32_t rate_hz) { return rate_hz <= sampleRate_hz; });
-  return nearest != kRates_hz.end() ? *nearest : kRates_hz.back();
+  AVChannelLayout layout{};
+  av_channel_layout_from_mask(&layout, mask);
+  return layout;
 }
 
 // The encoder refuses a whole packet for one value that is not finite, and such values must not
 // spoil their neighbours; beyond 24 dB over full scale nothing is sound any more.
-void copyClean(float* to, const float* from, std::uint32_t frames) {
+float clean(float sample) {
   constexpr float kLimit = 16.0F;
-  for (std::uint32_t i = 0; i < frames; ++i) {
-    const float sample = from[i];
-    const float bounded = std::min(std::max(sample, -kLimit), kLimit);
-    to[i] = sample - sample == 0.0F ? bounded : 0.0F;
-  }
+  const float bounded = std::min(std::max(sample, -kLimit), kLimit);
+  return sample - sample == 0.0F ? bounded : 0.0F;
 }
 
 }  // namespace
 
-std::string AacEncoder::open(std::uint32_t sampleRate_hz, std::uint32_t channels,
-                             std::uint32_t bitrate_bps) {
-  if (sampleRate_hz == 0 || channels == 0 || bitrate_bps == 0) {
+std::string AacEncoder::open(const M4aFormat& format) {
+  if (format.sampleRate_hz == 0 || format.speakers.empty() || format.bitrate_bps == 0) {
     return "An m4a recording needs at least one channel, a sample rate and a bit rate; it was "
            "given " +
-           std::to_string(channels) + " channels, " + std::to_string(sampleRate_hz) + " Hz and " +
-           std::to_string(bitrate_bps) + " bit/s.";
+           std::to_string(format.speakers.size()) + " channels, " +
+           std::to_string(format.sampleRate_hz) + " Hz and " + std::to_string(format.bitrate_bps) +
+           " bit/s.";
   }
   const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
   if (!aac) {
     return "libavcodec has no AAC encoder of its own; install a complete libavcodec or record MP3.";
   }
-  std::string error =
-      openCodec(*aac, encodedRateFor(sampleRate_hz), layoutFor(channels), bitrate_bps);
-  if (!error.empty()) return error;
-  if (static_cast<std::uint32_t>(codec_->sample_rate) == sampleRate_hz) return "";
-  return openResampler(sampleRate_hz);
+  const std::uint32_t encodedRate_hz = nearestAacRate_hz(format.sampleRate_hz);
+  const AacChannels channels = aacChannelsFor(format.speakers);
+  std::string error = openCodec(*aac, channels, encodedRate_hz, format.bitrate_bps);
+  if (!error.empty() || encodedRate_hz == format.sampleRate_hz) return error;
+  return openResampler(format.sampleRate_hz);
 }
 
-std::string AacEncoder::openCodec(const AVCodec& aac, std::uint32_t sampleRate_hz,
-                                  const AVChannelLayout& layout, std::uint32_t bitrate_bps) {
+std::string AacEncoder::openCodec(const AVCodec& aac, const AacChannels& channels,
+                                  std::uint32_t sampleRate_hz, std::uint32_t bitrate_bps) {
+  sources_.resize(channels.layout.size());
+  for (const AacRoute& route : channels.routes) {
+    sources_[route.to].push_back({route.from, route.gain});
+  }
+  const AVChannelLayout layout = libavLayout(channels.layout);
   codec_.reset(avcodec_alloc_context3(&aac));
   frame_.reset(av_frame_alloc());
   packet_.reset(av_packet_alloc());
@@ -117,34 +103,8 @@ std::string AacEncoder::openResampler(std::uint32_t sampleRate_hz) {
   return "";
 }
 
-std::string AacEncoder::encode(const float* const* planes, std::uint32_t frames,
-                               const PacketHandler& handle) {
-  return resampler_ ? resample(planes, frames, handle) : fill(planes, frames, handle);
-}
-
-std::string AacEncoder::resample(const float* const* planes, std::uint32_t frames,
-                                 const PacketHandler& handle) {
-  std::array<const std::uint8_t*, 8> in{};
-  std::array<std::uint8_t*, 8> out{};
-  std::array<const float*, 8> done{};
-  const int space = swr_get_out_samples(resampler_.get(), static_cast<int>(frames));
-  std::vector<std::vector<float>> clean(planes ? resampled_.size() : 0);
-  for (std::size_t i = 0; i < resampled_.size(); ++i) {
-    resampled_[i].resize(static_cast<std::size_t>(std::max(space, 1)));
-    out[i] = reinterpret_cast<std::uint8_t*>(resampled_[i].data());
-    done[i] = resampled_[i].data();
-    if (!planes) continue;
-    clean[i].resize(frames);
-    copyClean(clean[i].data(), planes[i], frames);
-    in[i] = reinterpret_cast<const std::uint8_t*>(clean[i].data());
-  }
-  const int count = swr_convert(resampler_.get(), out.data(), space, planes ? in.data() : nullptr,
-                                static_cast<int>(frames));
-  if (count < 0) return "Converting the sample rate for AAC failed: " + libavErrorText(count) + ".";
-  return fill(done.data(), static_cast<std::uint32_t>(count), handle);
-}
-
-std::string AacEncoder::fill(const float* const* planes, std::uint32_t frames,
+template <typename Write>
+std::string AacEncoder::fill(std::uint32_t frames, const Write& write,
                              const PacketHandler& handle) {
   std::uint32_t taken = 0;
   while (taken < frames) {
@@ -153,9 +113,9 @@ std::string AacEncoder::fill(const float* const* planes, std::uint32_t frames,
     }
     const std::uint32_t now =
         std::min(frames - taken, static_cast<std::uint32_t>(codec_->frame_size - filled_frames_));
-    for (int channel = 0; channel < codec_->ch_layout.nb_channels; ++channel) {
+    for (std::size_t channel = 0; channel < sources_.size(); ++channel) {
       auto* plane = reinterpret_cast<float*>(frame_->extended_data[channel]);
-      copyClean(plane + filled_frames_, planes[channel] + taken, now);
+      write(channel, taken, now, plane + filled_frames_);
     }
     filled_frames_ += static_cast<int>(now);
     taken += now;
@@ -163,6 +123,47 @@ std::string AacEncoder::fill(const float* const* planes, std::uint32_t frames,
     if (std::string error = send(frame_.get(), handle); !error.empty()) return error;
   }
   return "";
+}
+
+std::string AacEncoder::encode(const float* const* planes, std::uint32_t frames,
+                               const PacketHandler& handle) {
+  if (resampler_) return resample(planes, frames, handle);
+  const auto mixed = [this, planes](std::size_t channel, std::uint32_t first, std::uint32_t length,
+                                    float* to) { mix(channel, planes, first, length, to); };
+  return fill(frames, mixed, handle);
+}
+
+std::string AacEncoder::resample(const float* const* planes, std::uint32_t frames,
+                                 const PacketHandler& handle) {
+  std::array<const std::uint8_t*, 8> in{};
+  std::array<std::uint8_t*, 8> out{};
+  const int space = swr_get_out_samples(resampler_.get(), static_cast<int>(frames));
+  std::vector<std::vector<float>> mixed(planes ? resampled_.size() : 0);
+  for (std::size_t i = 0; i < resampled_.size(); ++i) {
+    resampled_[i].resize(static_cast<std::size_t>(std::max(space, 1)));
+    out[i] = reinterpret_cast<std::uint8_t*>(resampled_[i].data());
+    if (!planes) continue;
+    mixed[i].resize(frames);
+    mix(i, planes, 0, frames, mixed[i].data());
+    in[i] = reinterpret_cast<const std::uint8_t*>(mixed[i].data());
+  }
+  const int count = swr_convert(resampler_.get(), out.data(), space, planes ? in.data() : nullptr,
+                                static_cast<int>(frames));
+  if (count < 0) return "Converting the sample rate for AAC failed: " + libavErrorText(count) + ".";
+  const auto copy = [this](std::size_t channel, std::uint32_t first, std::uint32_t length,
+                           float* to) {
+    std::copy_n(resampled_[channel].data() + first, length, to);
+  };
+  return fill(static_cast<std::uint32_t>(count), copy, handle);
+}
+
+void AacEncoder::mix(std::size_t channel, const float* const* planes, std::uint32_t first,
+                     std::uint32_t count, float* to) const {
+  std::fill_n(to, count, 0.0F);
+  for (const Source& source : sources_[channel]) {
+    const float* from = planes[source.plane] + first;
+    for (std::uint32_t i = 0; i < count; ++i) to[i] = clean(to[i] + source.gain * clean(from[i]));
+  }
 }
 
 std::string AacEncoder::flush(const PacketHandler& handle) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/m4a/libav_pointers.h"
+#include "hosts/linux/m4a/m4a_writer.h"
 
 namespace linux_host {
 
@@ -16,10 +17,8 @@ class AacEncoder {
   // Given each packet as it comes; an error text it returns ends the call that made the packet.
   using PacketHandler = std::function<std::string(AVPacket&)>;
 
-  // Once per encoder. Channel counts without a standard AAC layout fall back to the first two
-  // channels, sample rates that AAC does not have are converted to the nearest lower one.
-  [[nodiscard]] std::string open(std::uint32_t sampleRate_hz, std::uint32_t channels,
-                                 std::uint32_t bitrate_bps);
+  // Once per encoder. Returns an error text, empty on success.
+  [[nodiscard]] std::string open(const M4aFormat& format);
   [[nodiscard]] std::string encode(const float* const* planes, std::uint32_t frames,
                                    const PacketHandler& handle);
   // Encodes what is left; nothing may be encoded afterwards.
@@ -30,19 +29,32 @@ class AacEncoder {
   [[nodiscard]] std::uint64_t frames() const { return frames_; }
 
  private:
-  [[nodiscard]] std::string openCodec(const AVCodec& aac, std::uint32_t sampleRate_hz,
-                                      const AVChannelLayout& layout, std::uint32_t bitrate_bps);
+  // Of a channel of the file: what is mixed into it.
+  struct Source {
+    std::uint32_t plane;
+    float gain;
+  };
+
+  [[nodiscard]] std::string openCodec(const AVCodec& aac, const AacChannels& channels,
+                                      std::uint32_t sampleRate_hz, std::uint32_t bitrate_bps);
   [[nodiscard]] std::string openResampler(std::uint32_t sampleRate_hz);
   [[nodiscard]] std::string resample(const float* const* planes, std::uint32_t frames,
                                      const PacketHandler& handle);
-  [[nodiscard]] std::string fill(const float* const* planes, std::uint32_t frames,
+  // `write` puts `count` frames, from the frame `first` on, of a channel of the file where it is
+  // told to.
+  template <typename Write>
+  [[nodiscard]] std::string fill(std::uint32_t frames, const Write& write,
                                  const PacketHandler& handle);
+  // What the source's planes make of a channel of the file.
+  void mix(std::size_t channel, const float* const* planes, std::uint32_t first,
+           std::uint32_t count, float* to) const;
   [[nodiscard]] std::string send(AVFrame* frame, const PacketHandler& handle);
 
   LibavPointer<AVCodecContext> codec_;
   LibavPointer<SwrContext> resampler_;  // null when the rate is one of AAC's
   LibavPointer<AVFrame> frame_;         // collects the samples of one packet
   LibavPointer<AVPacket> packet_;
+  std::vector<std::vector<Source>> sources_;  // by the channels of the file
   std::vector<std::vector<float>> resampled_;
   int filled_frames_ = 0;
   std::uint64_t frames_ = 0;

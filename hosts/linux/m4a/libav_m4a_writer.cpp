@@ -41,9 +41,8 @@ std::string whatIsKept(const std::string& error) {
 
 }  // namespace
 
-std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
-                                 std::uint32_t channels, std::uint32_t bitrate_bps) {
-  std::string error = encoder_.open(sampleRate_hz, channels, bitrate_bps);
+std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) {
+  std::string error = encoder_.open(format);
   if (!error.empty()) return error;
   const AVCodecContext& codec = encoder_.codec();
   const std::uint64_t start_s = labels_.start_unix_s > 0 ? labels_.start_unix_s : unixTime_s();

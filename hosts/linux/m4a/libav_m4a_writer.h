@@ -16,8 +16,7 @@ namespace linux_host {
 class LibavM4aWriter final : public M4aWriter {
  public:
   void setLabels(M4aLabels labels) override { labels_ = std::move(labels); }
-  [[nodiscard]] std::string open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
-                                 std::uint32_t channels, std::uint32_t bitrate_bps) override;
+  [[nodiscard]] std::string open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) override;
   [[nodiscard]] std::string write(const float* const* planes, std::uint32_t frames) override;
   [[nodiscard]] std::string finish() override;
 

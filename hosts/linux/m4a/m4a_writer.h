@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "hosts/linux/m4a/aac_channels.h"
 #include "hosts/linux/m4a/m4a_sink.h"
 
 namespace linux_host {
@@ -12,6 +14,13 @@ namespace linux_host {
 struct M4aLabels {
   std::string title;               // UTF-8; empty: none
   std::uint64_t start_unix_s = 0;  // 0: the moment of open(), and no date for players
+};
+
+// What comes in, and what is made of it.
+struct M4aFormat {
+  std::uint32_t sampleRate_hz = 0;  // one that AAC does not know is converted to the nearest
+  std::vector<Speaker> speakers;    // of each plane; aacChannelsFor() says what becomes of them
+  std::uint32_t bitrate_bps = 0;    // for all channels together
 };
 
 // Writes one AAC recording as an m4a file that plays whenever the process may end.
@@ -30,16 +39,11 @@ class M4aWriter {
 
   // Writes the file's head to `sink`, which must be empty and which the writer owns from now on.
   // Once per writer. Returns an error text, empty on success.
-  //
-  // Channels 1 to 6 and 8 are recorded as they come; of any other number the first two are. Of 6
-  // and 8 the fourth is the low-frequency channel, of which AAC keeps deep sound only. A sample
-  // rate that AAC does not know is converted to the nearest lower one it does. `bitrate_bps` counts
-  // for all channels together.
-  [[nodiscard]] virtual std::string open(std::unique_ptr<M4aSink> sink, std::uint32_t sampleRate_hz,
-                                         std::uint32_t channels, std::uint32_t bitrate_bps) = 0;
+  [[nodiscard]] virtual std::string open(std::unique_ptr<M4aSink> sink,
+                                         const M4aFormat& format) = 0;
 
-  // Takes `frames` samples from each of the planes, as many planes as open() was told, full scale
-  // 1.0. Values that are not finite count as 0. Returns an error text, empty on success.
+  // Takes `frames` samples from each of the planes, as many planes as there are speakers, full
+  // scale 1.0. Values that are not finite count as 0. Returns an error text, empty on success.
   //
   // After an error the file keeps all that was written and plays; the writer takes no more samples
   // and every further call returns the same text.
@@ -59,7 +63,7 @@ using M4aLog = void (*)(const char* line);
 // not the module's own, so that a module left over from another build is never used. `log` may be
 // null and stays in use until the process ends.
 inline constexpr const char* kM4aFactoryName = "recordAudioM4aWriter";
-inline constexpr std::uint32_t kM4aInterfaceVersion = 2;
+inline constexpr std::uint32_t kM4aInterfaceVersion = 3;
 using M4aFactoryFunction = M4aWriter* (*)(std::uint32_t interfaceVersion, M4aLog log);
 
 }  // namespace linux_host

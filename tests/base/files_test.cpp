@@ -427,11 +427,44 @@ TEST(FileManagerTest, TheTemporaryFolderIsNoRamDiskUnlessChosen) {
     EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
   }
   {
-    const Environment environment{{"TMPDIR", "/some/where//"}};
-    EXPECT_EQ(manager.temporaryDirectory(), "/some/where");
+    const TemporaryFolder folder;
+    const Environment environment{{"TMPDIR", folder.path() + "//"}};
+    EXPECT_EQ(manager.temporaryDirectory(), folder.path());
   }
   const Environment environment{{"TMPDIR", "relative"}};
   EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
+}
+
+TEST(FileManagerTest, ATemporaryFolderThatCannotServeIsReplacedWithAWord) {
+  const TemporaryFolder folder;
+  base_test::write(folder / "file", "");
+  const LinuxFileManager manager;
+  for (const std::string& bad : {folder / "missing", folder / "file"}) {
+    const Environment environment{{"TMPDIR", bad}};
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
+    EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_THAT(log, AllOf(HasSubstr("TMPDIR"), HasSubstr(bad), HasSubstr("/var/tmp instead")));
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+  }
+}
+
+TEST(FileManagerTest, AnotherUsersTemporaryFolderServesOnlyWhereAllMayUseIt) {
+  const TemporaryFolder folder;
+  const std::string foreign = folder / "foreign";
+  ASSERT_EQ(mkdir(foreign.c_str(), 0700), 0);
+  constexpr uid_t kNobody = 65534;
+  if (chown(foreign.c_str(), kNobody, kNobody) != 0) {
+    GTEST_SKIP() << "this user may not give a folder away";
+  }
+  {
+    const Environment environment{{"TMPDIR", foreign}};
+    EXPECT_EQ(LinuxFileManager().temporaryDirectory(), "/var/tmp");
+  }
+  ASSERT_EQ(chmod(foreign.c_str(), 01777), 0);
+  const Environment environment{{"TMPDIR", foreign}};
+  EXPECT_EQ(LinuxFileManager().temporaryDirectory(), foreign);
 }
 
 TEST(SmallFileTest, ReplacesInOneStepAndLeavesTheOldOneWhenItCannot) {

@@ -15,6 +15,13 @@ namespace {
 
 // Where temporary files lie others can look; moving the file opens it to them.
 constexpr mode_t kNewFileMode = 0600;
+constexpr const char* kTemporaryDirectory = "/var/tmp";
+
+// Nobody else can take away what lies in the folder: it is this user's or the system's, or only
+// owners may remove files from it. Another user's, as `su` leaves it in the environment, is not.
+bool isSafeFromOthers(const struct stat& folder) {
+  return folder.st_uid == geteuid() || folder.st_uid == 0 || (folder.st_mode & S_ISVTX) != 0;
+}
 
 // Of a call that failed, or did not come back.
 std::string failure(std::string_view doing, const std::string& path, std::optional<int> error) {
@@ -96,10 +103,31 @@ std::string LinuxFileManager::removeItem(const std::string& path) {
 }
 
 std::string LinuxFileManager::temporaryDirectory() const {
-  const char* chosen = std::getenv("TMPDIR");
-  std::string folder = chosen != nullptr && *chosen == '/' ? chosen : "/var/tmp";
-  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
-  return folder;
+  const char* variable = std::getenv("TMPDIR");
+  std::string chosen = variable != nullptr && *variable == '/' ? variable : kTemporaryDirectory;
+  while (chosen.size() > 1 && chosen.back() == '/') chosen.pop_back();
+  if (chosen == kTemporaryDirectory) return chosen;
+  const std::lock_guard lock(temporaryMutex_);
+  if (chosen != chosenTemporaryDirectory_) {
+    chosenTemporaryDirectory_ = chosen;
+    usableTemporaryDirectory_ = isUsableForTemporaryFiles(chosen) ? chosen : kTemporaryDirectory;
+  }
+  return usableTemporaryDirectory_;
+}
+
+bool LinuxFileManager::isUsableForTemporaryFiles(const std::string& folder) const {
+  const auto error = call(folder, [](const char* name) {
+    struct stat status {};
+    if (stat(name, &status) != 0) return -1;
+    errno = S_ISDIR(status.st_mode) ? EACCES : ENOTDIR;
+    if (!S_ISDIR(status.st_mode) || !isSafeFromOthers(status)) return -1;
+    return access(name, W_OK | X_OK);
+  });
+  if (error && *error == 0) return true;
+  logOnce(LogLevel::kWarning, "TMPDIR " + folder,
+          failure("use TMPDIR", folder, error) + " Recordings grow in " + kTemporaryDirectory +
+              " instead.");
+  return false;
 }
 
 }  // namespace linux_host

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -21,7 +22,8 @@ class LinuxFileManager : public platform::FileManager {
       const std::string& path) override;
   [[nodiscard]] std::string moveItem(const std::string& from, const std::string& to) override;
   std::string removeItem(const std::string& path) override;
-  // $TMPDIR if it is an absolute path, else /var/tmp.
+  // $TMPDIR if it is the absolute path of a folder that can be written and is no other user's, else
+  // /var/tmp; the log then says why.
   [[nodiscard]] std::string temporaryDirectory() const override;
 
   [[nodiscard]] OpenFiles& openFiles() { return openFiles_; }
@@ -30,7 +32,13 @@ class LinuxFileManager : public platform::FileManager {
   // errno of what `work` does with the path, 0 when it returned 0, null when it did not return.
   std::optional<int> call(const std::string& path, int (*work)(const char*)) const;
 
+  [[nodiscard]] bool isUsableForTemporaryFiles(const std::string& folder) const;
+
   OpenFiles openFiles_;
+  // Of the last look; guarded by temporaryMutex_.
+  mutable std::string chosenTemporaryDirectory_;
+  mutable std::string usableTemporaryDirectory_;
+  mutable std::mutex temporaryMutex_;
 };
 
 }  // namespace linux_host

@@ -17,6 +17,8 @@ using platform::UserNotificationPtr;
 constexpr double kNotificationLife_s = 10.0;
 constexpr const char* kCancelKey = "Cancel";
 constexpr const char* kOpenPathKey = "OpenPath";
+constexpr const char* kFolderIsGone = "The folder %@ is not there.";
+constexpr const char* kNotWritten = "Nothing could be written into the folder %@.";
 
 UserNotificationPtr notificationOf(const platform::TimerPtr& timer) {
   return std::any_cast<UserNotificationPtr>(timer->userInfo());
@@ -92,9 +94,15 @@ void AppDelegate::showNotificationRecordCompleated(const std::string& filePath) 
   } else {
     notification->informativeText = localized("Unable to save the record.");
     if (!unfinishedFile_.empty() && host().fileManager.fileExists(unfinishedFile_)) {
-      notification->details = withFirstPlaceholder(
-          localized("What was recorded is kept as %@. The next start of Record Audio saves it."),
-          unfinishedFile_);
+      const std::string& folder = m_recorder->desktopPath();
+      const bool isThere = host().fileManager.fileExists(folder);
+      const auto detail = [this](const char* key, const std::string& path) {
+        return withFirstPlaceholder(localized(key), path);
+      };
+      notification->details =
+          detail(isThere ? kNotWritten : kFolderIsGone, folder) + "\n" +
+          detail("What was recorded is kept as %@. The next start of Record Audio saves it.",
+                 unfinishedFile_);
     }
   }
   showNotification(notification);

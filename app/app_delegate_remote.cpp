@@ -127,10 +127,10 @@ Dictionary AppDelegate::status() const {
   Dictionary status{{"state", stateName()}, {"elapsedSeconds", recording ? elapsed_s() : 0}};
   status["source"] = underWay ? sessionSource_ : currentSource();
   status["format"] = underWay ? sessionFormat_ : currentFormat();
-  const bool fileKnown = recording || !isUnderWay();
-  if (fileKnown && !m_recorder->outputFilePath().empty()) {
-    status["outputFile"] = m_recorder->outputFilePath();
-  }
+  const std::string file = m_recorder->outputFilePath();
+  // After a cancel, or a save that failed, there is no file of that name.
+  const bool isSaved = !isUnderWay() && !file.empty() && host().fileManager.fileExists(file);
+  if (recording || isSaved) status["outputFile"] = file;
   return status;
 }
 

@@ -46,8 +46,7 @@ int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) 
   linux_host::LinuxHost host(std::move(arguments));
   if (!host.becomeInstance(urisOf(commandLine.pathsToOpen))) return 0;
   auto delegate = record_audio::AppDelegate::create(host.environment());
-  host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
-  return 0;
+  return host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
 }
 
 int runRecovery(std::vector<std::string> arguments) {

@@ -24,7 +24,9 @@ class Storage {
   virtual ~Storage() = default;
   virtual void appendEvent(const UsageEvent& event) = 0;
   // The folder chosen for `tool`, else the user's folder for music: an absolute path without a
-  // trailing slash. Made if missing; null when it cannot be made or written.
+  // trailing slash. Made if missing. One that cannot be made or written just now (unplugged,
+  // without permission) is answered all the same; null when there is none: nothing is chosen, and
+  // the folder for music is not there and cannot be made.
   virtual std::optional<std::string> outputFolder(const std::string& tool) = 0;
   // Chooses the folder, which must exist. Returns an error text, empty on success; the folder
   // chosen before then stays.

@@ -52,7 +52,7 @@ class LocationManager {
  public:
   virtual ~LocationManager() = default;
   // The absolute path of the tool's output folder, without a trailing slash; null when there is
-  // no folder that can be written.
+  // none. It may be one that cannot be written just now.
   virtual std::optional<std::string> locationForCurrentTool() = 0;
 };
 

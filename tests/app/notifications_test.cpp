@@ -58,8 +58,12 @@ TEST_F(NotificationsTest, ASaveThatFailedSaysWhereTheRecordingIsKept) {
   machine.fileManager.failMove = "read-only";
   app->stopRecord();
   EXPECT_EQ(newest()->informativeText, kUnsavedText);
-  EXPECT_EQ(newest()->details, "What was recorded is kept as " + temporary +
-                                   ". The next start of Record Audio saves it.");
+  const std::string kept =
+      "What was recorded is kept as " + temporary + ". The next start of Record Audio saves it.";
+  EXPECT_EQ(newest()->details, "The folder /out is not there.\n" + kept);
+  machine.fileManager.addFile("/out");
+  app->showNotificationRecordCompleated("/out/missing.m4a");
+  EXPECT_EQ(newest()->details, "Nothing could be written into the folder /out.\n" + kept);
 }
 
 TEST_F(NotificationsTest, WhereNothingIsKeptNothingIsSaidOfIt) {

@@ -259,6 +259,18 @@ TEST_F(RemoteControlTest, StatusFollowsARecordingFromStartToEnd) {
                         {"outputFile", "/out/Audio recording 2024-05-17 at 14.03.27.m4a"}}));
 }
 
+TEST_F(RemoteControlTest, StatusNamesNoFileThatIsNotThere) {
+  launchAndRecord();
+  EXPECT_TRUE(app->cancel());
+  EXPECT_FALSE(app->status().contains("outputFile")) << "after a cancel";
+  clickDock();
+  confirmStart();
+  EXPECT_TRUE(app->status().contains("outputFile"));
+  machine.fileManager.failMove = "read-only";
+  EXPECT_TRUE(app->stop());
+  EXPECT_FALSE(app->status().contains("outputFile")) << "after a save that failed";
+}
+
 TEST_F(RemoteControlTest, StatusNamesTheWaitForTheLoopback) {
   useSource(3);
   plugLoopbackDriver();

@@ -420,17 +420,47 @@ TEST_F(SuiteStorageTest, TheEntryOfTheToolChoosesTheFolder) {
   EXPECT_EQ(storage().outputFolder("another"), folders_.music);
 }
 
-TEST_F(SuiteStorageTest, AFolderThatCannotBeMadeIsNoneAndSaysWhy) {
+TEST_F(SuiteStorageTest, AChosenFolderThatCannotBeUsedIsAnsweredWithAWordWhy) {
   base_test::write(folder_ / "file", "");
-  base_test::write(locations(), "{\"tool\": \"" + folder_ / "file/sub" + "\"}");
+  for (const std::string& folder : {folder_ / "file/sub", folder_ / "file", std::string("/proc")}) {
+    base_test::write(locations(), "{\"tool\": \"" + folder + "\"}");
+    ::testing::internal::CaptureStderr();
+    SuiteStorage store = storage();
+    EXPECT_EQ(store.outputFolder("tool"), folder);
+    EXPECT_THAT(store.outputFolderProblem(), HasSubstr(folder_ / "file" == folder ? folder : "/"));
+    EXPECT_THAT(
+        ::testing::internal::GetCapturedStderr(),
+        AllOf(HasSubstr("cannot be used just now"), HasSubstr(store.outputFolderProblem())));
+  }
+}
+
+TEST_F(SuiteStorageTest, AProblemOfAFolderIsForgottenWithIt) {
+  base_test::write(locations(), "{\"tool\": \"/proc\"}");
+  SuiteStorage store = storage();
+  EXPECT_EQ(store.outputFolder("tool"), "/proc");
+  EXPECT_NE(store.outputFolderProblem(), "");
+  std::filesystem::create_directories(folder_ / "new");
+  ASSERT_EQ(store.setOutputFolder("tool", folder_ / "new"), "");
+  EXPECT_EQ(store.outputFolder("tool"), folder_ / "new");
+  EXPECT_EQ(store.outputFolderProblem(), "");
+}
+
+TEST_F(SuiteStorageTest, TheMusicFolderIsAnsweredWhereItIsThere) {
+  folders_.music = "/proc";
+  SuiteStorage store = storage();
+  EXPECT_EQ(store.outputFolder("tool"), "/proc");
+  EXPECT_NE(store.outputFolderProblem(), "");
+}
+
+TEST_F(SuiteStorageTest, AMusicFolderThatCannotBeMadeIsNoneAndSaysWhy) {
+  base_test::write(folder_ / "file", "");
+  folders_.music = folder_ / "file/Music";
   ::testing::internal::CaptureStderr();
-  EXPECT_FALSE(storage().outputFolder("tool"));
+  SuiteStorage store = storage();
+  EXPECT_FALSE(store.outputFolder("tool"));
+  EXPECT_NE(store.outputFolderProblem(), "");
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               AllOf(HasSubstr("no folder for recordings"), HasSubstr(folder_ / "file")));
-  base_test::write(locations(), "{\"tool\": \"" + folder_ / "file" + "\"}");
-  EXPECT_FALSE(storage().outputFolder("tool")) << "no folder at all";
-  base_test::write(locations(), "{\"tool\": \"/proc\"}");
-  EXPECT_FALSE(storage().outputFolder("tool")) << "nothing can be written there";
 }
 
 TEST_F(SuiteStorageTest, BadEntriesFallBackToMusicAndTheFileStays) {

@@ -216,15 +216,17 @@ TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStopLeavesTheFileWhereItWasWrit
   expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.2);
 }
 
-TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStartIsSaidAndNothingIsRecorded) {
+TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStartIsSaidAndCostsNoSound) {
   std::filesystem::create_directories(musicFolder());
   NetworkFolder folder(musicFolder(), server.directory() + "/served", scratch());
   if (!folder.refusal().empty()) GTEST_SKIP() << "no network folder: " << folder.refusal();
   folder.hang();
   endWithoutLeakCheck();
-  const auto tool = start();
-  EXPECT_TRUE(endsByItself(*tool));
-  EXPECT_THAT(log(), HasSubstr("There is no folder for recordings. Cannot use " + musicFolder()));
+  const auto tool = startRecording(kRecorded_s);
+  EXPECT_THAT(log(), AllOf(HasSubstr("cannot be used just now"), HasSubstr(musicFolder())));
+  EXPECT_EQ(run({"--stop"}).output, "");
+  EXPECT_TRUE(endsAtOnce(*tool));
+  expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.2);
 }
 
 TEST_F(FaultyDiskTest, OutputDiskThatIsFullLeavesTheFileWhereItWasWritten) {

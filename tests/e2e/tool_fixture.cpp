@@ -120,14 +120,14 @@ bool ToolFixture::waitForState(const std::string& state) {
       kStepLimit);
 }
 
-testing::AssertionResult ToolFixture::endsByItself(ChildProcess& tool) {
+testing::AssertionResult ToolFixture::endsByItself(ChildProcess& tool, int exitStatus) {
   const auto code = tool.waitForExit(kOwnEndLimit);
   if (!code) return testing::AssertionFailure() << "it still runs";
-  if (*code != 0) return testing::AssertionFailure() << "it ended with " << *code;
+  if (*code != exitStatus) return testing::AssertionFailure() << "it ended with " << *code;
   return testing::AssertionSuccess();
 }
 
-testing::AssertionResult ToolFixture::endsAtOnce(ChildProcess& tool) {
+testing::AssertionResult ToolFixture::endsAtOnce(ChildProcess& tool, int exitStatus) {
   // The first asks as a user does, the second does not wait for what is shown. A signal that
   // follows too soon is one with the first.
   tool.sendSignal(SIGTERM);
@@ -142,7 +142,7 @@ testing::AssertionResult ToolFixture::endsAtOnce(ChildProcess& tool) {
       kStepLimit);
   if (!ended) return testing::AssertionFailure() << "it still runs";
   const int code = *tool.waitForExit(std::chrono::milliseconds(0));
-  if (code != 0) return testing::AssertionFailure() << "it ended with " << code;
+  if (code != exitStatus) return testing::AssertionFailure() << "it ended with " << code;
   return testing::AssertionSuccess();
 }
 

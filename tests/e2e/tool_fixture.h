@@ -59,9 +59,10 @@ class ToolFixture : public testing::Test {
   bool waitForState(const std::string& state);
 
   // The tool ends by itself, within the time it shows what happened and a little more.
-  static testing::AssertionResult endsByItself(test_support::ChildProcess& tool);
+  static testing::AssertionResult endsByItself(test_support::ChildProcess& tool,
+                                               int exitStatus = 0);
   // Ends the tool without that time.
-  static testing::AssertionResult endsAtOnce(test_support::ChildProcess& tool);
+  static testing::AssertionResult endsAtOnce(test_support::ChildProcess& tool, int exitStatus = 0);
 
   // The usage events, oldest first.
   [[nodiscard]] std::vector<Json> events() const;

@@ -43,15 +43,13 @@ void printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err
     return;
   }
   const auto file = status->find("outputFile");
-  if (file == status->end()) return;
-  const auto* path = file->get_ptr<const std::string*>();
-  if (path == nullptr) return;
+  const auto* path = file == status->end() ? nullptr : file->get_ptr<const std::string*>();
   // A network folder that hangs holds nobody up here either.
-  if (LinuxFileManager().fileExists(*path)) {
+  if (path != nullptr && LinuxFileManager().fileExists(*path)) {
     out << *path << "\n";
   } else {
-    err << "record-audio: The recording has ended, but there is no file " << *path
-        << ". What the running program wrote to its log says why.\n";
+    err << "record-audio: The recording has ended, but no file was saved. What the running program "
+           "wrote to its log says why.\n";
   }
 }
 

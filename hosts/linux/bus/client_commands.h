@@ -12,6 +12,8 @@ namespace linux_host {
 inline constexpr int kExitDone = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitNothingThere = 3;
+// Not of these commands: the program had something to show and no screen to show it on.
+inline constexpr int kExitNoScreen = 4;
 
 // Ends and saves the recording, waits until its file is closed and prints the file's path.
 int stopCommand(Instance& instance, std::ostream& out, std::ostream& err);

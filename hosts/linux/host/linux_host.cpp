@@ -6,6 +6,7 @@
 
 #include "hosts/linux/authorization/system_paths.h"
 #include "hosts/linux/base/log.h"
+#include "hosts/linux/bus/client_commands.h"
 #include "hosts/linux/host/desktop_appearance.h"
 
 namespace linux_host {
@@ -108,6 +109,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       stallDetector_(fileManager_.openFiles().calls()),
       recordingWatch_(mainLoop_, findings(), [this](bool begins) {
         if (begins) {
+          windows_.forgetUnseen();
           freeSpace_.begin({fileManager_.temporaryDirectory(), storage_.lastOutputFolder()});
         } else {
           freeSpace_.end();
@@ -176,8 +178,11 @@ void LinuxHost::reportLowSpace(bool low) {
 
 void LinuxHost::refreshRemark() {
   if (indicator_ == nullptr) return;
-  const bool both = !silenceRemark_.empty() && !spaceRemark_.empty();
-  indicator_->setRemark(silenceRemark_ + (both ? "\n" : "") + spaceRemark_);
+  std::string remarks;
+  for (const std::string* remark : {&silenceRemark_, &spaceRemark_, &folderRemark_}) {
+    if (!remark->empty()) remarks += (remarks.empty() ? "" : "\n") + *remark;
+  }
+  indicator_->setRemark(remarks);
 }
 
 void LinuxHost::reportStall(bool stalled) {
@@ -191,6 +196,8 @@ std::vector<RecordingWatch::Finding> LinuxHost::findings() {
            [this](bool silent) { reportSilence(silent); }},
           {"lowSpace", [this] { return freeSpace_.isLow(); },
            [this](bool low) { reportLowSpace(low); }},
+          {"folderUnusable", [this] { return !storage_.outputFolderProblem().empty(); },
+           [this](bool unusable) { reportUnusableFolder(unusable); }},
           {"",
            [this] {
              stalledFile_ = stallDetector_.look();
@@ -226,8 +233,30 @@ SessionEnd LinuxHost::sessionEnd() {
           [this] { application_.terminateRegardless(); }};
 }
 
-void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
-                    std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
+void LinuxHost::reportUnusableFolder(bool unusable) {
+  folderRemark_ = unusable ? bundle_->localizedString("The output folder cannot be used.") : "";
+  refreshRemark();
+}
+
+void LinuxHost::tellThatThereIsNoFolder() {
+  const auto notification = std::make_shared<platform::UserNotification>();
+  notification->informativeText = bundle_->localizedString("There is no folder for recordings.");
+  notification->details = storage_.outputFolderProblem();
+  userNotifications_.deliverNotification(notification);
+  bool isOver = false;
+  const auto limit = mainLoop_.scheduledTimer(kLastWords_ms / 1000.0, {}, false,
+                                              [&](const platform::TimerPtr&) { isOver = true; });
+  while (!isOver && userNotifications_.isDelivering()) g_main_context_iteration(nullptr, TRUE);
+  limit->invalidate();
+}
+
+int LinuxHost::exitStatus() const {
+  if (hasNoFolder()) return kExitFailed;
+  return windows_.wentUnseen() ? kExitNoScreen : kExitDone;
+}
+
+int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
+                   std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
   showInDesktop();
   application_.setDelegate(delegate);
   router_.attach(delegate, std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_),
@@ -240,6 +269,7 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   }
   application_.run();
   userDefaults_.synchronize();
+  if (hasNoFolder()) tellThatThereIsNoFolder();
 
   // From here on a new start is a new instance; this one only finishes its files.
   instance_.release();
@@ -257,8 +287,9 @@ void LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   }
   if (fileManager_.openFiles().hasMoveUnderWay() || lostRecordings_.openFiles().hasMoveUnderWay()) {
     // It was said long ago that the file stays where it is.
-    std::_Exit(EXIT_SUCCESS);
+    std::_Exit(exitStatus());
   }
+  return exitStatus();
 }
 
 }  // namespace linux_host

@@ -115,9 +115,11 @@ class LinuxHost {
     std::vector<std::string> pathsToOpen;
     bool startedByBus = false;  // the request that started us follows
   };
-  // Launches the delegate and runs until it has terminated and every file is closed.
-  void run(std::shared_ptr<platform::ApplicationDelegate> delegate,
-           std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
+  // Launches the delegate and runs until it has terminated and every file is closed. Returns the
+  // exit status: kExitFailed without a folder for recordings, kExitNoScreen where something was to
+  // be shown since the last recording began and there was no screen for it, else 0.
+  [[nodiscard]] int run(std::shared_ptr<platform::ApplicationDelegate> delegate,
+                        std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
 
  private:
   void showInDesktop();
@@ -125,8 +127,15 @@ class LinuxHost {
   [[nodiscard]] std::vector<RecordingWatch::Finding> findings();
   void reportSilence(bool silent);
   void reportLowSpace(bool low);
+  void reportUnusableFolder(bool unusable);
   void reportStall(bool stalled);
   void refreshRemark();
+  // Shows what the program ends without; the main loop runs until the desktop has it.
+  void tellThatThereIsNoFolder();
+  [[nodiscard]] bool hasNoFolder() const {
+    return storage_.lastOutputFolder().empty() && !storage_.outputFolderProblem().empty();
+  }
+  [[nodiscard]] int exitStatus() const;
   // Waits until every file is complete; false when no call to a file has come back for so long that
   // none will.
   bool waitForFiles();
@@ -186,6 +195,7 @@ class LinuxHost {
   std::optional<std::string> stalledFile_;
   std::string silenceRemark_;
   std::string spaceRemark_;
+  std::string folderRemark_;
   RecordingWatch recordingWatch_;
   std::unique_ptr<Indicator> indicator_;
 };

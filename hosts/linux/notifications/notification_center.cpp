@@ -232,6 +232,11 @@ std::string DesktopNotificationCenter::textOf(const UserNotification& notificati
   return text;
 }
 
+bool DesktopNotificationCenter::isDelivering() const {
+  return std::any_of(delivered_.begin(), delivered_.end(),
+                     [](const Delivered& one) { return !one.id.has_value(); });
+}
+
 void DesktopNotificationCenter::notify(const UserNotificationPtr& notification) {
   call("Notify", parametersOf(*notification), G_VARIANT_TYPE("(u)"),
        &DesktopNotificationCenter::onNotified, notification);

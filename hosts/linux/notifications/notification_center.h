@@ -29,6 +29,9 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   void deliverNotification(const platform::UserNotificationPtr& notification) override;
   void removeDeliveredNotification(const platform::UserNotificationPtr& notification) override;
 
+  // Whether one is on its way of which the server has not said yet that it has it.
+  [[nodiscard]] bool isDelivering() const;
+
  private:
   // What the server can do, by its own words.
   struct Capabilities {

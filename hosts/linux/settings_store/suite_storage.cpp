@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/small_files.h"
@@ -69,6 +70,11 @@ int makeAndForgetFile(const std::string& folder) {
   return 0;
 }
 
+struct FolderLook {
+  bool exists;
+  std::string problem;  // why nothing can be written there; empty when it can
+};
+
 bool saysYes(const char* value) {
   return value != nullptr && std::string_view(value) == "1";
 }
@@ -113,15 +119,27 @@ std::string SuiteStorage::chosenFolder(const std::string& tool) const {
 
 std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
   std::string folder = chosenFolder(tool);
-  if (folder.empty()) folder = folders_.music;
-  const auto failure = folderCalls_->within([folder] {
-    std::string error = makeFolders(folder, kFolderForRecordings);
-    return error.empty() ? whyNotWritable(folder) : error;
+  const bool isChosen = !folder.empty();
+  if (!isChosen) folder = folders_.music;
+  const auto look = folderCalls_->within([folder] {
+    const std::string error = makeFolders(folder, kFolderForRecordings);
+    std::error_code unknown;
+    const bool exists = error.empty() || std::filesystem::exists(folder, unknown);
+    return FolderLook{exists, error.empty() ? whyNotWritable(folder) : error};
   });
-  const std::string error = failure ? *failure : noAnswerText("use", folder);
-  if (error.empty()) return lastOutputFolder_ = folder;
-  logMessage(LogLevel::kError, "There is no folder for recordings. " + error);
-  return std::nullopt;
+  outputFolderProblem_ = look ? look->problem : noAnswerText("use", folder);
+  const bool isThere = isChosen || !look || look->exists;
+  if (!isThere) {
+    logMessage(LogLevel::kError, "There is no folder for recordings. " + outputFolderProblem_);
+    return std::nullopt;
+  }
+  if (!outputFolderProblem_.empty()) {
+    logMessage(LogLevel::kError,
+               "The output folder cannot be used just now. " + outputFolderProblem_ +
+                   " Until then recordings are kept in the temporary folder, and a later start "
+                   "saves them. Or choose another folder in the preferences.");
+  }
+  return lastOutputFolder_ = folder;
 }
 
 std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::string& folder) {

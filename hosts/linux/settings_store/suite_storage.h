@@ -21,6 +21,9 @@ class SuiteStorage : public suite::Storage {
   std::string setOutputFolder(const std::string& tool, const std::string& folder) override;
   // What outputFolder() named last; empty before.
   [[nodiscard]] const std::string& lastOutputFolder() const { return lastOutputFolder_; }
+  // Why the folder that outputFolder() named last, or did not name, could not be written into then;
+  // empty when it could.
+  [[nodiscard]] const std::string& outputFolderProblem() const { return outputFolderProblem_; }
   void writeLog(std::string_view line) override;
   [[nodiscard]] bool isExtendedLoggingOn() const override { return extendedLogging_; }
 
@@ -30,6 +33,7 @@ class SuiteStorage : public suite::Storage {
   const XdgFolders folders_;
   const std::shared_ptr<FileCalls> folderCalls_ = std::make_shared<FileCalls>();
   std::string lastOutputFolder_;
+  std::string outputFolderProblem_;
   JsonFile locations_;
   const std::string events_;
   const bool extendedLogging_;

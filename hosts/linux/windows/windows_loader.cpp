@@ -46,6 +46,7 @@ int WindowsLoader::runModal(const platform::Alert& alert) {
   mainThread_.check();
   WindowsModule* windows = module();
   if (windows == nullptr) {
+    wentUnseen_ = true;
     const bool critical = alert.style == platform::AlertStyle::kCritical;
     logMessage(critical ? LogLevel::kError : LogLevel::kWarning, alertText(alert));
     return lastButton(alert);
@@ -60,7 +61,10 @@ std::shared_ptr<platform::Window> WindowsLoader::loadWindow(const std::string& i
                                                             platform::InterfaceOwner& owner) {
   mainThread_.check();
   WindowsModule* windows = module();
-  if (windows == nullptr) return nullptr;
+  if (windows == nullptr) {
+    wentUnseen_ = true;
+    return nullptr;
+  }
   auto window = windows->loadWindow(interfaceFileName, owner);
   std::erase_if(windows_, [](const auto& known) { return known.expired(); });
   if (window != nullptr) windows_.push_back(window);

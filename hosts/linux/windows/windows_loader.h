@@ -35,6 +35,9 @@ class WindowsLoader : public platform::Alerts,
   [[nodiscard]] bool hasVisibleWindows() const;
   // Brings the windows that are visible before those of other programs.
   void raiseWindows();
+  // Whether an alert or a window was to be shown and could not, since the last forgetUnseen().
+  [[nodiscard]] bool wentUnseen() const { return wentUnseen_; }
+  void forgetUnseen() { wentUnseen_ = false; }
   [[nodiscard]] bool isModuleLoaded() const { return module_ != nullptr; }
 
  private:
@@ -48,6 +51,7 @@ class WindowsLoader : public platform::Alerts,
   std::unique_ptr<WindowsModule> module_;
   std::vector<std::weak_ptr<platform::Window>> windows_;
   int alerts_ = 0;
+  bool wentUnseen_ = false;
 };
 
 // Whether the environment names a screen that windows could be shown on.

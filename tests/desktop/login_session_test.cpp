@@ -90,11 +90,15 @@ class LoginSessionTest : public DesktopTest {
   const Environment environment_;
   std::unique_ptr<ChildProcess> service_;
   int shutdowns_ = 0;
+  int logouts_ = 0;
   std::function<void()> onShutdown_;
-  std::unique_ptr<LoginSession> session_ = std::make_unique<LoginSession>(kWhy, [this] {
-    ++shutdowns_;
-    if (onShutdown_) onShutdown_();
-  });
+  std::unique_ptr<LoginSession> session_ = std::make_unique<LoginSession>(
+      kWhy,
+      [this] {
+        ++shutdowns_;
+        if (onShutdown_) onShutdown_();
+      },
+      [this] { ++logouts_; });
 };
 
 TEST_F(LoginSessionTest, ARecordingKeepsTheMachineAwakeUntilItsEnd) {
@@ -173,6 +177,40 @@ TEST_F(LoginSessionTest, AnAnnouncementWithOtherArgumentsIsIgnored) {
   announceShutdown(true);
   EXPECT_TRUE(runUntil([&] { return shutdowns_ == 1; }));
   EXPECT_EQ(faults.count(), 0);
+}
+
+TEST_F(LoginSessionTest, TheEndOfTheUsersOwnSessionEndsARecordingAndNoOtherDoes) {
+  startService();
+  const auto mock = [this](const char* path, const char* method, GVariant* arguments) {
+    EXPECT_NE(call(client_.get(), kLogin1, path, "org.freedesktop.DBus.Mock", method, arguments),
+              nullptr);
+  };
+  GVariantBuilder properties;
+  g_variant_builder_init(&properties, G_VARIANT_TYPE("a{sv}"));
+  g_variant_builder_add(&properties, "{sv}", "Id", g_variant_new_string("c7"));
+  mock(kLogin1Path, "AddObject",
+       g_variant_new("(ssa{sv}a(ssss))", "/org/freedesktop/login1/session/auto",
+                     "org.freedesktop.login1.Session", &properties, nullptr));
+  const auto removeSession = [&](const char* id) {
+    GVariantBuilder arguments;
+    g_variant_builder_init(&arguments, G_VARIANT_TYPE("av"));
+    g_variant_builder_add(&arguments, "v", g_variant_new_string(id));
+    g_variant_builder_add(&arguments, "v", g_variant_new_object_path("/session"));
+    mock(kLogin1Path, "EmitSignal",
+         g_variant_new("(sssav)", kManager, "SessionRemoved", "so", &arguments));
+  };
+  session_->toolDataDidChange(kRecording);
+  ASSERT_TRUE(waitForLocks(both_));
+  letItArrive();
+  removeSession("c8");
+  letItArrive();
+  EXPECT_EQ(logouts_, 0);
+  removeSession("c7");
+  EXPECT_TRUE(runUntil([&] { return logouts_ == 1; }));
+  session_->toolDataDidChange(kResting);
+  removeSession("c7");
+  letItArrive();
+  EXPECT_EQ(logouts_, 1);
 }
 
 // Every user of the machine can send signals over its bus.

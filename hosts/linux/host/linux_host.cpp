@@ -101,11 +101,14 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       toolObject_(router_),
       instance_(sessionBus_, fileManager_.temporaryDirectory()),
       quitSignals_(application_),
-      loginSession_(bundle_->localizedString("Audio recording"),
-                    [this] { saveRecording([this] { loginSession_.releaseShutdown(); }); }),
+      loginSession_(
+          bundle_->localizedString("Audio recording"),
+          [this] { saveRecording([this] { loginSession_.releaseShutdown(); }); },
+          sessionEnd().quit),
       xsmpClient_(sessionEnd(), dispatch_.mainQueue(), M4aWriterFactory::defaultFolders()),
       sessionClient_(sessionBus_.connection(), startupId_, sessionEnd(),
                      [this] { xsmpClient_.connect(); }),
+      sessionNames_(sessionBus_.connection(), sessionEnd().quit),
       stallDetector_(fileManager_.openFiles().calls()),
       recordingWatch_(mainLoop_, findings(), [this](bool begins) {
         if (begins) {
@@ -124,6 +127,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
   embeddedSuite_.addObserver(sessionClient_);
+  embeddedSuite_.addObserver(sessionNames_);
   embeddedSuite_.addObserver(recordingWatch_);
 }
 

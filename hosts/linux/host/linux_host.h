@@ -36,6 +36,7 @@
 #include "hosts/linux/permission/desktop_permission.h"
 #include "hosts/linux/power/login_session.h"
 #include "hosts/linux/power/session_client.h"
+#include "hosts/linux/power/session_names.h"
 #include "hosts/linux/power/xsmp_client.h"
 #include "hosts/linux/recovery/lost_recordings.h"
 #include "hosts/linux/settings_store/suite_storage.h"
@@ -190,6 +191,7 @@ class LinuxHost {
   LoginSession loginSession_;
   XsmpClient xsmpClient_;
   SessionClient sessionClient_;
+  SessionNames sessionNames_;
   FreeSpace freeSpace_;
   StallDetector stallDetector_;
   std::optional<std::string> stalledFile_;

@@ -3,6 +3,7 @@
 #include <gio/gunixfdlist.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 namespace linux_host {
@@ -10,6 +11,8 @@ namespace {
 
 constexpr const char* kLogin1 = "org.freedesktop.login1";
 constexpr const char* kLogin1Path = "/org/freedesktop/login1";
+// This names the session of whoever asks.
+constexpr const char* kOwnSession = "/org/freedesktop/login1/session/auto";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
 void closeAndForget(int* descriptor) {
@@ -38,8 +41,12 @@ struct LoginSession::Lock {
   int LoginSession::*descriptor;
 };
 
-LoginSession::LoginSession(std::string why, std::function<void()> onShutdown)
-    : why_(std::move(why)), onShutdown_(std::move(onShutdown)), cancellable_(g_cancellable_new()) {}
+LoginSession::LoginSession(std::string why, std::function<void()> onShutdown,
+                           std::function<void()> onLogout)
+    : why_(std::move(why)),
+      onShutdown_(std::move(onShutdown)),
+      onLogout_(std::move(onLogout)),
+      cancellable_(g_cancellable_new()) {}
 
 LoginSession::~LoginSession() {
   g_cancellable_cancel(cancellable_);
@@ -80,8 +87,8 @@ void LoginSession::connect() {
         session->bus_.reset(bus);
         g_dbus_connection_set_exit_on_close(bus, FALSE);
         session->subscription_ = g_dbus_connection_signal_subscribe(
-            bus, kLogin1, kInterface, "PrepareForShutdown", kLogin1Path, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE, onSignal, session, nullptr);
+            bus, kLogin1, kInterface, nullptr, kLogin1Path, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+            onSignal, session, nullptr);
         if (session->recording_) session->begin();
       },
       this);
@@ -96,6 +103,28 @@ void LoginSession::begin() {
   saving_ = false;
   inhibit("sleep:idle", "block", &LoginSession::sleepLock_);
   inhibit("shutdown", "delay", &LoginSession::shutdownLock_);
+  if (sessionId_.empty()) askForSession();
+}
+
+// A program that the bus has started is in no session of its own; it then is one of the session in
+// which its user sits before a screen.
+void LoginSession::askForSession() {
+  g_dbus_connection_call(
+      bus_.get(), kLogin1, kOwnSession, "org.freedesktop.DBus.Properties", "Get",
+      g_variant_new("(ss)", "org.freedesktop.login1.Session", "Id"), G_VARIANT_TYPE("(v)"),
+      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, cancellable_,
+      [](GObject* bus, GAsyncResult* result, gpointer self) {
+        GError* failure = nullptr;
+        const VariantPtr answer(
+            g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, &failure));
+        const ErrorPtr error(failure);
+        if (!answer) return;
+        const VariantPtr boxed(g_variant_get_child_value(answer.get(), 0));
+        const VariantPtr id(g_variant_get_variant(boxed.get()));
+        if (g_variant_is_of_type(id.get(), G_VARIANT_TYPE_STRING) == FALSE) return;
+        static_cast<LoginSession*>(self)->sessionId_ = g_variant_get_string(id.get(), nullptr);
+      },
+      this);
 }
 
 void LoginSession::end() {
@@ -134,14 +163,30 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
 }
 
 void LoginSession::onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                            const gchar*, GVariant* parameters, gpointer self) {
+                            const gchar* signal, GVariant* parameters, gpointer self) {
+  auto* session = static_cast<LoginSession*>(self);
+  const std::string_view name = signal;
+  if (name == "PrepareForShutdown") {
+    session->prepareForShutdown(parameters);
+  } else if (name == "SessionRemoved") {
+    session->sessionRemoved(parameters);
+  }
+}
+
+void LoginSession::prepareForShutdown(GVariant* parameters) {
   if (!areOfType(parameters, "(b)", "PrepareForShutdown")) return;
   gboolean goingDown = FALSE;
   g_variant_get(parameters, "(b)", &goingDown);
-  auto* session = static_cast<LoginSession*>(self);
-  if (goingDown == FALSE || !session->recording_) return;
-  session->saving_ = true;
-  session->onShutdown_();
+  if (goingDown == FALSE || !recording_) return;
+  saving_ = true;
+  onShutdown_();
+}
+
+void LoginSession::sessionRemoved(GVariant* parameters) {
+  if (!areOfType(parameters, "(so)", "SessionRemoved")) return;
+  const gchar* id = nullptr;
+  g_variant_get(parameters, "(&so)", &id, nullptr);
+  if (recording_ && !sessionId_.empty() && sessionId_ == id) onLogout_();
 }
 
 }  // namespace linux_host

@@ -9,13 +9,13 @@
 namespace linux_host {
 
 // While a recording runs the machine does not fall asleep, and a shutdown waits until it is saved:
-// inhibitors of org.freedesktop.login1. A machine without that service just goes without. Main
-// thread; no call waits for an answer.
+// inhibitors of org.freedesktop.login1, which also tells when the user has logged out. A machine
+// without that service just goes without. Main thread; no call waits for an answer.
 class LoginSession : public suite::ToolDataObserver {
  public:
   // `why` is what the desktop shows as the reason. `onShutdown` is called when the machine goes
-  // down during a recording.
-  LoginSession(std::string why, std::function<void()> onShutdown);
+  // down during a recording, `onLogout` when this user's session is over.
+  LoginSession(std::string why, std::function<void()> onShutdown, std::function<void()> onLogout);
   ~LoginSession() override;
   LoginSession(const LoginSession&) = delete;
   LoginSession& operator=(const LoginSession&) = delete;
@@ -33,12 +33,17 @@ class LoginSession : public suite::ToolDataObserver {
   void begin();
   void end();
   void inhibit(const char* what, const char* mode, int LoginSession::*descriptor);
+  void askForSession();
+  void prepareForShutdown(GVariant* parameters);
+  void sessionRemoved(GVariant* parameters);
   static void onSignal(GDBusConnection* connection, const gchar* sender, const gchar* path,
                        const gchar* interfaceName, const gchar* signal, GVariant* parameters,
                        gpointer self);
 
   const std::string why_;
   std::function<void()> onShutdown_;
+  std::function<void()> onLogout_;
+  std::string sessionId_;  // empty until it is known
   GCancellable* const cancellable_;
   ConnectionPtr bus_;
   guint subscription_ = 0;

@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 #include <spa/param/audio/raw.h>
 
+#include "driver/default_value.h"
 #include "driver/loopback_protocol.h"
 #include "platform/capture.h"
 
 namespace linux_host {
 namespace {
+
+using loopback::defaultWithName;
+using loopback::nameInDefault;
 
 AudioNode& addNode(AudioGraph& graph, std::uint32_t id, const std::string& name,
                    const std::string& mediaClass, NodeProperties properties = {}) {
@@ -45,6 +49,30 @@ TEST(AudioGraph, FallbackSinkIsNeverTheLoopback) {
   EXPECT_EQ(graph.defaultSink()->name, "sink");
   graph.defaults["default.audio.sink"] = defaultWithName(loopback::kLoopbackDeviceUID);
   EXPECT_TRUE(graph.defaultSink()->isLoopback());
+}
+
+// The play-through goes to the default output, and must not go to a device that ends.
+TEST(AudioGraph, ALoopbackThatLeavesIsNoDefaultSink) {
+  AudioGraph graph;
+  addNode(graph, 40, loopback::kLoopbackDeviceUID, "Audio/Sink");
+  addNode(graph, 41, "best", "Audio/Sink", {{"priority.session", "9000"}});
+  addNode(graph, 42, "last", "Audio/Sink");
+  addNode(graph, 43, "chosen", "Audio/Sink");
+  graph.defaultSinkIs(defaultWithName("last"));
+  graph.defaultSinkIs(defaultWithName(loopback::kLoopbackDeviceUID));
+  graph.defaultSinkIs("damaged");
+  const std::string loopbackIs = defaultWithName(loopback::kLoopbackDeviceUID);
+  graph.defaults["default.audio.sink"] = loopbackIs;
+  graph.defaults["default.configured.audio.sink"] = loopbackIs;
+  graph.loopbackState.driverIs(30, "1.0.3", "99:1");
+  EXPECT_TRUE(graph.defaultSink()->isLoopback()) << "somebody has it";
+  graph.loopbackState.driverIs(30, "1.0.3", "none");
+  EXPECT_EQ(graph.defaultSink()->name, "last");
+  graph.defaults["default.configured.audio.sink"] = defaultWithName("chosen");
+  EXPECT_EQ(graph.defaultSink()->name, "chosen");
+  graph.nodes.erase(43);
+  graph.nodes.erase(42);
+  EXPECT_EQ(graph.defaultSink()->name, "best");
 }
 
 TEST(AudioGraph, NodesWhosePropertiesHaveNotArrivedAreNotThere) {

@@ -72,7 +72,7 @@ void ToolFixture::useOutputFolder(const std::string& folder) const {
             Json{{kToolIdentifier, folder}}.dump());
 }
 
-ChildProcess::Command ToolFixture::command(const std::vector<std::string>& arguments) const {
+ChildProcess::Command ToolFixture::toolCommand(const std::vector<std::string>& arguments) const {
   ChildProcess::Command command;
   command.arguments = {RECORD_AUDIO};
   command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
@@ -83,7 +83,7 @@ ChildProcess::Command ToolFixture::command(const std::vector<std::string>& argum
 }
 
 std::unique_ptr<ChildProcess> ToolFixture::start(const std::vector<std::string>& arguments) {
-  ChildProcess::Command tool = command(arguments);
+  ChildProcess::Command tool = toolCommand(arguments);
   tool.arguments.insert(tool.arguments.begin(), launcher_.begin(), launcher_.end());
   tool.outputFile = server.directory() + "/tool.log";
   return std::make_unique<ChildProcess>(tool);
@@ -101,7 +101,7 @@ std::string ToolFixture::log() const {
 }
 
 FinishedCommand ToolFixture::run(const std::vector<std::string>& arguments) {
-  const ChildProcess::Command tool = command(arguments);
+  const ChildProcess::Command tool = toolCommand(arguments);
   return runToEnd(tool.arguments, tool.environment, server.directory());
 }
 

@@ -81,10 +81,11 @@ class ToolFixture : public testing::Test {
   std::unique_ptr<test_support::PipeWireControl> control;
   std::unique_ptr<test_support::SignalFeed> feed;
 
- private:
-  [[nodiscard]] test_support::ChildProcess::Command command(
+  // The program with the arguments, in the environment set here.
+  [[nodiscard]] test_support::ChildProcess::Command toolCommand(
       const std::vector<std::string>& arguments) const;
 
+ private:
   std::map<std::string, std::string> environment_;
   std::vector<std::string> launcher_;
 };

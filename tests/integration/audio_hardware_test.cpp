@@ -6,11 +6,13 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 #include "platform/capture.h"
+#include "tests/base/temporary_folder.h"
 #include "tests/integration/hardware_reader.h"
 #include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
@@ -274,11 +276,48 @@ TEST_F(ConnectedHardwareTest, VisibleLoopbackHasAnInputSideWithoutVolume) {
   EXPECT_EQ(read.text(device, global(kAudioDevicePropertyDeviceManufacturerCFString)), "1.0.3");
 }
 
-TEST_F(ConnectedHardwareTest, HiddenLoopbackResolvesAndTakesRequestsWhileItsDriverRuns) {
+// Here the driver's program is that of the test.
+class LoopbackHardwareTest : public AudioHardwareTest {
+ protected:
+  const base_test::Environment environment{{"KORVEL_LOOPBACK_DRIVER", "/proc/self/exe"}};
+  PipeWireConnection connection;
+  PipeWireAudioHardware hardware{connection, clocks};
+  HardwareReader read{hardware};
+};
+
+TEST_F(LoopbackHardwareTest, ADriverThatIsToBeThereIsWaitedForButNotForEver) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(read.deviceWithUID("mic.a"), kAudioObjectUnknown);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, PipeWireConnection::kStartLimit);
   EXPECT_EQ(read.deviceWithUID(loopback::kLoopbackDeviceUID), kAudioObjectUnknown);
-  // Another client that says it is the driver.
-  auto driver = std::make_unique<PipeWireConnection>();
-  ASSERT_TRUE(driver->setOwnProperty(loopback::kLoopbackDriverKey, "1.0.3"));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin,
+            PipeWireConnection::kDriverGrace - std::chrono::milliseconds(500));
+  const auto second = std::chrono::steady_clock::now();
+  EXPECT_EQ(read.deviceWithUID(loopback::kLoopbackDeviceUID), kAudioObjectUnknown);
+  EXPECT_LT(std::chrono::steady_clock::now() - second, std::chrono::seconds(1));
+}
+
+TEST_F(LoopbackHardwareTest, ADriverThatComesLateIsFound) {
+  std::thread late([this] {
+    const auto begin = std::chrono::steady_clock::now();
+    waitUntil([&] { return std::chrono::steady_clock::now() - begin > 500ms; });
+    control.setClientProperty(loopback::kLoopbackDriverKey, "1.0.3");
+  });
+  EXPECT_NE(read.deviceWithUID(loopback::kLoopbackDeviceUID), kAudioObjectUnknown);
+  late.join();
+}
+
+// Any client may carry the driver's key.
+TEST_F(ConnectedHardwareTest, AClientThatSaysItIsTheDriverIsNone) {
+  control.setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
+  control.createSink("a.sink");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("a.sink") != 0; }));
+  EXPECT_EQ(read.deviceWithUID(loopback::kLoopbackDeviceUID), kAudioObjectUnknown);
+}
+
+TEST_F(LoopbackHardwareTest, HiddenLoopbackResolvesAndTakesRequestsWhileItsDriverRuns) {
+  auto driver = std::make_unique<PipeWireControl>();
+  driver->setClientProperty(loopback::kLoopbackDriverKey, "1.0.3");
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID(loopback::kLoopbackDeviceUID) != 0; }));
   const AudioDeviceID device = read.deviceWithUID(loopback::kLoopbackDeviceUID);
   EXPECT_THAT(read.ids(kAudioObjectSystemObject, global(kAudioHardwarePropertyDevices)),

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <random>
 
 #include "driver/loopback_protocol.h"
@@ -24,6 +25,7 @@ using e2e::kM4a;
 using e2e::kMp3;
 using test_support::ChildProcess;
 using test_support::measureTone;
+using test_support::PipeWireControl;
 using test_support::PrivatePipeWire;
 using test_support::ToneFigures;
 using test_support::waitUntil;
@@ -38,7 +40,7 @@ constexpr bool kWithDriver = true;
 
 PrivatePipeWire::Options desktop(bool hasDriver) {
   PrivatePipeWire::Options options;
-  options.watchdog = 400s;
+  options.watchdog = 1800s;
   options.pipewireDropIns = {
       {"10-cycles.conf",
        "context.properties = { default.clock.quantum = 4096 default.clock.min-quantum = 4096 "
@@ -53,6 +55,7 @@ PrivatePipeWire::Options desktop(bool hasDriver) {
 class SystemAudioTest : public e2e::ToolFixture {
  protected:
   explicit SystemAudioTest(bool hasDriver = kWithDriver) : ToolFixture(desktop(hasDriver)) {
+    setEnvironment("KORVEL_LOOPBACK_DRIVER", LOOPBACK_DRIVER);
     plugInDevices();
     control->setDefaultSink(kHeadphones);
     if (hasDriver) {
@@ -77,12 +80,14 @@ class SystemAudioTest : public e2e::ToolFixture {
     control->createSink(kHeadphones, {{"priority.session", "500"}});
     control->createSink(kSpeaker, {{"priority.session", "900"}});
   }
-  void startPlayer() {
-    player = std::make_unique<ChildProcess>(ChildProcess::Command{
-        {"pw-cat", "-p", "-P", std::string("{ node.name = ") + kPlayer + " }", toneFile()},
-        {},
-        {}});
-    EXPECT_TRUE(waitUntilHeardOn(kHeadphones));
+  // `target`: the sink it plays to whenever that is there; empty: wherever the default leads.
+  void startPlayer(const std::string& target = "") {
+    std::string properties = std::string("{ node.name = ") + kPlayer;
+    if (!target.empty()) properties += " target.object = " + target;
+    player = std::make_unique<ChildProcess>(
+        ChildProcess::Command{{"pw-cat", "-p", "-P", properties + " }", toneFile()}, {}, {}});
+    EXPECT_TRUE(target.empty() ? waitUntilHeardOn(kHeadphones)
+                               : waitUntil([this] { return !sinksHeardOn().empty(); }));
   }
 
   [[nodiscard]] std::string toneFile() const { return server.directory() + "/tone.wav"; }
@@ -317,9 +322,131 @@ TEST_F(NoDriverTest, WithoutOneThePreferencesAreShown) {
 }
 
 TEST_F(NoDriverTest, WithOneThatIsTooOldThePreferencesAreShown) {
+  setEnvironment("KORVEL_LOOPBACK_DRIVER", std::filesystem::canonical("/proc/self/exe"));
   control->setClientProperty(loopback::kLoopbackDriverKey, "1.0.2");
   expectThePreferencesInsteadOfARecording();
 }
+
+TEST_F(NoDriverTest, WithAClientThatOnlySaysItIsOneThePreferencesAreShown) {
+  control->setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
+  expectThePreferencesInsteadOfARecording();
+}
+
+TEST_F(SystemAudioTest, AClientThatSaysItIsTheDriverChangesNothing) {
+  control->setClientProperty(loopback::kLoopbackDriverKey, "0.0.1");
+  useFormat(kMp3);
+  const auto tool = startRecording();
+  EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+// As at a login, where it is the tool that wakes the sound server.
+TEST_F(NoDriverTest, OneThatComesLateIsWaitedFor) {
+  const auto tool = start();
+  ASSERT_TRUE(waitUntil([this] {
+    const auto clients = control->clientProperties();
+    return std::any_of(clients.begin(), clients.end(), [](const auto& client) {
+      const auto name = client.find("application.name");
+      return name != client.end() && name->second == "Record Audio";
+    });
+  }));
+  ChildProcess late({{LOOPBACK_DRIVER}, {}, server.directory() + "/log"});
+  EXPECT_TRUE(waitForState("recording"));
+  EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  late.terminate();
+}
+
+// Two activations of a recording, one soon after the other: stop, and start again. The device is on
+// its way out meanwhile. RA_RESTARTS has it done that often, with 0 to 400 ms between.
+class RestartTest : public SystemAudioTest, public testing::WithParamInterface<const char*> {
+ protected:
+  // The tool's own sound, on the user's device.
+  bool waitUntilToolIsHeard() {
+    return waitUntil(
+        [this] {
+          std::map<std::string, PipeWireControl::Properties> nodes;
+          for (auto& node : control->objects("Node")) nodes[node["object.id"]] = node;
+          for (auto& link : control->objects("Link")) {
+            auto& from = nodes[link["link.output.node"]];
+            if (nodes[link["link.input.node"]]["node.name"] != kHeadphones) continue;
+            if (from["node.name"] != kPlayer) return true;
+          }
+          return false;
+        },
+        3s);
+  }
+  void activateTwice(std::chrono::milliseconds pause) {
+    ChildProcess::Command activation = toolCommand({});
+    activation.outputFile = server.directory() + "/activations.log";
+    ChildProcess first(activation);
+    const auto begin = std::chrono::steady_clock::now();
+    waitUntil([&] { return std::chrono::steady_clock::now() - begin >= pause; });
+    ChildProcess second(activation);
+    EXPECT_EQ(first.waitForExit(10s), 0);
+    EXPECT_EQ(second.waitForExit(10s), 0);
+  }
+  // The last half second of what was recorded, which leaves the time to move the player there.
+  bool endsInTone(const std::string& file) {
+    const DecodedSound sound = decodeSound(file, server.directory());
+    if (sound.duration_s() < 1) return false;
+    const std::vector<float>& samples = sound.samples.front();
+    const std::ptrdiff_t eighth = sound.rate_Hz / 8;
+    const std::vector<float> last(samples.end() - 5 * eighth, samples.end() - eighth);
+    const ToneFigures figures = measureTone(last, sound.rate_Hz);
+    return std::abs(figures.frequency_Hz - 1000) < 2 &&
+           std::abs(figures.amplitude - kAmplitude) < kAmplitude * 0.1;
+  }
+};
+
+TEST_P(RestartTest, EveryRecordingIsFollowedByOneThatHoldsTheTone) {
+  const char* wanted = std::getenv("RA_RESTARTS");
+  const int restarts = wanted == nullptr ? 6 : std::atoi(wanted);
+  std::mt19937 random(20261121);
+  useFormat(kMp3);
+  startPlayer(GetParam());
+  auto tool = startRecording();
+  int recordsAgain = 0;
+  int heard = 0;
+  for (int i = 0; i < restarts; ++i) {
+    ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID)) << "recording " << i;
+    e2e::waitSeconds(1);
+    const std::chrono::milliseconds pause(
+        wanted == nullptr ? i * 10 : std::uniform_int_distribution<int>(0, 400)(random));
+    activateTwice(pause);
+    const bool isSaved = waitUntil(
+        [&] { return filesIn(musicFolder()).size() == static_cast<std::size_t>(i) + 1; }, 5s);
+    const bool again = isSaved && waitForState("recording");
+    EXPECT_TRUE(again) << "after " << pause.count() << " ms: " << status().dump();
+    recordsAgain += again ? 1 : 0;
+    const bool isHeard = waitUntilToolIsHeard();
+    EXPECT_TRUE(isHeard) << "after " << pause.count() << " ms";
+    heard += isHeard ? 1 : 0;
+    if (again) continue;
+    if (tool->isRunning()) tool->kill();
+    tool = startRecording();
+  }
+  ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
+  e2e::waitSeconds(1);
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  int withTone = 0;
+  const auto files = filesIn(musicFolder());
+  for (const std::string& file : files) {
+    const bool hasTone = endsInTone(file);
+    EXPECT_TRUE(hasTone) << file;
+    withTone += hasTone ? 1 : 0;
+  }
+  std::printf("%d of %d recorded again, %d heard; %d of %zu files hold the tone\n", recordsAgain,
+              restarts, heard, withTone, files.size());
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Players, RestartTest, testing::Values("", loopback::kLoopbackDeviceUID),
+                         [](const auto& test) { return *test.param ? "Pinned" : "Free"; });
 
 // At any moment of start, recording and stop.
 TEST_F(SystemAudioTest, KilledRecorderLeavesTheUsersOwnOutputWithinASecond) {

@@ -3,14 +3,12 @@
 #include <pipewire/keys.h>
 #include <spa/param/audio/raw.h>
 #include <spa/param/audio/type-info.h>
-#include <spa/utils/json.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstring>
 #include <string_view>
 
+#include "driver/default_value.h"
 #include "driver/loopback_protocol.h"
 #include "platform/capture.h"
 
@@ -109,7 +107,7 @@ std::vector<const AudioNode*> AudioGraph::audioDevices() const {
 const AudioNode* AudioGraph::defaultSource() const {
   const auto chosen = defaults.find("default.audio.source");
   if (chosen != defaults.end()) {
-    const AudioNode* node = findNode(nameInDefault(chosen->second).value_or(""));
+    const AudioNode* node = findNode(loopback::nameInDefault(chosen->second).value_or(""));
     if (node != nullptr && node->isSource()) return node;
   }
   std::vector<const AudioNode*> sources = audioDevices();
@@ -117,20 +115,31 @@ const AudioNode* AudioGraph::defaultSource() const {
   return preferred(sources);
 }
 
+const AudioNode* AudioGraph::sinkInDefault(const char* key) const {
+  const auto chosen = defaults.find(key);
+  if (chosen == defaults.end()) return nullptr;
+  const AudioNode* node = findNode(loopback::nameInDefault(chosen->second).value_or(""));
+  return node != nullptr && node->isSink() ? node : nullptr;
+}
+
 const AudioNode* AudioGraph::defaultSink() const {
-  const auto chosen = defaults.find(loopback::kDefaultSinkKey);
-  if (chosen != defaults.end()) {
-    const AudioNode* node = findNode(nameInDefault(chosen->second).value_or(""));
-    if (node != nullptr && node->isSink()) return node;
+  const AudioNode* used = sinkInDefault(loopback::kDefaultSinkKey);
+  if (used != nullptr && !(used->isLoopback() && loopbackState.isLeaving())) return used;
+  if (used != nullptr) {
+    const AudioNode* configured = sinkInDefault(loopback::kConfiguredDefaultSinkKey);
+    const AudioNode* last = findNode(lastRealSink);
+    for (const AudioNode* node : {configured, last}) {
+      if (node != nullptr && node->isSink() && !node->isLoopback()) return node;
+    }
   }
   std::vector<const AudioNode*> sinks = audioDevices();
   std::erase_if(sinks, [](const AudioNode* node) { return !node->isSink() || node->isLoopback(); });
   return preferred(sinks);
 }
 
-std::optional<std::string> AudioGraph::loopbackDriverVersion() const {
-  if (loopbackDrivers.empty()) return std::nullopt;
-  return loopbackDrivers.begin()->second;
+void AudioGraph::defaultSinkIs(const std::string& json) {
+  const std::string name = loopback::nameInDefault(json).value_or("");
+  if (!name.empty() && name != loopback::kLoopbackDeviceUID) lastRealSink = name;
 }
 
 std::uint32_t AudioGraph::setting(const std::string& key) const {
@@ -201,7 +210,7 @@ const std::string& AudioGraph::deviceProperty(const AudioNode& node, const std::
 
 std::string AudioGraph::manufacturer(const AudioNode& node) const {
   if (node.isLoopback()) {
-    if (const auto version = loopbackDriverVersion()) return *version;
+    if (const auto version = loopbackState.driverVersion()) return *version;
     return node.property(loopback::kLoopbackDeviceManufacturerKey);
   }
   const std::string& bus = deviceProperty(node, PW_KEY_DEVICE_BUS);
@@ -217,35 +226,6 @@ std::string AudioGraph::displayName(const AudioNode& node) {
     if (const std::string& text = node.property(key); !text.empty()) return text;
   }
   return node.name;
-}
-
-std::optional<std::string> nameInDefault(const std::string& json) {
-  std::array<spa_json, 2> levels{};
-  spa_json_init(&levels[0], json.data(), json.size());
-  if (spa_json_enter_object(&levels[0], &levels[1]) <= 0) return std::nullopt;
-  std::string key(json.size() + 1, '\0');
-  while (spa_json_get_string(&levels[1], key.data(), static_cast<int>(key.size())) > 0) {
-    const char* value = nullptr;
-    const int length = spa_json_next(&levels[1], &value);
-    if (length <= 0) break;
-    if (std::strcmp(key.c_str(), "name") != 0) continue;
-    if (!spa_json_is_string(value, length)) return std::nullopt;
-    std::string name(static_cast<std::size_t>(length) + 1, '\0');
-    if (spa_json_parse_stringn(value, length, name.data(), static_cast<int>(name.size())) <= 0) {
-      return std::nullopt;
-    }
-    name.resize(std::strlen(name.c_str()));
-    return name;
-  }
-  return std::nullopt;
-}
-
-std::string defaultWithName(const std::string& nodeName) {
-  std::string quoted(6 * nodeName.size() + 3, '\0');
-  const int length =
-      spa_json_encode_string(quoted.data(), static_cast<int>(quoted.size()), nodeName.c_str());
-  quoted.resize(static_cast<std::size_t>(length));
-  return "{\"name\":" + quoted + "}";
 }
 
 }  // namespace linux_host

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "hosts/linux/audio/loopback_state.h"
+
 // What the daemon has told about the computer's sound, as plain data.
 
 namespace linux_host {
@@ -56,10 +58,11 @@ struct AudioGraph {
   std::map<std::uint32_t, AudioNode> nodes;
   std::map<std::uint32_t, std::vector<Route>> deviceRoutes;  // active routes by device
   std::map<std::uint32_t, NodeProperties> devices;
-  std::map<std::uint32_t, std::string> loopbackDrivers;  // client to version
-  std::map<std::string, std::string> defaults;           // the "default" metadata
-  std::map<std::string, std::string> settings;           // the "settings" metadata
+  LoopbackState loopbackState;
+  std::map<std::string, std::string> defaults;  // the "default" metadata
+  std::map<std::string, std::string> settings;  // the "settings" metadata
   bool hasDefaults = false;
+  std::string lastRealSink;  // the latest default output that was not the loopback device
 
   // Null when there is no known node of that name.
   [[nodiscard]] const AudioNode* findNode(const std::string& name) const;
@@ -68,9 +71,8 @@ struct AudioGraph {
   // The chosen default if it can be had, else the device of the highest priority; null when there
   // is none at all.
   [[nodiscard]] const AudioNode* defaultSource() const;
+  // A loopback device that leaves is no default output any more: it is what the driver puts back.
   [[nodiscard]] const AudioNode* defaultSink() const;
-  // The version of the loopback driver that runs; null when none does.
-  [[nodiscard]] std::optional<std::string> loopbackDriverVersion() const;
 
   // The rate that the whole graph runs at, unless a device forces another, Hz.
   [[nodiscard]] std::uint32_t graphRate_Hz() const;
@@ -91,13 +93,13 @@ struct AudioGraph {
   // As users know the device.
   [[nodiscard]] static std::string displayName(const AudioNode& node);
 
+  // The metadata names that default output.
+  void defaultSinkIs(const std::string& json);
+
  private:
+  // The sink that is named by the key of the default metadata; null when there is none.
+  [[nodiscard]] const AudioNode* sinkInDefault(const char* key) const;
   [[nodiscard]] std::uint32_t setting(const std::string& key) const;
 };
-
-// The "name" of a metadata value {"name": ...}; null when it is something else.
-std::optional<std::string> nameInDefault(const std::string& json);
-// The metadata value that names a node.
-std::string defaultWithName(const std::string& nodeName);
 
 }  // namespace linux_host

@@ -4,8 +4,13 @@
 #include <pipewire/pipewire.h>
 
 #include <cerrno>
+#include <cstring>
+#include <optional>
 #include <utility>
+#include <vector>
 
+#include "driver/bound_proxy.h"
+#include "driver/default_value.h"
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/pipewire_context.h"
 #include "hosts/linux/audio/spa_params.h"
@@ -25,31 +30,20 @@ const std::string& valueOf(const NodeProperties& properties, const char* key) {
   return found == properties.end() ? kNone : found->second;
 }
 
-template <typename Interface>
-Interface* as(pw_proxy* proxy) {
-  return reinterpret_cast<Interface*>(proxy);
-}
-
 }  // namespace
 
 struct GraphWatcher::Binding {
-  Binding(GraphWatcher* owner, std::uint32_t globalId, pw_proxy* boundProxy)
-      : watcher(owner), id(globalId), proxy(boundProxy) {}
-  ~Binding() {
-    spa_hook_remove(&listener);
-    pw_proxy_destroy(proxy);
-  }
-  Binding(const Binding&) = delete;
-  Binding& operator=(const Binding&) = delete;
+  Binding(GraphWatcher* owner, std::uint32_t globalId, void* bound)
+      : watcher(owner), id(globalId), proxy(bound) {}
 
   GraphWatcher* watcher;
   std::uint32_t id;
-  pw_proxy* proxy;
-  spa_hook listener{};
+  loopback::BoundProxy proxy;
   std::map<std::string, std::string>* metadata = nullptr;  // of a metadata object: its copy
 };
 
-GraphWatcher::GraphWatcher(Owner& owner) : owner_(owner) {}
+GraphWatcher::GraphWatcher(Owner& owner, const loopback::VouchedProgram& driver)
+    : owner_(owner), driver_(driver) {}
 
 bool GraphWatcher::connect(pw_context* context) {
   static constexpr pw_core_events kCoreEvents = [] {
@@ -95,6 +89,9 @@ void GraphWatcher::onDone(void* data, std::uint32_t id, int sequence) {
   if (sequence == self->globalsSequence_) {
     self->detailsSequence_ = pw_core_sync(self->core_, PW_ID_CORE, 0);
   } else if (sequence == self->detailsSequence_) {
+    const std::uint32_t own =
+        pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(self->core_)));
+    self->owner_.update([own](AudioGraph& graph) { graph.loopbackState.ownClientIs(own); });
     self->owner_.pictureIsComplete();
   }
 }
@@ -135,11 +132,11 @@ void GraphWatcher::onGlobalRemove(void* data, std::uint32_t id) {
     }
     graph.devices.erase(id);
     graph.deviceRoutes.erase(id);
-    graph.loopbackDrivers.erase(id);
+    graph.loopbackState.driverGone(id);
     if (binding.metadata != nullptr) binding.metadata->clear();
-    if (binding.proxy == reinterpret_cast<pw_proxy*>(self->defaults_)) graph.hasDefaults = false;
+    if (binding.proxy.as<pw_metadata>() == self->defaults_) graph.hasDefaults = false;
   });
-  if (binding.proxy == reinterpret_cast<pw_proxy*>(self->defaults_)) self->defaults_ = nullptr;
+  if (binding.proxy.as<pw_metadata>() == self->defaults_) self->defaults_ = nullptr;
   self->bindings_.erase(found);
 
   if (!removedDevice.empty()) self->owner_.captureDeviceWent(removedDevice);
@@ -147,7 +144,7 @@ void GraphWatcher::onGlobalRemove(void* data, std::uint32_t id) {
 
 GraphWatcher::Binding* GraphWatcher::bind(std::uint32_t id, const char* type,
                                           std::uint32_t version) {
-  auto* proxy = static_cast<pw_proxy*>(pw_registry_bind(registry_, id, type, version, 0));
+  void* proxy = pw_registry_bind(registry_, id, type, version, 0);
   if (proxy == nullptr) return nullptr;
   return (bindings_[id] = std::make_unique<Binding>(this, id, proxy)).get();
 }
@@ -164,8 +161,8 @@ void GraphWatcher::bindNode(std::uint32_t id, const NodeProperties& properties) 
     node.mediaClass = valueOf(properties, PW_KEY_MEDIA_CLASS);
     node.properties = properties;
   });
-  auto* node = as<pw_node>(binding->proxy);
-  pw_node_add_listener(node, &binding->listener, &kEvents, binding);
+  binding->proxy.listen(&kEvents, binding);
+  auto* node = binding->proxy.as<pw_node>();
   std::uint32_t params[] = {SPA_PARAM_Props, SPA_PARAM_EnumFormat, SPA_PARAM_Format};
   pw_node_subscribe_params(node, params, std::size(params));
   nodeSyncs_[pw_core_sync(core_, PW_ID_CORE, 0)] = id;
@@ -227,8 +224,8 @@ void GraphWatcher::bindDevice(std::uint32_t id, const NodeProperties& properties
   if (valueOf(properties, PW_KEY_MEDIA_CLASS) != "Audio/Device") return;
   Binding* binding = bind(id, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE);
   if (binding == nullptr) return;
-  auto* device = as<pw_device>(binding->proxy);
-  pw_device_add_listener(device, &binding->listener, &kEvents, binding);
+  binding->proxy.listen(&kEvents, binding);
+  auto* device = binding->proxy.as<pw_device>();
   std::uint32_t params[] = {SPA_PARAM_Route};
   pw_device_subscribe_params(device, params, std::size(params));
 }
@@ -255,18 +252,23 @@ void GraphWatcher::bindClient(std::uint32_t id) {
   static constexpr pw_client_events kEvents{PW_VERSION_CLIENT_EVENTS, onClientInfo, nullptr};
   Binding* binding = bind(id, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT);
   if (binding == nullptr) return;
-  pw_client_add_listener(as<pw_client>(binding->proxy), &binding->listener, &kEvents, binding);
+  binding->proxy.listen(&kEvents, binding);
 }
 
 void GraphWatcher::onClientInfo(void* data, const pw_client_info* info) {
   auto* binding = static_cast<Binding*>(data);
   if ((info->change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
   const char* version = spa_dict_lookup(info->props, loopback::kLoopbackDriverKey);
+  const char* granted = spa_dict_lookup(info->props, loopback::kLoopbackGrantedKey);
+  // Any client can say that it is the driver.
+  const bool isDriver = version != nullptr && binding->watcher->driver_.isRunBy(*info->props);
   binding->watcher->owner_.update([&](AudioGraph& graph) {
-    if (version != nullptr) {
-      graph.loopbackDrivers[binding->id] = version;
+    if (isDriver) {
+      graph.loopbackState.driverIs(
+          binding->id, version,
+          granted != nullptr ? std::optional<std::string>(granted) : std::nullopt);
     } else {
-      graph.loopbackDrivers.erase(binding->id);
+      graph.loopbackState.driverGone(binding->id);
     }
   });
 }
@@ -281,27 +283,29 @@ void GraphWatcher::bindMetadata(std::uint32_t id, const NodeProperties& properti
   // Answered after the object, whether that could be bound or not.
   metadataSyncs_.insert(pw_core_sync(core_, PW_ID_CORE, 0));
   if (binding == nullptr) return;
-  auto* metadata = as<pw_metadata>(binding->proxy);
+  auto* metadata = binding->proxy.as<pw_metadata>();
   if (isDefaults) defaults_ = metadata;
   owner_.update([&](AudioGraph& graph) {
     binding->metadata = isDefaults ? &graph.defaults : &graph.settings;
     binding->metadata->clear();
     if (isDefaults) graph.hasDefaults = true;
   });
-  pw_metadata_add_listener(metadata, &binding->listener, &kEvents, binding);
+  binding->proxy.listen(&kEvents, binding);
 }
 
 int GraphWatcher::onMetadata(void* data, std::uint32_t subject, const char* key, const char*,
                              const char* value) {
   auto* binding = static_cast<Binding*>(data);
   if (subject != PW_ID_CORE) return 0;
-  binding->watcher->owner_.update([&](AudioGraph&) {
+  binding->watcher->owner_.update([&](AudioGraph& graph) {
     if (key == nullptr) {
       binding->metadata->clear();
     } else if (value == nullptr) {
       binding->metadata->erase(key);
     } else {
       (*binding->metadata)[key] = value;
+      const bool isSink = std::strcmp(key, loopback::kDefaultSinkKey) == 0;
+      if (isSink && binding->metadata == &graph.defaults) graph.defaultSinkIs(value);
     }
   });
   return 0;
@@ -310,12 +314,15 @@ int GraphWatcher::onMetadata(void* data, std::uint32_t subject, const char* key,
 void GraphWatcher::setDefaultSink(const std::string& nodeName) {
   if (defaults_ == nullptr) return;
   pw_metadata_set_property(defaults_, PW_ID_CORE, loopback::kConfiguredDefaultSinkKey,
-                           loopback::kDefaultValueType, defaultWithName(nodeName).c_str());
+                           loopback::kDefaultValueType,
+                           loopback::defaultWithName(nodeName).c_str());
 }
 
-void GraphWatcher::setOwnProperty(const std::string& key, const std::string& value) {
-  const spa_dict_item item{key.c_str(), value.c_str()};
-  const spa_dict dictionary{0, 1, &item};
+void GraphWatcher::setOwnProperties(const NodeProperties& properties) {
+  std::vector<spa_dict_item> items;
+  items.reserve(properties.size());
+  for (const auto& [key, value] : properties) items.push_back({key.c_str(), value.c_str()});
+  const spa_dict dictionary{0, static_cast<std::uint32_t>(items.size()), items.data()};
   pw_client_update_properties(pw_core_get_client(core_), &dictionary);
 }
 

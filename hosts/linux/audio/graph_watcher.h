@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "driver/vouched_program.h"
 #include "hosts/linux/audio/audio_graph.h"
 
 struct pw_client_info;
@@ -49,8 +50,8 @@ class GraphWatcher {
     virtual void metadataAnswered() = 0;
   };
 
-  // The owner outlives the watcher.
-  explicit GraphWatcher(Owner& owner);
+  // The owner and the program, which is that of the loopback driver, outlive the watcher.
+  GraphWatcher(Owner& owner, const loopback::VouchedProgram& driver);
   ~GraphWatcher();
   GraphWatcher(const GraphWatcher&) = delete;
   GraphWatcher& operator=(const GraphWatcher&) = delete;
@@ -61,8 +62,8 @@ class GraphWatcher {
 
   // Nothing happens where there is no session manager to keep the default.
   void setDefaultSink(const std::string& nodeName);
-  // Puts a property on this client, for others to see.
-  void setOwnProperty(const std::string& key, const std::string& value);
+  // Puts properties on this client at once, for others to see.
+  void setOwnProperties(const NodeProperties& properties);
 
  private:
   struct Binding;  // one object of the daemon that is watched
@@ -91,6 +92,7 @@ class GraphWatcher {
   void markKnown(std::uint32_t nodeId);
 
   Owner& owner_;
+  const loopback::VouchedProgram& driver_;
   pw_core* core_ = nullptr;
   pw_registry* registry_ = nullptr;
   spa_hook coreListener_{};

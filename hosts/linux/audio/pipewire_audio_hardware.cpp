@@ -60,6 +60,15 @@ bool hasSide(const AudioNode& node, std::uint32_t scope) {
   }
 }
 
+bool asksForLoopback(AudioObjectID object, std::uint32_t selector,
+                     std::uint32_t qualifierSize_bytes, const void* qualifier) {
+  platform::StringRef uid = nullptr;
+  return object == platform::kAudioObjectSystemObject &&
+         selector == platform::kAudioHardwarePropertyTranslateUIDToDevice &&
+         readValue(qualifierSize_bytes, qualifier, &uid) && uid != nullptr &&
+         uid->text() == loopback::kLoopbackDeviceUID;
+}
+
 }  // namespace
 
 bool PipeWireAudioHardware::AudioObjectHasProperty(AudioObjectID object,
@@ -103,6 +112,9 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::valueOf(
     AudioObjectID object, const AudioObjectPropertyAddress& address,
     std::uint32_t qualifierSize_bytes, const void* qualifier) {
   Result result = platform::kAudioHardwareBadObjectError;
+  if (asksForLoopback(object, address.mSelector, qualifierSize_bytes, qualifier)) {
+    connection_.awaitLoopbackDriver();
+  }
   const bool isThere = connection_.withGraph([&](const AudioGraph& graph) {
     if (address.mElement != platform::kAudioObjectPropertyElementMaster) {
       result = platform::kAudioHardwareUnknownPropertyError;
@@ -117,7 +129,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::valueOf(
       result = platform::kAudioHardwareUnknownPropertyError;  // it can be set only
     } else if (const AudioNode* node = graph.findNode(name)) {
       result = deviceValue(graph, *node, address);
-    } else if (name == loopback::kLoopbackDeviceUID && graph.loopbackDriverVersion()) {
+    } else if (name == loopback::kLoopbackDeviceUID && graph.loopbackState.driverVersion()) {
       result = hiddenLoopbackValue(graph, address.mSelector);
     }
   });
@@ -159,8 +171,8 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::deviceWithUID(
   if (!readValue(qualifierSize_bytes, qualifier, &uid) || uid == nullptr) {
     return platform::kAudioHardwareBadPropertySizeError;
   }
-  const bool isHiddenLoopback =
-      uid->text() == loopback::kLoopbackDeviceUID && graph.loopbackDriverVersion().has_value();
+  const bool isHiddenLoopback = uid->text() == loopback::kLoopbackDeviceUID &&
+                                graph.loopbackState.driverVersion().has_value();
   const bool isThere = isHiddenLoopback || graph.findNode(uid->text()) != nullptr;
   return PropertyValue::scalar(isThere ? ids_.idOf(uid->text()) : platform::kAudioObjectUnknown);
 }
@@ -171,7 +183,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::hiddenLoopbackValue(const A
     case platform::kAudioDevicePropertyDeviceUID:
       return PropertyValue::string(loopback::kLoopbackDeviceUID);
     case platform::kAudioDevicePropertyDeviceManufacturerCFString:
-      return PropertyValue::string(*graph.loopbackDriverVersion());
+      return PropertyValue::string(*graph.loopbackState.driverVersion());
     case platform::kAudioObjectPropertyControlList:
       return controlList(graph);
     default:
@@ -229,7 +241,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::volumeOrMute(
 
 PipeWireAudioHardware::Result PipeWireAudioHardware::controlList(const AudioGraph& graph) {
   std::vector<AudioObjectID> controls;
-  if (graph.loopbackDriverVersion()) controls.push_back(ids_.idOf(kLoopbackControl));
+  if (graph.loopbackState.driverVersion()) controls.push_back(ids_.idOf(kLoopbackControl));
   return PropertyValue::list(controls);
 }
 
@@ -255,11 +267,11 @@ OSStatus PipeWireAudioHardware::requestLoopback(std::uint32_t value) {
     return platform::kAudioHardwareIllegalOperationError;
   }
   bool hasDriver = false;
-  connection_.withGraph(
-      [&](const AudioGraph& graph) { hasDriver = graph.loopbackDriverVersion().has_value(); });
+  connection_.withGraph([&](const AudioGraph& graph) {
+    hasDriver = graph.loopbackState.driverVersion().has_value();
+  });
   if (!hasDriver) return platform::kAudioHardwareBadObjectError;
-  const bool isSent =
-      connection_.setOwnProperty(loopback::kLoopbackRequestKey, std::to_string(value));
+  const bool isSent = connection_.requestLoopback(value == loopback::kLoopbackRequestShow);
   return isSent ? platform::noErr : platform::kAudioHardwareNotRunningError;
 }
 

@@ -98,7 +98,10 @@ platform::CaptureDevicePtr PipeWireCapture::deviceWithUniqueID(const std::string
   platform::CaptureDevicePtr device;
   surroundings_.connection.withGraph([&](const AudioGraph& graph) {
     const AudioNode* node = graph.findNode(uniqueID);
-    if (node != nullptr && node->isCapturable()) device = std::make_shared<Device>(graph, *node);
+    if (node == nullptr || !node->isCapturable()) return;
+    // Until the driver has said that it stays, it may be on its way out.
+    if (node->isLoopback() && !graph.loopbackState.isGranted()) return;
+    device = std::make_shared<Device>(graph, *node);
   });
   return device;
 }

@@ -4,8 +4,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
+#include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/graph_watcher.h"
 #include "hosts/linux/audio/pipewire_context.h"
 
@@ -46,8 +48,8 @@ class PipeWireConnection::Remote final : public GraphWatcher::Owner {
   void setDefaultSink(const std::string& nodeName) {
     if (watcher_) watcher_->setDefaultSink(nodeName);
   }
-  void setOwnProperty(const std::string& key, const std::string& value) {
-    if (watcher_) watcher_->setOwnProperty(key, value);
+  void setOwnProperties(const NodeProperties& properties) {
+    if (watcher_) watcher_->setOwnProperties(properties);
   }
 
  private:
@@ -104,7 +106,7 @@ void PipeWireConnection::Remote::wakeAfter(std::chrono::nanoseconds time) {
 
 void PipeWireConnection::Remote::tryToConnect() {
   update([](AudioGraph& graph) { graph = AudioGraph{}; });
-  watcher_ = std::make_unique<GraphWatcher>(*this);
+  watcher_ = std::make_unique<GraphWatcher>(*this, owner_.driver_);
   if (!watcher_->connect(context_)) {
     const std::string reason = strerror(errno);
     watcher_.reset();
@@ -134,8 +136,11 @@ void PipeWireConnection::Remote::onTime() {
 }
 
 void PipeWireConnection::Remote::update(const std::function<void(AudioGraph&)>& change) {
-  const std::lock_guard lock(owner_.mutex_);
-  change(owner_.graph_);
+  {
+    const std::lock_guard lock(owner_.mutex_);
+    change(owner_.graph_);
+  }
+  owner_.changed_.notify_all();
 }
 
 void PipeWireConnection::Remote::pictureIsComplete() {
@@ -177,8 +182,7 @@ void PipeWireConnection::Remote::metadataAnswered() {
 }
 
 PipeWireConnection::PipeWireConnection(Callbacks callbacks)
-    : deadline_(std::chrono::steady_clock::now() + kStartLimit),
-      onLost_(std::move(callbacks.onLost)),
+    : onLost_(std::move(callbacks.onLost)),
       onRegained_(std::move(callbacks.onRegained)),
       onCaptureDeviceAdded_(std::move(callbacks.onCaptureDeviceAdded)),
       onCaptureDeviceRemoved_(std::move(callbacks.onCaptureDeviceRemoved)),
@@ -212,7 +216,7 @@ void PipeWireConnection::tell(DeviceCallback PipeWireConnection::*callback,
 }
 
 bool PipeWireConnection::waitUntilStanding(std::unique_lock<std::mutex>& lock) const {
-  changed_.wait_until(lock, deadline_, [this] { return phase_ != Phase::kConnecting; });
+  changed_.wait_until(lock, begin_ + kStartLimit, [this] { return phase_ != Phase::kConnecting; });
   return phase_ == Phase::kStanding;
 }
 
@@ -236,12 +240,28 @@ bool PipeWireConnection::setConfiguredDefaultSink(const std::string& nodeName) {
   return true;
 }
 
-bool PipeWireConnection::setOwnProperty(const std::string& key, const std::string& value) {
+bool PipeWireConnection::requestLoopback(bool isShow) {
   std::unique_lock lock(mutex_);
   if (!waitUntilStanding(lock)) return false;
+  const std::uint64_t number = ++loopbackRequests_;
+  graph_.loopbackState.request(isShow, number);
   lock.unlock();
-  loop_->post([this, key, value](pw_loop*) { remote_->setOwnProperty(key, value); });
+  const NodeProperties request = {
+      {loopback::kLoopbackRequestKey,
+       isShow ? loopback::kLoopbackRequestShowText : loopback::kLoopbackRequestHideText},
+      {loopback::kLoopbackRequestNumberKey, std::to_string(number)}};
+  loop_->post([this, request](pw_loop*) { remote_->setOwnProperties(request); });
   return true;
+}
+
+void PipeWireConnection::awaitLoopbackDriver() const {
+  std::error_code unknown;
+  if (!std::filesystem::exists(loopback_.startUpFile, unknown)) return;
+  std::unique_lock lock(mutex_);
+  if (!waitUntilStanding(lock)) return;
+  changed_.wait_until(lock, begin_ + kDriverGrace, [this] {
+    return phase_ != Phase::kStanding || graph_.loopbackState.driverVersion().has_value();
+  });
 }
 
 void PipeWireConnection::lose(const std::string& message) {

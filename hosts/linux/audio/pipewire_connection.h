@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "driver/vouched_program.h"
 #include "hosts/linux/audio/audio_graph.h"
+#include "hosts/linux/audio/loopback_places.h"
 #include "hosts/linux/audio/pipewire_loop.h"
 
 namespace linux_host {
@@ -29,6 +31,7 @@ class PipeWireConnection {
   static constexpr std::chrono::milliseconds kStartLimit{2000};
   static constexpr std::chrono::milliseconds kAnswerLimit{200};
   static constexpr std::chrono::milliseconds kReturnPoll{250};
+  static constexpr std::chrono::milliseconds kDriverGrace{3000};
 
   using DeviceCallback = std::function<void(const std::string& nodeName)>;
   struct Callbacks {
@@ -62,8 +65,13 @@ class PipeWireConnection {
   // Both return at once; false when the connection is lost or (the default) when there is no
   // session manager to keep it.
   bool setConfiguredDefaultSink(const std::string& nodeName);
-  // Puts a property on this client, for others to see, until the connection ends or is lost.
-  bool setOwnProperty(const std::string& key, const std::string& value);
+  // Asks the loopback driver for its device, or takes that back: until the next request, or until
+  // the connection ends or is lost.
+  bool requestLoopback(bool isShow);
+  // A daemon that has just been started, by this very connection for example, may not have its
+  // driver yet. Waits for that where one is to be, at most until kDriverGrace after the
+  // construction.
+  void awaitLoopbackDriver() const;
 
  private:
   class Remote;  // all that lives on the loop's thread
@@ -82,17 +90,20 @@ class PipeWireConnection {
   void forgetMetadataAsked();
   void tell(DeviceCallback PipeWireConnection::*callback, const std::string& nodeName);
 
-  const std::chrono::steady_clock::time_point deadline_;
+  const LoopbackPlaces loopback_ = LoopbackPlaces::fromEnvironment();
+  const loopback::VouchedProgram driver_{loopback_.program};
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   const std::function<void(const std::string&)> onLost_;
   const std::function<void()> onRegained_;
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  AudioGraph graph_;                  // guarded by mutex_; written on the loop's thread alone
-  Phase phase_ = Phase::kConnecting;  // guarded by mutex_
-  std::string lost_;                  // guarded by mutex_; why, while the connection is lost
-  int unansweredMetadata_ = 0;        // guarded by mutex_
-  bool isClosing_ = false;            // guarded by mutex_
+  AudioGraph graph_;  // guarded by mutex_; written on the loop's thread, but for requests
+  Phase phase_ = Phase::kConnecting;    // guarded by mutex_
+  std::string lost_;                    // guarded by mutex_; why, while the connection is lost
+  std::uint64_t loopbackRequests_ = 0;  // guarded by mutex_; so far
+  int unansweredMetadata_ = 0;          // guarded by mutex_
+  bool isClosing_ = false;              // guarded by mutex_
 
   std::mutex callbackMutex_;               // held while a capture device callback runs
   DeviceCallback onCaptureDeviceAdded_;    // guarded by callbackMutex_

@@ -19,6 +19,7 @@ namespace {
 
 constexpr char kStagedBundle[] = ".VantrelKorvelAudio.driver.staged";
 constexpr char kStagedDropIn[] = ".vantrel-korvel-loopback.staged";
+constexpr char kLockFile[] = ".VantrelKorvelAudio.lock";
 constexpr char kSuiteFolderName[] = "vantrel-korvel";
 
 // The whole driver. Whatever else lies in the source is not copied.
@@ -54,12 +55,37 @@ void renameWithin(int directory, const char* from, const char* to, unsigned flag
   }
 }
 
-UniqueFd lock(int directory) {
-  UniqueFd held(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (flock(held.get(), LOCK_EX | LOCK_NB) == 0) return held;
-  if (errno == EWOULDBLOCK) throw InstallError("another installation is under way; try again");
-  fail("cannot lock the folder of the plug-ins");
-}
+// Keeps other installers out of the folder. A file that only its owner can open is locked: what
+// others may open, the folder itself for one, they could lock for ever.
+class InstallationLock {
+ public:
+  explicit InstallationLock(int directory) : directory_(directory) {
+    // One that has just ended may have removed the file that was opened.
+    while (!isHeld()) {
+      file_ =
+          UniqueFd(openat(directory_, kLockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+      if (!file_.valid()) fail("cannot lock the folder of the plug-ins");
+      if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0) continue;
+      if (errno == EWOULDBLOCK) throw InstallError("another installation is under way; try again");
+      fail("cannot lock the folder of the plug-ins");
+    }
+  }
+  ~InstallationLock() { unlinkat(directory_, kLockFile, 0); }
+  InstallationLock(const InstallationLock&) = delete;
+  InstallationLock& operator=(const InstallationLock&) = delete;
+
+ private:
+  [[nodiscard]] bool isHeld() const {
+    struct stat held {};
+    struct stat there {};
+    return file_.valid() && fstat(file_.get(), &held) == 0 &&
+           fstatat(directory_, kLockFile, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+           held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+  }
+
+  int directory_;
+  UniqueFd file_;
+};
 
 }  // namespace
 
@@ -67,7 +93,7 @@ Installer::Result Installer::install() {
   const std::vector<KnownFile> files = readSource();
   const UniqueFd plugIns = openDirectory(layout_.plugInDirectory, true);
   const UniqueFd dropIns = openDirectory(layout_.dropInDirectory, true);
-  const UniqueFd held = lock(plugIns.get());
+  const InstallationLock held(plugIns.get());
   removeTree(plugIns.get(), kStagedBundle);
   removeTree(dropIns.get(), kStagedDropIn);
 
@@ -85,7 +111,7 @@ Installer::Result Installer::uninstall() {
   bool changed = false;
   if (exists(layout_.root, layout_.plugInDirectory.substr(1))) {
     const UniqueFd plugIns = openDirectory(layout_.plugInDirectory, false);
-    const UniqueFd held = lock(plugIns.get());
+    const InstallationLock held(plugIns.get());
     removeTree(plugIns.get(), kStagedBundle);
     if (exists(plugIns.get(), kDriverBundleName)) {
       renameWithin(plugIns.get(), kDriverBundleName, kStagedBundle, RENAME_NOREPLACE);

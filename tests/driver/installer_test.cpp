@@ -269,12 +269,29 @@ TEST_F(InstallerTest, AnIncompleteSourceChangesNothing) {
 
 TEST_F(InstallerTest, TwoAtOnceDoNotMix) {
   installer().install();
-  const loopback::UniqueFd other(
-      open((root + kPlugIns).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
-  EXPECT_THROW(installer().install(), InstallError);
-  EXPECT_THROW(installer().uninstall(), InstallError);
+  const std::string lock = root + kPlugIns + "/.VantrelKorvelAudio.lock";
+  {
+    const loopback::UniqueFd other(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_THROW(installer().install(), InstallError);
+    EXPECT_THROW(installer().uninstall(), InstallError);
+  }
+  installer().install();  // the other one is gone, and has left its file
   expectInstalled("1.0.3");
+}
+
+// Whatever another user may open, that user may lock.
+TEST_F(InstallerTest, WhatOthersCanLockHoldsNothingUp) {
+  installer().install();
+  std::vector<loopback::UniqueFd> locks;
+  for (const char* folder : {kPlugIns, kDropIns, "/usr/lib"}) {
+    locks.emplace_back(open((root + folder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(flock(locks.back().get(), LOCK_EX | LOCK_NB), 0);
+  }
+  writeSource("1.0.4");
+  EXPECT_EQ(installer().install(), Installer::Result::kChanged);
+  expectInstalled("1.0.4");
+  EXPECT_EQ(installer().uninstall(), Installer::Result::kChanged);
 }
 
 // Runs `work` in a child that is killed before its `number`th system call. False when it finished

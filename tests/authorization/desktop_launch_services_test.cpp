@@ -31,12 +31,15 @@ class DesktopLaunchServicesTest : public testing::Test {
                         << "X-Vantrel-BundleIdentifier=" << identifier << "\n"
                         << "X-Vantrel-BundlePath=" << path << "\n";
   }
-  std::vector<std::string> find(const std::set<std::string>& refused = {}) {
-    DesktopLaunchServices services({directory + "/first", directory + "/second"},
-                                   [&](const std::string& path) {
-                                     asked.push_back(path);
-                                     return refused.contains(path) ? path + " is refused" : "";
-                                   });
+  std::vector<std::string> find(const std::set<std::string>& refused = {},
+                                const std::string& allowed = "") {
+    DesktopLaunchServices services(
+        {directory + "/first", directory + "/second"},
+        [&](const std::string& path) {
+          asked.push_back(path);
+          return refused.contains(path) ? path + " is refused" : "";
+        },
+        allowed);
     return services.copyApplicationPathsForBundleIdentifier(kSuite);
   }
   std::string directory;
@@ -77,6 +80,14 @@ TEST_F(DesktopLaunchServicesTest, LeavesOutWhatSomebodyElseCouldHaveWritten) {
   EXPECT_THAT(find({"/opt/a/Contents/MacOS/DriverInstaller",
                     "/opt/b/Contents/PlugIns/VantrelKorvelAudio.driver"}),
               ElementsAre("/opt/c"));
+}
+
+// The right to install is bound to one path: for any other, pkexec would ask once more.
+TEST_F(DesktopLaunchServicesTest, LeavesOutWhatTheRightIsNotAbout) {
+  writeEntry("first/applications/a.desktop", kSuite, "/opt/a");
+  writeEntry("first/applications/b.desktop", kSuite, "/opt/b");
+  EXPECT_THAT(find({}, "/opt/b"), ElementsAre("/opt/b"));
+  EXPECT_THAT(find({}, "/opt/c"), IsEmpty());
 }
 
 TEST_F(DesktopLaunchServicesTest, ByDefaultAnApplicationOfTheUsersOwnIsLeftOut) {

@@ -68,6 +68,12 @@ std::vector<std::string> DesktopLaunchServices::copyApplicationPathsForBundleIde
 }
 
 bool DesktopLaunchServices::isTrusted(const std::string& application) const {
+  if (!allowed_.empty() && application != allowed_) {
+    logMessage(LogLevel::kWarning, "the application at " + application +
+                                       " is not used: the right to install is that of the one at " +
+                                       allowed_);
+    return false;
+  }
   for (const char* part : {loopback::kSuiteDriverBundle, loopback::kSuiteInstaller}) {
     const std::string refusal = trust_(application + '/' + part);
     if (refusal.empty()) continue;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "driver/installed_paths.h"
 #include "hosts/linux/authorization/trust_check.h"
 #include "platform/launch_services.h"
 
@@ -15,13 +17,18 @@ namespace linux_host {
 //
 // Only the system's entries count, never the user's own; and since what is found here may be run as
 // root, an application that anybody but root could have written is left out, with a message in the
-// log.
+// log. So is one that lies elsewhere than the one that the suite's polkit action names: its
+// installer would be asked about twice, the second time by pkexec for leave to run just anything.
 class DesktopLaunchServices : public platform::LaunchServices {
  public:
   // `dataDirectories`: whose "applications" folders are searched, preferred one first.
+  // `allowed`: the application that the polkit action is about; empty: any.
   explicit DesktopLaunchServices(std::vector<std::string> dataDirectories = systemDataDirectories(),
-                                 TrustCheck trust = refusalBySystem)
-      : dataDirectories_(std::move(dataDirectories)), trust_(std::move(trust)) {}
+                                 TrustCheck trust = refusalBySystem,
+                                 std::string allowed = loopback::kSuiteDirectory)
+      : dataDirectories_(std::move(dataDirectories)),
+        trust_(std::move(trust)),
+        allowed_(std::move(allowed)) {}
 
   [[nodiscard]] std::vector<std::string> copyApplicationPathsForBundleIdentifier(
       const std::string& identifier) override;
@@ -34,6 +41,7 @@ class DesktopLaunchServices : public platform::LaunchServices {
 
   std::vector<std::string> dataDirectories_;
   TrustCheck trust_;
+  std::string allowed_;
 };
 
 }  // namespace linux_host

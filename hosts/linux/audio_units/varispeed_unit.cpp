@@ -17,7 +17,8 @@ using platform::OSStatus;
 
 constexpr std::uint32_t kUsualCycle_frames = 1024;
 constexpr std::uint32_t kPiecesPerCycle = 8;
-constexpr std::uint32_t kSmallestPiece_frames = 16;
+// Of one pull.
+constexpr std::uint32_t kPiece_frames = kUsualCycle_frames / kPiecesPerCycle;
 constexpr std::uint32_t kMostSteppedBack_pieces = 8 * kPiecesPerCycle;
 constexpr double kUsualRate_Hz = 44100;
 // What a converter can do, and far beyond what clocks need.
@@ -83,15 +84,9 @@ void VarispeedUnit::ConverterDelete::operator()(SRC_STATE_tag* state) const {
 }
 
 VarispeedUnit::VarispeedUnit()
-    : inputFormat_(platform::planarFloat(kUsualRate_Hz, 2)), outputFormat_(inputFormat_) {
-  setCycleFrames(kUsualCycle_frames);
-}
+    : inputFormat_(platform::planarFloat(kUsualRate_Hz, 2)), outputFormat_(inputFormat_) {}
 
 VarispeedUnit::~VarispeedUnit() = default;
-
-void VarispeedUnit::setCycleFrames(std::uint32_t frames) {
-  piece_frames_ = std::max(frames / kPiecesPerCycle, kSmallestPiece_frames);
-}
 
 OSStatus VarispeedUnit::initialize() {
   if (converter_) return noErr;
@@ -103,8 +98,8 @@ OSStatus VarispeedUnit::initialize() {
       src_is_valid_ratio(outputFormat_.mSampleRate / inputFormat_.mSampleRate / kFastest) == 0) {
     return platform::kAudioUnitErr_FormatNotSupported;
   }
-  planes_.assign(std::size_t{piece_frames_} * channels, 0.0F);
-  pieceInterleaved_.assign(std::size_t{piece_frames_} * channels, 0.0F);
+  planes_.assign(std::size_t{kPiece_frames} * channels, 0.0F);
+  pieceInterleaved_.assign(std::size_t{kPiece_frames} * channels, 0.0F);
   outputInterleaved_.assign(std::size_t{kMostFrames} * channels, 0.0F);
   pieceList_ = PlaneList(channels);
   int error = 0;
@@ -198,7 +193,7 @@ OSStatus VarispeedUnit::render(std::uint32_t*, const platform::AudioTimeStamp& t
 
 // Only so far: a source that cannot keep up at all will not do better for it.
 void VarispeedUnit::stepBack(std::uint32_t frames) {
-  if (steppedBack_frames_ + frames > kMostSteppedBack_pieces * piece_frames_) return;
+  if (steppedBack_frames_ + frames > kMostSteppedBack_pieces * kPiece_frames) return;
   steppedBack_frames_ += frames;
   consumed_frames_ -= frames;
 }
@@ -225,19 +220,19 @@ long VarispeedUnit::pull(float** data) {
   time.mRateScalar = 1;
   std::uint32_t flags = 0;
   const OSStatus status = source_.inputProc(source_.inputProcRefCon, &flags, &time, 0,
-                                            piece_frames_, &pieceList_.list());
-  if (status == noErr) shortfall_.pulled(piece_frames_, pieceList_.frames(0));
-  consumed_frames_ += piece_frames_;
-  interleave(pieceList_, piece_frames_, pieceInterleaved_.data());
+                                            kPiece_frames, &pieceList_.list());
+  if (status == noErr) shortfall_.pulled(kPiece_frames, pieceList_.frames(0));
+  consumed_frames_ += kPiece_frames;
+  interleave(pieceList_, kPiece_frames, pieceInterleaved_.data());
   *data = pieceInterleaved_.data();
-  return static_cast<long>(piece_frames_);
+  return static_cast<long>(kPiece_frames);
 }
 
 void VarispeedUnit::silencePiece() {
   std::fill(planes_.begin(), planes_.end(), 0.0F);
   for (std::uint32_t channel = 0; channel < pieceList_.channels(); ++channel) {
-    pieceList_.setPlane(channel, planes_.data() + std::size_t{channel} * piece_frames_,
-                        piece_frames_);
+    pieceList_.setPlane(channel, planes_.data() + std::size_t{channel} * kPiece_frames,
+                        kPiece_frames);
   }
 }
 

@@ -62,8 +62,6 @@ class VarispeedUnit : public Unit {
                             platform::AudioBufferList& list) override;
 
   static constexpr std::uint32_t kMostFrames = 8192;
-  // Of one pull; set before initialize(). An eighth of a usual cycle.
-  void setCycleFrames(std::uint32_t frames);
 
  private:
   struct ConverterDelete {
@@ -82,7 +80,6 @@ class VarispeedUnit : public Unit {
   platform::AudioStreamBasicDescription inputFormat_;
   platform::AudioStreamBasicDescription outputFormat_;
   platform::AURenderCallbackStruct source_{};
-  std::uint32_t piece_frames_;
 
   std::unique_ptr<SRC_STATE_tag, ConverterDelete> converter_;
   std::vector<float> planes_;  // one piece of every channel

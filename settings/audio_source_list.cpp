@@ -2,6 +2,7 @@
 
 #include "routing/audio_driver.h"
 #include "settings/preference_keys.h"
+#include "settings/preference_store.h"
 #include "settings/preferences_window_controller.h"
 
 // The audio-source half of the preferences controller: the menu, the choice, the device.
@@ -47,7 +48,7 @@ void PreferencesWindowController::enumerateDevices() {
 
 std::int64_t PreferencesWindowController::positionOfChosenMicrophone() const {
   for (std::size_t i = 0; i < _audioDevices.size(); ++i) {
-    if (_audioDevices[i].uniqueId() == _audioSourceID) {
+    if (_audioDevices[i].uniqueId() == values_.audioSourceID) {
       return _indexSameAsSystemSound + static_cast<std::int64_t>(i) + 1;
     }
   }
@@ -57,7 +58,7 @@ std::int64_t PreferencesWindowController::positionOfChosenMicrophone() const {
 std::int64_t PreferencesWindowController::positionOfChoice() const {
   const std::int64_t systemSound =
       _indexSameAsSystemSound != -1 ? _indexSameAsSystemSound : _indexNoSound;
-  switch (_audioSourceType) {
+  switch (values_.audioSourceType) {
     case kMicrophoneSource: {
       const std::int64_t found = positionOfChosenMicrophone();
       return found != -1 ? found : systemSound;
@@ -102,11 +103,11 @@ void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
 
 void PreferencesWindowController::setAudioParameterType(std::int64_t type, const std::string& id,
                                                         const std::string& name) {
-  _audioSourceType = type;
-  _audioSourceID = id;
+  values_.audioSourceType = type;
+  values_.audioSourceID = id;
   mirror(kAudioSourceTypePreference, name);
-  host().userDefaults.setInteger(type, kAudioSourceTypePreference.storeKey);
-  host().userDefaults.setObject(id, kAudioSourceIDPreference.storeKey);
+  storePreference(host().userDefaults, kAudioSourceTypePreference, values_);
+  storePreference(host().userDefaults, kAudioSourceIDPreference, values_);
   host().userDefaults.synchronize();
   updateLevelMeter();
 }
@@ -130,7 +131,7 @@ void PreferencesWindowController::installDriver() {
 }
 
 void PreferencesWindowController::selectPreviousItem() {
-  if (_audioSourceType != kSystemAudioSource) {
+  if (values_.audioSourceType != kSystemAudioSource) {
     select();
     return;
   }
@@ -165,13 +166,13 @@ platform::CaptureDevicePtr PreferencesWindowController::audioCaptureDevice() con
   platform::Capture& capture = host().capture;
   const auto microphones = CaptureDevice::enumerateMics(host());
   if (microphones.empty()) return nullptr;
-  switch (_audioSourceType) {
+  switch (values_.audioSourceType) {
     case kSameAsSystemSource:
       return capture.defaultDeviceWithMediaType(MediaType::kAudio);
     case kMicrophoneSource:
       for (const CaptureDevice& microphone : microphones) {
-        if (microphone.uniqueId() == _audioSourceID) {
-          return capture.deviceWithUniqueID(_audioSourceID);
+        if (microphone.uniqueId() == values_.audioSourceID) {
+          return capture.deviceWithUniqueID(values_.audioSourceID);
         }
       }
       return capture.defaultDeviceWithMediaType(MediaType::kAudio);

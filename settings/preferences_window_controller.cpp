@@ -6,6 +6,7 @@
 
 #include "platform/file_url.h"
 #include "settings/auxiliary.h"
+#include "settings/preference_store.h"
 
 namespace record_audio {
 namespace {
@@ -54,9 +55,9 @@ PreferencesWindowController::PreferencesWindowController(
     std::weak_ptr<suite::ClientProviderProtocol> clientProvider, std::function<void()> onQuit)
     : KorvelWindowController(environment, nibName),
       _clientProvider(std::move(clientProvider)),
-      _onQuit(std::move(onQuit)) {
+      _onQuit(std::move(onQuit)),
+      values_(loadPreferences(host().userDefaults)) {
   declareInterface();
-  loadStoredSettings();
   observeDevices();
 }
 
@@ -86,31 +87,6 @@ void PreferencesWindowController::declareInterface() {
   addAction("onRevealOutputFolder", [this](platform::View*) { onRevealOutputFolder(); });
 }
 
-void PreferencesWindowController::loadStoredSettings() {
-  const platform::UserDefaults& defaults = host().userDefaults;
-  const auto isStored = [&](const Preference& preference) {
-    return defaults.objectForKey(preference.storeKey).has_value();
-  };
-  const auto integer = [&](const Preference& preference) {
-    return defaults.integerForKey(preference.storeKey);
-  };
-  if (isStored(kAudioSourceTypePreference)) {
-    _audioSourceType = integer(kAudioSourceTypePreference);
-  }
-  if (isStored(kAudioSourceIDPreference)) {
-    _audioSourceID = defaults.stringForKey(kAudioSourceIDPreference.storeKey).value_or("");
-  }
-  if (isStored(kSoundFormatPreference)) {
-    _soundFormat = static_cast<std::uint64_t>(integer(kSoundFormatPreference));
-  }
-  if (isStored(kQualityPreference)) {
-    _quality = static_cast<std::uint64_t>(integer(kQualityPreference));
-  }
-  if (isStored(kHighlightMouseClicksPreference)) {
-    _highlightMouseClicks = defaults.boolForKey(kHighlightMouseClicksPreference.storeKey);
-  }
-}
-
 void PreferencesWindowController::observeDevices() {
   for (const char* name : {platform::kCaptureDeviceWasConnectedNotification,
                            platform::kCaptureDeviceWasDisconnectedNotification}) {
@@ -127,13 +103,13 @@ void PreferencesWindowController::windowDidLoad() {
     links_.back()->awakeFromNib();
   }
   window()->setDelegate(weak_from_this());
-  selectCode(_soundFormatPopUp, _soundFormat);
-  selectCode(_qualityPopUp, _quality);
+  selectCode(_soundFormatPopUp, values_.soundFormat);
+  selectCode(_qualityPopUp, values_.quality);
   if (const auto checkBox = _highlightMouseClicksButton.lock()) {
     if (_hidesHighlightMouseClicks) {
       checkBox->removeFromSuperview();
     } else {
-      checkBox->setState(_highlightMouseClicks);
+      checkBox->setState(values_.highlightMouseClicks);
     }
   }
   levelMeter_ = std::make_unique<LevelMeter>(
@@ -151,7 +127,7 @@ void PreferencesWindowController::windowDidBecomeKey() {
 }
 
 void PreferencesWindowController::windowDidChangeOcclusionState() {
-  if (isWindowVisible() && _audioSourceType == kSystemAudioSource && _startup) {
+  if (isWindowVisible() && values_.audioSourceType == kSystemAudioSource && _startup) {
     // From the run loop, so that the window is on the screen before a dialog covers it.
     host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
       if (const auto controller = weak.lock()) controller->installDriver();
@@ -179,28 +155,24 @@ void PreferencesWindowController::onSoundFormatSelected(platform::View* sender) 
   const auto* popUp = dynamic_cast<platform::PopUpButton*>(sender);
   const auto code = popUp != nullptr ? selectedCode(*popUp) : std::nullopt;
   if (!code) return;
-  _soundFormat = *code;
-  mirror(kSoundFormatPreference, _soundFormat);
-  host().userDefaults.setInteger(static_cast<std::int64_t>(_soundFormat),
-                                 kSoundFormatPreference.storeKey);
+  values_.soundFormat = *code;
+  store(kSoundFormatPreference);
 }
 
 void PreferencesWindowController::onQualitySelect() {
   const auto popUp = _qualityPopUp.lock();
   const auto code = popUp ? selectedCode(*popUp) : std::nullopt;
   if (!code) return;
-  _quality = *code;
-  mirror(kQualityPreference, _quality);
-  host().userDefaults.setInteger(static_cast<std::int64_t>(_quality), kQualityPreference.storeKey);
+  values_.quality = *code;
+  store(kQualityPreference);
   host().userDefaults.synchronize();
 }
 
 void PreferencesWindowController::onHighlightMouseClicks() {
   const auto checkBox = _highlightMouseClicksButton.lock();
   if (!checkBox) return;
-  _highlightMouseClicks = checkBox->state();
-  mirror(kHighlightMouseClicksPreference, _highlightMouseClicks);
-  host().userDefaults.setBool(_highlightMouseClicks, kHighlightMouseClicksPreference.storeKey);
+  values_.highlightMouseClicks = checkBox->state();
+  store(kHighlightMouseClicksPreference);
   host().userDefaults.synchronize();
 }
 
@@ -241,15 +213,15 @@ void PreferencesWindowController::onRevealOutputFolder() {
 }
 
 int PreferencesWindowController::fps() const {
-  return qualityEntry(_quality).fps;
+  return qualityEntry(values_.quality).fps;
 }
 
 std::string PreferencesWindowController::sessionPreset() const {
-  return qualityEntry(_quality).sessionPreset;
+  return qualityEntry(values_.quality).sessionPreset;
 }
 
 float PreferencesWindowController::scaleFactor() const {
-  return qualityEntry(_quality).scaleFactor;
+  return qualityEntry(values_.quality).scaleFactor;
 }
 
 void PreferencesWindowController::setRecordingProbe(std::function<bool()> recording) {
@@ -258,6 +230,11 @@ void PreferencesWindowController::setRecordingProbe(std::function<bool()> record
 
 void PreferencesWindowController::mirror(const Preference& preference, const Value& value) {
   Auxiliary::setQuickLookParametersObject(host(), value, preference.mirrorKey);
+}
+
+void PreferencesWindowController::store(const Preference& preference) {
+  mirror(preference, mirroredValue(preference, values_));
+  storePreference(host().userDefaults, preference, values_);
 }
 
 }  // namespace record_audio

@@ -32,14 +32,14 @@ class PreferencesWindowController
   ~PreferencesWindowController() override;
 
   // 0 none, 1 default input, 2 the microphone audioSourceID(), 3 system audio; others as 0.
-  [[nodiscard]] std::int64_t audioSourceType() const { return _audioSourceType; }
+  [[nodiscard]] std::int64_t audioSourceType() const { return values_.audioSourceType; }
   // Empty unless the type is 2.
-  [[nodiscard]] const std::string& audioSourceID() const { return _audioSourceID; }
+  [[nodiscard]] const std::string& audioSourceID() const { return values_.audioSourceID; }
   // 0 high, 1 medium, 2 low; others as 0.
-  [[nodiscard]] std::uint64_t quality() const { return _quality; }
+  [[nodiscard]] std::uint64_t quality() const { return values_.quality; }
   // 0 m4a, 1 MP3.
-  [[nodiscard]] std::uint64_t soundFormat() const { return _soundFormat; }
-  [[nodiscard]] bool highlightMouseClicks() const { return _highlightMouseClicks; }
+  [[nodiscard]] std::uint64_t soundFormat() const { return values_.soundFormat; }
+  [[nodiscard]] bool highlightMouseClicks() const { return values_.highlightMouseClicks; }
   // The device to record from; null when there is none for the chosen source.
   [[nodiscard]] platform::CaptureDevicePtr audioCaptureDevice() const;
 
@@ -105,7 +105,6 @@ class PreferencesWindowController
                               std::function<void()> onQuit);
 
   void declareInterface();
-  void loadStoredSettings();
   void observeDevices();
   void updateAudioWarning();
   void updateLevelMeter();
@@ -115,13 +114,10 @@ class PreferencesWindowController
 
   // Writes the value into the tool's slot of the mirror.
   void mirror(const Preference& preference, const platform::Value& value);
+  // Writes what it holds now into the mirror and the store, in this order.
+  void store(const Preference& preference);
 
   bool _startup = true;
-  std::int64_t _audioSourceType = 1;
-  std::string _audioSourceID;
-  std::uint64_t _quality = 0;
-  std::uint64_t _soundFormat = 0;
-  bool _highlightMouseClicks = false;
   bool _hidesHighlightMouseClicks = false;
   std::weak_ptr<suite::ClientProviderProtocol> _clientProvider;
   std::weak_ptr<platform::PopUpButton> _audioSource;
@@ -135,6 +131,7 @@ class PreferencesWindowController
   std::int64_t _indexSystemAudio = -1;
   std::int64_t _indexNoSound = -1;
   std::function<void()> _onQuit;
+  PreferenceValues values_;
 
   std::weak_ptr<platform::LevelIndicator> audioLevel_;
   std::weak_ptr<platform::Button> privacySettingsLink_;

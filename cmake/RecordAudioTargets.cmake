@@ -56,6 +56,14 @@ find_library(RA_LAME_LIBRARY mp3lame REQUIRED)
 add_library(ra_lame INTERFACE)
 target_link_libraries(ra_lame INTERFACE ${RA_LAME_LIBRARY})
 
+# PipeWire is a header library to a good part. What GCC then says of null pointers is said of lines
+# that are not ours.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(RA_PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3>=0.3.60)
+add_library(ra_pipewire INTERFACE)
+target_link_libraries(ra_pipewire INTERFACE PkgConfig::RA_PIPEWIRE)
+target_compile_options(ra_pipewire INTERFACE -Wno-null-dereference)
+
 # What a core target may link. Anything else stops the configuration.
 set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_app ra_lame)
 

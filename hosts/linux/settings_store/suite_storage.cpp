@@ -16,7 +16,7 @@ namespace linux_host {
 namespace {
 
 constexpr mode_t kPrivateFile = 0600;
-constexpr mode_t kPrivateFolder = 0700;
+constexpr mode_t kPrivateSuiteFolder = 0700;
 // What the umask leaves of it.
 constexpr mode_t kFolderForRecordings = 0777;
 
@@ -89,7 +89,7 @@ SuiteStorage::SuiteStorage(XdgFolders folders)
 
 void SuiteStorage::appendEvent(const suite::UsageEvent& event) {
   const std::string folder = std::filesystem::path(events_).parent_path().string();
-  std::string error = makeFolders(folder, kPrivateFolder);
+  std::string error = makeFolders(folder, kPrivateSuiteFolder);
   if (error.empty()) {
     if (const int reason = appendLine(events_, eventLine(event))) {
       error = errorText("write", events_, reason);

@@ -293,6 +293,17 @@ TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
   }));
 }
 
+TEST_F(TrayIconTest, GoesOnlyWhenTheTrayHasHadTimeForTheLastChange) {
+  showAndWait();
+  record("00:01");
+  settle();
+  hide();
+  EXPECT_TRUE(indicator_->isLeaving());
+  EXPECT_TRUE(hasOwner(itemName()));
+  EXPECT_TRUE(runUntil([&] { return !indicator_->isLeaving(); }));
+  EXPECT_TRUE(runUntil([&] { return !hasOwner(itemName()); }));
+}
+
 TEST_F(TrayIconTest, ShownAgainWhileItLeavesItStays) {
   showAndWait();
   hide();

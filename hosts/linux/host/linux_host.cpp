@@ -280,6 +280,9 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   const bool areFilesComplete = waitForFiles();
   router_.finish();
   loginSession_.releaseShutdown();
+  while (indicator_ != nullptr && indicator_->isLeaving()) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
   workspace_.finish(kLastWords_ms);
   toolObject_.flushAll(kLastWords_ms);
   if (!areFilesComplete) {

@@ -25,6 +25,8 @@ class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
   void activationPolicyDidChange(platform::ActivationPolicy policy) override;
   void applicationIconDidChange(const platform::ImagePtr& icon) override;
   void toolDataDidChange(const suite::ToolData& data) override;
+  // Whether it is to go from the tray and is still there; see StatusNotifierItem.
+  [[nodiscard]] bool isLeaving() const { return item_.isLeaving(); }
   // One more line of the tool tip, for what the user should know; empty: none.
   void setRemark(const std::string& remark);
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "hosts/linux/indicator/icon_pixmaps.h"
@@ -50,8 +51,10 @@ GVariant* noPixmaps() {
   return g_variant_new("a(iiay)", nullptr);
 }
 
-// A tray may ask for what has changed a tenth of a second after it was told.
-constexpr guint kLeaving_ms = 1000;
+// A tray may ask for what has changed a tenth of a second after it was told, and takes it badly
+// when the item goes before it has drawn that.
+constexpr gint64 kQuiet_ms = 300;
+constexpr guint kAnswering_ms = 1000;
 
 // The widest text of its kind, so that the label does not jump.
 std::string labelGuide(std::string label) {
@@ -86,7 +89,6 @@ StatusNotifierItem::StatusNotifierItem(GDBusConnection* connection, std::string 
 
 StatusNotifierItem::~StatusNotifierItem() {
   g_bus_unwatch_name(watch_);
-  setVisible(false);
   forgetSource(&announcement_);
   withdrawObjects();
   g_dbus_node_info_unref(node_);
@@ -120,6 +122,7 @@ void StatusNotifierItem::show() {
   forgetSource(&leaving_);
   phase_ = Phase::kShown;
   announced_ = look_;
+  if (ownedName_ != 0) return;
   busName_ = "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1";
   ownedName_ = g_bus_own_name_on_connection(
       connection_, busName_.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
@@ -131,10 +134,20 @@ void StatusNotifierItem::show() {
 
 void StatusNotifierItem::leave() {
   phase_ = Phase::kLeaving;
-  g_bus_unown_name(ownedName_);
-  ownedName_ = 0;
+  const gint64 quiet_ms = (g_get_monotonic_time() - lastEmission_us_) / 1000;
   leaving_ = g_timeout_add(
-      kLeaving_ms,
+      static_cast<guint>(std::clamp<gint64>(kQuiet_ms - quiet_ms, 0, kQuiet_ms)),
+      [](gpointer self) -> gboolean {
+        static_cast<StatusNotifierItem*>(self)->giveUpName();
+        return G_SOURCE_REMOVE;
+      },
+      this);
+}
+
+void StatusNotifierItem::giveUpName() {
+  g_bus_unown_name(std::exchange(ownedName_, 0));
+  leaving_ = g_timeout_add(
+      kAnswering_ms,
       [](gpointer self) -> gboolean {
         auto* item = static_cast<StatusNotifierItem*>(self);
         item->leaving_ = 0;
@@ -157,6 +170,7 @@ void StatusNotifierItem::exportObjects() {
 void StatusNotifierItem::withdrawObjects() {
   forgetSource(&leaving_);
   phase_ = Phase::kHidden;
+  if (ownedName_ != 0) g_bus_unown_name(std::exchange(ownedName_, 0));
   if (registration_ == 0) return;
   g_dbus_connection_unregister_object(connection_, registration_);
   registration_ = 0;
@@ -208,6 +222,7 @@ void StatusNotifierItem::setMenu(std::vector<MenuItem> items) {
 void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
   const VariantPtr owned(parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr);
   if (phase_ != Phase::kShown) return;
+  lastEmission_us_ = g_get_monotonic_time();
   g_dbus_connection_emit_signal(connection_, nullptr, kPath, kItemInterface, signal, owned.get(),
                                 nullptr);
 }

@@ -35,9 +35,11 @@ class StatusNotifierItem {
   StatusNotifierItem(const StatusNotifierItem&) = delete;
   StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
 
-  // Puts the item into the tray or takes it out. What a tray asks in the moment after that is still
-  // answered.
+  // Puts the item into the tray or takes it out: a moment after the last change that the tray was
+  // told of, which it may still be working on. What it asks then is answered for a while.
   void setVisible(bool visible);
+  // Whether the item is to go and the tray still has it.
+  [[nodiscard]] bool isLeaving() const { return phase_ == Phase::kLeaving && ownedName_ != 0; }
   // The tray is told when the current event is over, and only of what is different then.
   void setLook(const Look& look);
   void setMenu(std::vector<MenuItem> items);
@@ -57,6 +59,7 @@ class StatusNotifierItem {
 
   void show();
   void leave();
+  void giveUpName();
   void exportObjects();
   void withdrawObjects();
   void registerWithTray();
@@ -78,7 +81,8 @@ class StatusNotifierItem {
   guint watch_ = 0;
   bool trayPresent_ = false;
   Phase phase_ = Phase::kHidden;
-  guint leaving_ = 0;  // the end of kLeaving
+  guint leaving_ = 0;           // the next step of kLeaving
+  gint64 lastEmission_us_ = 0;  // on GLib's monotonic clock
   // While shown. The item has a name of its own: a tray forgets the item when that name goes,
   // and the program stays on the bus.
   guint ownedName_ = 0;

@@ -15,6 +15,12 @@ enum AudioSourceType : std::int64_t {
   kSystemAudioSource = 3,
 };
 
+// What the sound format is stored as.
+enum SoundFormat : std::uint64_t {
+  kM4aFormat = 0,
+  kMp3Format = 1,
+};
+
 // What the tool remembers. What is absent in the store is as here.
 struct PreferenceValues {
   std::int64_t audioSourceType = kSameAsSystemSource;

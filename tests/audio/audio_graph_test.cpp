@@ -121,6 +121,26 @@ TEST(AudioGraph, ChannelsComeFromTheFormatElseFromTheProperties) {
   EXPECT_EQ(graph.channelPositions(node), std::vector<std::uint32_t>{SPA_AUDIO_CHANNEL_MONO});
 }
 
+TEST(AudioGraph, LevelsAreThoseOfTheRouteThatHasAnyElseTheNodesOwn) {
+  AudioGraph graph;
+  AudioNode& node = addNode(graph, 40, "mic", "Audio/Source",
+                            {{"device.id", "44"}, {"card.profile.device", "1"}});
+  node.levels = {{1.0F, 1.0F}, false};
+  EXPECT_EQ(graph.levels(node).mute, false);
+  graph.deviceRoutes[44] = {{0, false, 1, "Headphones", {{0.0F}, true}},
+                            {1, true, 2, "Line in", {{0.0F}, true}}};
+  EXPECT_EQ(graph.levels(node).mute, false);
+  graph.deviceRoutes[44].push_back({2, true, 1, "Internal microphone"});
+  EXPECT_EQ(graph.levels(node).mute, false) << "the port has no levels";
+  graph.deviceRoutes[44].back().levels = {{0.5F}, true};
+  EXPECT_EQ(graph.levels(node).mute, true);
+  EXPECT_EQ(graph.levels(node).channelVolumes, std::vector<float>{0.5F});
+
+  AudioNode& sink = addNode(graph, 41, "speakers", "Audio/Sink",
+                            {{"device.id", "44"}, {"card.profile.device", "1"}});
+  EXPECT_EQ(graph.levels(sink).channelVolumes, std::vector<float>{0.0F});
+}
+
 TEST(AudioGraph, ActiveInputIsTheRouteOfTheNodesOwnPort) {
   AudioGraph graph;
   AudioNode& node = addNode(graph, 50, "mic", "Audio/Source",

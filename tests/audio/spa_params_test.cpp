@@ -5,6 +5,7 @@
 #include <spa/param/audio/raw.h>
 #include <spa/param/format.h>
 #include <spa/param/props.h>
+#include <spa/param/route.h>
 #include <spa/pod/builder.h>
 
 #include <array>
@@ -83,10 +84,32 @@ TEST_F(SpaParamsTest, VolumesOfAllChannelsAreRead) {
   spa_pod_builder_bool(&builder, true);
   spa_pod_builder_prop(&builder, SPA_PROP_channelVolumes, 0);
   spa_pod_builder_array(&builder, sizeof(float), SPA_TYPE_Float, volumes.size(), volumes.data());
-  AudioNode node;
-  readProps(static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame)), &node);
-  EXPECT_EQ(node.mute, true);
-  EXPECT_THAT(node.channelVolumes, ElementsAre(0.25F, 0.5F));
+  Levels levels;
+  readLevels(static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame)), &levels);
+  EXPECT_EQ(levels.mute, true);
+  EXPECT_THAT(levels.channelVolumes, ElementsAre(0.25F, 0.5F));
+}
+
+TEST_F(SpaParamsTest, LevelsOfARouteAreRead) {
+  const float volume = 0.125F;
+  spa_pod_frame route{};
+  spa_pod_builder_push_object(&builder, &route, SPA_TYPE_OBJECT_ParamRoute, SPA_PARAM_Route);
+  spa_pod_builder_add(&builder, SPA_PARAM_ROUTE_index, SPA_POD_Int(2), SPA_PARAM_ROUTE_direction,
+                      SPA_POD_Id(SPA_DIRECTION_INPUT), SPA_PARAM_ROUTE_device, SPA_POD_Int(4), 0);
+  spa_pod_builder_prop(&builder, SPA_PARAM_ROUTE_props, 0);
+  spa_pod_frame props{};
+  spa_pod_builder_push_object(&builder, &props, SPA_TYPE_OBJECT_Props, SPA_PARAM_Route);
+  spa_pod_builder_prop(&builder, SPA_PROP_mute, 0);
+  spa_pod_builder_bool(&builder, true);
+  spa_pod_builder_prop(&builder, SPA_PROP_channelVolumes, 0);
+  spa_pod_builder_array(&builder, sizeof(float), SPA_TYPE_Float, 1, &volume);
+  spa_pod_builder_pop(&builder, &props);
+  const auto read = readRoute(static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &route)));
+  ASSERT_TRUE(read);
+  EXPECT_TRUE(read->isInput);
+  EXPECT_EQ(read->profileDevice, 4);
+  EXPECT_EQ(read->levels.mute, true);
+  EXPECT_THAT(read->levels.channelVolumes, ElementsAre(0.125F));
 }
 
 }  // namespace

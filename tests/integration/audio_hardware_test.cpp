@@ -17,6 +17,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
+#include "tests/support/signal_feed.h"
 
 namespace linux_host {
 namespace {
@@ -25,6 +26,7 @@ using namespace platform;
 using namespace std::chrono_literals;
 using test_support::PipeWireControl;
 using test_support::PrivatePipeWire;
+using test_support::SignalFeed;
 using test_support::waitUntil;
 using testing::ElementsAre;
 
@@ -112,8 +114,12 @@ TEST_F(ConnectedHardwareTest, OlderCallReadsTheUidWithTheInputFlagClear) {
   EXPECT_EQ(OwnedString(uid)->text(), "mic.a");
 }
 
+// PipeWire 1.4 tells of them only once the node has run, a mixer as little as us.
 TEST_F(ConnectedHardwareTest, VolumeAndMuteFollowTheMixer) {
   control.createMicrophone("mic.a");
+  const SignalFeed feed("feed", 2, test_support::tone1000Hz);
+  control.link("feed", "mic.a");
+  ASSERT_TRUE(waitUntil([&] { return feed.framesPlayed() > 0; }));
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
   const AudioDeviceID mic = read.deviceWithUID("mic.a");
   EXPECT_TRUE(hardware.AudioObjectHasProperty(mic, input(kAudioDevicePropertyVolumeScalar)));
@@ -134,6 +140,17 @@ TEST_F(ConnectedHardwareTest, VolumeAndMuteFollowTheMixer) {
   control.setMute("mic.a", false);
   EXPECT_TRUE(waitUntil(
       [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 0U; }));
+}
+
+TEST_F(ConnectedHardwareTest, MuteOfAMicrophoneThatNeverRanIsSeenOnceItRuns) {
+  control.createMicrophone("mic.a");
+  control.setMute("mic.a", true);
+  const SignalFeed feed("feed", 2, test_support::tone1000Hz);
+  control.link("feed", "mic.a");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
+  const AudioDeviceID mic = read.deviceWithUID("mic.a");
+  EXPECT_TRUE(waitUntil(
+      [&] { return read.scalar<std::uint32_t>(mic, input(kAudioDevicePropertyMute)) == 1U; }));
 }
 
 TEST_F(ConnectedHardwareTest, SameNameIsTheSameObjectAfterReplugging) {
@@ -266,6 +283,8 @@ TEST_F(ConnectedHardwareTest, VisibleLoopbackHasAnInputSideWithoutVolume) {
                      {{loopback::kLoopbackDeviceManufacturerKey, "1.0.3"}});
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID(loopback::kLoopbackDeviceUID) != 0; }));
   const AudioDeviceID device = read.deviceWithUID(loopback::kLoopbackDeviceUID);
+  const SignalFeed feed("feed", 2, test_support::tone1000Hz);
+  control.link("feed", loopback::kLoopbackDeviceUID);
   control.setMute(loopback::kLoopbackDeviceUID, true);
   EXPECT_TRUE(waitUntil(
       [&] { return read.scalar<std::uint32_t>(device, output(kAudioDevicePropertyMute)) == 1U; }));

@@ -186,17 +186,28 @@ std::vector<std::uint32_t> AudioGraph::channelPositions(const AudioNode& node) c
   return positions;
 }
 
-std::optional<std::string> AudioGraph::activeInput(const AudioNode& node) const {
+const Route* AudioGraph::activeRoute(const AudioNode& node, bool isInput) const {
   const std::int64_t device = number(node.property(PW_KEY_DEVICE_ID), -1);
   const std::int64_t profileDevice = number(node.property("card.profile.device"), -1);
   const auto routes = deviceRoutes.find(static_cast<std::uint32_t>(device));
-  if (device < 0 || routes == deviceRoutes.end()) return std::nullopt;
+  if (device < 0 || routes == deviceRoutes.end()) return nullptr;
   for (const Route& route : routes->second) {
-    if (route.isInput && route.profileDevice == profileDevice && !route.description.empty()) {
-      return route.description;
-    }
+    if (route.isInput == isInput && route.profileDevice == profileDevice) return &route;
   }
-  return std::nullopt;
+  return nullptr;
+}
+
+const Levels& AudioGraph::levels(const AudioNode& node) const {
+  const Route* route = activeRoute(node, node.isSource());
+  const bool hasLevels =
+      route != nullptr && (route->levels.mute || !route->levels.channelVolumes.empty());
+  return hasLevels ? route->levels : node.levels;
+}
+
+std::optional<std::string> AudioGraph::activeInput(const AudioNode& node) const {
+  const Route* route = activeRoute(node, true);
+  if (route == nullptr || route->description.empty()) return std::nullopt;
+  return route->description;
 }
 
 const std::string& AudioGraph::deviceProperty(const AudioNode& node, const std::string& key) const {

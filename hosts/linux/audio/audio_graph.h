@@ -24,6 +24,12 @@ struct NodeFormat {
   std::vector<std::uint32_t> positions{};       // enum spa_audio_channel; empty: unknown
 };
 
+// What a mixer has set.
+struct Levels {
+  std::vector<float> channelVolumes{};  // empty: there is no volume
+  std::optional<bool> mute{};           // null: it cannot be muted
+};
+
 struct AudioNode {
   std::uint32_t id = 0;  // in the registry
   std::string name;
@@ -31,8 +37,7 @@ struct AudioNode {
   NodeProperties properties;
   std::optional<NodeFormat> format;   // while it is set up to run
   std::optional<NodeFormat> offered;  // what it can be set up for
-  std::vector<float> channelVolumes;  // empty: the node has no volume
-  std::optional<bool> mute;
+  Levels levels;
   // All of the above has arrived; the node is part of the system from then on.
   bool known = false;
 
@@ -52,6 +57,7 @@ struct Route {
   bool isInput = false;
   std::int64_t profileDevice = -1;  // which of the device's nodes it belongs to
   std::string description;
+  Levels levels{};
 };
 
 struct AudioGraph {
@@ -82,6 +88,10 @@ struct AudioGraph {
   [[nodiscard]] std::uint32_t deviceRate_Hz(const AudioNode& node) const;
   // Where each of the device's channels lies (enum spa_audio_channel); its size is their number.
   [[nodiscard]] std::vector<std::uint32_t> channelPositions(const AudioNode& node) const;
+  // The levels of the port that the node plays or records through, where that has any, as mixers
+  // show and set them; else the node's own. PipeWire 1.4 tells of a change of a node's own levels
+  // only once the node has run.
+  [[nodiscard]] const Levels& levels(const AudioNode& node) const;
   // The port a source records from; null when it has no ports to choose from.
   [[nodiscard]] std::optional<std::string> activeInput(const AudioNode& node) const;
   // The node's property, else its device's, else empty.
@@ -100,6 +110,8 @@ struct AudioGraph {
   // The sink that is named by the key of the default metadata; null when there is none.
   [[nodiscard]] const AudioNode* sinkInDefault(const char* key) const;
   [[nodiscard]] std::uint32_t setting(const std::string& key) const;
+  // Null when it has no ports, or none is in use.
+  [[nodiscard]] const Route* activeRoute(const AudioNode& node, bool isInput) const;
 };
 
 }  // namespace linux_host

@@ -204,7 +204,7 @@ void GraphWatcher::onNodeParam(void* data, int, std::uint32_t paramId, std::uint
     AudioNode& node = graph.nodes[binding->id];
     switch (paramId) {
       case SPA_PARAM_Props:
-        readProps(param, &node);
+        readLevels(param, &node.levels);
         break;
       case SPA_PARAM_Format:
         node.format = readFormat(param);

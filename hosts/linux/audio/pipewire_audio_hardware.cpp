@@ -205,7 +205,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::deviceValue(
     }
     case platform::kAudioDevicePropertyVolumeScalar:
     case platform::kAudioDevicePropertyMute:
-      return volumeOrMute(node, address);
+      return volumeOrMute(graph, node, address);
     case platform::kAudioDevicePropertyActualSampleRate:
     case platform::kAudioDevicePropertyNominalSampleRate:
       return PropertyValue::scalar(static_cast<double>(graph.deviceRate_Hz(node)));
@@ -225,16 +225,17 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::deviceValue(
 }
 
 PipeWireAudioHardware::Result PipeWireAudioHardware::volumeOrMute(
-    const AudioNode& node, const AudioObjectPropertyAddress& address) {
+    const AudioGraph& graph, const AudioNode& node, const AudioObjectPropertyAddress& address) {
+  const Levels& levels = graph.levels(node);
   // The loopback device's volume is that of what is heard, not of what is recorded.
   const bool applies = hasSide(node, address.mScope) && !(node.isLoopback() && isInput(address));
-  if (applies && address.mSelector == platform::kAudioDevicePropertyMute && node.mute) {
-    return PropertyValue::scalar(std::uint32_t{*node.mute ? 1U : 0U});
+  if (applies && address.mSelector == platform::kAudioDevicePropertyMute && levels.mute) {
+    return PropertyValue::scalar(std::uint32_t{*levels.mute ? 1U : 0U});
   }
   if (applies && address.mSelector == platform::kAudioDevicePropertyVolumeScalar &&
-      !node.channelVolumes.empty()) {
+      !levels.channelVolumes.empty()) {
     return PropertyValue::scalar(
-        *std::max_element(node.channelVolumes.begin(), node.channelVolumes.end()));
+        *std::max_element(levels.channelVolumes.begin(), levels.channelVolumes.end()));
   }
   return platform::kAudioHardwareUnknownPropertyError;
 }

@@ -74,7 +74,8 @@ class PipeWireAudioHardware : public platform::AudioHardware {
   Result hiddenLoopbackValue(const AudioGraph& graph, std::uint32_t selector);
   Result deviceValue(const AudioGraph& graph, const AudioNode& node,
                      const platform::AudioObjectPropertyAddress& address);
-  Result volumeOrMute(const AudioNode& node, const platform::AudioObjectPropertyAddress& address);
+  Result volumeOrMute(const AudioGraph& graph, const AudioNode& node,
+                      const platform::AudioObjectPropertyAddress& address);
   Result controlList(const AudioGraph& graph);
   platform::OSStatus requestLoopback(std::uint32_t value);
 

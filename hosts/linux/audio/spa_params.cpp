@@ -78,14 +78,14 @@ NodeProperties readDictionary(const spa_dict* dictionary) {
   return properties;
 }
 
-void readProps(const spa_pod* props, AudioNode* node) {
+void readLevels(const spa_pod* props, Levels* levels) {
   if (!spa_pod_is_object_type(props, SPA_TYPE_OBJECT_Props)) return;
   if (const spa_pod_prop* mute = spa_pod_find_prop(props, nullptr, SPA_PROP_mute)) {
     bool value = false;
-    if (spa_pod_get_bool(&mute->value, &value) >= 0) node->mute = value;
+    if (spa_pod_get_bool(&mute->value, &value) >= 0) levels->mute = value;
   }
   if (const spa_pod_prop* volumes = spa_pod_find_prop(props, nullptr, SPA_PROP_channelVolumes)) {
-    node->channelVolumes = readArray<float>(&volumes->value, SPA_TYPE_Float);
+    levels->channelVolumes = readArray<float>(&volumes->value, SPA_TYPE_Float);
   }
 }
 
@@ -118,14 +118,18 @@ std::optional<Route> readRoute(const spa_pod* route) {
   std::uint32_t direction = SPA_DIRECTION_OUTPUT;
   std::int32_t device = -1;
   const char* description = nullptr;
+  const spa_pod* props = nullptr;
   if (spa_pod_parse_object(route, SPA_TYPE_OBJECT_ParamRoute, nullptr, SPA_PARAM_ROUTE_index,
                            SPA_POD_Int(&index), SPA_PARAM_ROUTE_direction, SPA_POD_Id(&direction),
                            SPA_PARAM_ROUTE_device, SPA_POD_Int(&device),
-                           SPA_PARAM_ROUTE_description, SPA_POD_OPT_String(&description)) < 0) {
+                           SPA_PARAM_ROUTE_description, SPA_POD_OPT_String(&description),
+                           SPA_PARAM_ROUTE_props, SPA_POD_OPT_Pod(&props)) < 0) {
     return std::nullopt;
   }
-  return Route{static_cast<std::uint32_t>(index), direction == SPA_DIRECTION_INPUT, device,
+  Route result{static_cast<std::uint32_t>(index), direction == SPA_DIRECTION_INPUT, device,
                description == nullptr ? "" : description};
+  if (props != nullptr) readLevels(props, &result.levels);
+  return result;
 }
 
 }  // namespace linux_host

@@ -15,7 +15,7 @@ namespace linux_host {
 NodeProperties readDictionary(const spa_dict* dictionary);
 
 // Volume and mute.
-void readProps(const spa_pod* props, AudioNode* node);
+void readLevels(const spa_pod* props, Levels* levels);
 
 // Null when the parameter is no format of raw audio.
 std::optional<NodeFormat> readFormat(const spa_pod* format);

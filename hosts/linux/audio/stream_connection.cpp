@@ -87,7 +87,29 @@ void StreamConnection::connect(pw_loop* loop) {
   }
   // Before the stream listens, so that the death of the daemon is told from that of the device.
   pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
+  watchDevice();
   connectStream();
+}
+
+void StreamConnection::watchDevice() {
+  static constexpr pw_registry_events kRegistryEvents{PW_VERSION_REGISTRY_EVENTS, onGlobal,
+                                                      onGlobalRemove};
+  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
+  if (registry_ == nullptr) return;
+  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+}
+
+void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, const char* type,
+                                std::uint32_t, const spa_dict* properties) {
+  auto* self = static_cast<StreamConnection*>(data);
+  if (self->deviceId_ || properties == nullptr || !spa_streq(type, PW_TYPE_INTERFACE_Node)) return;
+  const char* name = spa_dict_lookup(properties, PW_KEY_NODE_NAME);
+  if (name != nullptr && self->request_.deviceNode == name) self->deviceId_ = id;
+}
+
+void StreamConnection::onGlobalRemove(void* data, std::uint32_t id) {
+  auto* self = static_cast<StreamConnection*>(data);
+  if (self->deviceId_ == id) self->stateChanged(PW_STREAM_STATE_UNCONNECTED, nullptr);
 }
 
 void StreamConnection::connectStream() {
@@ -132,6 +154,10 @@ void StreamConnection::disconnect() {
     // A cycle may be under way until this returns.
     pw_stream_destroy(stream_);
     stream_ = nullptr;
+  }
+  if (registry_ != nullptr) {
+    spa_hook_remove(&registryListener_);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(registry_, nullptr)));
   }
   if (core_ != nullptr) {
     spa_hook_remove(&coreListener_);

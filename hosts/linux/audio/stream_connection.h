@@ -5,14 +5,17 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 struct pw_context;
 struct pw_core;
 struct pw_loop;
+struct pw_registry;
 struct pw_stream;
 struct spa_buffer;
+struct spa_dict;
 
 namespace linux_host {
 
@@ -34,7 +37,11 @@ struct StreamRequest {
 
 // A stream of planar 32-bit float between this process and one device, with a connection to the
 // daemon of its own. It stays with its device: when that goes away the stream fails, neither that
-// nor a change of the default moves it to another one.
+// nor a change of the default moves it to another one. It looks itself whether the device is there:
+// some session managers end a stream whose device has gone, others let it idle.
+//
+// A connection has a data thread of its own, so that a stream whose cycle takes long makes no other
+// one late.
 //
 // Made, used and destroyed on its loop's thread, except what is marked REAL-TIME.
 class StreamConnection {
@@ -69,6 +76,11 @@ class StreamConnection {
   [[nodiscard]] pw_stream* stream() const { return stream_; }
 
  private:
+  static void onGlobal(void* data, std::uint32_t id, std::uint32_t permissions, const char* type,
+                       std::uint32_t version, const spa_dict* properties);
+  static void onGlobalRemove(void* data, std::uint32_t id);
+
+  void watchDevice();
   void connectStream();
   void fail(const std::string& message);
   void stateChanged(int state, const char* error);
@@ -78,8 +90,11 @@ class StreamConnection {
   bool hasFailed_ = false;
   pw_context* context_ = nullptr;
   pw_core* core_ = nullptr;
+  pw_registry* registry_ = nullptr;
   pw_stream* stream_ = nullptr;
+  std::optional<std::uint32_t> deviceId_;  // in the registry
   spa_hook coreListener_{};
+  spa_hook registryListener_{};
   spa_hook streamListener_{};
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <tuple>
 
 namespace linux_host {
 namespace {
@@ -136,6 +137,30 @@ TEST(ClockFollower, FollowsCyclesOfChangingLength) {
     now_ns += duration_frames * 1'000'000'000 / 48000;
   }
   EXPECT_NEAR(follower.rateScalar(), 1, 1e-6);
+}
+
+// As PipeWire 1.4 does it: the last cycle of the old length lasts as long as it happens to.
+TEST(ClockFollower, ChangeOfLengthThatBreaksACycleOffLeavesTheSpeedAlone) {
+  for (const auto& [from_frames, to_frames, last_s] :
+       {std::tuple{4096, 2048, 0.062954}, {4096, 2048, 0.044407}, {4096, 8192, 0.225493}}) {
+    ClockFollower follower;
+    double now_s = 1000;
+    const auto follow = [&](int frames) {
+      const auto length = static_cast<std::uint64_t>(frames);
+      return follower.follow({static_cast<std::uint64_t>(now_s * 1e9), 7, length, kRate_Hz});
+    };
+    const auto followOn = [&](int frames, int cycles) {
+      double passed_s = 0;
+      for (int i = 0; i < cycles; ++i, now_s += frames / kRate_Hz) passed_s += follow(frames);
+      return passed_s;
+    };
+    EXPECT_EQ(followOn(from_frames, 40), 0);
+    const double early_s = from_frames / kRate_Hz - last_s;
+    now_s -= early_s;
+    // What was too short is made up for by what comes late; what was too long is time that passed.
+    EXPECT_NEAR(followOn(to_frames, 40), std::max(-early_s, 0.0), 1e-6);
+    EXPECT_NEAR((follower.rateScalar() - 1) * 1e6, 0, 1) << from_frames << " to " << to_frames;
+  }
 }
 
 TEST(ClockFollower, StaysWithinReasonWhateverTheServerSays) {

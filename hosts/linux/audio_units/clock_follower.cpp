@@ -16,6 +16,8 @@ constexpr double kFirstBandwidth_Hz = 1.0;
 constexpr double kLastBandwidth_Hz = 0.05;
 // No clock is that far off; a loop that thinks so has been fed nonsense.
 constexpr double kLargestDeviation = 0.01;
+// A cycle that begins no further than that from its time is on time.
+constexpr double kOnTime_ns = 1e6;
 
 }  // namespace
 
@@ -34,7 +36,10 @@ double ClockFollower::follow(const GraphCycle& cycle) {
   const double expected_ns = filtered_ns_ + passed_ns * stretch_;
   const double late_ns = now_ns - expected_ns;
   const bool isOtherClock = std::exchange(clockId_, cycle.clockId) != cycle.clockId;
-  if (isOtherClock || std::abs(late_ns) > std::max(passed_ns, duration_ns) / 2) {
+  // PipeWire 0.3 ends the last cycle of the old length in its time, 1.4 in the middle. That is no
+  // speed of the device's.
+  const bool isBrokenOff = passed_ns != duration_ns && std::abs(late_ns) > kOnTime_ns;
+  if (isOtherClock || isBrokenOff || std::abs(late_ns) > std::max(passed_ns, duration_ns) / 2) {
     return resynchronise(late_ns, now_ns);
   }
 

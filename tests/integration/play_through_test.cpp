@@ -159,7 +159,7 @@ struct Layout {
   const char* loopback;
   const char* speakers;
   std::uint32_t speakerChannels;
-  double amplitude;  // on the first speaker, as the server mixes
+  double amplitude;  // on the first speaker; all channels of the loopback play the same
 };
 void PrintTo(const Layout& layout, std::ostream* out) {
   *out << layout.name;
@@ -179,9 +179,10 @@ constexpr const char* kSurround51 = "FL,FR,FC,LFE,RL,RR";
 constexpr const char* kSurround71 = "FL,FR,FC,LFE,RL,RR,SL,SR";
 INSTANTIATE_TEST_SUITE_P(Layouts, PlayThroughChannelsTest,
                          testing::Values(Layout{"MonoToMono", "MONO", "MONO", 1, 0.5},
-                                         Layout{"StereoToMono", "FL,FR", "MONO", 1, std::sqrt(0.5)},
+                                         Layout{"StereoToMono", "FL,FR", "MONO", 1, 0.5},
                                          Layout{"MonoToStereo", "MONO", "FL,FR", 2, 0.5},
                                          Layout{"StereoToSix", "FL,FR", kSurround51, 6, 0.5},
+                                         Layout{"SixToStereo", kSurround51, "FL,FR", 2, 0.5},
                                          Layout{"SixToSix", kSurround51, kSurround51, 6, 0.5},
                                          Layout{"EightToEight", kSurround71, kSurround71, 8, 0.5}),
                          [](const auto& test) { return test.param.name; });

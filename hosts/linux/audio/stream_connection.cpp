@@ -27,6 +27,9 @@ pw_properties* streamProperties(const StreamRequest& request) {
       PW_KEY_NODE_LOCK_QUANTUM, "true",
       // Nor is it for the session manager to remember another device or level for us.
       "state.restore-target", "false", "state.restore-props", "false", nullptr);
+  // Without this the level is what the release makes of it: stereo becomes mono at 0.5 or 0.707,
+  // and six channels become two that are cut off at full scale.
+  if (request.isMixedDown) pw_properties_set(properties, "channelmix.normalize", "true");
   if (request.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
   pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", request.cycle_frames,
                      request.rate_Hz);

@@ -30,6 +30,8 @@ struct StreamRequest {
   std::string deviceNode;   // the device's node
   std::string displayName;  // the device's, for messages
   bool isMonitor = false;   // recording: the device is a sink, record what is played to it
+  // Channels are mixed into fewer: the sum is never louder than the loudest of them can be.
+  bool isMixedDown = false;
   std::uint32_t rate_Hz = 0;
   std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
   std::uint32_t cycle_frames = 0;        // the length of a cycle to ask for

@@ -22,6 +22,7 @@ StreamRequest requestFor(DeviceStream::Direction direction, const DeviceStreamTa
   request.deviceNode = target.nodeName;
   request.displayName = target.nodeName;
   request.isMonitor = target.isMonitor;
+  request.isMixedDown = target.isMixedDown;
   request.rate_Hz = target.rate_Hz;
   request.positions = target.positions;
   request.cycle_frames = target.cycle_frames;

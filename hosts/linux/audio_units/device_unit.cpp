@@ -202,6 +202,9 @@ OSStatus DeviceUnit::start() {
   DeviceStreamTarget target;
   target.nodeName = bound->nodeName;
   target.isMonitor = isRecording() && bound->isSink;
+  const std::size_t from = isRecording() ? bound->positions.size() : format.mChannelsPerFrame;
+  const std::size_t into = isRecording() ? format.mChannelsPerFrame : bound->positions.size();
+  target.isMixedDown = into < from;
   target.rate_Hz = static_cast<std::uint32_t>(std::lround(format.mSampleRate));
   target.positions = speakerLayout(bound->positions, format.mChannelsPerFrame);
   // Half the buffer that the device tells, so that a block that is captured a cycle after it was

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <random>
 
 #include "tests/m4a/box_walker.h"
@@ -19,6 +21,22 @@ constexpr std::uint64_t kRate_hz = 48000;
 std::uint64_t playableFrames(FileBytes bytes) {
   const auto decoded = decodeM4a(bytes);
   return decoded.planes.empty() ? 0 : decoded.planes[0].size();
+}
+
+// What the libraries have to say of what `work` does with a file.
+template <typename Work>
+std::string complaintsOf(const Work& work) {
+  static std::string complaints;
+  complaints.clear();
+  av_log_set_callback([](void*, int level, const char* format, va_list arguments) {
+    if (level > AV_LOG_WARNING) return;
+    char line[256];
+    std::vsnprintf(line, sizeof line, format, arguments);
+    complaints += line;
+  });
+  work();
+  av_log_set_callback(&av_log_default_callback);
+  return complaints;
 }
 
 // What a file held at some moment, and what had been recorded by then.
@@ -225,6 +243,12 @@ TEST(M4aFaultTest, FullDiskLeavesAFileThatPlaysToTheLastPacketWithRoom) {
     EXPECT_THAT(recording.writer.finish(), HasSubstr("no room"));
     EXPECT_LE(file->bytes.size(), room_bytes);
     EXPECT_GE(playableFrames(file->bytes) + kRate_hz * 35 / 100, fed);
+    EXPECT_EQ(complaintsOf([&] { (void)decodeM4a(file->bytes); }), "") << room_bytes;
+    const auto boxes = walkBoxes(file->bytes);
+    ASSERT_TRUE(boxes) << room_bytes;
+    EXPECT_EQ(boxes->back().offset + boxes->back().size, file->bytes.size()) << room_bytes;
+    // Not a whole packet more would have fitted.
+    EXPECT_GT(file->bytes.size() + 2000, room_bytes);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "hosts/linux/m4a/box_bytes.h"
+#include "hosts/linux/m4a/torn_fragment.h"
 
 namespace linux_host {
 
@@ -97,18 +98,39 @@ std::string LibavM4aWriter::appendFragment() {
 
 std::string LibavM4aWriter::appendUnwritten() {
   if (unwritten_.packetSizes_bytes.empty()) return "";
-  const Bytes bytes = unwritten_.bytes;
-  std::string error = sink_->append(bytes.subspan(sink_->size_bytes() - unwrittenOffset_bytes_));
-  if (!error.empty()) {
-    const bool headIsTorn =
-        sink_->size_bytes() < unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes;
-    if (headIsTorn) sink_->truncate(unwrittenOffset_bytes_);
-    return error;
+  if (sink_->size_bytes() > unwrittenOffset_bytes_ && !sink_->truncate(unwrittenOffset_bytes_)) {
+    return appendError_;
+  }
+  appendError_ = sink_->append(unwritten_.bytes);
+  if (!appendError_.empty()) {
+    keepWholePackets();
+    return appendError_;
   }
   packets_.addChunk(unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes,
                     unwritten_.packetSizes_bytes);
   unwritten_ = {};
   return "";
+}
+
+void LibavM4aWriter::keepWholePackets() {
+  const std::uint64_t media_bytes = unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes;
+  std::vector<std::uint64_t> ends_bytes;  // of the packets that are whole
+  std::uint64_t end_bytes = media_bytes;
+  for (const std::uint32_t size_bytes : unwritten_.packetSizes_bytes) {
+    end_bytes += size_bytes;
+    if (end_bytes > sink_->size_bytes()) break;
+    ends_bytes.push_back(end_bytes);
+  }
+  for (; !ends_bytes.empty(); ends_bytes.pop_back()) {
+    const auto head =
+        headOfFirstPackets(Bytes(unwritten_.bytes).first(unwritten_.mediaOffset_bytes),
+                           ends_bytes.size(), ends_bytes.back() - media_bytes);
+    if (!head) continue;
+    if (!sink_->pwriteAt(unwrittenOffset_bytes_, *head).empty()) break;
+    sink_->truncate(ends_bytes.back());
+    return;
+  }
+  sink_->truncate(unwrittenOffset_bytes_);
 }
 
 std::string LibavM4aWriter::finish() {

@@ -24,6 +24,8 @@ class LibavM4aWriter final : public M4aWriter {
   [[nodiscard]] std::string take(AVPacket& packet);
   [[nodiscard]] std::string appendFragment();
   [[nodiscard]] std::string appendUnwritten();
+  // After an append that failed: makes the file end with the last whole packet that it took.
+  void keepWholePackets();
   [[nodiscard]] std::string complete();
 
   M4aLabels labels_;
@@ -33,10 +35,11 @@ class LibavM4aWriter final : public M4aWriter {
   M4aTrack track_;
   M4aPacketIndex packets_;
   std::size_t packetsPerFragment_ = 1;
-  // A fragment that the sink has not taken whole; it is gone on with, never begun again, so the
+  // A fragment that the sink has not taken whole. It is written again before anything else, so the
   // file is never left with a torn fragment in its middle.
   FragmentMuxer::Fragment unwritten_{};
   std::uint64_t unwrittenOffset_bytes_ = 0;
+  std::string appendError_;  // why it was not taken
   std::string writeError_;
 };
 

@@ -71,6 +71,15 @@ struct FileRecording {
   std::unique_ptr<M4aWriter> writer;
 };
 
+TEST(M4aModuleTest, LeavesTheFileToItsOwnerWhoseCloseTellsLateErrors) {
+  const TemporaryFolder folder;
+  FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});
+  ASSERT_EQ(recording.write(44100), "");
+  ASSERT_EQ(recording.writer->finish(), "");
+  const std::byte more{};
+  EXPECT_EQ(recording.file->append({&more, 1}), "");
+}
+
 TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
   const TemporaryFolder folder;
   FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});

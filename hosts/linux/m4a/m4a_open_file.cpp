@@ -22,14 +22,6 @@ class OpenFileSink : public Base {
   const std::shared_ptr<OpenFile> file_;
 };
 
-class WritersFile final : public OpenFileSink<M4aSink> {
- public:
-  using OpenFileSink::OpenFileSink;
-  ~WritersFile() override { file_->close(); }
-  WritersFile(const WritersFile&) = delete;
-  WritersFile& operator=(const WritersFile&) = delete;
-};
-
 class InterruptedFile final : public OpenFileSink<M4aRepairableFile> {
  public:
   using OpenFileSink::OpenFileSink;
@@ -48,7 +40,7 @@ class InterruptedFile final : public OpenFileSink<M4aRepairableFile> {
 }  // namespace
 
 std::unique_ptr<M4aSink> m4aSinkFor(std::shared_ptr<OpenFile> file) {
-  return std::make_unique<WritersFile>(std::move(file));
+  return std::make_unique<OpenFileSink<M4aSink>>(std::move(file));
 }
 
 std::optional<M4aFindings> findM4aPackets(const std::shared_ptr<OpenFile>& file) {

@@ -9,7 +9,7 @@
 
 namespace linux_host {
 
-// Lets an m4a writer write to `file`, which is closed with the sink.
+// Lets an m4a writer write to `file`, which stays open: whoever closes it hears of late errors.
 [[nodiscard]] std::unique_ptr<M4aSink> m4aSinkFor(std::shared_ptr<OpenFile> file);
 
 // What findM4aPackets() and recoverInterruptedM4a() do, for a file that nobody writes. It stays

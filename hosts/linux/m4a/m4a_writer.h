@@ -49,10 +49,10 @@ class M4aWriter {
   // and every further call returns the same text.
   [[nodiscard]] virtual std::string write(const float* const* planes, std::uint32_t frames) = 0;
 
-  // Writes what is still under way, turns the file into a plain MP4 and closes it. With no samples
-  // at all the file is a valid MP4 of length 0. Also after a failed write(): if there is room by
-  // then the file becomes complete, otherwise it stays as it is and plays. Returns an error text
-  // if the file has not become a plain MP4, empty on success. Further calls do nothing.
+  // Writes what is still under way, turns the file into a plain MP4 and lets go of the sink. With
+  // no samples at all the file is a valid MP4 of length 0. Also after a failed write(): if there is
+  // room by then the file becomes complete, otherwise it stays as it is and plays. Returns an error
+  // text if the file has not become a plain MP4, empty on success. Further calls do nothing.
   [[nodiscard]] virtual std::string finish() = 0;
 };
 

@@ -17,6 +17,8 @@ using Contents = RecordingFindings::Contents;
 
 // Between the sound and the clock of the disk.
 constexpr std::chrono::seconds kSlack{5};
+// What a stop could not save because every name was taken comes back all the same.
+constexpr int kLastRecoveredNumber = 9999;
 
 }  // namespace
 
@@ -117,11 +119,11 @@ bool RecordingRecovery::prepare(const std::string& path,
     return false;
   }
   const bool isUnknown = findings_.contents == Contents::kUnknown;
-  const std::string problem = isUnknown ? findings_.problem : recording->finish();
-  if (isUnknown || !problem.empty()) {
-    report_.problems.push_back(problem);
+  if (isUnknown) {
+    report_.problems.push_back(findings_.problem);
     return false;
   }
+  whyNotFinished_ = recording->finish();
   recording_ = std::move(recording);
   target_.clear();
   return true;
@@ -129,8 +131,8 @@ bool RecordingRecovery::prepare(const std::string& path,
 
 bool RecordingRecovery::name() {
   const std::string extension = findings_.contents == Contents::kM4a ? "m4a" : "mp3";
-  std::string target =
-      recordingPath(environment_.host, outputFolder_, startOfRecording(findings_), extension);
+  std::string target = recordingPath(environment_.host, outputFolder_, startOfRecording(findings_),
+                                     extension, kLastRecoveredNumber);
   // Nothing has changed since that name was taken: there is no free one.
   if (target == target_) {
     report_.problems.push_back(whyNotMoved_);
@@ -144,15 +146,23 @@ bool RecordingRecovery::name() {
 void RecordingRecovery::place() {
   switch (recording_->moveTo(target_, &whyNotMoved_)) {
     case InterruptedRecording::Move::kMoved:
-      report_.recovered.push_back(target_);
+      finishMoved();
       break;
     case InterruptedRecording::Move::kNameTaken:
       return;
     case InterruptedRecording::Move::kFailed:
-      report_.problems.push_back(whyNotMoved_);
+      report_.problems.push_back(whyNotFinished_.empty() ? whyNotMoved_ : whyNotFinished_);
       break;
   }
   recording_.reset();
+}
+
+// Where the temporary disk was full there may be room for the rest of a file now. If not, it goes
+// back to where the next start looks for it.
+void RecordingRecovery::finishMoved() {
+  const bool isFinished = whyNotFinished_.empty() || recording_->finish().empty();
+  if (!isFinished) report_.problems.push_back(whyNotFinished_);
+  if (isFinished || !recording_->moveBack().empty()) report_.recovered.push_back(target_);
 }
 
 }  // namespace record_audio

@@ -17,8 +17,9 @@ namespace record_audio {
 platform::Date startOfRecording(const platform::RecordingFindings& findings);
 
 // Brings interrupted recordings back: one after the other, each is claimed, finished and moved into
-// the output folder, under the name that it would have had. What cannot be moved stays as it is;
-// nothing is ever deleted.
+// the output folder, under the name that it would have had. What cannot be finished for want of
+// room is finished in the output folder. What cannot be moved stays as it is; nothing is ever
+// deleted.
 //
 // Made and called on the main thread. Used once. With start(), the work on files is done on a queue
 // of its own, and the object lives until it is through; the queue and the main thread take turns,
@@ -43,6 +44,7 @@ class RecordingRecovery : public std::enable_shared_from_this<RecordingRecovery>
   bool prepare(const std::string& path, std::unique_ptr<platform::InterruptedRecording> recording);
   // Keeps the recording when the name was taken meanwhile.
   void place();
+  void finishMoved();
   void goOn();
   // On the main thread. False, and the recording given up, when no name is left for it.
   bool name();
@@ -58,6 +60,7 @@ class RecordingRecovery : public std::enable_shared_from_this<RecordingRecovery>
   platform::RecordingFindings findings_;
   std::string target_;  // its path-to-be; empty before it has been named
   std::string whyNotMoved_;
+  std::string whyNotFinished_;  // where it was found; empty when it is complete
 
   std::shared_ptr<platform::DispatchQueue> queue_;
   std::function<void(const RecoveryReport&)> onFinished_;

@@ -4,12 +4,6 @@
 #include "settings/file_name.h"
 
 namespace record_audio {
-namespace {
-
-constexpr int kLastFileNumber = 99;
-
-}  // namespace
-
 std::string recordingTitle(const platform::Host& host, platform::Date start) {
   const std::string dateTime = Auxiliary::getFilenameWithDateTime(host, start);
   const std::string title = host.mainBundle.localizedString("Audio recording");
@@ -18,10 +12,10 @@ std::string recordingTitle(const platform::Host& host, platform::Date start) {
 }
 
 std::string recordingPath(const platform::Host& host, const std::string& folder,
-                          platform::Date start, const std::string& extension) {
+                          platform::Date start, const std::string& extension, int lastNumber) {
   const std::string base = folder + "/" + recordingTitle(host, start);
   std::string path = base + "." + extension;
-  for (int number = 1; number <= kLastFileNumber; ++number) {
+  for (int number = 1; number <= lastNumber; ++number) {
     if (!host.fileManager.fileExists(path)) break;
     path = base + " (" + std::to_string(number) + ")." + extension;
   }

@@ -34,12 +34,15 @@ class InterruptedRecording {
   virtual ~InterruptedRecording() = default;
   // Only reads.
   virtual RecordingFindings examine() = 0;
-  // Makes the file one that every player opens. Returns an error text, empty on success; after an
-  // error, or an end of the process in its middle, the file plays as before.
+  // Makes the file one that every player opens, where it lies. Returns an error text, empty on
+  // success; after an error, or an end of the process in its middle, the file plays as before. May
+  // be tried again where it has been moved to.
   [[nodiscard]] virtual std::string finish() = 0;
   // Moves the file, to another file system too, and never replaces one. Unless moved, the file is
   // whole where it was, and *error says why.
   virtual Move moveTo(const std::string& path, std::string* error) = 0;
+  // Moves it to where it was found. Returns an error text, empty on success.
+  [[nodiscard]] virtual std::string moveBack() = 0;
 };
 
 class InterruptedRecordings {

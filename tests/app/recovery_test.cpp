@@ -224,18 +224,17 @@ TEST_F(RecoveryTest, ATakenNameIsNumberedAsUsual) {
   EXPECT_EQ(machine.fileManager.contents(kRecovered), "mine");
 }
 
-TEST_F(RecoveryTest, WithEveryNameTakenTheFileStaysAndThatIsSaid) {
+TEST_F(RecoveryTest, WithEveryUsualNameTakenItGetsAHigherNumber) {
   machine.fileManager.addFile(kRecovered, "mine");
-  for (int i = 1; i <= 99; ++i) {
+  for (int i = 1; i <= 101; ++i) {
     machine.fileManager.addFile(
         "/out/Audio recording 2024-05-17 at 12.00.00 (" + std::to_string(i) + ").m4a", "mine");
   }
   leaveOne();
-  leave("Audio_recording_other", recordingOf(Contents::kM4a, kStart + hours(1)));
   const RecoveryReport report = recover();
-  EXPECT_THAT(report.problems, ElementsAre("File exists"));
-  EXPECT_THAT(report.recovered, ElementsAre("/out/Audio recording 2024-05-17 at 13.00.00.m4a"));
-  EXPECT_EQ(machine.fileManager.contents(kLeftover), "sound");
+  EXPECT_THAT(report.problems, IsEmpty());
+  EXPECT_THAT(report.recovered,
+              ElementsAre("/out/Audio recording 2024-05-17 at 12.00.00 (102).m4a"));
 }
 
 TEST_F(RecoveryTest, WhatIsNotOursIsLeftAloneWithoutAWord) {
@@ -273,6 +272,17 @@ TEST_F(RecoveryTest, WhatCannotBeFinishedStaysAndTheOthersComeBack) {
   EXPECT_THAT(report.problems, ElementsAre("no room for its index"));
   EXPECT_THAT(report.recovered, ElementsAre("/out/Audio recording 2024-05-17 at 12.00.00.mp3"));
   EXPECT_EQ(machine.fileManager.contents(kLeftover), "sound");
+}
+
+TEST_F(RecoveryTest, WhatCannotBeFinishedWhereItLiesIsFinishedWhereItIsMovedTo) {
+  leaveOne();
+  lost.leftovers.at(kLeftover).finishProblem = "no room for its index";
+  lost.leftovers.at(kLeftover).finishesElsewhere = true;
+  const RecoveryReport report = recover();
+  EXPECT_THAT(report.problems, IsEmpty());
+  EXPECT_THAT(report.recovered, ElementsAre(kRecovered));
+  EXPECT_TRUE(lost.leftovers.at(kLeftover).finished);
+  EXPECT_EQ(machine.fileManager.contents(kRecovered), "sound");
 }
 
 TEST_F(RecoveryTest, WhatIsNoRecordingIsNeverTouched) {

@@ -7,7 +7,7 @@ namespace memory_host {
 class MemoryInterruptedRecordings::Recording : public platform::InterruptedRecording {
  public:
   Recording(MemoryInterruptedRecordings& owner, std::string path, Leftover& leftover)
-      : owner_(owner), path_(std::move(path)), leftover_(leftover) {
+      : owner_(owner), original_(std::move(path)), path_(original_), leftover_(leftover) {
     leftover_.claimed = true;
   }
   ~Recording() override { leftover_.claimed = false; }
@@ -18,20 +18,32 @@ class MemoryInterruptedRecordings::Recording : public platform::InterruptedRecor
 
   std::string finish() override {
     owner_.journal.push_back("finish " + path_);
-    leftover_.finished = leftover_.finishProblem.empty();
-    return leftover_.finishProblem;
+    const bool isElsewhere = path_ != original_ && leftover_.finishesElsewhere;
+    leftover_.finished = leftover_.finishProblem.empty() || isElsewhere;
+    return leftover_.finished ? std::string() : leftover_.finishProblem;
   }
 
   Move moveTo(const std::string& path, std::string* error) override {
     owner_.journal.push_back("move " + path_ + " -> " + path);
     *error = owner_.files_.moveItem(path_, path);
-    if (error->empty()) return Move::kMoved;
+    if (error->empty()) {
+      path_ = path;
+      return Move::kMoved;
+    }
     return owner_.files_.fileExists(path) ? Move::kNameTaken : Move::kFailed;
+  }
+
+  std::string moveBack() override {
+    owner_.journal.push_back("move " + path_ + " -> " + original_);
+    std::string error = owner_.files_.moveItem(path_, original_);
+    if (error.empty()) path_ = original_;
+    return error;
   }
 
  private:
   MemoryInterruptedRecordings& owner_;
-  const std::string path_;
+  const std::string original_;
+  std::string path_;
   Leftover& leftover_;
 };
 

@@ -18,7 +18,8 @@ class MemoryInterruptedRecordings : public platform::InterruptedRecordings {
     platform::RecordingFindings findings;
     std::string claimProblem;
     std::string finishProblem;
-    bool claimed = false;  // and not let go of since
+    bool finishesElsewhere = false;  // than in the temporary directory
+    bool claimed = false;            // and not let go of since
     bool finished = false;
   };
 

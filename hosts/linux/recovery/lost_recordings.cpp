@@ -42,7 +42,7 @@ Date dateOf(const struct statx_timestamp& time) {
 class LostRecording : public InterruptedRecording {
  public:
   LostRecording(OpenFiles& files, std::shared_ptr<OpenFile> file)
-      : files_(files), file_(std::move(file)) {}
+      : files_(files), file_(std::move(file)), foundAt_(file_->path()) {}
 
   RecordingFindings examine() override {
     RecordingFindings findings;
@@ -59,8 +59,11 @@ class LostRecording : public InterruptedRecording {
   }
 
   std::string finish() override {
-    // An MP3 stream needs no end.
-    if (contents_ != Contents::kM4a) return {};
+    if (contents_ == Contents::kMp3) {
+      // Players complain of a part of a frame, and play nothing of it.
+      const auto torn_bytes = tornMp3Frame_bytes(*file_);
+      return torn_bytes ? file_->truncate(*torn_bytes) : std::string();
+    }
     const M4aRecovery recovery = recoverInterruptedM4a(file_);
     return recovery.error;
   }
@@ -70,6 +73,15 @@ class LostRecording : public InterruptedRecording {
     if (error->empty()) return Move::kMoved;
     struct stat taken {};
     return lstat(path.c_str(), &taken) == 0 ? Move::kNameTaken : Move::kFailed;
+  }
+
+  std::string moveBack() override {
+    std::string error = files_.move(file_->path(), foundAt_);
+    // Among other people's files it is nobody else's.
+    if (error.empty() && chmod(foundAt_.c_str(), S_IRUSR | S_IWUSR) != 0) {
+      error = errorText("close to others", foundAt_, errno);
+    }
+    return error;
   }
 
  private:
@@ -93,6 +105,7 @@ class LostRecording : public InterruptedRecording {
 
   OpenFiles& files_;
   const std::shared_ptr<OpenFile> file_;
+  const std::string foundAt_;
   Contents contents_ = Contents::kUnknown;
 };
 

@@ -65,4 +65,16 @@ std::optional<double> mp3Duration_s(const OpenFile& file) {
   return static_cast<double>(size_bytes) * 8 / first->bitrate_bps;
 }
 
+std::optional<std::uint64_t> tornMp3Frame_bytes(const OpenFile& file) {
+  const std::uint64_t size_bytes = file.size_bytes();
+  std::uint64_t position_bytes = 0;
+  while (position_bytes + kHeader_bytes <= size_bytes) {
+    const auto frame = frameAt(file, position_bytes);
+    if (!frame) return std::nullopt;
+    if (position_bytes + frame->size_bytes > size_bytes) break;
+    position_bytes += frame->size_bytes;
+  }
+  return position_bytes < size_bytes ? std::optional(position_bytes) : std::nullopt;
+}
+
 }  // namespace linux_host

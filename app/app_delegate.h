@@ -108,7 +108,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   // "source" is "none", "default", "microphone:<unique id>" or "system"; "format" is "m4a" or
   // "mp3"; both are those of the session under way, else those a new one would have.
   // "elapsedSeconds" is 0 unless recording. "outputFile" is the temporary file while recording,
-  // the last recording's file while idle, and absent otherwise.
+  // the last recording's file while idle, and absent otherwise. If that recording could not be
+  // saved, "unsavedFile" is there instead, where it lies, and "problem" says why.
   [[nodiscard]] platform::Dictionary status() const override;
   static constexpr double kUnconfirmedStartGrace_s = 5.0;
 
@@ -118,6 +119,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   [[nodiscard]] std::shared_ptr<suite::ToolDataClientProvider> provider() const override {
     return _provider;
   }
+  // A recording of this process could not be saved when it was stopped.
+  [[nodiscard]] bool hasUnsavedRecording() const { return hasUnsavedRecording_; }
   // Null before launch.
   [[nodiscard]] std::shared_ptr<PreferencesWindowController> preferences() const {
     return _preferences;
@@ -186,6 +189,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   std::string sessionFormat_;
   // The temporary file of the recording last stopped; it is still there when the save failed.
   std::string unfinishedFile_;
+  bool hasUnsavedRecording_ = false;
+  bool isCanceled_ = false;                      // the recording last ended, and its file is gone
   std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
 
   // The members whose names begin with m_ or _ bear the suite's names, and are released in the

@@ -127,10 +127,16 @@ Dictionary AppDelegate::status() const {
   Dictionary status{{"state", stateName()}, {"elapsedSeconds", recording ? elapsed_s() : 0}};
   status["source"] = underWay ? sessionSource_ : currentSource();
   status["format"] = underWay ? sessionFormat_ : currentFormat();
-  const std::string file = m_recorder->outputFilePath();
-  // After a cancel, or a save that failed, there is no file of that name.
-  const bool isSaved = !isUnderWay() && !file.empty() && host().fileManager.fileExists(file);
-  if (recording || isSaved) status["outputFile"] = file;
+  // Whether a file is there is not looked at: its folder may hang, and the tool has to answer.
+  const std::string& whyNotSaved = m_recorder->whyNotSaved();
+  const std::string& file = m_recorder->outputFilePath();
+  const bool hasEnded = !isUnderWay() && !isCanceled_;
+  if (hasEnded && !whyNotSaved.empty()) {
+    status["unsavedFile"] = m_recorder->recordedFile();
+    status["problem"] = whyNotSaved;
+  } else if ((recording || hasEnded) && !file.empty()) {
+    status["outputFile"] = file;
+  }
   return status;
 }
 

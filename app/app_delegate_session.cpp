@@ -128,6 +128,7 @@ void AppDelegate::startRecorderContinue() {
   }
   enter(SessionState::kAsking);
   forgetPendingEnd();
+  isCanceled_ = false;
   sessionSource_ = currentSource();
   sessionFormat_ = currentFormat();
   m_startTime = host().hostClock.absoluteTime();
@@ -226,14 +227,18 @@ void AppDelegate::stopRecord() {
   if (!_running) return;
   unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
-  showNotificationRecordCompleated(m_recorder->outputFilePath());
+  const bool isSaved = m_recorder->whyNotSaved().empty();
+  hasUnsavedRecording_ |= !isSaved;
+  // Whatever lies at the final path of a recording that was not saved is not that recording.
+  showNotificationRecordCompleated(isSaved ? m_recorder->outputFilePath() : std::string());
   logCEP("Stop", Dictionary{{"Duration", elapsed_ms()}});
 }
 
 void AppDelegate::cancelRecord() {
   if (!_running) return;
   internalStop();
-  host().fileManager.removeItem(m_recorder->outputFilePath());
+  isCanceled_ = true;
+  host().fileManager.removeItem(m_recorder->recordedFile());
   logCEP("Stop", Dictionary{{"Canceled", true}});
   tryToQuit();
 }

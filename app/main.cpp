@@ -46,7 +46,13 @@ int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) 
   linux_host::LinuxHost host(std::move(arguments));
   if (!host.becomeInstance(urisOf(commandLine.pathsToOpen))) return 0;
   auto delegate = record_audio::AppDelegate::create(host.environment());
-  return host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
+  const int status =
+      host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
+  // The log has said where it lies and why.
+  if (status == linux_host::kExitDone && delegate->hasUnsavedRecording()) {
+    return linux_host::kExitFailed;
+  }
+  return status;
 }
 
 int runRecovery(std::vector<std::string> arguments) {

@@ -219,9 +219,11 @@ void AudioRecorder::stopRecord() {
   }
   m_captureSession->stopRunning();
   const std::string finalPath = generatePath();
-  const std::string error = environment_.host.fileManager.moveItem(m_filePath, finalPath);
-  if (!error.empty()) {
-    log("Can't move file from %@ to %@. Error: %@", {m_filePath, finalPath, error});
+  whyNotSaved_ = environment_.host.fileManager.moveItem(m_filePath, finalPath);
+  if (whyNotSaved_.empty()) {
+    recordedFile_ = finalPath;
+  } else {
+    log("Can't move file from %@ to %@. Error: %@", {m_filePath, finalPath, whyNotSaved_});
   }
   m_filePath = finalPath;
   m_bRecording.store(false, std::memory_order_relaxed);
@@ -237,6 +239,8 @@ std::string AudioRecorder::outputURL() {
   m_startTime = environment_.host.wallClock.now();
   m_filePath = environment_.host.fileManager.temporaryDirectory() + "/" + kTemporaryNamePrefix +
                environment_.host.processInfo.globallyUniqueString();
+  recordedFile_ = m_filePath;
+  whyNotSaved_.clear();
   return platform::fileURLWithPath(m_filePath);
 }
 

@@ -50,6 +50,11 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   [[nodiscard]] bool isRecording() const;
   // The temporary file while recording, the final one after stopRecord(); empty before the first.
   [[nodiscard]] const std::string& outputFilePath() const { return m_filePath; }
+  // Of the last stopRecord(): why the file did not get its final name; empty when it did.
+  [[nodiscard]] const std::string& whyNotSaved() const { return whyNotSaved_; }
+  // The file that holds the recording, which outputFilePath() does not name after a move that
+  // failed: somebody else's may lie there.
+  [[nodiscard]] const std::string& recordedFile() const { return recordedFile_; }
   [[nodiscard]] const std::string& desktopPath() const { return _desktopPath; }
 
   // Called on the thread on which the capture session posts, which is the main thread.
@@ -126,6 +131,8 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   std::shared_ptr<platform::CaptureOutput> m_audioOutput;
   platform::CaptureSessionPtr m_captureSession;
   std::string m_filePath;
+  std::string recordedFile_;
+  std::string whyNotSaved_;
   // Written on the main thread, read on the data-output queue; it alone decides whether a block is
   // taken, so relaxed order is enough: the queues order everything else.
   std::atomic<bool> m_bRecording{false};

@@ -281,6 +281,48 @@ TEST_F(SessionTest, AFileThatCouldNotBeMovedIsReportedAsNotSaved) {
   EXPECT_EQ(lastEvent().name, "Stop");
 }
 
+// The file that a click now would save to lies there, and so do all that would come after it.
+class NoNameLeftTest : public SessionTest {
+ protected:
+  NoNameLeftTest() {
+    launchAndRecord();
+    clickDock();
+    std::string first;
+    EXPECT_TRUE(platform::stringValue(app->status().at("outputFile"), &first));
+    const std::string base = first.substr(0, first.rfind('.'));
+    for (int number = 1; number <= 99; ++number) {
+      last = base + " (" + std::to_string(number) + ").m4a";
+      machine.fileManager.addFile(last, "theirs");
+    }
+    clickDock();
+    confirmStart();
+    EXPECT_TRUE(platform::stringValue(app->status().at("outputFile"), &growing));
+  }
+
+  std::string last;
+  std::string growing;
+};
+
+TEST_F(NoNameLeftTest, NobodyElsesFileIsReportedAsTheRecording) {
+  EXPECT_FALSE(app->hasUnsavedRecording());
+  app->stopRecord();
+  EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
+  const Dictionary status = app->status();
+  EXPECT_FALSE(status.contains("outputFile"));
+  EXPECT_EQ(status.at("unsavedFile"), platform::Value(growing));
+  EXPECT_EQ(status.at("problem"), platform::Value("File exists"));
+  EXPECT_EQ(machine.fileManager.contents(last), "theirs");
+  EXPECT_TRUE(machine.fileManager.fileExists(growing));
+  EXPECT_TRUE(app->hasUnsavedRecording());
+}
+
+TEST_F(NoNameLeftTest, ACancelDeletesTheRecordingAndNobodyElsesFile) {
+  app->cancelRecord();
+  EXPECT_EQ(machine.fileManager.contents(last), "theirs");
+  EXPECT_FALSE(machine.fileManager.fileExists(growing));
+  EXPECT_FALSE(app->hasUnsavedRecording());
+}
+
 TEST_F(SessionTest, ASecondRecordingOfTheSameProcessIsSavedBesideTheFirst) {
   launchAndRecord();
   clickDock();

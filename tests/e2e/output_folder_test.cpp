@@ -32,8 +32,9 @@ TEST_F(OutputFolderTest, AChosenFolderThatCannotBeWrittenCostsNoSound) {
   ASSERT_TRUE(
       waitUntil([&] { return status().value("folderUnusable", false); }, std::chrono::seconds(20)));
   const FinishedCommand stop = run({"--stop"});
+  EXPECT_EQ(stop.exitStatus, 1);
   EXPECT_EQ(stop.output, "");
-  EXPECT_THAT(stop.errors, HasSubstr("no file was saved"));
+  EXPECT_THAT(stop.errors, HasSubstr("could not be saved"));
   const std::string kept = onlyFileIn(temporaryFolder());
   EXPECT_TRUE(waitUntil(
       [&] {
@@ -42,7 +43,7 @@ TEST_F(OutputFolderTest, AChosenFolderThatCannotBeWrittenCostsNoSound) {
                                              HasSubstr("into the folder /proc"), HasSubstr(kept))));
       },
       std::chrono::seconds(20)));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   const DecodedSound sound = decodeSound(kept, server.directory());
   EXPECT_EQ(sound.error, "");
   EXPECT_GE(sound.duration_s(), 0.8);

@@ -61,7 +61,7 @@ class ToolFixture : public testing::Test {
   // The tool ends by itself, within the time it shows what happened and a little more.
   static testing::AssertionResult endsByItself(test_support::ChildProcess& tool,
                                                int exitStatus = 0);
-  // Ends the tool without that time.
+  // Ends the tool without that time. 1 is the status of one that could not save a recording.
   static testing::AssertionResult endsAtOnce(test_support::ChildProcess& tool, int exitStatus = 0);
 
   // The usage events, oldest first.

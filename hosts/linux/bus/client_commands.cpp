@@ -33,24 +33,38 @@ int exitStatus(const InstanceClient::Reply& reply, std::ostream& err) {
   return kExitFailed;
 }
 
-void printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err) {
+// Of an entry of the status; empty when there is none.
+std::string textAt(const Json& status, const char* key) {
+  const auto entry = status.find(key);
+  const auto* text = entry == status.end() ? nullptr : entry->get_ptr<const std::string*>();
+  return text == nullptr ? std::string() : *text;
+}
+
+// Returns the exit status of a stop.
+int printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err) {
   const InstanceClient::Reply reply = client.status();
   std::string error;
   const auto status = parsedJsonObject(reply.text, &error);
   if (reply.outcome != InstanceClient::Outcome::kDone || !status) {
     err << "record-audio: The recording has ended, and the running program with it. Whether there "
            "is a file its log says.\n";
-    return;
+    return kExitDone;
   }
-  const auto file = status->find("outputFile");
-  const auto* path = file == status->end() ? nullptr : file->get_ptr<const std::string*>();
+  if (const std::string unsaved = textAt(*status, "unsavedFile"); !unsaved.empty()) {
+    err << "record-audio: The recording could not be saved: " << textAt(*status, "problem")
+        << "\nrecord-audio: It is kept as " << unsaved
+        << ". Save it with record-audio --recover when that is mended.\n";
+    return kExitFailed;
+  }
+  const std::string file = textAt(*status, "outputFile");
   // A network folder that hangs holds nobody up here either.
-  if (path != nullptr && LinuxFileManager().fileExists(*path)) {
-    out << *path << "\n";
-  } else {
+  if (file.empty() || !LinuxFileManager().fileExists(file)) {
     err << "record-audio: The recording has ended, but no file was saved. What the running program "
            "wrote to its log says why.\n";
+    return kExitFailed;
   }
+  out << file << "\n";
+  return kExitDone;
 }
 
 }  // namespace
@@ -59,8 +73,7 @@ int stopCommand(Instance& instance, std::ostream& out, std::ostream& err) {
   auto client = instance.find();
   if (!client) return notRunning(err);
   const int status = exitStatus(client->action("stop", kEndTimeout_ms), err);
-  if (status == kExitDone) printSavedFile(*client, out, err);
-  return status;
+  return status == kExitDone ? printSavedFile(*client, out, err) : status;
 }
 
 int cancelCommand(Instance& instance, std::ostream& err) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/recovery_report.h"
 #include "app/session_state.h"
 #include "capture/audio_recorder.h"
 #include "platform/remote_control.h"
@@ -18,14 +19,14 @@ class AudioPlayThrough;
 class AudioWaiter;
 class PreferencesWindowController;
 class RecordingRecovery;
-struct RecoveryReport;
 
 // Does everything the application does: launch, the recording session from start to saved file,
 // the running indicator, the notifications, and quitting. One object lives for the whole process.
 //
 // Main thread only, except updateMicStatus(). Once launched, the recorder's success callback keeps
 // the delegate alive until applicationWillTerminate(). What belongs to a session or to the
-// indicator does nothing before the launch.
+// indicator does nothing before the launch, and nothing of it runs on while one of the session's
+// alerts waits.
 class AppDelegate : public platform::ApplicationDelegate,
                     public platform::UserNotificationCenterDelegate,
                     public platform::RemoteControl,
@@ -151,7 +152,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   void sessionIsDecided();
   // Brings back, in the background, what processes that died left behind. Once a process.
   void recoverInterruptedRecordings();
-  void tellOfRecovery(const RecoveryReport& report);
+  void tellOfRecovery();
   [[nodiscard]] bool mayStart() const;
   [[nodiscard]] bool isUnderWay() const;
 
@@ -192,6 +193,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   bool hasUnsavedRecording_ = false;
   bool isCanceled_ = false;                      // the recording last ended, and its file is gone
   std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
+  RecoveryReport recovered_;                     // what the user has not been told of yet
 
   // The members whose names begin with m_ or _ bear the suite's names, and are released in the
   // reverse of this order; those that end in an underscore are this tool's own.

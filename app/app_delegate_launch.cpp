@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "app/app_delegate.h"
 #include "app/recording_recovery.h"
 #include "app/tool_status.h"
@@ -132,12 +134,17 @@ void AppDelegate::recoverInterruptedRecordings() {
     const auto self = weak.lock();
     if (!self) return;
     self->recovery_->start([weak](const RecoveryReport& report) {
-      if (const auto delegate = weak.lock()) delegate->tellOfRecovery(report);
+      const auto delegate = weak.lock();
+      if (!delegate) return;
+      delegate->recovered_ = report;
+      delegate->tellOfRecovery();
     });
   });
 }
 
-void AppDelegate::tellOfRecovery(const RecoveryReport& report) {
+void AppDelegate::tellOfRecovery() {
+  if (isAlerting(session_)) return;
+  const RecoveryReport report = std::exchange(recovered_, {});
   for (const std::string& problem : report.problems) {
     environment_.suite.logging.VKLogVariadic("%@", {problem});
   }

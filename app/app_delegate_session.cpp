@@ -57,6 +57,7 @@ void AppDelegate::enter(SessionState next) {
 
 void AppDelegate::sessionIsDecided() {
   recoverInterruptedRecordings();
+  tellOfRecovery();
 }
 
 bool AppDelegate::mayStart() const {
@@ -198,7 +199,7 @@ void AppDelegate::recordError() {
 }
 
 void AppDelegate::internalStop() {
-  if (!_running) return;
+  if (!_running || isAlerting(session_)) return;
   if (_audioWaiter) {
     _audioWaiter.reset();
     enter(SessionState::kIdle);
@@ -224,7 +225,7 @@ void AppDelegate::deleteAudioPlayThrough() {
 }
 
 void AppDelegate::stopRecord() {
-  if (!_running) return;
+  if (!_running || isAlerting(session_)) return;
   unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
   const bool isSaved = m_recorder->whyNotSaved().empty();
@@ -235,7 +236,7 @@ void AppDelegate::stopRecord() {
 }
 
 void AppDelegate::cancelRecord() {
-  if (!_running) return;
+  if (!_running || isAlerting(session_)) return;
   internalStop();
   isCanceled_ = true;
   host().fileManager.removeItem(m_recorder->recordedFile());
@@ -272,6 +273,8 @@ void AppDelegate::tryToQuit() {
 
 platform::TerminateReply AppDelegate::applicationShouldTerminate() {
   using platform::TerminateReply;
+  // The alert is dismissed, the start that it was about comes to its end, then this is asked again.
+  if (isAlerting(session_)) return TerminateReply::kCancel;
   if (isRecordingOrWaiting()) stopRecord();
   // A window that was never loaded is not loaded to be hidden.
   if (_preferences && _preferences->isWindowLoaded()) _preferences->window()->orderOut();

@@ -44,7 +44,9 @@ class Application {
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
   virtual void setApplicationIconImage(const ImagePtr& image) = 0;
   virtual void activateIgnoringOtherApps(bool ignoringOtherApps) = 0;
-  // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop.
+  // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop. If it
+  // answers "cancel" while an alert waits, the alert is dismissed with its last button, and the
+  // delegate is asked again when the event that showed the alert is over.
   virtual void terminate() = 0;
   // Null when no resource of that name exists.
   virtual ImagePtr imageNamed(const std::string& name) = 0;
@@ -63,9 +65,11 @@ struct Alert {
 class Alerts {
  public:
   virtual ~Alerts() = default;
-  // Shows the alert and returns kAlertFirstButtonReturn + the index of the button pressed. The run
-  // loop goes on meanwhile. Without a screen it is written to the log and answers as if it had
-  // been dismissed with the last button.
+  // Shows the alert and returns kAlertFirstButtonReturn + the index of the button pressed. While it
+  // waits for that, work for the main queue goes on, and with it a recording, but no timer of the
+  // run loop fires: what is due meanwhile fires afterwards. A request to reopen the application
+  // raises the alert instead of reaching the delegate, and is not kept. Without a screen the alert
+  // is written to the log and answers as if it had been dismissed with the last button.
   virtual int runModal(const Alert& alert) = 0;
 };
 

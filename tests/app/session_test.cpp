@@ -157,11 +157,12 @@ TEST_F(SessionTest, ATranslationWithoutThePlaceholderIsShownAsItStands) {
 
 TEST_F(SessionTest, AMutedMicrophoneGivesItsAlertThenTheErrorThenTheQuit) {
   muteMicrophone();
-  EXPECT_THAT(during([&] { launch(); }),
-              ElementsAre(kHideFromDock, "disableRelaunchOnLogin", "createToolDataClientProvider",
-                          "status 1", "locationForCurrentTool", kShowInDock, "event Launch",
-                          kShowInDock, "event Start", "alert Microphone muted", "setDelegate",
-                          std::string("deliver ") + kErrorText, "event Stop", kHideFromDock));
+  EXPECT_THAT(
+      during([&] { launch(); }),
+      ElementsAre(kHideFromDock, "disableRelaunchOnLogin", "createToolDataClientProvider",
+                  "status 1", "locationForCurrentTool", kShowInDock, "event Launch", kShowInDock,
+                  "event Start", "alert Microphone muted", "dismissed", "setDelegate",
+                  std::string("deliver ") + kErrorText, "event Stop", kHideFromDock));
   const platform::Alert& alert = machine.alerts.shown.at(0);
   EXPECT_EQ(alert.style, platform::AlertStyle::kCritical);
   EXPECT_EQ(alert.informativeText,

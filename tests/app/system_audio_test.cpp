@@ -122,7 +122,7 @@ TEST_F(SystemAudioTest, ARefusedStartTearsThePlayThroughDownFirst) {
                                  memory_host::sideAddress(platform::kAudioDevicePropertyMute, true),
                                  std::uint32_t{1});
   EXPECT_THAT(during([&] { machine.runLoop.advance(0.01); }),
-              ElementsAre("default output 20", "event Start", "alert Microphone muted",
+              ElementsAre("default output 20", "event Start", "alert Microphone muted", "dismissed",
                           "hide loopback", "setDelegate", std::string("deliver ") + kErrorText,
                           "event Stop", kHideFromDock));
   EXPECT_EQ(app->audioPlayThrough(), nullptr);

@@ -1,5 +1,6 @@
 #include "tests/memory_host/memory_application.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace memory_host {
@@ -33,6 +34,9 @@ void MemoryApplication::terminate() {
   if (delegate->applicationShouldTerminate() == platform::TerminateReply::kNow) {
     ended = true;
     delegate->applicationWillTerminate();
+  } else if (alerts_.isWaiting()) {
+    alerts_.dismiss();
+    runLoop_.performAfterDelay(0, [this] { terminate(); });
   }
 }
 
@@ -44,7 +48,15 @@ platform::ImagePtr MemoryApplication::imageNamed(const std::string& name) {
 int MemoryAlerts::runModal(const platform::Alert& alert) {
   shown.push_back(alert);
   timeline_.add("alert " + alert.messageText);
+  waiting_ = true;
+  dismissed_ = false;
+  runLoop_.hold();
   if (onShow) onShow(alert);
+  runLoop_.release();
+  waiting_ = false;
+  timeline_.add("dismissed");
+  const int buttons = static_cast<int>(alert.buttons.size());
+  if (dismissed_) return platform::kAlertFirstButtonReturn + std::max(buttons - 1, 0);
   if (answers.empty()) return platform::kAlertFirstButtonReturn;
   const int answer = answers.front();
   answers.erase(answers.begin());

@@ -15,6 +15,7 @@
 #include "platform/controls.h"
 #include "platform/launch_services.h"
 #include "platform/user_notifications.h"
+#include "tests/memory_host/memory_run_loop.h"
 #include "tests/memory_host/timeline.h"
 
 // Application, alerts, workspace, windows, notifications and authorization in memory: they record
@@ -22,9 +23,32 @@
 
 namespace memory_host {
 
+class MemoryAlerts : public platform::Alerts {
+ public:
+  MemoryAlerts(Timeline& timeline, MemoryRunLoop& runLoop)
+      : timeline_(timeline), runLoop_(runLoop) {}
+  int runModal(const platform::Alert& alert) override;
+  // What terminate() does to an alert that waits.
+  void dismiss() { dismissed_ = true; }
+  [[nodiscard]] bool isWaiting() const { return waiting_; }
+
+  std::vector<platform::Alert> shown;
+  // Answers in order; when they run out, the first button.
+  std::vector<int> answers;
+  // Called while the alert is up.
+  std::function<void(const platform::Alert&)> onShow;
+
+ private:
+  Timeline& timeline_;
+  MemoryRunLoop& runLoop_;
+  bool waiting_ = false;
+  bool dismissed_ = false;
+};
+
 class MemoryApplication : public platform::Application {
  public:
-  explicit MemoryApplication(Timeline& timeline) : timeline_(timeline) {}
+  MemoryApplication(Timeline& timeline, MemoryRunLoop& runLoop, MemoryAlerts& alerts)
+      : timeline_(timeline), runLoop_(runLoop), alerts_(alerts) {}
   void disableRelaunchOnLogin() override { note("disableRelaunchOnLogin"); }
   void setActivationPolicy(platform::ActivationPolicy newPolicy) override;
   void setApplicationIconImage(const platform::ImagePtr& image) override;
@@ -45,21 +69,8 @@ class MemoryApplication : public platform::Application {
   void note(const std::string& entry);
 
   Timeline& timeline_;
-};
-
-class MemoryAlerts : public platform::Alerts {
- public:
-  explicit MemoryAlerts(Timeline& timeline) : timeline_(timeline) {}
-  int runModal(const platform::Alert& alert) override;
-
-  std::vector<platform::Alert> shown;
-  // Answers in order; when they run out, the first button.
-  std::vector<int> answers;
-  // Called while the alert is up.
-  std::function<void(const platform::Alert&)> onShow;
-
- private:
-  Timeline& timeline_;
+  MemoryRunLoop& runLoop_;
+  MemoryAlerts& alerts_;
 };
 
 class MemoryWorkspace : public platform::Workspace {

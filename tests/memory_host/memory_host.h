@@ -21,8 +21,8 @@ class MemoryHost {
   MemoryClock clock;
   MemoryDispatch dispatch;
   MemoryRunLoop runLoop{clock, dispatch};
-  MemoryApplication application{timeline};
-  MemoryAlerts alerts{timeline};
+  MemoryAlerts alerts{timeline, runLoop};
+  MemoryApplication application{timeline, runLoop, alerts};
   MemoryWorkspace workspace{timeline};
   MemoryInterfaceLoader interfaceLoader;
   MemoryCursor cursor;

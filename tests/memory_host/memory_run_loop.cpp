@@ -89,6 +89,7 @@ bool MemoryRunLoop::runQueues() {
 }
 
 bool MemoryRunLoop::fireOneDueBefore(std::uint64_t limit_ns) {
+  if (holds_ > 0) return false;
   while (!timers_.empty() && !timers_.begin()->second->isValid()) timers_.erase(timers_.begin());
   if (timers_.empty() || timers_.begin()->first.first > limit_ns) return false;
 

@@ -74,6 +74,10 @@ class MemoryRunLoop : public platform::RunLoop {
                                     platform::TimerAction action) override;
   void performAfterDelay(double delay_s, std::function<void()> action) override;
 
+  // Between the two no timer fires, as while an alert waits. Calls nest.
+  void hold() { ++holds_; }
+  void release() { --holds_; }
+
   // Runs everything that is due now: dispatch queues (unless stalled) and timers.
   void settle();
   // Moves the clock on, firing every timer at its own time on the way.
@@ -93,6 +97,7 @@ class MemoryRunLoop : public platform::RunLoop {
   MemoryClock& clock_;
   MemoryDispatch& dispatch_;
   std::uint64_t nextOrder_ = 0;
+  int holds_ = 0;
   // By due time, then by order of scheduling.
   std::map<std::pair<std::uint64_t, std::uint64_t>, std::shared_ptr<MemoryTimer>> timers_;
 };

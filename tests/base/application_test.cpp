@@ -169,6 +169,81 @@ TEST_F(ApplicationTest, AnAlertThatWaitsIsRaisedInsteadOfAReopen) {
   EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish"));
 }
 
+TEST_F(ApplicationTest, WhoAsksDuringAnAlertOfTheLaunchIsAnsweredAtOnceAndAClickIsNotKept) {
+  bool waits = false;
+  int raised = 0;
+  router_.setWindows([] { return false; }, [&] { return waits; }, [&] { ++raised; });
+  delegate_->whenHappens["did finish"] = [&] {
+    waits = true;
+    std::string line;
+    std::vector<RequestResult> results;
+    const auto note = [&](RequestResult result) { results.push_back(result); };
+    router_.status([&](const std::string& text) { line = text; });
+    router_.action("stop", note);
+    router_.action("cancel", note);
+    router_.activate();
+    EXPECT_EQ(line, R"({"state":"idle"})");
+    EXPECT_THAT(results, ElementsAre(RequestResult::kNothingToDo, RequestResult::kNothingToDo));
+    EXPECT_EQ(raised, 1);
+    waits = false;
+  };
+  router_.launch({});
+  EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish", "stop", "stop"));
+}
+
+TEST_F(ApplicationTest, WhatAPathOpensDoesNotHideTheAlertThatWaits) {
+  int raised = 0;
+  router_.setWindows([] { return true; }, [] { return true; }, [&] { ++raised; });
+  router_.launch({});
+  router_.open({"/x"});
+  EXPECT_EQ(delegate_->journal.back(), "open /x");
+  EXPECT_EQ(raised, 1);
+}
+
+// A quit while an alert waits.
+
+class AlertEndTest : public ApplicationTest {
+ protected:
+  AlertEndTest() {
+    application_.setAlerts(
+        {[this] { return waits_; }, [this] { delegate_->journal.emplace_back("dismiss"); },
+         [this](auto work) { coreLoop_.performAfterDelay(0, std::move(work)); }});
+    delegate_->reply = TerminateReply::kCancel;
+    router_.launch({});
+    delegate_->journal.clear();
+    waits_ = true;
+    coreLoop_.hold();
+  }
+  void eventIsOver() {
+    waits_ = false;
+    delegate_->journal.emplace_back("event over");
+    delegate_->reply = TerminateReply::kNow;
+    coreLoop_.release();
+    iterateUntil([&] { return application_.hasTerminated(); });
+  }
+
+  CoreRunLoop coreLoop_;
+  bool waits_ = false;
+};
+
+TEST_F(AlertEndTest, AQuitDismissesItAndAsksAgainWhenItsEventIsOver) {
+  application_.terminate();
+  while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+  }
+  EXPECT_THAT(delegate_->journal, ElementsAre("should terminate", "dismiss"));
+  eventIsOver();
+  EXPECT_THAT(delegate_->journal, ElementsAre("should terminate", "dismiss", "event over",
+                                              "should terminate", "will terminate"));
+}
+
+TEST_F(AlertEndTest, AnEndOfTheSessionWaitsForItsEventToo) {
+  application_.terminateRegardless();
+  EXPECT_FALSE(application_.hasTerminated());
+  eventIsOver();
+  EXPECT_EQ(std::ranges::count(delegate_->journal, "will terminate"), 1);
+  EXPECT_EQ(delegate_->journal.back(), "will terminate");
+}
+
 TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveClosed) {
   router_.launch({});
   delegate_->state = "starting";

@@ -117,6 +117,74 @@ TEST_F(TimerTest, MayInvalidateItselfAndOthersWhileItFires) {
   EXPECT_FALSE(otherFired);
 }
 
+// What the core schedules while an alert waits.
+
+class CoreTimerTest : public LoopTest {
+ protected:
+  void runUntilQuiet() {
+    loop_.performAfterDelay(0.05, [this] { loop_.quit(); });
+    loop_.run();
+  }
+  CoreRunLoop core_;
+  std::vector<std::string> fired_;
+};
+
+TEST_F(CoreTimerTest, FiresLikeAnyOtherWhileNothingHoldsIt) {
+  core_.performAfterDelay(0, [&] { loop_.quit(); });
+  loop_.run();
+}
+
+TEST_F(CoreTimerTest, IsHeldWhileAnAlertWaitsAndFiresOnceAfterwards) {
+  core_.hold();
+  core_.hold();
+  core_.performAfterDelay(0, [&] { fired_.emplace_back("first"); });
+  const auto again = core_.scheduledTimer(
+      0.001, {}, true, [&](const platform::TimerPtr&) { fired_.emplace_back("again"); });
+  loop_.performAfterDelay(0, [&] { fired_.emplace_back("host"); });
+  loop_.performAfterDelay(0.02, [&] {
+    EXPECT_THAT(fired_, ElementsAre("host"));
+    core_.release();
+    EXPECT_THAT(fired_, ElementsAre("host"));
+  });
+  loop_.performAfterDelay(0.04, [&] {
+    EXPECT_THAT(fired_, ElementsAre("host")) << "one alert is still there";
+    core_.release();
+    EXPECT_THAT(fired_, ElementsAre("host")) << "not from within";
+    core_.performAfterDelay(0, [&] {
+      again->invalidate();
+      loop_.quit();
+    });
+  });
+  loop_.run();
+  EXPECT_THAT(fired_, ElementsAre("host", "first", "again"));
+}
+
+TEST_F(CoreTimerTest, IsNotFiredOnceItWasInvalidatedMeanwhile) {
+  core_.hold();
+  auto timer = core_.scheduledTimer(
+      0, {}, false, [&](const platform::TimerPtr&) { fired_.emplace_back("late"); });
+  loop_.performAfterDelay(0.01, [&] {
+    EXPECT_TRUE(timer->isValid());
+    timer->invalidate();
+    timer.reset();
+    core_.release();
+  });
+  runUntilQuiet();
+  EXPECT_TRUE(fired_.empty());
+}
+
+TEST_F(CoreTimerTest, IsHeldAgainByTheNextAlert) {
+  core_.hold();
+  core_.performAfterDelay(0, [&] { fired_.emplace_back("late"); });
+  loop_.performAfterDelay(0.01, [&] {
+    core_.release();
+    core_.hold();
+  });
+  runUntilQuiet();
+  EXPECT_TRUE(fired_.empty());
+  core_.release();
+}
+
 TEST_F(LoopTest, PerformsActionsAfterTheCurrentEvent) {
   std::vector<int> order;
   loop_.performAfterDelay(0, [&] {

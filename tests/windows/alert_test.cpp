@@ -85,6 +85,24 @@ TEST_F(AlertTest, ShowsItsTextsAsTheyStandWithTheIconOfItsStyle) {
   }
 }
 
+TEST_F(AlertTest, IsDismissedWithTheLastButton) {
+  EXPECT_EQ(answer(alert_, [](QMessageBox&) { windowsModule().dismissAlerts(); }),
+            platform::kAlertFirstButtonReturn + 2);
+}
+
+TEST_F(AlertTest, IsRaisedOverTheOtherWindows) {
+  show();
+  answer(alert_, [&](QMessageBox& box) {
+    box.showMinimized();
+    window_->orderFrontRegardless();
+    windowsModule().raiseAlert();
+    EXPECT_FALSE(box.isMinimized());
+    EXPECT_TRUE(box.isVisible());
+    box.reject();
+  });
+  windowsModule().raiseAlert();  // with none there
+}
+
 TEST_F(AlertTest, LetsTheMainLoopGoOn) {
   bool ran = false;
   QTimer::singleShot(0, [&] { ran = true; });

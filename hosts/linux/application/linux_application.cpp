@@ -44,12 +44,21 @@ void LinuxApplication::terminate() {
   asking_ = true;
   const platform::TerminateReply reply = delegate_->applicationShouldTerminate();
   asking_ = false;
-  if (reply == platform::TerminateReply::kNow) end();
+  if (reply == platform::TerminateReply::kNow) {
+    end();
+  } else if (alerts_.isShowing()) {
+    alerts_.dismiss();
+    alerts_.afterwards([this] { terminate(); });
+  }
 }
 
 void LinuxApplication::terminateRegardless() {
   terminate();
-  end();
+  if (!terminated_ && alerts_.isShowing()) {
+    alerts_.afterwards([this] { end(); });
+  } else {
+    end();
+  }
 }
 
 void LinuxApplication::end() {

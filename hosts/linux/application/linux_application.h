@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/base/run_loop.h"
@@ -30,13 +31,22 @@ class LinuxApplication : public platform::Application {
   // Called for activateIgnoringOtherApps(true).
   void setOnActivate(std::function<void()> raiseWindows) { onActivate_ = std::move(raiseWindows); }
 
+  // Alerts, for terminate().
+  struct Alerts {
+    std::function<bool()> isShowing = [] { return false; };
+    std::function<void()> dismiss = [] {};
+    // Runs the work when no alert waits any more and the event that showed it is over.
+    std::function<void(std::function<void()>)> afterwards = [](const auto&) {};
+  };
+  void setAlerts(Alerts alerts) { alerts_ = std::move(alerts); }
+
   // Will finish launching, the paths to open, did finish launching.
   void launch(const std::vector<std::string>& pathsToOpen);
   // Runs the main loop until the application has terminated. One that has not been launched yet
   // terminates without its delegate.
   void run();
   // Ends although the delegate may answer that it is not yet time: it is asked, so that it saves
-  // what it has, and told.
+  // what it has, and told. With an alert waiting it ends as soon as that has been dismissed.
   void terminateRegardless();
   [[nodiscard]] bool hasTerminated() const { return terminated_; }
 
@@ -55,6 +65,7 @@ class LinuxApplication : public platform::Application {
   std::shared_ptr<platform::ApplicationDelegate> delegate_;
   std::vector<IndicatorObserver*> observers_;
   std::function<void()> onActivate_;
+  Alerts alerts_;
   platform::ActivationPolicy policy_ = platform::ActivationPolicy::kProhibited;
   platform::ImagePtr icon_;
   bool launched_ = false;

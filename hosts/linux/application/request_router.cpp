@@ -80,7 +80,9 @@ void RequestRouter::finish() {
 }
 
 void RequestRouter::whenRunning(std::function<void()> request) {
-  if (phase_ == Phase::kRunning) {
+  // An alert of the launch may wait for long; who asks meanwhile is answered.
+  const bool launchWaits = phase_ == Phase::kLaunching && isAlertShowing_();
+  if (phase_ == Phase::kRunning || launchWaits) {
     if (!application_.hasTerminated()) request();
   } else if (phase_ != Phase::kOver) {
     waiting_.push_back(std::move(request));
@@ -113,6 +115,8 @@ void RequestRouter::open(const std::vector<std::string>& paths) {
   }
   if (phase_ == Phase::kOver || application_.hasTerminated()) return;
   for (const std::string& path : paths) delegate_->application(path);
+  // What it has opened is not to hide the alert.
+  if (isAlertShowing_()) raiseWindows_();
 }
 
 void RequestRouter::showPreferences() {

@@ -2,13 +2,28 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 namespace linux_host {
+namespace {
+
+class LoopTimer;
+
+}  // namespace
+
+struct CoreRunLoop::Gate {
+  int holds = 0;
+  std::vector<std::weak_ptr<LoopTimer>> due;
+};
+
 namespace {
 
 constexpr double kMicrosecondsPerSecond = 1e6;
 // Beyond it nobody waits; keeps the sums below far from overflow.
 constexpr double kLongestDelay_s = 1e9;
+// For g_source_set_ready_time().
+constexpr gint64 kNever_us = -1;
 
 gint64 microseconds(double seconds) {
   if (!(seconds > 0)) return 0;
@@ -18,13 +33,16 @@ gint64 microseconds(double seconds) {
 
 class LoopTimer : public platform::Timer, public std::enable_shared_from_this<LoopTimer> {
  public:
-  LoopTimer(double interval_s, std::any userInfo, bool repeats, platform::TimerAction action)
+  // With a gate it does not fire while that is held.
+  LoopTimer(double interval_s, std::any userInfo, bool repeats, platform::TimerAction action,
+            std::shared_ptr<CoreRunLoop::Gate> gate = nullptr)
       // A repeating timer of no length would starve the loop.
       : interval_us_(std::max<gint64>(microseconds(interval_s), repeats ? 1 : 0)),
         next_us_(g_get_monotonic_time() + interval_us_),
         repeats_(repeats),
         userInfo_(std::move(userInfo)),
-        action_(std::move(action)) {}
+        action_(std::move(action)),
+        gate_(std::move(gate)) {}
 
   ~LoopTimer() override { LoopTimer::invalidate(); }
   LoopTimer(const LoopTimer&) = delete;
@@ -39,6 +57,11 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     self_ = shared_from_this();
     g_source_set_ready_time(source_, next_us_);
     g_source_attach(source_, nullptr);
+  }
+
+  // Fires as soon as the loop comes to it.
+  void fireNow() {
+    if (source_ != nullptr) g_source_set_ready_time(source_, 0);
   }
 
   void invalidate() override {
@@ -71,6 +94,11 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   // GLib does not dispatch a source within its own dispatch, so a loop that the action runs does
   // not fire this timer again.
   void fire() {
+    if (gate_ != nullptr && gate_->holds > 0) {
+      gate_->due.push_back(weak_from_this());
+      g_source_set_ready_time(source_, kNever_us);
+      return;
+    }
     const platform::TimerAction action = action_;
     action(shared_from_this());
     if (!isValid()) return;
@@ -89,6 +117,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   const bool repeats_;
   const std::any userInfo_;
   platform::TimerAction action_;
+  const std::shared_ptr<CoreRunLoop::Gate> gate_;
   GSource* source_ = nullptr;
   std::shared_ptr<LoopTimer> self_;
 };
@@ -117,6 +146,37 @@ platform::TimerPtr MainLoop::scheduledTimer(double interval_s, std::any userInfo
 void MainLoop::performAfterDelay(double delay_s, std::function<void()> action) {
   scheduledTimer(delay_s, {}, false,
                  [action = std::move(action)](const platform::TimerPtr&) { action(); });
+}
+
+CoreRunLoop::CoreRunLoop() : gate_(std::make_shared<Gate>()) {}
+
+CoreRunLoop::~CoreRunLoop() = default;
+
+platform::TimerPtr CoreRunLoop::scheduledTimer(double interval_s, std::any userInfo, bool repeats,
+                                               platform::TimerAction action) {
+  mainThread_.check();
+  auto timer = std::make_shared<LoopTimer>(interval_s, std::move(userInfo), repeats,
+                                           std::move(action), gate_);
+  timer->schedule();
+  return timer;
+}
+
+void CoreRunLoop::performAfterDelay(double delay_s, std::function<void()> action) {
+  scheduledTimer(delay_s, {}, false,
+                 [action = std::move(action)](const platform::TimerPtr&) { action(); });
+}
+
+void CoreRunLoop::hold() {
+  mainThread_.check();
+  ++gate_->holds;
+}
+
+void CoreRunLoop::release() {
+  mainThread_.check();
+  if (--gate_->holds > 0) return;
+  for (const auto& due : std::exchange(gate_->due, {})) {
+    if (const auto timer = due.lock()) timer->fireNow();
+  }
 }
 
 void MainLoop::run() {

@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <functional>
+#include <memory>
 
 #include "hosts/linux/base/main_thread.h"
 #include "platform/foundation.h"
@@ -35,6 +36,33 @@ class MainLoop : public platform::RunLoop {
   std::function<void()> step_;
   std::function<void()> endInnerLoops_;
   bool quit_ = false;
+};
+
+// The main loop as the core sees it: while an alert waits for the user, none of its timers fires.
+// One that is due meanwhile fires when the last alert is gone; a repeating one goes on in its old
+// rhythm. What the host itself looks after, and a recording with it, uses the main loop and goes
+// on. Main thread only.
+class CoreRunLoop : public platform::RunLoop {
+ public:
+  CoreRunLoop();
+  ~CoreRunLoop() override;
+  CoreRunLoop(const CoreRunLoop&) = delete;
+  CoreRunLoop& operator=(const CoreRunLoop&) = delete;
+
+  platform::TimerPtr scheduledTimer(double interval_s, std::any userInfo, bool repeats,
+                                    platform::TimerAction action) override;
+  void performAfterDelay(double delay_s, std::function<void()> action) override;
+
+  // An alert begins to wait, or is gone. Each hold() has its release().
+  void hold();
+  void release();
+
+  // Timers that are due and held, and how often they are held.
+  struct Gate;
+
+ private:
+  MainThreadOnly mainThread_;
+  const std::shared_ptr<Gate> gate_;
 };
 
 }  // namespace linux_host

@@ -92,7 +92,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       ports_{
           application_,   windows_,           workspace_,     windows_,        windows_,
           windows_,       userNotifications_, wallClock_,     userDefaults_,   fileManager_,
-          *bundle_,       bundleLoader_,      processInfo_,   mainLoop_,       notificationCenter_,
+          *bundle_,       bundleLoader_,      processInfo_,   coreLoop_,       notificationCenter_,
           dateFormatter_, userAccount_,       hostClock_,     dispatch_,       capture_,
           audioHardware_, audioUnits_,        authorization_, launchServices_, appleEvents_,
           lostRecordings_},
@@ -124,6 +124,16 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
                      [this] { return windows_.isAlertShowing(); },
                      [this] { windows_.raiseWindows(); });
   application_.setOnActivate([this] { windows_.raiseWindows(); });
+  application_.setAlerts({[this] { return windows_.isAlertShowing(); },
+                          [this] { windows_.dismissAlerts(); },
+                          [this](auto work) { coreLoop_.performAfterDelay(0, std::move(work)); }});
+  windows_.setOnAlert([this](bool waits) {
+    if (waits) {
+      coreLoop_.hold();
+    } else {
+      coreLoop_.release();
+    }
+  });
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
   embeddedSuite_.addObserver(sessionClient_);

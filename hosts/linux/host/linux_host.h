@@ -150,6 +150,7 @@ class LinuxHost {
   DeviceClockTable deviceClocks_;
   PipeWireConnection pipeWire_;
   MainLoop mainLoop_;
+  CoreRunLoop coreLoop_;
   LinuxFileManager fileManager_;
   LostRecordings lostRecordings_;
   DispatchThreads dispatch_;

@@ -52,9 +52,15 @@ int WindowsLoader::runModal(const platform::Alert& alert) {
     return lastButton(alert);
   }
   ++alerts_;
+  onAlert_(true);
   const int answer = windows->runModal(alert);
+  onAlert_(false);
   --alerts_;
   return answer;
+}
+
+void WindowsLoader::dismissAlerts() {
+  if (isAlertShowing()) module_->dismissAlerts();
 }
 
 std::shared_ptr<platform::Window> WindowsLoader::loadWindow(const std::string& interfaceFileName,
@@ -88,6 +94,10 @@ bool WindowsLoader::hasVisibleWindows() const {
 }
 
 void WindowsLoader::raiseWindows() {
+  if (isAlertShowing()) {
+    module_->raiseAlert();
+    return;
+  }
   const auto windows = windows_;
   for (const auto& known : windows) {
     const auto window = known.lock();

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/base/main_thread.h"
@@ -24,6 +26,9 @@ class WindowsLoader : public platform::Alerts,
   WindowsLoader(const WindowsLoader&) = delete;
   WindowsLoader& operator=(const WindowsLoader&) = delete;
 
+  // `onWaiting` is called when an alert begins to wait, and when it is gone.
+  void setOnAlert(std::function<void(bool waits)> onAlert) { onAlert_ = std::move(onAlert); }
+
   int runModal(const platform::Alert& alert) override;
   std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
                                                platform::InterfaceOwner& owner) override;
@@ -32,8 +37,11 @@ class WindowsLoader : public platform::Alerts,
 
   // An alert waits for its answer: what else comes should not start a second one.
   [[nodiscard]] bool isAlertShowing() const { return alerts_ > 0; }
+  // As if the user had answered each with its last button.
+  void dismissAlerts();
   [[nodiscard]] bool hasVisibleWindows() const;
-  // Brings the windows that are visible before those of other programs.
+  // Brings the alert that waits, or else the windows that are visible, before those of other
+  // programs.
   void raiseWindows();
   // Whether an alert or a window was to be shown and could not, since the last forgetUnseen().
   [[nodiscard]] bool wentUnseen() const { return wentUnseen_; }
@@ -52,6 +60,7 @@ class WindowsLoader : public platform::Alerts,
   std::vector<std::weak_ptr<platform::Window>> windows_;
   int alerts_ = 0;
   bool wentUnseen_ = false;
+  std::function<void(bool waits)> onAlert_ = [](bool) {};
 };
 
 // Whether the environment names a screen that windows could be shown on.

@@ -65,6 +65,10 @@ class WindowsModule {
   virtual ~WindowsModule() = default;
   // As platform::Alerts::runModal; the main loop goes on meanwhile.
   virtual int runModal(const platform::Alert& alert) = 0;
+  // Brings the newest alert that waits before all other windows.
+  virtual void raiseAlert() = 0;
+  // Answers every alert that waits with its last button.
+  virtual void dismissAlerts() = 0;
   // As platform::InterfaceLoader::loadWindow.
   virtual std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
                                                        platform::InterfaceOwner& owner) = 0;

@@ -124,6 +124,18 @@ class QtModule : public WindowsModule {
     return platform::kAlertFirstButtonReturn + std::max(static_cast<int>(buttons.size()) - 1, 0);
   }
 
+  void raiseAlert() override {
+    QWidget* alert = QApplication::activeModalWidget();
+    if (alert == nullptr) return;
+    alert->setWindowState(alert->windowState() & ~Qt::WindowMinimized);
+    alert->raise();
+    alert->activateWindow();
+    // Where the desktop gives nobody the focus on his own account, it at least points there.
+    QApplication::alert(alert);
+  }
+
+  void dismissAlerts() override { endDialogs(); }
+
   std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,
                                                platform::InterfaceOwner& owner) override {
     return loadQtWindow(interfaceFileName, owner, services_);

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/recovery_report.h"
@@ -83,6 +85,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   void timerBlinkerMethod(const platform::TimerPtr& timer);
 
   // User notifications.
+  // The play-through could not be set up: what is recorded is not played. Silent.
+  void showNotificationNotHeard();
   void showNotification(const platform::UserNotificationPtr& notification);
   void showNotificationRecordStarted();
   void showNotificationRecordCompleated(const std::string& filePath);
@@ -107,11 +111,16 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Unlike cancelRecord() it never touches the file of an earlier recording.
   bool cancel() override;
   // "source" is "none", "default", "microphone:<unique id>" or "system"; "format" is "m4a" or
-  // "mp3"; both are those of the session under way, else those a new one would have.
-  // "elapsedSeconds" is 0 unless recording. "outputFile" is the temporary file while recording,
-  // the last recording's file while idle, and absent otherwise. If that recording could not be
-  // saved, "unsavedFile" is there instead, where it lies, and "problem" says why.
+  // "mp3"; both are those of the session under way, else those a new one would have. Where another
+  // microphone is recorded because the chosen one is missing, "source" is the one recorded, with
+  // its name as "sourceName", and "absentSource" the chosen one. "elapsedSeconds" is 0 unless
+  // recording. "outputFile" is the temporary file while recording, the last recording's file while
+  // idle, and absent otherwise. If that recording could not be saved, "unsavedFile" is there
+  // instead, where it lies, and "problem" says why.
   [[nodiscard]] platform::Dictionary status() const override;
+  void setOnStateChange(std::function<void()> onChange) override {
+    onStateChange_ = std::move(onChange);
+  }
   static constexpr double kUnconfirmedStartGrace_s = 5.0;
 
   [[nodiscard]] bool runWithPreferences() const { return _runWithPreferences; }
@@ -165,12 +174,15 @@ class AppDelegate : public platform::ApplicationDelegate,
   [[nodiscard]] std::int64_t elapsed_ms() const;
   [[nodiscard]] std::int64_t elapsed_s() const;
   void waitEnded(bool success);
+  void startPlayThrough(platform::AudioDeviceID previousOutput);
+  void noteSource(const platform::CaptureDevice& device);
   void showNoSoundRecordedAlert();
   void logStopWithError();
 
   void clickedWhileStarting();
   bool end(Ending how);
   void endNow(Ending how);
+  void endUnconfirmed(Ending how);
   void giveUpStart(Ending how);
   void endConfirmedStart();
   void forgetPendingEnd();
@@ -188,6 +200,12 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Of the session under way.
   std::string sessionSource_;
   std::string sessionFormat_;
+  // Of a session that records another microphone than the chosen one; else empty.
+  std::string sourceName_;
+  std::string absentSource_;
+  // Whether the recorder's file is one of this session, or of the last, and not of an earlier one.
+  bool fileIsOfSession_ = false;
+  std::function<void()> onStateChange_ = [] {};
   // The temporary file of the recording last stopped; it is still there when the save failed.
   std::string unfinishedFile_;
   bool hasUnsavedRecording_ = false;

@@ -117,6 +117,12 @@ void AppDelegate::showNotificationError() {
   showNotification(notification);
 }
 
+void AppDelegate::showNotificationNotHeard() {
+  const auto notification = std::make_shared<platform::UserNotification>();
+  notification->informativeText = localized("The sound is recorded, but you will not hear it.");
+  showNotification(notification);
+}
+
 void AppDelegate::showNotificationRecordingRecovered(const std::string& filePath) {
   // Silent: a recording may be listening.
   const auto notification = std::make_shared<platform::UserNotification>();

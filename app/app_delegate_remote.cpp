@@ -44,7 +44,9 @@ bool AppDelegate::end(Ending how) {
 
 void AppDelegate::endNow(Ending how) {
   if (how == Ending::kCancel) withdrawStartNotifications();
-  if (how == Ending::kStop) {
+  if (session_ == SessionState::kStarting) {
+    endUnconfirmed(how);
+  } else if (how == Ending::kStop) {
     stopRecord();
     tryToQuit();
   } else if (session_ == SessionState::kRecording) {
@@ -55,6 +57,20 @@ void AppDelegate::endNow(Ending how) {
     logCEP("Stop", Dictionary{{"Canceled", true}});
     tryToQuit();
   }
+}
+
+// The recorder's file, if it names one, is that of an earlier recording: it is neither deleted nor
+// told of.
+void AppDelegate::endUnconfirmed(Ending how) {
+  internalStop();
+  unfinishedFile_.clear();
+  if (how == Ending::kStop) {
+    showNotificationRecordCompleated({});
+    logCEP("Stop", Dictionary{{"Duration", elapsed_ms()}});
+  } else {
+    logCEP("Stop", Dictionary{{"Canceled", true}});
+  }
+  tryToQuit();
 }
 
 // The request stays: a confirmation that comes after all is still ended by it.
@@ -87,7 +103,7 @@ std::string AppDelegate::currentSource() const {
     case kSameAsSystemSource:
       return "default";
     case kMicrophoneSource:
-      return "microphone:" + _preferences->audioSourceID();
+      return kMicrophonePrefix + _preferences->audioSourceID();
     case kSystemAudioSource:
       return "system";
     default:
@@ -127,10 +143,14 @@ Dictionary AppDelegate::status() const {
   Dictionary status{{"state", stateName()}, {"elapsedSeconds", recording ? elapsed_s() : 0}};
   status["source"] = underWay ? sessionSource_ : currentSource();
   status["format"] = underWay ? sessionFormat_ : currentFormat();
+  if (underWay && !absentSource_.empty()) {
+    status["sourceName"] = sourceName_;
+    status["absentSource"] = absentSource_;
+  }
   // Whether a file is there is not looked at: its folder may hang, and the tool has to answer.
   const std::string& whyNotSaved = m_recorder->whyNotSaved();
   const std::string& file = m_recorder->outputFilePath();
-  const bool hasEnded = !isUnderWay() && !isCanceled_;
+  const bool hasEnded = !isUnderWay() && fileIsOfSession_ && !isCanceled_;
   if (hasEnded && !whyNotSaved.empty()) {
     status["unsavedFile"] = m_recorder->recordedFile();
     status["problem"] = whyNotSaved;

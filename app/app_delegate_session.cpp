@@ -1,4 +1,5 @@
 #include <cassert>
+#include <utility>
 
 #include "app/app_delegate.h"
 #include "app/placeholder.h"
@@ -53,6 +54,8 @@ void AppDelegate::enter(SessionState next) {
   assert(next == session_ || mayBecome(session_, next));
   session_ = next;
   if (isDecided(next)) sessionIsDecided();
+  // What is neither accepted nor refused yet is no news.
+  if (next != SessionState::kAsking) onStateChange_();
 }
 
 void AppDelegate::sessionIsDecided() {
@@ -72,6 +75,7 @@ bool AppDelegate::isUnderWay() const {
 void AppDelegate::startRecorder() {
   if (!mayStart()) return;
   showInDock();
+  fileIsOfSession_ = false;
   if (_preferences->audioSourceType() != kSystemAudioSource) {
     startRecorderContinue();
     return;
@@ -106,15 +110,45 @@ void AppDelegate::onWaitFinished(bool success) {
     tryToQuit();
     return;
   }
-  // One may be left of a session that found no capture device.
-  _audioPlayThrough.reset();
-  _audioPlayThrough = std::make_unique<AudioPlayThrough>(host());
-  const platform::AudioDeviceID output = _audioWaiter->output();
-  _audioPlayThrough->initDevices(output);
-  // Played back into itself, the loopback signal would howl.
-  if (output != AudioDriver::getLoopbackDeviceID(environment_)) _audioPlayThrough->start();
+  startPlayThrough(_audioWaiter->output());
   _audioWaiter.reset();
   startRecorderContinue();
+}
+
+void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
+  const platform::AudioDeviceID loopback = AudioDriver::getLoopbackDeviceID(environment_);
+  platform::AudioDeviceID output = previousOutput;
+  // A session that ended in an error has left the loopback as the default output, and its own
+  // play-through, which knows where the user hears.
+  if (output == loopback && _audioPlayThrough) output = _audioPlayThrough->outputDevice.deviceID;
+  _audioPlayThrough.reset();
+  _audioPlayThrough = std::make_unique<AudioPlayThrough>(host());
+  const bool isConfigured = _audioPlayThrough->initDevices(output);
+  // Played back into itself, the loopback signal would howl.
+  if (output == loopback) return;
+  const platform::OSStatus status = _audioPlayThrough->start();
+  if (isConfigured && status == platform::noErr) return;
+  environment_.suite.logging.VKLogVariadic(
+      "The computer's sound is recorded, but it cannot be played on the device %@ (status %@).",
+      {std::to_string(output), std::to_string(status)});
+  showNotificationNotHeard();
+}
+
+// The chosen microphone may be missing; the preferences then give another one.
+void AppDelegate::noteSource(const platform::CaptureDevice& device) {
+  sessionSource_ = currentSource();
+  sessionFormat_ = currentFormat();
+  sourceName_.clear();
+  absentSource_.clear();
+  if (_preferences->audioSourceType() != kMicrophoneSource ||
+      device.uniqueID() == _preferences->audioSourceID()) {
+    return;
+  }
+  absentSource_ = std::exchange(sessionSource_, kMicrophonePrefix + device.uniqueID());
+  sourceName_ = device.localizedName();
+  environment_.suite.logging.VKLogVariadic(
+      "The chosen microphone %@ is missing; %@ (%@) is recorded instead.",
+      {_preferences->audioSourceID(), sourceName_, device.uniqueID()});
 }
 
 void AppDelegate::startRecorderContinue() {
@@ -130,8 +164,7 @@ void AppDelegate::startRecorderContinue() {
   enter(SessionState::kAsking);
   forgetPendingEnd();
   isCanceled_ = false;
-  sessionSource_ = currentSource();
-  sessionFormat_ = currentFormat();
+  noteSource(*device);
   m_startTime = host().hostClock.absoluteTime();
   logCEP("Start", std::nullopt);
   if (!m_recorder->startRecord(device, _preferences->quality(), _preferences->soundFormat())) {
@@ -172,6 +205,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
   if (!_running) return;
   // Only where a start that was given up is confirmed after all.
   _audioWaiter.reset();
+  fileIsOfSession_ = true;
   enter(SessionState::kRecording);
   // A timer that is still there is only let go of: the run loop keeps firing it.
   m_blinkerTimer = host().runLoop.scheduledTimer(

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/property_list.h"
 
 namespace platform {
@@ -17,6 +19,8 @@ class RemoteControl {
   // the alert that says so waits for the user; "elapsedSeconds": integer;
   // "source", "format": texts; "outputFile": the file's path, where one is known.
   [[nodiscard]] virtual Dictionary status() const = 0;
+  // `onChange` is called after each change of the state, which status() then tells. One at a time.
+  virtual void setOnStateChange(std::function<void()> onChange) = 0;
 };
 
 }  // namespace platform

@@ -15,6 +15,9 @@ enum AudioSourceType : std::int64_t {
   kSystemAudioSource = 3,
 };
 
+// How one microphone is named among the sources, before its unique id.
+inline constexpr const char* kMicrophonePrefix = "microphone:";
+
 // What the sound format is stored as.
 enum SoundFormat : std::uint64_t {
   kM4aFormat = 0,

@@ -152,6 +152,15 @@ TEST_F(RemoteControlTest, AConfirmationAfterTheBoundIsStillEnded) {
   EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
 }
 
+TEST_F(RemoteControlTest, AnErrorOfAStartThatWasGivenUpIsNotToldAgain) {
+  launch();
+  app->stop();
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  ASSERT_EQ(state(), "idle");
+  EXPECT_THAT(during([&] { failRecording(); }), IsEmpty());
+  EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
+}
+
 TEST_F(RemoteControlTest, AnErrorInsteadOfTheConfirmationEndsTheSessionOnce) {
   launch();
   app->stop();
@@ -177,6 +186,77 @@ TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {
   confirmStart();
   machine.runLoop.advance(30);
   EXPECT_EQ(state(), "recording");
+}
+
+// The file of an earlier recording is nobody's result.
+
+TEST_F(RemoteControlTest, AStopOfAWaitDoesNotTellTheFileOfAnEarlierRecording) {
+  launchAndRecordSystemAudio();
+  clickDock();
+  ASSERT_TRUE(app->status().contains("outputFile"));
+  clickDock();
+  ASSERT_EQ(state(), "waiting");
+  EXPECT_TRUE(app->stop());
+  EXPECT_FALSE(app->status().contains("outputFile"));
+}
+
+TEST_F(RemoteControlTest, AStopOfAnUnconfirmedStartDoesNotTellTheFileOfAnEarlierRecording) {
+  launchAndRecord();
+  clickDock();
+  clickDock();
+  ASSERT_EQ(state(), "starting");
+  EXPECT_TRUE(app->stop());
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  EXPECT_EQ(state(), "idle");
+  EXPECT_FALSE(app->status().contains("outputFile"));
+  EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
+}
+
+TEST_F(RemoteControlTest, ARefusedStartTakesTheEarlierFileFromTheStatusToo) {
+  launchAndRecord();
+  clickDock();
+  machine.audioHardware.removeObject(kMicrophone);
+  clickDock();
+  EXPECT_EQ(state(), "idle");
+  EXPECT_FALSE(app->status().contains("outputFile"));
+}
+
+// A chosen microphone that is missing.
+
+TEST_F(RemoteControlTest, StatusAndLogSayWhichMicrophoneIsRecordedForTheMissingOne) {
+  machine.userDefaults.values = {{"AudioSourceType", 2}, {"AudioSourceID", "mic-9"}};
+  launchAndRecord();
+  const Dictionary status = app->status();
+  EXPECT_EQ(status.at("source"), "microphone:mic-1");
+  EXPECT_EQ(status.at("sourceName"), "Desk microphone");
+  EXPECT_EQ(status.at("absentSource"), "microphone:mic-9");
+  EXPECT_THAT(machine.suite.logLines,
+              ElementsAre(HasSubstr("mic-9 is missing; Desk microphone (mic-1) is recorded")));
+  clickDock();
+  EXPECT_EQ(app->status().at("source"), "microphone:mic-9");
+  EXPECT_FALSE(app->status().contains("absentSource"));
+}
+
+TEST_F(RemoteControlTest, AChosenMicrophoneThatIsThereIsNoNews) {
+  machine.userDefaults.values = {{"AudioSourceType", 2}, {"AudioSourceID", "mic-1"}};
+  launchAndRecord();
+  EXPECT_EQ(app->status().at("source"), "microphone:mic-1");
+  EXPECT_FALSE(app->status().contains("sourceName"));
+  EXPECT_THAT(machine.suite.logLines, IsEmpty());
+}
+
+TEST_F(RemoteControlTest, EveryChangeOfTheStateIsTold) {
+  Entries states;
+  app->setOnStateChange([&] {
+    if (states.empty() || states.back() != state()) states.push_back(state());
+  });
+  useSource(3);
+  plugLoopbackDriver();
+  launch();
+  machine.runLoop.advance(0.01);
+  confirmStart();
+  app->stop();
+  EXPECT_THAT(states, ElementsAre("waiting", "starting", "recording", "idle"));
 }
 
 // Clicks.

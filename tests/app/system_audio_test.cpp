@@ -16,6 +16,20 @@ class SystemAudioTest : public AppTest {
     useSource(3);
     plugLoopbackDriver();
   }
+  bool playsOn(platform::AudioDeviceID device) {
+    return machine.audioUnits.graphRunning() &&
+           machine.audioUnits.number(memory_host::UnitKind::kOutput,
+                                     platform::kAudioOutputUnitProperty_CurrentDevice,
+                                     platform::kAudioUnitScope_Global, 0) == device;
+  }
+  // The user is told, silently: what sounds now is being recorded.
+  void expectNotHeard() {
+    EXPECT_THAT(showingTexts(),
+                ElementsAre("The sound is recorded, but you will not hear it.", kStartedText));
+    EXPECT_EQ(machine.userNotificationCenter.showing.at(0)->soundName, std::nullopt);
+    EXPECT_THAT(machine.suite.logLines,
+                ElementsAre(::testing::HasSubstr("it cannot be played on the device 30")));
+  }
   void launchWithoutLoopback() {
     loopbackAppears = false;
     launch();
@@ -91,6 +105,7 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeConfigured) {
   machine.runLoop.advance(0.01);
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
+  expectNotHeard();
 }
 
 TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeStarted) {
@@ -100,6 +115,13 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeStarted) {
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
   EXPECT_NE(app->audioPlayThrough(), nullptr);
+  expectNotHeard();
+}
+
+TEST_F(SystemAudioTest, WhatIsHeardIsNotTalkedAbout) {
+  launchAndRecordSystemAudio();
+  EXPECT_THAT(showingTexts(), ElementsAre(kStartedText));
+  EXPECT_THAT(machine.suite.logLines, IsEmpty());
 }
 
 TEST_F(SystemAudioTest, ALoopbackThatNeverAppearsEndsInTheErrorAndTheQuit) {
@@ -154,11 +176,27 @@ TEST_F(SystemAudioTest, APlayThroughLeftOverIsReplacedByTheNextSession) {
   ASSERT_NE(app->audioPlayThrough(), nullptr);
   ASSERT_FALSE(ended()) << "the notification is pending";
   machine.capture.connect("mic-1", "Desk microphone");
-  machine.audioHardware.setDefaultOutput(kSpeakers);
   clickDock();
   machine.runLoop.advance(0.01);
   EXPECT_EQ(machine.audioUnits.livingGraphs(), 1U);
   EXPECT_EQ(machine.audioUnits.livingUnits(), 1U);
+  EXPECT_TRUE(playsOn(kSpeakers));
+}
+
+// The error leaves the loopback as the default output, and the play-through that knows the real
+// one.
+TEST_F(SystemAudioTest, TheNextRecordingAfterAnErrorIsHeardOnTheSameSpeakers) {
+  launchAndRecordSystemAudio();
+  for (int i = 0; i < 2; ++i) {
+    failRecording();
+    clickDock();
+    machine.runLoop.advance(0.01);
+    confirmStart();
+    ASSERT_EQ(machine.audioHardware.defaultOutput(), kLoopback);
+    EXPECT_TRUE(playsOn(kSpeakers));
+    EXPECT_EQ(machine.audioUnits.livingGraphs(), 1U);
+    EXPECT_EQ(app->status().at("state"), "recording");
+  }
 }
 
 // Stop while waiting.

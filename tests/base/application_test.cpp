@@ -38,6 +38,7 @@ class Delegate : public platform::ApplicationDelegate, public platform::RemoteCo
     return std::exchange(state, "idle") != "idle";
   }
   bool cancel() override { return stop(); }
+  void setOnStateChange(std::function<void()>) override {}
   [[nodiscard]] platform::Dictionary status() const override { return {{"state", state}}; }
 
   std::vector<std::string> journal;

@@ -72,6 +72,7 @@ class Delegate : public platform::ApplicationDelegate, public platform::RemoteCo
 
   bool stop() override { return end("saved"); }
   bool cancel() override { return end("deleted"); }
+  void setOnStateChange(std::function<void()>) override {}
   [[nodiscard]] platform::Dictionary status() const override {
     return {{"state", recording_ ? "recording" : "idle"},
             {"elapsedSeconds", 1},

@@ -20,6 +20,7 @@ class FakeControl : public platform::RemoteControl {
  public:
   bool stop() override { return true; }
   bool cancel() override { return false; }
+  void setOnStateChange(std::function<void()>) override {}
   [[nodiscard]] platform::Dictionary status() const override { return {{"state", "recording"}}; }
 };
 
@@ -55,6 +56,16 @@ TEST_F(RecordingWatchTest, LooksOnceASecondWhileRecordingAndNeverElse) {
   loop_.advance(5);
   EXPECT_EQ(looks_, 4);
   EXPECT_THAT(changes_, IsEmpty());
+}
+
+// What the suite is told from the accepted start of a second recording to its confirmation, and
+// after an error, which leaves the menu's text.
+TEST_F(RecordingWatchTest, ARecordingBeginsWithItsAcceptedStartAlsoTheSecondTime) {
+  watch_.toolDataDidChange({0, "KorvelIconOn", "MenuIconOn", "00:00"});
+  EXPECT_THAT(recordings_, ElementsAre(true));
+  watch_.toolDataDidChange({1, "", "MenuIconOn", "00:01"});
+  watch_.toolDataDidChange({0, "", "MenuIconOn", "00:01"});
+  EXPECT_THAT(recordings_, ElementsAre(true, false));
 }
 
 TEST_F(RecordingWatchTest, SilenceIsToldOnceAndClearedWhenSoundComes) {

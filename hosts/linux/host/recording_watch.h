@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation.h"
@@ -61,6 +62,9 @@ class FindingsInStatus : public platform::RemoteControl {
 
   bool stop() override { return control_->stop(); }
   bool cancel() override { return control_->cancel(); }
+  void setOnStateChange(std::function<void()> onChange) override {
+    control_->setOnStateChange(std::move(onChange));
+  }
   [[nodiscard]] platform::Dictionary status() const override;
 
  private:

@@ -32,7 +32,9 @@ int descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
 }  // namespace
 
 bool isRecording(const suite::ToolData& data) {
-  return data.toolStatus == 1 && !data.menuText.empty();
+  // The status follows only when the start is confirmed; the icon is there from its acceptance on,
+  // and blinks later.
+  return !data.menuText.empty() && (data.toolStatus == 1 || !data.toolIcon.empty());
 }
 
 // A call under way. The answer may come when the session is gone; then it was cancelled.

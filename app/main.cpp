@@ -44,7 +44,7 @@ std::vector<std::string> urisOf(const std::vector<std::string>& paths) {
 
 int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) {
   linux_host::LinuxHost host(std::move(arguments));
-  if (!host.becomeInstance(urisOf(commandLine.pathsToOpen))) return 0;
+  if (const auto status = host.becomeInstance(urisOf(commandLine.pathsToOpen))) return *status;
   auto delegate = record_audio::AppDelegate::create(host.environment());
   const int status =
       host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});

@@ -159,6 +159,16 @@ TEST_P(InstanceTest, AStartDuringTheLaunchReachesTheInstanceWhenThatIsComplete) 
   EXPECT_THAT(journal(), ElementsAre("will finish", "finishing", "did finish", "reopen"));
 }
 
+TEST_P(InstanceTest, AStartThatNobodyAnswersEndsWithAStatusOfItsOwn) {
+  const std::string gate = folder_ / "gate";
+  const auto first = start({}, {"MINI_LAUNCH_GATE=" + gate});
+  waitFor("finishing");
+  EXPECT_EQ(run({}, "second"), 5);
+  EXPECT_THAT(contentsOf(folder_ / "second"), HasSubstr("runs already and does not answer"));
+  open(gate);
+  waitFor("did finish");
+}
+
 TEST_P(InstanceTest, StatusIsOneLineOfJson) {
   EXPECT_EQ(run({"--status"}, "none"), 3);
   EXPECT_THAT(contentsOf(folder_ / "none"), HasSubstr("not running"));

@@ -109,7 +109,10 @@ int runInstance(const CommandLine& line) {
   for (const std::string& path : line.pathsToOpen) {
     uris.push_back(path.starts_with('/') ? platform::fileURLWithPath(path) : path);
   }
-  if (claimOrHandOver(instance, object, uris) == Instance::Claim::kOthers) return 0;
+  const HandOver handOver = claimOrHandOver(instance, object, uris);
+  if (handOver != HandOver::kBecameInstance) {
+    return handOver == HandOver::kDelivered ? kExitDone : kExitNoAnswer;
+  }
 
   const auto delegate = std::make_shared<Delegate>(dispatch);
   application.setDelegate(delegate);

@@ -14,6 +14,8 @@ inline constexpr int kExitFailed = 1;
 inline constexpr int kExitNothingThere = 3;
 // Not of these commands: the program had something to show and no screen to show it on.
 inline constexpr int kExitNoScreen = 4;
+// Nor this: another instance runs, and a start could not be handed over to it.
+inline constexpr int kExitNoAnswer = 5;
 
 // Ends and saves the recording, waits until its file is closed and prints the file's path.
 int stopCommand(Instance& instance, std::ostream& out, std::ostream& err);

@@ -113,23 +113,23 @@ void Instance::release() {
                          nullptr);
 }
 
-Instance::Claim claimOrHandOver(Instance& instance, ToolObject& object,
-                                const std::vector<std::string>& uris) {
+HandOver claimOrHandOver(Instance& instance, ToolObject& object,
+                         const std::vector<std::string>& uris) {
   for (int i = 0; i < kMostTries; ++i) {
-    if (instance.claim(object) == Instance::Claim::kOurs) return Instance::Claim::kOurs;
+    if (instance.claim(object) == Instance::Claim::kOurs) return HandOver::kBecameInstance;
     auto client = instance.find();
     if (!client) continue;
     const InstanceClient::Reply reply = uris.empty() ? client->activate() : client->open(uris);
-    if (reply.outcome == InstanceClient::Outcome::kDone) return Instance::Claim::kOthers;
+    if (reply.outcome == InstanceClient::Outcome::kDone) return HandOver::kDelivered;
     if (reply.outcome != InstanceClient::Outcome::kNotRunning) {
       logMessage(LogLevel::kError, "Record Audio runs already and does not answer (" + reply.text +
                                        "). If it hangs, end it and start again.");
-      return Instance::Claim::kOthers;
+      return HandOver::kNotDelivered;
     }
   }
   logMessage(LogLevel::kError,
              "Record Audio runs already and cannot be reached. If it hangs, end it.");
-  return Instance::Claim::kOthers;
+  return HandOver::kNotDelivered;
 }
 
 }  // namespace linux_host

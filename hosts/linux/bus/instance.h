@@ -53,10 +53,16 @@ class Instance {
   bool ownsName_ = false;
 };
 
-// A start of the program when another instance may run: becomes the instance, or hands the request
-// over, with `uris` as Open and without as Activate. Where the other one ends in this moment it is
-// tried anew. Returns kOthers when the request has been delivered.
-Instance::Claim claimOrHandOver(Instance& instance, ToolObject& object,
-                                const std::vector<std::string>& uris);
+// What came of a start of the program when another instance may run.
+enum class HandOver {
+  kBecameInstance,
+  kDelivered,     // the other instance has the request
+  kNotDelivered,  // it does not answer; said in the log
+};
+
+// Becomes the instance, or hands the request over, with `uris` as Open and without as Activate.
+// Where the other one ends in this moment it is tried again.
+[[nodiscard]] HandOver claimOrHandOver(Instance& instance, ToolObject& object,
+                                       const std::vector<std::string>& uris);
 
 }  // namespace linux_host

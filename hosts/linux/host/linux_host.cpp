@@ -91,7 +91,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       application_(mainLoop_),
       ports_{
           application_,   windows_,           workspace_,     windows_,        windows_,
-          windows_,       userNotifications_, wallClock_,     userDefaults_,   fileManager_,
+          windows_,       userNotifications_, wallClock_,     settings_,       fileManager_,
           *bundle_,       bundleLoader_,      processInfo_,   coreLoop_,       notificationCenter_,
           dateFormatter_, userAccount_,       hostClock_,     dispatch_,       capture_,
           audioHardware_, audioUnits_,        authorization_, launchServices_, appleEvents_,
@@ -143,8 +143,16 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
 
 LinuxHost::~LinuxHost() = default;
 
-bool LinuxHost::becomeInstance(const std::vector<std::string>& uris) {
-  return claimOrHandOver(instance_, toolObject_, uris) == Instance::Claim::kOurs;
+std::optional<int> LinuxHost::becomeInstance(const std::vector<std::string>& uris) {
+  switch (claimOrHandOver(instance_, toolObject_, uris)) {
+    case HandOver::kBecameInstance:
+      return std::nullopt;
+    case HandOver::kDelivered:
+      return kExitDone;
+    case HandOver::kNotDelivered:
+      break;
+  }
+  return kExitNoAnswer;
 }
 
 void LinuxHost::showInDesktop() {
@@ -190,10 +198,31 @@ void LinuxHost::reportLowSpace(bool low) {
   refreshRemark();
 }
 
+void LinuxHost::showSession(const platform::RemoteControl& remote) {
+  if (indicator_ == nullptr) return;
+  const platform::Dictionary status = remote.status();
+  const auto text = [&status](const char* key) {
+    const auto entry = status.find(key);
+    const auto* found = entry == status.end() ? nullptr : entry->second.as<std::string>();
+    return found == nullptr ? std::string() : *found;
+  };
+  const std::string state = text("state");
+  indicator_->setUnderWay(state == "waiting" || state == "starting" || state == "recording");
+  sourceRemark_.clear();
+  if (const std::string name = text("sourceName"); !name.empty()) {
+    sourceRemark_ =
+        bundle_->localizedString("The chosen microphone is missing; %@ is recorded instead.");
+    const std::size_t at = sourceRemark_.find("%@");
+    if (at != std::string::npos) sourceRemark_.replace(at, 2, name);
+  }
+  refreshRemark();
+}
+
 void LinuxHost::refreshRemark() {
   if (indicator_ == nullptr) return;
   std::string remarks;
-  for (const std::string* remark : {&silenceRemark_, &spaceRemark_, &folderRemark_}) {
+  for (const std::string* remark :
+       {&sourceRemark_, &silenceRemark_, &spaceRemark_, &folderRemark_}) {
     if (!remark->empty()) remarks += (remarks.empty() ? "" : "\n") + *remark;
   }
   indicator_->setRemark(remarks);
@@ -273,6 +302,9 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                    std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
   showInDesktop();
   application_.setDelegate(delegate);
+  remote->setOnStateChange([this, weak = std::weak_ptr(remote)] {
+    if (const auto control = weak.lock()) showSession(*control);
+  });
   router_.attach(delegate, std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_),
                  suite::kToolIdentifier);
   delegate.reset();

@@ -39,6 +39,7 @@
 #include "hosts/linux/power/session_names.h"
 #include "hosts/linux/power/xsmp_client.h"
 #include "hosts/linux/recovery/lost_recordings.h"
+#include "hosts/linux/settings_store/settings_in_range.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
 #include "hosts/linux/windows/windows_loader.h"
@@ -109,8 +110,8 @@ class LinuxHost {
   [[nodiscard]] std::string temporaryDirectory() const { return fileManager_.temporaryDirectory(); }
 
   // Becomes the running instance, or hands the request (`uris`, or a click without any) over to
-  // the one that runs; false then.
-  bool becomeInstance(const std::vector<std::string>& uris);
+  // the one that runs. Null for the instance, else the status that the process ends with.
+  [[nodiscard]] std::optional<int> becomeInstance(const std::vector<std::string>& uris);
 
   struct Launch {
     std::vector<std::string> pathsToOpen;
@@ -130,6 +131,9 @@ class LinuxHost {
   void reportLowSpace(bool low);
   void reportUnusableFolder(bool unusable);
   void reportStall(bool stalled);
+  // The session has another state: the tray shows what may be stopped, and which microphone is
+  // recorded where it is not the chosen one.
+  void showSession(const platform::RemoteControl& remote);
   void refreshRemark();
   // Shows what the program ends without; the main loop runs until the desktop has it.
   void tellThatThereIsNoFolder();
@@ -162,6 +166,7 @@ class LinuxHost {
   LinuxDateFormatter dateFormatter_;
   XdgFolders folders_;
   LinuxUserDefaults userDefaults_;
+  SettingsInRange settings_{userDefaults_, {{"SoundFormat", 0, 1, 0}}};
   SuiteStorage storage_;
   suite::EmbeddedSuite embeddedSuite_;
   std::unique_ptr<LinuxBundle> bundle_;
@@ -196,6 +201,7 @@ class LinuxHost {
   FreeSpace freeSpace_;
   StallDetector stallDetector_;
   std::optional<std::string> stalledFile_;
+  std::string sourceRemark_;
   std::string silenceRemark_;
   std::string spaceRemark_;
   std::string folderRemark_;

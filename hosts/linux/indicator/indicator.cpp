@@ -50,6 +50,11 @@ void Indicator::toolDataDidChange(const suite::ToolData& data) {
   refreshLauncher();
 }
 
+void Indicator::setUnderWay(bool underWay) {
+  underWay_ = underWay;
+  refresh();
+}
+
 void Indicator::setRemark(const std::string& remark) {
   remark_ = remark;
   refresh();
@@ -63,10 +68,11 @@ void Indicator::refresh() {
 }
 
 std::vector<MenuItem> Indicator::menu() const {
+  const bool mayStop = recording_ || underWay_;
   return {
       {kTimeItem, menuText_.empty() ? text("Record Audio") : menuText_, false},
-      {kStopItem, text("Stop"), recording_},
-      {kCancelItem, text("Cancel"), recording_},
+      {kStopItem, text("Stop"), mayStop},
+      {kCancelItem, text("Cancel"), mayStop},
       {kFirstSeparator, "", true},
       // The suite's request for the preferences saves what is being recorded.
       {kPreferencesItem, text(recording_ ? "Stop and Open Preferences…" : "Preferences…"), true},

@@ -27,6 +27,8 @@ class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
   void toolDataDidChange(const suite::ToolData& data) override;
   // Whether it is to go from the tray and is still there; see StatusNotifierItem.
   [[nodiscard]] bool isLeaving() const { return item_.isLeaving(); }
+  // Whether there is something to stop: a recording, or what comes before it.
+  void setUnderWay(bool underWay);
   // One more line of the tool tip, for what the user should know; empty: none.
   void setRemark(const std::string& remark);
 
@@ -44,6 +46,7 @@ class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
   std::string menuText_;
   std::string remark_;
   bool recording_ = false;
+  bool underWay_ = false;
   bool urgent_ = false;
   StatusNotifierItem item_;
 };

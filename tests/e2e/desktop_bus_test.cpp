@@ -43,6 +43,19 @@ TEST_F(DesktopBusTest, ActivateIsTheClick) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
+TEST_F(DesktopBusTest, ClicksInABurstFollowTheirNumber) {
+  const auto tool = startRecording();
+  for (const int clicks : {2, 3, 4, 5, 500, 501}) {
+    for (int i = 0; i < clicks; ++i) ASSERT_EQ(desktop.activate(), "");
+    const bool records = clicks % 2 == 0;
+    ASSERT_TRUE(waitFor(records ? "recording" : "idle")) << clicks << " clicks";
+    if (records) continue;
+    EXPECT_EQ(desktop.activate(), "");
+    ASSERT_TRUE(waitFor("recording"));
+  }
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
 TEST_F(DesktopBusTest, OpenWithTheIdentifierSavesAndOtherUrisAreIgnored) {
   const auto tool = startRecording();
   EXPECT_EQ(desktop.open({"file:///some/song.mp3", "https://example.com/x"}), "");

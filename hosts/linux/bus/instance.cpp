@@ -1,5 +1,6 @@
 #include "hosts/linux/bus/instance.h"
 
+#include <chrono>
 #include <utility>
 
 #include "hosts/linux/base/log.h"
@@ -115,9 +116,12 @@ void Instance::release() {
 
 HandOver claimOrHandOver(Instance& instance, ToolObject& object,
                          const std::vector<std::string>& uris) {
+  // A try that finds nobody is short, unless somebody is there and does not answer.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSocketTimeout_ms);
   for (int i = 0; i < kMostTries; ++i) {
     if (instance.claim(object) == Instance::Claim::kOurs) return HandOver::kBecameInstance;
     auto client = instance.find();
+    if (!client && std::chrono::steady_clock::now() >= end) break;
     if (!client) continue;
     const InstanceClient::Reply reply = uris.empty() ? client->activate() : client->open(uris);
     if (reply.outcome == InstanceClient::Outcome::kDone) return HandOver::kDelivered;

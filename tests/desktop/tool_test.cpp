@@ -222,6 +222,7 @@ TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
   EXPECT_THAT(log(), HasSubstr("set_title(\"Record Audio Preferences\")"));
   EXPECT_EQ(run({"--status"}).exitStatus, 0);
   EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_THAT(log(), Not(HasSubstr("g_main_context_pop_thread_default")));
 }
 
 TEST_F(DesktopToolTest, AClickInTheTrayEndsTheRecordingAndSavesIt) {

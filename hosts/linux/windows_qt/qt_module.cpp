@@ -183,5 +183,8 @@ record_audio_create_windows_module(linux_host::WindowsServices& services, std::s
     return nullptr;
   }
   setenv("QT_QPA_PLATFORM", platform.c_str(), 1);
+  // Qt's own threads do without GLib: in Qt 6.8 they give its contexts back when it has already
+  // forgotten their thread, and it complains of each. The main thread's loop is not concerned.
+  setenv("QT_NO_THREADED_GLIB", "1", 1);
   return new linux_host::QtModule(services);
 }

@@ -180,6 +180,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   void logStopWithError();
 
   void clickedWhileStarting();
+  [[nodiscard]] bool isStopDue() const;
   bool end(Ending how);
   void endNow(Ending how);
   void endUnconfirmed(Ending how);

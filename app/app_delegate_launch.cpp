@@ -174,7 +174,7 @@ bool AppDelegate::applicationShouldHandleReopen(bool) {
   if (!_running) return true;
   if (isPreferencesWindowVisible()) {
     _preferences->window()->orderFrontRegardless();
-  } else if (session_ == SessionState::kStarting) {
+  } else if (session_ == SessionState::kStarting || isStopDue()) {
     clickedWhileStarting();
   } else if (!isRecordingOrWaiting()) {
     startRecorder();

@@ -27,6 +27,11 @@ void AppDelegate::clickedWhileStarting() {
   }
 }
 
+// Between the confirmation and the end that was asked for before it.
+bool AppDelegate::isStopDue() const {
+  return session_ == SessionState::kRecording && pendingEnd_ != Ending::kNone;
+}
+
 bool AppDelegate::end(Ending how) {
   if (session_ == SessionState::kRecording || session_ == SessionState::kWaiting) {
     endNow(how);

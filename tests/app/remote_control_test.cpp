@@ -174,9 +174,20 @@ TEST_F(RemoteControlTest, ARecordingEndedOtherwiseMeanwhileIsNotEndedTwice) {
   launch();
   app->stop();
   confirmStart();
-  clickDock();
+  app->application(kPreferencesPath);
   machine.runLoop.settle();
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+}
+
+TEST_F(RemoteControlTest, AClickBetweenTheConfirmationAndTheStopThatIsDueCountsToo) {
+  launch();
+  clickDock();
+  confirmStart();
+  ASSERT_EQ(state(), "recording");
+  clickDock();
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "recording");
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start"}));
 }
 
 TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {

@@ -155,7 +155,7 @@ void AudioRecorder::captureSessionStartedNotification(const platform::Notificati
   // Two starts in quick succession make the session report twice; the recording goes on.
   if (m_bRecording.load(std::memory_order_relaxed)) return;
 
-  const auto session = std::static_pointer_cast<platform::CaptureSession>(notification.object);
+  const auto session = platform::captureSessionOf(notification);
   const auto outputs = session ? session->outputs() : std::vector<platform::CaptureOutputPtr>();
   const auto output = outputs.empty() ? nullptr : outputs.front();
   const std::string fileURL = outputURL();

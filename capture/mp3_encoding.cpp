@@ -83,12 +83,13 @@ void AudioRecorder::onWriteError(std::uint64_t recording, const std::string& err
     log("The end of a recording was lost. Error: %@", {error});
     return;
   }
-  environment_.host.notificationCenter.post(
-      {platform::kCaptureSessionRuntimeErrorNotification,
-       m_captureSession,
-       {{platform::kCaptureSessionErrorKey, error + (error.ends_with('.') ? "" : ".") +
-                                                " What was recorded before is kept in " +
-                                                m_filePath}}});
+  // As a session that fails by itself, it lets go of the microphone first.
+  m_captureSession->stopRunning();
+  environment_.host.notificationCenter.post(platform::captureSessionNotification(
+      platform::kCaptureSessionRuntimeErrorNotification, m_captureSession,
+      {{platform::kCaptureSessionErrorKey, error + (error.ends_with('.') ? "" : ".") +
+                                               " What was recorded before is kept in " +
+                                               m_filePath}}));
 }
 
 void AudioRecorder::deinitLame() {

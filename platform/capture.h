@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/dispatch.h"
@@ -33,7 +34,8 @@ inline constexpr const char* kCaptureSessionPresetLow = "AVCaptureSessionPresetL
 
 inline constexpr const char* kFileTypeMPEG4 = "AVFileTypeMPEG4";
 
-// The object of both is the session as CaptureSessionPtr, so that a handler can cast it back.
+// The object of both is the session: captureSessionNotification() puts it there and
+// captureSessionOf() takes it out, for a pointer to void forgets which of its types it pointed at.
 // Posted by a session on the main thread when it runs and its first samples are there.
 inline constexpr const char* kCaptureSessionDidStartRunningNotification =
     "AVCaptureSessionDidStartRunningNotification";
@@ -153,6 +155,16 @@ class CaptureSession {
   [[nodiscard]] virtual bool isRunning() const = 0;
 };
 using CaptureSessionPtr = std::shared_ptr<CaptureSession>;
+
+// A notification with `session` as its object.
+inline Notification captureSessionNotification(const char* name, CaptureSessionPtr session,
+                                               Dictionary userInfo) {
+  return {name, std::move(session), std::move(userInfo)};
+}
+// The session that such a notification is about; null when it has no object.
+inline CaptureSessionPtr captureSessionOf(const Notification& notification) {
+  return std::static_pointer_cast<CaptureSession>(notification.object);
+}
 
 // The class-level calls of the capture framework.
 class Capture {

@@ -306,7 +306,8 @@ TEST_F(Mp3EncodingTest, PostsTheSessionsRuntimeErrorForAFailedWrite) {
   memory.fileManager.freeSpace_bytes = 0;
   deliver(sine(440, 0.5, 48000));
   ASSERT_EQ(posted.size(), 1U);
-  EXPECT_EQ(posted.front().object, memory.capture.sessions.front());
+  EXPECT_EQ(platform::captureSessionOf(posted.front()), memory.capture.sessions.front());
+  EXPECT_FALSE(session().running) << "the microphone stays open";
   std::string text;
   platform::stringValue(posted.front().userInfo.at(platform::kCaptureSessionErrorKey), &text);
   EXPECT_THAT(text, HasSubstr("No space left on device"));

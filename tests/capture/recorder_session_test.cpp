@@ -193,9 +193,9 @@ TEST_F(RecorderSessionTest, LeavesFileAndSessionAloneAfterARuntimeError) {
   record(kM4a);
   bool recordingAtReport = true;
   recorder->setOnRecordError([&] { recordingAtReport = recorder->isRecording(); });
-  memory.notificationCenter.post({platform::kCaptureSessionRuntimeErrorNotification,
-                                  memory.capture.sessions.front(),
-                                  {{platform::kCaptureSessionErrorKey, "the source is gone"}}});
+  memory.notificationCenter.post(platform::captureSessionNotification(
+      platform::kCaptureSessionRuntimeErrorNotification, memory.capture.sessions.front(),
+      {{platform::kCaptureSessionErrorKey, "the source is gone"}}));
   EXPECT_FALSE(recordingAtReport);
   EXPECT_THAT(memory.suite.logLines,
               ElementsAre("An error occurred while recording audio. Error: the source is gone"));

@@ -113,14 +113,15 @@ void MemoryCaptureSession::stopRunning() {
 }
 
 void MemoryCaptureSession::reportStarted() {
-  center_.post({platform::kCaptureSessionDidStartRunningNotification, shared_from_this(), {}});
+  center_.post(platform::captureSessionNotification(
+      platform::kCaptureSessionDidStartRunningNotification, shared_from_this(), {}));
 }
 
 void MemoryCaptureSession::reportError(const std::string& error) {
   running = false;
-  center_.post({platform::kCaptureSessionRuntimeErrorNotification,
-                shared_from_this(),
-                {{platform::kCaptureSessionErrorKey, error}}});
+  center_.post(platform::captureSessionNotification(
+      platform::kCaptureSessionRuntimeErrorNotification, shared_from_this(),
+      {{platform::kCaptureSessionErrorKey, error}}));
 }
 
 std::vector<platform::CaptureDevicePtr> MemoryCapture::devicesWithMediaType(MediaType type) {

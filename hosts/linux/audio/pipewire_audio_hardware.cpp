@@ -207,6 +207,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::deviceValue(
     case platform::kAudioDevicePropertyMute:
       return volumeOrMute(graph, node, address);
     case platform::kAudioDevicePropertyActualSampleRate:
+      return PropertyValue::scalar(actualRate_Hz(graph, node));
     case platform::kAudioDevicePropertyNominalSampleRate:
       return PropertyValue::scalar(static_cast<double>(graph.deviceRate_Hz(node)));
     case platform::kAudioDevicePropertyPreferredChannelLayout:
@@ -222,6 +223,11 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::deviceValue(
     default:
       return platform::kAudioHardwareUnknownPropertyError;
   }
+}
+
+double PipeWireAudioHardware::actualRate_Hz(const AudioGraph& graph, const AudioNode& node) const {
+  const std::uint32_t running_Hz = runningRate_Hz_ ? runningRate_Hz_(node.name) : 0;
+  return running_Hz != 0 ? running_Hz : graph.deviceRate_Hz(node);
 }
 
 PipeWireAudioHardware::Result PipeWireAudioHardware::volumeOrMute(

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "hosts/linux/audio/audio_object_ids.h"
@@ -56,6 +57,12 @@ class PipeWireAudioHardware : public platform::AudioHardware {
   platform::OSStatus AudioDeviceGetCurrentTime(platform::AudioDeviceID device,
                                                platform::AudioTimeStamp* outTime) override;
 
+  // Who knows the rate, Hz, at which a device with that UID is being recorded, or 0 when it is not.
+  // While it is, that is its actual rate, whatever rate the graph has gone over to since: a stream
+  // keeps its own. Called on the thread that asks for the property, which must be the main one.
+  using RunningRate = std::function<std::uint32_t(const std::string& uid)>;
+  void setRunningRate(RunningRate runningRate_Hz) { runningRate_Hz_ = std::move(runningRate_Hz); }
+
   // The object id of a node, for the streams that publish its clock.
   platform::AudioDeviceID deviceId(const std::string& nodeName) { return ids_.idOf(nodeName); }
   // The node's name; null when the id is no device's.
@@ -74,6 +81,7 @@ class PipeWireAudioHardware : public platform::AudioHardware {
   Result hiddenLoopbackValue(const AudioGraph& graph, std::uint32_t selector);
   Result deviceValue(const AudioGraph& graph, const AudioNode& node,
                      const platform::AudioObjectPropertyAddress& address);
+  [[nodiscard]] double actualRate_Hz(const AudioGraph& graph, const AudioNode& node) const;
   Result volumeOrMute(const AudioGraph& graph, const AudioNode& node,
                       const platform::AudioObjectPropertyAddress& address);
   Result controlList(const AudioGraph& graph);
@@ -82,6 +90,7 @@ class PipeWireAudioHardware : public platform::AudioHardware {
   PipeWireConnection& connection_;
   const DeviceClockTable& clocks_;
   AudioObjectIds ids_;
+  RunningRate runningRate_Hz_;
 };
 
 }  // namespace linux_host

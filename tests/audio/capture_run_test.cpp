@@ -77,7 +77,7 @@ class CaptureRunTest : public testing::Test {
   }
   std::unique_ptr<CaptureRun> makeRun(std::uint32_t ring_s) {
     return std::make_unique<CaptureRun>(CaptureSource{"mic", "mic", false, 48000, {3, 4}}, events,
-                                        std::make_shared<CaptureRun::MonitorPause>(), work, ring_s);
+                                        std::make_shared<SourceRest>(), work, ring_s);
   }
   static std::vector<std::pair<std::uint64_t, std::uint64_t>> gaps(std::vector<float> samples) {
     std::erase(samples, 0.0F);

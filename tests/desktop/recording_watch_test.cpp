@@ -135,7 +135,8 @@ TEST_F(RecordingWatchTest, NothingIsLookedForOnceAFindingHasEndedTheRecording) {
 }
 
 TEST_F(RecordingWatchTest, StatusSaysSilentWhileItIs) {
-  FindingsInStatus control(std::make_shared<FakeControl>(), watch_);
+  std::uint64_t lost_frames = 0;
+  FindingsInStatus control(std::make_shared<FakeControl>(), watch_, [&] { return lost_frames; });
   EXPECT_TRUE(control.stop());
   EXPECT_FALSE(control.cancel());
   EXPECT_EQ(control.status().count("silent"), 0U);
@@ -147,6 +148,14 @@ TEST_F(RecordingWatchTest, StatusSaysSilentWhileItIs) {
   sourceIsSilent_ = false;
   loop_.advance(1);
   EXPECT_EQ(control.status().count("silent"), 0U);
+}
+
+TEST_F(RecordingWatchTest, StatusTellsHowMuchSoundWasLostOnceSomeWas) {
+  std::uint64_t lost_frames = 0;
+  FindingsInStatus control(std::make_shared<FakeControl>(), watch_, [&] { return lost_frames; });
+  EXPECT_EQ(control.status().count("lostFrames"), 0U);
+  lost_frames = 1024;
+  EXPECT_EQ(control.status().at("lostFrames"), platform::Value(1024));
 }
 
 }  // namespace

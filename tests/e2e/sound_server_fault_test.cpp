@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <cmath>
+#include <csignal>
 #include <filesystem>
+#include <tuple>
 
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/tool_fixture.h"
@@ -68,6 +72,62 @@ TEST_P(LostSoundTest, ClickAfterTheLossRecordsAnew) {
   EXPECT_EQ(decodeSound(onlyFileIn(musicFolder()), server.directory()).error, "");
   EXPECT_TRUE(endsAtOnce(*tool));
 }
+
+class StoppedToolTest : public ToolFixture,
+                        public testing::WithParamInterface<std::tuple<int, int>> {
+ protected:
+  // By the clock of the microphone's signal.
+  bool pass(double time_s) {
+    const std::uint64_t until = feed->framesPlayed() + static_cast<std::uint64_t>(time_s * 48000);
+    return test_support::waitUntil([&] { return feed->framesPlayed() >= until; },
+                                   std::chrono::seconds(30));
+  }
+};
+
+TEST_P(StoppedToolTest, WhatItMissedIsSilentCountedAndSaid) {
+  const auto [format, stopped_s] = GetParam();
+  writeSettings({{"SoundFormat", format}});
+  plugInMicrophone();
+  const auto tool = startRecording(1.0);
+  const std::uint64_t before = feed->framesPlayed();
+  tool->sendSignal(SIGSTOP);
+  ASSERT_TRUE(pass(stopped_s));
+  tool->sendSignal(SIGCONT);
+  ASSERT_TRUE(pass(1.0));
+  const double passed_s = static_cast<double>(feed->framesPlayed() - before) / 48000;
+  const Json now = status();
+  EXPECT_EQ(now["state"], "recording");
+  // A stop drops what the MP3 encoder has not come to yet.
+  const auto written_bytes = [&] {
+    return std::filesystem::file_size(now["outputFile"].get<std::string>());
+  };
+  EXPECT_TRUE(test_support::waitUntil(
+      [&, format = format] {
+        return format != kMp3 || static_cast<double>(written_bytes()) > (passed_s + 1.0) * 40000;
+      },
+      std::chrono::seconds(30)));
+  EXPECT_NEAR(now.value("lostFrames", 0.0) / 48000, stopped_s, 0.2);
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+  const double total_s = 1.5 + static_cast<double>(feed->framesPlayed() - before) / 48000;
+  EXPECT_THAT(log(), HasSubstr("of sound by second"));
+
+  const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
+  EXPECT_EQ(sound.error, "");
+  // With the second before, and at most with what it took to ask and to stop.
+  EXPECT_GT(sound.duration_s(), passed_s + 0.9);
+  EXPECT_LT(sound.duration_s(), total_s + 0.5);
+  const auto silent = std::count_if(sound.samples[0].begin(), sound.samples[0].end(),
+                                    [](float s) { return std::abs(s) < 1e-4F; });
+  EXPECT_NEAR(static_cast<double>(silent) / sound.rate_Hz, stopped_s, 0.5);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, StoppedToolTest,
+                         testing::Combine(testing::Values(kM4a, kMp3), testing::Values(3, 15)),
+                         [](const auto& info) {
+                           return extensionOf(std::get<0>(info.param)) +
+                                  std::to_string(std::get<1>(info.param));
+                         });
 
 INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });

@@ -93,8 +93,9 @@ void SampleCollector::clear() {
   planes_.clear();
 }
 
-CaptureFixture::CaptureFixture()
-    : capture({connection, notifications,
+CaptureFixture::CaptureFixture(test_support::PrivatePipeWire::Options options)
+    : server(std::move(options)),
+      capture({connection, notifications,
                [this](std::function<void()> work) { mainLoop.post(std::move(work)); }, pendingWork,
                files, m4aWriters, permission}) {
   notifications.addObserver(this, platform::kCaptureSessionDidStartRunningNotification,

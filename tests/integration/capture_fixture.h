@@ -39,6 +39,11 @@ class TestMainLoop {
     posted_.push_back(std::move(work));
     wake_.notify_all();
   }
+  // How many are posted and have not been run.
+  std::size_t items() {
+    const std::lock_guard lock(mutex_);
+    return posted_.size();
+  }
   // Runs what is posted until `condition` holds; false when it does not within `limit`.
   bool runUntil(const std::function<bool()>& condition,
                 std::chrono::milliseconds limit = std::chrono::seconds(10)) {
@@ -116,7 +121,7 @@ class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDeleg
 // A sound server, and the capture host on it.
 class CaptureFixture : public testing::Test {
  protected:
-  CaptureFixture();
+  explicit CaptureFixture(test_support::PrivatePipeWire::Options options = {});
   ~CaptureFixture() override;
 
   // The device when the host has seen it; null when it does not within the usual time.

@@ -13,6 +13,7 @@
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/capture_session.h"
 #include "tests/integration/capture_fixture.h"
+#include "tests/support/driven_microphone.h"
 
 namespace linux_host {
 namespace {
@@ -318,6 +319,35 @@ TEST_F(CaptureTest, ReceiverThatStallsForFiveSecondsLosesNothing) {
   EXPECT_THAT(errors(), ElementsAre());
 }
 
+TEST_F(CaptureTest, SourceThatIsLinkedTooLateForTheFirstStreamIsRecordedByTheSecond) {
+  control.createMicrophone("mic");
+  const auto session = dataSession("mic", collector);
+  server.sessionManager().sendSignal(SIGSTOP);
+  session->startRunning();
+  // The stopped session manager links nothing; when it goes on, it serves the second stream.
+  EXPECT_FALSE(mainLoop.runUntil([&] { return started() > 0 || !errors().empty(); }, 6s));
+  server.sessionManager().sendSignal(SIGCONT);
+  EXPECT_TRUE(mainLoop.runUntil([&] { return started() == 1; }));
+  EXPECT_TRUE(collect(4800));
+  EXPECT_THAT(errors(), ElementsAre());
+}
+
+TEST_F(CaptureTest, ErrorBeforeTheStartIsHandledIsTheOnlyThingSaid) {
+  control.createMicrophone("mic");
+  const auto session = dataSession("mic", collector);
+  ASSERT_TRUE(mainLoop.runUntil([&] { return mainLoop.items() == 0; }));
+  session->startRunning();
+  // The samples are announced, and the device goes, before the main loop hears of either.
+  ASSERT_TRUE(test_support::waitUntil([&] { return mainLoop.items() == 1; }));
+  control.destroyNode("mic");
+  // That a device has gone, and that the recording has failed.
+  ASSERT_TRUE(test_support::waitUntil([&] { return mainLoop.items() == 3; }));
+  ASSERT_TRUE(mainLoop.runUntil([&] { return !errors().empty(); }));
+  EXPECT_FALSE(mainLoop.runUntil([&] { return errors().size() > 1; }, 200ms));
+  EXPECT_EQ(started(), 0);
+  EXPECT_FALSE(session->isRunning());
+}
+
 TEST_F(CaptureTest, LoopbackIsNeverSilentWhenItIsRecordedAgainAtOnce) {
   control.createSink(loopback::kLoopbackDeviceUID, {{"monitor.channel-volumes", "false"}});
   SignalFeed feed("feed", 2, frameNumber);
@@ -357,6 +387,33 @@ TEST_F(CaptureTest, LevelThatAMixerGaveToAnEarlierRecordingIsNotRemembered) {
   EXPECT_NEAR(measureTone(samples, 48000).amplitude, 0.5, 0.01);
 }
 
+TEST_F(CaptureTest, CyclesThatADeviceLeavesOutAreCountedAndSilenceStandsInTheirPlace) {
+  test_support::DrivenMicrophone microphone("mic");
+  const auto session = dataSession("mic", collector);
+  ASSERT_TRUE(start(session));
+  ASSERT_TRUE(collect(24000));
+  microphone.skip(5);
+  ASSERT_TRUE(mainLoop.runUntil([&] { return microphone.skippedFrames() > 0; }));
+  ASSERT_TRUE(collect(collector->frames() + 24000));
+  session->stopRunning();
+  pendingWork.waitUntilIdle();
+
+  const std::vector<float> samples = withoutLeadingSilence(collector->channel(0));
+  ASSERT_FALSE(samples.empty());
+  const std::uint64_t first = frameNumberOf(samples.front());
+  std::size_t silent = 0;
+  std::size_t misplaced = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (samples[i] == 0.0F) {
+      ++silent;
+    } else {
+      misplaced += frameNumberOf(samples[i]) != first + i ? 1 : 0;
+    }
+  }
+  EXPECT_GE(silent, 5 * kQuantum_frames);
+  EXPECT_EQ(misplaced, 0U) << "what follows the gap is not where it belongs";
+}
+
 TEST_F(CaptureTest, SilenceFromTheStartIsNoticedAfterThreeSeconds) {
   control.createMicrophone("mic");
   control.createMicrophone("loud");
@@ -366,7 +423,7 @@ TEST_F(CaptureTest, SilenceFromTheStartIsNoticedAfterThreeSeconds) {
   const auto silent = dataSession("mic", collector);
   const auto loud = dataSession("loud", other);
   const auto isSilent = [](const platform::CaptureSessionPtr& session) {
-    return std::static_pointer_cast<PipeWireCaptureSession>(session)->isSilentSinceStart();
+    return std::static_pointer_cast<PipeWireCaptureSession>(session)->isSilent();
   };
   ASSERT_TRUE(start(silent));
   ASSERT_TRUE(start(loud));
@@ -376,7 +433,73 @@ TEST_F(CaptureTest, SilenceFromTheStartIsNoticedAfterThreeSeconds) {
   EXPECT_FALSE(isSilent(loud));
 }
 
-TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsAnErrorWithinItsBound) {
+// Beside a player that asks for long cycles at another rate: the cycles' length changes whenever a
+// recording begins or ends.
+class ChangingCyclesTest : public CaptureFixture {
+ protected:
+  ChangingCyclesTest() {
+    control.createMicrophone("mic", {{"audio.position", "MONO"}});
+    const std::string path = server.directory() + "/noise.wav";
+    writeNoise(path, 100 * kNoiseRate_Hz);
+    player = std::make_unique<test_support::ChildProcess>(test_support::ChildProcess::Command{
+        {"pw-cat", "--playback", "--target", "0", "-P", "{ node.name = player }", path},
+        {},
+        server.directory() + "/log"});
+    control.link("player", "mic");
+  }
+  ~ChangingCyclesTest() override { player->terminate(); }
+  static constexpr std::uint32_t kNoiseRate_Hz = 22050;
+
+  // A WAV of one channel of 16 bits, for a machine of the usual byte order.
+  static void writeNoise(const std::string& path, std::uint32_t frames) {
+    std::ofstream file(path);
+    const auto put = [&](std::uint32_t value, int bytes) {
+      file.write(reinterpret_cast<const char*>(&value), bytes);
+    };
+    file << "RIFF";
+    put(36 + 2 * frames, 4);
+    file << "WAVEfmt ";
+    put(16, 4);
+    put(1 + (1U << 16), 4);
+    put(kNoiseRate_Hz, 4);
+    put(2 * kNoiseRate_Hz, 4);
+    put(2 + (16U << 16), 4);
+    file << "data";
+    put(2 * frames, 4);
+    for (std::uint32_t i = 0, value = 1; i < frames; ++i) {
+      value = value * 1664525 + 1013904223;
+      put(value >> 16, 2);
+    }
+  }
+  // Records again and again, each time `pause` after the end of the one before, and tells which
+  // recordings were silent.
+  std::vector<int> silentRounds(int rounds, std::chrono::milliseconds longestPause) {
+    std::vector<int> silent;
+    const auto collector = std::make_shared<SampleCollector>();
+    const auto session = dataSession("mic", collector);
+    for (int round = 0; round < rounds; ++round) {
+      collector->clear();
+      EXPECT_TRUE(start(session)) << round;
+      EXPECT_TRUE(mainLoop.runUntil([&] { return collector->frames() >= 14400; })) << round;
+      session->stopRunning();
+      if (withoutLeadingSilence(collector->channel(0)).empty()) silent.push_back(round);
+      mainLoop.runUntil([] { return false; }, longestPause * round / rounds);
+    }
+    return silent;
+  }
+
+  std::unique_ptr<test_support::ChildProcess> player;
+};
+
+TEST_F(ChangingCyclesTest, NoRecordingThatFollowsAtOnceIsSilent) {
+  EXPECT_THAT(silentRounds(50, 0ms), ElementsAre());
+}
+
+TEST_F(ChangingCyclesTest, NoRecordingThatFollowsSoonIsSilent) {
+  EXPECT_THAT(silentRounds(25, 100ms), ElementsAre());
+}
+
+TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsConnectedAnewAndThenAnError) {
   test_support::PrivatePipeWire::Options options;
   options.sessionManager = false;
   test_support::PrivatePipeWire server(options);
@@ -385,12 +508,20 @@ TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsAnErrorWithinItsBoun
   CaptureRun::Events events;
   events.onSamples = [] { ADD_FAILURE() << "there is nothing to record from"; };
   events.onFailed = [&](const std::string& message) { failure.set_value(message); };
-  events.onWarning = [](const std::string&) {};
+  std::atomic<int> warnings{0};
+  events.onWarning = [&](const std::string& message) {
+    EXPECT_THAT(message, HasSubstr("it is connected anew"));
+    ++warnings;
+  };
+  const auto begin = steady_clock::now();
   CaptureRun run({"mic", "Desk microphone", false, 48000, {3, 4}}, events,
-                 std::make_shared<CaptureRun::MonitorPause>(), work);
+                 std::make_shared<SourceRest>(), work);
   auto future = failure.get_future();
-  ASSERT_EQ(future.wait_for(8s), std::future_status::ready);
+  // Twice as long as one stream is waited for.
+  ASSERT_EQ(future.wait_for(13s), std::future_status::ready);
+  EXPECT_GT(steady_clock::now() - begin, 9s);
   EXPECT_THAT(future.get(), HasSubstr("Desk microphone"));
+  EXPECT_EQ(warnings, 1);
 }
 
 }  // namespace

@@ -19,6 +19,10 @@ class CaptureConsumer {
   [[nodiscard]] virtual std::string take(const float* const* planes, std::uint32_t frames) = 0;
   // No more samples come. Called exactly once.
   virtual void finish() = 0;
+  // Of so many channels it records the first how many? Constant.
+  [[nodiscard]] virtual std::uint32_t recordedChannels(std::uint32_t channels) const {
+    return channels;
+  }
   // How long samples may lie in the ring before it is given them. Constant. The longer, the fewer
   // times the thread wakes up and the more it gets done each time.
   [[nodiscard]] virtual std::chrono::milliseconds patience() const { return kUsualPatience; }

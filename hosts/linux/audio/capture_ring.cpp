@@ -28,7 +28,11 @@ CaptureRing::~CaptureRing() {
 }
 
 void CaptureRing::prefault() {
-  madvise(samples_, size_bytes_, MADV_POPULATE_WRITE);
+  if (madvise(samples_, size_bytes_, MADV_POPULATE_WRITE) == 0) return;
+  // Every page is at least so long.
+  constexpr std::size_t kPage_floats = 4096 / sizeof(float);
+  volatile float* const samples = samples_;
+  for (std::size_t at = 0; at < size_bytes_ / sizeof(float); at += kPage_floats) samples[at] = 0;
 }
 
 void CaptureRing::assertWriter() const {
@@ -48,9 +52,11 @@ bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {
   const std::uint64_t written = written_.load(std::memory_order_relaxed);
   const std::uint64_t read = read_.load(std::memory_order_acquire);
   if (frames > capacity_frames_ - (written - read)) {
-    lost_.fetch_add(frames, std::memory_order_relaxed);
+    dropped_.fetch_add(frames, std::memory_order_relaxed);
+    openGap_frames_ += frames;
     return false;
   }
+  if (openGap_frames_ > 0) publishGap(written);
   const auto start = static_cast<std::uint32_t>(written % capacity_frames_);
   const std::uint32_t untilEnd = std::min(frames, capacity_frames_ - start);
   for (std::uint32_t channel = 0; channel < channels_; ++channel) {
@@ -60,6 +66,32 @@ bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {
   }
   written_.store(written + frames, std::memory_order_release);
   return true;
+}
+
+void CaptureRing::miss(std::uint64_t frames) {
+  assertWriter();
+  missed_.fetch_add(frames, std::memory_order_relaxed);
+  openGap_frames_ += frames;
+}
+
+void CaptureRing::publishGap(std::uint64_t at_frames) {
+  const std::uint64_t number = gapsWritten_.load(std::memory_order_relaxed);
+  if (number - gapsRead_.load(std::memory_order_acquire) == kMostGaps) return;
+  gaps_[number % kMostGaps] = {at_frames, openGap_frames_};
+  openGap_frames_ = 0;
+  gapsWritten_.store(number + 1, std::memory_order_release);
+}
+
+std::optional<CaptureRing::Gap> CaptureRing::nextGap() const {
+  assertReader();
+  const std::uint64_t number = gapsRead_.load(std::memory_order_relaxed);
+  if (number == gapsWritten_.load(std::memory_order_acquire)) return std::nullopt;
+  return gaps_[number % kMostGaps];
+}
+
+void CaptureRing::takeGap() {
+  assertReader();
+  gapsRead_.store(gapsRead_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 std::uint32_t CaptureRing::readable_frames() const {

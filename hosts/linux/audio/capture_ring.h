@@ -1,8 +1,10 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #ifndef NDEBUG
 #include <cassert>
@@ -19,13 +21,18 @@
 // - The writer touches only frames in [written, read + capacity), the
 //   reader only those in [read, written).
 // - A block that does not fit is dropped whole and counted; what is stored stays untouched.
+// - Sound that is missing between two stored frames leaves a gap behind: where it is, and how long.
+//   `gapsWritten_` and `gapsRead_` count the gaps as the two above count the frames. Without room
+//   for one more, a gap is put together with the next.
 //
 // Memory order
 // - `written_` is stored with release after the samples: a reader that loads it with acquire sees
 //   the samples of all frames it counts.
 // - `read_` is stored with release after the last look at the samples, and loaded with acquire by
 //   the writer before it overwrites them.
-// - Each side loads its own counter relaxed, for nobody else stores it. `lost_` is a mere count.
+// - A gap is published by release before the first frame behind it: a reader that sees that frame
+//   sees the gap.
+// - Each side loads its own counter relaxed, for nobody else stores it. The losses are mere counts.
 
 namespace linux_host {
 
@@ -38,9 +45,8 @@ class CaptureRing {
   CaptureRing(const CaptureRing&) = delete;
   CaptureRing& operator=(const CaptureRing&) = delete;
 
-  // Backs the whole ring with memory so that the audio thread never waits for a page. Changes no
-  // sample, so it may run while the ring is in use. A kernel that cannot do it is no error: the
-  // audio thread then takes a page fault for the first use of each page. Not on an audio thread.
+  // Backs the whole ring with memory so that the audio thread never waits for a page. Before the
+  // ring is in use; not on an audio thread.
   void prefault();
 
   [[nodiscard]] std::uint32_t channels() const { return channels_; }
@@ -49,6 +55,8 @@ class CaptureRing {
   // REAL-TIME: allocates nothing, takes no lock, makes no system call. Audio thread only. Stores
   // `frames` of every plane; false when there is no room, and the frames count as lost.
   bool write(const float* const* planes, std::uint32_t frames);
+  // REAL-TIME: as write(). So many frames never came; they too count as lost.
+  void miss(std::uint64_t frames);
 
   // Frames ready to be read. Drain thread only.
   [[nodiscard]] std::uint32_t readable_frames() const;
@@ -62,11 +70,28 @@ class CaptureRing {
   // Frames consumed since the start. Drain thread only.
   [[nodiscard]] std::uint64_t consumed_frames() const;
 
-  // Any thread: frames stored, and frames dropped for want of room, since the start.
+  // Sound that is missing before the frame with the number `at_frames`, counted from the start.
+  struct Gap {
+    std::uint64_t at_frames = 0;
+    std::uint64_t frames = 0;
+  };
+  // The oldest gap that was not taken yet. To be asked for after the frames behind it were seen.
+  // Drain thread only.
+  [[nodiscard]] std::optional<Gap> nextGap() const;
+  void takeGap();
+
+  // Any thread, all since the start: frames stored, frames dropped for want of room, frames that
+  // never came, and the sum of both losses.
   [[nodiscard]] std::uint64_t written_frames() const {
     return written_.load(std::memory_order_acquire);
   }
-  [[nodiscard]] std::uint64_t lost_frames() const { return lost_.load(std::memory_order_relaxed); }
+  [[nodiscard]] std::uint64_t dropped_frames() const {
+    return dropped_.load(std::memory_order_relaxed);
+  }
+  [[nodiscard]] std::uint64_t missed_frames() const {
+    return missed_.load(std::memory_order_relaxed);
+  }
+  [[nodiscard]] std::uint64_t lost_frames() const { return dropped_frames() + missed_frames(); }
 
  private:
 #ifndef NDEBUG
@@ -87,8 +112,11 @@ class CaptureRing {
   Role writer_;
   Role reader_;
 #endif
+  static constexpr std::uint64_t kMostGaps = 64;
+
   void assertWriter() const;
   void assertReader() const;
+  void publishGap(std::uint64_t at_frames);
 
   [[nodiscard]] float* planeStart(std::uint32_t channel) const {
     return samples_ + static_cast<std::size_t>(channel) * capacity_frames_;
@@ -101,8 +129,13 @@ class CaptureRing {
 
   // On cache lines of their own: each is written by one side only.
   alignas(64) std::atomic<std::uint64_t> written_{0};
-  std::atomic<std::uint64_t> lost_{0};
+  std::atomic<std::uint64_t> dropped_{0};
+  std::atomic<std::uint64_t> missed_{0};
+  std::atomic<std::uint64_t> gapsWritten_{0};
+  std::uint64_t openGap_frames_ = 0;  // audio thread only: lost since the last frame stored
+  std::array<Gap, kMostGaps> gaps_{};
   alignas(64) std::atomic<std::uint64_t> read_{0};
+  std::atomic<std::uint64_t> gapsRead_{0};
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 

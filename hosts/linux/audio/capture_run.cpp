@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "hosts/linux/audio/stream_connection.h"
@@ -21,30 +23,32 @@ constexpr milliseconds kLongestPoll{200};
 // A look that comes later than this came late because the process did not run; the device is not
 // to blame for that time.
 constexpr milliseconds kLongestLook{500};
-// The daemon needs that long to let go of a monitor.
-constexpr milliseconds kMonitorRest{25};
-constexpr milliseconds kMonitorLimit{250};
 constexpr std::chrono::seconds kLossReportInterval{1};
 constexpr std::uint32_t kBlock_frames = 4096;
+constexpr std::array<float, kBlock_frames> kSilence{};
 
-std::string lossMessage(std::uint64_t lost_frames, std::uint32_t rate_Hz) {
-  std::array<char, 160> text{};
+std::string lossMessage(std::uint64_t lost_frames, std::uint64_t until_frames,
+                        std::uint32_t rate_Hz, const char* reason) {
+  std::array<char, 240> text{};
   std::snprintf(text.data(), text.size(),
-                "Lost %llu frames (%.3f s) of sound: the disk or the encoder was too slow.",
+                "Lost %llu frames (%.3f s) of sound by second %.1f; silence stands in their place. "
+                "%s",
                 static_cast<unsigned long long>(lost_frames),
-                static_cast<double>(lost_frames) / rate_Hz);
+                static_cast<double>(lost_frames) / rate_Hz,
+                static_cast<double>(until_frames) / rate_Hz, reason);
   return text.data();
 }
 
 }  // namespace
 
-CaptureRun::CaptureRun(CaptureSource source, Events events, std::shared_ptr<MonitorPause> pause,
+CaptureRun::CaptureRun(CaptureSource source, Events events, std::shared_ptr<SourceRest> rest,
                        PendingWork& work, std::uint32_t ring_s)
     : source_(std::move(source)),
       events_(std::move(events)),
-      monitorPause_(std::move(pause)),
+      rest_(std::move(rest)),
       work_(work),
       ring_(static_cast<std::uint32_t>(source_.positions.size()), ring_s * source_.rate_Hz),
+      sound_(source_.rate_Hz),
       thread_([this] { run(); }) {}
 
 CaptureRun::~CaptureRun() {
@@ -52,11 +56,38 @@ CaptureRun::~CaptureRun() {
   thread_.join();
 }
 
+void CaptureRun::enter(Phase next) {
+  [[maybe_unused]] const auto mayEnter = [this](Phase phase) {
+    switch (phase_) {
+      case Phase::kHolding:
+        return phase != Phase::kHolding && phase != Phase::kFinished;
+      case Phase::kDelivering:
+        return phase == Phase::kFailed || phase == Phase::kEnding;
+      case Phase::kFailed:
+        return phase == Phase::kEnding;
+      case Phase::kEnding:
+        return phase == Phase::kFinished;
+      case Phase::kFinished:
+        return false;
+    }
+    return false;
+  };
+  assert(mayEnter(next));
+  phase_ = next;
+  if (next == Phase::kEnding) token_.emplace(work_);
+  wake();
+}
+
+void CaptureRun::wake() {
+  isAsked_ = true;
+  asked_.notify_all();
+}
+
 bool CaptureRun::addConsumer(std::shared_ptr<CaptureConsumer> consumer) {
   const std::lock_guard lock(mutex_);
-  if (hasFinished()) return false;
-  const std::uint64_t begin_frames = isDelivering_ ? ring_.written_frames() : 0;
-  shares_.push_back({std::move(consumer), begin_frames, kNever});
+  if (phase_ == Phase::kFinished) return false;
+  const bool getsFirst = phase_ == Phase::kHolding || phase_ == Phase::kFailed;
+  shares_.push_back({std::move(consumer), getsFirst ? 0 : ring_.written_frames(), kNever});
   return true;
 }
 
@@ -67,64 +98,58 @@ void CaptureRun::endConsumer(const std::shared_ptr<CaptureConsumer>& consumer) {
       share.end_frames = std::min({share.end_frames, ring_.written_frames(), end_frames_});
     }
   }
-  isAsked_ = true;
-  asked_.notify_all();
+  wake();
 }
 
 void CaptureRun::deliver() {
   const std::lock_guard lock(mutex_);
-  isDelivering_ = true;
-  isAsked_ = true;
-  asked_.notify_all();
+  if (phase_ == Phase::kHolding) enter(Phase::kDelivering);
+  if (phase_ == Phase::kFailed) enter(Phase::kEnding);
 }
 
 void CaptureRun::announce() {
   const std::lock_guard lock(mutex_);
   // An announcement that is still to come serves this request too. Putting it off until further
   // samples would lose it: before the delivery nobody looks for them.
-  if (isAnnouncing_) return;
-  isAnnouncing_ = true;
+  if (announceAfter_frames_) return;
   announceAfter_frames_ = ring_.written_frames();
-  isAsked_ = true;
-  asked_.notify_all();
+  wake();
 }
 
 void CaptureRun::end() {
   const std::lock_guard lock(mutex_);
-  markEnd();
-  // Nobody can be added any more, so there is nothing to wait for.
-  isDelivering_ = true;
+  if (phase_ == Phase::kHolding || phase_ == Phase::kDelivering) markEnd();
+  if (phase_ < Phase::kEnding) enter(Phase::kEnding);
 }
 
 bool CaptureRun::fail(const std::string& message) {
   {
     const std::lock_guard lock(mutex_);
-    if (end_frames_ != kNever) return false;
+    if (phase_ >= Phase::kFailed) return false;
+    const bool isDelivering = phase_ == Phase::kDelivering;
     markEnd();
+    enter(Phase::kFailed);
+    if (isDelivering) enter(Phase::kEnding);
   }
   events_.onFailed(message);
   return true;
 }
 
 void CaptureRun::markEnd() {
-  isAsked_ = true;
-  asked_.notify_all();
-  if (end_frames_ != kNever) return;
   end_frames_ = ring_.written_frames();
-  lostAtEnd_frames_ = ring_.lost_frames();
-  if (!hasFinished()) token_.emplace(work_);
+  rest_->ending(source_.nodeName);
 }
 
 bool CaptureRun::pause(milliseconds limit) {
   std::unique_lock lock(mutex_);
   asked_.wait_for(lock, limit, [this] { return isAsked_; });
   isAsked_ = false;
-  return end_frames_ == kNever;
+  return phase_ < Phase::kFailed;
 }
 
 milliseconds CaptureRun::untilNextLook() {
   const std::lock_guard lock(mutex_);
-  if (isAnnouncing_ || shares_.empty()) return kPoll;
+  if (announceAfter_frames_ || shares_.empty()) return kPoll;
   milliseconds shortest = kLongestPoll;
   for (const Share& share : shares_) shortest = std::min(shortest, share.consumer->patience());
   return shortest;
@@ -132,59 +157,80 @@ milliseconds CaptureRun::untilNextLook() {
 
 bool CaptureRun::hasEnded() {
   const std::lock_guard lock(mutex_);
-  return end_frames_ != kNever;
+  return phase_ >= Phase::kEnding;
+}
+
+bool CaptureRun::hasFailed() {
+  const std::lock_guard lock(mutex_);
+  return phase_ == Phase::kFailed;
+}
+
+bool CaptureRun::hasFinished() {
+  const std::lock_guard lock(mutex_);
+  return phase_ == Phase::kFinished;
 }
 
 void CaptureRun::run() {
   pthread_setname_np(pthread_self(), "capture-drain");
-  if (waitForMonitor()) {
-    openStream();
-    if (waitForFirstSamples()) waitForDelivery();
+  if (waitForSource()) {
+    ring_.prefault();
+    if (openStream() && waitForFirstSamples()) waitForDelivery();
     drainUntilEnd();
+  } else {
+    closeStream();
   }
   finishAll();
 }
 
-bool CaptureRun::waitForMonitor() {
-  if (!source_.isMonitor) return !hasEnded();
-  const steady_clock::time_point limit = steady_clock::now() + kMonitorLimit;
+bool CaptureRun::waitForSource() {
+  const steady_clock::time_point limit = steady_clock::now() + SourceRest::kLongest;
   for (;;) {
-    const steady_clock::time_point now = steady_clock::now();
-    milliseconds wait = kPoll;
-    {
-      const std::lock_guard lock(monitorPause_->mutex);
-      if (monitorPause_->streams == 0) {
-        wait = std::chrono::ceil<milliseconds>(monitorPause_->lastEnd + kMonitorRest - now);
-      }
-    }
-    if (wait <= milliseconds(0) || now >= limit) return !hasEnded();
-    if (!pause(wait)) return false;
+    const milliseconds wait = rest_->left(source_.nodeName);
+    if (wait == milliseconds(0) || steady_clock::now() >= limit) return pause(milliseconds(0));
+    if (!pause(std::min(wait, kPoll))) return false;
   }
 }
 
-void CaptureRun::openStream() {
-  if (source_.isMonitor) {
-    const std::lock_guard lock(monitorPause_->mutex);
-    ++monitorPause_->streams;
+bool CaptureRun::openStream() {
+  try {
+    stream_ = std::make_unique<CaptureStream>(source_, ring_,
+                                              [this](const std::string& text) { fail(text); });
+    hasStreamed_ = true;
+    return true;
+  } catch (const std::exception& error) {
+    fail("The sound source \"" + source_.displayName +
+         "\" cannot be recorded from: " + error.what() + ". Close other programs and start again.");
+    return false;
   }
-  stream_ = std::make_unique<CaptureStream>(source_, ring_,
-                                            [this](const std::string& message) { fail(message); });
 }
 
 void CaptureRun::closeStream() {
   stream_.reset();
-  if (source_.isMonitor) {
-    const std::lock_guard lock(monitorPause_->mutex);
-    --monitorPause_->streams;
-    monitorPause_->lastEnd = steady_clock::now();
-  }
+  rest_->ended(source_.nodeName, hasStreamed_);
 }
 
 bool CaptureRun::waitForFirstSamples() {
+  if (waitForSamplesOfThisStream()) return true;
+  if (!pause(milliseconds(0))) return false;
+  events_.onWarning("The sound source \"" + source_.displayName + "\" has sent nothing for " +
+                    std::to_string(kSilenceLimit.count()) + " seconds; it is connected anew.");
+  stream_.reset();
+  if (!openStream()) return false;
+  if (waitForSamplesOfThisStream()) return true;
+  fail("The sound source \"" + source_.displayName + "\" has sent nothing for " +
+       std::to_string(2 * kSilenceLimit.count()) +
+       " seconds, although it was connected twice. Look whether it works in other programs.");
+  return false;
+}
+
+bool CaptureRun::waitForSamplesOfThisStream() {
+  std::chrono::nanoseconds waited{0};
   lastLook_ = steady_clock::now();
   while (ring_.written_frames() == 0) {
-    if (!pause(kStartPoll)) return ring_.written_frames() != 0;
-    watchArrival();
+    if (waited >= kSilenceLimit || !pause(kStartPoll)) return ring_.written_frames() != 0;
+    const steady_clock::time_point now = steady_clock::now();
+    waited += std::min<std::chrono::nanoseconds>(now - lastLook_, kLongestLook);
+    lastLook_ = now;
   }
   watchArrival();
   return true;
@@ -192,7 +238,7 @@ bool CaptureRun::waitForFirstSamples() {
 
 void CaptureRun::waitForDelivery() {
   std::unique_lock lock(mutex_);
-  asked_.wait(lock, [this] { return isDelivering_; });
+  asked_.wait(lock, [this] { return phase_ == Phase::kDelivering || phase_ == Phase::kEnding; });
   lastLook_ = steady_clock::now();
 }
 
@@ -205,6 +251,8 @@ void CaptureRun::drainUntilEnd() {
   } while (pause(untilNextLook()));
   // The device is free again before the last samples are through the encoder.
   closeStream();
+  // What a run that has failed captured waits for the word whom it is for.
+  waitForDelivery();
   while (handOn()) {
   }
   reportLosses(true);
@@ -223,45 +271,64 @@ void CaptureRun::finishAll() {
     const std::lock_guard lock(mutex_);
     if (token_) token.emplace(std::move(*token_));
     token_.reset();
-    hasFinished_.store(true, std::memory_order_release);
+    enter(Phase::kFinished);
   }
+}
+
+std::uint64_t CaptureRun::nextPiece_frames(std::uint64_t position) {
+  std::uint64_t frames = std::min(ring_.contiguous_frames(), kBlock_frames);
+  if (const auto gap = ring_.nextGap(); gap && fillingLeft_frames_ == 0) {
+    if (gap->at_frames > position) return std::min(frames, gap->at_frames - position);
+    fillingLeft_frames_ = std::min(gap->frames, kLongestFilling_s * source_.rate_Hz);
+    ring_.takeGap();
+  }
+  if (fillingLeft_frames_ > 0) return std::min<std::uint64_t>(fillingLeft_frames_, kBlock_frames);
+  return frames;
 }
 
 bool CaptureRun::handOn() {
   const std::uint64_t position = ring_.consumed_frames();
   finishThoseAt(position);
-  std::uint64_t frames = std::min(ring_.contiguous_frames(), kBlock_frames);
+  std::uint64_t frames = nextPiece_frames(position);
+  const bool isSilence = fillingLeft_frames_ > 0;
   std::vector<Share> shares;
   bool isLast = false;
   {
     const std::lock_guard lock(mutex_);
     shares = shares_;
-    isLast = end_frames_ != kNever;
-    frames = std::min(frames, end_frames_ - position);
+    isLast = phase_ >= Phase::kFailed;
+    if (position >= end_frames_) return false;
+    if (!isSilence) frames = std::min(frames, end_frames_ - position);
   }
   for (const Share& share : shares) {
     // No block crosses the limits of a share.
     for (const std::uint64_t limit : {share.begin_frames, share.end_frames}) {
-      if (limit > position) frames = std::min(frames, limit - position);
+      if (!isSilence && limit > position) frames = std::min(frames, limit - position);
     }
     if (!isLast && !share.consumer->isReady()) return false;
   }
   if (frames == 0) return false;
-  give(shares, static_cast<std::uint32_t>(frames));
+  give(shares, static_cast<std::uint32_t>(frames), isSilence);
+  if (isSilence) {
+    fillingLeft_frames_ -= frames;
+    return true;
+  }
   ring_.consume(static_cast<std::uint32_t>(frames));
   finishThoseAt(position + frames);
   return true;
 }
 
-void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames) {
-  lookForSound(frames);
+void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames, bool isSilence) {
   std::array<const float*, kMostStreamChannels> planes{};
   for (std::uint32_t channel = 0; channel < ring_.channels(); ++channel) {
-    planes[channel] = ring_.plane(channel);
+    planes[channel] = isSilence ? kSilence.data() : ring_.plane(channel);
   }
+  if (!isSilence) listen(shares, planes.data(), frames);
   const std::uint64_t position = ring_.consumed_frames();
   for (const Share& share : shares) {
     if (position < share.begin_frames || position >= share.end_frames) continue;
+    // What was lost before a share's first frame was lost to others.
+    if (isSilence && position == share.begin_frames) continue;
     const std::string error = share.consumer->take(planes.data(), frames);
     if (!error.empty()) dropFailed(share.consumer, error);
   }
@@ -289,15 +356,17 @@ void CaptureRun::finishThoseAt(std::uint64_t position_frames) {
   for (const auto& consumer : finished) consumer->finish();
 }
 
-void CaptureRun::lookForSound(std::uint32_t frames) {
-  if (hasHeardSound_) return;
-  for (std::uint32_t channel = 0; channel < ring_.channels(); ++channel) {
-    const float* samples = ring_.plane(channel);
-    hasHeardSound_ |= std::any_of(samples, samples + frames, [](float s) { return s != 0.0F; });
+void CaptureRun::listen(const std::vector<Share>& shares, const float* const* planes,
+                        std::uint32_t frames) {
+  std::uint32_t recorded = shares.empty() ? ring_.channels() : 1;
+  for (const Share& share : shares) {
+    recorded = std::max(recorded, share.consumer->recordedChannels(ring_.channels()));
   }
-  silent_frames_ += frames;
-  isSilent_.store(!hasHeardSound_ && silent_frames_ >= kSilentStart_s * source_.rate_Hz,
-                  std::memory_order_relaxed);
+  sound_.listen(planes, ring_.channels(), recorded, frames);
+  if (!sound_.hasSoundElsewhere() || std::exchange(hasSoundElsewhere_, true)) return;
+  events_.onWarning("Only silence comes in on the first channel of \"" + source_.displayName +
+                    "\", which is the one that is recorded, but there is sound on another. Use the "
+                    "first input, or record as m4a, which takes all channels.");
 }
 
 void CaptureRun::watchArrival() {
@@ -316,27 +385,34 @@ void CaptureRun::watchArrival() {
          std::to_string(kSilenceLimit.count()) + " seconds.");
     return;
   }
-  bool isToAnnounce = false;
+  announceSamples(written_frames);
+}
+
+void CaptureRun::announceSamples(std::uint64_t written_frames) {
   {
     const std::lock_guard lock(mutex_);
-    isToAnnounce = isAnnouncing_ && written_frames > announceAfter_frames_ && end_frames_ == kNever;
-    if (isToAnnounce) isAnnouncing_ = false;
+    if (phase_ >= Phase::kFailed || !announceAfter_frames_) return;
+    if (written_frames <= *announceAfter_frames_) return;
+    announceAfter_frames_.reset();
   }
-  if (isToAnnounce) events_.onSamples();
+  events_.onSamples();
 }
 
 void CaptureRun::reportLosses(bool isLast) {
-  std::uint64_t lost_frames = ring_.lost_frames();
-  {
-    const std::lock_guard lock(mutex_);
-    if (end_frames_ != kNever) lost_frames = lostAtEnd_frames_;
-  }
   const steady_clock::time_point now = steady_clock::now();
-  if (lost_frames <= reportedLost_frames_) return;
   if (!isLast && now - lastReport_ < kLossReportInterval) return;
-  events_.onWarning(lossMessage(lost_frames - reportedLost_frames_, source_.rate_Hz));
-  reportedLost_frames_ = lost_frames;
-  lastReport_ = now;
+  const auto report = [&](std::uint64_t lost_frames, std::uint64_t* reported_frames,
+                          const char* reason) {
+    if (lost_frames <= *reported_frames) return;
+    events_.onWarning(lossMessage(lost_frames - *reported_frames,
+                                  ring_.consumed_frames() + ring_.lost_frames(), source_.rate_Hz,
+                                  reason));
+    *reported_frames = lost_frames;
+    lastReport_ = now;
+  };
+  report(ring_.dropped_frames(), &reportedDropped_frames_, "The disk or the encoder was too slow.");
+  report(ring_.missed_frames(), &reportedMissed_frames_,
+         "The sound server passed them over: the computer or the device did not keep up.");
 }
 
 }  // namespace linux_host

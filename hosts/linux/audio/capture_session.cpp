@@ -1,6 +1,7 @@
 #include "hosts/linux/audio/capture_session.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "hosts/linux/audio/stream_connection.h"
@@ -70,7 +71,10 @@ CaptureRun::Events PipeWireCaptureSession::eventsOf(RunNumber number) {
   events.onFailed = [toMain, number](const std::string& message) {
     toMain([number, message](PipeWireCaptureSession& self) { self.onFailed(number, message); });
   };
-  events.onWarning = [](const std::string& message) { logMessage(LogLevel::kWarning, message); };
+  // Of a session that only listens nothing is kept, so nothing is lost.
+  events.onWarning = [isQuiet = notices_ == Notices::kNone](const std::string& message) {
+    if (!isQuiet) logMessage(LogLevel::kWarning, message);
+  };
   return events;
 }
 
@@ -83,18 +87,26 @@ void PipeWireCaptureSession::startRunning() {
   CaptureSource source;
   std::string error;
   if (!describeSource(&source, &error)) {
-    // As with any other fault: later, from the main loop.
-    surroundings_.postToMain([session = weak_from_this(), number, error] {
-      const auto self = session.lock();
-      if (self && self->run_ == nullptr && self->runNumber_ == number) {
-        self->postRuntimeError(error);
-      }
-    });
+    failLater(number, error);
     return;
   }
-  run_ = runs_.start(std::move(source), eventsOf(number));
+  try {
+    run_ = runs_.start(std::move(source), eventsOf(number));
+  } catch (const std::exception& exception) {
+    failLater(number, std::string("The recording cannot begin: ") + exception.what() +
+                          ". Close other programs and start again.");
+    return;
+  }
   const auto output = std::dynamic_pointer_cast<SessionOutput>(outputs_.front());
   output->attach(run_, preset_);
+}
+
+// As with any other fault: from the main loop.
+void PipeWireCaptureSession::failLater(RunNumber number, const std::string& error) {
+  surroundings_.postToMain([session = weak_from_this(), number, error] {
+    const auto self = session.lock();
+    if (self && self->run_ == nullptr && self->runNumber_ == number) self->postRuntimeError(error);
+  });
 }
 
 void PipeWireCaptureSession::stopRunning() {
@@ -106,6 +118,8 @@ void PipeWireCaptureSession::stopRunning() {
 void PipeWireCaptureSession::onSamples(RunNumber number) {
   if (run_ == nullptr || runNumber_ != number) return;
   const std::shared_ptr<CaptureRun> run = run_;
+  // The error is on its way, and is all there is to say.
+  if (run->hasFailed()) return;
   post(platform::kCaptureSessionDidStartRunningNotification, {});
   run->deliver();
 }
@@ -127,7 +141,8 @@ void PipeWireCaptureSession::postRuntimeError(const std::string& message) {
 
 void PipeWireCaptureSession::post(const char* name, platform::Dictionary userInfo) {
   if (notices_ == Notices::kNone) return;
-  surroundings_.notificationCenter.post({name, shared_from_this(), std::move(userInfo)});
+  surroundings_.notificationCenter.post(
+      platform::captureSessionNotification(name, shared_from_this(), std::move(userInfo)));
 }
 
 }  // namespace linux_host

@@ -39,9 +39,15 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   void stopRunning() override;
   [[nodiscard]] bool isRunning() const override { return run_ != nullptr; }
 
-  // The device has sent nothing but digital silence for the first seconds of this run, and since.
-  [[nodiscard]] bool isSilentSinceStart() const {
-    return run_ != nullptr && run_->isSilentSinceStart();
+  // What is recorded has been digital silence for long, from the start of this run or later.
+  [[nodiscard]] bool isSilent() const { return run_ != nullptr && run_->isSilent(); }
+  // Frames of this run that were lost; silence stands in their place.
+  [[nodiscard]] std::uint64_t lost_frames() const {
+    return run_ == nullptr ? 0 : run_->lost_frames();
+  }
+  // The rate of what is being recorded from that source, Hz; 0 when nothing is.
+  [[nodiscard]] std::uint32_t runningRate_Hz(const std::string& nodeName) const {
+    return run_ != nullptr && run_->source().nodeName == nodeName ? run_->source().rate_Hz : 0;
   }
   // Stops as if the device had failed, with a runtime error; does nothing unless it runs.
   void fail(const std::string& message);
@@ -55,6 +61,7 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   CaptureRun::Events eventsOf(RunNumber number);
   void onSamples(RunNumber number);
   void onFailed(RunNumber number, const std::string& message);
+  void failLater(RunNumber number, const std::string& error);
   void postRuntimeError(const std::string& message);
   void post(const char* name, platform::Dictionary userInfo);
 

@@ -2,12 +2,14 @@
 
 #include <pipewire/pipewire.h>
 #include <spa/buffer/buffer.h>
+#include <spa/node/io.h>
 #include <spa/param/props.h>
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
+#include "hosts/linux/audio/cycle_watch.h"
 #include "hosts/linux/audio/stream_connection.h"
 
 namespace linux_host {
@@ -29,18 +31,31 @@ StreamRequest requestFor(const CaptureSource& source) {
   return request;
 }
 
+// REAL-TIME. Its samples, if only none, can be taken for sound.
+bool isUsable(const spa_buffer& buffer, std::uint32_t channels) {
+  if (buffer.n_datas < channels) return false;
+  return std::all_of(buffer.datas, buffer.datas + channels, [](const spa_data& data) {
+    return data.data != nullptr && data.chunk != nullptr &&
+           (static_cast<std::uint32_t>(data.chunk->flags) & SPA_CHUNK_FLAG_CORRUPTED) == 0;
+  });
+}
+
 }  // namespace
 
-void storeBuffer(const spa_buffer& buffer, CaptureRing& ring) {
+bool storeBuffer(const spa_buffer& buffer, CaptureRing& ring) {
+  if (!isUsable(buffer, ring.channels())) return false;
   StreamPlanes planes;
   const std::uint32_t frames = recordedPlanes(buffer, ring.channels(), planes);
   if (frames > 0) ring.write(planes.data(), frames);
+  return true;
 }
 
 struct CaptureStream::Remote final : StreamConnection {
   Remote(const CaptureSource& source, CaptureRing& into,
          std::function<void(const std::string&)> failed)
-      : StreamConnection(requestFor(source), std::move(failed)), ring(into) {}
+      : StreamConnection(requestFor(source), std::move(failed)),
+        ring(into),
+        watch(source.rate_Hz) {}
   ~Remote() override { disconnect(); }
 
   // The device's own level is the only one that counts: a mixer that muted an earlier recording
@@ -53,13 +68,17 @@ struct CaptureStream::Remote final : StreamConnection {
                           SPA_PROP_channelVolumes, channels(), full.data(), 0);
   }
   void process() override {
+    if (position() != nullptr) {
+      if (const std::uint64_t missed = watch.see(position()->clock); missed > 0) ring.miss(missed);
+    }
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(stream())) {
-      storeBuffer(*buffer->buffer, ring);
+      if (!storeBuffer(*buffer->buffer, ring)) ring.miss(watch.cycle_frames());
       pw_stream_queue_buffer(stream(), buffer);
     }
   }
 
   CaptureRing& ring;
+  CycleWatch watch;
 };
 
 CaptureStream::CaptureStream(const CaptureSource& source, CaptureRing& ring,

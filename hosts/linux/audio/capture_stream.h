@@ -22,10 +22,10 @@ struct CaptureSource {
   std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
 };
 
-// Stores the samples of one stream buffer in the ring: 32-bit float, a plane a channel. Frames of
-// a buffer that lacks planes are left out. REAL-TIME: allocates nothing, takes no lock, makes no
-// system call.
-void storeBuffer(const spa_buffer& buffer, CaptureRing& ring);
+// Stores the samples of one stream buffer in the ring: 32-bit float, a plane a channel. False, and
+// nothing stored, when the buffer lacks planes or its samples are marked as corrupted. REAL-TIME:
+// allocates nothing, takes no lock, makes no system call.
+bool storeBuffer(const spa_buffer& buffer, CaptureRing& ring);
 
 // One recording stream of PipeWire, from a device into a ring. It stays with its device: when that
 // goes away the stream fails, it is never moved to another one.

@@ -41,6 +41,8 @@ class Delivery : public CaptureConsumer, public std::enable_shared_from_this<Del
   }
 
   void finish() override {}
+  // Its delegate gets all of them, but encodes the first alone.
+  [[nodiscard]] std::uint32_t recordedChannels(std::uint32_t) const override { return 1; }
 
  private:
   const std::weak_ptr<DataOutput> output_;

@@ -44,8 +44,7 @@ class DeviceInput : public platform::CaptureDeviceInput {
 
 std::shared_ptr<CaptureRun> CaptureRuns::start(CaptureSource source, CaptureRun::Events events) {
   std::erase_if(runs_, [](const std::shared_ptr<CaptureRun>& run) { return run->hasFinished(); });
-  runs_.push_back(
-      std::make_shared<CaptureRun>(std::move(source), std::move(events), monitorPause_, work_));
+  runs_.push_back(std::make_shared<CaptureRun>(std::move(source), std::move(events), rest_, work_));
   return runs_.back();
 }
 
@@ -135,8 +134,26 @@ platform::CaptureSessionPtr PipeWireCapture::createSession() {
 bool PipeWireCapture::recordsSilence() const {
   return std::any_of(sessions_.begin(), sessions_.end(), [](const auto& weak) {
     const auto session = weak.lock();
-    return session != nullptr && session->isSilentSinceStart();
+    return session != nullptr && session->isSilent();
   });
+}
+
+std::uint64_t PipeWireCapture::lost_frames() const {
+  std::uint64_t frames = 0;
+  for (const auto& weak : sessions_) {
+    if (const auto session = weak.lock()) frames += session->lost_frames();
+  }
+  return frames;
+}
+
+std::uint32_t PipeWireCapture::runningRate_Hz(const std::string& uniqueID) const {
+  std::uint32_t rate_Hz = 0;
+  for (const auto& weak : sessions_) {
+    if (const auto session = weak.lock()) {
+      rate_Hz = std::max(rate_Hz, session->runningRate_Hz(uniqueID));
+    }
+  }
+  return rate_Hz;
 }
 
 void PipeWireCapture::failRecording(const std::string& message) {

@@ -26,12 +26,12 @@ class CaptureRuns {
   CaptureRuns(const CaptureRuns&) = delete;
   CaptureRuns& operator=(const CaptureRuns&) = delete;
 
+  // Throws what the run's constructor throws.
   std::shared_ptr<CaptureRun> start(CaptureSource source, CaptureRun::Events events);
 
  private:
   PendingWork& work_;
-  std::shared_ptr<CaptureRun::MonitorPause> monitorPause_ =
-      std::make_shared<CaptureRun::MonitorPause>();
+  std::shared_ptr<SourceRest> rest_ = std::make_shared<SourceRest>();
   std::vector<std::shared_ptr<CaptureRun>> runs_;
 };
 
@@ -75,9 +75,12 @@ class PipeWireCapture : public platform::Capture {
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
   std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
 
-  // A session runs whose device has sent nothing but digital silence since its start. Monitoring
-  // sessions do not count.
+  // What a session records has been digital silence for long. Monitoring sessions do not count.
   [[nodiscard]] bool recordsSilence() const;
+  // Frames that what is being recorded has lost; silence stands in their place.
+  [[nodiscard]] std::uint64_t lost_frames() const;
+  // The rate at which the device with that id is being recorded, Hz; 0 when it is not.
+  [[nodiscard]] std::uint32_t runningRate_Hz(const std::string& uniqueID) const;
   // Ends what is being recorded with a runtime error. What has been captured by then is still
   // written.
   void failRecording(const std::string& message);

@@ -2,6 +2,7 @@
 
 #include <pipewire/pipewire.h>
 #include <spa/buffer/buffer.h>
+#include <spa/node/io.h>
 #include <spa/param/audio/format-utils.h>
 
 #include <algorithm>
@@ -149,6 +150,20 @@ void StreamConnection::connectStream() {
   const pw_direction direction = request_.isPlaying ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT;
   const int result = pw_stream_connect(stream_, direction, PW_ID_ANY, flags, &format, 1);
   if (result < 0) stateChanged(PW_STREAM_STATE_ERROR, strerror(-result));
+}
+
+void StreamConnection::ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes) {
+  if (id != SPA_IO_Position) return;
+  const void* now = size_bytes >= sizeof(spa_io_position) ? area : nullptr;
+  // Waits for the data thread, so that it has let go of the old area when that is unmapped.
+  pw_data_loop_invoke(pw_context_get_data_loop(context_), takePosition, 0, &now, sizeof now, true,
+                      this);
+}
+
+int StreamConnection::takePosition(spa_loop*, bool, std::uint32_t, const void* data, std::size_t,
+                                   void* self) {
+  std::memcpy(&static_cast<StreamConnection*>(self)->position_, data, sizeof(void*));
+  return 0;
 }
 
 void StreamConnection::disconnect() {

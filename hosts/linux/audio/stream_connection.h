@@ -3,6 +3,7 @@
 #include <spa/utils/hook.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -16,6 +17,8 @@ struct pw_registry;
 struct pw_stream;
 struct spa_buffer;
 struct spa_dict;
+struct spa_io_position;
+struct spa_loop;
 
 namespace linux_host {
 
@@ -64,8 +67,9 @@ class StreamConnection {
   virtual void process() = 0;
   // Before the first cycle.
   virtual void willStream() {}
-  // A memory area of the daemon's (enum spa_io_type) came, or went when `area` is null.
-  virtual void ioChanged(std::uint32_t, void* /*area*/, std::uint32_t /*size_bytes*/) {}
+  // The graph's clock; null before the stream has a place in the graph. REAL-TIME: on the stream's
+  // data thread, valid during process().
+  [[nodiscard]] const spa_io_position* position() const { return position_; }
 
   // Returns when the last cycle is over. To be called by the destructor of whoever overrides
   // process().
@@ -74,7 +78,6 @@ class StreamConnection {
   [[nodiscard]] std::uint32_t channels() const {
     return static_cast<std::uint32_t>(request_.positions.size());
   }
-  [[nodiscard]] pw_context* context() const { return context_; }
   [[nodiscard]] pw_stream* stream() const { return stream_; }
 
  private:
@@ -86,6 +89,10 @@ class StreamConnection {
   void connectStream();
   void fail(const std::string& message);
   void stateChanged(int state, const char* error);
+  // A memory area of the daemon's (enum spa_io_type) came, or went when `area` is null.
+  void ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes);
+  static int takePosition(spa_loop* loop, bool async, std::uint32_t sequence, const void* data,
+                          std::size_t size_bytes, void* self);
 
   const StreamRequest request_;
   const std::function<void(const std::string&)> onFailed_;
@@ -98,6 +105,7 @@ class StreamConnection {
   spa_hook coreListener_{};
   spa_hook registryListener_{};
   spa_hook streamListener_{};
+  const spa_io_position* position_ = nullptr;  // the data thread's
 };
 
 using StreamPlanes = std::array<float*, kMostStreamChannels>;

@@ -5,7 +5,6 @@
 #include <spa/node/io.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "hosts/linux/audio/stream_connection.h"
@@ -59,35 +58,17 @@ struct DeviceStream::Remote final : StreamConnection {
       : StreamConnection(requestFor(direction, target), std::move(ended)), client(callback) {}
   ~Remote() override { disconnect(); }
 
-  void ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes) override;
   // REAL-TIME (all below): on the stream's data thread.
-  static int takePosition(spa_loop* loop, bool async, std::uint32_t sequence, const void* data,
-                          std::size_t size_bytes, void* self);
   void process() override;
   void record(const GraphCycle& cycle);
   void play(const GraphCycle& cycle);
 
   Client& client;
-  const spa_io_position* position = nullptr;  // the data thread's
 };
 
-void DeviceStream::Remote::ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes) {
-  if (id != SPA_IO_Position) return;
-  const void* now = size_bytes >= sizeof(spa_io_position) ? area : nullptr;
-  // Waits for the data thread, so that it has let go of the old area when that is unmapped.
-  pw_data_loop_invoke(pw_context_get_data_loop(context()), takePosition, 0, &now, sizeof now, true,
-                      this);
-}
-
-int DeviceStream::Remote::takePosition(spa_loop*, bool, std::uint32_t, const void* data,
-                                       std::size_t, void* self) {
-  std::memcpy(&static_cast<Remote*>(self)->position, data, sizeof(void*));
-  return 0;
-}
-
 void DeviceStream::Remote::process() {
-  if (position == nullptr) return;
-  const spa_io_clock& clock = position->clock;
+  if (position() == nullptr) return;
+  const spa_io_clock& clock = position()->clock;
   if (clock.rate.num == 0 || clock.rate.denom == 0 || clock.duration == 0) return;
   const GraphCycle cycle{clock.nsec, clock.id, clock.duration,
                          static_cast<double>(clock.rate.denom) / clock.rate.num};

@@ -134,6 +134,8 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       coreLoop_.release();
     }
   });
+  audioHardware_.setRunningRate(
+      [this](const std::string& uid) { return capture_.runningRate_Hz(uid); });
   embeddedSuite_.addObserver(toolObject_);
   embeddedSuite_.addObserver(loginSession_);
   embeddedSuite_.addObserver(sessionClient_);
@@ -180,8 +182,8 @@ void LinuxHost::reportMissingTray(bool present) {
 void LinuxHost::reportSilence(bool silent) {
   if (silent) {
     logMessage(LogLevel::kWarning,
-               "No sound is coming in: the source has sent only silence since the recording "
-               "started. Look whether it is the right one, switched on and not muted.");
+               "No sound is coming in: what is recorded has been silent for several seconds. Look "
+               "whether the source is the right one, switched on and not muted.");
   }
   silenceRemark_ = silent ? bundle_->localizedString("No sound is coming in.") : "";
   refreshRemark();
@@ -305,7 +307,9 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   remote->setOnStateChange([this, weak = std::weak_ptr(remote)] {
     if (const auto control = weak.lock()) showSession(*control);
   });
-  router_.attach(delegate, std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_),
+  router_.attach(delegate,
+                 std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_,
+                                                    [this] { return capture_.lost_frames(); }),
                  suite::kToolIdentifier);
   delegate.reset();
   if (launch.startedByBus) {

@@ -53,6 +53,9 @@ std::vector<std::string> RecordingWatch::trueKeys() const {
 platform::Dictionary FindingsInStatus::status() const {
   platform::Dictionary status = control_->status();
   for (const std::string& key : watch_.trueKeys()) status[key] = true;
+  if (const std::uint64_t lost_frames = lost_frames_(); lost_frames > 0) {
+    status["lostFrames"] = static_cast<std::int64_t>(lost_frames);
+  }
   return status;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -53,12 +54,13 @@ class RecordingWatch : public suite::ToolDataObserver {
   platform::TimerPtr timer_;  // null while nothing is recorded
 };
 
-// Adds what the watch has found to the status. Main thread.
+// Adds what the watch has found to the status, and how much sound was lost. Main thread.
 class FindingsInStatus : public platform::RemoteControl {
  public:
-  // The watch outlives it.
-  FindingsInStatus(std::shared_ptr<platform::RemoteControl> control, const RecordingWatch& watch)
-      : control_(std::move(control)), watch_(watch) {}
+  // The watch outlives it. `lost_frames`: of what is being recorded.
+  FindingsInStatus(std::shared_ptr<platform::RemoteControl> control, const RecordingWatch& watch,
+                   std::function<std::uint64_t()> lost_frames)
+      : control_(std::move(control)), watch_(watch), lost_frames_(std::move(lost_frames)) {}
 
   bool stop() override { return control_->stop(); }
   bool cancel() override { return control_->cancel(); }
@@ -70,6 +72,7 @@ class FindingsInStatus : public platform::RemoteControl {
  private:
   const std::shared_ptr<platform::RemoteControl> control_;
   const RecordingWatch& watch_;
+  const std::function<std::uint64_t()> lost_frames_;
 };
 
 }  // namespace linux_host

@@ -251,6 +251,25 @@ TEST_F(ConnectedHardwareTest, ScalarsThatDoNotFitAreRefusedAndLeaveTheValueAlone
             kAudioHardwareBadPropertySizeError);
 }
 
+TEST_F(ConnectedHardwareTest, ActualRateOfADeviceThatIsRecordedIsThatOfItsStream) {
+  control.createMicrophone("mic.a");
+  control.createMicrophone("mic.b");
+  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.b") != 0; }));
+  // The graph has gone over to another rate since the stream was made.
+  hardware.setRunningRate([](const std::string& uid) { return uid == "mic.a" ? 44100U : 0U; });
+  const auto rateOf = [&](const char* name, std::uint32_t selector) {
+    double rate = 0;
+    std::uint32_t size = sizeof rate;
+    EXPECT_EQ(hardware.AudioObjectGetPropertyData(read.deviceWithUID(name), input(selector), 0,
+                                                  nullptr, &size, &rate),
+              noErr);
+    return rate;
+  };
+  EXPECT_EQ(rateOf("mic.a", kAudioDevicePropertyActualSampleRate), 44100);
+  EXPECT_EQ(rateOf("mic.a", kAudioDevicePropertyNominalSampleRate), 48000);
+  EXPECT_EQ(rateOf("mic.b", kAudioDevicePropertyActualSampleRate), 48000);
+}
+
 TEST_F(ConnectedHardwareTest, RatesAndSizesAreThoseOfTheGraph) {
   control.createMicrophone("mic.a");
   control.createMicrophone("mic.44", {{"audio.rate", "44100"}});

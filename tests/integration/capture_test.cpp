@@ -491,8 +491,13 @@ class ChangingCyclesTest : public CaptureFixture {
   std::unique_ptr<test_support::ChildProcess> player;
 };
 
+// Without the rest every second recording is silent. On a machine with ten times more to do than it
+// can, one of some hundred still was: the sound server itself then gets to run too late.
 TEST_F(ChangingCyclesTest, NoRecordingThatFollowsAtOnceIsSilent) {
-  EXPECT_THAT(silentRounds(50, 0ms), ElementsAre());
+  repeatOnSlowMachine([&]() -> std::string {
+    const std::vector<int> silent = silentRounds(50, 0ms);
+    return silent.empty() ? "" : std::to_string(silent.size()) + " of 50 are silent";
+  });
 }
 
 TEST_F(ChangingCyclesTest, NoRecordingThatFollowsSoonIsSilent) {

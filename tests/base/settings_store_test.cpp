@@ -266,9 +266,7 @@ TEST_F(DefaultsTest, WhatOthersWriteInsideADictionaryMeanwhileIsKept) {
   base_test::write(file(), R"({"QuickLook": {"A.app": {"x": 2}, "B.app": {"z": 3},
       "Mine.app": {"Quality": 0, "y": 2, "new": 4}}})");
   Dictionary slots = *defaults.dictionaryForKey("QuickLook");
-  Dictionary mine = *slots["Mine.app"].as<Dictionary>();
-  mine["Quality"] = 2;
-  slots["Mine.app"] = mine;
+  slots["Mine.app"] = Dictionary{{"Quality", 2}, {"y", 1}};
   defaults.setObject(slots, "QuickLook");
   ASSERT_TRUE(defaults.synchronize());
   EXPECT_EQ(Json::parse(contentsOf(file())),

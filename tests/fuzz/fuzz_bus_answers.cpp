@@ -212,15 +212,18 @@ void sessionManager(const ScriptPtr& script) {
 void login(const ScriptPtr& script) {
   World& world = World::instance();
   long shutdowns = 0;
-  linux_host::LoginSession session("Audio recording", [&] { ++shutdowns; });
+  long logouts = 0;
+  linux_host::LoginSession session(
+      "Audio recording", [&] { ++shutdowns; }, [&] { ++logouts; });
   session.toolDataDidChange(kRecording);
-  constexpr int kLocks = 2;
-  while (world.bus.calls() < kLocks) g_main_context_iteration(nullptr, TRUE);
+  constexpr int kCalls = 3;  // two locks, and the name of the session
+  while (world.bus.calls() < kCalls) g_main_context_iteration(nullptr, TRUE);
   settle(world.system());
   playRest(world.system());
   session.toolDataDidChange(kAtRest);
   session.releaseShutdown();
   expect(shutdowns <= script->count("PrepareForShutdown", "(b)"), "a shutdown that was told");
+  expect(logouts <= script->count("SessionRemoved", "(so)"), "a log-out that was told");
 }
 
 void polkit(const ScriptPtr& script) {

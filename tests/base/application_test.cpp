@@ -291,6 +291,34 @@ TEST_F(ApplicationTest, UnknownActionsAndNothingToStopAreSaid) {
                                    RequestResult::kNothingToDo));
 }
 
+TEST_F(ApplicationTest, AClickThatFindsNothingToStopIsTold) {
+  int told = 0;
+  router_.setOnNothingRecorded([&] { ++told; });
+  router_.launch({});
+  router_.action("stop", [](RequestResult) {});
+  EXPECT_EQ(told, 0) << "a script knows by its exit status";
+  router_.useActivationToken("leave");
+  router_.action("cancel", [](RequestResult) {});
+  EXPECT_EQ(told, 1);
+  router_.useActivationToken("leave");
+  router_.activate();
+  router_.action("stop", [](RequestResult) {});
+  EXPECT_EQ(told, 1) << "the click was another";
+}
+
+TEST_F(ApplicationTest, StartedToStopSomethingItTellsThatThereIsNothing) {
+  int told = 0;
+  router_.setOnNothingRecorded([&] { ++told; });
+  router_.launchOnFirstRequest();
+  std::optional<RequestResult> result;
+  router_.action("stop", [&](RequestResult done) { result = done; });
+  EXPECT_EQ(result, RequestResult::kNothingToDo);
+  EXPECT_EQ(told, 1);
+  EXPECT_FALSE(application_.hasTerminated()) << "what it told would go with it";
+  router_.action("quit", [](RequestResult) {});
+  EXPECT_TRUE(application_.hasTerminated());
+}
+
 TEST(IconsTest, KnowsTheProgramsPicturesAndNoOthers) {
   for (const char* name : {"ActiveIcon.icns", "KorvelIconOn", "MenuIconOn", "MenuIcon",
                            platform::kImageNameApplicationIcon}) {

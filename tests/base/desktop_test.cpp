@@ -4,6 +4,7 @@
 #include <csignal>
 #include <map>
 
+#include "hosts/linux/base/activation_tokens.h"
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/workspace/workspace.h"
 #include "tests/base/fake_service.h"
@@ -43,6 +44,21 @@ TEST_F(WorkspaceTest, RevealsFilesInTheFileManager) {
   EXPECT_THAT(manager.calls, ElementsAre("ShowItems(['file:///out/a%20b.mp3'], '')"));
 }
 
+TEST_F(WorkspaceTest, TheLeaveToBringAWindowForwardGoesToTheFileManager) {
+  FakeService manager(daemon_.address(), "org.freedesktop.FileManager1",
+                      "/org/freedesktop/FileManager1", kFileManagerXml,
+                      [](const std::string&, const std::string&) { return g_variant_new("()"); });
+  ActivationTokens tokens;
+  DesktopWorkspace workspace(
+      bus_.get(), [](const platform::ImagePtr&) { return ""; }, [&] { return tokens.take(); });
+  tokens.give("leave");
+  workspace.activateFileViewerSelectingURLs({"file:///out/a.mp3"});
+  workspace.activateFileViewerSelectingURLs({"file:///out/a.mp3"});
+  iterateUntil([&] { return manager.calls.size() == 2; });
+  EXPECT_THAT(manager.calls, ElementsAre("ShowItems(['file:///out/a.mp3'], 'leave')",
+                                         "ShowItems(['file:///out/a.mp3'], '')"));
+}
+
 constexpr const char* kPortalXml = R"(<node><interface name="org.freedesktop.portal.OpenURI">
   <method name="OpenFile"><arg type="s" direction="in"/><arg type="h" direction="in"/>
     <arg type="a{sv}" direction="in"/><arg type="o" direction="out"/></method>
@@ -65,6 +81,19 @@ TEST_F(WorkspaceTest, OpensFilesAndAddressesByThePortal) {
   iterateUntil([&] { return portal.calls.size() == 2; });
   EXPECT_THAT(portal.calls[0], testing::StartsWith("OpenFile('', 0"));
   EXPECT_THAT(portal.calls[1], testing::StartsWith("OpenURI('', 'https://example.org/'"));
+}
+
+TEST_F(WorkspaceTest, TheLeaveToBringAWindowForwardGoesToThePortal) {
+  FakeService portal(
+      daemon_.address(), "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+      kPortalXml,
+      [](const std::string&, const std::string&) { return g_variant_new("(o)", "/request"); });
+  DesktopWorkspace workspace(
+      bus_.get(), [](const platform::ImagePtr&) { return ""; },
+      [] { return std::string("leave"); });
+  EXPECT_TRUE(workspace.openURL("https://example.org/"));
+  iterateUntil([&] { return !portal.calls.empty(); });
+  EXPECT_THAT(portal.calls[0], HasSubstr("{'activation_token': <'leave'>}"));
 }
 
 // A desktop whose default application for what is opened writes its argument into a file.
@@ -134,6 +163,32 @@ TEST(PrivacySettingsTest, AreThoseOfTheDesktopElseOfWhatIsInstalled) {
 }
 
 using ToolObjectTest = DesktopTest;
+
+// What the launching desktop sends along reaches whoever shows the window.
+TEST_F(ToolObjectTest, TheLeaveToBringAWindowForwardComesAheadOfTheRequest) {
+  class Recorded : public NoRequests {
+   public:
+    void useActivationToken(const std::string& token) override { said.push_back(token); }
+    void activate() override { said.emplace_back("activate"); }
+    void open(const std::vector<std::string>&) override { said.emplace_back("open"); }
+    std::vector<std::string> said;
+  } requests;
+  ToolObject object(requests);
+  const ConnectionPtr server = connected(daemon_.address());
+  std::string error;
+  ASSERT_TRUE(object.exportOn(server.get(), &error)) << error;
+  const auto call = [&](const char* method, const char* arguments) {
+    g_dbus_connection_call(bus_.get(), g_dbus_connection_get_unique_name(server.get()), kObjectPath,
+                           kApplicationInterface, method, g_variant_new_parsed(arguments, nullptr),
+                           nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr, nullptr);
+  };
+  call("Activate", "({'activation-token': <'new'>, 'desktop-startup-id': <'old'>},)");
+  call("Open", "(@as [], {'desktop-startup-id': <'old'>, 'activation-token': <''>})");
+  call("Activate", "({'activation-token': <7>},)");
+  call("Activate", "(@a{sv} {},)");
+  iterateUntil([&] { return requests.said.size() == 6; });
+  EXPECT_THAT(requests.said, ElementsAre("new", "activate", "old", "open", "activate", "activate"));
+}
 
 TEST_F(ToolObjectTest, PropertiesFollowTheToolAndChangesAreAnnounced) {
   NoRequests requests;

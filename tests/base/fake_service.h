@@ -35,8 +35,8 @@ class FakeService {
       : connection_(connected(address)), name_(std::move(name)), answer_(std::move(answer)) {
     static const GDBusInterfaceVTable kCalls = {&FakeService::onCall, nullptr, nullptr, {}};
     GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml, nullptr);
-    g_dbus_connection_register_object(connection_.get(), path, node->interfaces[0], &kCalls, this,
-                                      nullptr, nullptr);
+    registration_ = g_dbus_connection_register_object(connection_.get(), path, node->interfaces[0],
+                                                      &kCalls, this, nullptr, nullptr);
     g_dbus_node_info_unref(node);
     const VariantPtr owned(g_dbus_connection_call_sync(
         connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -44,7 +44,11 @@ class FakeService {
         5000, nullptr, nullptr));
     EXPECT_NE(owned, nullptr);
   }
-  ~FakeService() { g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr); }
+  ~FakeService() {
+    // A call that is on its way finds nobody.
+    g_dbus_connection_unregister_object(connection_.get(), registration_);
+    g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
+  }
   FakeService(const FakeService&) = delete;
   FakeService& operator=(const FakeService&) = delete;
 
@@ -74,6 +78,7 @@ class FakeService {
 
   ConnectionPtr connection_;
   const std::string name_;
+  guint registration_ = 0;
   const Answer answer_;
 };
 

@@ -103,7 +103,9 @@ class NotificationTest : public DesktopTest {
   std::unique_ptr<FakeService> server_;
   LinuxBundle bundle_{"/nonexistent/RecordAudio.app", nullptr};
   std::shared_ptr<Delegate> delegate_ = std::make_shared<Delegate>();
-  DesktopNotificationCenter center_{bus_.get(), bundle_};
+  std::vector<std::string> tokens_;
+  DesktopNotificationCenter center_{bus_.get(), bundle_,
+                                    [this](const std::string& token) { tokens_.push_back(token); }};
 };
 
 TEST_F(NotificationTest, IsShownWithItsButtonSoundAndHints) {
@@ -221,6 +223,16 @@ TEST_F(NotificationTest, BodyAndButtonReachTheDelegateAsLongAsItIsShown) {
   EXPECT_EQ(callsOf("CloseNotification"), 0) << "the user closed it";
 }
 
+TEST_F(NotificationTest, TheLeaveToBringAWindowForwardComesAheadOfTheClick) {
+  serve({"actions", "body"});
+  deliverAndWait(saved());
+  server_->emit(kNotificationsPath, "ActivationToken", g_variant_new("(us)", 99U, "another's"));
+  server_->emit(kNotificationsPath, "ActivationToken", g_variant_new("(us)", 7U, "leave"));
+  server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "default"));
+  iterateUntil([&] { return delegate_->activations.size() == 1; });
+  EXPECT_THAT(tokens_, ElementsAre("leave"));
+}
+
 TEST_F(NotificationTest, SignalsWithOtherArgumentsAreIgnored) {
   const GlibFaults faults;
   serve({"actions", "body"});
@@ -232,6 +244,7 @@ TEST_F(NotificationTest, SignalsWithOtherArgumentsAreIgnored) {
   emit("NotificationClosed", g_variant_new("(u)", 7U));
   emit("ActionInvoked", g_variant_new("(uu)", 7U, 1U));
   emit("ActionInvoked", nullptr);
+  emit("ActivationToken", g_variant_new("(uu)", 7U, 1U));
   settle();
   EXPECT_THAT(delegate_->activations, IsEmpty());
   emit("ActionInvoked", g_variant_new("(us)", 7U, "default"));

@@ -430,6 +430,14 @@ TEST_F(TrayIconTest, AClickIsAClickOnTheDockIconAndOtherButtonsAreNot) {
   EXPECT_THAT(requests_.received, ElementsAre("activate"));
 }
 
+TEST_F(TrayIconTest, TheLeaveToBringAWindowForwardComesAheadOfTheClick) {
+  show();
+  call(client_.get(), itemName(), kItemPath, kItem, "ProvideXdgActivationToken",
+       g_variant_new("(s)", "leave"));
+  call(client_.get(), itemName(), kItemPath, kItem, "Activate", g_variant_new("(ii)", 0, 0));
+  EXPECT_THAT(requests_.received, ElementsAre("token leave", "activate"));
+}
+
 TEST_F(TrayIconTest, RegistersWithATrayThatIsThere) {
   Watcher watcher(connectAgain());
   ASSERT_TRUE(runUntil([&] { return !trays_.empty() && trays_.back(); }));

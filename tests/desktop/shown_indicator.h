@@ -11,6 +11,9 @@ namespace desktop_test {
 // Keeps what the tray asks for.
 class RecordedRequests : public linux_host::Requests {
  public:
+  void useActivationToken(const std::string& token) override {
+    received.push_back("token " + token);
+  }
   void activate() override { received.emplace_back("activate"); }
   void open(const std::vector<std::string>& paths) override {
     received.push_back("open " + paths.front());

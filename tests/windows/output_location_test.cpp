@@ -1,4 +1,5 @@
 #include <QDir>
+#include <QFile>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -83,6 +84,36 @@ TEST_F(OutputLocationTest, ShowsTheFolderWithAnIcon) {
   EXPECT_FALSE(button().icon().isNull());
   EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(*services().folder));
   EXPECT_FALSE(button().toolTip().contains(QStringLiteral("<b>")));
+}
+
+// A theme's drawings for light windows, in a dark one.
+TEST_F(OutputLocationTest, TheIconIsSeenOnADarkButton) {
+  const QString folder = root_.filePath(QStringLiteral("theme/trial/16/places"));
+  ASSERT_TRUE(QDir().mkpath(folder));
+  QFile index(root_.filePath(QStringLiteral("theme/trial/index.theme")));
+  ASSERT_TRUE(index.open(QIODevice::WriteOnly));
+  index.write("[Icon Theme]\nName=trial\nDirectories=16/places\n[16/places]\nSize=16\n");
+  index.close();
+  QImage drawing(16, 16, QImage::Format_ARGB32);
+  drawing.fill(QColor(0x23, 0x26, 0x29));
+  ASSERT_TRUE(drawing.save(folder + QStringLiteral("/folder.png")));
+  const QString theme = QIcon::themeName();
+  const QStringList paths = QIcon::themeSearchPaths();
+  QIcon::setThemeSearchPaths({root_.filePath(QStringLiteral("theme"))});
+  QIcon::setThemeName(QStringLiteral("trial"));
+
+  const auto iconOn = [this](const QColor& background, const QColor& text) {
+    QPalette palette;
+    palette.setColor(QPalette::Button, background);
+    palette.setColor(QPalette::ButtonText, text);
+    button().setPalette(palette);
+    port_->updateState();
+    return button().icon().pixmap(16, 16).toImage().pixelColor(8, 8).lightness();
+  };
+  EXPECT_GT(iconOn(QColor(0x31, 0x36, 0x3b), Qt::white), 200);
+  EXPECT_LT(iconOn(QColor(0xef, 0xf0, 0xf1), Qt::red), 50);
+  QIcon::setThemeSearchPaths(paths);
+  QIcon::setThemeName(theme);
 }
 
 TEST_F(OutputLocationTest, ShortensALongPathInTheMiddleAndKeepsTheWindowsSize) {

@@ -90,6 +90,7 @@ void RequestRouter::whenRunning(std::function<void()> request) {
 }
 
 void RequestRouter::activate() {
+  isClick_ = false;
   if (phase_ == Phase::kAwaitingFirst) {
     launch({});
     return;
@@ -104,6 +105,7 @@ void RequestRouter::activate() {
 }
 
 void RequestRouter::open(const std::vector<std::string>& paths) {
+  isClick_ = false;
   if (phase_ == Phase::kAwaitingFirst) {
     launch(paths);
     return;
@@ -128,9 +130,16 @@ void RequestRouter::action(const std::string& name, std::function<void(RequestRe
     done(RequestResult::kUnknown);
     return;
   }
-  if (phase_ == Phase::kAwaitingFirst && name != "preferences") {
-    done(name == "quit" ? RequestResult::kDone : RequestResult::kNothingToDo);
+  const bool isClick = std::exchange(isClick_, false);
+  if (phase_ == Phase::kAwaitingFirst && name == "quit") {
+    done(RequestResult::kDone);
     endUnlaunched();
+    return;
+  }
+  if (phase_ == Phase::kAwaitingFirst && name != "preferences") {
+    done(RequestResult::kNothingToDo);
+    // The process stays as long as it would wait anyway, and what it tells with it.
+    onNothingRecorded_();
     return;
   }
   if (name == "preferences") {
@@ -142,7 +151,12 @@ void RequestRouter::action(const std::string& name, std::function<void(RequestRe
       application_.terminate();
     });
   } else {
-    whenRunning([this, saving = name == "stop", done = std::move(done)] { end(saving, done); });
+    whenRunning([this, saving = name == "stop", isClick, done = std::move(done)] {
+      end(saving, [this, isClick, done](RequestResult result) {
+        done(result);
+        if (isClick && result == RequestResult::kNothingToDo) onNothingRecorded_();
+      });
+    });
   }
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/application/linux_application.h"
@@ -32,15 +33,26 @@ class RequestRouter : public Requests {
   void setWindows(std::function<bool()> areVisible, std::function<bool()> isAlertShowing,
                   std::function<void()> raise);
 
+  // Tells the user that a click on "Stop" or "Cancel" in a launcher found nothing to end.
+  void setOnNothingRecorded(std::function<void()> tell) { onNothingRecorded_ = std::move(tell); }
+  // Gets the desktop's leave to bring a window forward, ahead of the request it came with.
+  void setOnActivationToken(std::function<void(const std::string& token)> use) {
+    onActivationToken_ = std::move(use);
+  }
+
   // Launches the application at once.
   void launch(const std::vector<std::string>& pathsToOpen);
   // Launches it with the first request, which a start by the bus brings along: Activate is the
-  // launch itself, Open comes before its end. Stop, cancel and quit, or no request at all, end the
-  // program without one.
+  // launch itself, Open comes before its end. Quit, or no request at all, ends the program without
+  // one; so do stop and cancel, when the user has been told that nothing is recorded.
   void launchOnFirstRequest();
   // Lets go of the delegate and answers those who still wait; after the writers have ended.
   void finish();
 
+  void useActivationToken(const std::string& token) override {
+    isClick_ = true;
+    onActivationToken_(token);
+  }
   void activate() override;
   void open(const std::vector<std::string>& paths) override;
   void action(const std::string& name, std::function<void(RequestResult)> done) override;
@@ -68,6 +80,10 @@ class RequestRouter : public Requests {
   std::function<bool()> areWindowsVisible_ = [] { return false; };
   std::function<bool()> isAlertShowing_ = [] { return false; };
   std::function<void()> raiseWindows_ = [] {};
+  std::function<void(const std::string& token)> onActivationToken_ = [](const std::string&) {};
+  std::function<void()> onNothingRecorded_ = [] {};
+  // Whether the request that follows comes from a click in the desktop, not from a script.
+  bool isClick_ = false;
   Phase phase_ = Phase::kBefore;
   platform::TimerPtr firstRequestTimer_;
   std::vector<std::function<void()>> waiting_;

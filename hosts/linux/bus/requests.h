@@ -14,6 +14,8 @@ enum class RequestResult { kDone, kNothingToDo, kUnknown };
 class Requests {
  public:
   virtual ~Requests() = default;
+  // The desktop's leave to bring a window forward, ahead of the request that may show one.
+  virtual void useActivationToken(const std::string& token) { (void)token; }
   // The program was started again without arguments, or clicked in a dock.
   virtual void activate() = 0;
   // Paths, or whatever else the caller gave instead of one.

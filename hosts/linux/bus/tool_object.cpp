@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <utility>
 
 #include "platform/file_url.h"
@@ -60,6 +61,19 @@ std::string pathOf(const std::string& uri) {
 GVariant* textVariant(const std::string& text) {
   return g_variant_new_take_string(
       g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+}
+
+// What the launching desktop sent along, in the last argument of those methods that have it.
+std::optional<std::string> activationTokenIn(GVariant* parameters) {
+  const gsize count = g_variant_n_children(parameters);
+  if (count == 0) return std::nullopt;
+  const VariantPtr data(g_variant_get_child_value(parameters, count - 1));
+  if (!g_variant_is_of_type(data.get(), G_VARIANT_TYPE_VARDICT)) return std::nullopt;
+  for (const char* key : {"activation-token", "desktop-startup-id"}) {
+    const gchar* token = nullptr;
+    if (g_variant_lookup(data.get(), key, "&s", &token) && *token != '\0') return token;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -123,6 +137,7 @@ void ToolObject::onMethodCall(GDBusConnection*, const gchar*, const gchar*, cons
 // The interfaces' method names do not overlap, and GDBus lets no other ones through.
 void ToolObject::call(const std::string& method, GVariant* parameters,
                       GDBusMethodInvocation* invocation) {
+  if (const auto token = activationTokenIn(parameters)) requests_.useActivationToken(*token);
   if (method == "Activate") {
     answer(invocation);
     requests_.activate();

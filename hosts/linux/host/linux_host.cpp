@@ -83,10 +83,13 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
            dispatch_.pendingWork(), fileManager_.openFiles(), m4aWriters_, permission_}),
       authorization_(systemBus_),
       appleEvents_(systemBus_),
-      userNotifications_(sessionBus_.connection(), *bundle_),
-      workspace_(sessionBus_.connection(),
-                 [this](const platform::ImagePtr& image) { return icons_.file(image); }),
-      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_),
+      userNotifications_(sessionBus_.connection(), *bundle_,
+                         [this](const std::string& token) { activationTokens_.give(token); }),
+      workspace_(
+          sessionBus_.connection(),
+          [this](const platform::ImagePtr& image) { return icons_.file(image); },
+          [this] { return activationTokens_.take(); }),
+      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_, activationTokens_),
       windows_(windowsServices_, M4aWriterFactory::defaultFolders()),
       application_(mainLoop_),
       ports_{
@@ -123,6 +126,12 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
   router_.setWindows([this] { return windows_.hasVisibleWindows(); },
                      [this] { return windows_.isAlertShowing(); },
                      [this] { windows_.raiseWindows(); });
+  router_.setOnNothingRecorded([this] {
+    const auto notification = std::make_shared<platform::UserNotification>();
+    notification->informativeText = bundle_->localizedString("Nothing is being recorded.");
+    userNotifications_.deliverNotification(notification);
+  });
+  router_.setOnActivationToken([this](const std::string& token) { activationTokens_.give(token); });
   application_.setOnActivate([this] { windows_.raiseWindows(); });
   application_.setAlerts({[this] { return windows_.isAlertShowing(); },
                           [this] { windows_.dismissAlerts(); },
@@ -148,6 +157,7 @@ LinuxHost::~LinuxHost() = default;
 std::optional<int> LinuxHost::becomeInstance(const std::vector<std::string>& uris) {
   switch (claimOrHandOver(instance_, toolObject_, uris)) {
     case HandOver::kBecameInstance:
+      activationTokens_.giveFromEnvironment();
       return std::nullopt;
     case HandOver::kDelivered:
       return kExitDone;
@@ -167,12 +177,17 @@ void LinuxHost::showInDesktop() {
     return;
   }
   indicator_ = std::make_unique<Indicator>(bus, router_, *bundle_, icons_.themeRoot(),
-                                           [this](bool present) { reportMissingTray(present); });
+                                           [this](bool present) { trayDidChange(present); });
+  recordingNotice_ = std::make_unique<RecordingNotice>(bus, router_, *bundle_);
   application_.addIndicatorObserver(*indicator_);
   embeddedSuite_.addObserver(*indicator_);
+  embeddedSuite_.addObserver(*recordingNotice_);
 }
 
-void LinuxHost::reportMissingTray(bool present) {
+void LinuxHost::trayDidChange(bool present) {
+  recordingNotice_->setNeeded(!present);
+  userNotifications_.setStartAdvice(
+      present ? "" : bundle_->localizedString("To stop, start Record Audio again."));
   if (present) return;
   logOnce(LogLevel::kWarning, "tray",
           "The desktop has no tray to show the recording in; start the program again, or use "
@@ -228,6 +243,7 @@ void LinuxHost::refreshRemark() {
     if (!remark->empty()) remarks += (remarks.empty() ? "" : "\n") + *remark;
   }
   indicator_->setRemark(remarks);
+  recordingNotice_->setRemark(remarks);
 }
 
 void LinuxHost::reportStall(bool stalled) {

@@ -18,6 +18,7 @@
 #include "hosts/linux/authorization/desktop_launch_services.h"
 #include "hosts/linux/authorization/login_apple_events.h"
 #include "hosts/linux/authorization/polkit_authorization.h"
+#include "hosts/linux/base/activation_tokens.h"
 #include "hosts/linux/base/bundle.h"
 #include "hosts/linux/base/date_formatter.h"
 #include "hosts/linux/base/dispatch.h"
@@ -33,6 +34,7 @@
 #include "hosts/linux/indicator/indicator.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
 #include "hosts/linux/notifications/notification_center.h"
+#include "hosts/linux/notifications/recording_notice.h"
 #include "hosts/linux/permission/desktop_permission.h"
 #include "hosts/linux/power/login_session.h"
 #include "hosts/linux/power/session_client.h"
@@ -65,11 +67,12 @@ class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
   HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus,
-                      MainLoop& loop)
+                      MainLoop& loop, ActivationTokens& activationTokens)
       : bundle_(bundle),
         storage_(storage),
         bus_(bus),
         loop_(loop),
+        activationTokens_(activationTokens),
         folderChooser_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
@@ -77,6 +80,7 @@ class HostWindowsServices : public WindowsServices {
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& folder, std::function<void(FolderChoice)> done) override;
+  std::string takeActivationToken() override { return activationTokens_.take(); }
   void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) override {
     loop_.runBy(std::move(step), std::move(endDialogs));
   }
@@ -87,6 +91,7 @@ class HostWindowsServices : public WindowsServices {
   suite::Storage& storage_;
   SessionBus& bus_;
   MainLoop& loop_;
+  ActivationTokens& activationTokens_;
   FolderChooser folderChooser_;
 };
 
@@ -125,7 +130,7 @@ class LinuxHost {
 
  private:
   void showInDesktop();
-  void reportMissingTray(bool present);
+  void trayDidChange(bool present);
   [[nodiscard]] std::vector<RecordingWatch::Finding> findings();
   void reportSilence(bool silent);
   void reportLowSpace(bool low);
@@ -151,6 +156,7 @@ class LinuxHost {
   // In the order in which they need each other.
   const std::string startupId_ = takeStartupId();
   const std::string executable_;
+  ActivationTokens activationTokens_;
   DeviceClockTable deviceClocks_;
   PipeWireConnection pipeWire_;
   MainLoop mainLoop_;
@@ -207,6 +213,7 @@ class LinuxHost {
   std::string folderRemark_;
   RecordingWatch recordingWatch_;
   std::unique_ptr<Indicator> indicator_;
+  std::unique_ptr<RecordingNotice> recordingNotice_;
 };
 
 }  // namespace linux_host

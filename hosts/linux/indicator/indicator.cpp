@@ -29,7 +29,8 @@ Indicator::Indicator(GDBusConnection* bus, Requests& requests, const platform::B
       iconName_(kApplicationId),
       item_(bus, "record-audio", strings.localizedString("Record Audio"),
             std::move(iconThemeFolder),
-            {[this] { requests_.activate(); }, [this](int id) { choose(id); }, std::move(onTray)}) {
+            {[this] { requests_.activate(); }, [this](int id) { choose(id); }, std::move(onTray),
+             [this](const std::string& token) { requests_.useActivationToken(token); }}) {
   refresh();
 }
 

@@ -41,6 +41,7 @@ constexpr const char* kItemIntrospection = R"xml(<node><interface name="org.kde.
 <method name="Activate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
 <method name="SecondaryActivate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
 <method name="Scroll"><arg type="i" direction="in"/><arg type="s" direction="in"/></method>
+<method name="ProvideXdgActivationToken"><arg type="s" direction="in"/></method>
 <signal name="NewTitle"/><signal name="NewIcon"/><signal name="NewAttentionIcon"/>
 <signal name="NewOverlayIcon"/><signal name="NewToolTip"/>
 <signal name="NewStatus"><arg type="s"/></signal>
@@ -228,10 +229,14 @@ void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
 }
 
 void StatusNotifierItem::onMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                                      const gchar* method, GVariant*,
+                                      const gchar* method, GVariant* parameters,
                                       GDBusMethodInvocation* invocation, gpointer self) {
   auto* item = static_cast<StatusNotifierItem*>(self);
   const bool click = std::string(method) == "Activate";
+  if (std::string(method) == "ProvideXdgActivationToken" && item->callbacks_.onActivationToken) {
+    const VariantPtr token(g_variant_get_child_value(parameters, 0));
+    item->callbacks_.onActivationToken(g_variant_get_string(token.get(), nullptr));
+  }
   // Answered first: what the click sets off may take the item away.
   g_dbus_method_invocation_return_value(invocation, nullptr);
   if (click) item->callbacks_.onActivate();

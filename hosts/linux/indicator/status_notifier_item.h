@@ -25,6 +25,8 @@ class StatusNotifierItem {
     std::function<void(int id)> onMenuChoice;  // an entry of the menu
     // Whether there is a tray; called when the first answer is known and at every change.
     std::function<void(bool present)> onTray;
+    // The desktop's leave to bring a window forward, ahead of a click or a choice.
+    std::function<void(const std::string& token)> onActivationToken;
   };
 
   // `connection` outlives the item. `iconThemeFolder`: where the program's own icons lie

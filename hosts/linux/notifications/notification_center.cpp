@@ -89,11 +89,15 @@ struct DesktopNotificationCenter::Answered {
   VariantPtr value;
 };
 
-DesktopNotificationCenter::DesktopNotificationCenter(GDBusConnection* bus,
-                                                     const platform::Bundle& bundle)
-    : bus_(bus), bundle_(bundle), self_(std::make_shared<DesktopNotificationCenter*>(this)) {
+DesktopNotificationCenter::DesktopNotificationCenter(
+    GDBusConnection* bus, const platform::Bundle& bundle,
+    std::function<void(const std::string& token)> onToken)
+    : bus_(bus),
+      bundle_(bundle),
+      self_(std::make_shared<DesktopNotificationCenter*>(this)),
+      onToken_(std::move(onToken)) {
   if (bus_ == nullptr) return;
-  for (const char* signal : {"ActionInvoked", "NotificationClosed"}) {
+  for (const char* signal : {"ActivationToken", "ActionInvoked", "NotificationClosed"}) {
     subscriptions_.push_back(g_dbus_connection_signal_subscribe(
         bus_, kService, kService, signal, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
         &DesktopNotificationCenter::onSignal, this, nullptr));
@@ -228,6 +232,8 @@ std::string DesktopNotificationCenter::textOf(const UserNotification& notificati
   std::string text = notification.informativeText;
   if (notification.hasContentsAction && !takesClicks())
     text.resize(std::min(text.find('\n'), text.size()));
+  if (notification.userInfo.contains("Cancel") && !startAdvice_.empty())
+    text += "\n" + startAdvice_;
   if (!notification.details.empty()) text += "\n" + notification.details;
   return text;
 }
@@ -263,16 +269,24 @@ void DesktopNotificationCenter::close(guint32 id) {
 void DesktopNotificationCenter::onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                                          const gchar* signal, GVariant* parameters, gpointer raw) {
   auto& self = *static_cast<DesktopNotificationCenter*>(raw);
-  const bool isAction = std::string_view(signal) == "ActionInvoked";
-  if (!areOfType(parameters, isAction ? "(us)" : "(uu)", signal)) return;
+  const std::string_view name = signal;
+  const bool isClosed = name == "NotificationClosed";
+  if (!areOfType(parameters, isClosed ? "(uu)" : "(us)", signal)) return;
   guint32 id = 0;
   g_variant_get_child(parameters, 0, "u", &id);
-  if (isAction) {
-    const VariantPtr action(g_variant_get_child_value(parameters, 1));
-    self.activated(id, g_variant_get_string(action.get(), nullptr));
-  } else {
-    self.closed(id);
+  if (isClosed) return self.closed(id);
+  const VariantPtr text(g_variant_get_child_value(parameters, 1));
+  const gchar* value = g_variant_get_string(text.get(), nullptr);
+  if (name == "ActionInvoked") {
+    self.activated(id, value);
+  } else if (self.shows(id)) {
+    self.onToken_(value);
   }
+}
+
+bool DesktopNotificationCenter::shows(guint32 id) const {
+  return std::any_of(delivered_.begin(), delivered_.end(),
+                     [id](const Delivered& one) { return one.id == id; });
 }
 
 void DesktopNotificationCenter::activated(guint32 id, const std::string& action) {

@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,11 +20,17 @@ namespace linux_host {
 // acted on as long as the server shows it. Main thread.
 class DesktopNotificationCenter : public platform::UserNotificationCenter {
  public:
-  // `bus` may be null: nothing is shown then. It and the bundle outlive the center.
-  DesktopNotificationCenter(GDBusConnection* bus, const platform::Bundle& bundle);
+  // `bus` may be null: nothing is shown then. It and the bundle outlive the center. `onToken` gets
+  // the desktop's leave to bring a window forward, ahead of the activation it came with.
+  DesktopNotificationCenter(
+      GDBusConnection* bus, const platform::Bundle& bundle,
+      std::function<void(const std::string& token)> onToken = [](const std::string&) {});
   ~DesktopNotificationCenter() override;
   DesktopNotificationCenter(const DesktopNotificationCenter&) = delete;
   DesktopNotificationCenter& operator=(const DesktopNotificationCenter&) = delete;
+
+  // One more line for the notification of a start: how to stop where no tray shows it.
+  void setStartAdvice(const std::string& advice) { startAdvice_ = advice; }
 
   void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> delegate) override;
   void deliverNotification(const platform::UserNotificationPtr& notification) override;
@@ -63,6 +70,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   void notify(const platform::UserNotificationPtr& notification);
   void call(const char* method, GVariant* parameters, const GVariantType* answer,
             GAsyncReadyCallback done, const platform::UserNotificationPtr& notification);
+  [[nodiscard]] bool shows(guint32 id) const;
   void activated(guint32 id, const std::string& action);
   void closed(guint32 id);
   void close(guint32 id);
@@ -78,6 +86,8 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   const platform::Bundle& bundle_;
   // Calls still under way know by it that the center is gone.
   const std::shared_ptr<DesktopNotificationCenter*> self_;
+  const std::function<void(const std::string& token)> onToken_;
+  std::string startAdvice_;
   std::vector<guint> subscriptions_;
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate_;
   std::optional<Capabilities> capabilities_;

@@ -10,8 +10,8 @@
 namespace linux_host {
 namespace {
 
-constexpr const char* kService = "org.freedesktop.Notifications";
-constexpr const char* kPath = "/org/freedesktop/Notifications";
+constexpr const char* kNoticeServer = "org.freedesktop.Notifications";
+constexpr const char* kNoticeServerPath = "/org/freedesktop/Notifications";
 constexpr guchar kLowUrgency = 0;
 constexpr int kNever = 0;
 
@@ -58,12 +58,12 @@ RecordingNotice::RecordingNotice(GDBusConnection* bus, Requests& requests,
       self_(std::make_shared<RecordingNotice*>(this)) {
   for (const char* signal : {"ActionInvoked", "NotificationClosed"}) {
     subscriptions_.push_back(g_dbus_connection_signal_subscribe(
-        bus_, kService, kService, signal, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        &RecordingNotice::onSignal, this, nullptr));
+        bus_, kNoticeServer, kNoticeServer, signal, kNoticeServerPath, nullptr,
+        G_DBUS_SIGNAL_FLAGS_NONE, &RecordingNotice::onSignal, this, nullptr));
   }
   subscriptions_.push_back(g_dbus_connection_signal_subscribe(
       bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-      "/org/freedesktop/DBus", kService, G_DBUS_SIGNAL_FLAGS_NONE,
+      "/org/freedesktop/DBus", kNoticeServer, G_DBUS_SIGNAL_FLAGS_NONE,
       &RecordingNotice::onServerChanged, this, nullptr));
 }
 
@@ -142,7 +142,7 @@ void RecordingNotice::show() {
 
 void RecordingNotice::close() {
   phase_ = Phase::kGone;
-  g_dbus_connection_call(bus_, kService, kPath, kService, "CloseNotification",
+  g_dbus_connection_call(bus_, kNoticeServer, kNoticeServerPath, kNoticeServer, "CloseNotification",
                          g_variant_new("(u)", std::exchange(id_, 0)), nullptr,
                          G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms, nullptr, nullptr,
                          nullptr);
@@ -150,8 +150,9 @@ void RecordingNotice::close() {
 
 void RecordingNotice::call(const char* method, GVariant* parameters, const GVariantType* answer,
                            GAsyncReadyCallback done) {
-  g_dbus_connection_call(bus_, kService, kPath, kService, method, parameters, answer,
-                         G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, done, new Call{self_});
+  g_dbus_connection_call(bus_, kNoticeServer, kNoticeServerPath, kNoticeServer, method, parameters,
+                         answer, G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, done,
+                         new Call{self_});
 }
 
 // Null when nobody waits for the answer any more; a failure leaves *value null.

@@ -54,6 +54,9 @@ class WindowsServices {
     (void)step, (void)endDialogs;
   }
 
+  // The desktop's leave to bring a window forward, once (ActivationTokens::take).
+  virtual std::string takeActivationToken() { return {}; }
+
   // NOLINTEND(performance-unnecessary-value-param)
 
   // What the user asked of the desktop; asked once, when the first window is made.

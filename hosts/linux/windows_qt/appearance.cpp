@@ -1,10 +1,13 @@
 #include "hosts/linux/windows_qt/appearance.h"
 
 #include <QApplication>
+#include <QImage>
 #include <QPainter>
 #include <QProxyStyle>
 #include <QStyleFactory>
 #include <QStyleOption>
+#include <algorithm>
+#include <cmath>
 
 namespace linux_host {
 namespace {
@@ -78,7 +81,46 @@ class HighContrastStyle : public QProxyStyle {
   }
 };
 
+// The luminance that the accessibility guidelines measure contrast by.
+double luminance(const QColor& color) {
+  const auto linear = [](double part) {
+    return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+         0.0722 * linear(color.blueF());
+}
+
+double contrast(double one, double other) {
+  return (std::max(one, other) + 0.05) / (std::min(one, other) + 0.05);
+}
+
+// Whether some of the picture, by its weight, stands out from what is behind it.
+bool isSeenOn(const QImage& picture, const QColor& background) {
+  constexpr double kContrastOfGraphics = 3;
+  constexpr double kShare = 0.25;
+  const double behind = luminance(background);
+  double all = 0;
+  double seen = 0;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      const QColor color = picture.pixelColor(x, y);
+      all += color.alphaF();
+      if (contrast(luminance(color), behind) >= kContrastOfGraphics) seen += color.alphaF();
+    }
+  }
+  return seen >= kShare * all;
+}
+
 }  // namespace
+
+QIcon legibleIcon(const QIcon& icon, const QSize& size, const QPalette& palette) {
+  QPixmap pixmap = icon.pixmap(size, qApp->devicePixelRatio());
+  if (pixmap.isNull() || isSeenOn(pixmap.toImage(), palette.color(QPalette::Button))) return icon;
+  QPainter painter(&pixmap);
+  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+  painter.fillRect(pixmap.rect(), palette.color(QPalette::ButtonText));
+  return QIcon(pixmap);
+}
 
 void applyAppearance(const Appearance& appearance) {
   const bool isDark = QApplication::palette().color(QPalette::Window).lightness() < 128;

@@ -121,7 +121,7 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
   const std::string done = dialog->property("doneAction").toString().toStdString();
   QObject::connect(dialog, &WindowWidget::doneWanted, dialog,
                    [done, &owner] { owner.performAction(done, nullptr); });
-  return std::make_shared<QtWindow>(std::move(window), std::move(views));
+  return std::make_shared<QtWindow>(std::move(window), std::move(views), services);
 }
 
 }  // namespace linux_host

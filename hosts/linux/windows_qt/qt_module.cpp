@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "hosts/linux/windows/windows_module.h"
+#include "hosts/linux/windows_qt/activation.h"
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
 
@@ -81,7 +82,8 @@ class QtSystemColors : public platform::SystemColors {
 class QtModule : public WindowsModule {
  public:
   explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
-    QApplication::setApplicationName(QStringLiteral("record-audio"));
+    // The class of X11 windows, by which desktops find their launcher.
+    QApplication::setApplicationName(QLatin1String(kApplicationId));
     QApplication::setDesktopFileName(QLatin1String(kApplicationId));
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setLayoutDirection(QLocale().textDirection());
@@ -115,6 +117,8 @@ class QtModule : public WindowsModule {
       box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
       box.setEscapeButton(buttons.back());
     }
+    box.setModal(true);
+    bringForward(box, services_.takeActivationToken());
     box.exec();
     for (std::size_t i = 0; i < buttons.size(); ++i) {
       if (box.clickedButton() == buttons[i]) {
@@ -128,8 +132,7 @@ class QtModule : public WindowsModule {
     QWidget* alert = QApplication::activeModalWidget();
     if (alert == nullptr) return;
     alert->setWindowState(alert->windowState() & ~Qt::WindowMinimized);
-    alert->raise();
-    alert->activateWindow();
+    bringForward(*alert, services_.takeActivationToken());
     // Where the desktop gives nobody the focus on his own account, it at least points there.
     QApplication::alert(alert);
   }

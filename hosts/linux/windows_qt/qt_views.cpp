@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/link_widget.h"
 
 namespace linux_host {
@@ -307,8 +308,9 @@ QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServi
 void QtOutputLocationButton::updateState() {
   if (widget() == nullptr) return;
   auto* button = static_cast<QPushButton*>(widget());
-  button->setIcon(QIcon::fromTheme(QStringLiteral("folder"),
-                                   QFileIconProvider().icon(QFileIconProvider::Folder)));
+  button->setIcon(legibleIcon(QIcon::fromTheme(QStringLiteral("folder"),
+                                               QFileIconProvider().icon(QFileIconProvider::Folder)),
+                              button->iconSize(), button->palette()));
   const auto folder = services_.outputLocation();
   if (!folder) {
     button->setText(QString::fromStdString(services_.localizedString("Choose a folder")));

@@ -3,6 +3,8 @@
 #include <QCloseEvent>
 #include <QShortcut>
 
+#include "hosts/linux/windows_qt/activation.h"
+
 namespace linux_host {
 
 WindowWidget::WindowWidget(QWidget* parent) : QDialog(parent) {
@@ -32,8 +34,8 @@ void WindowWidget::closeEvent(QCloseEvent* event) {
 }
 
 QtWindow::QtWindow(std::unique_ptr<WindowWidget> widget,
-                   std::vector<std::shared_ptr<platform::View>> views)
-    : views_(std::move(views)), widget_(std::move(widget)) {
+                   std::vector<std::shared_ptr<platform::View>> views, WindowsServices& services)
+    : views_(std::move(views)), widget_(std::move(widget)), services_(services) {
   QObject::connect(widget_.get(), &WindowWidget::becameKey, widget_.get(), [this] {
     if (const auto delegate = delegate_.lock()) delegate->windowDidBecomeKey();
   });
@@ -47,12 +49,12 @@ void QtWindow::setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) {
 }
 
 void QtWindow::makeKeyAndOrderFront() {
-  widget_->show();
-  widget_->raise();
-  widget_->activateWindow();
+  bringForward(*widget_, services_.takeActivationToken());
 }
 
 void QtWindow::orderFront() {
+  const std::string token = services_.takeActivationToken();
+  if (!token.empty()) return bringForward(*widget_, token);
   widget_->setAttribute(Qt::WA_ShowWithoutActivating, true);
   widget_->show();
   widget_->raise();
@@ -60,8 +62,7 @@ void QtWindow::orderFront() {
 }
 
 void QtWindow::orderFrontRegardless() {
-  widget_->show();
-  widget_->raise();
+  bringForward(*widget_, services_.takeActivationToken());
 }
 
 }  // namespace linux_host

@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "hosts/linux/windows/windows_module.h"
 #include "platform/controls.h"
 
 namespace linux_host {
@@ -33,8 +34,9 @@ class WindowWidget : public QDialog {
 // A window with the views of its controls. Main thread.
 class QtWindow : public platform::Window {
  public:
-  QtWindow(std::unique_ptr<WindowWidget> widget,
-           std::vector<std::shared_ptr<platform::View>> views);
+  // `services` outlives the window.
+  QtWindow(std::unique_ptr<WindowWidget> widget, std::vector<std::shared_ptr<platform::View>> views,
+           WindowsServices& services);
 
   void setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) override;
   // The title bar is the window manager's and has none of the suite's buttons; its own close
@@ -42,6 +44,7 @@ class QtWindow : public platform::Window {
   void setTitleBarButtons(bool, bool) override {}
   [[nodiscard]] bool isVisible() const override { return widget_->isVisible(); }
   void makeKeyAndOrderFront() override;
+  // Takes the keyboard only where the user asked for the window by a click that gave us leave.
   void orderFront() override;
   void orderFrontRegardless() override;
   void orderOut() override { widget_->hide(); }
@@ -50,6 +53,7 @@ class QtWindow : public platform::Window {
   std::vector<std::shared_ptr<platform::View>> views_;
   std::unique_ptr<WindowWidget> widget_;  // behind the views: it goes first
   std::weak_ptr<platform::WindowDelegate> delegate_;
+  WindowsServices& services_;
 };
 
 }  // namespace linux_host

@@ -71,34 +71,49 @@ void onLaunched(GObject*, GAsyncResult* result, gpointer raw) {
   g_error_free(error);
 }
 
-void launchDefault(const std::string& uri) {
-  g_app_info_launch_default_for_uri_async(uri.c_str(), nullptr, nullptr, &onLaunched,
+void launchDefault(const std::string& uri, const std::string& token) {
+  const std::unique_ptr<GAppLaunchContext, ObjectUnref> context(g_app_launch_context_new());
+  if (!token.empty()) {
+    g_app_launch_context_setenv(context.get(), "XDG_ACTIVATION_TOKEN", token.c_str());
+    g_app_launch_context_setenv(context.get(), "DESKTOP_STARTUP_ID", token.c_str());
+  }
+  g_app_info_launch_default_for_uri_async(uri.c_str(), context.get(), nullptr, &onLaunched,
                                           new std::string(uri));
 }
 
+// Travels with a call, for when it fails.
+struct Opening {
+  std::vector<std::string> uris;
+  std::string token;
+};
+
 // Where there is no portal its call fails at once, or after GLib's own limit.
 void onPortalAnswered(GObject* source, GAsyncResult* result, gpointer raw) {
-  const std::unique_ptr<std::string> uri(static_cast<std::string*>(raw));
+  const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
   GError* error = nullptr;
   const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(G_DBUS_CONNECTION(source),
                                                                           nullptr, result, &error));
   if (error == nullptr) return;
   g_error_free(error);
-  launchDefault(*uri);
+  launchDefault(opening->uris.front(), opening->token);
 }
 
-GVariant* noOptions() {
+GVariant* optionsWith(const std::string& token) {
   GVariantBuilder builder;
   g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  if (!token.empty()) {
+    g_variant_builder_add(&builder, "{sv}", "activation_token",
+                          g_variant_new_string(token.c_str()));
+  }
   return g_variant_builder_end(&builder);
 }
 
 void askPortal(GDBusConnection* bus, const char* method, GVariant* parameters, GUnixFDList* files,
-               const std::string& uri) {
+               Opening opening) {
   g_dbus_connection_call_with_unix_fd_list(bus, kPortal, kPortalPath, kPortalOpen, method,
                                            parameters, G_VARIANT_TYPE("(o)"),
                                            G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, files, nullptr,
-                                           &onPortalAnswered, new std::string(uri));
+                                           &onPortalAnswered, new Opening(std::move(opening)));
 }
 
 bool exists(GAppInfo* application) {
@@ -118,37 +133,40 @@ bool hasDefaultApplication(const std::string& path) {
   return exists(application);
 }
 
-void openFolders(const std::vector<std::string>& urls) {
+void openFolders(const Opening& opening) {
   std::set<std::string> folders;
-  for (const std::string& url : urls) {
+  for (const std::string& url : opening.uris) {
     if (const auto path = platform::pathWithFileURL(url)) {
       folders.insert(std::filesystem::path(*path).parent_path().string());
     }
   }
-  for (const std::string& folder : folders) launchDefault(platform::fileURLWithPath(folder));
+  for (const std::string& folder : folders) {
+    launchDefault(platform::fileURLWithPath(folder), opening.token);
+  }
 }
 
 void onItemsShown(GObject* source, GAsyncResult* result, gpointer raw) {
-  const std::unique_ptr<std::vector<std::string>> urls(static_cast<std::vector<std::string>*>(raw));
+  const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
   GError* error = nullptr;
   const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
   if (error == nullptr) return;
   g_error_free(error);
-  openFolders(*urls);
+  openFolders(*opening);
 }
 
 }  // namespace
 
 DesktopWorkspace::DesktopWorkspace(GDBusConnection* bus,
-                                   std::function<std::string(const platform::ImagePtr&)> iconFile)
-    : bus_(bus), iconFile_(std::move(iconFile)) {}
+                                   std::function<std::string(const platform::ImagePtr&)> iconFile,
+                                   std::function<std::string()> takeToken)
+    : bus_(bus), iconFile_(std::move(iconFile)), takeToken_(std::move(takeToken)) {}
 
 bool DesktopWorkspace::openFile(const std::string& path) {
   mainThread_.check();
   const std::string uri = platform::fileURLWithPath(path);
   if (bus_ == nullptr) {
     if (!hasDefaultApplication(path)) return false;
-    launchDefault(uri);
+    launchDefault(uri, takeToken_());
     return true;
   }
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -156,10 +174,12 @@ bool DesktopWorkspace::openFile(const std::string& path) {
   GUnixFDList* files = g_unix_fd_list_new();
   const gint handle = g_unix_fd_list_append(files, fd, nullptr);
   close(fd);
+  const std::string token = takeToken_();
   if (handle >= 0) {
-    askPortal(bus_, "OpenFile", g_variant_new("(sh@a{sv})", "", handle, noOptions()), files, uri);
+    askPortal(bus_, "OpenFile", g_variant_new("(sh@a{sv})", "", handle, optionsWith(token)), files,
+              {{uri}, token});
   } else {
-    launchDefault(uri);
+    launchDefault(uri, token);
   }
   g_object_unref(files);
   return true;
@@ -173,28 +193,30 @@ bool DesktopWorkspace::openURL(const std::string& url) {
   const bool hasApplication = hasDefaultApplicationForScheme(scheme);
   g_free(scheme);
   if (bus_ != nullptr) {
-    askPortal(bus_, "OpenURI", g_variant_new("(ss@a{sv})", "", url.c_str(), noOptions()), nullptr,
-              url);
+    const std::string token = takeToken_();
+    askPortal(bus_, "OpenURI", g_variant_new("(ss@a{sv})", "", url.c_str(), optionsWith(token)),
+              nullptr, {{url}, token});
     return true;
   }
   if (!hasApplication) return false;
-  launchDefault(url);
+  launchDefault(url, takeToken_());
   return true;
 }
 
 void DesktopWorkspace::activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) {
   mainThread_.check();
+  Opening opening{fileURLs, takeToken_()};
   if (bus_ == nullptr) {
-    openFolders(fileURLs);
+    openFolders(opening);
     return;
   }
   GVariantBuilder urls;
   g_variant_builder_init(&urls, G_VARIANT_TYPE("as"));
   for (const std::string& url : fileURLs) g_variant_builder_add(&urls, "s", url.c_str());
+  GVariant* parameters = g_variant_new("(ass)", &urls, opening.token.c_str());
   g_dbus_connection_call(bus_, kFileManager, kFileManagerPath, kFileManager, "ShowItems",
-                         g_variant_new("(ass)", &urls, ""), nullptr, G_DBUS_CALL_FLAGS_NONE,
-                         kBusTimeout_ms, nullptr, &onItemsShown,
-                         new std::vector<std::string>(fileURLs));
+                         parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr,
+                         &onItemsShown, new Opening(std::move(opening)));
 }
 
 bool DesktopWorkspace::setIcon(const platform::ImagePtr& image, const std::string& forFile,

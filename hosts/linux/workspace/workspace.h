@@ -16,9 +16,12 @@ namespace linux_host {
 // program: calls return at once, and a failure that shows later is logged. Main thread.
 class DesktopWorkspace : public platform::Workspace {
  public:
-  // `bus` may be null. `iconFile` finds the file of an image, empty when there is none.
-  DesktopWorkspace(GDBusConnection* bus,
-                   std::function<std::string(const platform::ImagePtr&)> iconFile);
+  // `bus` may be null. `iconFile` finds the file of an image, empty when there is none. `takeToken`
+  // gives the desktop's leave to bring a window forward, for the program that opens or shows
+  // something; empty when there is none.
+  DesktopWorkspace(
+      GDBusConnection* bus, std::function<std::string(const platform::ImagePtr&)> iconFile,
+      std::function<std::string()> takeToken = [] { return std::string(); });
 
   // By the portal, else by the desktop's own default application. With a bus true means that the
   // file is there and the desktop was asked.
@@ -38,6 +41,7 @@ class DesktopWorkspace : public platform::Workspace {
   MainThreadOnly mainThread_;
   GDBusConnection* const bus_;
   const std::function<std::string(const platform::ImagePtr&)> iconFile_;
+  const std::function<std::string()> takeToken_;
   FileIcons icons_;
 };
 

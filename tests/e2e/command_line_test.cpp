@@ -165,7 +165,7 @@ TEST_P(ScriptTest, IdentifierAtTheFirstStartAsksForThePreferencesBeforeTheLaunch
   EXPECT_EQ(launch["event"], "Launch");
   EXPECT_EQ(launch["details"], (Json{{"Preferences", true}}));
   // Without a screen there is nothing to wait for, and a script is told.
-  EXPECT_EQ(tool->waitForExit(kStepLimit), 4);
+  EXPECT_EQ(tool->waitForExit(kStepLimit), kNoScreen);
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Quit"));
   EXPECT_THAT(log(), HasSubstr("no screen"));
 }
@@ -176,7 +176,7 @@ TEST_P(ScriptTest, IdentifierAtASecondStartSavesTheRecording) {
   ASSERT_TRUE(waitForState("idle"));
   EXPECT_NE(onlyFileIn(musicFolder()), "");
   // The preferences had no screen.
-  EXPECT_TRUE(endsAtOnce(*tool, 4));
+  EXPECT_TRUE(endsAtOnce(*tool, kNoScreen));
 }
 
 TEST_P(ScriptTest, OtherPathsAreIgnored) {

@@ -63,7 +63,7 @@ TEST_F(DesktopBusTest, OpenWithTheIdentifierSavesAndOtherUrisAreIgnored) {
   EXPECT_EQ(desktop.open({std::string("file:///suite/") + kToolIdentifier}), "");
   ASSERT_TRUE(waitFor("idle"));
   EXPECT_NE(onlyFileIn(musicFolder()), "");
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, kNoScreen)) << "the preferences have none";
 }
 
 TEST_F(DesktopBusTest, StopActionAnswersWhenTheFileIsComplete) {
@@ -88,7 +88,7 @@ TEST_F(DesktopBusTest, PreferencesActionSavesTheRecording) {
   EXPECT_EQ(desktop.action("preferences"), "");
   ASSERT_TRUE(waitFor("idle"));
   EXPECT_NE(onlyFileIn(musicFolder()), "");
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, kNoScreen)) << "the preferences have none";
 }
 
 TEST_F(DesktopBusTest, QuitActionSavesTheRecordingAndEndsTheProgram) {

@@ -125,9 +125,6 @@ INSTANTIATE_TEST_SUITE_P(Formats, StoppedToolTest,
 INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });
 
-// The exit status where an alert could not be shown.
-constexpr int kNoScreen = 4;
-
 class NoSoundTest : public ToolFixture {
  protected:
   using ToolFixture::ToolFixture;

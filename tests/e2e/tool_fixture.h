@@ -27,6 +27,9 @@ inline constexpr int kMp3 = 1;
 // What stands in a file's name for the format.
 std::string extensionOf(int soundFormat);
 
+// The status of a run that had something to show and no screen to show it on.
+inline constexpr int kNoScreen = 4;
+
 inline constexpr const char* kToolIdentifier = "a5f597ea-d3f3-4347-bbe6-344e240acc7e";
 // The built program on a desktop of its own: message bus, sound server, settings and folders. It is
 // used as a user or a script would, from other processes.

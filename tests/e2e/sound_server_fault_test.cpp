@@ -117,9 +117,9 @@ INSTANTIATE_TEST_SUITE_P(Formats, StoppedToolTest,
                          // fifteen seconds in one piece may be much.
                          testing::Values(std::tuple(kM4a, 3), std::tuple(kM4a, 15),
                                          std::tuple(kMp3, 3)),
-                         [](const auto& info) {
-                           return extensionOf(std::get<0>(info.param)) +
-                                  std::to_string(std::get<1>(info.param));
+                         [](const auto& test) {
+                           return extensionOf(std::get<0>(test.param)) +
+                                  std::to_string(std::get<1>(test.param));
                          });
 
 INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),

@@ -261,7 +261,8 @@ void tray(const ScriptPtr& script) {
   long clicks = 0;
   linux_host::StatusNotifierItem item(
       bus, "record-audio", "Record Audio", "/nonexistent",
-      {[&] { ++clicks; }, [](int) { expect(false, "no choice from an empty menu"); }, nullptr});
+      {[&] { ++clicks; }, [](int) { expect(false, "no choice from an empty menu"); }, nullptr,
+       nullptr});
   item.setVisible(true);
   settle(bus);
   playRest(bus);

@@ -306,10 +306,10 @@ class NoDriverTest : public SystemAudioTest {
  protected:
   NoDriverTest() : SystemAudioTest(!kWithDriver) { useFormat(kMp3); }
 
-  // There the driver can be installed.
+  // There the driver can be installed; here they have no screen.
   void expectThePreferencesInsteadOfARecording() {
     const auto tool = start();
-    EXPECT_TRUE(endsByItself(*tool));
+    EXPECT_TRUE(endsByItself(*tool, e2e::kNoScreen));
     EXPECT_EQ(events().at(0)["details"], (e2e::Json{{"Preferences", true}}));
     EXPECT_THAT(eventNames(), testing::ElementsAre("Launch", "Quit"));
     EXPECT_THAT(filesIn(musicFolder()), testing::IsEmpty());

@@ -20,7 +20,8 @@ using record_audio::CommandLine;
 // Commands that only talk to the instance that runs.
 int runClientCommand(CommandLine::Command command) {
   linux_host::SessionBus bus;
-  linux_host::Instance instance(bus, linux_host::LinuxFileManager().temporaryDirectory());
+  linux_host::Instance instance(bus,
+                                [] { return linux_host::LinuxFileManager().temporaryDirectory(); });
   switch (command) {
     case CommandLine::Command::kStop:
       return linux_host::stopCommand(instance, std::cout, std::cerr);

@@ -383,20 +383,28 @@ TEST(CommandLineTest, UnknownOptionsAreRefusedByTheProgram) {
   EXPECT_EQ(program.waitForExit(kLimit), 2);
 }
 
+std::string safeFolderIn(const std::string& temporaryFolder, std::string* error) {
+  return ControlSocket::safeFolder([&] { return temporaryFolder; }, error);
+}
+
 TEST(ControlSocketTest, LiesInTheRuntimeFolderOrInAFolderOfTheUsersAlone) {
   const TemporaryFolder folder;
   std::string error;
   {
     const Environment environment{{"XDG_RUNTIME_DIR", folder.path()}};
-    EXPECT_EQ(ControlSocket::safeFolder("/nonexistent", &error), folder.path());
+    const auto mayHang = []() -> std::string {
+      ADD_FAILURE() << "the temporary folder is not asked for where it is not needed";
+      return {};
+    };
+    EXPECT_EQ(ControlSocket::safeFolder(mayHang, &error), folder.path());
   }
   const Environment environment{{"XDG_RUNTIME_DIR", std::nullopt}};
-  const std::string made = ControlSocket::safeFolder(folder.path(), &error);
+  const std::string made = safeFolderIn(folder.path(), &error);
   EXPECT_EQ(made, folder / ("record-audio-" + std::to_string(geteuid())));
   struct stat status {};
   ASSERT_EQ(stat(made.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700U);
-  EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), made) << "again";
+  EXPECT_EQ(safeFolderIn(folder.path(), &error), made) << "again";
 }
 
 TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
@@ -406,15 +414,15 @@ TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
   std::string error;
   std::filesystem::create_directories(path);
   chmod(path.c_str(), 0755);
-  EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), "");
+  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
   EXPECT_THAT(error, HasSubstr("0700"));
   chmod(path.c_str(), 0700);
   ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
-  EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), "");
+  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
   EXPECT_THAT(error, HasSubstr("another user"));
   std::filesystem::remove(path);
   std::filesystem::create_directory_symlink("/tmp", path);
-  EXPECT_EQ(ControlSocket::safeFolder(folder.path(), &error), "");
+  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
 }
 
 // 0 or errno, as another user.

@@ -103,7 +103,7 @@ int runInstance(const CommandLine& line) {
   LinuxApplication application(loop);
   RequestRouter router(application, loop, dispatch);
   ToolObject object(router);
-  Instance instance(bus, setting("TMPDIR"));
+  Instance instance(bus, [] { return setting("TMPDIR"); });
 
   std::vector<std::string> uris;
   for (const std::string& path : line.pathsToOpen) {
@@ -134,7 +134,7 @@ int runInstance(const CommandLine& line) {
 
 int runClient(CommandLine::Command command) {
   SessionBus bus;
-  Instance instance(bus, setting("TMPDIR"));
+  Instance instance(bus, [] { return setting("TMPDIR"); });
   switch (command) {
     case CommandLine::Command::kStop:
       return stopCommand(instance, std::cout, std::cerr);

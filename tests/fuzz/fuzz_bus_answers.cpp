@@ -246,7 +246,8 @@ void polkit(const ScriptPtr& script) {
 }
 
 void runningInstance(const ScriptPtr& script) {
-  linux_host::Instance instance(World::instance().sessionBus(), "/nonexistent");
+  linux_host::Instance instance(World::instance().sessionBus(),
+                                [] { return std::string("/nonexistent"); });
   std::ostringstream out;
   std::ostringstream err;
   const int status = linux_host::statusCommand(instance, out, err);

@@ -34,10 +34,11 @@ std::string whyNotSafe(const std::string& folder, bool mayBeOpen) {
 
 }  // namespace
 
-std::string ControlSocket::safeFolder(const std::string& temporaryDirectory, std::string* error) {
+std::string ControlSocket::safeFolder(const std::function<std::string()>& temporaryDirectory,
+                                      std::string* error) {
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   if (runtime != nullptr && *runtime == '/' && whyNotSafe(runtime, true).empty()) return runtime;
-  std::string folder = temporaryDirectory + "/record-audio-" + std::to_string(geteuid());
+  std::string folder = temporaryDirectory() + "/record-audio-" + std::to_string(geteuid());
   if (mkdir(folder.c_str(), kPrivateFolder) != 0 && errno != EEXIST) {
     *error = errorText("make the folder", folder, errno);
     return {};

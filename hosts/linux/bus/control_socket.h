@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,7 +24,8 @@ class ControlSocket {
 
   // $XDG_RUNTIME_DIR, else a folder of mode 0700 under `temporaryDirectory`, made if missing. Empty
   // with *error set when there is none that is safe: one of another user, or open to others.
-  static std::string safeFolder(const std::string& temporaryDirectory, std::string* error);
+  static std::string safeFolder(const std::function<std::string()>& temporaryDirectory,
+                                std::string* error);
 
   // Takes the lock. False when another instance has it, or, with *error set, when that cannot be
   // known.

@@ -23,7 +23,7 @@ void sayUnreachable(const std::string& why) {
 
 }  // namespace
 
-Instance::Instance(SessionBus& bus, std::string temporaryDirectory)
+Instance::Instance(SessionBus& bus, std::function<std::string()> temporaryDirectory)
     : bus_(bus), temporaryDirectory_(std::move(temporaryDirectory)) {}
 
 Instance::~Instance() {

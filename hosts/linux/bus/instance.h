@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +22,9 @@ class Instance {
     kOthers,  // another one is
   };
 
-  // `temporaryDirectory` as the file manager names it.
-  Instance(SessionBus& bus, std::string temporaryDirectory);
+  // `temporaryDirectory` as the file manager names it: asked for only where the socket has no other
+  // place, for the folder may hang.
+  Instance(SessionBus& bus, std::function<std::string()> temporaryDirectory);
   ~Instance();
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
@@ -45,7 +47,7 @@ class Instance {
                           gpointer self);
 
   SessionBus& bus_;
-  const std::string temporaryDirectory_;
+  const std::function<std::string()> temporaryDirectory_;
   std::string socketError_;
   std::unique_ptr<ControlSocket> socket_;
   ToolObject* object_ = nullptr;

@@ -65,7 +65,7 @@ Appearance HostWindowsServices::appearance() const {
 LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
     : executable_(executablePath()),
       pipeWire_(pipeWireCallbacks(purpose)),
-      lostRecordings_(fileManager_.temporaryDirectory()),
+      lostRecordings_([this] { return fileManager_.temporaryDirectory(); }),
       processInfo_(std::move(arguments)),
       folders_(XdgFolders::fromEnvironment()),
       userDefaults_(folders_.config + "/" + kApplicationId + "/defaults.json", &mainLoop_),
@@ -102,7 +102,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
       suite_(embeddedSuite_.interfaces()),
       router_(application_, mainLoop_, dispatch_),
       toolObject_(router_),
-      instance_(sessionBus_, fileManager_.temporaryDirectory()),
+      instance_(sessionBus_, [this] { return fileManager_.temporaryDirectory(); }),
       quitSignals_(application_),
       loginSession_(
           bundle_->localizedString("Audio recording"),

@@ -112,15 +112,16 @@ class LostRecording : public InterruptedRecording {
 }  // namespace
 
 std::vector<std::string> LostRecordings::find(const std::string& namePrefix, std::string* error) {
+  const std::string folder = folder_();
   std::vector<std::string> paths;
   std::error_code failure;
-  for (std::filesystem::directory_iterator entry(folder_, failure), end; !failure && entry != end;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
        entry.increment(failure)) {
     if (isTemporaryName(entry->path().filename().string(), namePrefix)) {
       paths.push_back(entry->path().string());
     }
   }
-  if (failure) *error = errorText("look for recordings in", folder_, failure.value());
+  if (failure) *error = errorText("look for recordings in", folder, failure.value());
   std::ranges::sort(paths);
   return paths;
 }

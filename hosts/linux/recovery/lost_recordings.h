@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,10 @@ namespace linux_host {
 // kept apart from the files of a running recording, which never waits for the copying of one.
 class LostRecordings : public platform::InterruptedRecordings {
  public:
-  explicit LostRecordings(std::string folder) : folder_(std::move(folder)) {}
+  // `folder` is asked for at each search, on its thread: the folder may hang.
+  explicit LostRecordings(std::function<std::string()> folder) : folder_(std::move(folder)) {}
+  explicit LostRecordings(const std::string& folder)
+      : LostRecordings([folder] { return folder; }) {}
 
   [[nodiscard]] std::vector<std::string> find(const std::string& namePrefix,
                                               std::string* error) override;
@@ -23,7 +27,7 @@ class LostRecordings : public platform::InterruptedRecordings {
   [[nodiscard]] OpenFiles& openFiles() { return files_; }
 
  private:
-  const std::string folder_;
+  const std::function<std::string()> folder_;
   OpenFiles files_;
 };
 

@@ -228,6 +228,8 @@ TEST_F(VarispeedTest, RenderingNeitherAllocatesNorLocksNorMakesASystemCall) {
   EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
 }
 
+// A sanitizer's own time says nothing about the converter's.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(VarispeedTest, TakesALittlePartOfThePeriodWithEightChannels) {
   setUp(48000, 44100, 8);
   const auto threadTime_s = [] {
@@ -249,6 +251,7 @@ TEST_F(VarispeedTest, TakesALittlePartOfThePeriodWithEightChannels) {
             << " us, median " << times_s[times_s.size() / 2] * 1e6 << " us\n";
   EXPECT_LT(p999_s, period_s / 20);
 }
+#endif
 
 }  // namespace
 }  // namespace linux_host

@@ -7,8 +7,7 @@ namespace record_audio {
 //   state       meaning                                                may become
 //   kLaunching  not known yet whether there will be a session          all others
 //   kIdle       nothing is recorded                                    kWaiting, kNoDevice,
-//   kAsking,
-//                                                                      kRecording (a)
+//                                                                      kAsking, kRecording (a)
 //   kWaiting    the waiter waits for the loopback device               kNoDevice, kAsking, kIdle,
 //                                                                      kRecording (a)
 //   kNoDevice   there is nothing to record from; an alert says so      kIdle
@@ -20,8 +19,8 @@ namespace record_audio {
 //
 // (a) A confirmation that came when its start had been given up.
 //
-// Entering the state that holds already is no change, but for kWaiting: a new wait replaces the
-// old.
+// Entering the state that holds already changes nothing, except kWaiting: a new wait replaces the
+// old one.
 enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStarting, kRecording };
 
 // What the table says.

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "routing/loopback_device.h"
+#include "routing/resident_memory.h"
 
 namespace record_audio {
 
@@ -301,6 +302,7 @@ OSStatus AudioPlayThrough::allocateBuffers(const Formats& formats) {
       freeInputBufferList();
       return kNoMemory;
     }
+    makeResident(buffers[i].mData, channel_bytes);
   }
 
   ringBuffer = new (std::nothrow) RingBuffer;

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "routing/racing_copy.h"
+#include "routing/resident_memory.h"
 
 namespace record_audio {
 
@@ -80,6 +81,7 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
   const std::size_t total_bytes = table_bytes + static_cast<std::size_t>(channels) * channel_bytes;
   void* const storage = std::calloc(1, std::max<std::size_t>(total_bytes, 1));
   if (storage == nullptr) return;
+  makeResident(storage, total_bytes);
 
   buffers = static_cast<std::byte**>(storage);
   channelCount = channels;

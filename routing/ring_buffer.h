@@ -75,10 +75,10 @@ struct RingBuffer {
   RingBuffer(const RingBuffer&) = delete;
   RingBuffer& operator=(const RingBuffer&) = delete;
 
-  // Called once on a fresh ring, before it is shared. The capacity is raised to a power of two; all
-  // samples and bounds start at 0. When the storage cannot be had (or its size does not fit into 32
-  // bits), `buffers` stays null and the ring holds nothing: every store is refused, every fetch is
-  // silence.
+  // Called once on a fresh ring, before it is shared, on a thread that may wait: all memory is
+  // there when it returns. The capacity is raised to a power of two; all samples and bounds start
+  // at 0. When the storage cannot be had (or its size does not fit into 32 bits), `buffers` stays
+  // null and the ring holds nothing: every store is refused, every fetch is silence.
   void allocate(std::int32_t channelCount, std::uint32_t bytesPerFrame,
                 std::uint32_t capacityFrames);
   // Frees the storage. No thread may be using the ring.

@@ -13,6 +13,7 @@
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/capture_session.h"
 #include "tests/integration/capture_fixture.h"
+#include "tests/support/data_threads.h"
 #include "tests/support/driven_microphone.h"
 
 namespace linux_host {
@@ -253,6 +254,22 @@ TEST_F(CaptureTest, TwoSessionsHaveADataThreadEach) {
   EXPECT_EQ(streamThreads(), before + 4);
   ASSERT_TRUE(collect(4800));
   EXPECT_TRUE(mainLoop.runUntil([&] { return other->frames() >= 4800; }));
+}
+
+// From the first samples on; all that comes is in the ring's first lap, where every page is new.
+TEST_F(CaptureTest, DataThreadWaitsForNoPage) {
+  control.createMicrophone("mic");
+  const auto session = dataSession("mic", collector);
+  const auto others = test_support::threads();
+  ASSERT_TRUE(start(session));
+  const auto thread = test_support::dataThreads(others);
+  ASSERT_EQ(thread.size(), 1U);
+  const std::uint64_t before = test_support::pageFaults(thread);
+  ASSERT_TRUE(collect(4 * 48000));
+  const std::uint64_t after = test_support::pageFaults(thread);
+  std::cout << before << " pages in the first cycle, " << after - before << " in 4 s\n";
+  if (!test_support::kCountsPageFaults) return;
+  EXPECT_EQ(after, before);
 }
 
 TEST_F(CaptureTest, UnpluggedSourceIsAnErrorThatNamesIt) {

@@ -13,6 +13,7 @@
 #include "driver/loopback_protocol.h"
 #include "tests/integration/play_through_rig.h"
 #include "tests/routing/sanitizer_budget.h"
+#include "tests/support/data_threads.h"
 #include "tests/support/driven_sink.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
@@ -304,6 +305,29 @@ TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
   });
   EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
   machine.server.daemon().sendSignal(SIGCONT);
+}
+
+// For a lap of the ring, in which every page of it is new.
+TEST_F(PlayThroughTest, DataThreadsWaitForNoPage) {
+  setUp();
+  const auto others = test_support::threads();
+  ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
+  const auto heard_frames = [&] {
+    std::int64_t start = 0;
+    std::int64_t end = 0;
+    static_cast<void>(rig->playThrough->ringBuffer->getTimeBounds(start, end));
+    return end;
+  };
+  ASSERT_TRUE(waitUntil([&] { return heard_frames() > 0; }, 10s));
+  const auto threads = test_support::dataThreads(others);
+  ASSERT_EQ(threads.size(), 2U);
+  const std::uint64_t before = test_support::pageFaults(threads);
+  const std::int64_t lap_frames = heard_frames() + rig->playThrough->ringBuffer->capacityFrames;
+  ASSERT_TRUE(waitUntil([&] { return heard_frames() >= lap_frames; }, 30s));
+  const std::uint64_t after = test_support::pageFaults(threads);
+  std::cout << before << " pages in the first cycle, " << after - before << " in a lap\n";
+  if (!test_support::kCountsPageFaults) return;
+  EXPECT_EQ(after, before);
 }
 
 // The speakers' crystal is off by more than any real one's.

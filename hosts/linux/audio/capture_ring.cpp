@@ -6,10 +6,7 @@
 #include <cstring>
 #include <new>
 
-// Older headers lack it; older kernels refuse it, which is allowed for.
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23
-#endif
+#include "hosts/linux/audio/resident_memory.h"
 
 namespace linux_host {
 
@@ -28,7 +25,7 @@ CaptureRing::~CaptureRing() {
 }
 
 void CaptureRing::prefault() {
-  if (madvise(samples_, size_bytes_, MADV_POPULATE_WRITE) == 0) return;
+  if (makeResident(samples_, size_bytes_)) return;
   // Every page is at least so long.
   constexpr std::size_t kPage_floats = 4096 / sizeof(float);
   volatile float* const samples = samples_;

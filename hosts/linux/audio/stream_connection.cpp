@@ -12,6 +12,7 @@
 
 #include "hosts/linux/audio/pipewire_connection.h"
 #include "hosts/linux/audio/pipewire_context.h"
+#include "hosts/linux/audio/resident_memory.h"
 
 namespace linux_host {
 namespace {
@@ -39,6 +40,14 @@ pw_properties* streamProperties(const StreamRequest& request) {
 
 std::string inBrackets(const char* reason) {
   return std::string(" (") + reason + ").";
+}
+
+// The library's converter writes to the planes on the data thread.
+void makeBufferResident(const spa_buffer& buffer) {
+  for (std::uint32_t i = 0; i < buffer.n_datas; ++i) {
+    const spa_data& data = buffer.datas[i];
+    if (data.data != nullptr) static_cast<void>(makeResident(data.data, data.maxsize));
+  }
 }
 
 }  // namespace
@@ -126,6 +135,7 @@ void StreamConnection::connectStream() {
     events.io_changed = [](void* data, std::uint32_t id, void* area, std::uint32_t size_bytes) {
       static_cast<StreamConnection*>(data)->ioChanged(id, area, size_bytes);
     };
+    events.add_buffer = [](void*, pw_buffer* buffer) { makeBufferResident(*buffer->buffer); };
     events.process = [](void* data) { static_cast<StreamConnection*>(data)->process(); };
     return events;
   }();

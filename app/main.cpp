@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "app/app_delegate.h"
@@ -68,7 +69,7 @@ int runRecovery(std::vector<std::string> arguments) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   std::vector<std::string> arguments(argv, argv + argc);
   const auto parsed = record_audio::parseCommandLine({arguments.begin() + 1, arguments.end()});
   if (const auto* error = std::get_if<record_audio::CommandLineError>(&parsed)) {
@@ -90,4 +91,8 @@ int main(int argc, char** argv) {
     default:
       return runClientCommand(commandLine.command);
   }
+} catch (const std::system_error& error) {
+  // A limit of the system, met before there was anything to lose.
+  std::cerr << "Record Audio cannot start: " << error.what() << ". Close other programs.\n";
+  return linux_host::kExitFailed;
 }

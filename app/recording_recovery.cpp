@@ -53,6 +53,12 @@ void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinis
   onFinished_ = std::move(onFinished);
   queue_ =
       environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.RecoveryQueue");
+  if (!queue_) {
+    report_.problems.emplace_back(
+        "There was no thread to spare to look for interrupted recordings; the next start does.");
+    onFinished_(report_);
+    return;
+  }
   queue_->async([self = shared_from_this()] {
     self->environment_.host.interruptedRecordings.yieldToOthers();
     self->search();

@@ -15,7 +15,11 @@ constexpr std::uint64_t kSoundFormatMp3 = 1;
 
 constexpr const char* kPreparingFailed =
     "An error occurred while preparing to record audio. Error: %@";
+constexpr const char* kNoThread =
+    "the system has no thread to spare for the encoder. Close other programs and start again.";
 constexpr const char* kRecordingFailed = "An error occurred while recording audio. Error: %@";
+
+constexpr const char* kEncodeQueueLabel = "com.vantrel.korvel.RecordAudio.EncodeQueue";
 
 platform::AudioObjectPropertyAddress inputProperty(std::uint32_t selector) {
   return {selector, platform::kAudioDevicePropertyScopeInput,
@@ -60,8 +64,7 @@ std::shared_ptr<AudioRecorder> AudioRecorder::initWithDesktopPath(suite::Environ
 AudioRecorder::AudioRecorder(suite::Environment environment, std::string desktopPath)
     : environment_(environment),
       qualityDict{{0, {320, 2}}, {1, {192, 4}}, {2, {96, 7}}},
-      encodeQueue(environment.host.dispatch.createSerialQueue(
-          "com.vantrel.korvel.RecordAudio.EncodeQueue")),
+      encodeQueue(environment.host.dispatch.createSerialQueue(kEncodeQueueLabel)),
       _desktopPath(std::move(desktopPath)) {}
 
 AudioRecorder::~AudioRecorder() {
@@ -108,11 +111,29 @@ bool AudioRecorder::startRecord(const platform::CaptureDevicePtr& device, std::u
     if (!m_bRecording.load(std::memory_order_relaxed)) m_captureSession->startRunning();
     return true;
   }
+  if (!makeQueues()) {
+    log(kPreparingFailed, {std::string(kNoThread)});
+    return false;
+  }
   registerForNotifications();
   m_captureSession = environment_.host.capture.createSession();
   m_captureSession->setSessionPreset(sessionPresetForQuality(quality));
   prepareSession(device);
   return true;
+}
+
+bool AudioRecorder::makeEncodeQueue() {
+  if (!encodeQueue) {
+    encodeQueue = environment_.host.dispatch.createSerialQueue(kEncodeQueueLabel);
+  }
+  return encodeQueue != nullptr;
+}
+
+bool AudioRecorder::makeQueues() {
+  if (soundFormat == kSoundFormatM4a) return true;
+  dataQueue_ =
+      environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.DataOutput");
+  return makeEncodeQueue() && dataQueue_;
 }
 
 void AudioRecorder::registerForNotifications() {
@@ -144,9 +165,7 @@ platform::CaptureOutputPtr AudioRecorder::createOutput() {
   auto& host = environment_.host;
   if (soundFormat == kSoundFormatM4a) return host.capture.createAudioFileOutput();
   auto output = host.capture.createAudioDataOutput();
-  output->setSampleBufferDelegate(
-      weak_from_this(),
-      host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.DataOutput"));
+  output->setSampleBufferDelegate(weak_from_this(), std::exchange(dataQueue_, nullptr));
   return output;
 }
 

@@ -98,6 +98,11 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   // Adds input and output and starts the session; logs when it cannot be.
   void prepareSession(const platform::CaptureDevicePtr& device);
   platform::CaptureOutputPtr createOutput();
+  // The encoder's queue, which may not have been to be had when the recorder was made; false when
+  // the system has no thread for it.
+  bool makeEncodeQueue();
+  // The same for all queues that the sound format needs.
+  bool makeQueues();
 
   void captureSessionStartedNotification(const platform::Notification& notification);
   // False when the output cannot record to a file; logged.
@@ -140,7 +145,8 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   std::uint64_t quality = 0;
   std::uint64_t soundFormat = 0;
   std::map<std::uint64_t, QualityEntry> qualityDict;
-  std::shared_ptr<platform::DispatchQueue> encodeQueue;
+  std::shared_ptr<platform::DispatchQueue> encodeQueue;  // null: there was no thread for it
+  std::shared_ptr<platform::DispatchQueue> dataQueue_;   // until the output has it
   // `lame`, `handle` and `stopped` of the MP3 recordings.
   std::shared_ptr<Mp3Encoder> encoder_ = std::make_shared<Mp3Encoder>();
   std::uint64_t recordingNumber_ = 0;  // of the temporary file last named

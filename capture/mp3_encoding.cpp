@@ -10,6 +10,8 @@
 namespace record_audio {
 
 bool AudioRecorder::initLame() {
+  // The session of an m4a recording can go on with this format.
+  if (!makeEncodeQueue()) return false;
   auto file = createOutputFile();
   if (!file) {
     log("Can't open the recording file %@: check that its folder exists and can be written",
@@ -98,6 +100,7 @@ void AudioRecorder::deinitLame() {
 }
 
 void AudioRecorder::finishEncoder() {
+  if (!encodeQueue) return;
   encodeQueue->async([encoder = encoder_] { encoder->finish(); });
 }
 

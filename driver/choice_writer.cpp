@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -53,8 +54,14 @@ DefaultChoice ChoiceWriter::load() {
 void ChoiceWriter::store(const DefaultChoice& choice) {
   const std::lock_guard lock(desk_->mutex);
   desk_->next = choice;
-  if (std::exchange(desk_->phase, Desk::Phase::kOpen) == Desk::Phase::kNotStarted) {
-    std::thread([desk = desk_] { desk->work(); }).detach();
+  if (desk_->phase == Desk::Phase::kNotStarted) {
+    try {
+      std::thread([desk = desk_] { desk->work(); }).detach();
+    } catch (const std::system_error&) {
+      // The choice waits on the desk for the next one, which tries again.
+      return;
+    }
+    desk_->phase = Desk::Phase::kOpen;
   }
   desk_->changed.notify_all();
 }

@@ -21,7 +21,7 @@ class Dispatch {
   // Runs its items from the main run loop.
   virtual std::shared_ptr<DispatchQueue> mainQueue() = 0;
   // A new queue with a thread of its own. Items queued before the last reference went still run;
-  // the process does not end before they have.
+  // the process does not end before they have. Null when the system has no thread to spare.
   virtual std::shared_ptr<DispatchQueue> createSerialQueue(const std::string& label) = 0;
 };
 

@@ -166,15 +166,17 @@ bool LevelMeter::open(const platform::CaptureDevicePtr& device) {
   const auto session = capture.createMonitoringSession();
   const auto input = session ? capture.createDeviceInput(device, &error) : nullptr;
   const auto output = input ? capture.createAudioDataOutput() : nullptr;
-  if (!output || !session->canAddInput(input) || !session->canAddOutput(output)) {
+  const auto queue =
+      environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.LevelQueue");
+  if (!queue) error = "there is no thread to spare";
+  if (!queue || !output || !session->canAddInput(input) || !session->canAddOutput(output)) {
     environment_.suite.logging.VKLogVariadic(
         "Can't show the level of \"%@\". The choice itself still holds. Error: %@",
         {device->localizedName(), error});
     return false;
   }
   tap_ = std::make_shared<PeakTap>();
-  output->setSampleBufferDelegate(tap_, environment_.host.dispatch.createSerialQueue(
-                                            "com.vantrel.korvel.RecordAudio.LevelQueue"));
+  output->setSampleBufferDelegate(tap_, queue);
   session->addInput(input);
   session->addOutput(output);
   session->startRunning();

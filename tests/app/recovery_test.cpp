@@ -64,6 +64,16 @@ TEST_F(RecoveryTest, AnInterruptedRecordingComesBackUnderItsOwnStartTime) {
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText, kRecoveredText));
 }
 
+TEST_F(RecoveryTest, WithoutAThreadTheNextStartLooks) {
+  leaveOne();
+  machine.dispatch.hasThreads = false;
+  launchRecordAndSettle();
+  EXPECT_TRUE(machine.fileManager.fileExists(kLeftover));
+  EXPECT_THAT(machine.suite.logLines,
+              Contains("There was no thread to spare to look for interrupted recordings; the next "
+                       "start does."));
+}
+
 TEST_F(RecoveryTest, TheNotificationIsSilentAndShowsTheFile) {
   leaveOne();
   launchRecordAndSettle();

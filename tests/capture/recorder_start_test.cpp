@@ -64,6 +64,35 @@ TEST_F(RecorderStartTest, RefusesADeviceWithoutInputChannels) {
   EXPECT_FALSE(recorder->startRecord(mic, 0, kMp3));
 }
 
+TEST_F(RecorderStartTest, RefusesToEncodeWithoutAThreadAndTriesAgain) {
+  memory.dispatch.hasThreads = false;
+  EXPECT_FALSE(recorder->startRecord(mic, 0, kMp3));
+  EXPECT_THAT(memory.suite.logLines,
+              ElementsAre("An error occurred while preparing to record audio. Error: the system "
+                          "has no thread to spare for the encoder. Close other programs and start "
+                          "again."));
+  EXPECT_THAT(memory.capture.sessions, IsEmpty());
+  memory.dispatch.hasThreads = true;
+  record(kMp3);
+  EXPECT_TRUE(recorder->isRecording());
+}
+
+TEST_F(RecorderStartTest, NeedsNoThreadOfItsOwnForAFileOutput) {
+  memory.dispatch.hasThreads = false;
+  recorder =
+      record_audio::AudioRecorder::initWithDesktopPath(memory.environment, recorder->desktopPath());
+  record(kM4a);
+  EXPECT_TRUE(recorder->isRecording());
+  recorder->stopRecord();
+  EXPECT_FALSE(recorder->isRecording());
+  // The encoder of the next recording has a thread, or the recording ends with the error.
+  ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
+  recorder->setOnRecordError([this] { ++errorCount; });
+  session().reportStarted();
+  EXPECT_EQ(errorCount, 1);
+  EXPECT_FALSE(recorder->isRecording());
+}
+
 TEST_F(RecorderStartTest, FindsTheDeviceByReadingListThenChannelsThenUid) {
   addInputDevice(memory.audioHardware, 41, "other");
   memory.audioHardware.addDevice(39, "speaker");  // no input channels: its UID is never asked

@@ -25,6 +25,7 @@ bool MemoryDispatchQueue::runAll() {
 
 std::shared_ptr<platform::DispatchQueue> MemoryDispatch::createSerialQueue(
     const std::string& label) {
+  if (!hasThreads) return nullptr;
   serialQueues.push_back(std::make_shared<MemoryDispatchQueue>(label));
   return serialQueues.back();
 }

@@ -62,6 +62,7 @@ class MemoryDispatch : public platform::Dispatch {
 
   std::shared_ptr<MemoryDispatchQueue> main = std::make_shared<MemoryDispatchQueue>("main");
   std::vector<std::shared_ptr<MemoryDispatchQueue>> serialQueues;
+  bool hasThreads = true;  // false: the system has none to spare for another queue
 };
 
 class MemoryRunLoop : public platform::RunLoop {

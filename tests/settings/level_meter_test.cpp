@@ -104,6 +104,13 @@ TEST_F(LevelMeterTest, DoesNotOpenTheDeviceWithoutAccess) {
   EXPECT_THAT(machine_.capture.pendingRequests, IsEmpty());
 }
 
+TEST_F(LevelMeterTest, DoesNotOpenTheDeviceWithoutAThread) {
+  machine_.dispatch.hasThreads = false;
+  const auto controller = showController();
+  EXPECT_FALSE(isListening());
+  EXPECT_TRUE(indicator().hidden);
+}
+
 TEST_F(LevelMeterTest, OpensTheDeviceWhenAccessWasGrantedAndLetsGoWhenWithdrawn) {
   machine_.capture.authorization = platform::AuthorizationStatus::kDenied;
   const auto controller = showController();

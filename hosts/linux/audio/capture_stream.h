@@ -36,7 +36,8 @@ class CaptureStream {
  public:
   // Returns at once; samples arrive in the ring when the device runs. `onFailed` gets a text that
   // says what happened; it is called on the stream's thread, at most once, and must not destroy the
-  // stream. The ring outlives the stream.
+  // stream. The ring outlives the stream. Throws std::system_error when there is no thread to be
+  // had.
   CaptureStream(const CaptureSource& source, CaptureRing& ring,
                 std::function<void(const std::string& message)> onFailed);
   // Returns when the last sample has been stored and `onFailed` will not be called any more.

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "driver/loopback_protocol.h"
@@ -29,6 +30,11 @@ std::vector<std::string> captureDevices(const AudioGraph& graph) {
 }
 
 }  // namespace
+
+std::string noResourcesMessage(const std::string& reason) {
+  return "The system has no thread or descriptor left for the connection to PipeWire (" + reason +
+         "), so there is no sound to record. Close other programs and start again.";
+}
 
 std::string notRunningMessage(const std::string& reason) {
   return "PipeWire is not running (" + reason +
@@ -87,6 +93,10 @@ PipeWireConnection::Remote::~Remote() {
 }
 
 void PipeWireConnection::Remote::begin(pw_loop* loop) {
+  if (loop == nullptr) {
+    owner_.lose(noResourcesMessage(strerror(EMFILE)));
+    return;
+  }
   loop_ = loop;
   context_ = makeContext(loop, ContextKind::kControl);
   if (context_ == nullptr) {
@@ -96,6 +106,10 @@ void PipeWireConnection::Remote::begin(pw_loop* loop) {
   }
   timer_ = pw_loop_add_timer(
       loop_, [](void* self, std::uint64_t) { static_cast<Remote*>(self)->onTime(); }, this);
+  if (timer_ == nullptr) {
+    owner_.lose(noResourcesMessage(strerror(errno)));
+    return;
+  }
   tryToConnect();
 }
 
@@ -186,8 +200,13 @@ PipeWireConnection::PipeWireConnection(Callbacks callbacks)
       onRegained_(std::move(callbacks.onRegained)),
       onCaptureDeviceAdded_(std::move(callbacks.onCaptureDeviceAdded)),
       onCaptureDeviceRemoved_(std::move(callbacks.onCaptureDeviceRemoved)),
-      remote_(std::make_unique<Remote>(*this)),
-      loop_(std::make_unique<PipeWireLoop>("audio-control")) {
+      remote_(std::make_unique<Remote>(*this)) {
+  try {
+    loop_ = std::make_unique<PipeWireLoop>("audio-control");
+  } catch (const std::system_error& error) {
+    lose(noResourcesMessage(error.code().message()));
+    return;
+  }
   loop_->post([this](pw_loop* loop) { remote_->begin(loop); });
 }
 
@@ -197,6 +216,7 @@ PipeWireConnection::~PipeWireConnection() {
     isClosing_ = true;
     changed_.wait_for(lock, kAnswerLimit, [this] { return unansweredMetadata_ == 0; });
   }
+  if (loop_ == nullptr) return;
   loop_->post([this](pw_loop*) { remote_.reset(); });
   loop_.reset();
 }

@@ -35,7 +35,8 @@ class PipeWireConnection {
 
   using DeviceCallback = std::function<void(const std::string& nodeName)>;
   struct Callbacks {
-    // Says what happened and what to do about it. On the connection's thread, once for each loss.
+    // Says what happened and what to do about it. On the connection's thread, once for each loss;
+    // in the constructor when there is no such thread to be had.
     std::function<void(const std::string& message)> onLost;
     // The connection stands again. On the connection's thread.
     std::function<void()> onRegained;
@@ -110,9 +111,11 @@ class PipeWireConnection {
   DeviceCallback onCaptureDeviceRemoved_;  // guarded by callbackMutex_
 
   std::unique_ptr<Remote> remote_;
-  std::unique_ptr<PipeWireLoop> loop_;
+  std::unique_ptr<PipeWireLoop> loop_;  // null when there was no thread for it: lost for good
 };
 
+// What to tell the user when a limit of the system is in the way; `reason` is the system's.
+std::string noResourcesMessage(const std::string& reason);
 // What to tell the user when there is no daemon; `reason` is the system's.
 std::string notRunningMessage(const std::string& reason);
 

@@ -14,9 +14,7 @@ PipeWireLoop::~PipeWireLoop() {
   {
     const std::lock_guard lock(mutex_);
     quit_ = true;
-    if (wakeSource_ != nullptr) {
-      pw_loop_signal_event(pw_main_loop_get_loop(loop_), wakeSource_);
-    }
+    wake();
   }
   thread_.join();
 }
@@ -24,7 +22,12 @@ PipeWireLoop::~PipeWireLoop() {
 void PipeWireLoop::post(Work work) {
   const std::lock_guard lock(mutex_);
   posted_.push_back(std::move(work));
+  wake();
+}
+
+void PipeWireLoop::wake() {
   if (wakeSource_ != nullptr) pw_loop_signal_event(pw_main_loop_get_loop(loop_), wakeSource_);
+  changed_.notify_all();
 }
 
 void PipeWireLoop::onWake(void* self, std::uint64_t) {
@@ -48,19 +51,36 @@ void PipeWireLoop::runPosted() {
   }
 }
 
+void PipeWireLoop::runWithoutLoop() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return quit_ || !posted_.empty(); });
+    if (posted_.empty()) return;
+    const std::vector<Work> work = std::exchange(posted_, {});
+    lock.unlock();
+    for (const Work& item : work) item(nullptr);
+    lock.lock();
+  }
+}
+
 void PipeWireLoop::run(const std::string& threadName) {
   pthread_setname_np(pthread_self(), threadName.c_str());
   static std::once_flag initialised;
   std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
 
   pw_main_loop* loop = pw_main_loop_new(nullptr);
+  spa_source* wakeSource =
+      loop == nullptr ? nullptr : pw_loop_add_event(pw_main_loop_get_loop(loop), onWake, this);
+  if (wakeSource == nullptr) {
+    if (loop != nullptr) pw_main_loop_destroy(loop);
+    runWithoutLoop();
+    return;
+  }
   {
     const std::lock_guard lock(mutex_);
     loop_ = loop;
-    wakeSource_ = pw_loop_add_event(pw_main_loop_get_loop(loop), onWake, this);
-    if (quit_ || !posted_.empty()) {
-      pw_loop_signal_event(pw_main_loop_get_loop(loop), wakeSource_);
-    }
+    wakeSource_ = wakeSource;
+    if (quit_ || !posted_.empty()) wake();
   }
   pw_main_loop_run(loop);
   {

@@ -88,6 +88,10 @@ void StreamConnection::connect(pw_loop* loop) {
     };
     return events;
   }();
+  if (loop == nullptr) {
+    fail(noResourcesMessage(strerror(EMFILE)));
+    return;
+  }
   context_ = makeContext(loop, ContextKind::kAudio);
   if (context_ == nullptr) {
     fail("PipeWire's client library cannot be set up" + inBrackets(strerror(errno)));

@@ -58,7 +58,7 @@ class StreamConnection {
   StreamConnection& operator=(const StreamConnection&) = delete;
   virtual ~StreamConnection();
 
-  // Returns at once; cycles come when the device runs.
+  // Returns at once; cycles come when the device runs. Without a loop the connection fails.
   void connect(pw_loop* loop);
 
  protected:

@@ -41,7 +41,8 @@ class DeviceStream {
 
   // Returns at once; callbacks come when the device runs. `onEnded` gets a text that says what
   // happened when the stream ends before its time; it is called on the stream's thread, at most
-  // once, and must not destroy the stream. The client outlives the stream.
+  // once, and must not destroy the stream. The client outlives the stream. Throws std::system_error
+  // when there is no thread to be had.
   DeviceStream(Direction direction, const DeviceStreamTarget& target, Client& client,
                std::function<void(const std::string& message)> onEnded);
   // Returns when the last callback has returned.

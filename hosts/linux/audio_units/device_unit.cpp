@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "hosts/linux/audio_units/speaker_layout.h"
@@ -224,11 +225,19 @@ OSStatus DeviceUnit::start() {
   rendered_ = PlaneList(format.mChannelsPerFrame);
   renderable_frames_ = 0;
   if (isRecording()) environment_.startLine.inputStarts();
-  stream_ = std::make_unique<DeviceStream>(
-      isRecording() ? DeviceStream::Direction::kRecord : DeviceStream::Direction::kPlay,
-      std::move(target), *this, [](const std::string& message) {
-        logMessage(LogLevel::kWarning, "Play-through: " + message);
-      });
+  const auto warn = [](const std::string& message) {
+    logMessage(LogLevel::kWarning, "Play-through: " + message);
+  };
+  try {
+    stream_ = std::make_unique<DeviceStream>(
+        isRecording() ? DeviceStream::Direction::kRecord : DeviceStream::Direction::kPlay,
+        std::move(target), *this, warn);
+  } catch (const std::system_error& error) {
+    warn("It cannot begin: " + error.code().message() + ". Close other programs and start again.");
+    publisher_ = DeviceClockTable::Publisher();
+    if (isRecording()) environment_.startLine.inputHasStopped();
+    return platform::kAudioHardwareUnspecifiedError;
+  }
   return noErr;
 }
 

@@ -4,8 +4,11 @@
 
 #include <condition_variable>
 #include <deque>
+#include <system_error>
 #include <thread>
 #include <utility>
+
+#include "hosts/linux/base/log.h"
 
 namespace linux_host {
 namespace {
@@ -110,9 +113,15 @@ std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
     const std::string& label) {
   const std::lock_guard lock(mutex_);
   joinFinished();
-  auto worker = std::make_shared<Worker>(label, pendingWork_);
-  workers_.push_back(worker);
-  return std::make_shared<SerialQueue>(label, std::move(worker));
+  try {
+    auto worker = std::make_shared<Worker>(label, pendingWork_);
+    workers_.push_back(worker);
+    return std::make_shared<SerialQueue>(label, std::move(worker));
+  } catch (const std::system_error& error) {
+    logMessage(LogLevel::kError, "There is no thread for " + label + " (" + error.code().message() +
+                                     "). Close other programs.");
+    return nullptr;
+  }
 }
 
 void DispatchThreads::joinFinished() {

@@ -1,7 +1,9 @@
 #include "hosts/linux/bus/dbus_support.h"
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "hosts/linux/base/log.h"
@@ -9,11 +11,11 @@
 namespace linux_host {
 namespace {
 
-// Cancels a blocking call of GLib's when its time is up: the calls themselves know no limit.
+// Cancels a blocking call of GLib's when its time is up: the calls themselves know no limit. Throws
+// std::system_error when there is no thread to watch the time.
 class Deadline {
  public:
-  explicit Deadline(int timeout_ms)
-      : cancellable_(g_cancellable_new()), thread_([this, timeout_ms] { watch(timeout_ms); }) {}
+  explicit Deadline(int timeout_ms) : thread_([this, timeout_ms] { watch(timeout_ms); }) {}
   ~Deadline() {
     {
       const std::lock_guard lock(mutex_);
@@ -21,32 +23,32 @@ class Deadline {
       changed_.notify_one();
     }
     thread_.join();
-    g_object_unref(cancellable_);
   }
   Deadline(const Deadline&) = delete;
   Deadline& operator=(const Deadline&) = delete;
 
-  [[nodiscard]] GCancellable* cancellable() const { return cancellable_; }
+  [[nodiscard]] GCancellable* cancellable() const { return cancellable_.get(); }
 
  private:
   void watch(int timeout_ms) {
     std::unique_lock lock(mutex_);
     const auto limit = std::chrono::milliseconds(timeout_ms);
     if (!changed_.wait_for(lock, limit, [this] { return done_; }))
-      g_cancellable_cancel(cancellable_);
+      g_cancellable_cancel(cancellable_.get());
   }
 
   std::mutex mutex_;
   std::condition_variable changed_;
   bool done_ = false;  // guarded by mutex_
-  GCancellable* const cancellable_;
+  const std::unique_ptr<GCancellable, void (*)(gpointer)> cancellable_{g_cancellable_new(),
+                                                                       &g_object_unref};
   std::thread thread_;
 };
 
 }  // namespace
 
 ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
-                        std::string* error) {
+                        std::string* error) try {
   const Deadline deadline(timeout_ms);
   auto flags = G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
   if (isMessageBus) {
@@ -62,6 +64,9 @@ ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeo
     g_error_free(failure);
   }
   return connection;
+} catch (const std::system_error& noThread) {
+  *error = noThread.code().message();
+  return nullptr;
 }
 
 bool areOfType(GVariant* parameters, const char* type, const char* signal) {
@@ -73,11 +78,13 @@ bool areOfType(GVariant* parameters, const char* type, const char* signal) {
   return false;
 }
 
-void flush(GDBusConnection* connection, int timeout_ms) {
+void flush(GDBusConnection* connection, int timeout_ms) try {
   if (g_dbus_connection_is_closed(connection)) return;
   const Deadline deadline(timeout_ms);
   // A failure means that the other side is gone, and with it who was to be told.
   g_dbus_connection_flush_sync(connection, deadline.cancellable(), nullptr);
+} catch (const std::system_error&) {
+  // What is on its way leaves without anybody waiting for it.
 }
 
 }  // namespace linux_host

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -59,7 +60,8 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
 
   // Does `work` on a thread of its own and returns what it returns, or null when for kPatience no
   // call has ended. `work` then goes on alone and must own all that it uses; *isGivenUp becomes
-  // true, for it to look at, if that is given.
+  // true, for it to look at, if that is given. Without a thread to spare the caller does it, for as
+  // long as it takes.
   template <typename Work>
   auto within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp = nullptr)
       -> std::optional<decltype(work())>;
@@ -111,19 +113,25 @@ template <typename Work>
 auto FileCalls::within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp)
     -> std::optional<decltype(work())> {
   struct Shared {
+    explicit Shared(Work toDo) : work(std::move(toDo)) {}
+    Work work;  // of the one thread that does it
     std::mutex mutex;
     std::condition_variable changed;
     bool isDone = false;                     // guarded by mutex
     std::optional<decltype(work())> result;  // guarded by mutex
   };
-  const auto shared = std::make_shared<Shared>();
-  std::thread([shared, self = shared_from_this(), work = std::move(work)]() mutable {
-    auto result = work();
-    const std::lock_guard lock(shared->mutex);
-    shared->result.emplace(std::move(result));
-    shared->isDone = true;
-    shared->changed.notify_all();
-  }).detach();
+  const auto shared = std::make_shared<Shared>(std::move(work));
+  try {
+    std::thread([shared, self = shared_from_this()] {
+      auto result = shared->work();
+      const std::lock_guard lock(shared->mutex);
+      shared->result.emplace(std::move(result));
+      shared->isDone = true;
+      shared->changed.notify_all();
+    }).detach();
+  } catch (const std::system_error&) {
+    return shared->work();
+  }
   std::unique_lock lock(shared->mutex);
   if (awaitProgress(lock, shared->changed, shared->isDone)) return std::move(shared->result);
   if (isGivenUp != nullptr) isGivenUp->store(true, std::memory_order_relaxed);

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -36,8 +37,12 @@ FreeSpace::FreeSpace(Measure measure, std::chrono::milliseconds look)
 void FreeSpace::begin(const std::vector<std::string>& folders) {
   end();
   looks_ = std::make_shared<Looks>(measure_, look_);
-  for (const std::string& folder : folders) {
-    std::thread([looks = looks_, folder] { run(looks, folder); }).detach();
+  try {
+    for (const std::string& folder : folders) {
+      std::thread([looks = looks_, folder] { run(looks, folder); }).detach();
+    }
+  } catch (const std::system_error&) {
+    // A disk that fills up all the same is told of by the error of the write.
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <chrono>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -12,7 +13,9 @@ M4aWriterFactory::M4aWriterFactory(M4aLog log, std::vector<std::string> folders)
     : log_(log), folders_(std::move(folders)) {}
 
 M4aWriterFactory::~M4aWriterFactory() {
-  if (loaded_.valid()) loaded_.wait();
+  // Only a load that nobody has asked for the result of can be put off.
+  if (loaded_.valid() && loaded_.wait_for(std::chrono::seconds(0)) != std::future_status::deferred)
+    loaded_.wait();
 }
 
 std::vector<std::string> M4aWriterFactory::defaultFolders() {
@@ -35,7 +38,12 @@ void M4aWriterFactory::loadInBackground() {
 std::shared_future<M4aWriterFactory::Loaded> M4aWriterFactory::loaded() {
   const std::lock_guard lock(mutex_);
   if (!loaded_.valid()) {
-    loaded_ = std::async(std::launch::async, [this] { return load(); }).share();
+    // Without a thread to spare it is loaded when it is needed, by who needs it.
+    try {
+      loaded_ = std::async(std::launch::async, [this] { return load(); }).share();
+    } catch (const std::system_error&) {
+      loaded_ = std::async(std::launch::deferred, [this] { return load(); }).share();
+    }
   }
   return loaded_;
 }

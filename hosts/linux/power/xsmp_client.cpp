@@ -5,7 +5,10 @@
 #include <pthread.h>
 
 #include <cstdlib>
+#include <system_error>
 #include <utility>
+
+#include "hosts/linux/base/log.h"
 
 namespace linux_host {
 namespace {
@@ -52,8 +55,14 @@ void XsmpClient::connect() {
     if (connection_ != nullptr) connection_->saved();
   };
   const XsmpEvents events{[this, answer] { end_.save(answer); }, [this] { end_.quit(); }};
-  thread_ = std::thread(
-      [shared = shared_, folders = folders_, events] { open(shared, folders, events); });
+  try {
+    thread_ = std::thread(
+        [shared = shared_, folders = folders_, events] { open(shared, folders, events); });
+  } catch (const std::system_error& error) {
+    logMessage(LogLevel::kWarning, "The session manager cannot be asked to wait for recordings: " +
+                                       error.code().message() + ". Stop them before logging out.");
+    return;
+  }
   pthread_setname_np(thread_.native_handle(), "session-manager");
 }
 

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <system_error>
 #include <utility>
 
 namespace linux_host {
@@ -36,7 +37,14 @@ void FileIcons::set(const std::string& file, const std::string& iconFile) {
     shared_->changed.notify_all();
   }
   if (thread_.joinable()) return;
-  thread_ = std::thread([shared = shared_] { run(*shared); });
+  try {
+    thread_ = std::thread([shared = shared_] { run(*shared); });
+  } catch (const std::system_error&) {
+    // A file without its icon is whole.
+    const std::lock_guard lock(shared_->mutex);
+    shared_->changes.clear();
+    return;
+  }
   pthread_setname_np(thread_.native_handle(), "file-icons");
 }
 

@@ -431,7 +431,7 @@ TEST_F(TrayIconTest, AClickIsAClickOnTheDockIconAndOtherButtonsAreNot) {
 }
 
 TEST_F(TrayIconTest, TheLeaveToBringAWindowForwardComesAheadOfTheClick) {
-  show();
+  showAndWait();
   call(client_.get(), itemName(), kItemPath, kItem, "ProvideXdgActivationToken",
        g_variant_new("(s)", "leave"));
   call(client_.get(), itemName(), kItemPath, kItem, "Activate", g_variant_new("(ii)", 0, 0));
@@ -444,6 +444,20 @@ TEST_F(TrayIconTest, RegistersWithATrayThatIsThere) {
   show();
   EXPECT_TRUE(runUntil([&] { return !watcher.registered.empty(); }));
   EXPECT_THAT(watcher.registered, Each(itemName()));
+}
+
+TEST_F(TrayIconTest, RegistersOnceWhenItIsShownBeforeTheTrayIsFound) {
+  Watcher watcher(connectAgain());
+  ASSERT_TRUE(runUntil([&] { return hasOwner(kWatcher); }));
+  trays_.clear();
+  makeIndicator();
+  show();
+  ASSERT_TRUE(runUntil([&] { return !watcher.registered.empty(); }));
+  // What else was sent by then has arrived.
+  EXPECT_EQ(item("Id"), "'record-audio'");
+  EXPECT_TRUE(runUntil([&] { return !trays_.empty(); }));
+  settle();
+  EXPECT_THAT(watcher.registered, ElementsAre(itemName()));
 }
 
 TEST_F(TrayIconTest, RegistersWithATrayThatComesLaterAndWithTheNextOne) {

@@ -46,13 +46,15 @@ class BracketBundle : public platform::Bundle {
 // The indicator of a program that can be told in which phase it is.
 class IndicatorTest : public DesktopTest {
  protected:
-  IndicatorTest() {
+  IndicatorTest() { makeIndicator(); }
+  ~IndicatorTest() override { indicator_.reset(); }
+
+  void makeIndicator() {
+    indicator_.reset();
     indicator_ = std::make_unique<linux_host::Indicator>(
         bus_.get(), requests_, strings_, RA_BUILT_ICONS,
         [this](bool present) { trays_.push_back(present); });
   }
-  ~IndicatorTest() override { indicator_.reset(); }
-
   void show() { indicator_->activationPolicyDidChange(platform::ActivationPolicy::kRegular); }
   void hide() { indicator_->activationPolicyDidChange(platform::ActivationPolicy::kProhibited); }
   void setIcon(const char* name) {

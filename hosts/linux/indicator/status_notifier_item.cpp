@@ -128,7 +128,9 @@ void StatusNotifierItem::show() {
   ownedName_ = g_bus_own_name_on_connection(
       connection_, busName_.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
       [](GDBusConnection*, const gchar*, gpointer self) {
-        static_cast<StatusNotifierItem*>(self)->registerWithTray();
+        auto* item = static_cast<StatusNotifierItem*>(self);
+        item->hasName_ = true;
+        item->registerWithTray();
       },
       nullptr, this, nullptr);
 }
@@ -145,8 +147,13 @@ void StatusNotifierItem::leave() {
       this);
 }
 
+void StatusNotifierItem::releaseName() {
+  hasName_ = false;
+  if (ownedName_ != 0) g_bus_unown_name(std::exchange(ownedName_, 0));
+}
+
 void StatusNotifierItem::giveUpName() {
-  g_bus_unown_name(std::exchange(ownedName_, 0));
+  releaseName();
   leaving_ = g_timeout_add(
       kAnswering_ms,
       [](gpointer self) -> gboolean {
@@ -171,7 +178,7 @@ void StatusNotifierItem::exportObjects() {
 void StatusNotifierItem::withdrawObjects() {
   forgetSource(&leaving_);
   phase_ = Phase::kHidden;
-  if (ownedName_ != 0) g_bus_unown_name(std::exchange(ownedName_, 0));
+  releaseName();
   if (registration_ == 0) return;
   g_dbus_connection_unregister_object(connection_, registration_);
   registration_ = 0;
@@ -179,7 +186,7 @@ void StatusNotifierItem::withdrawObjects() {
 }
 
 void StatusNotifierItem::registerWithTray() {
-  if (!trayPresent_ || phase_ != Phase::kShown) return;
+  if (!trayPresent_ || !hasName_ || phase_ != Phase::kShown) return;
   g_dbus_connection_call(connection_, kWatcherName, kWatcherPath, kWatcherName,
                          "RegisterStatusNotifierItem", g_variant_new("(s)", busName_.c_str()),
                          nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms, nullptr, nullptr,

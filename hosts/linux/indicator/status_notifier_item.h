@@ -62,8 +62,11 @@ class StatusNotifierItem {
   void show();
   void leave();
   void giveUpName();
+  void releaseName();
   void exportObjects();
   void withdrawObjects();
+  // Once for each tray and each time the item is shown: a tray may take a second time for a new
+  // item of the same name.
   void registerWithTray();
   void announce();
   [[nodiscard]] GVariant* property(const std::string& name) const;
@@ -88,6 +91,7 @@ class StatusNotifierItem {
   // While shown. The item has a name of its own: a tray forgets the item when that name goes,
   // and the program stays on the bus.
   guint ownedName_ = 0;
+  bool hasName_ = false;  // the bus has given it
   std::string busName_;
   guint registration_ = 0;  // unless hidden
   std::unique_ptr<DBusMenu> menu_;

@@ -152,6 +152,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   void installRecorderCallbacks();
   void launchPreferencesMode();
   void launchRecordingMode();
+  // The window, before all others.
+  void showPreferences();
   [[nodiscard]] bool isPreferencesWindowVisible() const;
 
   // The one place where the session changes its state; session_state.h says what may follow what.
@@ -176,7 +178,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   void waitEnded(bool success);
   void startPlayThrough(platform::AudioDeviceID previousOutput);
   void noteSource(const platform::CaptureDevice& device);
-  void showNoSoundRecordedAlert();
+  // Whether the user wants to see the preferences, to which the alert points.
+  bool showNoSoundRecordedAlert();
   void logStopWithError();
 
   void clickedWhileStarting();

@@ -82,15 +82,19 @@ void AppDelegate::createPreferences() {
 
 void AppDelegate::launchPreferencesMode() {
   logCEP("Launch", platform::Dictionary{{"Preferences", true}});
-  showInDock();
-  _preferences->showWindow();
-  host().application.activateIgnoringOtherApps(true);
+  showPreferences();
   enter(SessionState::kIdle);
   if (_preferences->isWindowVisible()) return;
   // Without a screen nobody could ever click Done.
   host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
     if (const auto delegate = weak.lock()) delegate->tryToQuit();
   });
+}
+
+void AppDelegate::showPreferences() {
+  showInDock();
+  _preferences->showWindow();
+  host().application.activateIgnoringOtherApps(true);
 }
 
 void AppDelegate::launchRecordingMode() {

@@ -27,6 +27,7 @@ constexpr const char* kNoSoundRecorded = "No sound recorded";
 constexpr const char* kNoSoundRecordedFormat =
     "Either the \"Don\u2019t record audio\" option is selected in the \"%@\" preferences or no "
     "microphone is connected to the computer.";
+constexpr const char* kOpenPreferences = "Preferences\u2026";
 constexpr const char* kMicrophoneMuted = "Microphone muted";
 constexpr const char* kMicrophoneMutedAdvice =
     "Computer microphone is muted. Un-mute microphone to record sound.";
@@ -156,8 +157,9 @@ void AppDelegate::startRecorderContinue() {
   const platform::CaptureDevicePtr device = _preferences->audioCaptureDevice();
   if (!device) {
     enter(SessionState::kNoDevice);
-    showNoSoundRecordedAlert();
+    const bool wantsPreferences = showNoSoundRecordedAlert();
     enter(SessionState::kIdle);
+    if (wantsPreferences) showPreferences();
     tryToQuit();
     return;
   }
@@ -181,13 +183,14 @@ void AppDelegate::startRecorderContinue() {
   _provider->setMenuText("00:00");
 }
 
-void AppDelegate::showNoSoundRecordedAlert() {
+bool AppDelegate::showNoSoundRecordedAlert() {
   platform::Alert alert;
   alert.style = platform::AlertStyle::kCritical;
   alert.messageText = localized(kNoSoundRecorded);
   alert.informativeText =
       withFirstPlaceholder(localized(kNoSoundRecordedFormat), displayName(host().mainBundle));
-  host().alerts.runModal(alert);
+  alert.extraButton = localized(kOpenPreferences);
+  return host().alerts.runModal(alert) == platform::kAlertExtraButtonReturn;
 }
 
 void AppDelegate::installRecorderCallbacks() {

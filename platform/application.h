@@ -54,22 +54,26 @@ class Application {
 
 enum class AlertStyle : int { kWarning = 0, kInformational = 1, kCritical = 2 };
 inline constexpr int kAlertFirstButtonReturn = 1000;
+inline constexpr int kAlertExtraButtonReturn = -1;
 
 struct Alert {
   AlertStyle style = AlertStyle::kWarning;
   std::string messageText;
   std::string informativeText;
   std::vector<std::string> buttons;  // none: one default button
+  // Beside the others: takes the user where the alert points, and ends it. Empty: there is none.
+  std::string extraButton;
 };
 
 class Alerts {
  public:
   virtual ~Alerts() = default;
-  // Shows the alert and returns kAlertFirstButtonReturn + the index of the button pressed. While it
-  // waits for that, work for the main queue goes on, and with it a recording, but no timer of the
-  // run loop fires: what is due meanwhile fires afterwards. A request to reopen the application
-  // raises the alert instead of reaching the delegate, and is not kept. Without a screen the alert
-  // is written to the log and answers as if it had been dismissed with the last button.
+  // Shows the alert and returns kAlertFirstButtonReturn + the index of the button pressed, or
+  // kAlertExtraButtonReturn. While it waits for that, work for the main queue goes on, and with it
+  // a recording, but no timer of the run loop fires: what is due meanwhile fires afterwards. A
+  // request to reopen the application raises the alert instead of reaching the delegate, and is not
+  // kept. Without a screen the alert is written to the log and answers as if it had been dismissed
+  // with the last button.
   virtual int runModal(const Alert& alert) = 0;
 };
 

@@ -97,8 +97,56 @@ TEST_F(SessionTest, NoDeviceShowsTheAlertAndQuitsWithoutAnEvent) {
             "Either the \"Don\u2019t record audio\" option is selected in the \"Enregistreur\" "
             "preferences or no microphone is connected to the computer.");
   EXPECT_THAT(alert.buttons, IsEmpty());
+  EXPECT_EQ(alert.extraButton, "Preferences\u2026");
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Quit"}));
   EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, TheAlertsExtraButtonOpensThePreferencesAndDoneThereEndsTheProcess) {
+  useSource(0);
+  machine.alerts.answers = {platform::kAlertExtraButtonReturn};
+  EXPECT_THAT(during([&] { launch(); }),
+              ElementsAre(kHideFromDock, "disableRelaunchOnLogin", "createToolDataClientProvider",
+                          "status 1", "locationForCurrentTool", kShowInDock, "event Launch",
+                          kShowInDock, "alert No sound recorded", "dismissed", kShowInDock,
+                          "loadWindow AudioPreferencesWindow", "activateIgnoringOtherApps YES"));
+  ASSERT_TRUE(windowLoaded());
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(app->status().at("state"), platform::Value("preferences"));
+  machine.runLoop.advance(60);
+  EXPECT_FALSE(ended());
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch"}));
+  clickDone();
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, AfterTheAlertsPreferencesTheNextClickRecords) {
+  machine.capture.disconnect("mic-1");
+  machine.alerts.answers = {platform::kAlertExtraButtonReturn};
+  launch();
+  machine.capture.connect("mic-1", "Microphone");
+  window->orderOut();
+  clickDock();
+  confirmStart();
+  EXPECT_EQ(app->status().at("state"), platform::Value("recording"));
+}
+
+TEST_F(SessionTest, WithoutAWindowTheAlertsExtraButtonStillEndsTheProcess) {
+  hasScreen = false;
+  useSource(0);
+  machine.alerts.answers = {platform::kAlertExtraButtonReturn};
+  launch();
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, AQuitDuringTheAlertOpensNoPreferences) {
+  useSource(0);
+  machine.alerts.answers = {platform::kAlertExtraButtonReturn};
+  machine.alerts.onShow = [&](const platform::Alert&) { machine.application.terminate(); };
+  launch();
+  machine.runLoop.settle();
+  EXPECT_TRUE(ended());
+  EXPECT_FALSE(windowLoaded());
 }
 
 TEST_F(SessionTest, NoMicrophoneShowsTheSameAlertWhateverTheSource) {

@@ -37,7 +37,8 @@ class AlertTest : public WindowsTest {
   platform::Alert alert_{.style = platform::AlertStyle::kWarning,
                          .messageText = "Restart <b>now</b>?",
                          .informativeText = "Unsaved work & more",
-                         .buttons = {"Restart", "Later", "Never"}};
+                         .buttons = {"Restart", "Later", "Never"},
+                         .extraButton = ""};
 };
 
 TEST_F(AlertTest, ReturnsTheNumberOfTheButtonThatWasPressed) {
@@ -66,6 +67,22 @@ TEST_F(AlertTest, WithoutButtonsHasOneThatClosesIt) {
   alert_.buttons.clear();
   EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }),
             platform::kAlertFirstButtonReturn);
+}
+
+TEST_F(AlertTest, AnExtraButtonAnswersForItselfAndChangesNothingForTheOthers) {
+  alert_.extraButton = "Preferences";
+  for (const bool hasOthers : {true, false}) {
+    if (!hasOthers) alert_.buttons.clear();
+    const int declines = platform::kAlertFirstButtonReturn + (hasOthers ? 2 : 0);
+    EXPECT_EQ(answer(alert_, [](QMessageBox& box) { clickTitled(box, "Preferences"); }),
+              platform::kAlertExtraButtonReturn);
+    EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Return); }),
+              platform::kAlertFirstButtonReturn);
+    EXPECT_EQ(answer(alert_, [](QMessageBox& box) { QTest::keyClick(&box, Qt::Key_Escape); }),
+              declines);
+    EXPECT_EQ(answer(alert_, [](QMessageBox& box) { box.close(); }), declines);
+    EXPECT_EQ(answer(alert_, [](QMessageBox&) { windowsModule().dismissAlerts(); }), declines);
+  }
 }
 
 TEST_F(AlertTest, ShowsItsTextsAsTheyStandWithTheIconOfItsStyle) {

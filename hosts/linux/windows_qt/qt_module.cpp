@@ -111,21 +111,23 @@ class QtModule : public WindowsModule {
       const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
       buttons.push_back(box.addButton(QString::fromStdString(title), role));
     }
-    if (buttons.empty()) {
-      box.addButton(QMessageBox::Ok);
-    } else {
-      box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
-      box.setEscapeButton(buttons.back());
-    }
+    if (buttons.empty()) buttons.push_back(box.addButton(QMessageBox::Ok));
+    box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
+    box.setEscapeButton(buttons.back());
+    const QAbstractButton* const extra =
+        alert.extraButton.empty()
+            ? nullptr
+            : box.addButton(QString::fromStdString(alert.extraButton), QMessageBox::ActionRole);
     box.setModal(true);
     bringForward(box, services_.takeActivationToken());
     box.exec();
+    if (extra != nullptr && box.clickedButton() == extra) return platform::kAlertExtraButtonReturn;
     for (std::size_t i = 0; i < buttons.size(); ++i) {
       if (box.clickedButton() == buttons[i]) {
         return platform::kAlertFirstButtonReturn + static_cast<int>(i);
       }
     }
-    return platform::kAlertFirstButtonReturn + std::max(static_cast<int>(buttons.size()) - 1, 0);
+    return platform::kAlertFirstButtonReturn + static_cast<int>(buttons.size()) - 1;
   }
 
   void raiseAlert() override {

@@ -48,13 +48,10 @@ int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) 
   linux_host::LinuxHost host(std::move(arguments));
   if (const auto status = host.becomeInstance(urisOf(commandLine.pathsToOpen))) return *status;
   auto delegate = record_audio::AppDelegate::create(host.environment());
-  const int status =
-      host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus});
-  // The log has said where it lies and why.
-  if (status == linux_host::kExitDone && delegate->hasUnsavedRecording()) {
-    return linux_host::kExitFailed;
-  }
-  return status;
+  // Of a recording that could not be saved the log has said where it lies and why.
+  return host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus, [&] {
+                                         return delegate->hasUnsavedRecording();
+                                       }});
 }
 
 int runRecovery(std::vector<std::string> arguments) {

@@ -107,7 +107,9 @@ Screen::Screen(const std::string& folder) : folder_(folder) {
   const std::string size =
       std::to_string(kScreenWidth_px) + "x" + std::to_string(kScreenHeight_px) + "x24";
   server_ = std::make_unique<ChildProcess>(ChildProcess::Command{
-      {"sh", "-c", "exec Xvfb -displayfd 3 -screen 0 " + size + " -nolisten tcp 3>" + number},
+      // A server that begins anew when its last client goes refuses the next one meanwhile.
+      {"sh", "-c",
+       "exec Xvfb -noreset -displayfd 3 -screen 0 " + size + " -nolisten tcp 3>" + number},
       {},
       folder_ + "/xvfb.log"});
   if (!runUntil([&] { return base_test::contentsOf(number).ends_with('\n'); })) {

@@ -5,6 +5,7 @@
 
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_session_manager.h"
+#include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/small_disk.h"
 #include "tests/e2e/tool_fixture.h"
 
@@ -69,6 +70,49 @@ class DesktopToolTest : public e2e::ToolFixture {
       ++times;
     }
     return times;
+  }
+  // A Wayland desktop without a picture, for every program started from then on.
+  std::unique_ptr<ChildProcess> startCompositor() {
+    const std::string compositorLog = server.directory() + "/compositor.log";
+    auto compositor = std::make_unique<ChildProcess>(ChildProcess::Command{
+        {"weston", "--backend=headless-backend.so", "--use-pixman", "--socket=screen"},
+        {},
+        compositorLog});
+    const std::string socket = server.directory() + "/screen";
+    EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(socket); }, e2e::kStepLimit))
+        << base_test::contentsOf(compositorLog);
+    setEnvironment("WAYLAND_DISPLAY", socket);
+    setEnvironment("DISPLAY", "");
+    return compositor;
+  }
+  // A recording in a program that an alert has made load the toolkit.
+  std::unique_ptr<ChildProcess> recordAfterAnAlert() {
+    plugInMicrophone();
+    control->setMute("microphone", true);
+    auto tool = start();
+    EXPECT_TRUE(waitForState("refused"));
+    // This ends the alert; the notification that follows keeps the program for ten seconds.
+    tool->sendSignal(SIGTERM);
+    EXPECT_TRUE(waitForState("idle"));
+    control->setMute("microphone", false);
+    EXPECT_EQ(run({}).exitStatus, 0);
+    EXPECT_TRUE(waitForState("recording"));
+    return tool;
+  }
+  // The recording goes on, and ends as every other does.
+  void expectTheRecordingGoesOn(ChildProcess& tool) {
+    EXPECT_TRUE(waitUntil([&] { return log().find("The screen has gone") != std::string::npos; }));
+    const int sofar_s = status().value("elapsedSeconds", 0);
+    EXPECT_TRUE(waitUntil([&] { return status().value("elapsedSeconds", 0) >= sofar_s + 2; }));
+    EXPECT_EQ(status().value("state", ""), "recording");
+    const auto stopped = run({"--stop"});
+    EXPECT_EQ(stopped.exitStatus, 0);
+    const std::string saved = onlyFileIn(musicFolder());
+    EXPECT_EQ(stopped.output, saved + "\n");
+    EXPECT_GT(e2e::decodeSound(saved, server.directory()).duration_s(), sofar_s + 1.0);
+    EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
+    EXPECT_TRUE(endsByItself(tool));
+    EXPECT_EQ(eventNames().back(), "Quit");
   }
   std::size_t locks() {
     const VariantPtr answer =
@@ -197,18 +241,41 @@ TEST_F(DesktopToolTest, ALogOutFromASessionManagerThatIsNotOnTheBusSavesTheRecor
   EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
 }
 
+// The toolkit ends the process when its screen goes.
+TEST_F(DesktopToolTest, ARecordingOutlivesTheXServer) {
+  const std::string folder = server.directory() + "/screen";
+  std::filesystem::create_directories(folder);
+  auto screen = std::make_unique<Screen>(folder);
+  const std::string display = screen->environment();
+  setEnvironment("DISPLAY", display.substr(display.find('=') + 1));
+  setEnvironment("QT_QPA_PLATFORM", "xcb");
+  const auto tool = recordAfterAnAlert();
+  screen.reset();
+  expectTheRecordingGoesOn(*tool);
+}
+
+// Nobody can answer the alert any more.
+TEST_F(DesktopToolTest, WithAnAlertAndNothingRecordedTheProgramEndsWithItsScreen) {
+  plugInMicrophone();
+  control->setMute("microphone", true);
+  const auto screen = startCompositor();
+  const auto tool = start();
+  ASSERT_TRUE(waitForState("refused"));
+  screen->kill();
+  EXPECT_TRUE(endsByItself(*tool));
+  EXPECT_EQ(eventNames().back(), "Quit");
+}
+
+TEST_F(DesktopToolTest, ARecordingOutlivesTheWaylandCompositor) {
+  const auto screen = startCompositor();
+  const auto tool = recordAfterAnAlert();
+  screen->kill();
+  expectTheRecordingGoesOn(*tool);
+}
+
 TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
   plugInMicrophone();
-  const std::string compositorLog = server.directory() + "/compositor.log";
-  const ChildProcess compositor(
-      {{"weston", "--backend=headless-backend.so", "--use-pixman", "--socket=screen"},
-       {},
-       compositorLog});
-  const std::string socket = server.directory() + "/screen";
-  ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(socket); }, e2e::kStepLimit))
-      << base_test::contentsOf(compositorLog);
-  setEnvironment("WAYLAND_DISPLAY", socket);
-  setEnvironment("DISPLAY", "");
+  const auto compositor = startCompositor();
   setEnvironment("WAYLAND_DEBUG", "1");
   auto tool = start({e2e::kToolIdentifier});
   // The compositor says which screen a window has come to. What stands between an object's kind and

@@ -58,6 +58,11 @@ void HostWindowsServices::chooseFolder(const std::string& parentWindow, const st
                         });
 }
 
+void HostWindowsServices::goOnWithoutScreen() {
+  goOn_();
+  std::abort();  // it does not return
+}
+
 Appearance HostWindowsServices::appearance() const {
   return desktopAppearance(bus_.connection());
 }
@@ -89,7 +94,8 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
           sessionBus_.connection(),
           [this](const platform::ImagePtr& image) { return icons_.file(image); },
           [this] { return activationTokens_.take(); }),
-      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_, activationTokens_),
+      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_, activationTokens_,
+                       [this] { goOnWithoutScreen(); }),
       windows_(windowsServices_, M4aWriterFactory::defaultFolders()),
       application_(mainLoop_),
       ports_{
@@ -313,7 +319,8 @@ void LinuxHost::tellThatThereIsNoFolder() {
 
 int LinuxHost::exitStatus() const {
   if (hasNoFolder()) return kExitFailed;
-  return windows_.wentUnseen() ? kExitNoScreen : kExitDone;
+  if (windows_.wentUnseen()) return kExitNoScreen;
+  return hasUnsavedRecording_() ? kExitFailed : kExitDone;
 }
 
 int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
@@ -328,12 +335,30 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                                                     [this] { return capture_.lost_frames(); }),
                  suite::kToolIdentifier);
   delegate.reset();
+  hasUnsavedRecording_ = launch.hasUnsavedRecording;
   if (launch.startedByBus) {
     router_.launchOnFirstRequest();
   } else {
     router_.launch(launch.pathsToOpen);
   }
   application_.run();
+  return finish();
+}
+
+void LinuxHost::goOnWithoutScreen() {
+  const bool isRecordingOnly = !windows_.isAlertShowing() && !windows_.hasVisibleWindows();
+  logMessage(LogLevel::kError, isRecordingOnly
+                                   ? "The screen has gone. What is being recorded goes on."
+                                   : "The screen has gone, and the program with its window.");
+  windows_.loseScreen();
+  mainLoop_.runBy({}, {});
+  if (!isRecordingOnly) application_.terminateRegardless();
+  application_.run();
+  // Neither the toolkit nor what it was called by can be gone back to.
+  std::_Exit(finish());
+}
+
+int LinuxHost::finish() {
   userDefaults_.synchronize();
   if (hasNoFolder()) tellThatThereIsNoFolder();
 

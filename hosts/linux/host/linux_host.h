@@ -67,12 +67,14 @@ class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
   HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus,
-                      MainLoop& loop, ActivationTokens& activationTokens)
+                      MainLoop& loop, ActivationTokens& activationTokens,
+                      std::function<void()> goOn)
       : bundle_(bundle),
         storage_(storage),
         bus_(bus),
         loop_(loop),
         activationTokens_(activationTokens),
+        goOn_(std::move(goOn)),
         folderChooser_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
@@ -84,6 +86,7 @@ class HostWindowsServices : public WindowsServices {
   void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) override {
     loop_.runBy(std::move(step), std::move(endDialogs));
   }
+  [[noreturn]] void goOnWithoutScreen() override;
   [[nodiscard]] Appearance appearance() const override;
 
  private:
@@ -92,6 +95,7 @@ class HostWindowsServices : public WindowsServices {
   SessionBus& bus_;
   MainLoop& loop_;
   ActivationTokens& activationTokens_;
+  const std::function<void()> goOn_;
   FolderChooser folderChooser_;
 };
 
@@ -121,10 +125,14 @@ class LinuxHost {
   struct Launch {
     std::vector<std::string> pathsToOpen;
     bool startedByBus = false;  // the request that started us follows
+    // Whether a recording could not be saved; asked at the end.
+    std::function<bool()> hasUnsavedRecording = [] { return false; };
   };
   // Launches the delegate and runs until it has terminated and every file is closed. Returns the
   // exit status: kExitFailed without a folder for recordings, kExitNoScreen where something was to
-  // be shown since the last recording began and there was no screen for it, else 0.
+  // be shown since the last recording began and there was no screen for it, kExitFailed where a
+  // recording could not be saved, else 0. Ends the process with that status, and does not return,
+  // when the screen has gone meanwhile.
   [[nodiscard]] int run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                         std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
 
@@ -146,6 +154,11 @@ class LinuxHost {
     return storage_.lastOutputFolder().empty() && !storage_.outputFolderProblem().empty();
   }
   [[nodiscard]] int exitStatus() const;
+  // All that follows the main loop; returns the exit status.
+  int finish();
+  // The rest of the program, in the middle of the toolkit's end: what is being recorded goes on;
+  // where nothing is, or an alert waits for its answer, the program saves and ends.
+  [[noreturn]] void goOnWithoutScreen();
   // Waits until every file is complete; false when no call to a file has come back for so long that
   // none will.
   bool waitForFiles();
@@ -207,6 +220,7 @@ class LinuxHost {
   FreeSpace freeSpace_;
   StallDetector stallDetector_;
   std::optional<std::string> stalledFile_;
+  std::function<bool()> hasUnsavedRecording_;
   std::string sourceRemark_;
   std::string silenceRemark_;
   std::string spaceRemark_;

@@ -78,11 +78,11 @@ std::shared_ptr<platform::Window> WindowsLoader::loadWindow(const std::string& i
 }
 
 void WindowsLoader::setPointingHand() {
-  if (module_ != nullptr) module_->cursor().setPointingHand();
+  if (module_ != nullptr && !isScreenLost_) module_->cursor().setPointingHand();
 }
 
 std::optional<platform::Color> WindowsLoader::linkColor() const {
-  if (module_ == nullptr) return std::nullopt;
+  if (module_ == nullptr || isScreenLost_) return std::nullopt;
   return module_->systemColors().linkColor();
 }
 
@@ -105,7 +105,17 @@ void WindowsLoader::raiseWindows() {
   }
 }
 
+void WindowsLoader::loseScreen() {
+  isScreenLost_ = true;
+  windows_.clear();
+  for (; alerts_ > 0; --alerts_) onAlert_(false);
+}
+
 WindowsModule* WindowsLoader::module() {
+  if (isScreenLost_) {
+    sayMissing("The screen has gone: no windows are shown and alerts go to this log.");
+    return nullptr;
+  }
   if (module_ != nullptr) return module_.get();
   if (!isScreenNamed()) {
     sayMissing(

@@ -46,6 +46,9 @@ class WindowsLoader : public platform::Alerts,
   // Whether an alert or a window was to be shown and could not, since the last forgetUnseen().
   [[nodiscard]] bool wentUnseen() const { return wentUnseen_; }
   void forgetUnseen() { wentUnseen_ = false; }
+  // From now on nothing of the module is used: no window is visible, no alert waits, and none is
+  // shown any more.
+  void loseScreen();
   [[nodiscard]] bool isModuleLoaded() const { return module_ != nullptr; }
 
  private:
@@ -59,6 +62,7 @@ class WindowsLoader : public platform::Alerts,
   std::unique_ptr<WindowsModule> module_;
   std::vector<std::weak_ptr<platform::Window>> windows_;
   int alerts_ = 0;
+  bool isScreenLost_ = false;
   bool wentUnseen_ = false;
   std::function<void(bool waits)> onAlert_ = [](bool) {};
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -53,6 +54,10 @@ class WindowsServices {
   virtual void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) {
     (void)step, (void)endDialogs;
   }
+
+  // The screen has gone, and the toolkit is about to end the process. Called in the middle of its
+  // work, which is left there for good; the windows and alerts are not used any more.
+  [[noreturn]] virtual void goOnWithoutScreen() { std::_Exit(EXIT_FAILURE); }
 
   // The desktop's leave to bring a window forward, once (ActivationTokens::take).
   virtual std::string takeActivationToken() { return {}; }

@@ -15,6 +15,7 @@
 #include "hosts/linux/windows_qt/activation.h"
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
+#include "hosts/linux/windows_qt/screen_loss.h"
 
 namespace linux_host {
 namespace {
@@ -82,6 +83,8 @@ class QtSystemColors : public platform::SystemColors {
 class QtModule : public WindowsModule {
  public:
   explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
+    toolkitSources_.end();
+    screenLoss_.emplace(services_, toolkitSources_);
     // The class of X11 windows, by which desktops find their launcher.
     QApplication::setApplicationName(QLatin1String(kApplicationId));
     QApplication::setDesktopFileName(QLatin1String(kApplicationId));
@@ -171,7 +174,9 @@ class QtModule : public WindowsModule {
   int argc_ = 1;
   std::array<char, 13> name_{"record-audio"};
   std::array<char*, 2> argv_{name_.data(), nullptr};
+  SourceSpan toolkitSources_;
   QApplication app_;
+  std::optional<ScreenLoss> screenLoss_;
   QtCursor cursor_;
   QtSystemColors colors_;
 };

@@ -1,0 +1,73 @@
+#include "hosts/linux/windows_qt/screen_loss.h"
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QString>
+#include <QThread>
+#include <algorithm>
+#include <array>
+
+namespace linux_host {
+namespace {
+
+// What Qt says before it ends the process; the first also stands before an end by Xlib.
+constexpr std::array kLastMessages = {u"The X11 connection broke", u"The Wayland connection broke",
+                                      u"The Wayland connection experienced a fatal error"};
+
+bool isLastMessage(const QString& text) {
+  return std::any_of(kLastMessages.begin(), kLastMessages.end(),
+                     [&](const char16_t* known) { return text.startsWith(QStringView(known)); });
+}
+
+}  // namespace
+
+guint SourceSpan::nextId() {
+  GSource* probe = g_idle_source_new();
+  const guint id = g_source_attach(probe, nullptr);
+  g_source_destroy(probe);
+  g_source_unref(probe);
+  return id;
+}
+
+void SourceSpan::destroy() const {
+  for (guint id = first_; id < last_; ++id) {
+    GSource* source = g_main_context_find_source_by_id(nullptr, id);
+    if (source != nullptr) g_source_destroy(source);
+  }
+}
+
+ScreenLoss::ScreenLoss(WindowsServices& services, const SourceSpan& toolkit)
+    : services_(services), toolkit_(toolkit) {
+  watching_ = this;
+  previous_ = qInstallMessageHandler(onMessage);
+}
+
+ScreenLoss::~ScreenLoss() {
+  watching_ = nullptr;
+  qInstallMessageHandler(previous_);
+}
+
+void ScreenLoss::onMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+  if (QtMessageHandler write = previous_) write(type, context, text);
+  if (watching_ == nullptr || !isLastMessage(text)) return;
+  if (QThread::currentThread() == QCoreApplication::instance()->thread()) leaveToolkit();
+  // Wayland's own thread, on which nothing may return to Qt either.
+  g_idle_add_full(
+      G_PRIORITY_HIGH,
+      [](gpointer) -> gboolean {
+        leaveToolkit();
+        return G_SOURCE_REMOVE;
+      },
+      nullptr, nullptr);
+  for (;;) pause();
+}
+
+void ScreenLoss::leaveToolkit() {
+  ScreenLoss* const loss = watching_.exchange(nullptr);
+  if (loss == nullptr) return;
+  loss->toolkit_.destroy();
+  loss->services_.goOnWithoutScreen();
+}
+
+}  // namespace linux_host

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -10,6 +12,7 @@
 #include "app/recording_recovery.h"
 #include "hosts/linux/bus/client_commands.h"
 #include "hosts/linux/host/linux_host.h"
+#include "hosts/linux/notifications/lone_notice.h"
 #include "platform/file_url.h"
 
 // The entry point on the Linux desktop: the one place that knows the core and the host.
@@ -18,19 +21,32 @@ namespace {
 
 using record_audio::CommandLine;
 
+bool writesToTerminal() {
+  return isatty(STDOUT_FILENO) != 0 || isatty(STDERR_FILENO) != 0;
+}
+
+// Returns the exit status. Whoever stops from a launcher or by a key sees nothing of stderr.
+int endRecording(CommandLine::Command command, linux_host::SessionBus& bus,
+                 linux_host::Instance& instance) {
+  const int status = command == CommandLine::Command::kStop
+                         ? linux_host::stopCommand(instance, std::cout, std::cerr)
+                         : linux_host::cancelCommand(instance, std::cerr);
+  if (status == linux_host::kExitNothingThere && !writesToTerminal()) {
+    const auto bundle = linux_host::LinuxBundle::mainBundle(
+        linux_host::BundlePaths::ofExecutable(linux_host::executablePath()));
+    linux_host::showLoneNotice(bus.connection(), *bundle,
+                               bundle->localizedString("Nothing is being recorded."));
+  }
+  return status;
+}
+
 // Commands that only talk to the instance that runs.
 int runClientCommand(CommandLine::Command command) {
   linux_host::SessionBus bus;
   linux_host::Instance instance(bus,
                                 [] { return linux_host::LinuxFileManager().temporaryDirectory(); });
-  switch (command) {
-    case CommandLine::Command::kStop:
-      return linux_host::stopCommand(instance, std::cout, std::cerr);
-    case CommandLine::Command::kCancel:
-      return linux_host::cancelCommand(instance, std::cerr);
-    default:
-      return linux_host::statusCommand(instance, std::cout, std::cerr);
-  }
+  if (command != CommandLine::Command::kStatus) return endRecording(command, bus, instance);
+  return linux_host::statusCommand(instance, std::cout, std::cerr);
 }
 
 // What travels to a running instance: paths as URLs, whatever is no path as it is.
@@ -85,9 +101,12 @@ int main(int argc, char** argv) try {
       return runRecovery(std::move(arguments));
     case CommandLine::Command::kRun:
       return runTool(commandLine, std::move(arguments));
-    default:
+    case CommandLine::Command::kStop:
+    case CommandLine::Command::kCancel:
+    case CommandLine::Command::kStatus:
       return runClientCommand(commandLine.command);
   }
+  return record_audio::kExitUsage;
 } catch (const std::system_error& error) {
   // A limit of the system, met before there was anything to lose.
   std::cerr << "Record Audio cannot start: " << error.what() << ". Close other programs.\n";

@@ -4,6 +4,7 @@
 
 #include "tests/base/temporary_folder.h"
 #include "tests/e2e/decoded_sound.h"
+#include "tests/e2e/notification_server.h"
 #include "tests/e2e/tool_fixture.h"
 
 // The program as scripts use it, with a session bus and without one.
@@ -17,6 +18,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 using testing::StartsWith;
 
 TEST(CommandLine, WrongArgumentsAreSaidAndEndWithTwo) {
@@ -67,6 +69,36 @@ TEST_P(ScriptTest, CommandsFindNothingToTalkToAndEndWithThree) {
     EXPECT_THAT(result.errors, HasSubstr("not running"));
   }
   EXPECT_THAT(eventNames(), IsEmpty());
+}
+
+class LauncherTest : public ToolFixture {
+ protected:
+  FinishedCommand runInTerminal(const std::string& option) {
+    const ChildProcess::Command tool = toolCommand({option});
+    return runToEnd({"script", "-qec", "'" + tool.arguments.front() + "' " + option, "/dev/null"},
+                    tool.environment, server.directory());
+  }
+};
+
+TEST_F(LauncherTest, WhoSeesNoTerminalIsToldByTheDesktopThatThereIsNothingToEnd) {
+  const NotificationServer notifications(server.busAddress());
+  EXPECT_EQ(run({"--status"}).exitStatus, 3);
+  EXPECT_THAT(notifications.shown(), IsEmpty());
+  EXPECT_EQ(run({"--stop"}).exitStatus, 3);
+  EXPECT_THAT(notifications.shown(), ElementsAre(HasSubstr("Nothing is being recorded.")));
+  EXPECT_EQ(run({"--cancel"}).exitStatus, 3);
+  EXPECT_THAT(notifications.shown(), SizeIs(2));
+
+  setEnvironment("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+  EXPECT_EQ(run({"--stop"}).exitStatus, 3);
+}
+
+TEST_F(LauncherTest, WhoSeesATerminalIsToldThere) {
+  const NotificationServer notifications(server.busAddress());
+  const FinishedCommand result = runInTerminal("--stop");
+  EXPECT_EQ(result.exitStatus, 3);
+  EXPECT_THAT(result.output, HasSubstr("not running"));
+  EXPECT_THAT(notifications.shown(), IsEmpty());
 }
 
 TEST_P(ScriptTest, StatusIsOneLineOfJson) {

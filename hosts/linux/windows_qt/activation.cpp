@@ -98,13 +98,28 @@ std::uint32_t timeOf(const std::string& startupId) {
       std::strtoul(startupId.c_str() + at + kMark.size(), nullptr, 10));
 }
 
+bool isWayland() {
+  return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+}
+
+// A Wayland compositor brings nobody's window forward without its leave, but it puts a new one in
+// front. A dialog stays where it is: hidden, it counts as answered.
+void makeNew(QWidget& window) {
+  const bool isBehind = window.isVisible() && !window.isActiveWindow();
+  if (isBehind && !window.isModal() && isWayland()) window.hide();
+}
+
 }  // namespace
 
 void bringForward(QWidget& window, const std::string& token) {
   const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
   if (token.empty() || x11 == nullptr) {
     // Where Qt takes it from when it asks a Wayland compositor.
-    if (!token.empty()) qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
+    if (token.empty()) {
+      makeNew(window);
+    } else {
+      qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
+    }
     window.show();
     window.raise();
     window.activateWindow();

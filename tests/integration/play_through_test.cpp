@@ -266,8 +266,8 @@ TEST_F(PlayThroughTest, StopReturnsWhenTheServerHasDiedOrHangs) {
   }
 }
 
-DeviceUnit* deviceUnit(platform::AudioUnit handle) {
-  return dynamic_cast<DeviceUnit*>(reinterpret_cast<Unit*>(handle));
+DeviceRun* runOf(platform::AudioUnit handle) {
+  return dynamic_cast<DeviceUnit&>(*reinterpret_cast<Unit*>(handle)).run();
 }
 
 // Both streams' callbacks with everything behind them: clocks, the core's callbacks, the ring, the
@@ -280,8 +280,8 @@ TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
   platform::AudioUnit handle = nullptr;
   ASSERT_EQ(rig->units.AUGraphNodeInfo(rig->playThrough->graph, 2, &handle), platform::noErr);
-  DeviceUnit* const output = deviceUnit(handle);
-  DeviceUnit* const input = deviceUnit(rig->playThrough->inputUnit);
+  DeviceRun* const output = runOf(handle);
+  DeviceRun* const input = runOf(rig->playThrough->inputUnit);
   ASSERT_TRUE(output != nullptr && input != nullptr);
 
   std::vector<float> samples(std::size_t{2} * kCycle_frames, 0.5F);

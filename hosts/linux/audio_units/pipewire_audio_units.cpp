@@ -74,9 +74,9 @@ std::unique_ptr<Unit> PipeWireAudioUnits::makeUnit(const AudioComponentDescripti
     case platform::kAudioUnitSubType_Varispeed:
       return std::make_unique<VarispeedUnit>();
     case platform::kAudioUnitSubType_DefaultOutput:
-      return std::make_unique<DeviceUnit>(environment_, true);
+      return std::make_unique<DeviceUnit>(environment_, DeviceUnit::Kind::kDefaultOutput);
     default:
-      return std::make_unique<DeviceUnit>(environment_, false);
+      return std::make_unique<DeviceUnit>(environment_, DeviceUnit::Kind::kGeneral);
   }
 }
 

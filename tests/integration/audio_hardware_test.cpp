@@ -206,7 +206,8 @@ TEST_F(ConnectedHardwareTest, SettingTheDefaultOutputConfiguresIt) {
     return read.scalar<AudioDeviceID>(kAudioObjectSystemObject,
                                       global(kAudioHardwarePropertyDefaultOutputDevice)) == sink;
   }));
-  EXPECT_EQ(control.metadata("default.configured.audio.sink"), R"({"name":"sink.b"})");
+  EXPECT_TRUE(waitUntil(
+      [&] { return control.metadata("default.configured.audio.sink") == R"({"name":"sink.b"})"; }));
 
   AudioDeviceID mic = read.deviceWithUID("mic.a");
   EXPECT_EQ(hardware.AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof mic,

@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "tests/support/child_process.h"
 #include "tests/support/pipewire_control.h"
@@ -67,6 +69,23 @@ TEST(PrivatePipeWire, ChoosesTheMicrophoneThatAMixerChooses) {
   control.setDefaultSource("mic.one");
   EXPECT_NE(control.metadata("default.audio.source").value_or("").find("mic.one"),
             std::string::npos);
+}
+
+// The daemon tells nobody of a change while another client is being told of all keys.
+TEST(PrivatePipeWire, HearsOfItsChoiceWhileOthersAreToldOfAll) {
+  PrivatePipeWire server;
+  PipeWireControl control;
+  control.createSink("sink.one");
+  control.createSink("sink.two");
+  std::atomic<bool> isOver = false;
+  std::thread others([&] {
+    while (!isOver) PipeWireControl().synchronize();
+  });
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_NO_THROW(control.setDefaultSink(i % 2 == 0 ? "sink.one" : "sink.two")) << i;
+  }
+  isOver = true;
+  others.join();
 }
 
 TEST(PrivatePipeWire, PlaysASignalIntoAMicrophone) {

@@ -346,9 +346,13 @@ void PipeWireControl::setMetadataUnheard(const std::string& key, const std::stri
 void PipeWireControl::setDefault(const std::string& kind, const std::string& nodeName) {
   const std::string value = R"({"name":")" + nodeName + R"("})";
   setMetadata("default.configured.audio." + kind, value);
-  impl_->waitFor("the default " + kind, [&] {
-    return impl_->metadata["default.audio." + kind].find('"' + nodeName + '"') != std::string::npos;
-  });
+  const bool isUsed = waitUntil(
+      [&] {
+        const auto used = metadata("default.audio." + kind);
+        return used && used->find('"' + nodeName + '"') != std::string::npos;
+      },
+      std::chrono::seconds(10));
+  if (!isUsed) throw std::runtime_error("PipeWire control: waited in vain for the default " + kind);
 }
 
 void PipeWireControl::setDefaultSource(const std::string& nodeName) {

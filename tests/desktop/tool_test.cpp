@@ -8,6 +8,7 @@
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/small_disk.h"
 #include "tests/e2e/tool_fixture.h"
+#include "tests/e2e/tray_menu.h"
 
 // The built program on a desktop: what the user is shown, and what the desktop asks of it.
 
@@ -114,6 +115,16 @@ class DesktopToolTest : public e2e::ToolFixture {
     EXPECT_TRUE(endsByItself(tool));
     EXPECT_EQ(eventNames().back(), "Quit");
   }
+  std::unique_ptr<ChildProcess> startLoginService() {
+    const std::string systemBus = "DBUS_SYSTEM_BUS_ADDRESS=" + server.busAddress();
+    auto login = std::make_unique<ChildProcess>(
+        ChildProcess::Command{{RA_PYTHON, "-m", "dbusmock", "--system", "--template", "logind"},
+                              {systemBus},
+                              server.directory() + "/login.log"});
+    EXPECT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
+    setEnvironment("DBUS_SYSTEM_BUS_ADDRESS", server.busAddress());
+    return login;
+  }
   std::size_t locks() {
     const VariantPtr answer =
         call(kLogin, kLoginPath, "org.freedesktop.login1.Manager", "ListInhibitors", nullptr);
@@ -176,12 +187,7 @@ TEST_F(DesktopToolTest, ASourceThatSoundsIsNotSaidToBeSilent) {
 
 TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
   plugInMicrophone();
-  const std::string systemBus = "DBUS_SYSTEM_BUS_ADDRESS=" + server.busAddress();
-  const ChildProcess login({{RA_PYTHON, "-m", "dbusmock", "--system", "--template", "logind"},
-                            {systemBus},
-                            server.directory() + "/login.log"});
-  ASSERT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
-  setEnvironment("DBUS_SYSTEM_BUS_ADDRESS", server.busAddress());
+  const auto login = startLoginService();
   auto tool = startRecording();
   ASSERT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
 
@@ -198,6 +204,52 @@ TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
   EXPECT_GT(std::filesystem::file_size(saved), 0U);
   EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
   EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+// The second recording of a program is accepted; a sound server that stands still does not confirm
+// it.
+class UnconfirmedStartTest : public DesktopToolTest {
+ protected:
+  UnconfirmedStartTest() {
+    plugInMicrophone();
+    login_ = startLoginService();
+    tool_ = startRecording();
+    EXPECT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
+    EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+    EXPECT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
+    first_ = filesIn(musicFolder());
+    server.daemon().sendSignal(SIGSTOP);
+    EXPECT_EQ(run({}).exitStatus, 0);
+    EXPECT_TRUE(waitForState("starting"));
+    // The machine neither sleeps nor goes down from now on.
+    EXPECT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
+    EXPECT_EQ(status().value("state", ""), "starting");
+  }
+  // Before the daemon goes on.
+  void chooseInTray(const std::string& line) {
+    EXPECT_TRUE(e2e::TrayMenu(server.busAddress(), tool_->pid()).choose(line));
+    server.daemon().sendSignal(SIGCONT);
+    EXPECT_TRUE(waitForState("idle"));
+    EXPECT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
+    EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
+    EXPECT_TRUE(endsAtOnce(*tool_));
+  }
+
+  std::unique_ptr<ChildProcess> login_;
+  std::unique_ptr<ChildProcess> tool_;
+  std::vector<std::string> first_;
+};
+
+TEST_F(UnconfirmedStartTest, IsStoppedInTheTrayAndSaved) {
+  chooseInTray("Stop");
+  EXPECT_THAT(first_, SizeIs(1));
+  EXPECT_THAT(filesIn(musicFolder()), SizeIs(2));
+}
+
+TEST_F(UnconfirmedStartTest, IsCancelledInTheTray) {
+  chooseInTray("Cancel");
+  EXPECT_THAT(first_, SizeIs(1));
+  EXPECT_EQ(filesIn(musicFolder()), first_);
 }
 
 TEST_F(DesktopToolTest, ALogOutDuringARecordingWaitsForTheSavedFile) {

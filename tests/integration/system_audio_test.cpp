@@ -12,6 +12,7 @@
 #include "driver/loopback_protocol.h"
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/tool_fixture.h"
+#include "tests/e2e/tray_menu.h"
 #include "tests/integration/play_through_rig.h"
 #include "tests/support/tone_figures.h"
 
@@ -301,6 +302,33 @@ TEST_F(SystemAudioTest, DriverThatHangsIsAnErrorAndChangesNothing) {
   EXPECT_EQ(driver(), pid);
   EXPECT_TRUE(isAsTheUserHadIt(1s));
 }
+
+class WaitInTrayTest : public SystemAudioTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(WaitInTrayTest, EndsAtOnceAndRecordsNothing) {
+  useFormat(kMp3);
+  const pid_t pid = driver();
+  ASSERT_NE(pid, 0);
+  kill(pid, SIGSTOP);
+  const auto tool = start();
+  ASSERT_TRUE(waitForState("waiting"));
+  EXPECT_TRUE(e2e::TrayMenu(server.busAddress(), tool->pid()).choose(GetParam()));
+  // A stop tells that nothing was saved, for ten seconds; after a cancel nothing is left to show.
+  const bool isStop = std::string(GetParam()) == "Stop";
+  EXPECT_TRUE(isStop ? waitForState("idle") : endsByItself(*tool));
+  kill(pid, SIGCONT);
+  EXPECT_TRUE(isAsTheUserHadIt(3s));
+  EXPECT_THAT(filesIn(musicFolder()), testing::IsEmpty());
+  EXPECT_THAT(filesIn(temporaryFolder()), testing::IsEmpty());
+  if (isStop) {
+    EXPECT_TRUE(endsAtOnce(*tool));
+  }
+  // Nothing had begun that could be told of.
+  EXPECT_THAT(eventNames(), testing::Not(testing::Contains("Start")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, WaitInTrayTest, testing::Values("Stop", "Cancel"),
+                         [](const auto& test) { return test.param; });
 
 class NoDriverTest : public SystemAudioTest {
  protected:

@@ -253,6 +253,54 @@ TEST_F(TrayIconTest, ServesWhatSomeTraysAskForBesides) {
   EXPECT_EQ(item("XAyatanaLabelGuide"), "'00:00:00'");
 }
 
+// A tray that asks for everything, and has been told or refused it or not.
+class Asked {
+ public:
+  explicit Asked(GDBusConnection* connection) {
+    g_dbus_connection_call(
+        connection, itemName().c_str(), kItemPath, "org.freedesktop.DBus.Properties", "GetAll",
+        g_variant_new("(s)", kItem), G_VARIANT_TYPE("(a{sv})"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer self) {
+          auto& asked = *static_cast<Asked*>(self);
+          asked.isOver = true;
+          asked.answer.reset(
+              g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
+        },
+        this);
+  }
+  Asked(const Asked&) = delete;
+  Asked& operator=(const Asked&) = delete;
+
+  bool isOver = false;
+  VariantPtr answer;
+};
+
+TEST_F(TrayIconTest, AllPropertiesAtOnceComeWhenTheBusHasHadTimeToSayWhoHasTheName) {
+  showAndWait();
+  Asked asked(client_.get());
+  EXPECT_EQ(item("Id"), "'record-audio'");
+  settle();
+  EXPECT_FALSE(asked.isOver);
+  record("00:07");
+  ASSERT_TRUE(runUntil([&] { return asked.isOver; }));
+  ASSERT_NE(asked.answer, nullptr);
+  const VariantPtr all(g_variant_get_child_value(asked.answer.get(), 0));
+  EXPECT_EQ(g_variant_n_children(all.get()), 21U);
+  const gchar* label = nullptr;
+  ASSERT_TRUE(g_variant_lookup(all.get(), "XAyatanaLabel", "&s", &label));
+  EXPECT_STREQ(label, "00:07");
+}
+
+TEST_F(TrayIconTest, WhoWaitsForAllPropertiesIsAnsweredWhenTheProgramEnds) {
+  showAndWait();
+  Asked asked(client_.get());
+  EXPECT_EQ(item("Id"), "'record-audio'");
+  ASSERT_FALSE(asked.isOver);
+  indicator_.reset();
+  ASSERT_TRUE(runUntil([&] { return asked.isOver; }));
+  EXPECT_NE(asked.answer, nullptr);
+}
+
 TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotTold) {
   showAndWait();
   record("00:01");

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "hosts/linux/indicator/icon_pixmaps.h"
@@ -55,6 +56,9 @@ GVariant* noPixmaps() {
 // A tray may ask for what has changed a tenth of a second after it was told, and takes it badly
 // when the item goes before it has drawn that.
 constexpr gint64 kQuiet_ms = 300;
+// GNOME's tray asks for all properties, then the bus for the owner of the item's name, and forgets
+// the properties when it hears of the owner after them. So the bus gets time to be first.
+constexpr guint kBusFirst_ms = 100;
 constexpr guint kAnswering_ms = 1000;
 
 // The widest text of its kind, so that the label does not jump.
@@ -166,7 +170,8 @@ void StatusNotifierItem::giveUpName() {
 }
 
 void StatusNotifierItem::exportObjects() {
-  static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
+  // Without a function for properties their interface's calls come as method calls.
+  static const GDBusInterfaceVTable kTable = {onMethodCall, nullptr, nullptr, {}};
   registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
                                                     &kTable, this, nullptr, nullptr);
   std::string error;
@@ -177,6 +182,7 @@ void StatusNotifierItem::exportObjects() {
 
 void StatusNotifierItem::withdrawObjects() {
   forgetSource(&leaving_);
+  answerWaiting();
   phase_ = Phase::kHidden;
   releaseName();
   if (registration_ == 0) return;
@@ -235,24 +241,61 @@ void StatusNotifierItem::emit(const char* signal, GVariant* parameters) {
                                 nullptr);
 }
 
-void StatusNotifierItem::onMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                                      const gchar* method, GVariant* parameters,
-                                      GDBusMethodInvocation* invocation, gpointer self) {
+void StatusNotifierItem::onMethodCall(GDBusConnection*, const gchar*, const gchar*,
+                                      const gchar* interfaceName, const gchar* method,
+                                      GVariant* parameters, GDBusMethodInvocation* invocation,
+                                      gpointer self) {
   auto* item = static_cast<StatusNotifierItem*>(self);
-  const bool click = std::string(method) == "Activate";
-  if (std::string(method) == "ProvideXdgActivationToken" && item->callbacks_.onActivationToken) {
+  if (std::string_view(interfaceName) == "org.freedesktop.DBus.Properties") {
+    item->askForProperties(method, parameters, invocation);
+  } else {
+    item->act(method, parameters, invocation);
+  }
+}
+
+void StatusNotifierItem::act(std::string_view method, GVariant* parameters,
+                             GDBusMethodInvocation* invocation) {
+  if (method == "ProvideXdgActivationToken" && callbacks_.onActivationToken) {
     const VariantPtr token(g_variant_get_child_value(parameters, 0));
-    item->callbacks_.onActivationToken(g_variant_get_string(token.get(), nullptr));
+    callbacks_.onActivationToken(g_variant_get_string(token.get(), nullptr));
   }
   // Answered first: what the click sets off may take the item away.
   g_dbus_method_invocation_return_value(invocation, nullptr);
-  if (click) item->callbacks_.onActivate();
+  if (method == "Activate") callbacks_.onActivate();
 }
 
-GVariant* StatusNotifierItem::onGetProperty(GDBusConnection*, const gchar*, const gchar*,
-                                            const gchar*, const gchar* property, GError**,
-                                            gpointer self) {
-  return static_cast<StatusNotifierItem*>(self)->property(property);
+// GDBus lets through only what exists, and no attempt to set what can only be read.
+void StatusNotifierItem::askForProperties(std::string_view method, GVariant* parameters,
+                                          GDBusMethodInvocation* invocation) {
+  if (method == "Get") {
+    const VariantPtr name(g_variant_get_child_value(parameters, 1));
+    g_dbus_method_invocation_return_value(
+        invocation, g_variant_new("(v)", property(g_variant_get_string(name.get(), nullptr))));
+    return;
+  }
+  waiting_.push_back(invocation);
+  if (answering_ != 0) return;
+  answering_ = g_timeout_add(
+      kBusFirst_ms,
+      [](gpointer self) -> gboolean {
+        auto* item = static_cast<StatusNotifierItem*>(self);
+        item->answering_ = 0;
+        item->answerWaiting();
+        return G_SOURCE_REMOVE;
+      },
+      this);
+}
+
+void StatusNotifierItem::answerWaiting() {
+  forgetSource(&answering_);
+  for (GDBusMethodInvocation* invocation : std::exchange(waiting_, {})) {
+    GVariantBuilder all;
+    g_variant_builder_init(&all, G_VARIANT_TYPE("a{sv}"));
+    for (GDBusPropertyInfo** info = node_->interfaces[0]->properties; *info != nullptr; ++info) {
+      g_variant_builder_add(&all, "{sv}", (*info)->name, property((*info)->name));
+    }
+    g_dbus_method_invocation_return_value(invocation, g_variant_new("(a{sv})", &all));
+  }
 }
 
 GVariant* StatusNotifierItem::toolTip() const {

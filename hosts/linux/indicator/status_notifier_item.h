@@ -3,6 +3,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "hosts/linux/indicator/dbus_menu.h"
 
@@ -52,13 +54,15 @@ class StatusNotifierItem {
   static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
                            const gchar* interfaceName, const gchar* method, GVariant* parameters,
                            GDBusMethodInvocation* invocation, gpointer self);
-  static GVariant* onGetProperty(GDBusConnection* connection, const gchar* sender,
-                                 const gchar* path, const gchar* interfaceName,
-                                 const gchar* property, GError** error, gpointer self);
   static void onTrayAppeared(GDBusConnection* connection, const gchar* name, const gchar* owner,
                              gpointer self);
   static void onTrayVanished(GDBusConnection* connection, const gchar* name, gpointer self);
 
+  void act(std::string_view method, GVariant* parameters, GDBusMethodInvocation* invocation);
+  void askForProperties(std::string_view method, GVariant* parameters,
+                        GDBusMethodInvocation* invocation);
+  // Gives all properties to those who have asked for them.
+  void answerWaiting();
   void show();
   void leave();
   void giveUpName();
@@ -94,6 +98,8 @@ class StatusNotifierItem {
   bool hasName_ = false;  // the bus has given it
   std::string busName_;
   guint registration_ = 0;  // unless hidden
+  std::vector<GDBusMethodInvocation*> waiting_;
+  guint answering_ = 0;  // unless nobody waits
   std::unique_ptr<DBusMenu> menu_;
 };
 

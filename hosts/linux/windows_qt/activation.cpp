@@ -3,6 +3,8 @@
 #include <xcb/xcb.h>
 
 #include <QGuiApplication>
+#include <QTimer>
+#include <QVariant>
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -102,24 +104,32 @@ bool isWayland() {
   return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
 }
 
-// A Wayland compositor brings nobody's window forward without its leave, but it puts a new one in
-// front. A dialog stays where it is: hidden, it counts as answered.
-void makeNew(QWidget& window) {
-  const bool isBehind = window.isVisible() && !window.isActiveWindow();
-  if (isBehind && !window.isModal() && isWayland()) window.hide();
+// Until the event is over: such a window is not on the screen yet, and will be in front.
+constexpr const char* kJustShown = "justShown";
+
+void noteShown(QWidget& window) {
+  window.setProperty(kJustShown, true);
+  QTimer::singleShot(0, &window, [&window] { window.setProperty(kJustShown, QVariant()); });
 }
 
 }  // namespace
+
+void makeNewIfBehind(QWidget& window) {
+  const bool isBehind =
+      window.isVisible() && !window.isActiveWindow() && !window.property(kJustShown).toBool();
+  if (isBehind && !window.isModal() && isWayland()) window.hide();
+}
 
 void bringForward(QWidget& window, const std::string& token) {
   const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
   if (token.empty() || x11 == nullptr) {
     // Where Qt takes it from when it asks a Wayland compositor.
     if (token.empty()) {
-      makeNew(window);
+      makeNewIfBehind(window);
     } else {
       qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
     }
+    if (!window.isVisible()) noteShown(window);
     window.show();
     window.raise();
     window.activateWindow();

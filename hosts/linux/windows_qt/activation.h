@@ -10,4 +10,9 @@ namespace linux_host {
 // Main thread.
 void bringForward(QWidget& window, const std::string& token);
 
+// Where only the compositor may raise a window (Wayland), hides one that is behind others, so that
+// it is a new one, in front, when it is shown again. A dialog is left alone: hidden, it counts as
+// answered. Main thread.
+void makeNewIfBehind(QWidget& window);
+
 }  // namespace linux_host

@@ -55,6 +55,7 @@ void QtWindow::makeKeyAndOrderFront() {
 void QtWindow::orderFront() {
   const std::string token = services_.takeActivationToken();
   if (!token.empty()) return bringForward(*widget_, token);
+  makeNewIfBehind(*widget_);
   widget_->setAttribute(Qt::WA_ShowWithoutActivating, true);
   widget_->show();
   widget_->raise();

@@ -15,9 +15,8 @@
 namespace linux_host {
 namespace {
 
-// Long enough to cost little, short enough that a stop loses little.
-constexpr std::uint32_t kQuantum_frames = 1024;
-
+// Asks for no cycle of its own length: a recording that changed it right after the end of another
+// had changed it could leave the source connected but silent for as long as it was recorded.
 StreamRequest requestFor(const CaptureSource& source) {
   StreamRequest request;
   request.nodeName = "record-audio";
@@ -27,7 +26,6 @@ StreamRequest requestFor(const CaptureSource& source) {
   request.isMonitor = source.isMonitor;
   request.rate_Hz = source.rate_Hz;
   request.positions = source.positions;
-  request.cycle_frames = kQuantum_frames;
   return request;
 }
 

@@ -33,8 +33,10 @@ pw_properties* streamProperties(const StreamRequest& request) {
   // and six channels become two that are cut off at full scale.
   if (request.isMixedDown) pw_properties_set(properties, "channelmix.normalize", "true");
   if (request.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
-  pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", request.cycle_frames,
-                     request.rate_Hz);
+  if (request.cycle_frames > 0) {
+    pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", request.cycle_frames,
+                       request.rate_Hz);
+  }
   return properties;
 }
 

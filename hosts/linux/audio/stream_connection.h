@@ -37,7 +37,8 @@ struct StreamRequest {
   bool isMixedDown = false;
   std::uint32_t rate_Hz = 0;
   std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
-  std::uint32_t cycle_frames = 0;        // the length of a cycle to ask for
+  // The length of a cycle to ask for; 0: as it is.
+  std::uint32_t cycle_frames = 0;
 };
 
 // A stream of planar 32-bit float between this process and one device, with a connection to the

@@ -121,7 +121,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   void setOnStateChange(std::function<void()> onChange) override {
     onStateChange_ = std::move(onChange);
   }
-  static constexpr double kUnconfirmedStartGrace_s = 5.0;
+  // Longer than a host takes to confirm a start or to give it up, second try included.
+  static constexpr double kUnconfirmedStartGrace_s = 12.0;
 
   [[nodiscard]] bool runWithPreferences() const { return _runWithPreferences; }
   [[nodiscard]] bool running() const { return _running; }

@@ -304,6 +304,11 @@ bool AppDelegate::canQuit() const {
 
 void AppDelegate::tryToQuit() {
   if (!_running || isAlerting(session_)) return;
+  // The notification of the last recording must not end the program under the start of the next,
+  // which asks again when it has failed.
+  const bool startsAnew =
+      session_ == SessionState::kStarting && !m_recorder->outputFilePath().empty();
+  if (startsAnew) return;
   if (canQuit()) hideFromDock();
   if (m_notificationTimers.empty() && canQuit()) host().application.terminate();
 }

@@ -55,6 +55,28 @@ TEST_F(QuitTest, TryToQuitOnlyHidesWhileANotificationIsPending) {
   EXPECT_THAT(during([&] { app->tryToQuit(); }), ElementsAre(kHideFromDock));
 }
 
+TEST_F(QuitTest, TheNotificationOfTheLastRecordingDoesNotEndTheProgramUnderAStart) {
+  launchAndRecord();
+  clickDock();
+  machine.runLoop.advance(9.9);
+  clickDock();
+  machine.runLoop.advance(0.2);
+  ASSERT_FALSE(ended());
+  confirmStart();
+  EXPECT_FALSE(app->canQuit());
+}
+
+TEST_F(QuitTest, AProgramWhoseStartFailsEndsAllTheSame) {
+  launchAndRecord();
+  clickDock();
+  machine.runLoop.advance(9.9);
+  clickDock();
+  machine.runLoop.advance(0.2);
+  failRecording();
+  machine.runLoop.advance(10);
+  EXPECT_TRUE(ended());
+}
+
 TEST_F(QuitTest, AQuitWhileRecordingSavesAndIsCompletedByTheNotification) {
   launchAndRecord();
   machine.runLoop.advance(20);

@@ -131,6 +131,18 @@ TEST_F(RemoteControlTest, StopOfAStartThatIsNeverConfirmedTakesEffectWithinABoun
   EXPECT_TRUE(ended());
 }
 
+// Five seconds a connection, of which there are two, and what lies between.
+TEST_F(RemoteControlTest, AStopWaitsForTheSecondTryOfAStart) {
+  launch();
+  EXPECT_TRUE(app->stop());
+  machine.runLoop.advance(11);
+  EXPECT_EQ(state(), "starting");
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(state(), "idle");
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
+}
+
 TEST_F(RemoteControlTest, CancelOfAStartThatIsNeverConfirmedKeepsEarlierFiles) {
   launchAndRecord();
   clickDock();
@@ -138,7 +150,9 @@ TEST_F(RemoteControlTest, CancelOfAStartThatIsNeverConfirmedKeepsEarlierFiles) {
   EXPECT_TRUE(app->cancel());
   machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
   EXPECT_EQ(state(), "idle");
-  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_EQ(machine.suite.eventNames(),
+            (Entries{"Launch", "Start", "Stop", "Start", "Stop", "Quit"}));
+  EXPECT_EQ(machine.suite.events.at(4).details, (Dictionary{{"Canceled", true}}));
   EXPECT_EQ(machine.fileManager.files.size(), 1U);
 }
 
@@ -165,9 +179,9 @@ TEST_F(RemoteControlTest, AnErrorInsteadOfTheConfirmationEndsTheSessionOnce) {
   launch();
   app->stop();
   failRecording();
-  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
-  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
   EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop", "Quit"}));
 }
 
 TEST_F(RemoteControlTest, ARecordingEndedOtherwiseMeanwhileIsNotEndedTwice) {

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <csignal>
 #include <filesystem>
+#include <thread>
 #include <tuple>
 
 #include "tests/e2e/decoded_sound.h"
@@ -123,6 +124,59 @@ INSTANTIATE_TEST_SUITE_P(Formats, StoppedToolTest,
                          });
 
 INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
+
+class HeldStartTest : public ToolFixture, public testing::WithParamInterface<int> {
+ protected:
+  // Records once, and clicks for another recording while the sound server is held up.
+  void clickWhileTheServerIsHeld() {
+    writeSettings({{"SoundFormat", GetParam()}});
+    plugInMicrophone();
+    tool = startRecording();
+    first = run({"--stop"}).output;
+    ASSERT_NE(first, "");
+    server.daemon().sendSignal(SIGSTOP);
+    EXPECT_EQ(run({}).exitStatus, 0);
+    ASSERT_TRUE(waitForState("starting"));
+  }
+  // What --stop says when the server goes on `after_s` later; null: it never does.
+  FinishedCommand stopAndRelease(double after_s) {
+    std::thread release([&] {
+      waitSeconds(after_s);
+      server.daemon().sendSignal(SIGCONT);
+    });
+    FinishedCommand stop = run({"--stop"});
+    release.join();
+    return stop;
+  }
+
+  std::unique_ptr<test_support::ChildProcess> tool;
+  std::string first;  // what the first --stop printed
+};
+
+TEST_P(HeldStartTest, AStopWaitsForTheSecondTryAndTellsItsFile) {
+  clickWhileTheServerIsHeld();
+  const FinishedCommand stop = stopAndRelease(7.0);
+  EXPECT_EQ(stop.exitStatus, 0) << stop.errors;
+  EXPECT_NE(stop.output, first);
+  EXPECT_THAT(filesIn(musicFolder()), testing::SizeIs(2));
+  EXPECT_THAT(log(), HasSubstr("it is connected anew"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+TEST_P(HeldStartTest, AStopOfAStartThatFailsTellsNoOtherFile) {
+  clickWhileTheServerIsHeld();
+  const auto begin = Clock::now();
+  const FinishedCommand stop = stopAndRelease(15.0);
+  EXPECT_LT(secondsBetween(begin, Clock::now()), 16.0);
+  EXPECT_EQ(stop.exitStatus, 1);
+  EXPECT_EQ(stop.output, "");
+  EXPECT_THAT(filesIn(musicFolder()), testing::SizeIs(1));
+  EXPECT_THAT(log(), HasSubstr("although it was connected twice"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, HeldStartTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });
 
 class NoSoundTest : public ToolFixture {

@@ -30,7 +30,9 @@
 #include "hosts/linux/power/login_session.h"
 #include "hosts/linux/power/session_client.h"
 #include "hosts/linux/power/xsmp_module.h"
+#include "hosts/linux/shortcuts/global_shortcut.h"
 #include "hosts/linux/workspace/folder_chooser.h"
+#include "tests/base/temporary_folder.h"
 #include "tests/fuzz/fuzz_expect.h"
 #include "tests/fuzz/strange_bus.h"
 #include "tests/fuzz/strange_session_manager.h"
@@ -179,6 +181,33 @@ void microphone(const ScriptPtr& script) {
   }
   settle(bus);
   expect(answers <= 1, "one answer at most");
+}
+
+void shortcut(const ScriptPtr& script) {
+  static const base_test::TemporaryFolder kFolder;
+  GDBusConnection* bus = World::instance().session();
+  linux_host::ShortcutWish wish(kFolder / "desktop.json");
+  wish.want(false);
+  int answers = 0;
+  long presses = 0;
+  gint64 now_us = 0;
+  {
+    linux_host::GlobalShortcut key(
+        bus, "Start or stop recording", wish, [&](const std::string&) { ++presses; },
+        [&] { return now_us += linux_host::GlobalShortcut::kRepeat_us; });
+    key.follow([&](const linux_host::Shortcut& shown) {
+      expect(!shown.set || mayHaveAgreed(*script), "a key that the desktop gave");
+    });
+    key.choose("", [&](const linux_host::ShortcutChoice&) { ++answers; });
+    settle(bus);
+    playRest(bus);
+    key.choose("", [](const linux_host::ShortcutChoice&) {});
+    settle(bus);
+  }
+  settle(bus);
+  expect(answers <= 1, "one answer at most");
+  expect(presses <= script->count("Activated", "(osta{sv})"), "presses of the user's");
+  expect(!wish.isWanted() || mayHaveAgreed(*script), "a wish that the user confirmed");
 }
 
 void appearance(const ScriptPtr& script) {
@@ -356,11 +385,24 @@ constexpr std::array kScenarios = {
               true},
              tray},
     Scenario{{"", kOtherPath, ""}, sessionManagerWithoutBus},
+    Scenario{{kPortal, "", kRequest}, shortcut},
 };
 
 constexpr std::array kSignals = {
     "ActionInvoked",   "NotificationClosed", "Response", "PrepareForShutdown",
     "QueryEndSession", "EndSession",         "Stop",     "Activate"};
+
+// What the portal says beside its answers.
+struct PortalSignal {
+  const char* name;
+  const char* path;
+  const char* interface;
+};
+constexpr const char* kShortcuts = "org.freedesktop.portal.GlobalShortcuts";
+constexpr std::array kPortalSignals = {
+    PortalSignal{"Activated", linux_host::kPortalPath, kShortcuts},
+    PortalSignal{"ShortcutsChanged", linux_host::kPortalPath, kShortcuts},
+    PortalSignal{"Closed", "/session", "org.freedesktop.portal.Session"}};
 constexpr std::array kErrors = {
     "org.freedesktop.DBus.Error.Failed", "org.freedesktop.DBus.Error.ServiceUnknown",
     "org.freedesktop.portal.Error.NotFound", linux_host::kNothingRecordedError};
@@ -431,6 +473,12 @@ Step stepFrom(Rest& rest) {
       step.kind = Step::Kind::kSignal;
       step.name = kSignals[detail % kSignals.size()];
       step.isElsewhere = detail / kSignals.size() % 2 == 1;
+      if (detail / kSignals.size() / 2 % 2 == 1) {
+        const PortalSignal& signal = kPortalSignals[detail % kPortalSignals.size()];
+        step.name = signal.name;
+        step.path = signal.path;
+        step.interface = signal.interface;
+      }
       break;
     default:
       step.kind = detail % 2 == 0 ? Step::Kind::kLeaves : Step::Kind::kComes;

@@ -21,6 +21,7 @@ constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
 constexpr const char* kOurs = ":1.9";
 constexpr const char* kTheirs = ":1.1";
+constexpr const char* kRegistry = "org.freedesktop.host.portal.Registry";
 constexpr const char* kRequests = "/org/freedesktop/portal/desktop/request/1_9/";
 
 // No bus hands on what GLib would not read, and what it does not read breaks the connection.
@@ -176,6 +177,15 @@ void StrangeBus::receive(GDBusConnection* connection, GDBusMessage* message) {
                                    nullptr);
     return;
   }
+  // Whatever the portal answers to that is of no concern to anybody.
+  const gchar* interface = g_dbus_message_get_interface(message);
+  if (interface != nullptr && std::string_view(interface) == kRegistry) {
+    const MessagePtr reply(g_dbus_message_new_method_error_literal(
+        message, "org.freedesktop.DBus.Error.UnknownMethod", "There is none"));
+    g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                   nullptr);
+    return;
+  }
   if (std::string request = requestOf(message); !request.empty()) request_ = std::move(request);
   ++calls_;
   if (isAsked) answer(connection, message);
@@ -203,12 +213,13 @@ void StrangeBus::send(const Step& step) {
     announce(step.kind == Step::Kind::kComes);
     return;
   }
-  const std::string own = *service_.path != '\0' ? service_.path : request_;
+  std::string own = *service_.path != '\0' ? service_.path : request_;
+  if (step.path != nullptr) own = step.path;
+  const char* interface = step.interface != nullptr ? step.interface : service_.interface;
   const std::string path = step.isElsewhere || own.empty() ? kOtherPath : own;
   const MessagePtr message(
-      service_.callsOurs
-          ? g_dbus_message_new_method_call(kOurs, path.c_str(), service_.interface, step.name)
-          : g_dbus_message_new_signal(path.c_str(), service_.interface, step.name));
+      service_.callsOurs ? g_dbus_message_new_method_call(kOurs, path.c_str(), interface, step.name)
+                         : g_dbus_message_new_signal(path.c_str(), interface, step.name));
   g_dbus_message_set_sender(message.get(), kTheirs);
   g_dbus_message_set_body(message.get(), step.value.get());
   if (canBeSent(message.get())) broadcast(message.get());

@@ -30,6 +30,8 @@ struct Step {
   const char* name = nullptr;    // of the error, the signal or the call
   unsigned number = 0;           // the same for who knows messages by numbers
   bool isElsewhere = false;      // a signal from another object: kOtherPath
+  const char* path = nullptr;    // of a signal, instead of the service's
+  const char* interface = nullptr;
 };
 
 inline constexpr const char* kOtherPath = "/a";

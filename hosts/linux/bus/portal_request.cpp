@@ -2,19 +2,34 @@
 
 #include <utility>
 
-#include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/base/bundle.h"
 
 namespace linux_host {
 namespace {
 
 constexpr const char* kRequestInterface = "org.freedesktop.portal.Request";
+constexpr const char* kRegistry = "org.freedesktop.host.portal.Registry";
+
+GVariant* introduction() {
+  return g_variant_new("(sa{sv})", kApplicationId, nullptr);
+}
 
 }  // namespace
 
-PortalRequest::PortalRequest(GDBusConnection* bus, Handler handler)
+void introduceToPortal(GDBusConnection* bus, int timeout_ms) {
+  // Whatever the answer: there is nothing more to be done.
+  const VariantPtr answer(g_dbus_connection_call_sync(
+      bus, kPortalName, kPortalPath, kRegistry, "Register", introduction(), nullptr,
+      G_DBUS_CALL_FLAGS_NONE, timeout_ms, nullptr, nullptr));
+}
+
+PortalRequest::PortalRequest(GDBusConnection* bus, const char* interface, const char* method,
+                             Handler handler)
     : bus_(G_DBUS_CONNECTION(g_object_ref(bus))),
       // Told apart from all other requests of this process.
       token_("record_audio_" + std::to_string(g_random_int())),
+      interface_(interface),
+      method_(method),
       handler_(std::move(handler)) {}
 
 PortalRequest::~PortalRequest() {
@@ -25,7 +40,7 @@ PortalRequest::~PortalRequest() {
 std::shared_ptr<PortalRequest> PortalRequest::ask(GDBusConnection* bus, const char* interface,
                                                   const char* method, const Arguments& arguments,
                                                   Handler handler) {
-  Self request(new PortalRequest(bus, std::move(handler)));
+  Self request(new PortalRequest(bus, interface, method, std::move(handler)));
   request->listen(request->requestPath());
   request->watch_ =
       g_bus_watch_name_on_connection(bus, kPortalName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START, nullptr,
@@ -34,10 +49,22 @@ std::shared_ptr<PortalRequest> PortalRequest::ask(GDBusConnection* bus, const ch
   g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&options, "{sv}", "handle_token",
                         g_variant_new_string(request->token_.c_str()));
-  g_dbus_connection_call(bus, kPortalName, kPortalPath, interface, method, arguments(&options),
-                         G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, onCalled,
+  request->arguments_.reset(g_variant_ref_sink(arguments(&options)));
+  g_dbus_connection_call(bus, kPortalName, kPortalPath, kRegistry, "Register", introduction(),
+                         nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, onIntroduced,
                          reference(request));
   return request;
+}
+
+void PortalRequest::onIntroduced(GObject* bus, GAsyncResult* result, gpointer data) {
+  const std::unique_ptr<Self> reference(static_cast<Self*>(data));
+  PortalRequest& self = **reference;
+  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, nullptr));
+  const VariantPtr arguments = std::move(self.arguments_);
+  if (self.handler_ == nullptr) return;
+  g_dbus_connection_call(self.bus_, kPortalName, kPortalPath, self.interface_, self.method_,
+                         arguments.get(), G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, -1,
+                         nullptr, onCalled, PortalRequest::reference(*reference));
 }
 
 void PortalRequest::cancel() {

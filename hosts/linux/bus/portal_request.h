@@ -6,10 +6,17 @@
 #include <memory>
 #include <string>
 
+#include "hosts/linux/bus/dbus_support.h"
+
 namespace linux_host {
 
 inline constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
 inline constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
+
+// Tells the portal which application calls over `bus`, ahead of anything else that it is asked:
+// later it does not listen. Who is in no sandbox has no name there otherwise, in portals that let
+// him say it; the others have ways of their own to find it, or none. Waits for an answer.
+void introduceToPortal(GDBusConnection* bus, int timeout_ms);
 
 // One question that the desktop's portal puts to the user, until it is answered or nobody is left
 // to answer it. A portal that can be started is started. Lives in GLib's default context, which
@@ -27,7 +34,7 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
   // Makes the method's arguments around the portal's `options`, a builder of a dictionary.
   using Arguments = std::function<GVariant*(GVariantBuilder* options)>;
 
-  // `handler` is called once, later, from the main loop.
+  // `handler` is called once, later, from the main loop. The names are literals.
   static std::shared_ptr<PortalRequest> ask(GDBusConnection* bus, const char* interface,
                                             const char* method, const Arguments& arguments,
                                             Handler handler);
@@ -41,8 +48,9 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
  private:
   using Self = std::shared_ptr<PortalRequest>;
 
-  PortalRequest(GDBusConnection* bus, Handler handler);
+  PortalRequest(GDBusConnection* bus, const char* interface, const char* method, Handler handler);
 
+  static void onIntroduced(GObject* bus, GAsyncResult* result, gpointer self);
   static void onCalled(GObject* bus, GAsyncResult* result, gpointer self);
   static void onResponse(GDBusConnection* bus, const gchar* sender, const gchar* path,
                          const gchar* interface, const gchar* signal, GVariant* parameters,
@@ -59,6 +67,9 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
 
   GDBusConnection* const bus_;
   const std::string token_;
+  const char* const interface_;
+  const char* const method_;
+  VariantPtr arguments_;  // until the method is called
   Handler handler_;
   std::string path_;
   guint subscription_ = 0;

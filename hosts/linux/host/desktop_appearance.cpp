@@ -74,6 +74,7 @@ Appearance desktopAppearance(GDBusConnection* bus) {
   std::optional<guint32> contrast;
   if (bus != nullptr &&
       (listsPortal(bus, "ListNames") || listsPortal(bus, "ListActivatableNames"))) {
+    introduceToPortal(bus, kPortalAnswer_ms);
     scheme = portalSetting(bus, "color-scheme");
     contrast = portalSetting(bus, "contrast");
   }

@@ -94,7 +94,14 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
           sessionBus_.connection(),
           [this](const platform::ImagePtr& image) { return icons_.file(image); },
           [this] { return activationTokens_.take(); }),
-      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_, activationTokens_,
+      shortcutWish_(folders_.config + "/" + kApplicationId + "/desktop.json"),
+      shortcut_(sessionBus_.connection(), bundle_->localizedString("Start or stop recording"),
+                shortcutWish_,
+                [this](const std::string& token) {
+                  if (!token.empty()) router_.useActivationToken(token);
+                  router_.activate();
+                }),
+      windowsServices_(*bundle_, storage_, sessionBus_, mainLoop_, activationTokens_, shortcut_,
                        [this] { goOnWithoutScreen(); }),
       windows_(windowsServices_, M4aWriterFactory::defaultFolders()),
       application_(mainLoop_),
@@ -341,6 +348,7 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   } else {
     router_.launch(launch.pathsToOpen);
   }
+  shortcut_.resume();
   application_.run();
   return finish();
 }
@@ -351,6 +359,7 @@ void LinuxHost::goOnWithoutScreen() {
                                    ? "The screen has gone. What is being recorded goes on."
                                    : "The screen has gone, and the program with its window.");
   windows_.loseScreen();
+  shortcut_.follow({});
   mainLoop_.runBy({}, {});
   if (!isRecordingOnly) application_.terminateRegardless();
   application_.run();
@@ -359,6 +368,7 @@ void LinuxHost::goOnWithoutScreen() {
 }
 
 int LinuxHost::finish() {
+  shortcut_.leave();
   userDefaults_.synchronize();
   if (hasNoFolder()) tellThatThereIsNoFolder();
 

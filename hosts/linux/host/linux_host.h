@@ -44,6 +44,8 @@
 #include "hosts/linux/settings_store/settings_in_range.h"
 #include "hosts/linux/settings_store/suite_storage.h"
 #include "hosts/linux/settings_store/user_defaults.h"
+#include "hosts/linux/shortcuts/global_shortcut.h"
+#include "hosts/linux/shortcuts/shortcut_wish.h"
 #include "hosts/linux/windows/windows_loader.h"
 #include "hosts/linux/workspace/folder_chooser.h"
 #include "hosts/linux/workspace/workspace.h"
@@ -67,13 +69,14 @@ class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
   HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus,
-                      MainLoop& loop, ActivationTokens& activationTokens,
+                      MainLoop& loop, ActivationTokens& activationTokens, GlobalShortcut& shortcut,
                       std::function<void()> goOn)
       : bundle_(bundle),
         storage_(storage),
         bus_(bus),
         loop_(loop),
         activationTokens_(activationTokens),
+        shortcut_(shortcut),
         goOn_(std::move(goOn)),
         folderChooser_(bus.connection()) {}
 
@@ -82,6 +85,13 @@ class HostWindowsServices : public WindowsServices {
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& folder, std::function<void(FolderChoice)> done) override;
+  void followShortcut(std::function<void(const Shortcut&)> onChange) override {
+    shortcut_.follow(std::move(onChange));
+  }
+  void chooseShortcut(const std::string& parentWindow,
+                      std::function<void(const ShortcutChoice&)> done) override {
+    shortcut_.choose(parentWindow, std::move(done));
+  }
   std::string takeActivationToken() override { return activationTokens_.take(); }
   void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) override {
     loop_.runBy(std::move(step), std::move(endDialogs));
@@ -95,6 +105,7 @@ class HostWindowsServices : public WindowsServices {
   SessionBus& bus_;
   MainLoop& loop_;
   ActivationTokens& activationTokens_;
+  GlobalShortcut& shortcut_;
   const std::function<void()> goOn_;
   FolderChooser folderChooser_;
 };
@@ -203,6 +214,8 @@ class LinuxHost {
   LoginAppleEvents appleEvents_;
   DesktopNotificationCenter userNotifications_;
   DesktopWorkspace workspace_;
+  ShortcutWish shortcutWish_;
+  GlobalShortcut shortcut_;
   HostWindowsServices windowsServices_;
   WindowsLoader windows_;
   LinuxApplication application_;

@@ -28,6 +28,25 @@ struct FolderChoice {
   std::optional<std::string> path;  // null: the user chose none
 };
 
+// The key that starts and stops a recording wherever the user is, as the desktop keeps it for us.
+struct Shortcut {
+  bool offered = false;  // false: the desktop has no keys for programs to ask for
+  bool asking = false;   // the desktop is asked just now, and may be asking the user
+  bool set = false;
+  std::string trigger;  // the desktop's words for the key; it need not have any
+};
+
+// What came of the user's wish for a key.
+struct ShortcutChoice {
+  enum class Outcome {
+    kDone,
+    kDeclined,  // the user thought better of it
+    kFailed,    // the desktop gave none
+  };
+  Outcome outcome = Outcome::kDone;
+  std::string reason;  // of a failure, in the desktop's words; it need not say any
+};
+
 // What the module needs of the program. Outlives the module.
 class WindowsServices {
  public:
@@ -58,6 +77,18 @@ class WindowsServices {
   // The screen has gone, and the toolkit is about to end the process. Called in the middle of its
   // work, which is left there for good; the windows and alerts are not used any more.
   [[noreturn]] virtual void goOnWithoutScreen() { std::_Exit(EXIT_FAILURE); }
+
+  // Calls `onChange` with the shortcut now and whenever it changes, in place of the one before;
+  // empty: nobody any more, nor of a choice that is under way.
+  virtual void followShortcut(std::function<void(const Shortcut&)> onChange) { (void)onChange; }
+  // Has the desktop give us a key, or another one, above the window that portals know as
+  // `parentWindow`. `done` is called once: now, or later from the main loop; never when the program
+  // ends before.
+  virtual void chooseShortcut(const std::string& parentWindow,
+                              std::function<void(const ShortcutChoice&)> done) {
+    (void)parentWindow;
+    done({ShortcutChoice::Outcome::kFailed, {}});
+  }
 
   // The desktop's leave to bring a window forward, once (ActivationTokens::take).
   virtual std::string takeActivationToken() { return {}; }

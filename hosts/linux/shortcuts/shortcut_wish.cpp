@@ -1,0 +1,32 @@
+#include "hosts/linux/shortcuts/shortcut_wish.h"
+
+#include "hosts/linux/base/log.h"
+
+namespace linux_host {
+namespace {
+
+constexpr const char* kKey = "GlobalShortcut";
+
+}  // namespace
+
+bool ShortcutWish::isWanted() const {
+  std::string error;
+  const auto json = file_.peek(&error);
+  if (!json) {
+    logMessage(LogLevel::kWarning,
+               error + " The shortcut is not set up; set it in the preferences.");
+    return false;
+  }
+  const auto entry = json->find(kKey);
+  return entry != json->end() && entry->is_boolean() && entry->get<bool>();
+}
+
+void ShortcutWish::want(bool wanted) {
+  if (isWanted() == wanted) return;
+  std::string error;
+  if (file_.change([wanted](Json& json) { json[kKey] = wanted; }, &error)) return;
+  logMessage(LogLevel::kWarning, "It is not remembered that the shortcut was " +
+                                     std::string(wanted ? "set. " : "declined. ") + error);
+}
+
+}  // namespace linux_host

@@ -1,0 +1,79 @@
+#include <gmock/gmock.h>
+
+#include "tests/desktop/desktop_fixture.h"
+#include "tests/desktop/fake_shortcuts_portal.h"
+#include "tests/e2e/tool_fixture.h"
+
+// The built program with a key of the desktop's.
+
+namespace desktop_test {
+namespace {
+
+using ::testing::IsEmpty;
+
+class ShortcutToolTest : public e2e::ToolFixture {
+ protected:
+  ShortcutToolTest() {
+    std::string error;
+    client_ = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms, &error);
+    EXPECT_NE(client_, nullptr) << error;
+    portal_ = std::make_unique<FakeShortcutsPortal>(client_.get());
+    plugInMicrophone();
+  }
+  ~ShortcutToolTest() override { portal_.reset(); }
+
+  void wantKey() const {
+    base_test::write(settingsFolder() + "/desktop.json", R"({"GlobalShortcut":true})");
+  }
+  // The tool's state, while its calls on the portal are answered.
+  bool comesToState(const std::string& state) {
+    return runUntil([&] {
+      const e2e::Json now = status();
+      return now.is_object() && now["state"] == state;
+    });
+  }
+  bool hasKey() {
+    return runUntil([&] {
+      return !portal_->calls.empty() && portal_->calls.back().starts_with("BindShortcuts");
+    });
+  }
+
+  linux_host::ConnectionPtr client_;
+  std::unique_ptr<FakeShortcutsPortal> portal_;
+};
+
+TEST_F(ShortcutToolTest, TheKeyStopsTheRecordingAndStartsTheNext) {
+  wantKey();
+  auto tool = start();
+  ASSERT_TRUE(hasKey());
+  ASSERT_TRUE(comesToState("recording"));
+  portal_->press();
+  ASSERT_TRUE(comesToState("idle"));
+  EXPECT_NE(onlyFileIn(musicFolder()), "");
+  // A key that is held down would be the same press.
+  e2e::waitSeconds(1);
+  portal_->press();
+  ASSERT_TRUE(comesToState("recording"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_EQ(filesIn(musicFolder()).size(), 2U);
+  EXPECT_THAT(portal_->description, ::testing::Not(IsEmpty()));
+}
+
+TEST_F(ShortcutToolTest, WhoWantsNoKeyIsNotAskedForOne) {
+  auto tool = start();
+  ASSERT_TRUE(comesToState("recording"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_THAT(portal_->calls, IsEmpty());
+}
+
+TEST_F(ShortcutToolTest, APortalThatAnswersNothingHoldsNothingUp) {
+  wantKey();
+  portal_->behaviour.isSlow = true;
+  auto tool = start();
+  ASSERT_TRUE(comesToState("recording"));
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_EQ(filesIn(musicFolder()).size(), 1U);
+}
+
+}  // namespace
+}  // namespace desktop_test

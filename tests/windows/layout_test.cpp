@@ -16,6 +16,7 @@ class LayoutTest : public WindowsTest, public testing::WithParamInterface<std::s
  protected:
   LayoutTest() {
     services().speak(GetParam());
+    services().changeShortcut({true, false, true, "Strg+Umschalt+Meta+Druck oder F12"});
     // The longest path that is shown in full.
     services().folder = "/" + std::string(200, 'm');
   }
@@ -87,14 +88,14 @@ TEST_P(LayoutTest, EveryLabelIsLevelWithItsControl) {
     return one.mapTo(&dialog(), one.rect().center()).y();
   };
   // Also where the script's lines are taller than those of the font that the test finds.
-  for (const char* name :
-       {"audioSourceLabel", "soundFormatLabel", "qualityLabel", "outputLocationLabel"}) {
+  for (const char* name : {"audioSourceLabel", "soundFormatLabel", "qualityLabel",
+                           "outputLocationLabel", "shortcutLabel"}) {
     auto& label = widget<QLabel>(name);
     label.setMinimumHeight(label.buddy()->sizeHint().height() - 1);
   }
   QCoreApplication::processEvents();
-  for (const char* name :
-       {"audioSourceLabel", "soundFormatLabel", "qualityLabel", "outputLocationLabel"}) {
+  for (const char* name : {"audioSourceLabel", "soundFormatLabel", "qualityLabel",
+                           "outputLocationLabel", "shortcutLabel"}) {
     const auto& label = widget<QLabel>(name);
     EXPECT_NEAR(middle(label), middle(*label.buddy()), 1) << name;
   }

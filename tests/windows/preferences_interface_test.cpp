@@ -139,6 +139,11 @@ TEST_F(PreferencesInterfaceTest, TabVisitsTheControlsFromTopToBottom) {
   EXPECT_THAT(tabOrder(),
               ElementsAre("audioSource", "privacySettingsLink", "soundFormatPopUp", "qualityPopUp",
                           "outputLocation", "outputFolderLink", "doneButton"));
+  services().changeShortcut({.offered = true, .trigger = {}});
+  EXPECT_THAT(tabOrder(),
+              ElementsAre("audioSource", "privacySettingsLink", "soundFormatPopUp", "qualityPopUp",
+                          "outputLocation", "outputFolderLink", "shortcutButton", "doneButton"));
+  services().changeShortcut({});
   owner_.outlet<platform::Button>("privacySettingsLink")->setHidden(true);
   EXPECT_THAT(tabOrder(), ElementsAre("audioSource", "soundFormatPopUp", "qualityPopUp",
                                       "outputLocation", "outputFolderLink", "doneButton"));
@@ -174,7 +179,7 @@ TEST_P(LanguageTest, EveryFieldHasAMnemonicOfItsOwn) {
     const auto [user, isNew] = users.emplace(mnemonic, named->objectName().toStdString());
     EXPECT_TRUE(isNew) << mnemonic.toStdString() << " is of " << user->second << " already";
   }
-  EXPECT_EQ(users.size(), 5U);
+  EXPECT_EQ(users.size(), 6U);
 }
 
 // What assistive technology is told.
@@ -184,7 +189,8 @@ TEST_P(LanguageTest, EveryControlHasAnAccessibleNameAndRole) {
       {"audioSource", QAccessible::ComboBox},    {"soundFormatPopUp", QAccessible::ComboBox},
       {"qualityPopUp", QAccessible::ComboBox},   {"outputLocation", QAccessible::Button},
       {"outputFolderLink", QAccessible::Button}, {"privacySettingsLink", QAccessible::Button},
-      {"doneButton", QAccessible::Button},       {"audioWarning", QAccessible::StaticText}};
+      {"doneButton", QAccessible::Button},       {"audioWarning", QAccessible::StaticText},
+      {"shortcutButton", QAccessible::Button}};
   for (const auto& [name, role] : roles) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&widget(name.c_str()));
     ASSERT_NE(accessible, nullptr) << name;
@@ -196,8 +202,8 @@ TEST_P(LanguageTest, EveryControlHasAnAccessibleNameAndRole) {
   QAccessibleInterface* level = QAccessible::queryAccessibleInterface(&widget("audioLevel"));
   ASSERT_NE(level, nullptr);
   EXPECT_EQ(level->text(QAccessible::Name), text("Input level"));
-  for (const char* name :
-       {"audioSource", "soundFormatPopUp", "qualityPopUp", "audioLevel", "doneButton"}) {
+  for (const char* name : {"audioSource", "soundFormatPopUp", "qualityPopUp", "audioLevel",
+                           "shortcutButton", "doneButton"}) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&widget(name));
     EXPECT_FALSE(accessible->text(QAccessible::Description).isEmpty()) << name;
   }

@@ -66,6 +66,8 @@ void FakeServices::reset() {
   refusal.clear();
   asked.clear();
   desktopChooser = nullptr;
+  shortcutChoices.clear();
+  changeShortcut({});
   speak("en");
 }
 

@@ -33,6 +33,22 @@ class FakeServices : public WindowsServices {
   void chooseFolder(const std::string& parentWindow, const std::string& title,
                     const std::string& opened, std::function<void(FolderChoice)> done) override;
 
+  void followShortcut(std::function<void(const Shortcut&)> onChange) override {
+    shortcutFollower_ = std::move(onChange);
+    if (shortcutFollower_) shortcutFollower_(shortcut_);
+  }
+  void chooseShortcut(const std::string&,
+                      std::function<void(const ShortcutChoice&)> done) override {
+    shortcutChoices.push_back(std::move(done));
+  }
+  // The shortcut becomes this one, which the window is told.
+  void changeShortcut(const Shortcut& shortcut) {
+    shortcut_ = shortcut;
+    if (shortcutFollower_) shortcutFollower_(shortcut_);
+  }
+  // What the user has asked for and nobody has answered.
+  std::vector<std::function<void(const ShortcutChoice&)>> shortcutChoices;
+
   void runLoopBy(std::function<void()>, std::function<void()> ends) override {
     endDialogs = std::move(ends);
   }
@@ -54,6 +70,8 @@ class FakeServices : public WindowsServices {
 
  private:
   std::unique_ptr<StringTables> table_;
+  Shortcut shortcut_;
+  std::function<void(const Shortcut&)> shortcutFollower_;
 };
 
 // Every language there is a string table for.

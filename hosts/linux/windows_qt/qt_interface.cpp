@@ -11,6 +11,7 @@
 #include "hosts/linux/windows_qt/link_widget.h"
 #include "hosts/linux/windows_qt/qt_views.h"
 #include "hosts/linux/windows_qt/qt_window.h"
+#include "hosts/linux/windows_qt/shortcut_row.h"
 
 namespace linux_host {
 namespace {
@@ -113,11 +114,13 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
     if (widget->objectName().isEmpty() || widget->objectName().startsWith(u"qt_")) continue;
     translator.translate(widget);
     levelWithControl(widget);
+    if (widget->property("hostOnly").toBool()) continue;
     const auto view = viewOf(widget, services, actionOf(widget, owner));
     if (!view) continue;
     views.push_back(view);
     owner.connectOutlet(widget->objectName().toStdString(), view);
   }
+  ShortcutRow::addTo(*dialog, services);
   const std::string done = dialog->property("doneAction").toString().toStdString();
   QObject::connect(dialog, &WindowWidget::doneWanted, dialog,
                    [done, &owner] { owner.performAction(done, nullptr); });

@@ -9,8 +9,9 @@ namespace linux_host {
 
 // Builds a window from an interface file (Qt Designer) embedded in the module. A widget's object
 // name is its outlet's name, its property "actionName" the action it sends, and every text is
-// looked up in the program's string tables. The dialog's property "doneAction" is sent when the
-// user closes the window. Null when there is no such file.
+// looked up in the program's string tables; widgets with the property "hostOnly" are no outlets.
+// The dialog's property "doneAction" is sent when the user closes the window. Null when there is no
+// such file.
 std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileName,
                                                platform::InterfaceOwner& owner,
                                                WindowsServices& services);

@@ -19,6 +19,7 @@
 
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/link_widget.h"
+#include "hosts/linux/windows_qt/qt_window.h"
 
 namespace linux_host {
 
@@ -32,15 +33,9 @@ QString singleLine(const std::string& text) {
       .simplified();
 }
 
-namespace {
-
-// A tool tip that shows `text` as it stands: without this a name with tags in it would be drawn as
-// what the tags say.
 QString plainToolTip(const QString& text) {
   return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
 }
-
-}  // namespace
 
 QtPopUpButton::QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick)
     : QtView(box), unnamedItem_(std::move(unnamedItem)), onPick_(std::move(onPick)) {
@@ -331,16 +326,6 @@ void QtOutputLocationButton::updateState() {
   button->setToolTip(plainToolTip(path));
   button->setAccessibleDescription(path);
 }
-
-namespace {
-
-// How portals call a window; empty where there is no way to say it.
-std::string portalNameOf(const QWidget* window) {
-  if (window == nullptr || QApplication::platformName() != u"xcb") return {};
-  return "x11:" + QString::number(window->winId(), 16).toStdString();
-}
-
-}  // namespace
 
 std::string QtOutputLocationButton::chosenFolder(const std::string& before) {
   QWidget* window = widget() != nullptr ? widget()->window() : nullptr;

@@ -27,6 +27,9 @@ using UserAct = std::function<void(platform::View* sender)>;
 
 // Text that came from outside (a device's name) as one harmless line.
 QString singleLine(const std::string& text);
+// A tool tip that shows `text` as it stands: without this a name with tags in it would be drawn as
+// what the tags say.
+QString plainToolTip(const QString& text);
 
 // What all views share: hiding and removing their widget.
 template <typename Port>

@@ -1,5 +1,6 @@
 #include "hosts/linux/windows_qt/qt_window.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QShortcut>
 
@@ -31,6 +32,11 @@ void WindowWidget::hideEvent(QHideEvent* event) {
 void WindowWidget::closeEvent(QCloseEvent* event) {
   event->ignore();
   emit doneWanted();
+}
+
+std::string portalNameOf(const QWidget* window) {
+  if (window == nullptr || QApplication::platformName() != u"xcb") return {};
+  return "x11:" + QString::number(window->winId(), 16).toStdString();
 }
 
 QtWindow::QtWindow(std::unique_ptr<WindowWidget> widget,

@@ -2,6 +2,7 @@
 
 #include <QDialog>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "hosts/linux/windows/windows_module.h"
@@ -30,6 +31,9 @@ class WindowWidget : public QDialog {
   void closeEvent(QCloseEvent* event) override;
   void reject() override { emit doneWanted(); }
 };
+
+// How portals call a window; empty where there is no way to say it.
+std::string portalNameOf(const QWidget* window);
 
 // A window with the views of its controls. Main thread.
 class QtWindow : public platform::Window {

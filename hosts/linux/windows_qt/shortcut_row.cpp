@@ -1,0 +1,73 @@
+#include "hosts/linux/windows_qt/shortcut_row.h"
+
+#include <QMessageBox>
+
+#include "hosts/linux/windows_qt/qt_views.h"
+#include "hosts/linux/windows_qt/qt_window.h"
+
+namespace linux_host {
+
+void ShortcutRow::addTo(QDialog& dialog, WindowsServices& services) {
+  auto* form = dialog.findChild<QFormLayout*>();
+  auto* button = dialog.findChild<QPushButton*>(QStringLiteral("shortcutButton"));
+  // Its dialog takes it along.
+  if (form != nullptr && button != nullptr) new ShortcutRow(dialog, *form, *button, services);
+}
+
+ShortcutRow::ShortcutRow(QDialog& dialog, QFormLayout& form, QPushButton& button,
+                         WindowsServices& services)
+    : QObject(&dialog),
+      services_(services),
+      dialog_(dialog),
+      form_(form),
+      button_(button),
+      key_(dialog.findChild<QLabel*>(QStringLiteral("shortcutKey"))) {
+  connect(&button_, &QPushButton::clicked, this, [this] { choose(); });
+  show({});
+  services_.followShortcut([this](const Shortcut& shortcut) { show(shortcut); });
+}
+
+ShortcutRow::~ShortcutRow() {
+  services_.followShortcut({});
+}
+
+QString ShortcutRow::text(const char* key) const {
+  return QString::fromStdString(services_.localizedString(key));
+}
+
+void ShortcutRow::show(const Shortcut& shortcut) {
+  form_.setRowVisible(dialog_.findChild<QLayout*>(QStringLiteral("shortcutLayout")),
+                      shortcut.offered);
+  QString key = text("None");
+  if (shortcut.set) {
+    key = shortcut.trigger.empty() ? text("Set") : singleLine(shortcut.trigger);
+  }
+  if (shortcut.asking) key = text("One moment…");
+  constexpr int kWidest_characters = 24;
+  const int width = key_->fontMetrics().averageCharWidth() * kWidest_characters;
+  key_->setText(key_->fontMetrics().elidedText(key, Qt::ElideMiddle, width));
+  key_->setToolTip(plainToolTip(key));
+  button_.setText(shortcut.set ? text("Change…") : text("Set Shortcut…"));
+  button_.setAccessibleDescription(key);
+  button_.setEnabled(!shortcut.asking);
+}
+
+void ShortcutRow::choose() {
+  services_.chooseShortcut(portalNameOf(&dialog_),
+                           [row = QPointer<ShortcutRow>(this)](const ShortcutChoice& choice) {
+                             if (row.isNull() || choice.outcome != ShortcutChoice::Outcome::kFailed)
+                               return;
+                             row->tellFailure(choice.reason);
+                           });
+}
+
+void ShortcutRow::tellFailure(const std::string& reason) {
+  auto* box = new QMessageBox(QMessageBox::Warning, text("Record Audio"),
+                              text("The desktop has set no shortcut."), QMessageBox::Ok, &dialog_);
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  box->setTextFormat(Qt::PlainText);
+  box->setInformativeText(singleLine(reason));
+  box->open();
+}
+
+}  // namespace linux_host

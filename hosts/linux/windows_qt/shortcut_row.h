@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QDialog>
+#include <QFormLayout>
+#include <QLabel>
+#include <QPointer>
+#include <QPushButton>
+
+#include "hosts/linux/windows/windows_module.h"
+
+namespace linux_host {
+
+// The row of the window with the key that starts and stops recordings: there only while the
+// desktop has such keys. Belongs to the window's dialog. Main thread.
+class ShortcutRow : public QObject {
+ public:
+  // Follows the shortcut from now on where the dialog has the row's widgets. `services` outlives
+  // the dialog.
+  static void addTo(QDialog& dialog, WindowsServices& services);
+  ~ShortcutRow() override;
+
+ private:
+  ShortcutRow(QDialog& dialog, QFormLayout& form, QPushButton& button, WindowsServices& services);
+
+  void show(const Shortcut& shortcut);
+  void choose();
+  void tellFailure(const std::string& reason);
+  [[nodiscard]] QString text(const char* key) const;
+
+  WindowsServices& services_;
+  QDialog& dialog_;
+  QFormLayout& form_;
+  QPushButton& button_;
+  QLabel* const key_;
+};
+
+}  // namespace linux_host

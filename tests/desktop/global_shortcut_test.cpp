@@ -25,8 +25,8 @@ using ::testing::Not;
 
 constexpr const char* kPortal = "org.freedesktop.portal.Desktop";
 constexpr const char* kDescription = "Start or stop recording";
-constexpr const char* kBind = "BindShortcuts record CTRL+LOGO+r x11:1a";
-constexpr const char* kBindUnasked = "BindShortcuts record CTRL+LOGO+r ";
+constexpr const char* kBind = "BindShortcuts record LOGO+ALT+a x11:1a";
+constexpr const char* kBindUnasked = "BindShortcuts record LOGO+ALT+a ";
 
 class GlobalShortcutTest : public DesktopTest {
  protected:

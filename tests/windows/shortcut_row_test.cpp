@@ -51,7 +51,7 @@ TEST_F(ShortcutRowTest, ShowsTheKeyInTheDesktopsWords) {
   EXPECT_EQ(button().accessibleDescription(), QStringLiteral("Ctrl+Meta+R"));
   EXPECT_TRUE(button().isEnabled());
   services().changeShortcut({.offered = true, .set = true, .trigger = {}});
-  EXPECT_EQ(shownKey(), text("Set"));
+  EXPECT_EQ(shownKey(), text("See keyboard settings"));
 }
 
 TEST_F(ShortcutRowTest, ShowsWhateverTheDesktopSaysAsOneHarmlessLine) {

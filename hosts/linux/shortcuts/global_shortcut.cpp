@@ -13,8 +13,9 @@ using Outcome = ShortcutChoice::Outcome;
 constexpr const char* kInterface = "org.freedesktop.portal.GlobalShortcuts";
 constexpr const char* kSessionInterface = "org.freedesktop.portal.Session";
 constexpr const char* kShortcut = "record";
-// What the user may have changed, or has to, where something else is on it.
-constexpr const char* kPreferredTrigger = "CTRL+LOGO+r";
+// The user may choose another, and has to where something else is on it. Letters that remind of
+// recording are taken: Plasma's clipboard and its screen recorder have the ones with R.
+constexpr const char* kPreferredTrigger = "LOGO+ALT+a";
 // Where a program has no name for the desktop, the keys are stored, and shown, under this one.
 constexpr const char* kSessionToken = "RecordAudio";
 constexpr const char* kShortcutsType = "a(sa{sv})";

@@ -40,10 +40,10 @@ void ShortcutRow::show(const Shortcut& shortcut) {
                       shortcut.offered);
   QString key = text("None");
   if (shortcut.set) {
-    key = shortcut.trigger.empty() ? text("Set") : singleLine(shortcut.trigger);
+    key = shortcut.trigger.empty() ? text("See keyboard settings") : singleLine(shortcut.trigger);
   }
   if (shortcut.asking) key = text("One moment…");
-  constexpr int kWidest_characters = 24;
+  constexpr int kWidest_characters = 28;
   const int width = key_->fontMetrics().averageCharWidth() * kWidest_characters;
   key_->setText(key_->fontMetrics().elidedText(key, Qt::ElideMiddle, width));
   key_->setToolTip(plainToolTip(key));

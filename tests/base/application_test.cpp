@@ -363,7 +363,8 @@ class NoOwner : public platform::InterfaceOwner {
 };
 
 platform::Alert alert(std::vector<std::string> buttons) {
-  return {platform::AlertStyle::kCritical, "Microphone muted", "Un-mute it.", std::move(buttons)};
+  return {
+      platform::AlertStyle::kCritical, "Microphone muted", "Un-mute it.", std::move(buttons), {}};
 }
 
 TEST(WindowsLoaderTest, WithoutAScreenAlertsAreLoggedAndDismissedWithTheLastButton) {

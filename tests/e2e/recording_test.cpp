@@ -87,7 +87,7 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
   }
 
   // Title and day stand in the name too.
-  static void expectLabels(const DecodedSound& sound, const std::string& path, int format) {
+  void expectLabels(const DecodedSound& sound, const std::string& path, int format) const {
     if (format == kMp3) {
       EXPECT_THAT(sound.tags, IsEmpty());
       return;
@@ -101,6 +101,12 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
     const auto day = tag("date").substr(0, std::string_view("2026-11-20").size());
     EXPECT_FALSE(day.empty());
     EXPECT_THAT(name, HasSubstr(" " + day + " "));
+    // As the players of most desktops read them.
+    const FinishedCommand player = runToEnd(
+        {"gst-launch-1.0", "-t", "filesrc", "location=" + path, "!", "decodebin", "!", "fakesink"},
+        {"LC_ALL=C.UTF-8"}, server.directory());
+    EXPECT_THAT(player.output, HasSubstr(" title: " + name + "\n"));
+    EXPECT_THAT(player.output, HasSubstr(" date: " + day + "\n"));
   }
 };
 

@@ -126,6 +126,62 @@ INSTANTIATE_TEST_SUITE_P(Formats, StoppedToolTest,
 INSTANTIATE_TEST_SUITE_P(Formats, LostSoundTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });
 
+class QuietMicrophoneTest : public ToolFixture, public testing::WithParamInterface<int> {
+ protected:
+  void SetUp() override {
+    writeSettings({{"SoundFormat", GetParam()}});
+    plugInMicrophone();
+    tool = startRecording(1.0);
+    EXPECT_FALSE(status().contains("silent"));
+  }
+  // Within a little more than the ten seconds after which silence is told of.
+  bool waitForSilence(bool silent) {
+    return test_support::waitUntil([&] { return status().value("silent", false) == silent; },
+                                   std::chrono::seconds(15));
+  }
+  DecodedSound stopAndDecode() {
+    EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+    EXPECT_TRUE(endsAtOnce(*tool));
+    return decodeSound(onlyFileIn(musicFolder()), server.directory());
+  }
+  static bool isLoudAtItsEnd(const DecodedSound& sound) {
+    const std::vector<float>& samples = sound.samples.at(0);
+    return std::any_of(samples.end() - sound.rate_Hz / 2, samples.end() - sound.rate_Hz / 4,
+                       [](float s) { return std::abs(s) > 0.1F; });
+  }
+  std::unique_ptr<test_support::ChildProcess> tool;
+};
+
+TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsToldOfUntilSoundComesAgain) {
+  feed.reset();
+  EXPECT_TRUE(waitForSilence(true));
+  EXPECT_THAT(log(), HasSubstr("No sound is coming in"));
+  feed = std::make_unique<test_support::SignalFeed>("feed", 2, test_support::tone1000Hz);
+  control->link("feed", "microphone");
+  EXPECT_TRUE(waitForSilence(false));
+  waitSeconds(1.0);
+  const DecodedSound sound = stopAndDecode();
+  EXPECT_EQ(sound.error, "");
+  EXPECT_TRUE(isLoudAtItsEnd(sound));
+}
+
+// Servers take it up again for who records from it, some of them without what was linked to it.
+TEST_P(QuietMicrophoneTest, SuspendedInMidRecordingItSoundsAgainOrItsSilenceIsTold) {
+  const auto suspended = Clock::now();
+  control->suspend("microphone");
+  const bool isTold = waitForSilence(true);
+  EXPECT_EQ(status()["state"], "recording");
+  const double passed_s = secondsBetween(suspended, Clock::now());
+  const DecodedSound sound = stopAndDecode();
+  EXPECT_EQ(sound.error, "");
+  EXPECT_GT(sound.duration_s(), 1.0 + passed_s - 0.3);
+  EXPECT_EQ(isLoudAtItsEnd(sound), !isTold);
+  EXPECT_EQ(log().find("No sound is coming in") != std::string::npos, isTold);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, QuietMicrophoneTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
+
 class HeldStartTest : public ToolFixture, public testing::WithParamInterface<int> {
  protected:
   // Records once, and clicks for another recording while the sound server is held up.

@@ -2,6 +2,7 @@
 
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
+#include <spa/node/command.h>
 #include <spa/param/props.h>
 #include <spa/pod/builder.h>
 
@@ -206,11 +207,15 @@ struct PipeWireControl::Impl {
     spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Props, SPA_PARAM_Props);
     addProperties(&builder);
     auto* props = static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+    withNode(node, [&](pw_node* proxy) { pw_node_set_param(proxy, SPA_PARAM_Props, 0, props); });
+  }
+
+  void withNode(std::uint32_t node, const std::function<void(pw_node*)>& use) const {
     const LoopLock lock(loop);
     auto* proxy = static_cast<pw_node*>(
         pw_registry_bind(registry, node, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
     if (proxy == nullptr) throw std::runtime_error("PipeWire control: cannot bind a node");
-    pw_node_set_param(proxy, SPA_PARAM_Props, 0, props);
+    use(proxy);
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(proxy));
   }
 };
@@ -305,6 +310,12 @@ void PipeWireControl::setMute(const std::string& nodeName, bool mute) {
     spa_pod_builder_prop(builder, SPA_PROP_mute, 0);
     spa_pod_builder_bool(builder, mute);
   });
+  synchronize();
+}
+
+void PipeWireControl::suspend(const std::string& nodeName) {
+  const spa_command command = SPA_NODE_COMMAND_INIT(SPA_NODE_COMMAND_Suspend);
+  impl_->withNode(nodeId(nodeName), [&](pw_node* proxy) { pw_node_send_command(proxy, &command); });
   synchronize();
 }
 

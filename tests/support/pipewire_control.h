@@ -33,6 +33,8 @@ class PipeWireControl {
   // `volume`: as PipeWire holds it, the cube of the mixer's slider; the same for all channels.
   void setVolume(const std::string& nodeName, float volume);
   void setMute(const std::string& nodeName, bool mute);
+  // As a mixer does it that takes a device away from those who use it.
+  void suspend(const std::string& nodeName);
 
   // The "default" metadata, subject 0; null without the key. Values are JSON {"name": ...}.
   std::optional<std::string> metadata(const std::string& key);

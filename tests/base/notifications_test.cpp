@@ -143,6 +143,15 @@ TEST_F(NotificationTest, StaysTenSecondsAndKeepsItsButtonWhenItIsClicked) {
   EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'resident'")));
 }
 
+TEST_F(NotificationTest, OneOfAProgramThatIsGoneByThenIsKeptInNoList) {
+  serve({"actions", "body", "persistence"});
+  deliverAndWait(started());
+  EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'transient'")));
+  center_.setTransient();
+  deliverAndWait(started());
+  EXPECT_THAT(server_->calls.back(), HasSubstr("'transient': <true>"));
+}
+
 // A server that draws a button for the default action, and closes what is clicked on.
 TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
   serve({"actions", "body"});

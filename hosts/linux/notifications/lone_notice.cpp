@@ -8,6 +8,7 @@ namespace linux_host {
 
 void showLoneNotice(GDBusConnection* bus, const platform::Bundle& bundle, const std::string& text) {
   DesktopNotificationCenter center(bus, bundle);
+  center.setTransient();
   const auto notification = std::make_shared<platform::UserNotification>();
   notification->informativeText = text;
   center.deliverNotification(notification);

@@ -54,7 +54,7 @@ const char* categoryOf(const UserNotification& notification) {
 }
 
 // A silent one says so: a sound would be in the recording.
-GVariant* hintsOf(const UserNotification& notification) {
+GVariant* hintsOf(const UserNotification& notification, bool isTransient) {
   GVariantBuilder hints;
   g_variant_builder_init(&hints, G_VARIANT_TYPE("a{sv}"));
   const auto add = [&](const char* name, GVariant* value) {
@@ -63,6 +63,7 @@ GVariant* hintsOf(const UserNotification& notification) {
   add("desktop-entry", g_variant_new_string(kApplicationId));
   add("category", g_variant_new_string(categoryOf(notification)));
   add("urgency", g_variant_new_byte(kNormalUrgency));
+  if (isTransient) add("transient", g_variant_new_boolean(TRUE));
   // A click takes no button away with it.
   if (notification.hasActionButton) add("resident", g_variant_new_boolean(TRUE));
   if (!notification.soundName) {
@@ -218,7 +219,7 @@ GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notifi
                                                        : text;
   return g_variant_new("(@su@s@s@sas@a{sv}i)", textVariant(name), guint32{0},
                        textVariant(kApplicationId), textVariant(summary), textVariant(body),
-                       &actions, hintsOf(notification), kLife_ms);
+                       &actions, hintsOf(notification, isTransient_), kLife_ms);
 }
 
 // Servers that keep a list take a click on the notification for the default action; where there is

@@ -32,6 +32,9 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   // One more line for the notification of a start: how to stop where no tray shows it.
   void setStartAdvice(const std::string& advice) { startAdvice_ = advice; }
 
+  // Shown once and kept in no list: of a program that is gone before it could take them away again.
+  void setTransient() { isTransient_ = true; }
+
   void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> delegate) override;
   void deliverNotification(const platform::UserNotificationPtr& notification) override;
   void removeDeliveredNotification(const platform::UserNotificationPtr& notification) override;
@@ -88,6 +91,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   const std::shared_ptr<DesktopNotificationCenter*> self_;
   const std::function<void(const std::string& token)> onToken_;
   std::string startAdvice_;
+  bool isTransient_ = false;
   std::vector<guint> subscriptions_;
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate_;
   std::optional<Capabilities> capabilities_;

@@ -78,6 +78,65 @@ TEST_F(Mp3StreamTest, UsesTheBitRateOfEachQuality) {
   }
 }
 
+// What LAME makes of a rate and a bit rate, in figures: it turns the sound down where it has few
+// bits, and its delay and the padding of its last packets take longer the lower the rate is.
+struct Reached {
+  int rate_hz;
+  std::uint64_t quality;
+  int fileRate_hz;
+  int bitrate;      // kbit/s
+  double level;     // of what was captured
+  double longer_s;  // than what was captured
+};
+
+TEST_F(Mp3StreamTest, HasTheRateTheLevelAndTheLengthThatLameGives) {
+  for (const Reached& reached :
+       {Reached{48000, 0, 48000, 320, 1.00, 0.05}, Reached{48000, 1, 48000, 192, 0.97, 0.05},
+        Reached{48000, 2, 32000, 96, 0.95, 0.07}, Reached{16000, 0, 16000, 160, 0.95, 0.13},
+        Reached{8000, 0, 8000, 64, 0.95, 0.24}}) {
+    SCOPED_TRACE(std::to_string(reached.rate_hz) + " Hz, quality " +
+                 std::to_string(reached.quality));
+    addInputDevice(memory.audioHardware, kMicId, kMicUID, 2, reached.rate_hz);
+    const auto tone =
+        sine(1000, 0.5, 3 * static_cast<std::size_t>(reached.rate_hz), reached.rate_hz);
+    const auto stream = recorded(tone, reached.quality);
+    const auto decoded = decodeMp3(stream);
+    EXPECT_EQ(decoded.sampleRate_hz, reached.fileRate_hz);
+    const double length_s = static_cast<double>(decoded.left.size()) / reached.fileRate_hz;
+    EXPECT_NEAR(static_cast<double>(stream.size()) * 8 / length_s / 1000, reached.bitrate,
+                0.02 * reached.bitrate);
+    EXPECT_NEAR(rms(middle(decoded.left)) * std::numbers::sqrt2 / 0.5, reached.level, 0.003);
+    EXPECT_GT(shareAt(middle(decoded.left), 1000, reached.fileRate_hz), 0.999);
+    EXPECT_NEAR(length_s - 3, reached.longer_s, 0.03);
+    memory.runLoop.advance(1);
+  }
+}
+
+// All of that is LAME's: the file is what it makes of the same samples without us.
+TEST_F(Mp3StreamTest, IsWhatLameAloneMakesOfTheSameSamples) {
+  addInputDevice(memory.audioHardware, kMicId, kMicUID, 1, 8000);
+  const auto tone = sine(1000, 0.5, 3 * 8000, 8000);
+  const auto stream = recorded(tone);
+
+  const std::unique_ptr<lame_global_flags, int (*)(lame_t)> lame(lame_init(), lame_close);
+  lame_set_num_channels(lame.get(), 1);
+  lame_set_in_samplerate(lame.get(), 8000);
+  lame_set_brate(lame.get(), 320);
+  lame_set_quality(lame.get(), 2);
+  ASSERT_EQ(lame_init_params(lame.get()), 0);
+  EXPECT_EQ(lame_get_out_samplerate(lame.get()), 8000);  // nothing is resampled
+  std::vector<unsigned char> alone(2 * tone.size() + 7200);
+  const int room = static_cast<int>(alone.size());
+  const int encoded = lame_encode_buffer_ieee_float(
+      lame.get(), tone.data(), tone.data(), static_cast<int>(tone.size()), alone.data(), room);
+  ASSERT_GT(encoded, 0);
+  const int rest = lame_encode_flush(lame.get(), alone.data() + encoded, room - encoded);
+  ASSERT_GT(rest, 0);
+  EXPECT_TRUE(
+      std::equal(stream.begin(), stream.end(), alone.begin(), alone.begin() + encoded + rest,
+                 [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; }));
+}
+
 TEST_F(Mp3StreamTest, EncodesIntegersAtTheLevelTheyHave) {
   record(kMp3);
   const auto tone = sine(1000, 0.5, 48000);

@@ -3,8 +3,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <numbers>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -175,6 +179,45 @@ TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
 
 INSTANTIATE_TEST_SUITE_P(Sounds, RecordingTest, testing::ValuesIn(kSounds),
                          [](const auto& sound) { return sound.param.name; });
+
+class ChangingRateTest : public ToolFixture, public testing::WithParamInterface<int> {
+ protected:
+  ChangingRateTest() : ToolFixture(bothRates()) {}
+};
+
+// The stream is fixed at the rate that the graph had; the encoder is set up when its first samples
+// are there. The session manager, which links the two, waits until the rate has changed between.
+TEST_P(ChangingRateTest, ToneKeepsItsPitchWhenTheRateChangesWhileTheStreamStarts) {
+  writeSettings({{"SoundFormat", GetParam()}});
+  plugInMicrophone();
+  feed = std::make_unique<test_support::SignalFeed>(
+      "feed of the later rate", 2, [](std::uint64_t frame, std::uint32_t) {
+        const double phase = 2 * std::numbers::pi * 1000 * static_cast<double>(frame) / 44100;
+        return static_cast<float>(0.5 * std::sin(phase));
+      });
+  control->link(feed->nodeName(), "microphone");
+  const auto tool = startRecording();  // what it knows of the devices then
+  EXPECT_EQ(run({"--cancel"}).exitStatus, 0);
+  server.sessionManager().sendSignal(SIGSTOP);
+  EXPECT_EQ(run({}).exitStatus, 0);
+  ASSERT_TRUE(waitForState("starting"));
+  control->setDaemonSetting("clock.force-rate", "44100");
+  const std::uint64_t then = feed->framesPlayed();
+  ASSERT_TRUE(waitUntil([&] { return feed->framesPlayed() > then + 4410; }, kStepLimit));
+  server.sessionManager().sendSignal(SIGCONT);
+  ASSERT_TRUE(waitUntil([&] { return status().value("elapsedSeconds", 0) >= 2; }, kStepLimit));
+  EXPECT_EQ(run({"--stop"}).exitStatus, 0);
+
+  const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
+  EXPECT_EQ(sound.error, "");
+  EXPECT_EQ(sound.rate_Hz, 48000);
+  EXPECT_NEAR(test_support::measureTone(innerPart(sound, 0.3), sound.rate_Hz).frequency_Hz, 1000,
+              1);
+  EXPECT_TRUE(endsAtOnce(*tool));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ChangingRateTest, testing::Values(kM4a, kMp3),
+                         [](const auto& format) { return extensionOf(format.param); });
 
 class ClickTest : public ToolFixture, public testing::WithParamInterface<int> {};
 

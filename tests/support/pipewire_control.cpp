@@ -354,6 +354,25 @@ void PipeWireControl::setMetadataUnheard(const std::string& key, const std::stri
   synchronize();
 }
 
+void PipeWireControl::setDaemonSetting(const std::string& key, const std::string& value) {
+  pw_metadata* settings = nullptr;
+  {
+    const LoopLock lock(impl_->loop);
+    for (auto& [id, global] : impl_->globals) {
+      if (global.type == PW_TYPE_INTERFACE_Metadata &&
+          global.properties[PW_KEY_METADATA_NAME] == "settings") {
+        settings = static_cast<pw_metadata*>(pw_registry_bind(
+            impl_->registry, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+      }
+    }
+    if (settings == nullptr) throw std::runtime_error("the daemon has no settings");
+    pw_metadata_set_property(settings, 0, key.c_str(), "", value.c_str());
+  }
+  synchronize();
+  const LoopLock lock(impl_->loop);
+  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(settings));
+}
+
 void PipeWireControl::setDefault(const std::string& kind, const std::string& nodeName) {
   const std::string value = R"({"name":")" + nodeName + R"("})";
   setMetadata("default.configured.audio." + kind, value);

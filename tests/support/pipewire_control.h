@@ -48,6 +48,9 @@ class PipeWireControl {
   void setDefaultSource(const std::string& nodeName);
   void setDefaultSink(const std::string& nodeName);
 
+  // A property of the daemon's own settings, such as "clock.force-rate".
+  void setDaemonSetting(const std::string& key, const std::string& value);
+
   // Links output ports to input ports in their order, cycling through the fewer outputs.
   void link(const std::string& outputNode, const std::string& inputNode);
 

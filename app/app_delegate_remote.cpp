@@ -152,6 +152,9 @@ Dictionary AppDelegate::status() const {
     status["sourceName"] = sourceName_;
     status["absentSource"] = absentSource_;
   }
+  if (const std::int64_t behind_s = m_recorder->encoderBehind_s(); recording && behind_s > 0) {
+    status["behindSeconds"] = behind_s;
+  }
   // Whether a file is there is not looked at: its folder may hang, and the tool has to answer.
   const std::string& whyNotSaved = m_recorder->whyNotSaved();
   const std::string& file = m_recorder->outputFilePath();

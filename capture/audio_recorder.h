@@ -18,9 +18,9 @@ namespace record_audio {
 // LAME from the framework's samples. The file grows under a temporary name and is moved into the
 // output folder, under its final name, at the stop.
 //
-// Main thread, except captureOutput(). Owned by shared pointer; when the data-output queue happens
-// to hold the last reference, the recorder is destroyed on the main queue. Work items of the encode
-// queue keep the encoder alive, but not the recorder.
+// Main thread, except what says otherwise. Owned by shared pointer; when the data-output queue
+// happens to hold the last reference, the recorder is destroyed on the main queue. Work items of
+// the encode queue keep the encoder alive, but not the recorder.
 class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                       public platform::CaptureAudioDataOutputSampleBufferDelegate,
                       public std::enable_shared_from_this<AudioRecorder> {
@@ -84,6 +84,11 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   void captureOutput(platform::CaptureOutput& output,
                      const std::shared_ptr<platform::SampleBuffer>& didOutputSampleBuffer,
                      platform::CaptureConnection& fromConnection) override;
+  // On that queue: logs how much of an MP3 the stop has dropped.
+  void captureOutputDidEndDelivery(platform::CaptureOutput& output) override;
+  // Seconds of sound that wait for the MP3 encoder, when they are more than a few; else 0. Any
+  // thread.
+  [[nodiscard]] std::int64_t encoderBehind_s() const { return encoder_->backlog.behind_s(); }
 
  private:
   AudioRecorder(suite::Environment environment, std::string desktopPath);

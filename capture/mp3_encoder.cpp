@@ -43,9 +43,17 @@ void Mp3Encoder::begin(LameHandle newLame, std::shared_ptr<platform::FileHandle>
 }
 
 void Mp3Encoder::encode(std::span<const std::uint32_t> samples, bool areFloat) {
+  const auto count = static_cast<std::int64_t>(samples.size());
   if (stopped.load(std::memory_order_relaxed)) dropped_ = true;
-  if (dropped_ || writeFailed_ || !lame) return;
+  if (dropped_) {
+    backlog.drop(count);
+  } else if (!writeFailed_ && lame) {
+    encodeWords(samples, areFloat);
+  }
+  backlog.take(count);
+}
 
+void Mp3Encoder::encodeWords(std::span<const std::uint32_t> samples, bool areFloat) {
   const std::size_t room_bytes = 2 * samples.size() + kFlush_bytes;
   const auto output = std::make_unique_for_overwrite<unsigned char[]>(room_bytes);
   const int count = static_cast<int>(samples.size());

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 
+#include "capture/encoder_backlog.h"
 #include "platform/foundation.h"
 
 struct lame_global_struct;
@@ -28,8 +29,8 @@ struct Mp3Parameters {
 // Null when memory runs out.
 LameHandle createLame(const Mp3Parameters& parameters);
 
-// The encoder and the file of the MP3 recordings of one recorder. Everything but `stopped` belongs
-// to the encode queue, whose work items own it together with the recorder.
+// The encoder and the file of the MP3 recordings of one recorder. Everything but `stopped` and
+// `backlog` belongs to the encode queue, whose work items own it together with the recorder.
 class Mp3Encoder {
  public:
   // Called on the encode queue at the first failed write of a recording, with an error text.
@@ -43,7 +44,7 @@ class Mp3Encoder {
   void begin(LameHandle newLame, std::shared_ptr<platform::FileHandle> newHandle,
              WriteError onWriteError);
   // Encodes the words, floats or integers, as both channels and appends the result to the file.
-  // Does nothing once `stopped` is set or a write has failed. At most kMaxSamples.
+  // Drops them once `stopped` is set or a write has failed. At most kMaxSamples.
   void encode(std::span<const std::uint32_t> samples, bool areFloat);
   // Writes what the encoder still holds and closes the file and the encoder. Idempotent.
   void finish();
@@ -51,8 +52,11 @@ class Mp3Encoder {
   // Set by the recorder at a stop, cleared at a start. It alone decides whether samples are taken,
   // and what they need is ordered by the queues, so relaxed order is enough.
   std::atomic<bool> stopped{false};
+  // Of the samples on the encode queue. encode() takes what was added to it.
+  EncoderBacklog backlog;
 
  private:
+  void encodeWords(std::span<const std::uint32_t> samples, bool areFloat);
   void write(std::span<const std::byte> data);
 
   LameHandle lame;

@@ -1,6 +1,9 @@
 // The recorder's MP3 side: setting the encoder up and handing it the captured samples.
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <span>
 #include <utility>
 
@@ -8,6 +11,12 @@
 #include "capture/sample_conversion.h"
 
 namespace record_audio {
+namespace {
+
+// What the drain thread and the queues hold at any moment is no more than this.
+constexpr double kDroppedToTell_s = 0.1;
+
+}  // namespace
 
 bool AudioRecorder::initLame() {
   // The session of an m4a recording can go on with this format.
@@ -22,6 +31,7 @@ bool AudioRecorder::initLame() {
   if (const auto format = recordingDeviceFormat()) {
     const auto found = qualityDict.find(quality);
     const QualityEntry entry = found != qualityDict.end() ? found->second : QualityEntry{0, 0};
+    encoder_->backlog.setRate(format->sampleRate_hz);
     newLame = createLame({format->channels, format->sampleRate_hz, entry.bitrate, entry.quality});
   }
   const bool ready = newLame != nullptr;
@@ -107,11 +117,12 @@ void AudioRecorder::finishEncoder() {
 void AudioRecorder::captureOutput(
     platform::CaptureOutput&, const std::shared_ptr<platform::SampleBuffer>& didOutputSampleBuffer,
     platform::CaptureConnection&) {
-  if (!m_bRecording.load(std::memory_order_relaxed) ||
-      encoder_->stopped.load(std::memory_order_relaxed)) {
+  const std::int64_t samples = didOutputSampleBuffer->getNumSamples();
+  if (encoder_->stopped.load(std::memory_order_relaxed)) {
+    encoder_->backlog.drop(std::clamp<std::int64_t>(samples, 0, Mp3Encoder::kMaxSamples));
     return;
   }
-  const std::int64_t samples = didOutputSampleBuffer->getNumSamples();
+  if (!m_bRecording.load(std::memory_order_relaxed)) return;
   const auto& formats = didOutputSampleBuffer->getFormatDescription().formatList;
   if (samples <= 0 || samples > Mp3Encoder::kMaxSamples || formats.empty()) {
     log("A buffer of %d samples in %d formats cannot be encoded and is dropped",
@@ -126,8 +137,28 @@ void AudioRecorder::captureOutput(
   auto words = convertedSamples(*didOutputSampleBuffer, count);
   if (!words) return;
   const bool areFloat = (flags & platform::kAudioFormatFlagIsFloat) != 0;
+  if (encoder_->backlog.add(samples)) {
+    log("The MP3 encoder is %d seconds of sound behind: the computer or the disk is too slow for "
+        "it. What still waits when the recording is stopped is dropped. Close other programs, or "
+        "record at a lower quality or as m4a.",
+        {EncoderBacklog::kBehind_s});
+  }
   encodeQueue->async([encoder = encoder_, count, words = std::move(words), areFloat] {
     encoder->encode({words.get(), count}, areFloat);
+  });
+}
+
+void AudioRecorder::captureOutputDidEndDelivery(platform::CaptureOutput&) {
+  // Behind what waits on the encode queue.
+  encodeQueue->async([encoder = encoder_, environment = environment_] {
+    const double dropped_s = encoder->backlog.takeDropped_s();
+    if (dropped_s < kDroppedToTell_s) return;
+    std::array<char, 32> seconds{};
+    std::snprintf(seconds.data(), seconds.size(), "%.1f", dropped_s);
+    environment.suite.logging.VKLogVariadic(
+        "The last %@ seconds of sound were dropped at the stop: the MP3 encoder had not come to "
+        "them.",
+        {std::string(seconds.data())});
   });
 }
 

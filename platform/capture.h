@@ -126,6 +126,8 @@ class CaptureAudioDataOutputSampleBufferDelegate {
   virtual void captureOutput(CaptureOutput& output,
                              const std::shared_ptr<SampleBuffer>& didOutputSampleBuffer,
                              CaptureConnection& fromConnection) = 0;
+  // On the same queue: a run of the session is over, and its last samples were handed over.
+  virtual void captureOutputDidEndDelivery(CaptureOutput& /*output*/) {}
 };
 
 // Hands the captured samples to a delegate: 32-bit float, non-interleaved, at the device's rate.

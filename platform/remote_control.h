@@ -17,7 +17,8 @@ class RemoteControl {
   virtual bool cancel() = 0;
   // "state": idle, waiting, starting, recording or preferences, or "no device" or "refused" while
   // the alert that says so waits for the user; "elapsedSeconds": integer;
-  // "source", "format": texts; "outputFile": the file's path, where one is known.
+  // "source", "format": texts; "outputFile": the file's path, where one is known; "behindSeconds":
+  // integer, so much sound waits for its encoder, while that is unusually much.
   [[nodiscard]] virtual Dictionary status() const = 0;
   // `onChange` is called after each change of the state, which status() then tells. One at a time.
   virtual void setOnStateChange(std::function<void()> onChange) = 0;

@@ -11,6 +11,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
 
 constexpr const char* kTemporaryMp3 = "/tmp-of-memory/Audio_recording_unique-1";
 
@@ -153,6 +154,95 @@ TEST_F(Mp3EncodingTest, DropsWhatWaitsOnTheEncodeQueueAtTheStopAndFlushesOnce) {
   EXPECT_LT(writtenBytes() - before_bytes, 7200U);
   EXPECT_GT(writtenBytes(), before_bytes);
   EXPECT_EQ(memory.fileManager.journal.back(), std::string("close ") + kTemporaryMp3);
+}
+
+class EncoderBehindTest : public Mp3EncodingTest {
+ protected:
+  EncoderBehindTest() { record(kMp3); }
+  void deliverSeconds(double seconds) {
+    deliver(sine(440, 0.5, static_cast<std::size_t>(seconds * 48000)));
+  }
+  void stopEncoding() { encodeQueue().stalled = true; }
+  void goOnEncoding() {
+    encodeQueue().stalled = false;
+    memory.runLoop.settle();
+  }
+  [[nodiscard]] const std::vector<std::string>& log() const { return memory.suite.logLines; }
+};
+
+TEST_F(EncoderBehindTest, IsSaidOnceWhenTenSecondsWait) {
+  stopEncoding();
+  deliverSeconds(9.9);
+  EXPECT_EQ(recorder->encoderBehind_s(), 0);
+  EXPECT_THAT(log(), IsEmpty());
+  deliverSeconds(0.2);
+  EXPECT_EQ(recorder->encoderBehind_s(), 10);
+  deliverSeconds(5);
+  EXPECT_EQ(recorder->encoderBehind_s(), 15);
+  EXPECT_THAT(log(), ElementsAre(HasSubstr("10 seconds of sound behind")));
+
+  goOnEncoding();
+  EXPECT_EQ(recorder->encoderBehind_s(), 0);
+  deliverSeconds(60);
+  EXPECT_THAT(log(), SizeIs(1));
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  EXPECT_THAT(log(), SizeIs(1));  // nothing was dropped
+}
+
+TEST_F(EncoderBehindTest, IsSaidAgainWhenItHadCaughtUp) {
+  for (int i = 0; i < 2; ++i) {
+    stopEncoding();
+    deliverSeconds(11);
+    goOnEncoding();
+  }
+  EXPECT_THAT(log(), SizeIs(2));
+}
+
+TEST(EncoderBacklogTest, LastsUntilLessThanFiveSecondsWait) {
+  record_audio::EncoderBacklog backlog;
+  backlog.setRate(1000);
+  EXPECT_FALSE(backlog.add(9999));
+  EXPECT_TRUE(backlog.add(1));
+  backlog.take(5000);
+  EXPECT_EQ(backlog.behind_s(), 5);
+  EXPECT_FALSE(backlog.add(6000));  // said already
+  EXPECT_EQ(backlog.behind_s(), 11);
+  backlog.take(6001);
+  EXPECT_EQ(backlog.behind_s(), 0);
+  EXPECT_TRUE(backlog.add(6000));
+}
+
+TEST_F(EncoderBehindTest, WhatTheStopDropsIsSaid) {
+  deliverSeconds(1);
+  stopEncoding();
+  deliverSeconds(3);
+  recorder->stopRecord();
+  goOnEncoding();
+  EXPECT_THAT(log(), ElementsAre("The last 3.0 seconds of sound were dropped at the stop: the MP3 "
+                                 "encoder had not come to them."));
+}
+
+TEST_F(EncoderBehindTest, WhatComesAfterTheStopIsDroppedToo) {
+  deliverSeconds(1);
+  stopEncoding();
+  deliverSeconds(1);
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  deliverSeconds(0.5);
+  dataOutput().endDelivery();
+  goOnEncoding();
+  // The session's own end comes first.
+  EXPECT_THAT(log(), ElementsAre(HasSubstr("The last 1.5 seconds")));
+}
+
+TEST_F(EncoderBehindTest, WhatEveryStopDropsIsNotSaid) {
+  deliverSeconds(1);
+  stopEncoding();
+  deliverSeconds(0.05);
+  recorder->stopRecord();
+  goOnEncoding();
+  EXPECT_THAT(log(), IsEmpty());
 }
 
 TEST_F(Mp3EncodingTest, IgnoresSamplesThatWereOnTheDataQueueAtTheStop) {

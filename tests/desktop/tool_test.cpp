@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "tests/desktop/desktop_fixture.h"
@@ -175,6 +177,40 @@ TEST_F(DesktopToolTest, ADiskWithLittleRoomHasALineOfItsOwn) {
   EXPECT_EQ(timesInLog("Less than 100 MB"), 1);
   EXPECT_TRUE(endsAtOnce(*tool));
 }
+
+#ifdef HALTED_LAME
+TEST_F(DesktopToolTest, AnEncoderThatIsFarBehindIsToldOfUntilItHasCaughtUp) {
+  const std::string halt = server.directory() + "/halt-lame";
+  setEnvironment("LD_PRELOAD", HALTED_LAME);
+  setEnvironment("RA_HALT_LAME", halt);
+  writeSettings({{"SoundFormat", e2e::kMp3}});
+  plugInMicrophone();
+  auto tool = startRecording();
+  const auto behind_s = [this] { return status().value("behindSeconds", 0); };
+  EXPECT_EQ(behind_s(), 0);
+  std::ofstream(halt) << "yes";
+  ASSERT_TRUE(waitUntil([&] { return behind_s() >= 10; }, e2e::kStepLimit));
+  EXPECT_TRUE(waitUntil(
+      [&] { return toolTip(*tool).find("MP3 encoder is more than ten") != std::string::npos; },
+      e2e::kStepLimit));
+  EXPECT_EQ(timesInLog("The MP3 encoder is 10 seconds of sound behind"), 1);
+  std::filesystem::remove(halt);
+  ASSERT_TRUE(waitUntil([&] { return behind_s() == 0; }, e2e::kStepLimit));
+  EXPECT_TRUE(waitUntil([&] { return toolTip(*tool).find("MP3 encoder") == std::string::npos; },
+                        e2e::kStepLimit));
+  EXPECT_EQ(status().value("state", ""), "recording");
+
+  std::ofstream(halt) << "yes";
+  const int then_s = status().value("elapsedSeconds", 0);
+  ASSERT_TRUE(waitUntil([&] { return status().value("elapsedSeconds", 0) >= then_s + 3; },
+                        e2e::kStepLimit));
+  tool->sendSignal(SIGTERM);
+  ASSERT_TRUE(waitUntil([&] { return filesIn(musicFolder()).size() == 1; }, e2e::kStepLimit));
+  std::filesystem::remove(halt);
+  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_EQ(timesInLog("seconds of sound were dropped at the stop"), 1);
+}
+#endif
 
 TEST_F(DesktopToolTest, ASourceThatSoundsIsNotSaidToBeSilent) {
   plugInMicrophone();

@@ -82,6 +82,13 @@ void MemoryAudioDataOutput::deliver(std::shared_ptr<platform::SampleBuffer> buff
   });
 }
 
+void MemoryAudioDataOutput::endDelivery() {
+  if (queue == nullptr) return;
+  queue->async([this] {
+    if (const auto target = delegate.lock()) target->captureOutputDidEndDelivery(*this);
+  });
+}
+
 bool MemoryCaptureSession::canAddInput(const platform::CaptureDeviceInputPtr&) const {
   journal.push_back("canAddInput");
   return !refuseInput;
@@ -109,7 +116,12 @@ void MemoryCaptureSession::startRunning() {
 
 void MemoryCaptureSession::stopRunning() {
   journal.push_back("stopRunning");
-  running = false;
+  if (!std::exchange(running, false)) return;
+  for (const auto& output : outputs_) {
+    if (auto* dataOutput = dynamic_cast<MemoryAudioDataOutput*>(output.get())) {
+      dataOutput->endDelivery();
+    }
+  }
 }
 
 void MemoryCaptureSession::reportStarted() {

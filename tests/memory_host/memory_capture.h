@@ -106,6 +106,8 @@ class MemoryAudioDataOutput : public platform::CaptureAudioDataOutput {
       std::shared_ptr<platform::DispatchQueue> queue) override;
   // Hands the block to the delegate on its queue.
   void deliver(std::shared_ptr<platform::SampleBuffer> buffer);
+  // Tells it there that all were delivered, as a session does that stops.
+  void endDelivery();
 
   std::weak_ptr<platform::CaptureAudioDataOutputSampleBufferDelegate> delegate;
   std::shared_ptr<platform::DispatchQueue> queue;

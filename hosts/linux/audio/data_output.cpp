@@ -40,7 +40,13 @@ class Delivery : public CaptureConsumer, public std::enable_shared_from_this<Del
     return {};
   }
 
-  void finish() override {}
+  void finish() override {
+    queue_->async([self = shared_from_this()] {
+      const auto output = self->output_.lock();
+      const auto delegate = self->delegate_.lock();
+      if (output && delegate) delegate->captureOutputDidEndDelivery(*output);
+    });
+  }
   // Its delegate gets all of them, but encodes the first alone.
   [[nodiscard]] std::uint32_t recordedChannels(std::uint32_t) const override { return 1; }
 

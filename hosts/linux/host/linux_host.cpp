@@ -217,6 +217,13 @@ void LinuxHost::reportSilence(bool silent) {
   refreshRemark();
 }
 
+// The core has logged it.
+void LinuxHost::reportEncoderBehind(bool behind) {
+  encoderRemark_ =
+      behind ? bundle_->localizedString("The MP3 encoder is more than ten seconds behind.") : "";
+  refreshRemark();
+}
+
 void LinuxHost::reportLowSpace(bool low) {
   if (low) {
     logMessage(LogLevel::kWarning, "Less than 100 MB are free for the recording, in " +
@@ -252,7 +259,7 @@ void LinuxHost::refreshRemark() {
   if (indicator_ == nullptr) return;
   std::string remarks;
   for (const std::string* remark :
-       {&sourceRemark_, &silenceRemark_, &spaceRemark_, &folderRemark_}) {
+       {&sourceRemark_, &silenceRemark_, &encoderRemark_, &spaceRemark_, &folderRemark_}) {
     if (!remark->empty()) remarks += (remarks.empty() ? "" : "\n") + *remark;
   }
   indicator_->setRemark(remarks);
@@ -268,6 +275,12 @@ void LinuxHost::reportStall(bool stalled) {
 std::vector<RecordingWatch::Finding> LinuxHost::findings() {
   return {{"silent", [this] { return capture_.recordsSilence(); },
            [this](bool silent) { reportSilence(silent); }},
+          {"",  // the status says how far
+           [this] {
+             const auto remote = remote_.lock();
+             return remote != nullptr && remote->status().contains("behindSeconds");
+           },
+           [this](bool behind) { reportEncoderBehind(behind); }},
           {"lowSpace", [this] { return freeSpace_.isLow(); },
            [this](bool low) { reportLowSpace(low); }},
           {"folderUnusable", [this] { return !storage_.outputFolderProblem().empty(); },
@@ -337,6 +350,7 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
   remote->setOnStateChange([this, weak = std::weak_ptr(remote)] {
     if (const auto control = weak.lock()) showSession(*control);
   });
+  remote_ = remote;
   router_.attach(delegate,
                  std::make_shared<FindingsInStatus>(std::move(remote), recordingWatch_,
                                                     [this] { return capture_.lost_frames(); }),

@@ -152,6 +152,7 @@ class LinuxHost {
   void trayDidChange(bool present);
   [[nodiscard]] std::vector<RecordingWatch::Finding> findings();
   void reportSilence(bool silent);
+  void reportEncoderBehind(bool behind);
   void reportLowSpace(bool low);
   void reportUnusableFolder(bool unusable);
   void reportStall(bool stalled);
@@ -236,8 +237,10 @@ class LinuxHost {
   std::function<bool()> hasUnsavedRecording_;
   std::string sourceRemark_;
   std::string silenceRemark_;
+  std::string encoderRemark_;
   std::string spaceRemark_;
   std::string folderRemark_;
+  std::weak_ptr<platform::RemoteControl> remote_;
   RecordingWatch recordingWatch_;
   std::unique_ptr<Indicator> indicator_;
   std::unique_ptr<RecordingNotice> recordingNotice_;

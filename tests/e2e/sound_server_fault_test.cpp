@@ -172,18 +172,17 @@ TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsToldOfUntilSoundComesAgain) {
   EXPECT_TRUE(isLoudAtItsEnd(sound));
 }
 
-// Servers take it up again for who records from it, some of them without what was linked to it.
-TEST_P(QuietMicrophoneTest, SuspendedInMidRecordingItSoundsAgainOrItsSilenceIsTold) {
+// The server takes it up again at once, but what is linked to it already may hear nothing more.
+TEST_P(QuietMicrophoneTest, SuspendedInMidRecordingItIsHeardAgain) {
   const auto suspended = Clock::now();
   control->suspend("microphone");
-  const bool isTold = waitForSilence(true);
+  waitSeconds(2.0);
   EXPECT_EQ(status()["state"], "recording");
   const double passed_s = secondsBetween(suspended, Clock::now());
   const DecodedSound sound = stopAndDecode();
   EXPECT_EQ(sound.error, "");
   EXPECT_GT(sound.duration_s(), 1.0 + passed_s - 0.3);
-  EXPECT_EQ(isLoudAtItsEnd(sound), !isTold);
-  EXPECT_EQ(log().find("No sound is coming in") != std::string::npos, isTold);
+  EXPECT_TRUE(isLoudAtItsEnd(sound));
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, QuietMicrophoneTest, testing::Values(kM4a, kMp3),

@@ -123,7 +123,30 @@ void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, con
   auto* self = static_cast<StreamConnection*>(data);
   if (self->deviceId_ || properties == nullptr || !spa_streq(type, PW_TYPE_INTERFACE_Node)) return;
   const char* name = spa_dict_lookup(properties, PW_KEY_NODE_NAME);
-  if (name != nullptr && self->request_.deviceNode == name) self->deviceId_ = id;
+  if (name == nullptr || self->request_.deviceNode != name) return;
+  self->deviceId_ = id;
+  static constexpr pw_node_events kDeviceEvents = [] {
+    pw_node_events events{};
+    events.version = PW_VERSION_NODE_EVENTS;
+    events.info = onDeviceInfo;
+    return events;
+  }();
+  self->device_ = static_cast<pw_node*>(
+      pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
+  if (self->device_ == nullptr) return;
+  pw_node_add_listener(self->device_, &self->deviceListener_, &kDeviceEvents, self);
+}
+
+// A device that was suspended while it ran for the stream runs again at once, but its link may
+// carry nothing but silence from then on. A new one carries the sound.
+void StreamConnection::onDeviceInfo(void* data, const pw_node_info* info) {
+  auto* self = static_cast<StreamConnection*>(data);
+  if (info->state == PW_NODE_STATE_RUNNING) {
+    self->deviceHasRun_ = self->stream_ != nullptr;
+  } else if (info->state == PW_NODE_STATE_SUSPENDED && self->deviceHasRun_) {
+    self->disconnectStream();
+    self->connectStream();
+  }
 }
 
 void StreamConnection::onGlobalRemove(void* data, std::uint32_t id) {
@@ -182,12 +205,20 @@ int StreamConnection::takePosition(spa_loop*, bool, std::uint32_t, const void* d
   return 0;
 }
 
+void StreamConnection::disconnectStream() {
+  deviceHasRun_ = false;
+  if (stream_ == nullptr) return;
+  spa_hook_remove(&streamListener_);
+  // A cycle may be under way until this returns.
+  pw_stream_destroy(stream_);
+  stream_ = nullptr;
+}
+
 void StreamConnection::disconnect() {
-  if (stream_ != nullptr) {
-    spa_hook_remove(&streamListener_);
-    // A cycle may be under way until this returns.
-    pw_stream_destroy(stream_);
-    stream_ = nullptr;
+  disconnectStream();
+  if (device_ != nullptr) {
+    spa_hook_remove(&deviceListener_);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(device_, nullptr)));
   }
   if (registry_ != nullptr) {
     spa_hook_remove(&registryListener_);

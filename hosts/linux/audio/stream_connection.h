@@ -13,6 +13,8 @@
 struct pw_context;
 struct pw_core;
 struct pw_loop;
+struct pw_node;
+struct pw_node_info;
 struct pw_registry;
 struct pw_stream;
 struct spa_buffer;
@@ -85,9 +87,11 @@ class StreamConnection {
   static void onGlobal(void* data, std::uint32_t id, std::uint32_t permissions, const char* type,
                        std::uint32_t version, const spa_dict* properties);
   static void onGlobalRemove(void* data, std::uint32_t id);
+  static void onDeviceInfo(void* data, const pw_node_info* info);
 
   void watchDevice();
   void connectStream();
+  void disconnectStream();
   void fail(const std::string& message);
   void stateChanged(int state, const char* error);
   // A memory area of the daemon's (enum spa_io_type) came, or went when `area` is null.
@@ -103,8 +107,11 @@ class StreamConnection {
   pw_registry* registry_ = nullptr;
   pw_stream* stream_ = nullptr;
   std::optional<std::uint32_t> deviceId_;  // in the registry
+  pw_node* device_ = nullptr;
+  bool deviceHasRun_ = false;  // for the stream that there is now
   spa_hook coreListener_{};
   spa_hook registryListener_{};
+  spa_hook deviceListener_{};
   spa_hook streamListener_{};
   const spa_io_position* position_ = nullptr;  // the data thread's
 };

@@ -81,9 +81,31 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
         {{"audio.position", GetParam().positions}, {"audio.rate", GetParam().rate_Hz}});
   }
 
+  // Where the tone is silent for more than two of its periods. In an MP3 a single cycle without it
+  // is measured as a hundred Hertz too many: what stands in the gap then crosses zero far more
+  // often. Where the log tells of no loss, the feed did not come to play in time.
+  static std::string gapsIn(const std::vector<float>& samples, int rate_Hz) {
+    std::string gaps;
+    std::size_t silent = 0;
+    for (std::size_t i = 0; i <= samples.size(); ++i) {
+      if (i < samples.size() && std::abs(samples[i]) < 0.02F) {
+        ++silent;
+        continue;
+      }
+      if (silent * 500 > static_cast<std::size_t>(rate_Hz)) {
+        gaps += " a gap of " + std::to_string(silent * 1000 / static_cast<std::size_t>(rate_Hz)) +
+                " ms before second " + std::to_string(static_cast<double>(i) / rate_Hz) + ";";
+      }
+      silent = 0;
+    }
+    return gaps.empty() ? "no gap" : gaps;
+  }
+
   // The tone from its first to its last sample, whatever the codec does at the edges.
   static void expectTheTone(const DecodedSound& sound) {
-    const ToneFigures figures = test_support::measureTone(innerPart(sound, 0.15), sound.rate_Hz);
+    const std::vector<float> inner = innerPart(sound, 0.15);
+    SCOPED_TRACE(gapsIn(inner, sound.rate_Hz));
+    const ToneFigures figures = test_support::measureTone(inner, sound.rate_Hz);
     EXPECT_NEAR(figures.frequency_Hz, 1000, 0.2);
     EXPECT_NEAR(figures.amplitude, 0.5, 0.01);
     EXPECT_LT(figures.largestSecondDifference,

@@ -21,8 +21,9 @@
 // On x86-64 a string instruction of four bytes a step does the work at memcpy's speed, outside of
 // the language's memory model. The processor promises each step of an aligned one to be whole, and
 // takes interrupts only between them; of `rep movsb`, with steps of a byte, neither holds. Words
-// moved by std::atomic_ref do the same anywhere, but compilers leave them single, which takes eight
-// times as long. They serve other processors, and sanitizers, which are to see each access.
+// moved by std::atomic_ref do the same anywhere, but compilers leave them single, which takes six
+// to eight times as long. They serve other processors, and sanitizers, which are to see each
+// access.
 
 #if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define RA_RACING_STRING_INSTRUCTIONS 1

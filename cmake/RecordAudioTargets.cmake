@@ -64,6 +64,25 @@ add_library(ra_pipewire INTERFACE)
 target_link_libraries(ra_pipewire INTERFACE PkgConfig::RA_PIPEWIRE)
 target_compile_options(ra_pipewire INTERFACE -Wno-null-dereference)
 
+# ./run compiles in a hurry: what most sources include of the standard library is read once. The
+# tests' builds do without it, so that every source still includes what it needs.
+option(RA_PRECOMPILED_HEADERS "Read the standard library's headers once for all libraries" OFF)
+if(RA_PRECOMPILED_HEADERS)
+  # What is read once must have been read with everybody's options.
+  target_compile_options(ra_options INTERFACE -pthread)
+  file(CONFIGURE OUTPUT precompiled_headers.cpp CONTENT "")
+  add_library(ra_precompiled_headers OBJECT ${CMAKE_CURRENT_BINARY_DIR}/precompiled_headers.cpp)
+  target_link_libraries(ra_precompiled_headers PRIVATE ra_options)
+  target_precompile_headers(ra_precompiled_headers PRIVATE
+    <algorithm> <array> <atomic> <chrono> <cstdint> <filesystem> <functional> <map> <memory> <mutex>
+    <optional> <span> <string> <string_view> <thread> <utility> <vector>)
+endif()
+function(ra_precompile_headers target)
+  if(RA_PRECOMPILED_HEADERS)
+    target_precompile_headers(${target} REUSE_FROM ra_precompiled_headers)
+  endif()
+endfunction()
+
 # What a core target may link. Anything else stops the configuration.
 set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_app ra_lame)
 
@@ -77,6 +96,7 @@ function(ra_core_library name)
   endforeach()
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC ra_options ${ARG_LINKS})
+  ra_precompile_headers(${name})
 endfunction()
 
 # ra_host_library(NAME SOURCES ... LINKS ...): a room of a host; may not link core targets beyond
@@ -90,6 +110,7 @@ function(ra_host_library name)
   endforeach()
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC ra_options ra_platform ${ARG_LINKS})
+  ra_precompile_headers(${name})
 endfunction()
 
 add_library(ra_test_options INTERFACE)

@@ -212,7 +212,7 @@ TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStopLeavesTheFileWhereItWasWrit
   EXPECT_LT(secondsBetween(stopped, Clock::now()), 13.0);
   EXPECT_THAT(log(), HasSubstr("does not answer"));
   EXPECT_EQ(promptState(), "idle");
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.2);
 }
 
@@ -225,7 +225,7 @@ TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStartIsSaidAndCostsNoSound) {
   const auto tool = startRecording(kRecorded_s);
   EXPECT_THAT(log(), AllOf(HasSubstr("cannot be used just now"), HasSubstr(musicFolder())));
   EXPECT_EQ(run({"--stop"}).output, "");
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.2);
 }
 

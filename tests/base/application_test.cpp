@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
+#include <memory>
+#include <thread>
+
 #include "hosts/linux/application/icons.h"
 #include "hosts/linux/application/request_router.h"
 #include "hosts/linux/windows/windows_loader.h"
@@ -267,6 +271,29 @@ TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveC
   token.reset();
   iterateUntil([&] { return result.has_value(); });
   EXPECT_EQ(result, RequestResult::kDone);
+}
+
+// Who waits has timers and invocations of the bus, which belong to this thread.
+TEST_F(ApplicationTest, WhoWaitedForAStopIsForgottenOnTheMainThread) {
+  router_.launch({});
+  delegate_->state = "recording";
+  auto token = std::make_unique<PendingWork::Token>(dispatch_.pendingWork());
+  std::thread::id forgottenOn;
+  auto caller = std::shared_ptr<int>(new int, [&forgottenOn](const int* number) {
+    forgottenOn = std::this_thread::get_id();
+    delete number;
+  });
+  bool isAnswered = false;
+  router_.action("stop",
+                 [caller = std::move(caller), &isAnswered](RequestResult) { isAnswered = true; });
+  // The thread whose work ends last comes to its end after the answer.
+  std::promise<void> answered;
+  dispatch_.pendingWork().whenIdle([&answered] { answered.get_future().wait(); });
+  std::thread last([&token] { token.reset(); });
+  iterateUntil([&] { return isAnswered; });
+  answered.set_value();
+  last.join();
+  EXPECT_EQ(forgottenOn, std::this_thread::get_id());
 }
 
 TEST_F(ApplicationTest, ThoseWhoStillWaitAreAnsweredAtTheEnd) {

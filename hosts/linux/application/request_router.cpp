@@ -188,9 +188,7 @@ void RequestRouter::awaitEnd(const std::shared_ptr<Ending>& ending) {
         kEndPoll_s, {}, false, [this, ending](const platform::TimerPtr&) { awaitEnd(ending); });
     return;
   }
-  const auto mainQueue = dispatch_.mainQueue();
-  dispatch_.pendingWork().whenIdle(
-      [this, ending, mainQueue] { mainQueue->async([this, ending] { complete(ending); }); });
+  dispatch_.whenIdleOnMain([this, ending] { complete(ending); });
 }
 
 void RequestRouter::complete(const std::shared_ptr<Ending>& ending) {

@@ -124,6 +124,12 @@ std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
   }
 }
 
+void DispatchThreads::whenIdleOnMain(std::function<void()> callback) {
+  pendingWork_.whenIdle([callback = std::move(callback), queue = mainQueue_]() mutable {
+    queue->async(std::move(callback));
+  });
+}
+
 void DispatchThreads::joinFinished() {
   std::erase_if(workers_, [](const std::shared_ptr<Worker>& worker) {
     if (!worker->isFinished()) return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -26,6 +27,9 @@ class DispatchThreads : public platform::Dispatch {
   // What the process must not end before. Items of serial queues count by themselves; other
   // writers take a token.
   [[nodiscard]] PendingWork& pendingWork() { return pendingWork_; }
+  // Calls `callback` once on the main queue when no serial queue has an item and no token is out.
+  // Main thread; what the callback holds is released there, too.
+  void whenIdleOnMain(std::function<void()> callback);
   // Blocks until no serial queue has an item and no token is out.
   void waitUntilIdle() { pendingWork_.waitUntilIdle(); }
 

@@ -311,8 +311,7 @@ bool LinuxHost::waitForFiles() {
 void LinuxHost::saveRecording(std::function<void()> saved) {
   application_.terminate();
   // What the user would still be shown does not hold the machine up.
-  dispatch_.pendingWork().whenIdle(
-      [saved = std::move(saved), mainQueue = dispatch_.mainQueue()] { mainQueue->async(saved); });
+  dispatch_.whenIdleOnMain(std::move(saved));
 }
 
 SessionEnd LinuxHost::sessionEnd() {

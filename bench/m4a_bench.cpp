@@ -53,6 +53,11 @@ double threadCpuTime_s() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
+linux_host::M4aFormat stereo() {
+  using linux_host::Speaker;
+  return {kRate_hz, {Speaker::kFrontLeft, Speaker::kFrontRight}, kBitrate_bps};
+}
+
 // The last step of a recording of so many minutes, into a real file.
 void finishAfterMinutes(benchmark::State& state) {
   const auto minutes = static_cast<std::uint64_t>(state.range(0));
@@ -62,7 +67,7 @@ void finishAfterMinutes(benchmark::State& state) {
     TemporaryFile file;
     linux_host::LibavM4aWriter writer;
     std::string error = file.error();
-    if (error.empty()) error = writer.open(file.sink(), kRate_hz, 2, kBitrate_bps);
+    if (error.empty()) error = writer.open(file.sink(), stereo());
     for (std::uint64_t second = 0; second < minutes * 60 && error.empty(); ++second) {
       error = writer.write(planes, kRate_hz);
     }
@@ -108,7 +113,7 @@ double writerCpu_s(const std::vector<std::vector<float>>& planes, std::string* e
   if (!error->empty()) return 0;
   const double begin_s = threadCpuTime_s();
   linux_host::LibavM4aWriter writer;
-  *error = writer.open(file.sink(), kRate_hz, 2, kBitrate_bps);
+  *error = writer.open(file.sink(), stereo());
   const auto frames = static_cast<std::uint32_t>(planes[0].size());
   for (std::uint32_t done = 0; done < frames && error->empty(); done += kPiece_frames) {
     const float* piece[] = {planes[0].data() + done, planes[1].data() + done};

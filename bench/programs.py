@@ -17,22 +17,27 @@ PCM_RATE_HZ = 8000
 
 class Program:
     """A recorder with a folder of its own, `output`, that holds the finished recordings and nothing
-    else; all that it writes lies in `folder`. Ended with SIGINT, as with Ctrl+C, if no command to
-    `stop` is given."""
+    else; all that it writes lies in `folder`. What one that was ended early leaves in `unfinished`
+    is no recording of the next one's. Ended with SIGINT, as with Ctrl+C, if no command to `stop` is
+    given."""
 
-    def __init__(self, folder, name, command, output, environment=None, stop=None):
+    def __init__(self, folder, name, command, output, environment=None, stop=None,
+                 unfinished=None):
         self.name = name
         self._folder = folder
         self.command = [str(part) for part in command]
         self.output = output
         self.environment = {**os.environ, **(environment or {})}
         self._stop = stop
-        output.mkdir(parents=True, exist_ok=True)
+        self._folders = [output] + ([unfinished] if unfinished else [])
+        for own in self._folders:
+            own.mkdir(parents=True, exist_ok=True)
         self._process = None
 
     def forget_recordings(self):
-        for file in self.output.iterdir():
-            file.unlink()
+        for own in self._folders:
+            for file in own.iterdir():
+                file.unlink()
 
     def start(self):
         self.forget_recordings()
@@ -87,9 +92,10 @@ def record_audio(build, folder, name, sound_format):
     (locations / "locations.json").write_text(json.dumps(
         {"a5f597ea-d3f3-4347-bbe6-344e240acc7e": str(output)}))
     program = build / "record-audio"
+    unfinished = home / "unfinished"
     return Program(folder, name, [program], output, {
         "XDG_CONFIG_HOME": str(home / "config"), "XDG_STATE_HOME": str(home / "state"),
-        "TMPDIR": str(folder)}, stop=[program, "--stop"])
+        "TMPDIR": str(unfinished)}, stop=[program, "--stop"], unfinished=unfinished)
 
 
 def gnome_sound_recorder(folder):

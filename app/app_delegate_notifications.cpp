@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <any>
 
 #include "app/app_delegate.h"

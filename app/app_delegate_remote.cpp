@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/app_delegate.h"
 #include "platform/host.h"
 #include "settings/preference_keys.h"

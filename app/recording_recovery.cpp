@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/recording_recovery.h"
 
 #include <algorithm>

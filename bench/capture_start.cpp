@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <pipewire/pipewire.h>
 #include <spawn.h>
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """When the files that a process writes are complete, as the kernel tells it."""
 
 import ctypes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long the last step of an m4a recording takes, and what its writer costs beside the encoder
 // alone. Needs no sound server.
 

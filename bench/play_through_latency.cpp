@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // play_through_latency [JSON-FILE]
 //
 // How much later a sound is heard on the real output than it was played to the loopback, through

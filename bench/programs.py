@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The programs that bench/processes compares: how each is told to record and to stop."""
 
 import contextlib

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The routing ring buffer beside two others that carry the same blocks of 512 stereo frames: a
 // plain memcpy of the same bytes through storage of the same size, and PipeWire's own ring of
 // bytes. x_memcpy and x_spa_ringbuffer are quotients of median times.

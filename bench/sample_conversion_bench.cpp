@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample conversion beside a plain memcpy of the same bytes, for one block of 1024 frames of
 // each format. Both are timed in one run, turn by turn; "x_memcpy" is how many times as long the
 // conversion takes. Medians, so that it does not matter what else the machine does.

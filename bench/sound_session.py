@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The sound that bench/processes lets every program record, in a session such as
 scripts/private-session gives: a microphone, the Pulse server, and a screen for who needs one."""
 

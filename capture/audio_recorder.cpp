@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "capture/audio_recorder.h"
 
 #include <cstring>

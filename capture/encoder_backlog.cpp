@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "capture/encoder_backlog.h"
 
 namespace record_audio {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The recorder's MP3 side: setting the encoder up and handing it the captured samples.
 
 #include <algorithm>

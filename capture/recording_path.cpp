@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "capture/recording_path.h"
 
 #include "settings/auxiliary.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "capture/sample_conversion.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # How this project's targets are made: one set of warnings and sanitizers for all, and a target
 # graph in which the core cannot reach a host.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/choice_file.h"
 
 #include <fcntl.h>

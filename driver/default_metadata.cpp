@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/default_metadata.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/default_value.h"
 
 #include <spa/utils/json.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/guard_process.h"
 
 #include <fcntl.h>

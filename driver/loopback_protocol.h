@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // What the loopback driver and those who use it say to each other, all of it through the PipeWire

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/loopback_sink.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The loopback driver. The PipeWire daemon starts it by a configuration drop-in and does not look
 // after it again: it ends with the daemon and keeps a guard process against its own death.
 

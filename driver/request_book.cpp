@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/request_book.h"
 
 #include "driver/loopback_protocol.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "routing/ring_buffer.h"
 
 #include <algorithm>

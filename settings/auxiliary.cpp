@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/auxiliary.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/file_name.h"
 
 namespace record_audio {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/level_meter.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/link_button.h"
 
 namespace record_audio {

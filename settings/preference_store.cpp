@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/preference_store.h"
 
 #include <type_traits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "suite/embedded_suite.h"
 
 #include <cstdio>

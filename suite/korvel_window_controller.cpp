@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "suite/korvel_window_controller.h"
 
 namespace suite {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/installer/installer.h"
 
 #include <fcntl.h>

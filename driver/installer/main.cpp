@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Installs the loopback driver that lies in the same suite application, or removes it. Runs as root
 // through pkexec. Everything it reads and every folder it writes to must be root's alone; nothing
 // an ordinary user could have written is copied, and no path can be given on the command line.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/installer/trusted_path.h"
 
 #include <fcntl.h>

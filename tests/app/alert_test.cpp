@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/app/app_test.h"
 
 // What runs on, and what does not, while an alert waits for the user.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <thread>
 
 #include "tests/app/app_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <thread>
 
 #include "routing/audio_play_through.h"

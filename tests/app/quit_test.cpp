@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/app/app_test.h"
 
 namespace record_audio {

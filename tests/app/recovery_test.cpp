@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/command_line.h"
 #include "app/recording_recovery.h"
 #include "tests/app/app_test.h"

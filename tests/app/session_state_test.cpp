@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/session_state.h"
 
 #include <gmock/gmock.h>

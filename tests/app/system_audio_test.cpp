@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "routing/audio_play_through.h"
 #include "tests/app/app_test.h"
 

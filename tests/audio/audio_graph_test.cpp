@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/audio_graph.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/capture_ring.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/device_clock_table.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What callers get who hold the units wrongly. There is no sound server here, hence no device.
 
 #include <gtest/gtest.h>

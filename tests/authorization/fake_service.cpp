@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/authorization/fake_service.h"
 
 #include <stdexcept>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Does what the preferences do when a user has the driver installed: asks polkit for administrator
 // rights and runs the installer with them. For scripts/try-password-dialog. Prints each status;
 // fails when one is not 0.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/system_paths.h"
 
 #include <gtest/gtest.h>

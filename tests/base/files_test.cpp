@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program made of the real loop, bus, router and application, around a delegate that only keeps
 // a journal. Its switches are variables of the environment:
 //   MINI_JOURNAL      the file that receives one line for each thing that happened

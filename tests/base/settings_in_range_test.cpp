@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/settings_store/settings_in_range.h"
 
 #include <gmock/gmock.h>

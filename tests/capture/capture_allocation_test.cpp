@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How often the capture path allocates. Replaces the global operator new.
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which calls reach LAME, in which order and with which values. The linker sends every call of the
 // recorder through the functions named __wrap_ here.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting the encoder up, every way in which a buffer is refused, and what the file receives.
 
 #include "tests/capture/recorder_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the MP3 file holds: decoded and compared with what was captured.
 
 #include "tests/capture/mp3_decoding.h"

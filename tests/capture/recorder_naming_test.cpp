@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names of temporary and finished recordings.
 
 #include "tests/capture/recorder_fixture.h"

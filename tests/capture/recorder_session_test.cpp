@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From the session's first report to the moved file, and every way in which that goes wrong.
 
 #include "tests/capture/recorder_fixture.h"

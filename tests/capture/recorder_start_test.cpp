@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What startRecord() asks, decides and builds.
 
 #include "tests/capture/recorder_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The recorder with real queues: main thread, data-output queue and encode queue at once.
 
 #include <future>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/capture/threaded_parts.h"
 
 #include <stdlib.h>

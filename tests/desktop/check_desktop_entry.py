@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The desktop entry is valid, is found by the words people look for in every language, and tells
 the desktop what the program does.
 

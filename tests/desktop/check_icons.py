@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The icons read at 16 pixels, on light and on dark panels, and tell the two phases apart.
 
 usage: check_icons.py ICON_THEME_FOLDER

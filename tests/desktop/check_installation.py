@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What `cmake --install` puts in place is complete and fits together.
 
 Installs into a folder of its own and looks at the result as the desktop, the shells and a reader

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every text that the user is shown is in every string table, and nothing else is.
 
 Reads the sources, the windows and the tables, so it fails when a text is added and not translated.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/desktop/desktop_fixture.h"
 
 #include <png.h>

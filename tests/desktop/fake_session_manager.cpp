@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/desktop/fake_session_manager.h"
 
 #include <string_view>

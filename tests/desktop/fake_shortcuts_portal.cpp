@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/desktop/fake_shortcuts_portal.h"
 
 #include <utility>

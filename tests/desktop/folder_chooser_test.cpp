@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/workspace/folder_chooser.h"
 
 #include <gmock/gmock.h>

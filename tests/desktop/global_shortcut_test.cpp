@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/shortcuts/global_shortcut.h"
 
 #include <gmock/gmock.h>

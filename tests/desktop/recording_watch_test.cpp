@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/host/recording_watch.h"
 
 #include <gmock/gmock.h>

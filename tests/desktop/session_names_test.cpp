@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/power/session_names.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Asks for the loopback device from its start on. SIGUSR1 makes it take the request back, SIGUSR2
 // makes it ask again; it lives until it is killed or the daemon is gone. Its requests are numbered
 // from 1 on, unless it is started with --without-numbers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/choice_writer.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/default_guard.h"
 
 #include <gtest/gtest.h>

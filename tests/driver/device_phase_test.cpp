@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/device_phase.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whose sound it is: the user's default output before, during and after.
 
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the device is, and when it is there.
 
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/driver/driver_fixture.h"
 
 #include <unistd.h>

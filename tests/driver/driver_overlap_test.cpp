@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What happens when one thing begins before the other has ended: a request during a departure, a
 // driver beside a driver, and a client that says it is one.
 

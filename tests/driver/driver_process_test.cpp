@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The driver as a process: its start, its end, its guard.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/request_book.h"
 
 #include <gtest/gtest.h>

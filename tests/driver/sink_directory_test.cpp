@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/sink_directory.h"
 
 #include <gtest/gtest.h>

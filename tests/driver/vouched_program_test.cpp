@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "driver/vouched_program.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/e2e/birth_time.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/e2e/faulty_disks.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/e2e/notification_server.h"
 
 #include <stdexcept>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/e2e/small_disk.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/e2e/tray_menu.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What other programs answer to the program's calls and signal to it, of any type and in any order:
 // nothing of it breaks the program, GLib finds nothing to criticise, and nothing is done that the
 // right message has not asked for.

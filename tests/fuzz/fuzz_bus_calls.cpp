@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls on the objects that the program offers on the bus and on its control socket, with any
 // arguments of the declared types: each is answered exactly once, and no call asks for more than it
 // says.

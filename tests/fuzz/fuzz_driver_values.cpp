@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sound driver and its users read from others' properties: version texts, requests for the
 // device, the session's default devices, the ports of a sink. The first byte says which.
 

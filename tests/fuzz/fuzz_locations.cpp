@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where to record to, as other programs and the user's files say it: file URLs from the desktop and
 // the file that keeps the chosen folders. Any bytes are refused or give an absolute path.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The recovery of interrupted m4a files with any bytes: it ends, leaves foreign files alone, and
 // what it completed is complete.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample conversion with any format and any bytes: it reads nothing outside of the data, fills
 // every word, and gives what the rule in its long form gives.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a compiled string table: refused, or texts that can be shown.
 
 #include <glib.h>

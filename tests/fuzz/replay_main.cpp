@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a fuzz target once over every file of the folders given: the regression test of its corpus
 // for compilers without a fuzzer.
 

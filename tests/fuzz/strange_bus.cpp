@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/strange_bus.h"
 
 #include <fcntl.h>

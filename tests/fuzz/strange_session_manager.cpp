@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/strange_session_manager.h"
 
 #include <sys/socket.h>

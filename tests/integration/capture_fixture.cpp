@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/integration/capture_fixture.h"
 
 #include <poll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The connection to the daemon, from its making over losses to its end.
 
 #include "hosts/linux/audio/pipewire_connection.h"

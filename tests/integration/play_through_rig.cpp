@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/integration/play_through_rig.h"
 
 #include <spa/param/audio/raw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The play-through on a real sound server, from a loopback device to a sink, each on its own clock.
 
 #include <gmock/gmock.h>

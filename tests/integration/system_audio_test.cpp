@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The built program records what another program plays, on a desktop with the loopback driver, two
 // outputs and a session manager.
 

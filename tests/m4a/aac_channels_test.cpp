@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/aac_channels.h"
 
 #include <gmock/gmock.h>

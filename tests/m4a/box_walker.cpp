@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/m4a/box_walker.h"
 
 #include <algorithm>

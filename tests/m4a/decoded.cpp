@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/m4a/decoded.h"
 
 #include <algorithm>

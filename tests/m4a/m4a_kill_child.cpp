@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records a tone for the test that kills this process: m4a_kill_child FILE PROGRESS MODULE_FOLDER.
 // After every piece the number of frames recorded so far goes to PROGRESS as eight bytes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/m4a/recording.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_audio_units.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_controls.h"
 
 #include <stdexcept>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_interrupted_recordings.h"
 
 #include <utility>

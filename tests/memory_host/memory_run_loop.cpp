@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_run_loop.h"
 
 #include <cmath>

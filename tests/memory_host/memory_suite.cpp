@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_suite.h"
 
 namespace memory_host {

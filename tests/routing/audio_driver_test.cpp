@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "routing/audio_driver.h"
 
 #include <gmock/gmock.h>

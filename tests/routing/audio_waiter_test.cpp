@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "routing/audio_waiter.h"
 
 #include <gmock/gmock.h>

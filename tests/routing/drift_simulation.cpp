@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/routing/drift_simulation.h"
 
 #include <algorithm>

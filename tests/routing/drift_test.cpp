@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A day of system audio on clocks that drift apart.
 
 #include <gtest/gtest.h>

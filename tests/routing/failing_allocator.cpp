@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/routing/failing_allocator.h"
 
 #include <cstddef>

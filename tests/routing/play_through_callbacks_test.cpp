@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two callbacks, driven by hand.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The callbacks in the trap: whatever path they take, they do not allocate, lock or enter the
 // kernel; and they take a small part of their period.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting up and taking down: every call in order, and what is undone when any one of them fails.
 
 #include <gmock/gmock.h>

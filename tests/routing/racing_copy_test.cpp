@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What another thread can see of a copy that is under way.
 
 #include "routing/racing_copy.h"

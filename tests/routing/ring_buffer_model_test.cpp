@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ring against a naive one that keeps every frame it holds in a queue: random sequences of
 // stores and fetches with gaps, overlaps, wraps, jumps and negative times.
 

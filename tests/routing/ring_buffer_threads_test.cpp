@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One writer and one reader at full speed.
 
 #include <gtest/gtest.h>

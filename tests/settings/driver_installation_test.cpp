@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/settings/preferences_fixture.h"
 
 namespace record_audio {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <limits>
 
 #include "platform/file_url.h"

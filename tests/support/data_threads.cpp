@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/data_threads.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/driven_device.h"
 
 #include <pipewire/pipewire.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/driven_microphone.h"
 
 #include <spa/param/audio/raw.h>

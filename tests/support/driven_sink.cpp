@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/driven_sink.h"
 
 #include <spa/param/audio/raw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For LD_PRELOAD: an MP3 encoder that stands still as long as the file named by RA_HALT_LAME is
 // there, as one does on a computer that has other things to do.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/pipewire_control.h"
 
 #include <pipewire/extensions/metadata.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/private_pipewire.h"
 
 #include <poll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/realtime_trap.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions that stand in front of the C library's. Linked into the program under test, they
 // are found first by it and by every shared library it loads.
 

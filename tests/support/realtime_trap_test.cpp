@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trap itself: a trap that catches nothing would prove nothing.
 
 #include "tests/support/realtime_trap.h"

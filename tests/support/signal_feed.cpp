@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/signal_feed.h"
 
 #include <pipewire/filter.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/slow_player.h"
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/tone_figures.h"
 
 #include <algorithm>

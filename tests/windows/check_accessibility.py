@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads the preferences window as a screen reader does, through AT-SPI: every control has a name,
 the right role, and nobody reads a mnemonic's ampersand aloud; microphones that are plugged in and
 out while the menu of audio sources is open come and go in it at once.

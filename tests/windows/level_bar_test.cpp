@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <QEvent>
 #include <QImage>
 #include <limits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/windows/windows_fixture.h"
 
 #include <dlfcn.h>

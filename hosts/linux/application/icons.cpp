@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/application/icons.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/application/quit_signals.h"
 
 #include <glib-unix.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/application/request_router.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/capture_ring.h"
 
 #include <sys/mman.h>

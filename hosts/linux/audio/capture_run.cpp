@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/capture_run.h"
 
 #include <pthread.h>

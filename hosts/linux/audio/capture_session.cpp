@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/capture_session.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/capture_stream.h"
 
 #include <pipewire/pipewire.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/cycle_watch.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/graph_watcher.h"
 
 #include <pipewire/extensions/metadata.h>

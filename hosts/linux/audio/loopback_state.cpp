@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/loopback_state.h"
 
 #include <algorithm>

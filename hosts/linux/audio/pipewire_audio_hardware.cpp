@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/pipewire_loop.h"
 
 #include <pipewire/pipewire.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/resident_memory.h"
 
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/sound_watch.h"
 
 #include <algorithm>

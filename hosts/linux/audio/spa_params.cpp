@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/spa_params.h"
 
 #include <spa/param/audio/raw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/stream_connection.h"
 
 #include <pipewire/pipewire.h>

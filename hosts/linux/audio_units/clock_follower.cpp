@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio_units/clock_follower.h"
 
 #include <algorithm>

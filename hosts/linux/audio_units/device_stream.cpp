@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio_units/device_stream.h"
 
 #include <pipewire/pipewire.h>

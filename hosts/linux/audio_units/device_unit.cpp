@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio_units/device_unit.h"
 
 #include <spa/param/audio/raw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio_units/pipewire_audio_units.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/audio_units/varispeed_unit.h"
 
 #include <samplerate.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/desktop_launch_services.h"
 
 #include <glib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/login_apple_events.h"
 
 #include <algorithm>

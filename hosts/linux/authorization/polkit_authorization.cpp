@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/polkit_authorization.h"
 
 #include <glib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/system_bus.h"
 
 #include <utility>

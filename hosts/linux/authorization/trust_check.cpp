@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/authorization/trust_check.h"
 
 #include "driver/installer/trusted_path.h"

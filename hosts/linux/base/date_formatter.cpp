@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/date_formatter.h"
 
 #include <dlfcn.h>

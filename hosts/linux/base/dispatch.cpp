@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/dispatch.h"
 
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/json_values.h"
 
 namespace linux_host {

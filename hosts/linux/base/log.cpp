@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/log.h"
 
 #include <sys/stat.h>

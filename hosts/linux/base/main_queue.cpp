@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/main_queue.h"
 
 #include <glib-unix.h>

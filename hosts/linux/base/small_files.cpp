@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/base/small_files.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/client_commands.h"
 
 #include <ostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/control_socket.h"
 
 #include <fcntl.h>

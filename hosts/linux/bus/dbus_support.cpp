@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/dbus_support.h"
 
 #include <condition_variable>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/desktop_setting.h"
 
 namespace linux_host {

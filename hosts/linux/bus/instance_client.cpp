@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/instance_client.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/session_bus.h"
 
 #include <sys/stat.h>

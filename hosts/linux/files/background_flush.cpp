@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/files/background_flush.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/files/file_calls.h"
 
 namespace linux_host {

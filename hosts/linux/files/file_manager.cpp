@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/files/file_manager.h"
 
 #include <fcntl.h>

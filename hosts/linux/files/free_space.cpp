@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/files/free_space.h"
 
 #include <pthread.h>

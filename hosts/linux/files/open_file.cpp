@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/files/open_file.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/host/desktop_appearance.h"
 
 #include <optional>

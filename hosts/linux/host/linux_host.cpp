@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/host/linux_host.h"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/indicator/dbus_menu.h"
 
 #include <algorithm>

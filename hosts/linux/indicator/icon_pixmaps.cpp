@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/indicator/icon_pixmaps.h"
 
 #include <png.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/indicator/indicator.h"
 
 #include "hosts/linux/application/icons.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/indicator/status_notifier_item.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/fragment_muxer.h"
 
 #include <algorithm>

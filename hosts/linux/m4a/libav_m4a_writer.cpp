@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/libav_m4a_writer.h"
 
 #include <algorithm>

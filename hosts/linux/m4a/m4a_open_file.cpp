@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/m4a_open_file.h"
 
 #include <utility>

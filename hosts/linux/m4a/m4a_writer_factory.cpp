@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/m4a_writer_factory.h"
 
 #include <dlfcn.h>

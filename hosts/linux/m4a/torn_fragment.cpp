@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/m4a/torn_fragment.h"
 
 #include <algorithm>

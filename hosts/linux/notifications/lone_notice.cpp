@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/notifications/lone_notice.h"
 
 #include <memory>

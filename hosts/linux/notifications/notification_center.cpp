@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/notifications/notification_center.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/notifications/recording_notice.h"
 
 #include <string_view>

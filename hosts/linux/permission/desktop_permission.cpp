@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/permission/desktop_permission.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/power/login_session.h"
 
 #include <gio/gunixfdlist.h>

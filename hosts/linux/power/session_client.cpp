@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/power/session_client.h"
 
 #include <cstdlib>

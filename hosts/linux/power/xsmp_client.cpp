@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/power/xsmp_client.h"
 
 #include <dlfcn.h>

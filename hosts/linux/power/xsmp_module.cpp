@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/power/xsmp_module.h"
 
 #include <X11/ICE/ICElib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/recovery/lost_recordings.h"
 
 #include <linux/ioprio.h>

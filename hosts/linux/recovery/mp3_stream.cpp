@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/recovery/mp3_stream.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/settings_store/json_file.h"
 
 #include <fcntl.h>

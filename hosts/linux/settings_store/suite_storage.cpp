@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/settings_store/suite_storage.h"
 
 #include <fcntl.h>

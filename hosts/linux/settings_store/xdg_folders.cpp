@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/settings_store/xdg_folders.h"
 
 #include <glib.h>

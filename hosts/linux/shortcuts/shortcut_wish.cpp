@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/shortcuts/shortcut_wish.h"
 
 #include "hosts/linux/base/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows/windows_loader.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/activation.h"
 
 #include <xcb/xcb.h>

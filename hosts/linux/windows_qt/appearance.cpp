@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/appearance.h"
 
 #include <QApplication>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/qt_interface.h"
 
 #include <QCheckBox>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/screen_loss.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/shortcut_row.h"
 
 #include <QMessageBox>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/workspace/file_icons.h"
 
 #include <gio/gio.h>

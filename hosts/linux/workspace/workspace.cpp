@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/linux/workspace/workspace.h"
 
 #include <fcntl.h>

@@ -1,2 +1,3 @@
+-- SPDX-License-Identifier: MIT
 -- Without Bluetooth the session manager also does without a login manager, which a container has not.
 bluez_monitor.enabled = false

@@ -209,13 +209,11 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Of a session that records another microphone than the chosen one; else empty.
   std::string sourceName_;
   std::string absentSource_;
-  // Whether the recorder's file is one of this session, or of the last, and not of an earlier one.
-  bool fileIsOfSession_ = false;
+  SessionFile file_ = SessionFile::kNone;
   std::function<void()> onStateChange_ = [] {};
   // The temporary file of the recording last stopped; it is still there when the save failed.
   std::string unfinishedFile_;
   bool hasUnsavedRecording_ = false;
-  bool isCanceled_ = false;                      // the recording last ended, and its file is gone
   std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
   RecoveryReport recovered_;                     // what the user has not been told of yet
 

@@ -159,7 +159,7 @@ Dictionary AppDelegate::status() const {
   // Whether a file is there is not looked at: its folder may hang, and the tool has to answer.
   const std::string& whyNotSaved = m_recorder->whyNotSaved();
   const std::string& file = m_recorder->outputFilePath();
-  const bool hasEnded = !isUnderWay() && fileIsOfSession_ && !isCanceled_;
+  const bool hasEnded = !isUnderWay() && file_ == SessionFile::kKept;
   if (hasEnded && !whyNotSaved.empty()) {
     status["unsavedFile"] = m_recorder->recordedFile();
     status["problem"] = whyNotSaved;

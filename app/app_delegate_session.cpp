@@ -77,7 +77,7 @@ bool AppDelegate::isUnderWay() const {
 void AppDelegate::startRecorder() {
   if (!mayStart()) return;
   showInDock();
-  fileIsOfSession_ = false;
+  file_ = SessionFile::kNone;
   if (_preferences->audioSourceType() != kSystemAudioSource) {
     startRecorderContinue();
     return;
@@ -166,7 +166,6 @@ void AppDelegate::startRecorderContinue() {
   }
   enter(SessionState::kAsking);
   forgetPendingEnd();
-  isCanceled_ = false;
   noteSource(*device);
   m_startTime = host().hostClock.absoluteTime();
   logCEP("Start", std::nullopt);
@@ -209,7 +208,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
   if (!_running) return;
   // Only where a start that was given up is confirmed after all.
   _audioWaiter.reset();
-  fileIsOfSession_ = true;
+  file_ = SessionFile::kKept;
   enter(SessionState::kRecording);
   // A timer that is still there is only let go of: the run loop keeps firing it.
   m_blinkerTimer = host().runLoop.scheduledTimer(
@@ -276,7 +275,7 @@ void AppDelegate::stopRecord() {
 void AppDelegate::cancelRecord() {
   if (!_running || isAlerting(session_)) return;
   internalStop();
-  isCanceled_ = true;
+  file_ = SessionFile::kDeleted;
   host().fileManager.removeItem(m_recorder->recordedFile());
   logCEP("Stop", Dictionary{{"Canceled", true}});
   tryToQuit();

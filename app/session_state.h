@@ -57,4 +57,13 @@ enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStar
   return state == SessionState::kNoDevice || state == SessionState::kAsking;
 }
 
+// What the recorder's file is to the session under way, or to the last one.
+//
+//   kNone     it is not the session's: there is none, or it is an earlier recording
+//   kKept     it is the session's: growing, saved, or left where it could not be saved
+//   kDeleted  it was the session's; a cancel deleted it
+//
+// A start enters kNone, its confirmation kKept, a cancel kDeleted; each from any of them.
+enum class SessionFile { kNone, kKept, kDeleted };
+
 }  // namespace record_audio

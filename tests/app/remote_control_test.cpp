@@ -377,6 +377,19 @@ TEST_F(RemoteControlTest, StatusNamesNoFileThatIsNotThere) {
   EXPECT_FALSE(app->status().contains("outputFile")) << "after a save that failed";
 }
 
+// The Cancel button of an earlier notification may be clicked while the next start is unconfirmed.
+TEST_F(RemoteControlTest, StatusNamesTheSavedFileOfAStartThatIsConfirmedAfterACancel) {
+  launchAndRecord();
+  clickDock();
+  clickDock();
+  ASSERT_EQ(state(), "starting");
+  app->cancelRecord();
+  confirmStart();
+  ASSERT_EQ(state(), "recording");
+  EXPECT_TRUE(app->stop());
+  EXPECT_TRUE(app->status().contains("outputFile"));
+}
+
 TEST_F(RemoteControlTest, StatusNamesTheWaitForTheLoopback) {
   useSource(3);
   plugLoopbackDriver();

@@ -4,6 +4,7 @@
 #include <lame/lame.h>
 
 #include <array>
+#include <cassert>
 #include <utility>
 
 namespace record_audio {
@@ -39,16 +40,23 @@ void Mp3Encoder::begin(LameHandle newLame, std::shared_ptr<platform::FileHandle>
   lame = std::move(newLame);
   handle = std::move(newHandle);
   onWriteError_ = std::move(onWriteError);
-  writeFailed_ = false;
-  dropped_ = false;
+  if (lame) enter(Phase::kEncoding);
+}
+
+void Mp3Encoder::enter(Phase next) {
+  assert(next == Phase::kClosed || (next == Phase::kEncoding && phase_ == Phase::kClosed) ||
+         (next == Phase::kDropping && phase_ == Phase::kEncoding) ||
+         (next == Phase::kFailed && (phase_ == Phase::kEncoding || phase_ == Phase::kDropping)));
+  phase_ = next;
 }
 
 void Mp3Encoder::encode(std::span<const std::uint32_t> samples, bool areFloat) {
   const auto count = static_cast<std::int64_t>(samples.size());
-  if (stopped.load(std::memory_order_relaxed)) dropped_ = true;
-  if (dropped_) {
+  const bool isStopped = stopped.load(std::memory_order_relaxed);
+  if (isStopped && phase_ == Phase::kEncoding) enter(Phase::kDropping);
+  if (isStopped || phase_ == Phase::kDropping) {
     backlog.drop(count);
-  } else if (!writeFailed_ && lame) {
+  } else if (phase_ == Phase::kEncoding) {
     encodeWords(samples, areFloat);
   }
   backlog.take(count);
@@ -74,8 +82,8 @@ void Mp3Encoder::encodeWords(std::span<const std::uint32_t> samples, bool areFlo
 }
 
 void Mp3Encoder::finish() {
-  if (!lame) return;
-  if (!writeFailed_) {
+  if (phase_ == Phase::kClosed) return;
+  if (phase_ != Phase::kFailed) {
     std::array<unsigned char, kFlush_bytes> output;
     const int written_bytes =
         lame_encode_flush(lame.get(), output.data(), static_cast<int>(output.size()));
@@ -87,12 +95,13 @@ void Mp3Encoder::finish() {
   handle.reset();
   lame.reset();
   onWriteError_ = nullptr;
+  enter(Phase::kClosed);
 }
 
 void Mp3Encoder::write(std::span<const std::byte> data) {
   const std::string error = handle->writeData(data);
   if (error.empty()) return;
-  writeFailed_ = true;
+  enter(Phase::kFailed);
   if (onWriteError_) onWriteError_(error);
 }
 

@@ -57,15 +57,25 @@ class Mp3Encoder {
   EncoderBacklog backlog;
 
  private:
+  // Where the recording stands; on the encode queue.
+  //   kClosed    there is nothing to encode into               -> kEncoding
+  //   kEncoding  samples are encoded and written               -> kDropping, kFailed, kClosed
+  //   kDropping  one was dropped at the stop; a later one
+  //              would leave a gap, so it is dropped, too      -> kFailed, kClosed
+  //   kFailed    a write failed; nothing more is written       -> kClosed
+  enum class Phase { kClosed, kEncoding, kDropping, kFailed };
+
+  // The only function that changes the phase.
+  void enter(Phase next);
   void encodeWords(std::span<const std::uint32_t> samples, bool areFloat);
   void write(std::span<const std::byte> data);
 
+  // `lame`, `handle` and `stopped` have the suite's names. Those that end in an underscore are this
+  // tool's own.
   LameHandle lame;
   std::shared_ptr<platform::FileHandle> handle;
   WriteError onWriteError_;
-  bool writeFailed_ = false;
-  // A work item of this recording was dropped; encoding a later one would leave a gap.
-  bool dropped_ = false;
+  Phase phase_ = Phase::kClosed;
 };
 
 }  // namespace record_audio

@@ -7,12 +7,10 @@
 
 #include "capture/recording_path.h"
 #include "platform/file_url.h"
+#include "settings/preference_keys.h"
 
 namespace record_audio {
 namespace {
-
-constexpr std::uint64_t kSoundFormatM4a = 0;
-constexpr std::uint64_t kSoundFormatMp3 = 1;
 
 constexpr const char* kPreparingFailed =
     "An error occurred while preparing to record audio. Error: %@";
@@ -131,7 +129,7 @@ bool AudioRecorder::makeEncodeQueue() {
 }
 
 bool AudioRecorder::makeQueues() {
-  if (soundFormat == kSoundFormatM4a) return true;
+  if (soundFormat == kM4aFormat) return true;
   dataQueue_ =
       environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.DataOutput");
   return makeEncodeQueue() && dataQueue_;
@@ -164,7 +162,7 @@ void AudioRecorder::prepareSession(const platform::CaptureDevicePtr& device) {
 
 platform::CaptureOutputPtr AudioRecorder::createOutput() {
   auto& host = environment_.host;
-  if (soundFormat == kSoundFormatM4a) return host.capture.createAudioFileOutput();
+  if (soundFormat == kM4aFormat) return host.capture.createAudioFileOutput();
   auto output = host.capture.createAudioDataOutput();
   output->setSampleBufferDelegate(weak_from_this(), std::exchange(dataQueue_, nullptr));
   return output;
@@ -179,11 +177,11 @@ void AudioRecorder::captureSessionStartedNotification(const platform::Notificati
   const auto outputs = session ? session->outputs() : std::vector<platform::CaptureOutputPtr>();
   const auto output = outputs.empty() ? nullptr : outputs.front();
   const std::string fileURL = outputURL();
-  if (soundFormat == kSoundFormatM4a && !startFileOutput(output, fileURL)) {
+  if (soundFormat == kM4aFormat && !startFileOutput(output, fileURL)) {
     internalOnError();
     return;
   }
-  if (soundFormat == kSoundFormatMp3 && !initLame()) {
+  if (soundFormat == kMp3Format && !initLame()) {
     log("En error occured while initializing lame");
     internalOnError();
     return;
@@ -221,8 +219,8 @@ void AudioRecorder::onRecordError(const platform::Notification& notification) {
 
 void AudioRecorder::internalOnError() {
   m_bRecording.store(false, std::memory_order_relaxed);
-  stopRecord();
-  // What was captured before the error belongs into the file.
+  stopRecord();  // no effect: the flag is clear, so the file stays where it is
+  // What was captured before the error belongs in the file.
   finishEncoder();
   call(_onRecordError);
 }
@@ -232,7 +230,7 @@ void AudioRecorder::stopRecord() {
   const auto fileOutput =
       std::dynamic_pointer_cast<platform::CaptureAudioFileOutput>(m_audioOutput);
   // The stored format may have changed since the start; a data output always fed the encoder.
-  if (soundFormat != kSoundFormatM4a || !fileOutput) {
+  if (soundFormat != kM4aFormat || !fileOutput) {
     deinitLame();
   } else {
     fileOutput->stopRecording();
@@ -266,7 +264,7 @@ std::string AudioRecorder::outputURL() {
 
 std::string AudioRecorder::generatePath() const {
   return recordingPath(environment_.host, _desktopPath, m_startTime,
-                       soundFormat != kSoundFormatM4a ? "mp3" : "m4a");
+                       soundFormat != kM4aFormat ? "mp3" : "m4a");
 }
 
 platform::AudioDeviceID AudioRecorder::getAudioId(const std::string& uniqueID) const {

@@ -19,6 +19,16 @@ namespace record_audio {
 // LAME from the framework's samples. The file grows under a temporary name and is moved into the
 // output folder, under its final name, at the stop.
 //
+// Its life, as its members tell it. What is starting, stopped or failed looks the same to the
+// recorder: a session exists and nothing is recorded.
+//
+//   state      members                          goes to
+//   new        no m_captureSession              starting: startRecord()
+//   starting   session, m_bRecording clear      recording or failed: the session reports
+//   recording  session, m_bRecording set        stopped: stopRecord(); failed: internalOnError()
+//   stopped    as starting; the file is moved   starting: startRecord()
+//   failed     as starting; the file stays      starting: startRecord()
+//
 // Main thread, except what says otherwise. Owned by shared pointer; when the data-output queue
 // happens to hold the last reference, the recorder is destroyed on the main queue. Work items of
 // the encode queue keep the encoder alive, but not the recorder.
@@ -138,6 +148,8 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
 
   void log(const std::string& format, const std::vector<suite::LogArgument>& arguments = {}) const;
 
+  // Members that begin with m_ or _, and quality, soundFormat, qualityDict and encodeQueue, have
+  // the suite's names. Those that end in an underscore are this tool's own.
   suite::Environment environment_;
   std::shared_ptr<platform::CaptureOutput> m_audioOutput;
   platform::CaptureSessionPtr m_captureSession;

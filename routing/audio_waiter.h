@@ -26,6 +26,7 @@ class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
 
   void timerFireCheck(const platform::TimerPtr& timer);
 
+  // The suite's accessors. The tool itself calls timerCheck() and output() only.
   // Null once the wait has ended.
   [[nodiscard]] const platform::TimerPtr& timerCheck() const { return _timerCheck; }
   void setTimerCheck(platform::TimerPtr timer) { _timerCheck = std::move(timer); }

@@ -35,7 +35,6 @@ class LevelMeter {
   // Looks at everything again, also at a device that could not be opened before. To be called when
   // the choice, the devices or the permission may have changed.
   void update();
-  [[nodiscard]] bool isListening() const { return session_ != nullptr; }
 
  private:
   class PeakTap;

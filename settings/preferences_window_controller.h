@@ -44,13 +44,14 @@ class PreferencesWindowController
   // The device to record from; null when there is none for the chosen source.
   [[nodiscard]] platform::CaptureDevicePtr audioCaptureDevice() const;
 
-  // Derived from the quality.
+  // Derived from the quality. Common to the suite's controllers; this tool does not call them.
   [[nodiscard]] int fps() const;
   [[nodiscard]] std::string sessionPreset() const;
   [[nodiscard]] float scaleFactor() const;
 
   // True until the window's first occlusion change.
   [[nodiscard]] bool startup() const { return _startup; }
+  // Part of the suite's interface; this tool does not call it.
   void setStartup(bool startup) { _startup = startup; }
   // Whether the window goes without the check box; decided before the window is loaded.
   [[nodiscard]] bool hidesHighlightMouseClicks() const { return _hidesHighlightMouseClicks; }

@@ -26,10 +26,10 @@ class RecordingRecovery;
 // Does everything the application does: launch, the recording session from start to saved file,
 // the running indicator, the notifications, and quitting. One object lives for the whole process.
 //
-// Main thread only, except updateMicStatus(). Once launched, the recorder's success callback keeps
-// the delegate alive until applicationWillTerminate(). What belongs to a session or to the
-// indicator does nothing before the launch, and nothing of it runs on while one of the session's
-// alerts waits.
+// Main thread only, except updateMicStatus(). After the launch the recorder's success callback
+// keeps the delegate alive until applicationWillTerminate(). The session's and the indicator's
+// methods do nothing before the launch. While one of the session's alerts is open, the session
+// cannot be started, stopped or canceled, and the program does not quit.
 class AppDelegate : public platform::ApplicationDelegate,
                     public platform::UserNotificationCenterDelegate,
                     public platform::RemoteControl,
@@ -37,23 +37,24 @@ class AppDelegate : public platform::ApplicationDelegate,
                     public std::enable_shared_from_this<AppDelegate> {
  public:
   static std::shared_ptr<AppDelegate> create(suite::Environment environment);
-  // Leaves a play-through that still runs to the process, which is about to end.
+  // Does not end a play-through that still runs: the process is about to end.
   ~AppDelegate() override;
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
 
   // Launch and life of the application.
   void applicationWillFinishLaunching() override;
-  // A request of the suite to open a path; one that ends with the tool identifier asks for the
-  // preferences, any other is ignored. Always true.
+  // The suite asks to open a path. One that ends with the tool identifier asks for the preferences;
+  // any other is ignored. Always true.
   bool application(const std::string& openFile) override;
   void applicationDidFinishLaunching() override;
   // The user clicked the Dock icon or started the tool again. Always true.
   bool applicationShouldHandleReopen(bool hasVisibleWindows) override;
   platform::TerminateReply applicationShouldTerminate() override;
   void applicationWillTerminate() override;
-  // Any thread: acts on the microphone permission later, on the main queue.
+  // Any thread. Has updateMicStatusImp() run on the main queue.
   void updateMicStatus();
+  // Acts on the microphone permission.
   void updateMicStatusImp();
   void hideFromDock();
   void showInDock();
@@ -62,15 +63,15 @@ class AppDelegate : public platform::ApplicationDelegate,
 
   // Recording session. One at a time: starting does nothing while one records or is being started.
   void startRecorder();
-  // The answer to the wait under way; nothing without one.
+  // The waiter's answer. Does nothing when nobody waits.
   void onWaitFinished(bool success);
   void startRecorderContinue();
-  // What the recorder calls. `timerTarget` is this delegate: the blink timer keeps it.
+  // The recorder's callbacks. `timerTarget` is this delegate; the blink timer keeps it alive.
   void recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget);
   void recordError();
   // Saves, notifies and logs; does not try to quit.
   void stopRecord();
-  // Deletes the file at the recorder's output path and tries to quit.
+  // Deletes the recording's file and tries to quit.
   void cancelRecord();
   void internalStop();
   // Ends the play-through and hides the loopback device; does nothing without a play-through.
@@ -86,13 +87,13 @@ class AppDelegate : public platform::ApplicationDelegate,
   void timerBlinkerMethod(const platform::TimerPtr& timer);
 
   // User notifications.
-  // The play-through could not be set up: what is recorded is not played. Silent.
+  // The play-through could not be set up, so what is recorded is not heard. Makes no sound.
   void showNotificationNotHeard();
   void showNotification(const platform::UserNotificationPtr& notification);
   void showNotificationRecordStarted();
   void showNotificationRecordCompleated(const std::string& filePath);
   void showNotificationError();
-  // One for all that came back; a click shows the file at that path.
+  // One for all recovered recordings. A click shows the file at `filePath`.
   void showNotificationRecordingRecovered(const std::string& filePath);
   void removeAllPreviousNotifications();
   void timerNotificationQuitMethod(const platform::TimerPtr& timer);
@@ -104,25 +105,25 @@ class AppDelegate : public platform::ApplicationDelegate,
       platform::UserNotificationCenter& center,
       const platform::UserNotificationPtr& notification) override;
 
-  // Remote control. While a start is accepted and not yet confirmed there is nothing to save or to
-  // delete yet: stop() and cancel() then answer true and take effect as soon as the recorder
-  // confirms the start, or after kUnconfirmedStartGrace_s if it never does. If the start fails
-  // meanwhile, its error ends the session. A click is such a stop; a further one takes it back.
+  // Remote control. A start that is accepted but not yet confirmed has nothing to save or to
+  // delete. stop() and cancel() then return true and take effect when the recorder confirms the
+  // start, or after kUnconfirmedStartGrace_s if it never does. If the start fails first, its error
+  // ends the session. A click counts as stop(); the next click takes it back.
   bool stop() override;
   // Unlike cancelRecord() it never touches the file of an earlier recording.
   bool cancel() override;
   // "source" is "none", "default", "microphone:<unique id>" or "system"; "format" is "m4a" or
-  // "mp3"; both are those of the session under way, else those a new one would have. Where another
-  // microphone is recorded because the chosen one is missing, "source" is the one recorded, with
-  // its name as "sourceName", and "absentSource" the chosen one. "elapsedSeconds" is 0 unless
-  // recording. "outputFile" is the temporary file while recording, the last recording's file while
-  // idle, and absent otherwise. If that recording could not be saved, "unsavedFile" is there
-  // instead, where it lies, and "problem" says why.
+  // "mp3". Both are the current session's, or those that a new one would have. If the chosen
+  // microphone is missing and another one is recorded, "source" is the recorded one, "sourceName"
+  // its name, and "absentSource" the chosen one. "elapsedSeconds" is 0 unless recording.
+  // "outputFile" is the temporary file while recording and the last recording's file while idle;
+  // otherwise it is absent. If that recording could not be saved, "unsavedFile" takes its place and
+  // says where the recording is, and "problem" says why.
   [[nodiscard]] platform::Dictionary status() const override;
   void setOnStateChange(std::function<void()> onChange) override {
     onStateChange_ = std::move(onChange);
   }
-  // Longer than a host takes to confirm a start or to give it up, second try included.
+  // Longer than a host needs to confirm a start or to give it up, its second try included.
   static constexpr double kUnconfirmedStartGrace_s = 12.0;
 
   [[nodiscard]] bool runWithPreferences() const { return _runWithPreferences; }
@@ -137,7 +138,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   [[nodiscard]] std::shared_ptr<PreferencesWindowController> preferences() const {
     return _preferences;
   }
-  // The delegate's own; null unless system audio is recorded.
+  // Owned by the delegate. Null unless system audio is recorded.
   [[nodiscard]] AudioPlayThrough* audioPlayThrough() const { return _audioPlayThrough.get(); }
   // Null unless waiting for the loopback device.
   [[nodiscard]] std::shared_ptr<AudioWaiter> audioWaiter() const { return _audioWaiter; }
@@ -154,33 +155,32 @@ class AppDelegate : public platform::ApplicationDelegate,
   void installRecorderCallbacks();
   void launchPreferencesMode();
   void launchRecordingMode();
-  // The window, before all others.
+  // Brings the window to the front.
   void showPreferences();
   [[nodiscard]] bool isPreferencesWindowVisible() const;
 
-  // The one place where the session changes its state; session_state.h says what may follow what.
+  // The only function that changes the session's state; session_state.h has the table.
   void enter(SessionState next);
-  // What becomes of the session is known: it records, or there will be none. Has time for what a
-  // start must not wait for.
+  // The session records, or there will be none. Does what a start must not wait for.
   void sessionIsDecided();
-  // Brings back, in the background, what processes that died left behind. Once a process.
+  // Recovers the recordings of processes that died, in the background. Once per process.
   void recoverInterruptedRecordings();
   void tellOfRecovery();
   [[nodiscard]] bool mayStart() const;
   [[nodiscard]] bool isUnderWay() const;
 
-  // Takes them from the screen; their timers go on.
+  // Removes them from the screen. Their timers keep running.
   void withdrawStartNotifications();
 
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;
-  // Since the start was asked for.
+  // Since the recorder was asked to start.
   [[nodiscard]] std::int64_t elapsed_ms() const;
   [[nodiscard]] std::int64_t elapsed_s() const;
   void waitEnded(bool success);
   void startPlayThrough(platform::AudioDeviceID previousOutput);
   void noteSource(const platform::CaptureDevice& device);
-  // Whether the user wants to see the preferences, to which the alert points.
+  // True when the user wants to see the preferences, which the alert mentions.
   bool showNoSoundRecordedAlert();
   void logStopWithError();
 
@@ -199,26 +199,26 @@ class AppDelegate : public platform::ApplicationDelegate,
   suite::Environment environment_;
 
   SessionState session_ = SessionState::kLaunching;
-  // While kStarting: what is to be done as soon as the start is confirmed, and the timer that
-  // bounds the wait for that.
+  // How the session is to end once its start is confirmed, and the timer that limits the wait for
+  // the confirmation.
   Ending pendingEnd_ = Ending::kNone;
   platform::TimerPtr pendingEndTimer_;
-  // Of the session under way.
+  // Of the current session.
   std::string sessionSource_;
   std::string sessionFormat_;
-  // Of a session that records another microphone than the chosen one; else empty.
+  // Empty unless the session records another microphone than the chosen one.
   std::string sourceName_;
   std::string absentSource_;
   SessionFile file_ = SessionFile::kNone;
   std::function<void()> onStateChange_ = [] {};
-  // The temporary file of the recording last stopped; it is still there when the save failed.
+  // The temporary file of the last stopped recording. If it could not be saved, it is still there.
   std::string unfinishedFile_;
   bool hasUnsavedRecording_ = false;
   std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
-  RecoveryReport recovered_;                     // what the user has not been told of yet
+  RecoveryReport recovered_;                     // not yet told to the user
 
-  // The members whose names begin with m_ or _ bear the suite's names, and are released in the
-  // reverse of this order; those that end in an underscore are this tool's own.
+  // Members that begin with m_ or _ have the suite's names and are released in reverse order. Those
+  // that end in an underscore are this tool's own.
   std::shared_ptr<AudioRecorder> m_recorder;
   platform::TimerPtr m_blinkerTimer;
   bool m_bBlinker = false;

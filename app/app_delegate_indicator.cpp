@@ -7,8 +7,8 @@
 #include "platform/host.h"
 #include "settings/auxiliary.h"
 
-// What shows a running recording: the Dock icon, the suite's status menu and the application's own
-// icon in the file browser.
+// Shows that a recording runs: in the Dock icon, the suite's status menu and the application's icon
+// in the file browser.
 
 namespace record_audio {
 namespace {

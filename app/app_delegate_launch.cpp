@@ -12,7 +12,7 @@
 #include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
 
-// Coming up, the two launch modes, the Dock presence, and requests to the running application.
+// The launch and its two modes, the Dock icon, and requests to the running application.
 
 namespace record_audio {
 namespace {
@@ -28,8 +28,8 @@ std::shared_ptr<AppDelegate> AppDelegate::create(suite::Environment environment)
 AppDelegate::AppDelegate(suite::Environment environment) : environment_(environment) {}
 
 AppDelegate::~AppDelegate() {
-  // The one deliberate leak. The process ends now, and the system takes the sound down with it;
-  // undoing the graph node by node would only keep the user waiting.
+  // The one deliberate leak. The process ends now, and the sound with it. Taking the graph apart
+  // node by node would only keep the user waiting.
   static_cast<void>(_audioPlayThrough.release());
 }
 
@@ -120,7 +120,7 @@ void AppDelegate::updateMicStatus() {
 }
 
 void AppDelegate::updateMicStatusImp() {
-  // A click may have been quicker than the answer, and started a session of its own.
+  // The user may have clicked before answering, and so have started a session already.
   if (!mayStart()) return;
   if (Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio)) {
     startRecorder();
@@ -134,7 +134,7 @@ void AppDelegate::updateMicStatusImp() {
 void AppDelegate::recoverInterruptedRecordings() {
   if (recovery_) return;
   recovery_ = RecordingRecovery::create(environment_, m_recorder->desktopPath());
-  // After the current event: a recorder that confirms its start waits for it to be over.
+  // Not within the current event, which a recorder that confirms its start waits for.
   host().dispatch.mainQueue()->async([weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
@@ -175,7 +175,7 @@ bool AppDelegate::application(const std::string& openFile) {
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool) {
-  // A second start in the middle of the first one's launch asks for what is happening anyway.
+  // A second start during the launch asks for what happens anyway.
   if (!_running) return true;
   if (isPreferencesWindowVisible()) {
     _preferences->window()->orderFrontRegardless();

@@ -7,8 +7,8 @@
 #include "platform/host.h"
 #include "settings/auxiliary.h"
 
-// What the tool tells the user. Each notification keeps the process alive until its own timer has
-// removed it again.
+// What the tool tells the user. Each notification keeps the process alive until its own timer
+// removes it.
 
 namespace record_audio {
 namespace {
@@ -25,7 +25,7 @@ UserNotificationPtr notificationOf(const platform::TimerPtr& timer) {
   return std::any_cast<UserNotificationPtr>(timer->userInfo());
 }
 
-// The saved file that a notification tells of; null for other notifications.
+// The saved file that the notification is about; null for other notifications.
 const std::string* openPath(const platform::UserNotification& notification) {
   const auto entry = notification.userInfo.find(kOpenPathKey);
   return entry == notification.userInfo.end() ? nullptr : entry->second.as<std::string>();
@@ -125,7 +125,7 @@ void AppDelegate::showNotificationNotHeard() {
 }
 
 void AppDelegate::showNotificationRecordingRecovered(const std::string& filePath) {
-  // Silent: a recording may be listening.
+  // No sound: it might be recorded.
   const auto notification = std::make_shared<platform::UserNotification>();
   notification->informativeText = localized("An interrupted recording was recovered.");
   notification->hasContentsAction = true;

@@ -18,8 +18,8 @@ bool AppDelegate::cancel() {
   return end(Ending::kCancel);
 }
 
-// Clicks count: every other one starts, the ones between stop. While a start waits for its
-// confirmation the stop is only noted, and the next click takes it back.
+// Clicks start and stop by turns. While a start is unconfirmed, a stop is only noted, and the next
+// click takes it back.
 void AppDelegate::clickedWhileStarting() {
   if (pendingEnd_ == Ending::kNone) {
     end(Ending::kStop);
@@ -28,7 +28,7 @@ void AppDelegate::clickedWhileStarting() {
   }
 }
 
-// Between the confirmation and the end that was asked for before it.
+// True between a confirmation and the end that was asked for before it.
 bool AppDelegate::isStopDue() const {
   return session_ == SessionState::kRecording && pendingEnd_ != Ending::kNone;
 }
@@ -58,15 +58,14 @@ void AppDelegate::endNow(Ending how) {
   } else if (session_ == SessionState::kRecording) {
     cancelRecord();
   } else {
-    // The recorder's file, if it names one, is that of an earlier recording.
+    // If the recorder names a file, it is an earlier recording's.
     internalStop();
     logCEP("Stop", Dictionary{{"Canceled", true}});
     tryToQuit();
   }
 }
 
-// The recorder's file, if it names one, is that of an earlier recording: it is neither deleted nor
-// told of.
+// If the recorder names a file, it is an earlier recording's, and neither deleted nor reported.
 void AppDelegate::endUnconfirmed(Ending how) {
   internalStop();
   unfinishedFile_.clear();
@@ -79,14 +78,14 @@ void AppDelegate::endUnconfirmed(Ending how) {
   tryToQuit();
 }
 
-// The request stays: a confirmation that comes after all is still ended by it.
+// pendingEnd_ stays set, so that a late confirmation is still followed by the end.
 void AppDelegate::giveUpStart(Ending how) {
   pendingEndTimer_.reset();
   if (session_ == SessionState::kStarting) endNow(how);
 }
 
-// Called from the recorder's confirmation. The samples that it announces are delivered when the
-// confirmation has returned, so the end has to come after it.
+// Called from the recorder's confirmation. The first samples are delivered only after it has
+// returned, so the end has to come later.
 void AppDelegate::endConfirmedStart() {
   host().dispatch.mainQueue()->async([weak = weak_from_this()] {
     const auto self = weak.lock();
@@ -131,7 +130,7 @@ std::string AppDelegate::stateName() const {
     case SessionState::kNoDevice:
       return "no device";
     case SessionState::kAsking:
-      // Only an alert gives others a turn now, and the recorder shows one only if it refuses.
+      // Other code runs now only while an alert is open, and the recorder shows one only to refuse.
       return "refused";
     case SessionState::kStarting:
       return "starting";
@@ -156,7 +155,7 @@ Dictionary AppDelegate::status() const {
   if (const std::int64_t behind_s = m_recorder->encoderBehind_s(); recording && behind_s > 0) {
     status["behindSeconds"] = behind_s;
   }
-  // Whether a file is there is not looked at: its folder may hang, and the tool has to answer.
+  // Does not look whether the file exists: its folder may hang, and the tool has to answer.
   const std::string& whyNotSaved = m_recorder->whyNotSaved();
   const std::string& file = m_recorder->outputFilePath();
   const bool hasEnded = !isUnderWay() && file_ == SessionFile::kKept;

@@ -56,7 +56,7 @@ void AppDelegate::enter(SessionState next) {
   assert(next == session_ || mayBecome(session_, next));
   session_ = next;
   if (isDecided(next)) sessionIsDecided();
-  // What is neither accepted nor refused yet is no news.
+  // Nobody is told of a start that is neither accepted nor refused yet.
   if (next != SessionState::kAsking) onStateChange_();
 }
 
@@ -90,14 +90,14 @@ void AppDelegate::startRecorder() {
 }
 
 void AppDelegate::waitEnded(bool success) {
-  // A waiter has lost its timer when it answers; one that still has it belongs to a newer wait.
+  // A waiter that answers has no timer any more. One that has belongs to a newer wait.
   if (_audioWaiter && !_audioWaiter->timerCheck()) {
     onWaitFinished(success);
     return;
   }
-  // The user has ended this wait; a waiter goes on all the same and has just made the loopback
-  // device the default output. Nothing may be recorded any more, so the device goes again, unless
-  // a newer session uses it.
+  // The user ended this wait, but its waiter went on and has now made the loopback device the
+  // default output. Nothing will be recorded, so the device is hidden again, unless a newer session
+  // uses it.
   const bool inUse = _audioWaiter || _audioPlayThrough;
   if (success && !inUse) AudioDriver::showLoopbackDevice(environment_, false);
 }
@@ -120,13 +120,13 @@ void AppDelegate::onWaitFinished(bool success) {
 void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
   const platform::AudioDeviceID loopback = AudioDriver::getLoopbackDeviceID(environment_);
   platform::AudioDeviceID output = previousOutput;
-  // A session that ended in an error has left the loopback as the default output, and its own
-  // play-through, which knows where the user hears.
+  // A session that ended in an error leaves the loopback as the default output. It leaves its
+  // play-through, too, which knows the real device.
   if (output == loopback && _audioPlayThrough) output = _audioPlayThrough->outputDevice.deviceID;
   _audioPlayThrough.reset();
   _audioPlayThrough = std::make_unique<AudioPlayThrough>(host());
   const bool isConfigured = _audioPlayThrough->initDevices(output);
-  // Played back into itself, the loopback signal would howl.
+  // Played into itself, the loopback would feed back.
   if (output == loopback) return;
   const platform::OSStatus status = _audioPlayThrough->start();
   if (isConfigured && status == platform::noErr) return;
@@ -136,7 +136,7 @@ void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
   showNotificationNotHeard();
 }
 
-// The chosen microphone may be missing; the preferences then give another one.
+// The chosen microphone may be missing; the preferences then return another one.
 void AppDelegate::noteSource(const platform::CaptureDevice& device) {
   sessionSource_ = currentSource();
   sessionFormat_ = currentFormat();
@@ -206,11 +206,11 @@ void AppDelegate::installRecorderCallbacks() {
 
 void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget) {
   if (!_running) return;
-  // Only where a start that was given up is confirmed after all.
+  // Set only if this start was given up and another one waits.
   _audioWaiter.reset();
   file_ = SessionFile::kKept;
   enter(SessionState::kRecording);
-  // A timer that is still there is only let go of: the run loop keeps firing it.
+  // An earlier timer is released but not invalidated: the run loop keeps firing it.
   m_blinkerTimer = host().runLoop.scheduledTimer(
       kBlinkInterval_s, {}, true,
       [timerTarget](const platform::TimerPtr& timer) { timerTarget->timerBlinkerMethod(timer); });
@@ -220,7 +220,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
 }
 
 void AppDelegate::recordError() {
-  // The end of a start that was given up has been told.
+  // The end of a start that was given up has already been reported.
   if (!isUnderWay() || _audioWaiter) return;
   forgetPendingEnd();
   if (m_blinkerTimer) {
@@ -267,7 +267,7 @@ void AppDelegate::stopRecord() {
   internalStop();
   const bool isSaved = m_recorder->whyNotSaved().empty();
   hasUnsavedRecording_ |= !isSaved;
-  // Whatever lies at the final path of a recording that was not saved is not that recording.
+  // If the recording could not be saved, a file at its final path is somebody else's.
   showNotificationRecordCompleated(isSaved ? m_recorder->outputFilePath() : std::string());
   logCEP("Stop", Dictionary{{"Duration", elapsed_ms()}});
 }
@@ -304,8 +304,8 @@ bool AppDelegate::canQuit() const {
 
 void AppDelegate::tryToQuit() {
   if (!_running || isAlerting(session_)) return;
-  // The notification of the last recording must not end the program under the start of the next,
-  // which asks again when it has failed.
+  // The last recording's notification must not end the program while the next recording starts. If
+  // that start fails, it calls this again.
   const bool startsAnew =
       session_ == SessionState::kStarting && !m_recorder->outputFilePath().empty();
   if (startsAnew) return;
@@ -315,10 +315,10 @@ void AppDelegate::tryToQuit() {
 
 platform::TerminateReply AppDelegate::applicationShouldTerminate() {
   using platform::TerminateReply;
-  // The alert is dismissed, the start that it was about comes to its end, then this is asked again.
+  // The host dismisses the alert, which ends the start behind it, and then asks again.
   if (isAlerting(session_)) return TerminateReply::kCancel;
   if (isRecordingOrWaiting()) stopRecord();
-  // A window that was never loaded is not loaded to be hidden.
+  // Does not load a window just to hide it.
   if (_preferences && _preferences->isWindowLoaded()) _preferences->window()->orderOut();
   if (canQuit()) hideFromDock();
   if (!m_notificationTimers.empty()) return TerminateReply::kCancel;
@@ -327,16 +327,16 @@ platform::TerminateReply AppDelegate::applicationShouldTerminate() {
 
 void AppDelegate::applicationWillTerminate() {
   if (_provider) _provider->setToolStatus(kToolInactive);
-  // Without a launch there is no event to end it, nor settings to put into one.
+  // Without a launch there are no settings to log, and no event to be followed by "Quit".
   if (!_running) return;
   logCEP("Quit", std::nullopt);
-  // Breaks the circle of the recorder's callback and the delegate.
+  // Breaks the reference cycle between the recorder's callback and the delegate.
   m_recorder->setOnRecordSuccessStarted(nullptr);
 }
 
 void AppDelegate::logCEP(const std::string& event, const std::optional<Dictionary>& details) {
   if (!_running) return;
-  // The quality stands under "Size": the suite's log knows it by that name.
+  // The quality's key is "Size", because the suite's log expects that.
   const Dictionary settings{{"AudioSourceType", _preferences->audioSourceType()},
                             {"AudioSourceID", _preferences->audioSourceID()},
                             {"Size", _preferences->quality()}};

@@ -23,9 +23,9 @@ constexpr std::array kOptions = {
     Option{"--version", CommandLine::Command::kVersion},
 };
 
-// Given by a service file of the bus.
+// The bus passes it when it starts the program.
 constexpr std::string_view kStartedByBus = "--gapplication-service";
-// The suite passes it to all its tools; this one does nothing with it.
+// The suite passes it to all its tools; this one ignores it.
 constexpr std::string_view kPreferences = "--preferences";
 constexpr std::string_view kEndOfOptions = "--";
 

@@ -21,7 +21,7 @@ struct CommandLine {
   bool startedByBus = false;
 };
 
-// Why the arguments make no sense, for the user; the process exits with kExitUsage.
+// What is wrong with the arguments, for the user. The process exits with kExitUsage.
 struct CommandLineError {
   std::string text;
 };
@@ -35,9 +35,9 @@ std::variant<CommandLine, CommandLineError> parseCommandLine(
 std::string helpText();
 std::string versionText(const std::string& version);
 
-// Prints what --recover did: the recovered paths on `out`, one a line, and on `err` what stays
-// where it is and why. Returns the process's exit status: 1 when a recording could not be
-// recovered. A leftover without any sound is none.
+// Prints what --recover did. `out` gets the recovered paths, one per line; `err` gets what stays
+// where it is, and why. Returns the exit status: 1 when a recording could not be recovered, else 0.
+// A leftover without any sound is not a recording.
 int printRecovery(const RecoveryReport& report, std::ostream& out, std::ostream& err);
 
 }  // namespace record_audio

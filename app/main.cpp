@@ -16,7 +16,7 @@
 #include "hosts/linux/notifications/lone_notice.h"
 #include "platform/file_url.h"
 
-// The entry point on the Linux desktop: the one place that knows the core and the host.
+// The entry point on the Linux desktop, and the one place that knows both the core and the host.
 
 namespace {
 
@@ -26,7 +26,7 @@ bool writesToTerminal() {
   return isatty(STDOUT_FILENO) != 0 || isatty(STDERR_FILENO) != 0;
 }
 
-// Returns the exit status. Whoever stops from a launcher or by a key sees nothing of stderr.
+// Returns the exit status. Who stops by a key or a launcher sees no stderr, but a notification.
 int endRecording(CommandLine::Command command, linux_host::SessionBus& bus,
                  linux_host::Instance& instance) {
   const int status = command == CommandLine::Command::kStop
@@ -41,7 +41,7 @@ int endRecording(CommandLine::Command command, linux_host::SessionBus& bus,
   return status;
 }
 
-// Commands that only talk to the instance that runs.
+// Commands that only talk to a running instance.
 int runClientCommand(CommandLine::Command command) {
   linux_host::SessionBus bus;
   linux_host::Instance instance(bus,
@@ -50,7 +50,7 @@ int runClientCommand(CommandLine::Command command) {
   return linux_host::statusCommand(instance, std::cout, std::cerr);
 }
 
-// What travels to a running instance: paths as URLs, whatever is no path as it is.
+// What is sent to a running instance: paths as URLs, anything else unchanged.
 std::vector<std::string> urisOf(const std::vector<std::string>& paths) {
   std::vector<std::string> uris;
   for (const std::string& path : paths) {
@@ -65,7 +65,7 @@ int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) 
   linux_host::LinuxHost host(std::move(arguments));
   if (const auto status = host.becomeInstance(urisOf(commandLine.pathsToOpen))) return *status;
   auto delegate = record_audio::AppDelegate::create(host.environment());
-  // Of a recording that could not be saved the log has said where it lies and why.
+  // The log has said where an unsaved recording is, and why it could not be saved.
   return host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus, [&] {
                                          return delegate->hasUnsavedRecording();
                                        }});
@@ -109,7 +109,7 @@ int main(int argc, char** argv) try {
   }
   return record_audio::kExitUsage;
 } catch (const std::system_error& error) {
-  // A limit of the system, met before there was anything to lose.
+  // A limit of the system, reached before there was anything to lose.
   std::cerr << "Record Audio cannot start: " << error.what() << ". Close other programs.\n";
   return linux_host::kExitFailed;
 }

@@ -16,9 +16,9 @@ using platform::InterruptedRecordings;
 using platform::RecordingFindings;
 using Contents = RecordingFindings::Contents;
 
-// Between the sound and the clock of the disk.
+// How far the sound's length and the disk's clock may differ.
 constexpr std::chrono::seconds kSlack{5};
-// What a stop could not save because every name was taken comes back all the same.
+// More names than a stop tries: what it could not save for lack of a name is recovered, too.
 constexpr int kLastRecoveredNumber = 9999;
 
 }  // namespace
@@ -63,16 +63,15 @@ void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinis
   queue_->async([self = shared_from_this()] {
     self->environment_.host.interruptedRecordings.yieldToOthers();
     self->search();
-    self->goOn();
+    self->continueOnMainThread();
   });
 }
 
-// On the queue.
-void RecordingRecovery::goOn() {
+void RecordingRecovery::continueOnMainThread() {
   const bool found = recording_ || takeNext();
   environment_.host.dispatch.mainQueue()->async([self = shared_from_this(), found] {
     if (found) {
-      self->nameAndGoOn();
+      self->continueOnQueue();
     } else {
       self->queue_.reset();
       self->onFinished_(self->report_);
@@ -80,12 +79,11 @@ void RecordingRecovery::goOn() {
   });
 }
 
-// On the main thread.
-void RecordingRecovery::nameAndGoOn() {
+void RecordingRecovery::continueOnQueue() {
   const bool named = name();
   queue_->async([self = shared_from_this(), named] {
     if (named) self->place();
-    self->goOn();
+    self->continueOnMainThread();
   });
 }
 
@@ -140,7 +138,7 @@ bool RecordingRecovery::name() {
   const std::string extension = findings_.contents == Contents::kM4a ? "m4a" : "mp3";
   std::string target = recordingPath(environment_.host, outputFolder_, startOfRecording(findings_),
                                      extension, kLastRecoveredNumber);
-  // Nothing has changed since that name was taken: there is no free one.
+  // The move found this name taken, and there is still no other: none is free.
   if (target == target_) {
     report_.problems.push_back(whyNotMoved_);
     recording_.reset();
@@ -164,8 +162,8 @@ void RecordingRecovery::place() {
   recording_.reset();
 }
 
-// Where the temporary disk was full there may be room for the rest of a file now. If not, it goes
-// back to where the next start looks for it.
+// The disk that the file came from may have been full; here there may be room for the rest of it.
+// If not, the file goes back to where the next start looks for it.
 void RecordingRecovery::finishMoved() {
   const bool isFinished = whyNotFinished_.empty() || recording_->finish().empty();
   if (!isFinished) report_.problems.push_back(whyNotFinished_);

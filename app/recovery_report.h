@@ -6,7 +6,7 @@
 
 namespace record_audio {
 
-// What became of the recordings whose processes had died.
+// What became of the recordings whose processes died.
 struct RecoveryReport {
   std::vector<std::string> recovered;  // their paths in the output folder
   std::vector<std::string> problems;   // why others stay where they are; texts for the user

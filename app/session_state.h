@@ -12,19 +12,19 @@ namespace record_audio {
 //   kWaiting    the waiter waits for the loopback device               kNoDevice, kAsking, kIdle,
 //                                                                      kRecording (a)
 //   kNoDevice   there is nothing to record from; an alert says so      kIdle
-//   kAsking     the recorder is asked to start and has not answered;   kStarting, kRecording, kIdle
-//               if that takes long, its alert about a muted
-//               microphone waits, and it will refuse
-//   kStarting   it accepted; its confirmation is awaited               kRecording, kIdle
+//   kAsking     the recorder was asked to start and has not answered;  kStarting, kRecording, kIdle
+//               other code runs meanwhile only while its alert about
+//               a muted microphone is open, and then it will refuse
+//   kStarting   it accepted and has not confirmed yet                  kRecording, kIdle
 //   kRecording  it confirmed                                           kIdle
 //
-// (a) A confirmation that came when its start had been given up.
+// (a) When a start is confirmed after it was given up.
 //
-// Entering the state that holds already changes nothing, except kWaiting: a new wait replaces the
-// old one.
+// A state may also be entered again. Of these only kWaiting changes anything: a new wait replaces
+// the old one.
 enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStarting, kRecording };
 
-// What the table says.
+// The table above.
 [[nodiscard]] constexpr bool mayBecome(SessionState from, SessionState to) {
   using enum SessionState;
   switch (from) {
@@ -46,13 +46,13 @@ enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStar
   return false;
 }
 
-// Whether it is known what became of the session, or that there will be none.
+// True when the session records, or when it is known that it will not or that there is none.
 [[nodiscard]] constexpr bool isDecided(SessionState state) {
   using enum SessionState;
   return state == kIdle || state == kNoDevice || state == kRecording;
 }
 
-// While one of these holds and others get a turn, an alert waits for the user.
+// True while an alert is open: in these states other code runs only then.
 [[nodiscard]] constexpr bool isAlerting(SessionState state) {
   return state == SessionState::kNoDevice || state == SessionState::kAsking;
 }

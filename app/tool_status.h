@@ -3,7 +3,7 @@
 
 namespace record_audio {
 
-// What the suite is told of the tool.
+// The tool's status, as the suite is told it.
 inline constexpr int kToolInactive = 0;
 inline constexpr int kToolActive = 1;
 

@@ -25,18 +25,18 @@ platform::AudioObjectPropertyAddress inputProperty(std::uint32_t selector) {
           platform::kAudioObjectPropertyElementMaster};
 }
 
-// What the log shows for a text that is not there.
+// The log shows an absent text as "(null)".
 std::string orNull(const std::string& text) {
   return text.empty() ? "(null)" : text;
 }
 
-// A callback may be exchanged while it runs.
+// A callback may replace itself while it runs.
 void call(const std::function<void()>& callback) {
   const auto held = callback;
   if (held) held();
 }
 
-// Deletes a recorder on the main thread, whichever thread lets go of it last.
+// Deletes a recorder on the main thread, whichever thread releases it last.
 class DeleteOnMainThread {
  public:
   explicit DeleteOnMainThread(std::shared_ptr<platform::DispatchQueue> mainQueue)
@@ -68,7 +68,7 @@ AudioRecorder::AudioRecorder(suite::Environment environment, std::string desktop
 
 AudioRecorder::~AudioRecorder() {
   environment_.host.notificationCenter.removeObserver(this);
-  // A recording that nobody stopped still gets its last frames.
+  // If nobody stopped the recording, its last frames are written now.
   if (recordingNumber_ > 0) finishEncoder();
 }
 
@@ -169,8 +169,8 @@ platform::CaptureOutputPtr AudioRecorder::createOutput() {
 }
 
 void AudioRecorder::captureSessionStartedNotification(const platform::Notification& notification) {
-  const auto self = shared_from_this();  // a callback may let go of the recorder
-  // Two starts in quick succession make the session report twice; the recording goes on.
+  const auto self = shared_from_this();  // a callback may release the recorder
+  // After two starts in quick succession the session reports twice. The recording continues.
   if (m_bRecording.load(std::memory_order_relaxed)) return;
 
   const auto session = platform::captureSessionOf(notification);
@@ -192,7 +192,7 @@ void AudioRecorder::captureSessionStartedNotification(const platform::Notificati
 
 bool AudioRecorder::startFileOutput(const platform::CaptureOutputPtr& output,
                                     const std::string& fileURL) {
-  // The session keeps the output of its first start, so it may be of the other kind.
+  // The session keeps the output of its first start, which may be of the other kind.
   const auto fileOutput = std::dynamic_pointer_cast<platform::CaptureAudioFileOutput>(output);
   if (!fileOutput) {
     log(kRecordingFailed, {std::string("the capture session has no file output")});
@@ -229,7 +229,7 @@ void AudioRecorder::stopRecord() {
   if (!m_captureSession || !m_bRecording.load(std::memory_order_relaxed)) return;
   const auto fileOutput =
       std::dynamic_pointer_cast<platform::CaptureAudioFileOutput>(m_audioOutput);
-  // The stored format may have changed since the start; a data output always fed the encoder.
+  // The stored format may have changed since the start. A data output always feeds the encoder.
   if (soundFormat != kM4aFormat || !fileOutput) {
     deinitLame();
   } else {
@@ -282,7 +282,7 @@ platform::AudioDeviceID AudioRecorder::getAudioId(const std::string& uniqueID) c
                                           &size_bytes, ids.data()) != platform::noErr) {
     return platform::kAudioObjectUnknown;
   }
-  ids.resize(size_bytes / sizeof(platform::AudioDeviceID));  // one may have gone in between
+  ids.resize(size_bytes / sizeof(platform::AudioDeviceID));  // a device may have gone meanwhile
 
   for (const platform::AudioDeviceID id : ids) {
     if (countCannels(id) == 0) continue;

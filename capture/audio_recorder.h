@@ -15,12 +15,12 @@
 
 namespace record_audio {
 
-// Records one capture device into a file: AAC by the capture framework's file output, or MP3 by
-// LAME from the framework's samples. The file grows under a temporary name and is moved into the
-// output folder, under its final name, at the stop.
+// Records one capture device into a file. AAC is written by the capture framework's file output;
+// MP3 is made by LAME from the framework's samples. The file grows under a temporary name. A stop
+// moves it into the output folder, under its final name.
 //
-// Its life, as its members tell it. What is starting, stopped or failed looks the same to the
-// recorder: a session exists and nothing is recorded.
+// Its life, as its members show it. Starting, stopped and failed look the same to the recorder: a
+// session exists and nothing is recorded.
 //
 //   state      members                          goes to
 //   new        no m_captureSession              starting: startRecord()
@@ -29,14 +29,14 @@ namespace record_audio {
 //   stopped    as starting; the file is moved   starting: startRecord()
 //   failed     as starting; the file stays      starting: startRecord()
 //
-// Main thread, except what says otherwise. Owned by shared pointer; when the data-output queue
-// happens to hold the last reference, the recorder is destroyed on the main queue. Work items of
-// the encode queue keep the encoder alive, but not the recorder.
+// Main thread, unless a function says otherwise. Owned by shared pointer. If the data-output queue
+// releases the last reference, the recorder is destroyed on the main queue. Work items of the
+// encode queue keep the encoder alive, but not the recorder.
 class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                       public platform::CaptureAudioDataOutputSampleBufferDelegate,
                       public std::enable_shared_from_this<AudioRecorder> {
  public:
-  // How one quality code encodes.
+  // How an MP3 of one quality code is encoded.
   struct QualityEntry {
     int bitrate;  // kbit/s
     int quality;  // LAME's algorithm quality, 0 best to 9 fastest
@@ -51,9 +51,10 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
 
   static std::string sessionPresetForQuality(std::uint64_t quality);
 
-  // False: not started (the device is unknown to the audio hardware, or muted and reported through
-  // onMuted). True: start requested; onRecordSuccessStarted or onRecordError follows, or neither
-  // when the session could not be prepared.
+  // False: not started. The audio hardware does not know the device, or the device is muted and
+  // onMuted was called, or there was no thread for the encoder. True: the start is requested, and
+  // onRecordSuccessStarted or onRecordError follows, or neither if the session could not be
+  // prepared.
   bool startRecord(const platform::CaptureDevicePtr& device, std::uint64_t quality,
                    std::uint64_t soundFormat);
   // Moves the file to its final name; does nothing unless recording.
@@ -61,10 +62,10 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   [[nodiscard]] bool isRecording() const;
   // The temporary file while recording, the final one after stopRecord(); empty before the first.
   [[nodiscard]] const std::string& outputFilePath() const { return m_filePath; }
-  // Of the last stopRecord(): why the file did not get its final name; empty when it did.
+  // Why the last stopRecord() could not give the file its final name; empty if it could.
   [[nodiscard]] const std::string& whyNotSaved() const { return whyNotSaved_; }
-  // The file that holds the recording, which outputFilePath() does not name after a move that
-  // failed: somebody else's may lie there.
+  // The file that holds the recording. After a failed move outputFilePath() is another path, where
+  // somebody else's file may be.
   [[nodiscard]] const std::string& recordedFile() const { return recordedFile_; }
   [[nodiscard]] const std::string& desktopPath() const { return _desktopPath; }
 
@@ -90,57 +91,57 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                                       const std::string& fileURL) override;
   void captureOutputDidFinishRecording(platform::CaptureOutput& output, const std::string& fileURL,
                                        const std::string& error) override;
-  // On the queue "com.vantrel.korvel.RecordAudio.DataOutput": converts and hands on, never waits
-  // for the encoder.
+  // On the queue "com.vantrel.korvel.RecordAudio.DataOutput". Converts the samples and queues them
+  // for the encoder; never waits for it.
   void captureOutput(platform::CaptureOutput& output,
                      const std::shared_ptr<platform::SampleBuffer>& didOutputSampleBuffer,
                      platform::CaptureConnection& fromConnection) override;
-  // On that queue: logs how much of an MP3 the stop has dropped.
+  // On that queue. Logs how much of an MP3 the stop dropped.
   void captureOutputDidEndDelivery(platform::CaptureOutput& output) override;
-  // Seconds of sound that wait for the MP3 encoder, when they are more than a few; else 0. Any
-  // thread.
+  // Any thread. Seconds of sound that wait for the MP3 encoder while it is behind, which begins at
+  // EncoderBacklog::kBehind_s; else 0.
   [[nodiscard]] std::int64_t encoderBehind_s() const { return encoder_->backlog.behind_s(); }
 
  private:
   AudioRecorder(suite::Environment environment, std::string desktopPath);
 
-  // What the encoder must know of the recording device.
+  // What the encoder must know about the recording device.
   struct InputFormat {
     int channels;
     int sampleRate_hz;
   };
 
   void registerForNotifications();
-  // Adds input and output and starts the session; logs when it cannot be.
+  // Adds input and output and starts the session. Logs if that fails.
   void prepareSession(const platform::CaptureDevicePtr& device);
   platform::CaptureOutputPtr createOutput();
-  // The encoder's queue, which may not have been to be had when the recorder was made; false when
-  // the system has no thread for it.
+  // Makes the encoder's queue if the recorder's construction could not. False when the system has
+  // no thread for it.
   bool makeEncodeQueue();
-  // The same for all queues that the sound format needs.
+  // Makes all queues that the sound format needs. False when the system has no thread for one.
   bool makeQueues();
 
   void captureSessionStartedNotification(const platform::Notification& notification);
-  // False when the output cannot record to a file; logged.
+  // False, and logged, when the output cannot record to a file.
   bool startFileOutput(const platform::CaptureOutputPtr& output, const std::string& fileURL);
   void onRecordError(const platform::Notification& notification);
   void internalOnError();
 
-  // The encoder, ready for the file at m_filePath; false when the file cannot be opened (logged) or
-  // the device cannot be read.
+  // Sets up the encoder for the file at m_filePath. False when the file cannot be opened, which is
+  // logged, or when the device's format cannot be read.
   bool initLame();
   // Null when the file at m_filePath cannot be opened.
   std::shared_ptr<platform::FileHandle> createOutputFile();
   [[nodiscard]] std::optional<InputFormat> recordingDeviceFormat() const;
-  // How the encoder reports a failed write of this recording.
+  // What the encoder calls when it cannot write this recording's file.
   Mp3Encoder::WriteError writeErrorHandler();
-  // Ends the recording through the session's runtime error, unless it has ended already.
+  // Posts a runtime error of the session, which ends the recording, unless it has ended already.
   void onWriteError(std::uint64_t recording, const std::string& error);
   void deinitLame();
   // Queues the encoder's last work item.
   void finishEncoder();
 
-  // Null when the buffer cannot be converted; logged.
+  // Null, and logged, when the buffer cannot be converted.
   std::shared_ptr<std::uint32_t[]> convertedSamples(const platform::SampleBuffer& buffer,
                                                     std::size_t count) const;
   std::shared_ptr<platform::BlockBuffer> retainedBlockBuffer(
@@ -156,18 +157,18 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   std::string m_filePath;
   std::string recordedFile_;
   std::string whyNotSaved_;
-  // Written on the main thread, read on the data-output queue; it alone decides whether a block is
-  // taken, so relaxed order is enough: the queues order everything else.
+  // Written on the main thread, read on the data-output queue. It alone decides whether a block is
+  // taken. The queues order everything else, so relaxed order is enough.
   std::atomic<bool> m_bRecording{false};
   platform::Date m_startTime{};
   std::uint64_t quality = 0;
   std::uint64_t soundFormat = 0;
   std::map<std::uint64_t, QualityEntry> qualityDict;
-  std::shared_ptr<platform::DispatchQueue> encodeQueue;  // null: there was no thread for it
-  std::shared_ptr<platform::DispatchQueue> dataQueue_;   // until the output has it
-  // `lame`, `handle` and `stopped` of the MP3 recordings.
+  std::shared_ptr<platform::DispatchQueue> encodeQueue;  // null if there was no thread for it
+  std::shared_ptr<platform::DispatchQueue> dataQueue_;   // null once the output has it
+  // Holds `lame`, `handle` and `stopped`.
   std::shared_ptr<Mp3Encoder> encoder_ = std::make_shared<Mp3Encoder>();
-  std::uint64_t recordingNumber_ = 0;  // of the temporary file last named
+  std::uint64_t recordingNumber_ = 0;  // how many temporary files were named
   std::function<void()> _onRecordSuccessStarted;
   std::function<void()> _onRecordError;
   std::function<void()> _onMuted;

@@ -10,7 +10,7 @@
 
 namespace record_audio {
 
-// One capture device as the user sees it, and the catalogue of all. Main thread.
+// One capture device as the user sees it, and the list of all of them. Main thread.
 class CaptureDevice {
  public:
   CaptureDevice(std::string uniqueId, std::string name)
@@ -27,9 +27,10 @@ class CaptureDevice {
   // The device's name, with its active input source in parentheses if it has one.
   static std::string getMicName(const platform::CaptureDevice& device);
 
-  // Built-in devices first, each group in the system's order. The loopback device is no microphone.
+  // Built-in devices first, each group in the system's order. The loopback device is left out.
   static std::vector<CaptureDevice> enumerateMics(const platform::Host& host);
-  // Empty without asking the system when cameras are blocked.
+  // Empty, without asking the system, when cameras are blocked. Part of the suite's interface; this
+  // tool does not call it.
   static std::vector<CaptureDevice> enumerateCameras(const platform::Host& host);
 
  private:

@@ -13,7 +13,7 @@ namespace {
 constexpr int kDefaultBitrate = 320;  // kbit/s
 constexpr int kDefaultQuality = 2;
 
-// Room for what LAME may hold back, in every encoding call on top of what the samples can make.
+// What LAME may hold back. Every encoding call has room for it, besides what its samples yield.
 constexpr std::size_t kFlush_bytes = 7200;
 
 void closeLame(lame_global_struct* lame) {

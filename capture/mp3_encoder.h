@@ -16,12 +16,12 @@ struct lame_global_struct;
 
 namespace record_audio {
 
-// LAME's state; the last owner closes it.
+// LAME's state. The last owner closes it.
 using LameHandle = std::shared_ptr<lame_global_struct>;
 
 // What an MP3 is encoded with.
 struct Mp3Parameters {
-  int channels;       // of the input; LAME takes 1 and 2 and otherwise keeps to 2
+  int channels;       // of the input; LAME takes 1 or 2 and treats all others as 2
   int sampleRate_hz;  // of the input
   int bitrate;        // kbit/s; 0 means 320
   int quality;        // LAME's algorithm quality, 0 best to 9 fastest; 0 means 2
@@ -30,38 +30,38 @@ struct Mp3Parameters {
 // Null when memory runs out.
 LameHandle createLame(const Mp3Parameters& parameters);
 
-// The encoder and the file of the MP3 recordings of one recorder. Everything but `stopped` and
-// `backlog` belongs to the encode queue, whose work items own it together with the recorder.
+// The encoder and the file of one recorder's MP3 recordings. Everything but `stopped` and `backlog`
+// belongs to the encode queue, whose work items own it together with the recorder.
 class Mp3Encoder {
  public:
-  // Called on the encode queue at the first failed write of a recording, with an error text.
+  // Called on the encode queue, with an error text, when a recording's first write fails.
   using WriteError = std::function<void(const std::string& error)>;
 
-  // The most samples of one work item: the size of its output must fit LAME's int.
+  // The most samples of one work item, because the size of its output must fit into LAME's int.
   static constexpr std::int64_t kMaxSamples = 1'000'000'000;
 
-  // Takes over for a new recording. `newLame` is null when the recording could not be set up; its
-  // file then stays open until the next one.
+  // Begins a new recording, after finishing the last one. `newLame` is null when the recording
+  // could not be set up; its file then stays open until the next one.
   void begin(LameHandle newLame, std::shared_ptr<platform::FileHandle> newHandle,
              WriteError onWriteError);
   // Encodes the words, floats or integers, as both channels and appends the result to the file.
-  // Drops them once `stopped` is set or a write has failed. At most kMaxSamples.
+  // Drops them if `stopped` is set or a write has failed. At most kMaxSamples.
   void encode(std::span<const std::uint32_t> samples, bool areFloat);
   // Writes what the encoder still holds and closes the file and the encoder. Idempotent.
   void finish();
 
-  // Set by the recorder at a stop, cleared at a start. It alone decides whether samples are taken,
-  // and what they need is ordered by the queues, so relaxed order is enough.
+  // Set by the recorder at a stop, cleared at a start. It alone decides whether samples are taken.
+  // The queues order everything else, so relaxed order is enough.
   std::atomic<bool> stopped{false};
-  // Of the samples on the encode queue. encode() takes what was added to it.
+  // Of the encode queue. The recorder adds what it queues; encode() takes it.
   EncoderBacklog backlog;
 
  private:
   // Where the recording stands; on the encode queue.
   //   kClosed    there is nothing to encode into               -> kEncoding
   //   kEncoding  samples are encoded and written               -> kDropping, kFailed, kClosed
-  //   kDropping  one was dropped at the stop; a later one
-  //              would leave a gap, so it is dropped, too      -> kFailed, kClosed
+  //   kDropping  a stop has dropped samples; later ones
+  //              would leave a gap, so they are dropped, too   -> kFailed, kClosed
   //   kFailed    a write failed; nothing more is written       -> kClosed
   enum class Phase { kClosed, kEncoding, kDropping, kFailed };
 

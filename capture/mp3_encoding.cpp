@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The recorder's MP3 side: setting the encoder up and handing it the captured samples.
+// The recorder's MP3 half: sets the encoder up and passes it the captured samples.
 
 #include <algorithm>
 #include <array>
@@ -14,13 +14,13 @@
 namespace record_audio {
 namespace {
 
-// What the drain thread and the queues hold at any moment is no more than this.
+// The drain thread and the queues always hold about this much, so every stop drops it.
 constexpr double kDroppedToTell_s = 0.1;
 
 }  // namespace
 
 bool AudioRecorder::initLame() {
-  // The session of an m4a recording can go on with this format.
+  // The session may have been set up for m4a, which needs no queue.
   if (!makeEncodeQueue()) return false;
   auto file = createOutputFile();
   if (!file) {
@@ -36,7 +36,7 @@ bool AudioRecorder::initLame() {
     newLame = createLame({format->channels, format->sampleRate_hz, entry.bitrate, entry.quality});
   }
   const bool ready = newLame != nullptr;
-  // The encoder changes hands on its own queue: what an earlier recording left there still goes
+  // The encoder is replaced on its own queue, so what an earlier recording left there still goes
   // into the earlier file.
   encodeQueue->async([encoder = encoder_, newLame = std::move(newLame), file = std::move(file),
                       onError = writeErrorHandler()]() mutable {
@@ -70,7 +70,7 @@ std::optional<AudioRecorder::InputFormat> AudioRecorder::recordingDeviceFormat()
   };
   double sampleRate_hz = 0;
   if (!read(platform::kAudioDevicePropertyActualSampleRate, &sampleRate_hz)) return std::nullopt;
-  // Room for one description: only their number is of interest.
+  // Has room for one description, because only their number is used.
   platform::AudioChannelLayout layout{};
   if (!read(platform::kAudioDevicePropertyPreferredChannelLayout, &layout)) return std::nullopt;
   return InputFormat{static_cast<int>(layout.mNumberChannelDescriptions),
@@ -96,7 +96,7 @@ void AudioRecorder::onWriteError(std::uint64_t recording, const std::string& err
     log("The end of a recording was lost. Error: %@", {error});
     return;
   }
-  // As a session that fails by itself, it lets go of the microphone first.
+  // A session that fails by itself releases the microphone first; so does this one.
   m_captureSession->stopRunning();
   environment_.host.notificationCenter.post(platform::captureSessionNotification(
       platform::kCaptureSessionRuntimeErrorNotification, m_captureSession,
@@ -150,7 +150,7 @@ void AudioRecorder::captureOutput(
 }
 
 void AudioRecorder::captureOutputDidEndDelivery(platform::CaptureOutput&) {
-  // Behind what waits on the encode queue.
+  // On the encode queue, after everything that still waits there.
   encodeQueue->async([encoder = encoder_, environment = environment_] {
     const double dropped_s = encoder->backlog.takeDropped_s();
     if (dropped_s < kDroppedToTell_s) return;

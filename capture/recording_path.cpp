@@ -8,7 +8,7 @@ namespace record_audio {
 std::string recordingTitle(const platform::Host& host, platform::Date start) {
   const std::string dateTime = Auxiliary::getFilenameWithDateTime(host, start);
   const std::string title = host.mainBundle.localizedString("Audio recording");
-  // Translations and locales are free to hold what a file system refuses.
+  // Translations and locales may hold characters that a file system refuses.
   return fitForFileName(title + " " + dateTime, '-');
 }
 

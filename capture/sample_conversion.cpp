@@ -32,7 +32,7 @@ void copyWords(const std::byte* from, std::uint64_t stride, std::span<std::uint3
   }
 }
 
-// Words one behind the other, as planes of floats are: a plain copy, without a division.
+// Words without gaps, as in a plane of floats: a plain copy, without a division.
 std::size_t copyAdjacentWords(std::span<const std::byte> data, std::span<std::uint32_t> words) {
   const std::size_t count = std::min(data.size() / kWord_bytes, words.size());
   if (count > 0) std::memcpy(words.data(), data.data(), count * kWord_bytes);
@@ -61,8 +61,8 @@ std::uint32_t littleEndian(const std::byte* from) {
   }
 }
 
-// Moving the sample to the top of the word gives it its sign: what would be extended below the
-// sign bit is shifted out again, so there is nothing to extend.
+// Shifting the sample to the top of the word also puts its sign bit there. No sign extension is
+// needed: its bits would be shifted out again.
 template <std::size_t kSample_bytes>
 void widen(const std::byte* from, std::uint64_t stride, std::uint32_t shift,
            std::span<std::uint32_t> words) {
@@ -93,12 +93,12 @@ void widenSamples(std::size_t sample_bytes, const std::byte* from, std::uint64_t
   }
 }
 
-// Everything but adjacent words.
+// For everything but words without gaps.
 std::size_t convertSteps(const platform::AudioStreamBasicDescription& format,
                          std::span<const std::byte> data, std::span<std::uint32_t> words) {
   const std::uint64_t stride = stride_bytes(format);
   const bool wholeWords = format.mBitsPerChannel == kWordBits;
-  // Bytes beyond the fourth would be shifted out of the word.
+  // A fifth byte and those after it would be shifted out of the word.
   const std::size_t sample_bytes =
       wholeWords
           ? kWord_bytes

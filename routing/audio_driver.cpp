@@ -23,7 +23,7 @@ namespace {
 
 constexpr AudioDriverVersion kRequiredVersion{1, 0, 3};
 
-// What the driver takes its control's value for; nothing else may be written.
+// The two values that the driver's control understands. Nothing else may be written.
 constexpr std::uint32_t kShowDevice = 0xFACE;
 constexpr std::uint32_t kHideDevice = 0xB00B;
 
@@ -74,7 +74,7 @@ std::optional<std::string> suiteWithDriver(const suite::Environment& environment
   return std::nullopt;
 }
 
-// One use of administrator rights, given back at the end of the scope.
+// Administrator rights for one use, given back at the end of the scope.
 class AdministratorRights {
  public:
   explicit AdministratorRights(platform::Authorization& authorization)
@@ -114,13 +114,13 @@ Launch launchInstaller(const suite::Environment& environment, const std::string&
   AdministratorRights rights(environment.host.authorization);
   if (!rights.create()) return Launch::kFailed;
   const bool granted = rights.obtain();
-  // The password dialog has taken the front.
+  // The password dialog has come to the front.
   environment.host.application.activateIgnoringOtherApps(true);
   if (!granted) return Launch::kRefused;
   return rights.execute(pathToTool) ? Launch::kStarted : Launch::kFailed;
 }
 
-// Texts are keys of the string table. Returns whether the first button was pressed.
+// The texts are keys of the string table. True when the first button was pressed.
 bool ask(const suite::Environment& environment, platform::AlertStyle style,
          const std::string& message, const std::string& information,
          const std::vector<std::string>& buttons) {
@@ -141,7 +141,7 @@ bool isDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
-// All runs of digits in the text, as numbers; those too large for one become the largest.
+// All runs of digits in the text, as numbers. One that is too large becomes the largest number.
 std::vector<std::int64_t> numbersIn(std::string_view text) {
   std::vector<std::int64_t> numbers;
   const char* at = text.data();

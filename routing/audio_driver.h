@@ -21,8 +21,8 @@ enum AudioDriverInstallResult : int {
   AudioDriverInstallNotReady = 3,  // declined, failed or postponed
 };
 
-// The loopback sound driver: finding, showing and hiding its device, and installing it. Stateless;
-// main thread; the alerts are modal. No call raises: what is missing or fails gives 0 or false.
+// The loopback sound driver: finds, shows and hides its device, and installs it. Stateless. Main
+// thread; the alerts are modal. Nothing throws: a missing device or a failed call gives 0 or false.
 class AudioDriver {
  public:
   AudioDriver() = delete;
@@ -34,18 +34,18 @@ class AudioDriver {
                                  platform::AudioDeviceID device);
   static bool showLoopbackDevice(const suite::Environment& environment, bool show);
 
-  // Exactly three groups of digits in the text, else unknown.
+  // Takes a text with exactly three groups of digits. Any other gives the unknown version.
   static AudioDriverVersion parseVersion(const std::string& text);
   // -1, 0 or 1 as `a` is older than, equal to or newer than `b`.
   static std::int64_t comapreVersion(const AudioDriverVersion& a,
                                      const AudioDriverVersion& withVersion);
-  // Of the loaded driver, which announces it as its device's manufacturer.
+  // The loaded driver's version, which it gives as its device's manufacturer.
   static AudioDriverVersion version(const suite::Environment& environment);
   static bool isInstalled(const suite::Environment& environment);
   static bool isLoaded(const suite::Environment& environment);
 
-  // One of AudioDriverInstallResult. Asks the user and, with administrator rights, starts the
-  // installer of the first suite application that holds a recent enough driver.
+  // Asks the user and, with administrator rights, starts the installer of the first suite
+  // application that holds a recent enough driver. Returns an AudioDriverInstallResult.
   static int launchInstallation(const suite::Environment& environment);
   static bool showDriverInstallNeeded(const suite::Environment& environment);
   static bool showRestartNeeded(const suite::Environment& environment);

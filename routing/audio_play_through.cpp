@@ -32,7 +32,7 @@ constexpr std::uint32_t kRingCapacity_buffers = 20;
 constexpr std::uint32_t kOutputElement = 0;
 constexpr std::uint32_t kInputElement = 1;
 
-// Cut towards zero; what no 64-bit number can hold becomes the smallest one.
+// Truncated toward zero. What does not fit into 64 bits becomes the smallest number.
 std::int64_t truncated(double value) {
   constexpr double kLimit = 9223372036854775808.0;
   const bool fits = value >= -kLimit && value < kLimit;
@@ -74,7 +74,7 @@ OSStatus nominalRate(platform::AudioHardware& hardware, platform::AudioDeviceID 
              platform::kAudioObjectPropertyScopeGlobal, rate_hz);
 }
 
-// Runs status-returning steps in order up to the first that fails; returns its status.
+// Runs the steps in order up to the first one that fails, and returns its status.
 template <typename... Steps>
 OSStatus inOrder(Steps... steps) {
   OSStatus status = noErr;
@@ -394,7 +394,7 @@ OSStatus AudioPlayThrough::play(const AudioTimeStamp& timeStamp, std::uint32_t f
   }
   AudioTimeStamp inputNow;
   if (host_.audioHardware.AudioDeviceGetCurrentTime(inputDevice.deviceID, &inputNow) != noErr) {
-    silence(list);  // the loopback has stopped already
+    silence(list);  // the loopback has already stopped
     return noErr;
   }
   AudioTimeStamp outputNow;
@@ -416,7 +416,7 @@ OSStatus AudioPlayThrough::play(const AudioTimeStamp& timeStamp, std::uint32_t f
   return noErr;
 }
 
-// Consumes exactly as fast as the loopback delivers.
+// Makes the output consume exactly as fast as the loopback delivers.
 OSStatus AudioPlayThrough::followClocks(const AudioTimeStamp& inputNow,
                                         const AudioTimeStamp& outputNow) {
   const auto rate = static_cast<float>(inputNow.mRateScalar / outputNow.mRateScalar);
@@ -430,7 +430,7 @@ void AudioPlayThrough::anchor(double outputTime_frames) {
   inputToOutputOffset = throughOffset_frames() - delta;
 }
 
-// Goes on from the oldest frame held, by the last bounds read even if they were not consistent.
+// Continues at the oldest frame held. Uses the bounds that were read last, even inconsistent ones.
 void AudioPlayThrough::reanchor(double outputTime_frames) {
   std::int64_t heldStart = 0;
   std::int64_t heldEnd = 0;

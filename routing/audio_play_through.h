@@ -15,18 +15,18 @@ struct PlayThroughDevice {
   std::uint32_t safetyOffset = 0;     // frames
   std::uint32_t bufferFrameSize = 0;  // frames
 
-  // Reads the two sizes of the device's input or output side. False when one cannot be read; the
-  // device id is kept nevertheless.
+  // Sets the device id and reads the two sizes of its input or output side. False when one cannot
+  // be read; the id is set all the same.
   bool initDevice(platform::AudioHardware& hardware, platform::AudioDeviceID device, bool isInput);
 };
 static_assert(sizeof(PlayThroughDevice) == 12);
 
-// Plays what the loopback device records on a real output device. An input unit bound to the
-// loopback stores each block in a ring; a graph of a varispeed unit and an output unit bound to the
-// real device fetches from it, at a rate that follows both clocks, so that the delay stays what it
-// was at the start.
+// Plays what the loopback device records on a real output device. An input unit, bound to the
+// loopback, stores each block in a ring. A graph of a varispeed unit and an output unit, bound to
+// the real device, fetches from the ring. The varispeed unit's rate follows both clocks, so the
+// delay stays as it was at the start.
 //
-// Main thread, except the two callbacks. One record serves one recording: it is not started again.
+// Main thread, except the two callbacks. One record serves one recording; it is not started twice.
 class AudioPlayThrough {
  public:
   explicit AudioPlayThrough(platform::Host& host) : host_(host) {}
@@ -34,27 +34,28 @@ class AudioPlayThrough {
   AudioPlayThrough(const AudioPlayThrough&) = delete;
   AudioPlayThrough& operator=(const AudioPlayThrough&) = delete;
 
-  // Finds the loopback device and fills both device records. False when something is missing.
+  // Finds the loopback device and fills both device records. False when a device or one of its
+  // sizes cannot be read.
   bool initDevices(platform::AudioDeviceID outputDeviceID);
-  // 0 when it plays. Otherwise the status of the call that failed (or
-  // kAudioHardwareUnspecifiedError without an output component, -620 without memory), with all
-  // that was set up undone again.
+  // Returns 0 when it plays. Otherwise everything that was set up is undone, and the result is the
+  // status of the call that failed, kAudioHardwareUnspecifiedError when there is no output
+  // component, or -620 when memory runs out.
   platform::OSStatus start();
-  // Nothing unless running. When it returns, no callback runs and none will. Always 0.
+  // Does nothing unless running. When it returns, no callback runs and none will. Always 0.
   platform::OSStatus stop();
   // Sets inputToOutputOffset to the sum of both devices' safety offsets and buffers.
   void computeThroughOffset();
 
   // REAL-TIME callbacks: no allocation, no lock, no log, no system call. `refCon` is the record.
   //
-  // On the loopback device's thread, the ring's only writer. Its list is not used. Returns what
-  // rendering or else storing returned.
+  // Runs on the loopback device's thread and is the ring's only writer. Does not use `ioData`.
+  // Returns the status of the rendering or, if that is 0, of the storing.
   static platform::OSStatus inputProc(void* refCon, std::uint32_t* ioActionFlags,
                                       const platform::AudioTimeStamp* timeStamp,
                                       std::uint32_t busNumber, std::uint32_t frameCount,
                                       platform::AudioBufferList* ioData);
-  // On the real device's thread, the ring's only reader. Fills the list, with silence where there
-  // is nothing to play; on an error it is left alone.
+  // Runs on the real device's thread and is the ring's only reader. Fills `ioData`, with silence
+  // where there is nothing to play. On an error it leaves `ioData` as it is.
   static platform::OSStatus outputProc(void* refCon, std::uint32_t* ioActionFlags,
                                        const platform::AudioTimeStamp* timeStamp,
                                        std::uint32_t busNumber, std::uint32_t frameCount,
@@ -64,16 +65,17 @@ class AudioPlayThrough {
   PlayThroughDevice outputDevice;  // the real one
   bool running = false;
   platform::AudioUnit inputUnit = nullptr;               // owned while running
-  platform::AudioBufferList* inputBufferList = nullptr;  // owned; one buffer a channel
+  platform::AudioBufferList* inputBufferList = nullptr;  // owned; one buffer per channel
   RingBuffer* ringBuffer = nullptr;                      // owned
   platform::AUGraph graph = nullptr;                     // owned while running
   platform::AudioUnit varispeedUnit = nullptr;           // the graph's
-  // Sample time of the first input callback; -1 before it. Written once by the input thread while
-  // running, polled by the output thread. Relaxed: the number stands for itself, and whatever else
-  // the output thread takes from the input thread comes through the ring, which orders it.
+  // Sample time of the first input callback; -1 before it. While running, the input thread writes
+  // it once and the output thread polls it. Relaxed order is enough: the number is used by itself,
+  // and everything else passes through the ring, which orders it.
   std::atomic<double> firstInputTime{-1.0};
-  // Sample time of the first output after the first input; -1 before it. Output thread's, as is
-  // the offset: frames to subtract from an output sample time to get the ring's.
+  // Sample time of the first output after the first input; -1 before it. This and the offset belong
+  // to the output thread. The offset is subtracted from an output sample time, in frames, to get
+  // the sample time in the ring.
   double firstOutputTime = -1.0;
   double inputToOutputOffset = 0;
 

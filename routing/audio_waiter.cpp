@@ -43,7 +43,7 @@ void AudioWaiter::endPolling() {
 }
 
 void AudioWaiter::timerFireCheck(const platform::TimerPtr& timer) {
-  // Invalidating the timer and the callback may each let go of the last reference.
+  // Invalidating the timer may release the last reference, and so may the callback.
   const std::shared_ptr<AudioWaiter> self = shared_from_this();
   const std::any object = timer->userInfo();
   if (environment_.host.capture.deviceWithUniqueID(kLoopbackDeviceUID) != nullptr) {

@@ -10,14 +10,14 @@
 
 namespace record_audio {
 
-// Shows the loopback device and polls until the capture framework lists it, then makes it the
-// default output. Main thread. Its timer keeps it alive while it polls, whoever lets go of it.
+// Shows the loopback device, polls until the capture framework lists it, and then makes it the
+// default output. Main thread. While it polls, its timer keeps it alive, even if nobody else does.
 class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
  public:
   using WaitFinished = std::function<void(bool success, const std::any& object)>;
 
-  // Already polling. `onWaitFinished` is called once, from the timer: true when the device is there
-  // and was made the default output, false after about two seconds without it.
+  // The result is already polling. `onWaitFinished` is called once, from the timer: with true when
+  // the device is there and is the default output, with false after about two seconds without it.
   static std::shared_ptr<AudioWaiter> initWithObject(suite::Environment environment,
                                                      std::any object, WaitFinished onWaitFinished);
   ~AudioWaiter();
@@ -26,11 +26,11 @@ class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
 
   void timerFireCheck(const platform::TimerPtr& timer);
 
-  // The suite's accessors. The tool itself calls timerCheck() and output() only.
+  // The suite's accessors. This tool calls only timerCheck() and output().
   // Null once the wait has ended.
   [[nodiscard]] const platform::TimerPtr& timerCheck() const { return _timerCheck; }
   void setTimerCheck(platform::TimerPtr timer) { _timerCheck = std::move(timer); }
-  // The default output before anything was switched.
+  // The device that was the default output before anything was switched.
   [[nodiscard]] platform::AudioDeviceID output() const { return _output; }
   void setOutput(platform::AudioDeviceID output) { _output = output; }
   // Unsuccessful polls so far.

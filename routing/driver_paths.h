@@ -3,8 +3,8 @@
 
 namespace record_audio {
 
-// Where the sound driver and the suite are installed, as the suite itself writes it. A host whose
-// system keeps programs elsewhere translates these paths.
+// Where the suite and its sound driver are installed, in the suite's own form. A host whose system
+// keeps programs elsewhere translates these paths.
 inline constexpr const char* kInstalledDriverPath =
     "/Library/Audio/Plug-Ins/HAL/VantrelKorvelAudio.driver";
 inline constexpr const char* kSuiteFallbackPath = "/Applications/Vantrel Korvel.app";

@@ -3,7 +3,7 @@
 
 namespace record_audio {
 
-// The unique id of the device that loops the computer's own sound back.
+// The unique id of the loopback device: what the computer plays into it can be recorded from it.
 inline constexpr const char* kLoopbackDeviceUID = "com.vantrel.loopbackdevice";
 
 }  // namespace record_audio

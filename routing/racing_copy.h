@@ -4,27 +4,29 @@
 #include <cstddef>
 #include <cstdint>
 
-// Copies to and from memory that another thread may be reading or writing at the same moment, which
-// for the language is undefined with a plain memcpy. The memory shared is `shared`; the other side
-// belongs to the calling thread. REAL-TIME: no allocation, no lock, no system call.
+// Copies to and from memory that another thread may be reading or writing at the same moment. With
+// a plain memcpy that is undefined behaviour. `shared` is the shared memory; the other side belongs
+// to the calling thread. REAL-TIME: no allocation, no lock, no system call.
 //
 // Invariants
-// - Where `shared` begins at a multiple of four bytes and the size is one, every 32-bit sample of
-//   it is read and written as a whole: what is copied may be partly old and partly new, but each
-//   sample is one or the other. Otherwise this holds for bytes only.
-// - Shared memory is touched through this header alone, while more than one thread has it.
+// - If the address of `shared` and the size are multiples of four bytes, every 32-bit sample is
+// read
+//   and written as a whole. A copy may be partly old and partly new, but each sample is one or the
+//   other. Otherwise this holds for single bytes only.
+// - While more than one thread has the memory, it is used only through this header.
 //
 // Memory order
-// - Relaxed everywhere, and the string instructions promise no more: samples order nothing. Whoever
-//   needs an order publishes it through an atomic of his own, with release after copyIn() and
-//   acquire before copyOut().
+// - Relaxed everywhere, and the string instructions promise no more: samples order nothing. A
+// caller
+//   that needs an order publishes through its own atomic, with release after copyIn() and acquire
+//   before copyOut().
 //
-// On x86-64 a string instruction of four bytes a step does the work at memcpy's speed, outside of
-// the language's memory model. The processor promises each step of an aligned one to be whole, and
-// takes interrupts only between them; of `rep movsb`, with steps of a byte, neither holds. Words
-// moved by std::atomic_ref do the same anywhere, but compilers leave them single, which takes six
-// to eight times as long. They serve other processors, and sanitizers, which are to see each
-// access.
+// On x86-64 a string instruction with steps of four bytes does the work at memcpy's speed, outside
+// the language's memory model. If it is aligned, the processor performs each step as a whole and
+// takes interrupts only between steps. `rep movsb`, with steps of one byte, promises neither. Words
+// moved by std::atomic_ref do the same on any processor, but compilers do not combine them, which
+// takes six to eight times as long. They are used on other processors, and under sanitizers, which
+// must see each access.
 
 #if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define RA_RACING_STRING_INSTRUCTIONS 1
@@ -78,7 +80,7 @@ void loadEach(std::byte* own, std::byte* shared, std::size_t size_bytes) {
   }
 }
 
-// Null is silence.
+// A null `own` stands for silence.
 inline void store(std::byte* shared, const std::byte* own, std::size_t size_bytes) {
   if (holdsSamples(shared, size_bytes)) {
     storeEach<std::uint32_t>(shared, own, size_bytes);
@@ -103,7 +105,7 @@ inline void copyOut(std::byte* own, const std::byte* shared, std::size_t size_by
 #ifdef RA_RACING_STRING_INSTRUCTIONS
   detail::move(own, shared, size_bytes, detail::holdsSamples(shared, size_bytes));
 #else
-  // Only read, but std::atomic_ref takes no const.
+  // It is only read, but std::atomic_ref does not take a const type.
   std::byte* const source = const_cast<std::byte*>(shared);
   if (detail::holdsSamples(shared, size_bytes)) {
     detail::loadEach<std::uint32_t>(own, source, size_bytes);

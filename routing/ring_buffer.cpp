@@ -32,8 +32,8 @@ std::uint64_t nextPowerOfTwo(std::uint32_t value) {
   return value == 1 ? 1 : std::uint64_t{1} << std::bit_width(value - 1);
 }
 
-// Walks the list's buffers: action(index, the buffer's bytes from the offset on, how many of the
-// wanted bytes it has room for), until one ends before the offset.
+// Calls action(index, the buffer's bytes from the offset on, how many of the wanted bytes it has
+// room for) for each buffer of the list, until one ends before the offset.
 template <typename Action>
 void forEachPart(const platform::AudioBufferList& list, std::uint32_t offset_bytes,
                  std::uint32_t size_bytes, Action action) {

@@ -7,7 +7,7 @@
 
 #include "platform/audio_types.h"
 
-// Carries audio from one real-time thread to another without locks, addressed by sample time.
+// Passes audio from one real-time thread to another without locks, addressed by sample time.
 //
 // Invariants
 // - One writer thread (store, setTimeBounds) and one reader thread (fetch, clipTimeBounds);
@@ -15,26 +15,26 @@
 // - capacityFrames is a power of two; in each channel, sample time t lives at byte
 //   (t & capacityFramesMask) * bytesPerFrame.
 // - The range of sample times held is the start/end pair in slot timeBoundsIndex & 31. Data is
-//   written before the bounds that cover it are published; frames about to be overwritten are given
-//   up first.
-// - A slot is rewritten only 32 publications later, so a reader is disturbed only if that many
-//   happen while it reads; the slot's counter then tells it so.
+//   written before the bounds that cover it are published. Frames about to be overwritten are
+//   removed from the bounds first.
+// - A slot is rewritten only 32 publications later. A reader is disturbed only if that many happen
+//   while it reads, and the slot's counter tells it so.
 // - The samples themselves are not guarded. A reader that took the bounds just before a store may
-//   find the oldest frames of the range overwritten; it then gets samples of the wrong time, never
-//   anything but samples (racing_copy.h).
+//   find the oldest frames of the range overwritten. It then gets samples of the wrong time, but
+//   always samples (racing_copy.h).
 //
-// Memory orders, each the weakest that will do
-// - timeBoundsIndex, published by release, read by acquire: whoever sees an index sees its slot as
-//   written for it or later, and all samples that the slot's bounds cover. Only the writer changes
-//   the index, so a plain store does what a compare-and-swap would (which costs a tenth of the
-//   whole copy), and the writer reads the index and its own slots relaxed. Nothing needs the
-//   stronger order that would hold later sample writes back behind the index: a reader may take the
-//   old bounds and be delayed until after any overwriting whatever the order.
-// - updateCounter is written relaxed and BEFORE the bounds; the bounds are written by release and
+// Memory orders, each the weakest that is enough
+// - timeBoundsIndex is published by release and read by acquire. A thread that sees an index also
+//   sees its slot as written for it or later, and all samples that the slot's bounds cover. Only
+//   the writer changes the index, so a plain store does the work of a compare-and-swap, which would
+//   cost a tenth of the whole copy. The writer reads the index and its own slots relaxed. An order
+//   that kept later sample writes behind the index would not help: with any order, a reader may
+//   take the old bounds and be delayed until their frames are overwritten.
+// - updateCounter is written relaxed and BEFORE the bounds. The bounds are written by release and
 //   read by acquire, and the counter is read after them, relaxed. A reader that got either bound of
-//   a later publication has thereby acquired that publication's counter, which differs from the
-//   index it read. So a matching counter proves that both bounds are of one publication. (With the
-//   counter written last, a reader between the writes would see mixed bounds under the old
+//   a later publication has therefore acquired that publication's counter, which differs from the
+//   index it read. So a matching counter proves that both bounds are from one publication. (If the
+//   counter were written last, a reader between the writes would see mixed bounds with the old
 //   counter.)
 
 namespace record_audio {
@@ -53,7 +53,7 @@ struct RingBufferTimeBounds {
 
 inline constexpr std::uint32_t kRingBufferSlotCount = 32;
 
-// Debug builds hold each role of the ring to one thread.
+// In debug builds it asserts that each role of the ring is played by one thread only.
 class RingBufferRole {
  public:
 #ifdef NDEBUG
@@ -76,37 +76,37 @@ struct RingBuffer {
   RingBuffer(const RingBuffer&) = delete;
   RingBuffer& operator=(const RingBuffer&) = delete;
 
-  // Called once on a fresh ring, before it is shared, on a thread that may wait: all memory is
-  // there when it returns. The capacity is raised to a power of two; all samples and bounds start
-  // at 0. When the storage cannot be had (or its size does not fit into 32 bits), `buffers` stays
-  // null and the ring holds nothing: every store is refused, every fetch is silence.
+  // Called once on a new ring, before it is shared, on a thread that may wait. When it returns, all
+  // memory is resident. The capacity is rounded up to a power of two; all samples and bounds start
+  // at 0. If memory runs out, or the size does not fit into 32 bits, `buffers` stays null and the
+  // ring holds nothing: every store is refused, every fetch is silence.
   void allocate(std::int32_t channelCount, std::uint32_t bytesPerFrame,
                 std::uint32_t capacityFrames);
   // Frees the storage. No thread may be using the ring.
   void deallocate();
 
   // REAL-TIME (all below): no allocation, no lock, no system call. Buffer i of a list belongs to
-  // channel i; a list must not have more buffers than the ring has channels, what it has beyond is
-  // left alone. A list buffer shorter than an offset in use ends the walk through the list.
+  // channel i. A list must not have more buffers than the ring has channels; extra buffers are not
+  // touched. A list buffer that is shorter than the current offset ends the walk through the list.
 
-  // Writer. Takes `frameCount` frames from the list as those of `startTime` and after; a gap behind
-  // what is held is zeroed, a step back drops all that is held.
+  // Writer. Stores `frameCount` frames from the list as those from `startTime` on. A gap after what
+  // is held is filled with zeros. A step back drops everything held.
   RingBufferError store(const platform::AudioBufferList& list, std::uint32_t frameCount,
                         std::int64_t startTime);
-  // Reader. Fills the list with the frames from `startTime` (at least 0) on; what is not held is
-  // silence. Unless all of it is, each buffer's byte size becomes the number of bytes that came
-  // from the ring. On an error the list is left alone.
+  // Reader. Fills the list with the frames from `startTime` on, or from 0 if that is negative. What
+  // is not held is silence. Unless everything is, each buffer's byte size becomes the number of
+  // bytes that came from the ring. On an error the list stays as it is.
   RingBufferError fetch(platform::AudioBufferList& list, std::uint32_t frameCount,
                         std::int64_t startTime);
   // Any thread. On an error the outputs hold what was read last.
   RingBufferError getTimeBounds(std::int64_t& start, std::int64_t& end) const;
   // Writer.
   void setTimeBounds(std::int64_t start, std::int64_t end);
-  // Reader. Cuts a range to what is held; to an empty one (end == start) if they do not meet. On an
-  // error the range is left alone.
+  // Reader. Cuts a range to what is held. If they do not meet, the range becomes empty
+  // (end == start). On an error it stays as it is.
   RingBufferError clipTimeBounds(std::int64_t& start, std::int64_t& end);
 
-  std::byte** buffers = nullptr;  // owned, with the channels behind the table in one allocation
+  std::byte** buffers = nullptr;  // owned; the channels follow the table in one allocation
   std::int32_t channelCount = 0;
   std::uint32_t bytesPerFrame = 0;  // within one channel
   std::uint32_t capacityFrames = 0;

@@ -131,11 +131,11 @@ WindowsModule* WindowsLoader::module() {
 }
 
 std::unique_ptr<WindowsModule> WindowsLoader::load(std::string* error) {
-  *error = std::string(kWindowsModuleFileName) + " is not there. Install Record Audio anew.";
+  *error = std::string(kWindowsModuleFileName) + " is missing. Reinstall Record Audio.";
   for (const std::string& folder : folders_) {
     const std::string path = folder + "/" + kWindowsModuleFileName;
     if (access(path.c_str(), F_OK) != 0) continue;
-    // Stays for the process: Qt cannot be unloaded.
+    // Never unloaded: Qt does not support that.
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (library == nullptr) {
       *error = dlerror();
@@ -146,7 +146,7 @@ std::unique_ptr<WindowsModule> WindowsLoader::load(std::string* error) {
     if (create != nullptr) {
       return std::unique_ptr<WindowsModule>(create(services_, error));
     }
-    *error = path + " is of another version. Install Record Audio anew.";
+    *error = path + " has another version. Reinstall Record Audio.";
   }
   return nullptr;
 }

@@ -12,22 +12,22 @@
 
 namespace linux_host {
 
-// Alerts, windows, the pointer and the colours, from the module that holds them. The module is
-// loaded when the first of them is needed and the environment names a screen; without a screen or
+// Provides alerts, windows, the pointer and the colours from the windows module. The module is
+// loaded when one of them is first needed, if the environment names a screen. Without a screen or
 // the module, alerts go to the log and there are no windows. Main thread.
 class WindowsLoader : public platform::Alerts,
                       public platform::InterfaceLoader,
                       public platform::Cursor,
                       public platform::SystemColors {
  public:
-  // `folders` are searched for the module in their order. `services` outlives the loader, and all
-  // windows must be gone before it.
+  // Searches `folders` for the module in order. `services` outlives the loader; all windows must be
+  // gone before the loader.
   WindowsLoader(WindowsServices& services, std::vector<std::string> folders);
   ~WindowsLoader() override;
   WindowsLoader(const WindowsLoader&) = delete;
   WindowsLoader& operator=(const WindowsLoader&) = delete;
 
-  // `onWaiting` is called when an alert begins to wait, and when it is gone.
+  // Called when an alert begins to wait for the user, and when it is gone.
   void setOnAlert(std::function<void(bool waits)> onAlert) { onAlert_ = std::move(onAlert); }
 
   int runModal(const platform::Alert& alert) override;
@@ -36,24 +36,22 @@ class WindowsLoader : public platform::Alerts,
   void setPointingHand() override;
   [[nodiscard]] std::optional<platform::Color> linkColor() const override;
 
-  // An alert waits for its answer: what else comes should not start a second one.
+  // Whether an alert waits for its answer. Other events should not start a second one then.
   [[nodiscard]] bool isAlertShowing() const { return alerts_ > 0; }
-  // As if the user had answered each with its last button.
+  // Acts as if the user had answered each alert with its last button.
   void dismissAlerts();
   [[nodiscard]] bool hasVisibleWindows() const;
-  // Brings the alert that waits, or else the windows that are visible, before those of other
-  // programs.
+  // Brings the waiting alert, or else the visible windows, in front of other programs' windows.
   void raiseWindows();
-  // Whether an alert or a window was to be shown and could not, since the last forgetUnseen().
+  // Whether an alert or a window could not be shown since the last forgetUnseen().
   [[nodiscard]] bool wentUnseen() const { return wentUnseen_; }
   void forgetUnseen() { wentUnseen_ = false; }
-  // From now on nothing of the module is used: no window is visible, no alert waits, and none is
-  // shown any more.
+  // Stops using the module for good: no window is visible, no alert waits, and none is shown again.
   void loseScreen();
   [[nodiscard]] bool isModuleLoaded() const { return module_ != nullptr; }
 
  private:
-  // Null without a screen or a usable module; tries again then at the next call.
+  // Null without a screen or a usable module; the next call then tries again.
   WindowsModule* module();
   std::unique_ptr<WindowsModule> load(std::string* error);
 
@@ -68,10 +66,10 @@ class WindowsLoader : public platform::Alerts,
   std::function<void(bool waits)> onAlert_ = [](bool) {};
 };
 
-// Whether the environment names a screen that windows could be shown on.
+// Whether the environment names a screen to show windows on.
 bool isScreenNamed();
 
-// What an alert says in the log.
+// The text of an alert for the log.
 std::string alertText(const platform::Alert& alert);
 
 }  // namespace linux_host

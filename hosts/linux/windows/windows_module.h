@@ -11,103 +11,103 @@
 #include "platform/controls.h"
 #include "suite/suite.h"
 
-// What the program and the module with its windows say to each other. The module
-// (record-audio-windows.so, Qt Widgets) is loaded when the first window or alert is needed, so a
-// recording never carries it. Main thread only.
+// The interface between the program and the windows module (record-audio-windows.so, Qt Widgets).
+// The module is loaded when the first window or alert is needed, so a mere recording never loads
+// it. Main thread only.
 
 namespace linux_host {
 
-// The desktop's wishes for all windows.
+// How the desktop wants all windows to look.
 struct Appearance {
   bool dark = false;
   bool highContrast = false;
 };
 
-// What came of asking the desktop to let the user choose a folder.
+// The result of asking the desktop for a folder chooser.
 struct FolderChoice {
-  bool offered = false;             // false: the desktop has no dialog for it, or it failed
-  std::optional<std::string> path;  // null: the user chose none
+  bool offered = false;             // false: the desktop has no such dialog, or it failed
+  std::optional<std::string> path;  // null: the user cancelled
 };
 
-// The key that starts and stops a recording wherever the user is, as the desktop keeps it for us.
+// The desktop-wide key that starts and stops a recording.
 struct Shortcut {
-  bool offered = false;  // false: the desktop has no keys for programs to ask for
-  bool asking = false;   // the desktop is asked just now, and may be asking the user
+  bool offered = false;  // false: the desktop does not give programs keys
+  bool asking = false;   // a request to the desktop is pending; it may be asking the user
   bool set = false;
-  std::string trigger;  // the desktop's words for the key; it need not have any
+  std::string trigger;  // the desktop's name for the key; may be empty
 };
 
-// What came of the user's wish for a key.
+// The result of the user's request for a key.
 struct ShortcutChoice {
   enum class Outcome {
     kDone,
-    kDeclined,  // the user thought better of it
-    kFailed,    // the desktop gave none
+    kDeclined,  // the user cancelled
+    kFailed,    // the desktop gave no key
   };
   Outcome outcome = Outcome::kDone;
-  std::string reason;  // of a failure, in the desktop's words; it need not say any
+  std::string reason;  // why it failed, in the desktop's words; may be empty
 };
 
-// What the module needs of the program. Outlives the module.
+// What the module needs from the program. Outlives the module.
 class WindowsServices {
  public:
   virtual ~WindowsServices() = default;
-  // The user's text for a key of the string tables.
+  // The text for a key of the string tables, in the user's language.
   [[nodiscard]] virtual std::string localizedString(const std::string& key) const = 0;
-  // The folder for finished recordings; null when there is none that can be written.
+  // The folder for finished recordings; null when there is no writable one.
   [[nodiscard]] virtual std::optional<std::string> outputLocation() = 0;
-  // Stores another folder. Returns an error text, and keeps the old folder, when it cannot be
-  // written; empty on success.
+  // Stores another folder. Returns an empty string on success. If the folder cannot be written to,
+  // keeps the old one and returns an error text.
   virtual std::string setOutputLocation(const std::string& path) = 0;
   // NOLINTBEGIN(performance-unnecessary-value-param): overrides keep what they are given.
 
-  // Shows the desktop's own folder chooser, opened at `folder`, above the window that portals know
-  // as `parentWindow` (empty: none). `done` is called once: now, or later from the main loop.
+  // Shows the desktop's own folder chooser, opened at `folder`, above the window that portals call
+  // `parentWindow` (empty: none). `done` is called once: now, or later from the main loop.
   virtual void chooseFolder(const std::string& parentWindow, const std::string& title,
                             const std::string& folder, std::function<void(FolderChoice)> done) {
     (void)parentWindow, (void)title, (void)folder;
     done({});
   }
-  // From now on the main loop waits and works by `step`: a toolkit that sends its requests only
-  // then is not seen on the screen otherwise. `endDialogs` is called when the program ends, so that
-  // no dialog keeps it. Both empty: as before.
+  // From now on the main loop runs its iterations through `step`, because some toolkits send their
+  // requests only there and would otherwise show nothing. `endDialogs` is called when the program
+  // ends, so that no open dialog holds it up. Both empty: back to the loop's own iterations.
   virtual void runLoopBy(std::function<void()> step, std::function<void()> endDialogs) {
     (void)step, (void)endDialogs;
   }
 
-  // The screen has gone, and the toolkit is about to end the process. Called in the middle of its
-  // work, which is left there for good; the windows and alerts are not used any more.
+  // The screen has gone, and the toolkit is about to end the process. Called from within the
+  // toolkit, which is abandoned there; its windows and alerts are not used any more.
   [[noreturn]] virtual void goOnWithoutScreen() { std::_Exit(EXIT_FAILURE); }
 
-  // Calls `onChange` with the shortcut now and whenever it changes, in place of the one before;
-  // empty: nobody any more, nor of a choice that is under way.
+  // Calls `onChange` with the shortcut now and whenever it changes. Replaces the previous follower.
+  // Empty: nobody is called any more, not even about the end of a pending choice.
   virtual void followShortcut(std::function<void(const Shortcut&)> onChange) { (void)onChange; }
-  // Has the desktop give us a key, or another one, above the window that portals know as
-  // `parentWindow`. `done` is called once: now, or later from the main loop; never when the program
-  // ends before.
+  // Asks the desktop for a key, or for another one, with its dialog above the window that portals
+  // call `parentWindow`. `done` is called once: now, or later from the main loop; never if the
+  // program ends first.
   virtual void chooseShortcut(const std::string& parentWindow,
                               std::function<void(const ShortcutChoice&)> done) {
     (void)parentWindow;
     done({ShortcutChoice::Outcome::kFailed, {}});
   }
 
-  // The desktop's leave to bring a window forward, once (ActivationTokens::take).
+  // The desktop's permission to bring a window forward, once (ActivationTokens::take).
   virtual std::string takeActivationToken() { return {}; }
 
   // NOLINTEND(performance-unnecessary-value-param)
 
-  // What the user asked of the desktop; asked once, when the first window is made.
+  // The user's appearance settings; read once, when the first window is made.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
 };
 
 class WindowsModule {
  public:
   virtual ~WindowsModule() = default;
-  // As platform::Alerts::runModal; the main loop goes on meanwhile.
+  // As platform::Alerts::runModal; the main loop keeps running meanwhile.
   virtual int runModal(const platform::Alert& alert) = 0;
-  // Brings the newest alert that waits before all other windows.
+  // Brings the newest waiting alert in front of all other windows.
   virtual void raiseAlert() = 0;
-  // Answers every alert that waits with its last button.
+  // Answers every waiting alert with its last button.
   virtual void dismissAlerts() = 0;
   // As platform::InterfaceLoader::loadWindow.
   virtual std::shared_ptr<platform::Window> loadWindow(const std::string& interfaceFileName,

@@ -11,8 +11,8 @@
 #include <cstring>
 #include <memory>
 
-// X11 has no tokens: a startup id carries the time of the click, which the window manager compares
-// with that of the window in front.
+// X11 has no tokens. A startup id carries the time of the click, which the window manager compares
+// with that of the front window.
 
 namespace linux_host {
 namespace {
@@ -30,7 +30,7 @@ class X11 {
       : connection_(connection),
         root_(xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root) {}
 
-  // The window belongs to what was started with that id.
+  // The window belongs to the program started with that id.
   void setStartupId(xcb_window_t window, const std::string& id) const {
     xcb_change_property(connection_, XCB_PROP_MODE_REPLACE, window, atom("_NET_STARTUP_ID"),
                         atom("UTF8_STRING"), 8, static_cast<std::uint32_t>(id.size()), id.data());
@@ -43,7 +43,7 @@ class X11 {
     send(event);
   }
 
-  // What was started is there: the pointer no longer says that something comes.
+  // The start is complete: the pointer stops showing that a program is starting.
   void completeStartup(xcb_window_t window, const std::string& id) const {
     std::string text = "remove: ID=";
     for (const char character : id) {
@@ -80,7 +80,8 @@ class X11 {
     return event;
   }
   void send(const xcb_client_message_event_t& event) const {
-    // Of the desktop's conventions: requests to the window manager have numbers, startups a text.
+    // By the desktop's conventions, requests to the window manager carry numbers, startup messages
+    // a text.
     std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
     if (event.format == 32) {
       mask = XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
@@ -92,7 +93,7 @@ class X11 {
   const xcb_window_t root_;
 };
 
-// The server's time of the click that made the startup id; 0 when the id does not say.
+// The server's time of the click that made the startup id; 0 when the id does not contain it.
 std::uint32_t timeOf(const std::string& startupId) {
   constexpr std::string_view kMark = "_TIME";
   const std::size_t at = startupId.rfind(kMark);
@@ -105,7 +106,7 @@ bool isWayland() {
   return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
 }
 
-// Until the event is over: such a window is not on the screen yet, and will be in front.
+// Set until the event is over: the window is not on the screen yet, and will be in front.
 constexpr const char* kJustShown = "justShown";
 
 void noteShown(QWidget& window) {
@@ -124,7 +125,7 @@ void makeNewIfBehind(QWidget& window) {
 void bringForward(QWidget& window, const std::string& token) {
   const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
   if (token.empty() || x11 == nullptr) {
-    // Where Qt takes it from when it asks a Wayland compositor.
+    // Qt takes the token from here when it asks a Wayland compositor.
     if (token.empty()) {
       makeNewIfBehind(window);
     } else {

@@ -6,14 +6,14 @@
 
 namespace linux_host {
 
-// Shows the window before those of other programs and gives it the keyboard, by the desktop's
-// leave: an activation token or a startup id; empty: as far as the desktop lets us without one.
-// Main thread.
+// Shows the window in front of other programs' windows and gives it the keyboard. `token` is the
+// desktop's permission: an activation token or a startup id. Empty: as far as the desktop allows
+// without one. Main thread.
 void bringForward(QWidget& window, const std::string& token);
 
-// Where only the compositor may raise a window (Wayland), hides one that is behind others, so that
-// it is a new one, in front, when it is shown again. A dialog is left alone: hidden, it counts as
-// answered. Main thread.
+// Where only the compositor may raise a window (Wayland), hides a window that is behind others:
+// when shown again it is a new window and comes in front. Dialogs are left alone, because hiding
+// one counts as an answer. Main thread.
 void makeNewIfBehind(QWidget& window);
 
 }  // namespace linux_host

@@ -47,8 +47,8 @@ QPalette lightHighContrastPalette() {
   return palette;
 }
 
-// Fusion derives the frames of controls from the window's colour, which in high contrast leaves
-// them unseen: here they are drawn in the colour of text.
+// Fusion derives the frames of controls from the window's colour, which makes them invisible in
+// high contrast. Here they are drawn in the text colour.
 class HighContrastStyle : public QProxyStyle {
  public:
   HighContrastStyle() : QProxyStyle(QStringLiteral("Fusion")) {}
@@ -82,7 +82,7 @@ class HighContrastStyle : public QProxyStyle {
   }
 };
 
-// The luminance that the accessibility guidelines measure contrast by.
+// Relative luminance, as the accessibility guidelines define it for contrast.
 double luminance(const QColor& color) {
   const auto linear = [](double part) {
     return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
@@ -95,7 +95,7 @@ double contrast(double one, double other) {
   return (std::max(one, other) + 0.05) / (std::min(one, other) + 0.05);
 }
 
-// Whether some of the picture, by its weight, stands out from what is behind it.
+// Whether enough of the picture, weighted by opacity, stands out from its background.
 bool isSeenOn(const QImage& picture, const QColor& background) {
   constexpr double kContrastOfGraphics = 3;
   constexpr double kShare = 0.25;

@@ -9,13 +9,13 @@
 
 namespace linux_host {
 
-// Gives all widgets the palette and style the user asked the desktop for. A desktop theme that
-// meets the wish already is left alone. Main thread, once QApplication is there.
+// Gives all widgets the palette and style that the user chose in the desktop. A desktop theme that
+// already matches is left alone. Main thread, after QApplication was created.
 void applyAppearance(const Appearance& appearance);
 
-// The icon as it is, or, where its colours are hardly seen on a button of that palette, in the
-// colour of the button's text: themes have drawings for light windows that only they can colour
-// anew.
+// Returns the icon as it is, or, if it would hardly be visible on a button of that palette, in the
+// colour of the button's text: themes have icons drawn for light windows, which only the theme
+// engine could recolour.
 QIcon legibleIcon(const QIcon& icon, const QSize& size, const QPalette& palette);
 
 }  // namespace linux_host

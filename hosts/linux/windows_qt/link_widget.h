@@ -8,8 +8,8 @@
 
 namespace linux_host {
 
-// A button that is drawn as an attributed title. Its responder is told when the pointer comes over
-// the tracking area of the active window, and decides about clicks that only activate the window.
+// A button that is drawn as an attributed title. Its responder is told when the pointer enters the
+// tracking area of the active window, and decides about clicks that only activate the window.
 class LinkWidget : public QAbstractButton {
   Q_OBJECT
 
@@ -17,7 +17,7 @@ class LinkWidget : public QAbstractButton {
   explicit LinkWidget(QWidget* parent = nullptr);
 
   void setAttributedTitle(const platform::AttributedString& title);
-  // Null: no area, so the ordinary pointer.
+  // Null: no area, and the ordinary pointer.
   void setTrackingArea(platform::TrackingAreaPtr area);
   [[nodiscard]] const platform::TrackingAreaPtr& trackingArea() const { return area_; }
 

@@ -77,8 +77,8 @@ std::shared_ptr<platform::View> viewOf(QWidget* widget, WindowsServices& service
   return nullptr;
 }
 
-// A form puts a label in the middle of its row's first line by a guess at that line's height, which
-// fails for scripts whose lines are taller than the control beside the label.
+// A form centres a label on its row's first line by guessing that line's height. The guess is wrong
+// for scripts whose lines are taller than the control beside the label.
 void levelWithControl(QWidget* widget) {
   const auto* label = qobject_cast<QLabel*>(widget);
   if (label == nullptr || label->buddy() == nullptr) return;
@@ -111,7 +111,7 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
   translator.translate(dialog);
   std::vector<std::shared_ptr<platform::View>> views;
   for (QWidget* widget : dialog->findChildren<QWidget*>()) {
-    // Parts of composite widgets have names of Qt's own.
+    // Qt names the parts of composite widgets itself.
     if (widget->objectName().isEmpty() || widget->objectName().startsWith(u"qt_")) continue;
     translator.translate(widget);
     levelWithControl(widget);

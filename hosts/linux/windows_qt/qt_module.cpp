@@ -55,7 +55,7 @@ std::string usablePlatform() {
   return x11IsThere() ? "xcb" : "";
 }
 
-// As if the user had closed each of them: who waits for its answer takes it as a no.
+// Acts as if the user had closed each dialog: code that waits for an answer takes it as a no.
 void endDialogs() {
   for (QWidget* widget : QApplication::topLevelWidgets()) {
     auto* dialog = qobject_cast<QDialog*>(widget);
@@ -65,7 +65,7 @@ void endDialogs() {
 
 class QtCursor : public platform::Cursor {
  public:
-  // The pointer belongs to what it is over; leaving that gives it back.
+  // The pointer is set on the widget under it; leaving the widget restores it.
   void setPointingHand() override {
     if (QWidget* under = QApplication::widgetAt(QCursor::pos())) {
       under->setCursor(Qt::PointingHandCursor);
@@ -86,7 +86,7 @@ class QtModule : public WindowsModule {
   explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
     toolkitSources_.end();
     screenLoss_.emplace(services_, toolkitSources_);
-    // The class of X11 windows, by which desktops find their launcher.
+    // The class of X11 windows, through which desktops find the launcher.
     QApplication::setApplicationName(QLatin1String(kApplicationId));
     QApplication::setDesktopFileName(QLatin1String(kApplicationId));
     QApplication::setQuitOnLastWindowClosed(false);
@@ -94,7 +94,7 @@ class QtModule : public WindowsModule {
     QApplication::setWindowIcon(QIcon::fromTheme(QLatin1String(kApplicationId),
                                                  QIcon(QStringLiteral(":/RecordAudio.svg"))));
     applyAppearance(services.appearance());
-    // Qt's own step of the same loop: on Wayland nothing is sent without it.
+    // Qt's own iteration of the same loop: on Wayland nothing is sent without it.
     services_.runLoopBy([] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); },
                         endDialogs);
   }
@@ -111,7 +111,7 @@ class QtModule : public WindowsModule {
     box.setInformativeText(QString::fromStdString(alert.informativeText));
     std::vector<QAbstractButton*> buttons;
     for (const std::string& title : alert.buttons) {
-      // First the one that agrees, last the one that declines; Escape declines.
+      // The first button agrees, the last declines; Escape declines.
       const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
       buttons.push_back(box.addButton(QString::fromStdString(title), role));
     }
@@ -139,7 +139,7 @@ class QtModule : public WindowsModule {
     if (alert == nullptr) return;
     alert->setWindowState(alert->windowState() & ~Qt::WindowMinimized);
     bringForward(*alert, services_.takeActivationToken());
-    // Where the desktop gives nobody the focus on his own account, it at least points there.
+    // If the desktop lets no program take the focus, it at least draws attention to the alert.
     QApplication::alert(alert);
   }
 
@@ -194,8 +194,9 @@ record_audio_create_windows_module(linux_host::WindowsServices& services, std::s
     return nullptr;
   }
   setenv("QT_QPA_PLATFORM", platform.c_str(), 1);
-  // Qt's own threads do without GLib: in Qt 6.8 they give its contexts back when it has already
-  // forgotten their thread, and it complains of each. The main thread's loop is not concerned.
+  // Qt's own threads run without GLib: in Qt 6.8 they release their GLib context after GLib has
+  // already forgotten the thread, and GLib complains about each. This does not affect the main
+  // thread's loop.
   setenv("QT_NO_THREADED_GLIB", "1", 1);
   return new linux_host::QtModule(services);
 }

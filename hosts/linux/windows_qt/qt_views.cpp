@@ -40,7 +40,7 @@ QString plainToolTip(const QString& text) {
 
 QtPopUpButton::QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick)
     : QtView(box), unnamedItem_(std::move(unnamedItem)), onPick_(std::move(onPick)) {
-  // Items that stand in the interface file are the menu's first content.
+  // Items in the interface file are the menu's initial content.
   for (int row = 0; row < box->count(); ++row) items_.push_back({box->itemText(row), false});
   selected_ = box->currentIndex();
   box->view()->setTextElideMode(Qt::ElideMiddle);
@@ -57,7 +57,7 @@ void QtPopUpButton::pick(int row) {
   if (onPick_) onPick_(this);
 }
 
-// A pick can overtake the sync: the user then meant what he saw.
+// The user can pick an item before the sync: the choice means the row on the screen.
 int QtPopUpButton::itemOfRow(int row) const {
   const auto shown = shownItems();
   if (shown == items_) return row;
@@ -122,7 +122,7 @@ void QtPopUpButton::syncNow() {
   if (shown != items_) {
     const QPersistentModelIndex pointedAt = box()->view()->currentIndex();
     updateRows(shown);
-    // An open menu grows or shrinks with its content; the user stays where he was in it.
+    // An open menu grows or shrinks with its content; the highlighted row stays the same.
     if (box()->view()->isVisible()) {
       box()->showPopup();
       if (pointedAt.isValid()) box()->view()->setCurrentIndex(pointedAt);
@@ -131,7 +131,7 @@ void QtPopUpButton::syncNow() {
   if (box()->currentIndex() != selected_) box()->setCurrentIndex(selected_);
 }
 
-// Keeps the rows in front of and behind the change: the view keeps its place and its focus.
+// Keeps the rows before and after the change, so that the view keeps its position and focus.
 void QtPopUpButton::updateRows(const std::vector<Item>& shown) {
   const auto limit = std::min(shown.size(), items_.size());
   std::size_t head = 0;
@@ -209,7 +209,7 @@ void QtButton::removeTrackingArea(const platform::TrackingAreaPtr& area) {
 
 namespace {
 
-// Where a level stands on the bar, which shows 60 dB: 0 at its quiet end, 1 at full scale.
+// The position of a level on the bar, which covers 60 dB: 0 at its quiet end, 1 at full scale.
 float placeOf(float level_dB) {
   constexpr float kFloor_dB = -60.0F;
   return std::clamp(1.0F - level_dB / kFloor_dB, 0.0F, 1.0F);
@@ -219,7 +219,7 @@ float placeOf(float level_dB) {
 
 LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
   QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-  // The window does not jump when the level comes and goes.
+  // The layout does not jump when the level appears and disappears.
   policy.setRetainSizeWhenHidden(true);
   setSizePolicy(policy);
 }
@@ -227,7 +227,7 @@ LevelBar::LevelBar(QWidget* parent) : QWidget(parent) {
 void LevelBar::setLevel(float peak) {
   const int before_pixels = litPixels();
   peak_ = std::clamp(std::isnan(peak) ? 0.0F : peak, 0.0F, 1.0F);
-  // A change that cannot be seen is not worth drawing.
+  // Draws only visible changes.
   if (litPixels() != before_pixels) update();
 }
 
@@ -322,7 +322,7 @@ void QtOutputLocationButton::updateState() {
   constexpr int kWidest_characters = 28;
   const int width = button->fontMetrics().averageCharWidth() * kWidest_characters;
   shown = button->fontMetrics().elidedText(shown, Qt::ElideMiddle, width);
-  // An ampersand in a folder's name is no mnemonic.
+  // An ampersand in a folder's name does not mark a mnemonic.
   button->setText(shown.replace(u'&', QStringLiteral("&&")));
   button->setToolTip(plainToolTip(path));
   button->setAccessibleDescription(path);
@@ -331,7 +331,7 @@ void QtOutputLocationButton::updateState() {
 std::string QtOutputLocationButton::chosenFolder(const std::string& before) {
   QWidget* window = widget() != nullptr ? widget()->window() : nullptr;
   const std::string title = services_.localizedString("Output folder");
-  // Not seen itself: while the desktop's dialog is open, the window takes no other request.
+  // Invisible; it only keeps the window from taking input while the desktop's dialog is open.
   QDialog waiting(window);
   waiting.setAttribute(Qt::WA_DontShowOnScreen);
   std::optional<FolderChoice> choice;
@@ -342,7 +342,7 @@ std::string QtOutputLocationButton::chosenFolder(const std::string& before) {
                            asker->done(0);
                          });
   if (!choice) waiting.exec();
-  // Not answered any more: the program ends.
+  // No answer will come: the program is ending.
   if (!choice) return {};
   if (choice->offered) return choice->path.value_or("");
   return QFileDialog::getExistingDirectory(window, QString::fromStdString(title),

@@ -18,21 +18,20 @@ class QAbstractButton;
 class QCheckBox;
 class QLabel;
 
-// The widget ports on Qt widgets. Main thread. A view outlives its widget harmlessly: without the
-// widget every call does nothing.
+// The widget ports on Qt widgets. Main thread. A view may outlive its widget: every call then does
+// nothing.
 
 namespace linux_host {
 
-// Called when the user used the control.
+// Called when the user has used the control.
 using UserAct = std::function<void(platform::View* sender)>;
 
 // Text that came from outside (a device's name) as one harmless line.
 QString singleLine(const std::string& text);
-// A tool tip that shows `text` as it stands: without this a name with tags in it would be drawn as
-// what the tags say.
+// A tool tip that shows `text` literally: otherwise tags in a name would be drawn as markup.
 QString plainToolTip(const QString& text);
 
-// What all views share: hiding and removing their widget.
+// Common to all views: hiding and removing the widget.
 template <typename Port>
 class QtView : public Port {
  public:
@@ -50,9 +49,9 @@ class QtView : public Port {
   QPointer<QWidget> widget_;
 };
 
-// A combo box that is rebuilt without being seen to: the items are kept here, and the widget is
-// brought in line with them once, after the current event, by the rows that really changed. A menu
-// that is open stays open, and one in which nothing changed is not touched.
+// A combo box that can be rebuilt without flicker. The items are kept here. After the current event
+// the widget is updated once, and only the rows that really changed. An open menu stays open, and
+// one in which nothing changed is not touched.
 class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
  public:
   QtPopUpButton(QComboBox* box, QString unnamedItem, UserAct onPick);
@@ -64,7 +63,7 @@ class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
   void selectItem(std::int64_t index) override;
   [[nodiscard]] int indexOfSelectedItem() const override { return selected_; }
 
-  // Brings the widget in line now.
+  // Updates the widget now.
   void syncNow();
 
  private:
@@ -76,7 +75,7 @@ class QtPopUpButton : public QtView<platform::PopUpButton>, public QObject {
 
   void pick(int row);
   void scheduleSync();
-  // The item that `row` of the widget stands for; -1 when that cannot be said.
+  // The item that `row` of the widget shows; -1 when it is unknown.
   [[nodiscard]] int itemOfRow(int row) const;
   [[nodiscard]] std::vector<Item> shownItems() const;
   void insertRow(int row, const Item& item);
@@ -116,7 +115,7 @@ class QtButton : public QtView<platform::Button> {
   void removeTrackingArea(const platform::TrackingAreaPtr& area) override;
 };
 
-// A thin bar from quiet to full scale, green, then amber from -12 dB, then red from -3 dB.
+// A thin bar from quiet to full scale: green, amber from -12 dB, red from -3 dB.
 class LevelBar : public QWidget {
  public:
   explicit LevelBar(QWidget* parent = nullptr);
@@ -140,8 +139,8 @@ class QtLevelIndicator : public QtView<platform::LevelIndicator> {
   void setLevel(float peak) override;
 };
 
-// A path reads from left to right everywhere: "Music/~" is none. Text is drawn by the application's
-// direction, not by its widget's, so this button draws itself.
+// A path always reads from left to right, never as "Music/~". Qt draws text in the application's
+// direction, not the widget's, so this button draws itself.
 class PathButton : public QPushButton {
  public:
   explicit PathButton(QWidget* parent = nullptr);
@@ -150,7 +149,7 @@ class PathButton : public QPushButton {
   void paintEvent(QPaintEvent* event) override;
 };
 
-// Shows the folder with its icon; a click lets the user choose another with the desktop's chooser.
+// Shows the folder with its icon; a click opens the desktop's chooser for another one.
 class QtOutputLocationButton : public QtView<suite::OutputLocationButton> {
  public:
   QtOutputLocationButton(QPushButton* button, WindowsServices& services, UserAct onClick);
@@ -158,7 +157,7 @@ class QtOutputLocationButton : public QtView<suite::OutputLocationButton> {
   void handleOutputLocationChanged(Completion completion) override;
 
  private:
-  // By the desktop's dialog, else by the toolkit's; empty when the user chose none.
+  // Uses the desktop's dialog, or else the toolkit's. Empty when the user cancelled.
   std::string chosenFolder(const std::string& before);
 
   WindowsServices& services_;

@@ -11,8 +11,8 @@
 
 namespace linux_host {
 
-// The widget of a window: tells its port when it became the key window or changed visibility, and
-// closes on Escape and Ctrl+W as on its Done button.
+// The widget of a window. It tells its port when it became the key window or changed visibility.
+// Escape and Ctrl+W close it like its Done button.
 class WindowWidget : public QDialog {
   Q_OBJECT
 
@@ -33,7 +33,7 @@ class WindowWidget : public QDialog {
   void reject() override { emit doneWanted(); }
 };
 
-// How portals call a window; empty where there is no way to say it.
+// The name of a window for portals; empty where it has none.
 std::string portalNameOf(const QWidget* window);
 
 // A window with the views of its controls. Main thread.
@@ -44,19 +44,19 @@ class QtWindow : public platform::Window {
            WindowsServices& services);
 
   void setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) override;
-  // The title bar is the window manager's and has none of the suite's buttons; its own close
+  // The title bar belongs to the window manager and has none of the suite's buttons; its own close
   // button acts as Done.
   void setTitleBarButtons(bool, bool) override {}
   [[nodiscard]] bool isVisible() const override { return widget_->isVisible(); }
   void makeKeyAndOrderFront() override;
-  // Takes the keyboard only where the user asked for the window by a click that gave us leave.
+  // Takes the keyboard only if a click of the user gave us permission.
   void orderFront() override;
   void orderFrontRegardless() override;
   void orderOut() override { widget_->hide(); }
 
  private:
   std::vector<std::shared_ptr<platform::View>> views_;
-  std::unique_ptr<WindowWidget> widget_;  // behind the views: it goes first
+  std::unique_ptr<WindowWidget> widget_;  // declared after the views, so destroyed before them
   std::weak_ptr<platform::WindowDelegate> delegate_;
   WindowsServices& services_;
 };

@@ -12,7 +12,7 @@
 namespace linux_host {
 namespace {
 
-// What Qt says before it ends the process; the first also stands before an end by Xlib.
+// What Qt writes before it ends the process; the first also precedes an exit by Xlib.
 constexpr std::array kLastMessages = {u"The X11 connection broke", u"The Wayland connection broke",
                                       u"The Wayland connection experienced a fatal error"};
 
@@ -53,7 +53,7 @@ void ScreenLoss::onMessage(QtMsgType type, const QMessageLogContext& context, co
   if (QtMessageHandler write = previous_) write(type, context, text);
   if (watching_ == nullptr || !isLastMessage(text)) return;
   if (QThread::currentThread() == QCoreApplication::instance()->thread()) leaveToolkit();
-  // Wayland's own thread, on which nothing may return to Qt either.
+  // This is Wayland's own thread; nothing may return to Qt here either.
   g_idle_add_full(
       G_PRIORITY_HIGH,
       [](gpointer) -> gboolean {

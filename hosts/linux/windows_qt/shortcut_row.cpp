@@ -11,7 +11,7 @@ namespace linux_host {
 void ShortcutRow::addTo(QDialog& dialog, WindowsServices& services) {
   auto* form = dialog.findChild<QFormLayout*>();
   auto* button = dialog.findChild<QPushButton*>(QStringLiteral("shortcutButton"));
-  // Its dialog takes it along.
+  // The dialog owns and deletes it.
   if (form != nullptr && button != nullptr) new ShortcutRow(dialog, *form, *button, services);
 }
 

@@ -11,12 +11,12 @@
 
 namespace linux_host {
 
-// The row of the window with the key that starts and stops recordings: there only while the
+// The row of the preferences with the key that starts and stops recordings. Visible only while the
 // desktop has such keys. Belongs to the window's dialog. Main thread.
 class ShortcutRow : public QObject {
  public:
-  // Follows the shortcut from now on where the dialog has the row's widgets. `services` outlives
-  // the dialog.
+  // Follows the shortcut from now on if the dialog has the row's widgets. `services` outlives the
+  // dialog.
   static void addTo(QDialog& dialog, WindowsServices& services);
   ~ShortcutRow() override;
 

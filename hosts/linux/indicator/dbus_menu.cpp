@@ -172,7 +172,7 @@ void DBusMenu::tell(const std::vector<int>& ids) const {
   for (const int id : ids) onChoice(id);
 }
 
-// A floating a(ia{sv}) of the items asked for, of all when none is.
+// A floating a(ia{sv}) of the requested items, or of all if none is requested.
 GVariant* DBusMenu::groupProperties(GVariant* wanted) const {
   GVariantBuilder builder;
   g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ia{sv})"));
@@ -238,7 +238,7 @@ void DBusMenu::call(const std::string& method, GVariant* parameters,
   } else {
     answer = g_variant_new("(aiai)", nullptr, nullptr);
   }
-  // Answered first: what a choice sets off may take the menu away.
+  // Answered first: the choice may destroy the menu.
   g_dbus_method_invocation_return_value(invocation, answer);
   tell(choices);
 }

@@ -10,7 +10,7 @@
 
 namespace linux_host {
 
-// One line of a menu. Ids are the caller's, above 0 and unique in the menu.
+// One line of a menu. The caller chooses the ids: above 0 and unique in the menu.
 struct MenuItem {
   int id = 0;
   std::string label;  // plain text; empty: a separator
@@ -18,7 +18,7 @@ struct MenuItem {
   friend bool operator==(const MenuItem&, const MenuItem&) = default;
 };
 
-// A menu that a tray shows for us: com.canonical.dbusmenu. Main thread.
+// A menu that the tray shows for us, through com.canonical.dbusmenu. Main thread.
 class DBusMenu {
  public:
   static constexpr const char* kPath = "/MenuBar";
@@ -31,7 +31,7 @@ class DBusMenu {
 
   // Offers the menu on the connection, which outlives it. False with *error set on failure.
   bool exportOn(GDBusConnection* connection, std::string* error);
-  // Tells whoever shows the menu what changed: labels alone, or the whole.
+  // Tells the tray what changed: only labels, or the whole menu.
   void setItems(std::vector<MenuItem> items);
 
  private:
@@ -49,7 +49,7 @@ class DBusMenu {
   // The id, if this event chooses that item.
   [[nodiscard]] std::optional<int> chosen(int id, const char* event) const;
   [[nodiscard]] std::vector<int> chosenIn(GVariant* events) const;
-  // Touches nothing of the menu's once the caller hears of a choice: it may destroy the menu.
+  // Does not touch the menu after it has reported a choice: the caller may destroy the menu.
   void tell(const std::vector<int>& ids) const;
   void emit(const char* signal, GVariant* parameters);
 

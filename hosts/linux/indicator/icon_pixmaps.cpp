@@ -11,7 +11,7 @@
 namespace linux_host {
 namespace {
 
-// What trays draw at: 16 to 24 on ordinary screens, twice that on dense ones.
+// The sizes at which trays draw: 16 to 24 on ordinary screens, twice that on high-density ones.
 constexpr int kSizes_px[] = {16, 22, 24, 32, 48};
 
 struct Pixmap {

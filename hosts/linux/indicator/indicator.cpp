@@ -76,7 +76,7 @@ std::vector<MenuItem> Indicator::menu() const {
       {kStopItem, text("Stop"), mayStop},
       {kCancelItem, text("Cancel"), mayStop},
       {kFirstSeparator, "", true},
-      // The suite's request for the preferences saves what is being recorded.
+      // Opening the preferences stops and saves the recording.
       {kPreferencesItem, text(recording_ ? "Stop and Open Preferences…" : "Preferences…"), true},
       {kQuitItem, text("Quit"), true}};
 }

@@ -13,24 +13,24 @@
 
 namespace linux_host {
 
-// The program in the desktop: the tray icon with its tool tip and menu, and the launcher's entry,
-// as the application and the suite's menu text say. A click is a click on the Dock icon. Main
-// thread.
+// The program's presence in the desktop: the tray icon with its tool tip and menu, and the
+// launcher's entry. They show what the application and the suite's menu text say. A click counts as
+// a click on the Dock icon. Main thread.
 class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
  public:
-  // The first three outlive the indicator. `iconThemeFolder` as for StatusNotifierItem. `onTray`
-  // learns whether the desktop has a tray, and each change of that.
+  // The first three outlive the indicator. `iconThemeFolder` as for StatusNotifierItem. `onTray` is
+  // told whether the desktop has a tray, and of each change.
   Indicator(GDBusConnection* bus, Requests& requests, const platform::Bundle& strings,
             std::string iconThemeFolder, std::function<void(bool present)> onTray);
 
   void activationPolicyDidChange(platform::ActivationPolicy policy) override;
   void applicationIconDidChange(const platform::ImagePtr& icon) override;
   void toolDataDidChange(const suite::ToolData& data) override;
-  // Whether it is to go from the tray and is still there; see StatusNotifierItem.
+  // Whether the icon is being removed and still in the tray; see StatusNotifierItem.
   [[nodiscard]] bool isLeaving() const { return item_.isLeaving(); }
-  // Whether there is something to stop: a recording, or what comes before it.
+  // Whether there is something to stop: a recording, or its start.
   void setUnderWay(bool underWay);
-  // One more line of the tool tip, for what the user should know; empty: none.
+  // An extra line of the tool tip that warns the user; empty: none.
   void setRemark(const std::string& remark);
 
  private:

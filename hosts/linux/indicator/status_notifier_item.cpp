@@ -54,15 +54,15 @@ GVariant* noPixmaps() {
   return g_variant_new("a(iiay)", nullptr);
 }
 
-// A tray may ask for what has changed a tenth of a second after it was told, and takes it badly
-// when the item goes before it has drawn that.
+// A tray may ask for a change a tenth of a second after it was told of it, and may fail if the item
+// goes before it has drawn the change.
 constexpr gint64 kQuiet_ms = 300;
-// GNOME's tray asks for all properties, then the bus for the owner of the item's name, and forgets
-// the properties when it hears of the owner after them. So the bus gets time to be first.
+// GNOME's tray asks for all properties, then asks the bus who owns the item's name. If it gets the
+// properties first, it drops them. So the bus gets time to answer first.
 constexpr guint kBusFirst_ms = 100;
 constexpr guint kAnswering_ms = 1000;
 
-// The widest text of its kind, so that the label does not jump.
+// The widest text of its kind, so that the label keeps its width.
 std::string labelGuide(std::string label) {
   for (char& character : label) {
     if (character >= '0' && character <= '9') character = '0';
@@ -171,7 +171,7 @@ void StatusNotifierItem::giveUpName() {
 }
 
 void StatusNotifierItem::exportObjects() {
-  // Without a function for properties their interface's calls come as method calls.
+  // Without property functions, calls to the properties interface arrive as method calls.
   static const GDBusInterfaceVTable kTable = {onMethodCall, nullptr, nullptr, {}};
   registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
                                                     &kTable, this, nullptr, nullptr);
@@ -260,12 +260,12 @@ void StatusNotifierItem::act(std::string_view method, GVariant* parameters,
     const VariantPtr token(g_variant_get_child_value(parameters, 0));
     callbacks_.onActivationToken(g_variant_get_string(token.get(), nullptr));
   }
-  // Answered first: what the click sets off may take the item away.
+  // Answered first: the click may destroy the item.
   g_dbus_method_invocation_return_value(invocation, nullptr);
   if (method == "Activate") callbacks_.onActivate();
 }
 
-// GDBus lets through only what exists, and no attempt to set what can only be read.
+// GDBus passes on only calls for existing properties, and no attempt to set a read-only one.
 void StatusNotifierItem::askForProperties(std::string_view method, GVariant* parameters,
                                           GDBusMethodInvocation* invocation) {
   if (method == "Get") {
@@ -300,7 +300,7 @@ void StatusNotifierItem::answerWaiting() {
 }
 
 GVariant* StatusNotifierItem::toolTip() const {
-  // The text is markup for the tray.
+  // The tray reads the text as markup.
   gchar* title = g_markup_escape_text(look_.toolTipTitle.c_str(), -1);
   gchar* text = g_markup_escape_text(look_.toolTipText.c_str(), -1);
   GVariant* value = g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), title, text);

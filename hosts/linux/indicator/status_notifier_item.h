@@ -11,28 +11,28 @@
 
 namespace linux_host {
 
-// An icon in the desktop's tray: org.kde.StatusNotifierItem. It appears with every tray that comes
-// up, also later or again. Main thread.
+// An icon in the desktop's tray, through org.kde.StatusNotifierItem. It appears in every tray, even
+// one that starts later or restarts. Main thread.
 class StatusNotifierItem {
  public:
   struct Look {
     std::string iconName;
     std::string toolTipTitle;
     std::string toolTipText;  // plain text, lines by \n
-    std::string label;        // beside the icon, in trays that know labels
+    std::string label;        // beside the icon, in trays that support labels
     bool attention = false;   // the tray should not hide the icon
     friend bool operator==(const Look&, const Look&) = default;
   };
   struct Callbacks {
     std::function<void()> onActivate;          // a click
     std::function<void(int id)> onMenuChoice;  // an entry of the menu
-    // Whether there is a tray; called when the first answer is known and at every change.
+    // Whether there is a tray; called once that is known, and at every change.
     std::function<void(bool present)> onTray;
-    // The desktop's leave to bring a window forward, ahead of a click or a choice.
+    // The desktop's permission to bring a window forward, before a click or a choice.
     std::function<void(const std::string& token)> onActivationToken;
   };
 
-  // `connection` outlives the item. `iconThemeFolder`: where the program's own icons lie
+  // `connection` outlives the item. `iconThemeFolder`: the folder with the program's own icons
   // (<folder>/hicolor/...), for trays that would not find them by name.
   StatusNotifierItem(GDBusConnection* connection, std::string id, std::string title,
                      std::string iconThemeFolder, Callbacks callbacks);
@@ -40,12 +40,13 @@ class StatusNotifierItem {
   StatusNotifierItem(const StatusNotifierItem&) = delete;
   StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
 
-  // Puts the item into the tray or takes it out: a moment after the last change that the tray was
-  // told of, which it may still be working on. What it asks then is answered for a while.
+  // Puts the item into the tray or removes it. The removal waits a moment after the last change
+  // that the tray was told of, as it may still be handling that; its questions are still answered
+  // for a while.
   void setVisible(bool visible);
-  // Whether the item is to go and the tray still has it.
+  // Whether the item is being removed and the tray still has it.
   [[nodiscard]] bool isLeaving() const { return phase_ == Phase::kLeaving && ownedName_ != 0; }
-  // The tray is told when the current event is over, and only of what is different then.
+  // The tray is told after the current event, and only of what is different then.
   void setLook(const Look& look);
   void setMenu(std::vector<MenuItem> items);
 
@@ -62,7 +63,7 @@ class StatusNotifierItem {
   void act(std::string_view method, GVariant* parameters, GDBusMethodInvocation* invocation);
   void askForProperties(std::string_view method, GVariant* parameters,
                         GDBusMethodInvocation* invocation);
-  // Gives all properties to those who have asked for them.
+  // Answers those who have asked for all properties.
   void answerWaiting();
   void show();
   void leave();
@@ -70,7 +71,7 @@ class StatusNotifierItem {
   void releaseName();
   void exportObjects();
   void withdrawObjects();
-  // Once for each tray and each time the item is shown: a tray may take a second time for a new
+  // Once for each tray each time the item is shown: a tray may take a second registration for a new
   // item of the same name.
   void registerWithTray();
   void announce();
@@ -93,8 +94,8 @@ class StatusNotifierItem {
   Phase phase_ = Phase::kHidden;
   guint leaving_ = 0;           // the next step of kLeaving
   gint64 lastEmission_us_ = 0;  // on GLib's monotonic clock
-  // While shown. The item has a name of its own: a tray forgets the item when that name goes,
-  // and the program stays on the bus.
+  // While shown. The item has a bus name of its own: a tray forgets the item when that name goes,
+  // while the program stays on the bus.
   guint ownedName_ = 0;
   bool hasName_ = false;  // the bus has given it
   std::string busName_;

@@ -19,7 +19,7 @@ constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kDefaultAction = "default";
 constexpr const char* kButtonAction = "button";
 constexpr guchar kNormalUrgency = 1;
-// As long as the program keeps them; it then takes them away itself, where the server has not.
+// As long as the program keeps them; it then removes those that the server has not.
 constexpr int kLife_ms = 10'000;
 
 std::string displayName(const platform::Bundle& bundle) {
@@ -47,14 +47,14 @@ std::string escapedMarkup(const std::string& text) {
   return result;
 }
 
-// The desktop's kinds: a file that is complete, something that went wrong, anything else.
+// The desktop's categories: a completed file, an error, anything else.
 const char* categoryOf(const UserNotification& notification) {
   if (notification.userInfo.contains("OpenPath")) return "transfer.complete";
   if (!notification.hasActionButton) return "transfer.error";
   return "transfer";
 }
 
-// A silent one says so: a sound would be in the recording.
+// Silent ones say so: a sound would get into the recording.
 GVariant* hintsOf(const UserNotification& notification, bool isTransient) {
   GVariantBuilder hints;
   g_variant_builder_init(&hints, G_VARIANT_TYPE("a{sv}"));
@@ -65,7 +65,7 @@ GVariant* hintsOf(const UserNotification& notification, bool isTransient) {
   add("category", g_variant_new_string(categoryOf(notification)));
   add("urgency", g_variant_new_byte(kNormalUrgency));
   if (isTransient) add("transient", g_variant_new_boolean(TRUE));
-  // A click takes no button away with it.
+  // A click does not close the notification and its button.
   if (notification.hasActionButton) add("resident", g_variant_new_boolean(TRUE));
   if (!notification.soundName) {
     add("suppress-sound", g_variant_new_boolean(TRUE));
@@ -142,7 +142,7 @@ void DesktopNotificationCenter::removeDeliveredNotification(
   mainThread_.check();
   const Delivered* delivered = find(notification);
   if (delivered == nullptr) return;
-  // One that the server has not named yet is closed as soon as it is.
+  // If the server has not answered with an id yet, it is closed as soon as it does.
   if (delivered->id) close(*delivered->id);
   forget(notification);
 }
@@ -193,7 +193,7 @@ void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* re
     capabilities.list |= name == "persistence";
   }
   self.capabilities_ = capabilities;
-  // Removed in the meantime: not even shown.
+  // If it was removed in the meantime, it is not shown at all.
   if (self.find(notification) != nullptr) self.notify(notification);
 }
 
@@ -213,7 +213,7 @@ GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notifi
       g_variant_builder_add_value(&actions, textVariant(notification.actionButtonTitle));
     }
   }
-  // A server without bodies has room for one line: the text says more than the title.
+  // A server without body support shows one line: the text says more than the title.
   const std::string& summary = capabilities_->body ? title : text;
   const std::string body = !capabilities_->body        ? std::string()
                            : capabilities_->bodyMarkup ? escapedMarkup(text)
@@ -223,9 +223,9 @@ GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notifi
                        &actions, hintsOf(notification, isTransient_), kLife_ms);
 }
 
-// Servers that keep a list take a click on the notification for the default action; where there is
-// none, they start the program anew, which would end the recording. The others close it by that
-// click, and draw a button for the default action.
+// On servers that keep a list, a click on the notification triggers the default action. Without one
+// they start the program again, which would end the recording. On other servers the click closes
+// the notification, and the default action gets a button.
 bool DesktopNotificationCenter::takesClicks() const {
   return capabilities_->actions && capabilities_->list;
 }
@@ -303,7 +303,7 @@ void DesktopNotificationCenter::activated(guint32 id, const std::string& action)
   notification->activationType =
       action == kDefaultAction ? Type::kContentsClicked : Type::kActionButtonClicked;
   delegate->userNotificationCenterDidActivateNotification(*this, notification);
-  // A file can be shown and opened again; any other button has done all it can.
+  // A file can be shown and opened again; any other button works only once.
   const bool isSpent = action == kButtonAction && !notification->hasContentsAction;
   if (isSpent) close(id);
 }
@@ -312,14 +312,14 @@ void DesktopNotificationCenter::closed(guint32 id) {
   std::erase_if(delivered_, [id](const Delivered& one) { return one.id == id; });
 }
 
-// Its numbers and its abilities went with the old server.
+// The ids and capabilities were those of the old server.
 void DesktopNotificationCenter::onServerChanged(GDBusConnection*, const gchar*, const gchar*,
                                                 const gchar*, const gchar*, GVariant* parameters,
                                                 gpointer raw) {
   auto& self = *static_cast<DesktopNotificationCenter*>(raw);
   if (!areOfType(parameters, "(sss)", "NameOwnerChanged")) return;
   const VariantPtr before(g_variant_get_child_value(parameters, 1));
-  // A server that was started by our own call just answers it.
+  // A server that our own call has started will answer it.
   if (*g_variant_get_string(before.get(), nullptr) == '\0') return;
   self.capabilities_.reset();
   std::erase_if(self.delivered_, [](const Delivered& one) { return one.id.has_value(); });

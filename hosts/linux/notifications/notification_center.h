@@ -16,13 +16,13 @@
 
 namespace linux_host {
 
-// Notifications by org.freedesktop.Notifications. All calls to the server are asynchronous; a
-// server that is absent, dead or deaf shows nothing and holds nothing up. A notification can be
-// acted on as long as the server shows it. Main thread.
+// Notifications through org.freedesktop.Notifications. All calls to the server are asynchronous: if
+// it is missing, dead or hangs, nothing is shown and nothing is held up. The user can act on a
+// notification as long as the server shows it. Main thread.
 class DesktopNotificationCenter : public platform::UserNotificationCenter {
  public:
   // `bus` may be null: nothing is shown then. It and the bundle outlive the center. `onToken` gets
-  // the desktop's leave to bring a window forward, ahead of the activation it came with.
+  // the desktop's permission to bring a window forward, before the activation that it came with.
   DesktopNotificationCenter(
       GDBusConnection* bus, const platform::Bundle& bundle,
       std::function<void(const std::string& token)> onToken = [](const std::string&) {});
@@ -30,28 +30,28 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   DesktopNotificationCenter(const DesktopNotificationCenter&) = delete;
   DesktopNotificationCenter& operator=(const DesktopNotificationCenter&) = delete;
 
-  // One more line for the notification of a start: how to stop where no tray shows it.
+  // An extra line for the start notification: how to stop where there is no tray.
   void setStartAdvice(const std::string& advice) { startAdvice_ = advice; }
 
-  // Shown once and kept in no list: of a program that is gone before it could take them away again.
+  // Notifications are shown once and kept in no list: the program ends too soon to remove them.
   void setTransient() { isTransient_ = true; }
 
   void setDelegate(std::weak_ptr<platform::UserNotificationCenterDelegate> delegate) override;
   void deliverNotification(const platform::UserNotificationPtr& notification) override;
   void removeDeliveredNotification(const platform::UserNotificationPtr& notification) override;
 
-  // Whether one is on its way of which the server has not said yet that it has it.
+  // Whether a notification has been sent that the server has not confirmed yet.
   [[nodiscard]] bool isDelivering() const;
 
  private:
-  // What the server can do, by its own words.
+  // What the server says it can do.
   struct Capabilities {
     bool actions = false;
     bool body = false;
     bool bodyMarkup = false;
-    bool list = false;  // keeps them where the user finds them later
+    bool list = false;  // keeps notifications in a list for later
   };
-  // One notification on its way to the screen or on it.
+  // One notification, sent to the server or on the screen.
   struct Delivered {
     platform::UserNotificationPtr notification;
     std::optional<guint32> id;  // the server's, once it has answered
@@ -59,7 +59,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   struct Call;
   struct Answered;
 
-  // What the server answered to a call of ours; null when it did not, or nobody waits any more.
+  // The server's answer to a call; null when the call failed or the center is gone.
   static std::optional<Answered> answered(GObject* source, GAsyncResult* result, gpointer call);
   static void onCapabilities(GObject* source, GAsyncResult* result, gpointer call);
   static void onNotified(GObject* source, GAsyncResult* result, gpointer call);
@@ -88,7 +88,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   MainThreadOnly mainThread_;
   GDBusConnection* const bus_;
   const platform::Bundle& bundle_;
-  // Calls still under way know by it that the center is gone.
+  // Tells pending calls whether the center still exists.
   const std::shared_ptr<DesktopNotificationCenter*> self_;
   const std::function<void(const std::string& token)> onToken_;
   std::string startAdvice_;

@@ -81,8 +81,8 @@ void RecordingNotice::setNeeded(bool needed) {
   refresh();
 }
 
-// Later: the end of a recording ends its remarks first, and a server that gets a change and the end
-// in one go has been seen to take them in the other order.
+// Deferred: at the end of a recording its warnings end first, and a server that gets a change and
+// the end together has been seen to handle them in the wrong order.
 void RecordingNotice::setRemark(const std::string& remark) {
   remark_ = remark;
   if (refreshSource_ != 0) return;
@@ -111,14 +111,14 @@ void RecordingNotice::refresh() {
     call("GetCapabilities", nullptr, G_VARIANT_TYPE("(as)"), &RecordingNotice::onCapabilities);
   } else if (phase_ == Phase::kShown) {
     if (!wanted) return close();
-    // The same notification: it changes where it is and does not come up again.
+    // Replaces the same notification, which changes in place and does not pop up again.
     if (body() != shownBody_) show();
   }
 }
 
 std::string RecordingNotice::body() const {
   std::string body = withFirstPlaceholder(text("Recording since %@."), since_);
-  // Lists of notifications often show no buttons.
+  // Notification lists often show no buttons.
   if (*keepsList_) body += "\n" + text("Click here to stop.");
   if (!remark_.empty()) body += "\n" + remark_;
   return body;
@@ -156,7 +156,7 @@ void RecordingNotice::call(const char* method, GVariant* parameters, const GVari
                          new Call{self_});
 }
 
-// Null when nobody waits for the answer any more; a failure leaves *value null.
+// Null when the notice is gone; a failure leaves *value null.
 RecordingNotice* RecordingNotice::answered(GObject* source, GAsyncResult* result, gpointer raw,
                                            GVariant** value) {
   const std::unique_ptr<Call> call(static_cast<Call*>(raw));
@@ -173,7 +173,7 @@ void RecordingNotice::onCapabilities(GObject* source, GAsyncResult* result, gpoi
   RecordingNotice* self = answered(source, result, raw, &value);
   const VariantPtr owned(value);
   if (self == nullptr) return;
-  // Without a server there is nothing to show it; the next change asks again.
+  // Without a server nothing can be shown; the next change tries again.
   if (value == nullptr || !self->needed_ || !self->recording_) {
     self->phase_ = Phase::kGone;
     return;
@@ -195,7 +195,7 @@ void RecordingNotice::onNotified(GObject* source, GAsyncResult* result, gpointer
     self->id_ = 0;
     return;
   }
-  // Of an earlier recording, or taken away while it was changed.
+  // It belongs to an earlier recording, or was dismissed during the change.
   const bool isLate = self->phase_ != Phase::kComing && self->phase_ != Phase::kShown;
   g_variant_get(value, "(u)", &self->id_);
   if (isLate) return self->close();
@@ -223,7 +223,7 @@ void RecordingNotice::onSignal(GDBusConnection*, const gchar*, const gchar*, con
   if (name == "cancel") ask("cancel");
 }
 
-// A server that comes anew knows nothing of what the old one showed.
+// A new server does not know what the old one showed.
 void RecordingNotice::onServerChanged(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                                       const gchar*, GVariant* parameters, gpointer raw) {
   auto& self = *static_cast<RecordingNotice*>(raw);

@@ -15,10 +15,11 @@
 
 namespace linux_host {
 
-// What shows a running recording where the desktop has no tray: one notification that stays while
-// it runs. A click on it stops the recording, and there are buttons to stop and to cancel. It never
-// pops up over what the user does: the start has been announced already. One that the user takes
-// away stays away for that recording. The server forgets it when the process ends. Main thread.
+// Shows a running recording where the desktop has no tray: one notification that stays while it
+// runs. A click on it stops the recording, and it has buttons to stop and to cancel. It never pops
+// up over the user's work, because the start has already been announced. If the user dismisses it,
+// it does not return during that recording. The server removes it when the process ends. Main
+// thread.
 class RecordingNotice : public suite::ToolDataObserver {
  public:
   // The three outlive the notice.
@@ -29,7 +30,7 @@ class RecordingNotice : public suite::ToolDataObserver {
 
   // Whether there is no tray.
   void setNeeded(bool needed);
-  // One more line, for what the user should know; empty: none.
+  // An extra line that warns the user; empty: none.
   void setRemark(const std::string& remark);
   void toolDataDidChange(const suite::ToolData& data) override;
 
@@ -65,12 +66,12 @@ class RecordingNotice : public suite::ToolDataObserver {
   GDBusConnection* const bus_;
   Requests& requests_;
   const platform::Bundle& strings_;
-  // Calls still under way know by it that the notice is gone.
+  // Tells pending calls whether the notice still exists.
   const std::shared_ptr<RecordingNotice*> self_;
   std::vector<guint> subscriptions_;
   Phase phase_ = Phase::kGone;
   guint32 id_ = 0;                 // the server's; 0 until it has answered
-  std::optional<bool> keepsList_;  // whether it takes a click on the text for the default action
+  std::optional<bool> keepsList_;  // whether a click on the text triggers the default action
   std::string shownBody_;
   bool needed_ = false;
   bool recording_ = false;

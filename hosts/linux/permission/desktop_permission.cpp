@@ -78,7 +78,7 @@ DesktopMicrophonePermission::StoreAnswer DesktopMicrophonePermission::askStore()
       G_DBUS_CALL_FLAGS_NO_AUTO_START, kAnswerLimit_ms, nullptr, &rawError));
   const ErrorPtr error(rawError);
   if (reply == nullptr) {
-    // "Not found" is an answer too: nobody has an entry yet.
+    // "Not found" is an answer too: there is no entry yet.
     answer.isThere =
         g_dbus_error_is_remote_error(error.get()) != FALSE && error->domain != G_DBUS_ERROR;
     return answer;

@@ -14,19 +14,18 @@
 
 namespace linux_host {
 
-// The desktop's answer, from two places: its microphone switch for all programs (a setting), and
-// its permission store's entry for this program. Where there is neither, or the store has no entry
-// for us, microphones are permitted.
+// The desktop's answer, from two sources: its microphone switch for all programs (a setting), and
+// this program's entry in its permission store. If there is neither, or the store has no entry for
+// us, microphones are permitted.
 //
-// Looks only at services that run already and waits for none of them longer than kAnswerLimit_ms.
-// The user is asked by the desktop's portal; where there is none nobody can permit, and the answer
-// is no.
+// Asks only services that are already running, and waits for none of them longer than
+// kAnswerLimit_ms. The desktop's portal asks the user; without a portal the answer is no.
 class DesktopMicrophonePermission : public MicrophonePermission {
  public:
   static constexpr int kAnswerLimit_ms = 300;
 
-  // Gives the session bus, or null when there is none; the reference stays the giver's, who keeps
-  // it as long as this object lives. Called when an answer is first needed.
+  // Returns the session bus, or null when there is none. The callee keeps the reference, for as
+  // long as this object lives. Called when an answer is first needed.
   using SessionBus = std::function<GDBusConnection*()>;
 
   explicit DesktopMicrophonePermission(SessionBus sessionBus);
@@ -36,13 +35,13 @@ class DesktopMicrophonePermission : public MicrophonePermission {
 
   bool isKnown() override;
   platform::AuthorizationStatus status() override;
-  // The answer comes on the main thread, from GLib's default context.
+  // `handler` is called on the main thread, from GLib's default context.
   void request(std::function<void(bool isGranted)> handler) override;
 
  private:
   // What the store says about this program.
   struct StoreAnswer {
-    bool isThere = false;  // a store runs
+    bool isThere = false;  // a store is running
     std::string entry;     // "yes", "no", "ask", or empty for none
   };
 

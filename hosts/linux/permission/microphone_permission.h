@@ -12,9 +12,9 @@ class MicrophonePermission {
  public:
   virtual ~MicrophonePermission() = default;
 
-  // Whether anybody on this system decides it at all; if not, everything is permitted.
+  // Whether this system controls microphone access at all; if not, everything is permitted.
   [[nodiscard]] virtual bool isKnown() = 0;
-  // The answer as it stands now. Never asks the user.
+  // The current answer. Never asks the user.
   [[nodiscard]] virtual platform::AuthorizationStatus status() = 0;
   // Asks the user. `handler` is called once, on any thread, possibly before the return.
   virtual void request(std::function<void(bool isGranted)> handler) = 0;

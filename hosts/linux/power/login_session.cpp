@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kLogin1 = "org.freedesktop.login1";
 constexpr const char* kLogin1Path = "/org/freedesktop/login1";
-// This names the session of whoever asks.
+// This path names the caller's own session.
 constexpr const char* kOwnSession = "/org/freedesktop/login1/session/auto";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
@@ -21,8 +21,8 @@ void closeAndForget(int* descriptor) {
   *descriptor = -1;
 }
 
-// The caller's own copy of the descriptor that the answer "(h)" names; -1 when it names none of
-// those that came with it.
+// A duplicate, owned by the caller, of the descriptor that the answer "(h)" names; -1 if it names
+// none of those that came with it.
 int descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
   gint32 index = -1;
   g_variant_get(answer, "(h)", &index);
@@ -33,12 +33,12 @@ int descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
 }  // namespace
 
 bool isRecording(const suite::ToolData& data) {
-  // The status follows only when the start is confirmed; the icon is there from its acceptance on,
-  // and blinks later.
+  // The status changes only when the start is confirmed; the icon is there once it is accepted, and
+  // blinks later.
   return !data.menuText.empty() && (data.toolStatus == 1 || !data.toolIcon.empty());
 }
 
-// A call under way. The answer may come when the session is gone; then it was cancelled.
+// A pending call. If the session is gone when the answer comes, the call was cancelled.
 struct LoginSession::Lock {
   LoginSession* session;
   int LoginSession::*descriptor;
@@ -109,8 +109,8 @@ void LoginSession::begin() {
   if (sessionId_.empty()) askForSession();
 }
 
-// A program that the bus has started is in no session of its own; it then is one of the session in
-// which its user sits before a screen.
+// A program started by the bus belongs to no session. It then counts as part of its user's
+// graphical session.
 void LoginSession::askForSession() {
   g_dbus_connection_call(
       bus_.get(), kLogin1, kOwnSession, "org.freedesktop.DBus.Properties", "Get",
@@ -155,7 +155,7 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
         int granted = descriptorOf(answer.get(), descriptors.get());
         if (granted < 0) return;
         closeAndForget(&(lock->session->*lock->descriptor));
-        // The recording may have ended while the answer was on its way.
+        // The recording may have ended before the answer came.
         if (lock->session->recording_) {
           lock->session->*lock->descriptor = granted;
         } else {

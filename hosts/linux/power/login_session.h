@@ -9,13 +9,13 @@
 
 namespace linux_host {
 
-// While a recording runs the machine does not fall asleep, and a shutdown waits until it is saved:
-// inhibitors of org.freedesktop.login1, which also tells when the user has logged out. A machine
-// without that service just goes without. Main thread; no call waits for an answer.
+// Keeps the machine from suspending while a recording runs, and makes a shutdown wait until it is
+// saved, with inhibitors of org.freedesktop.login1. That service also reports when the user has
+// logged out. Without the service nothing happens. Main thread; no call waits for an answer.
 class LoginSession : public suite::ToolDataObserver {
  public:
-  // `why` is what the desktop shows as the reason. `onShutdown` is called when the machine goes
-  // down during a recording, `onLogout` when this user's session is over.
+  // `why` is the reason that the desktop shows. `onShutdown` is called when the machine shuts down
+  // during a recording, `onLogout` when this user's session is over.
   LoginSession(std::string why, std::function<void()> onShutdown, std::function<void()> onLogout);
   ~LoginSession() override;
   LoginSession(const LoginSession&) = delete;
@@ -23,7 +23,7 @@ class LoginSession : public suite::ToolDataObserver {
 
   void toolDataDidChange(const suite::ToolData& data) override;
 
-  // The recording's files are closed: the machine may go down.
+  // The recording's files are closed: the machine may shut down.
   void releaseShutdown();
 
  private:

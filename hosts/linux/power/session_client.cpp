@@ -57,7 +57,7 @@ void SessionClient::toolDataDidChange(const suite::ToolData& data) {
 }
 
 void SessionClient::registerOnBus() {
-  // Before the manager knows us: what it says right after its answer must not be missed.
+  // Subscribe before registering: a signal right after the manager's answer must not be missed.
   if (subscription_ == 0) {
     subscription_ = g_dbus_connection_signal_subscribe(bus_, kManager, kClientInterface, nullptr,
                                                        nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
@@ -89,7 +89,7 @@ void SessionClient::onRegistered(GObject* bus, GAsyncResult* result, gpointer se
 void SessionClient::onSignal(GDBusConnection*, const gchar*, const gchar* path, const gchar*,
                              const gchar* signal, GVariant* parameters, gpointer self) {
   auto* client = static_cast<SessionClient*>(self);
-  // What another client is told may be heard by all.
+  // Signals for other clients arrive here, too.
   if (client->path_ != path) return;
   const std::string_view name = signal;
   if (name == "QueryEndSession") {

@@ -9,23 +9,23 @@
 
 namespace linux_host {
 
-// Makes a program that records a client of the desktop's session manager on the bus, so that a
-// log-out waits until the recording is saved: org.gnome.SessionManager, which is the name in
-// several desktops. The manager of Xfce 4.18 has a like interface and crashes on it; it is reached
-// by XsmpClient, as all that are not on the bus. The log-out itself is never refused. Main thread;
-// no call waits for an answer.
+// Registers a recording program with the desktop's session manager on the bus, so that a log-out
+// waits until the recording is saved. The name is org.gnome.SessionManager in several desktops.
+// Xfce 4.18's manager has a similar interface but crashes on it; XsmpClient handles it, like all
+// managers that are not on the bus. The log-out itself is never refused. Main thread; no call waits
+// for an answer.
 class SessionClient : public suite::ToolDataObserver {
  public:
-  // `bus` may be null and outlives the client. `startupId` is what the manager gave a program that
-  // it started, empty for others. `onNobody` is called when a recording runs and there is no such
-  // manager or it does not take the program.
+  // `bus` may be null and outlives the client. `startupId` is the id that the manager gave a
+  // program that it started; empty for others. `onNobody` is called when a recording runs and there
+  // is no such manager or it does not accept the program.
   SessionClient(GDBusConnection* bus, std::string startupId, SessionEnd end,
                 std::function<void()> onNobody);
   ~SessionClient() override;
   SessionClient(const SessionClient&) = delete;
   SessionClient& operator=(const SessionClient&) = delete;
 
-  // Asks the manager when the recording's clock has moved on: its start has other things to do.
+  // Registers once the recording's clock has advanced, so as not to delay the start.
   void toolDataDidChange(const suite::ToolData& data) override;
 
  private:
@@ -41,14 +41,15 @@ class SessionClient : public suite::ToolDataObserver {
   const SessionEnd end_;
   const std::function<void()> onNobody_;
   GCancellable* const cancellable_;
-  std::string path_;  // the client's object at the manager; empty while it is nobody's client
+  std::string path_;  // the client's object at the manager; empty while not registered
   guint subscription_ = 0;
-  bool asking_ = false;  // the answer is on its way
-  bool asked_ = false;   // for the recording that runs
+  bool asking_ = false;  // a call is pending
+  bool asked_ = false;   // for the current recording
 };
 
-// The id by which the session manager knows the program it has started; taken out of the
-// environment, as it is nobody else's. Before other threads look into the environment.
+// The id that the session manager gave to a program that it started. Removes it from the
+// environment, because child processes must not use it. Call before other threads read the
+// environment.
 std::string takeStartupId();
 
 }  // namespace linux_host

@@ -5,12 +5,12 @@
 
 namespace linux_host {
 
-// What a session manager asks of the program when the user logs out. Main thread.
+// What a session manager asks the program to do when the user logs out. Main thread.
 struct SessionEnd {
-  // Saves what is being recorded, and calls `saved` on the main thread once every file is closed;
-  // never when the program's main loop ends before that.
+  // Saves the recording and calls `saved` on the main thread once every file is closed; never if
+  // the program's main loop ends first.
   std::function<void(std::function<void()> saved)> save;
-  // The session is over: end without the time in which the user is still shown what was saved.
+  // The session is over: end without the time in which the notification is still shown.
   std::function<void()> quit;
 };
 

@@ -49,8 +49,8 @@ void SessionNames::onAppeared(GDBusConnection*, const gchar* name, const gchar*,
   static_cast<SessionNames*>(self)->isThere_[name] = true;
 }
 
-// Also called at once for a name that nobody has, and when the bus itself goes, after which the
-// program is reached by its socket and the recording goes on.
+// Also called at once for a name without an owner, and when the bus itself goes; in that case the
+// recording goes on and the program can be reached through its socket.
 void SessionNames::onVanished(GDBusConnection* bus, const gchar* name, gpointer self) {
   auto* names = static_cast<SessionNames*>(self);
   const bool wasThere = std::exchange(names->isThere_[name], false);

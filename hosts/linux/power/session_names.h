@@ -11,10 +11,10 @@
 
 namespace linux_host {
 
-// Follows the end of the desktop's session while a recording runs, by the names that session
-// managers have on the bus: a name that was there and goes is a log-out. It needs no word of the
-// manager and nothing from the environment, so it holds for a program that the bus has started and
-// for managers that speak XSMP alone. Main thread.
+// Notices the end of the desktop's session while a recording runs, by the names of session managers
+// on the bus: a name that was there and goes is a log-out. It needs no call to the manager and
+// nothing from the environment, so it also works for a program started by the bus and for managers
+// that only speak XSMP. Main thread.
 class SessionNames : public suite::ToolDataObserver {
  public:
   // `bus` may be null and outlives this object. `onOver` may destroy it.
@@ -23,7 +23,7 @@ class SessionNames : public suite::ToolDataObserver {
   SessionNames(const SessionNames&) = delete;
   SessionNames& operator=(const SessionNames&) = delete;
 
-  // Looks when the recording's clock has moved on: its start has other things to do.
+  // Starts watching once the recording's clock has advanced, so as not to delay the start.
   void toolDataDidChange(const suite::ToolData& data) override;
 
  private:

@@ -17,7 +17,7 @@ namespace {
 OpenXsmpConnection loadModule(const std::vector<std::string>& folders) {
   for (const std::string& folder : folders) {
     const std::string path = folder + "/" + kXsmpModuleFileName;
-    // Stays for the process: its libraries keep what they know of a connection.
+    // Never unloaded: its libraries keep state about a connection.
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     void* symbol = library != nullptr ? dlsym(library, kOpenXsmpConnectionSymbol) : nullptr;
     if (symbol != nullptr) return reinterpret_cast<OpenXsmpConnection>(symbol);

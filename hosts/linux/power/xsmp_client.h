@@ -16,18 +16,18 @@
 namespace linux_host {
 
 // Makes the program a client of a session manager that speaks the X session management protocol,
-// for desktops whose manager is not on the bus. Main thread; connecting waits on a thread of its
-// own, which a manager that never answers keeps for itself.
+// for desktops whose manager is not on the bus. Main thread. A separate thread connects; if the
+// manager never answers, that thread waits forever.
 class XsmpClient {
  public:
-  // `folders` are searched for the module in their order.
+  // Searches `folders` for the module in order.
   XsmpClient(SessionEnd end, std::shared_ptr<platform::DispatchQueue> mainQueue,
              std::vector<std::string> folders);
   ~XsmpClient();
   XsmpClient(const XsmpClient&) = delete;
   XsmpClient& operator=(const XsmpClient&) = delete;
 
-  // Connects unless the environment names no manager or it was tried before.
+  // Connects, unless the environment names no manager or this was tried before.
   void connect();
 
  private:

@@ -46,7 +46,7 @@ class LibSmConnection : public XsmpConnection {
 
   bool process() override {
     const auto status = IceProcessMessages(SmcGetIceConnection(connection_), nullptr, nullptr);
-    // One that both sides closed has been freed by the library.
+    // The library has freed a connection that both sides closed.
     if (status == IceProcessMessagesConnectionClosed) connection_ = nullptr;
     return status == IceProcessMessagesSuccess;
   }
@@ -62,8 +62,8 @@ class LibSmConnection : public XsmpConnection {
     std::vector<std::string> values;
   };
 
-  // What every client has to say about itself. The next session does not start it: a recording is
-  // the user's own act.
+  // What every client has to say about itself. The next session must not start it: only the user
+  // starts a recording.
   void describe() {
     const passwd* user = getpwuid(getuid());
     const std::vector<Property> properties = {
@@ -77,7 +77,7 @@ class LibSmConnection : public XsmpConnection {
   }
 
   void set(const Property& property) {
-    // The library's structures are of pointers to what it only reads.
+    // The library's structures have non-const pointers, but it only reads through them.
     std::vector<SmPropValue> values;
     for (const std::string& value : property.values) {
       values.push_back({static_cast<int>(value.size()), const_cast<char*>(value.data())});
@@ -89,7 +89,7 @@ class LibSmConnection : public XsmpConnection {
   }
 
   static void onSaveYourself(SmcConn connection, SmPointer self, int, Bool shutdown, int, Bool) {
-    // A session that is only written down has nothing of ours to keep.
+    // A checkpoint without a shutdown has nothing of ours to save.
     if (shutdown == False) {
       SmcSaveYourselfDone(connection, True);
       return;
@@ -106,7 +106,7 @@ class LibSmConnection : public XsmpConnection {
   bool saving_ = false;
 };
 
-// The libraries' own handlers end the process.
+// The libraries' default handlers end the process.
 void outliveErrors() {
   IceSetIOErrorHandler([](IceConn) {});
   IceSetErrorHandler([](IceConn, Bool, int, unsigned long, int, int, IcePointer) {});

@@ -4,14 +4,14 @@
 #include <functional>
 #include <string>
 
-// What the program and the module that speaks XSMP say to each other. The module
-// (record-audio-session.so, libSM) is loaded when a recording runs and the desktop's session
-// manager speaks nothing else.
+// The interface between the program and the module that speaks XSMP (record-audio-session.so,
+// libSM). The module is loaded when a recording runs and the desktop's session manager speaks only
+// this protocol.
 
 namespace linux_host {
 
-// The program as a client of a session manager. Calls come from one thread at a time; the events
-// come from within process().
+// The program as a client of a session manager. Call it from one thread at a time; events are
+// delivered from within process().
 class XsmpConnection {
  public:
   virtual ~XsmpConnection() = default;
@@ -30,8 +30,8 @@ struct XsmpEvents {
   std::function<void()> die;
 };
 
-// The module's one exported symbol. Waits for the session manager that SESSION_MANAGER names; null
-// when there is none or it does not take the program.
+// The module's only exported symbol. Waits for the session manager that SESSION_MANAGER names; null
+// when there is none or it does not accept the program.
 using OpenXsmpConnection = XsmpConnection* (*)(XsmpEvents events);
 inline constexpr const char* kOpenXsmpConnectionSymbol = "record_audio_open_xsmp_connection";
 inline constexpr const char* kXsmpModuleFileName = "record-audio-session.so";

@@ -14,16 +14,16 @@ using Outcome = ShortcutChoice::Outcome;
 constexpr const char* kInterface = "org.freedesktop.portal.GlobalShortcuts";
 constexpr const char* kSessionInterface = "org.freedesktop.portal.Session";
 constexpr const char* kShortcut = "record";
-// The user may choose another, and has to where something else is on it. Letters that remind of
-// recording are taken: Plasma's clipboard and its screen recorder have the ones with R.
+// The user may choose another, and has to where this one is taken. R for recording is taken:
+// Plasma's clipboard and its screen recorder use those keys.
 constexpr const char* kPreferredTrigger = "LOGO+ALT+a";
-// Where a program has no name for the desktop, the keys are stored, and shown, under this one.
+// If the desktop does not know the program's name, it stores and shows the keys under this one.
 constexpr const char* kSessionToken = "RecordAudio";
 constexpr const char* kShortcutsType = "a(sa{sv})";
-// Before it, the dialog for another key is the one for the first.
+// Before it, the dialog for the first key is also used to change the key.
 constexpr guint32 kFirstVersionWithSettings = 2;
 
-// Our shortcut's words for its key among `shortcuts`; null when it is not there.
+// The desktop's name for our shortcut's key in `shortcuts`; null when the shortcut is not there.
 std::optional<std::string> triggerAmong(GVariant* shortcuts) {
   GVariantIter each;
   g_variant_iter_init(&each, shortcuts);
@@ -51,7 +51,7 @@ std::optional<std::string> triggerIn(GVariant* results) {
 
 // Empty when the portal has made none.
 std::string sessionIn(GVariant* results) {
-  // Of the wrong type since the first portal, which has therefore become the right one.
+  // Since the first portal this has had the wrong type, so that type is now the right one.
   const gchar* path = "";
   if (g_variant_lookup(results, "session_handle", "&s", &path) == FALSE) {
     g_variant_lookup(results, "session_handle", "&o", &path);
@@ -61,7 +61,7 @@ std::string sessionIn(GVariant* results) {
 
 }  // namespace
 
-// A method call under way.
+// A pending method call.
 struct GlobalShortcut::Call {
   Self self;
   Reply reply;
@@ -94,7 +94,7 @@ void GlobalShortcut::leave() {
 
 void GlobalShortcut::enter(ShortcutPhase phase) {
   if (!mayFollow(phase_, phase)) {
-    // A key less, but a recording goes on.
+    // The key does not work, but a recording goes on.
     logMessage(LogLevel::kError,
                "The shortcut is in a state that it should not be in. Set it "
                "again in the preferences.");
@@ -113,7 +113,7 @@ void GlobalShortcut::tell() const {
   onChange_(shortcut);
 }
 
-// What others want.
+// Requests from the program.
 
 void GlobalShortcut::resume() {
   if (bus_ == nullptr || !wish_.isWanted()) return;
@@ -139,7 +139,7 @@ void GlobalShortcut::choose(const std::string& parentWindow, Done done) {
   isWanted_ = true;
   if (phase_ == ShortcutPhase::kUnknown) return look();
   if (phase_ == ShortcutPhase::kOffered) return open();
-  // What else is under way ends with what the user wants, too.
+  // A request that is already pending will end with the user's key, too.
   if (phase_ != ShortcutPhase::kBound) return;
   if (version_ >= kFirstVersionWithSettings) return configure();
   enter(ShortcutPhase::kClosing);
@@ -168,7 +168,7 @@ void GlobalShortcut::onPortalCame(GDBusConnection*, const gchar*, const gchar*, 
 
 void GlobalShortcut::onPortalLeft(GDBusConnection*, const gchar*, gpointer raw) {
   auto& self = *static_cast<GlobalShortcut*>(raw);
-  // What it is offering is known by a call, which fails then.
+  // While looking, the pending call fails and ends that phase.
   if (self.phase_ == ShortcutPhase::kUnknown || self.phase_ == ShortcutPhase::kLooking) return;
   if (const auto request = self.request_.lock()) request->cancel();
   self.isWanted_ = self.wish_.isWanted();
@@ -235,7 +235,7 @@ void GlobalShortcut::onVersion(GVariant* reply) {
   if (isWanted_) open();
 }
 
-// From no key to one.
+// Getting a key.
 
 GVariant* GlobalShortcut::ourShortcuts() const {
   GVariantBuilder shortcuts;
@@ -257,7 +257,7 @@ void GlobalShortcut::open() {
   const auto arguments = [this](GVariantBuilder* options) {
     g_variant_builder_add(options, "{sv}", "session_handle_token",
                           g_variant_new_string(kSessionToken));
-    // Plasma 5.27 wants them here, and only here; others pass over it.
+    // Plasma 5.27 takes them here, and only here; other portals ignore them.
     g_variant_builder_add(options, "{sv}", "shortcuts", ourShortcuts());
     return g_variant_new("(a{sv})", options);
   };
@@ -276,7 +276,7 @@ void GlobalShortcut::onOpened(GVariant* results) {
   sessionSignals_ = g_dbus_connection_signal_subscribe(
       bus_, kPortalName, kSessionInterface, "Closed", session_.c_str(), nullptr,
       G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-  // The user is to see the desktop's dialog; without him there should be none.
+  // Show the desktop's dialog only if the user has asked for a key.
   if (done_ || version_ >= kFirstVersionWithSettings) return bind();
   if (const auto trigger = triggerIn(results)) return bound(trigger);
   enter(ShortcutPhase::kListing);
@@ -317,7 +317,7 @@ void GlobalShortcut::onChecked(GVariant* results) {
 }
 
 void GlobalShortcut::bound(const std::optional<std::string>& trigger) {
-  // It agreed to nothing; who asks again at every start would only annoy.
+  // The desktop granted no key. Asking again at every start would only annoy the user.
   if (!trigger) {
     wish_.want(false);
     return giveUp(Outcome::kFailed, {});
@@ -347,7 +347,7 @@ void GlobalShortcut::giveUp(Outcome outcome, const std::string& reason) {
                    (reason.empty() ? std::string() : " (" + reason + ")") +
                    ". Bind a key to the command record-audio in its keyboard settings instead.");
   }
-  // A portal that comes back is asked again for what was agreed before.
+  // If the portal comes back, it is asked again for the key agreed before.
   isWanted_ = wish_.isWanted();
   forgetSession(false);
   enter(ShortcutPhase::kOffered);
@@ -370,7 +370,7 @@ void GlobalShortcut::forgetSession(bool isClosed) {
                          nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr, nullptr);
 }
 
-// What the portal says by itself.
+// Signals from the portal.
 
 void GlobalShortcut::onSignal(GDBusConnection*, const gchar*, const gchar* path, const gchar*,
                               const gchar* signal, GVariant* parameters, gpointer raw) {
@@ -383,7 +383,7 @@ void GlobalShortcut::onSignal(GDBusConnection*, const gchar*, const gchar* path,
   } else if (name == "Closed" && path == self.session_ &&
              areOfType(parameters, "(a{sv})", signal)) {
     self.forgetSession(true);
-    if (self.phase_ == ShortcutPhase::kClosing) return;  // it is what we wanted
+    if (self.phase_ == ShortcutPhase::kClosing) return;  // we closed it ourselves
     if (const auto request = self.request_.lock()) request->cancel();
     self.giveUp(Outcome::kFailed, {});
   }

@@ -15,17 +15,18 @@
 
 namespace linux_host {
 
-// The key that starts and stops a recording, wherever the user is just then: one shortcut in a
-// session of the desktop's portal for them, where it has one. Asked for when the user wants it, and
-// at later starts from what was agreed. It lasts as long as the session, so at most as long as the
-// process. All answers come from GLib's default context; nothing waits for them. Main thread.
+// The desktop-wide key that starts and stops a recording: one shortcut in a session of the
+// desktop's GlobalShortcuts portal, where there is one. It is requested when the user asks for it,
+// and restored at later starts. It lasts as long as the session, so at most as long as the process.
+// All answers come from GLib's default context; nothing waits for them. Main thread.
 class GlobalShortcut {
  public:
-  // The key was pressed, with the desktop's leave to bring a window forward (may be empty).
+  // Called when the key was pressed, with the desktop's permission to bring a window forward (may
+  // be empty).
   using Pressed = std::function<void(const std::string& activationToken)>;
   using Clock = std::function<gint64()>;  // microseconds
 
-  // `bus` may be null; it and `wish` outlive this. `description` is what the user reads.
+  // `bus` may be null; it and `wish` outlive this object. The user sees `description`.
   GlobalShortcut(GDBusConnection* bus, std::string description, ShortcutWish& wish, Pressed pressed,
                  Clock now_us = g_get_monotonic_time);
   // Ends the session.
@@ -33,23 +34,23 @@ class GlobalShortcut {
   GlobalShortcut(const GlobalShortcut&) = delete;
   GlobalShortcut& operator=(const GlobalShortcut&) = delete;
 
-  // A key that is held down repeats itself, at the latest after this time. What comes sooner after
-  // the last one is that.
+  // A held key repeats within this time. A press that comes sooner after the last one is such a
+  // repetition.
   static constexpr gint64 kRepeat_us = 800'000;
 
-  // Sets the key up again that the user has wanted before, and only then says anything on the bus.
+  // Restores the key that the user has chosen before. Without one, sends nothing on the bus.
   void resume();
-  // As WindowsServices::followShortcut. The first follower asks the desktop what it has.
+  // As WindowsServices::followShortcut. The first follower triggers a query to the desktop.
   void follow(std::function<void(const Shortcut&)> onChange);
   // As WindowsServices::chooseShortcut.
   void choose(const std::string& parentWindow, std::function<void(const ShortcutChoice&)> done);
-  // The program ends: no key any more.
+  // The program ends: gives up the key.
   void leave();
 
  private:
   using Self = std::weak_ptr<GlobalShortcut*>;
   using Done = std::function<void(const ShortcutChoice&)>;
-  // What is to be done with the answer of the portal.
+  // Handles an answer of the portal.
   using Answer = void (GlobalShortcut::*)(GVariant* results);
   using Reply = void (GlobalShortcut::*)(GVariant* reply);
   struct Call;
@@ -79,7 +80,7 @@ class GlobalShortcut {
   void configure();
   void onConfiguring(GVariant* reply);
   void bound(const std::optional<std::string>& trigger);
-  // The end of what was under way: without a key.
+  // Ends the pending request without a key.
   void giveUp(ShortcutChoice::Outcome outcome, const std::string& reason);
   void finish(const ShortcutChoice& choice);
   void forgetSession(bool isClosed);
@@ -97,17 +98,17 @@ class GlobalShortcut {
   ShortcutWish& wish_;
   const Pressed pressed_;
   const Clock now_us_;
-  // Calls under way know by it that this is gone.
+  // Tells pending calls whether this object still exists.
   const std::shared_ptr<GlobalShortcut*> self_ = std::make_shared<GlobalShortcut*>(this);
 
   ShortcutPhase phase_ = ShortcutPhase::kUnknown;
-  bool isWanted_ = false;               // set the key up as soon as the desktop offers any
+  bool isWanted_ = false;               // request the key as soon as the desktop offers any
   guint32 version_ = 0;                 // of the portal's interface
   std::string session_;                 // the object's path; empty: none
   std::optional<std::string> trigger_;  // in the desktop's words; null: no key
   std::optional<gint64> lastPress_us_;
   std::string parentWindow_;
-  Done done_;  // of the choice under way; null: it is not the user who asks
+  Done done_;  // of the pending choice; null: the user did not ask
   std::function<void(const Shortcut&)> onChange_;
   std::weak_ptr<PortalRequest> request_;
   guint watch_ = 0;

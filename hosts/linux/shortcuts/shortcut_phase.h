@@ -6,39 +6,39 @@
 
 namespace linux_host {
 
-// How far the program is with the desktop about its key.
+// The phases of getting a key from the desktop.
 enum class ShortcutPhase {
-  kUnknown,   // nobody has asked whether the desktop has keys for programs, or it has none
-  kLooking,   // it is being asked
-  kOffered,   // it has; there is none for us
-  kClosing,   // the session of an earlier key is being ended
-  kOpening,   // a session is being made
-  kListing,   // the desktop is asked whether it knows our key from before
-  kBinding,   // it gives us a key, or asks the user for one
-  kChecking,  // it agreed, and is asked to what
-  kBound,     // the session has our key, or had it until the user took it away
+  kUnknown,   // not known yet whether the desktop has keys for programs, or it has none
+  kLooking,   // asking the desktop
+  kOffered,   // the desktop has keys; we have none
+  kClosing,   // ending the session of an earlier key
+  kOpening,   // creating a session
+  kListing,   // asking the desktop whether it knows our earlier key
+  kBinding,   // the desktop assigns a key, or asks the user for one
+  kChecking,  // the desktop agreed; asking for which key
+  kBound,     // the session has our key, or had it until the user removed it
 };
 
-// Who may follow whom.
+// The allowed changes: from, to.
 inline constexpr std::array kShortcutPhaseChanges = {
-    // Somebody wants to know.
+    // The preferences ask, or a key is wanted.
     std::pair{ShortcutPhase::kUnknown, ShortcutPhase::kLooking},
-    // The desktop answered.
+    // The desktop has answered.
     std::pair{ShortcutPhase::kLooking, ShortcutPhase::kUnknown},
     std::pair{ShortcutPhase::kLooking, ShortcutPhase::kOffered},
     // The user wants a key, now or at an earlier start.
     std::pair{ShortcutPhase::kOffered, ShortcutPhase::kOpening},
-    // Or another one.
+    // The user wants another key.
     std::pair{ShortcutPhase::kBound, ShortcutPhase::kClosing},
     std::pair{ShortcutPhase::kClosing, ShortcutPhase::kOpening},
-    // A session is there; some desktops give it the key of before at once.
+    // The session exists; some desktops give it the earlier key at once.
     std::pair{ShortcutPhase::kOpening, ShortcutPhase::kListing},
     std::pair{ShortcutPhase::kOpening, ShortcutPhase::kBinding},
     std::pair{ShortcutPhase::kOpening, ShortcutPhase::kBound},
-    // The key of before is known, or it is not.
+    // The desktop knows the earlier key, or does not.
     std::pair{ShortcutPhase::kListing, ShortcutPhase::kBound},
     std::pair{ShortcutPhase::kListing, ShortcutPhase::kBinding},
-    // Agreed; some desktops do not say to what.
+    // The desktop agreed; some do not say to which key.
     std::pair{ShortcutPhase::kBinding, ShortcutPhase::kBound},
     std::pair{ShortcutPhase::kBinding, ShortcutPhase::kChecking},
     std::pair{ShortcutPhase::kChecking, ShortcutPhase::kBound},

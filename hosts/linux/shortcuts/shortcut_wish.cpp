@@ -26,7 +26,7 @@ void ShortcutWish::want(bool wanted) {
   if (isWanted() == wanted) return;
   std::string error;
   if (file_.change([wanted](Json& json) { json[kKey] = wanted; }, &error)) return;
-  logMessage(LogLevel::kWarning, "It is not remembered that the shortcut was " +
+  logMessage(LogLevel::kWarning, "Cannot remember that the shortcut was " +
                                      std::string(wanted ? "set. " : "declined. ") + error);
 }
 

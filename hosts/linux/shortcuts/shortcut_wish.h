@@ -7,15 +7,17 @@
 
 namespace linux_host {
 
-// Whether the user wants a key of the desktop's: <config>/com.vantrel.korvel.RecordAudio/
-// desktop.json, which holds what concerns this desktop alone. Main thread.
+// Whether the user wants a key from the desktop, stored in
+// <config>/com.vantrel.korvel.RecordAudio/desktop.json, the file for settings of the desktop. Main
+// thread.
 class ShortcutWish {
  public:
   explicit ShortcutWish(std::string path) : file_(std::move(path)) {}
 
-  // Reads the file each time; false when it cannot be read, which the log says.
+  // Reads the file each time. If it cannot be read, logs that and returns false.
   [[nodiscard]] bool isWanted() const;
-  // Writes the file only for a change. A failure is logged: the wish is then forgotten at the end.
+  // Writes the file only for a change. A failure is logged; the wish then lasts only until the
+  // program ends.
   void want(bool wanted);
 
  private:

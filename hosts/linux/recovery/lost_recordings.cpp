@@ -28,7 +28,7 @@ using Contents = RecordingFindings::Contents;
 
 constexpr int kLowestPriority = 19;
 
-// The rest of a name is what makes it unique. A user's own "…interview.mp3" is none of ours.
+// The rest of the name is the unique part. A user's own "…interview.mp3" is not ours.
 bool isTemporaryName(std::string_view name, std::string_view prefix) {
   constexpr std::string_view kUniqueText =
       "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz-";
@@ -61,7 +61,7 @@ class LostRecording : public InterruptedRecording {
 
   std::string finish() override {
     if (contents_ == Contents::kMp3) {
-      // Players complain of a part of a frame, and play nothing of it.
+      // Players complain of an incomplete frame and do not play it.
       const auto torn_bytes = tornMp3Frame_bytes(*file_);
       return torn_bytes ? file_->truncate(*torn_bytes) : std::string();
     }
@@ -78,7 +78,7 @@ class LostRecording : public InterruptedRecording {
 
   std::string moveBack() override {
     std::string error = files_.move(file_->path(), foundAt_);
-    // Among other people's files it is nobody else's.
+    // In a folder shared with others, the recording must stay private.
     if (error.empty() && chmod(foundAt_.c_str(), S_IRUSR | S_IWUSR) != 0) {
       error = errorText("close to others", foundAt_, errno);
     }
@@ -98,9 +98,10 @@ class LostRecording : public InterruptedRecording {
       findings->contents = *duration_s > 0 ? Contents::kMp3 : Contents::kNoSound;
       findings->duration_s = *duration_s;
     } else {
-      findings->problem = file_->path() +
-                          " is left alone: it holds no recording that could be read. Look what it "
-                          "is, and keep or delete it yourself.";
+      findings->problem =
+          file_->path() +
+          " is left alone: it contains no readable recording. Examine it, and keep or "
+          "delete it yourself.";
     }
   }
 
@@ -130,7 +131,7 @@ std::vector<std::string> LostRecordings::find(const std::string& namePrefix, std
 LostRecordings::Claim LostRecordings::claim(const std::string& path) {
   Claim claim;
   struct stat status {};
-  // Others have their recordings here too.
+  // Other users have their recordings here, too.
   if (lstat(path.c_str(), &status) != 0 || status.st_uid != geteuid()) return claim;
   if (S_ISREG(status.st_mode) && status.st_size == 0) {
     claim.outcome = Claim::Outcome::kEmpty;
@@ -147,7 +148,7 @@ LostRecordings::Claim LostRecordings::claim(const std::string& path) {
 }
 
 void LostRecordings::yieldToOthers() {
-  // A system that refuses lets this work have its ordinary share.
+  // If the system refuses, this work runs at normal priority.
   setpriority(PRIO_PROCESS, 0, kLowestPriority);
   syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
 }

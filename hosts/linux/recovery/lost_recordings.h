@@ -10,11 +10,12 @@
 
 namespace linux_host {
 
-// Recordings in a temporary folder that nobody writes any more, as OpenFiles's locks tell. They are
-// kept apart from the files of a running recording, which never waits for the copying of one.
+// Recordings in a temporary folder that no process is writing any more, as the locks of OpenFiles
+// show. Their files are kept apart from those of a running recording, which never waits for them to
+// be copied.
 class LostRecordings : public platform::InterruptedRecordings {
  public:
-  // `folder` is asked for at each search, on its thread: the folder may hang.
+  // `folder` is called for each search, on the searching thread, because the folder may hang.
   explicit LostRecordings(std::function<std::string()> folder) : folder_(std::move(folder)) {}
   explicit LostRecordings(const std::string& folder)
       : LostRecordings([folder] { return folder; }) {}

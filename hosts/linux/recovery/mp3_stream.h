@@ -8,14 +8,14 @@
 
 namespace linux_host {
 
-// How many seconds of sound an MP3 stream of constant bit rate holds, as this program writes them:
-// its first byte begins its first frame. 0 when no second frame has begun: the first one is the
-// encoder's delay, and players refuse a stream of it alone. Null when the file does not begin
-// with the head of a frame, or goes on with what is no other of the same stream.
+// The duration of an MP3 stream of constant bit rate, in seconds, as this program writes them: the
+// first byte begins the first frame. 0 when no second frame has begun: the first one is the
+// encoder's delay, and players refuse a stream with nothing else. Null when the file does not begin
+// with a frame header, or the next frame does not belong to the same stream.
 [[nodiscard]] std::optional<double> mp3Duration_s(const OpenFile& file);
 
-// Where the last frame of such a stream begins that the file does not hold whole. Null when there
-// is none, and when something in between is no frame: then nobody knows where the next one begins.
+// The offset of the incomplete frame at the end of such a stream. Null when there is none, or when
+// something before it is not a frame, as the next frame cannot be found then.
 [[nodiscard]] std::optional<std::uint64_t> tornMp3Frame_bytes(const OpenFile& file);
 
 }  // namespace linux_host

@@ -31,7 +31,7 @@ std::string timeForName() {
   return {text, std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &utc)};
 }
 
-// Of this user's own, and not a link to it.
+// Whether it is this user's own regular file, not a link.
 bool isOwnFile(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
@@ -39,12 +39,12 @@ bool isOwnFile(const std::string& path) {
 
 std::string keptText(const std::string& path) {
   return path +
-         " is left as it is: it is not an ordinary file of yours at that very place. Remove it, or "
-         "mend the file that it leads to.";
+         " is left as it is: it is not an ordinary file of yours at that very path. Remove it, or "
+         "correct the file that it leads to.";
 }
 
-// Whoever changes a file in the folder has it alone meanwhile. A file of its own would be one more
-// to find there, and a file that is replaced cannot be locked.
+// Only one program at a time changes files in the folder. The lock is on the folder, because a lock
+// file would be clutter and a file that gets replaced cannot be locked.
 class FolderLock {
  public:
   explicit FolderLock(const std::string& folder)
@@ -53,7 +53,7 @@ class FolderLock {
     const auto limit =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(JsonFile::kLockLimit_ms);
     while (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-      // A file system without locks, or somebody who keeps it.
+      // The file system has no locks, or another program holds on to it.
       if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > limit) {
         return;
       }
@@ -108,9 +108,10 @@ bool JsonFile::setAside(const std::string& reason) {
   for (int i = 1; i <= kMostSetAsideInOneSecond && error == EEXIST; ++i) {
     error = renameWithoutReplacing(path_, name);
     if (error == 0) {
-      logMessage(LogLevel::kError, reason + " It was set aside as " + name +
-                                       " and the defaults are used; mend it and move it back, or "
-                                       "remove it.");
+      logMessage(LogLevel::kError,
+                 reason + " It was set aside as " + name +
+                     " and the defaults are used; correct it and move it back, or "
+                     "remove it.");
       return true;
     }
     name = aside + "-" + std::to_string(i);
@@ -127,7 +128,7 @@ std::optional<Json> JsonFile::change(const std::function<void(Json&)>& change, s
   const FolderLock lock(folder);
   auto json = read();
   if (!json) {
-    *error = "Cannot change " + path_ + ". Mend or remove that file.";
+    *error = "Cannot change " + path_ + ". Correct or remove that file.";
     return std::nullopt;
   }
   change(*json);

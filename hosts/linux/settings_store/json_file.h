@@ -9,33 +9,33 @@
 
 namespace linux_host {
 
-// A small JSON object on the disk that other programs and people may change too. Main thread.
-// Symbolic links stay links: the file they lead to is read and replaced.
+// A small JSON object on the disk that other programs and people may change, too. Main thread.
+// Symbolic links stay links: the file that they lead to is read and replaced.
 //
-// Only what is a regular file of this user's is ever replaced or renamed: whatever else lies at the
-// path, or where a link there leads, is somebody else's business.
+// Only a regular file of this user is ever replaced or renamed. Anything else at the path, or
+// behind a link there, is left alone.
 class JsonFile {
  public:
   explicit JsonFile(std::string path) : path_(std::move(path)) {}
 
-  // What the file holds now; an empty object when there is none.
+  // The file's current content; an empty object when there is no file.
   //
-  // A file that cannot be read or holds anything else is set aside, under its name with ".damaged-"
-  // and the time behind it, and the object is empty. Where that is impossible, or the file is not
-  // this user's own or lies behind a link, the result is null: it must then not be written, since
-  // that would destroy it. Either is logged.
+  // A file that cannot be read or contains anything else is renamed, with ".damaged-" and the time
+  // appended, and the object is empty. If that is impossible, or the file is not this user's own or
+  // is behind a link, the result is null: it must not be written then, since that would destroy it.
+  // Both cases are logged.
   std::optional<Json> read();
 
-  // Null where the file cannot be read; leaves it where it is. For those who only want to know.
+  // Only looks: null when the file cannot be read, which stays where it is.
   [[nodiscard]] std::optional<Json> peek(std::string* error) const;
 
-  // Reads the file as read() does, has `change` change what it holds, and replaces it in one step,
-  // readable by its user alone. Returns what the file holds now; null, with *error telling why,
-  // when it could not be changed.
+  // Reads the file as read() does, lets `change` change the content, and replaces the file in one
+  // step, readable only by its user. Returns the new content; null, with the reason in *error, when
+  // the file could not be changed.
   //
-  // Programs that change it in this way take turns: each locks the folder that the path lies in
-  // (flock) meanwhile. One that keeps the lock longer than kLockLimit has hung, and is
-  // not waited for any more.
+  // Programs that change the file in this way take turns: each locks the folder of the path (flock)
+  // meanwhile. A program that keeps the lock longer than kLockLimit_ms is taken to hang, and the
+  // others stop waiting for it.
   std::optional<Json> change(const std::function<void(Json&)>& change, std::string* error);
 
   [[nodiscard]] const std::string& path() const { return path_; }

@@ -11,7 +11,7 @@ std::int64_t SettingsInRange::integerForKey(const std::string& key) const {
     if (code.key != key || (value >= code.first && value <= code.last)) continue;
     logMessage(LogLevel::kWarning, "The setting " + key + " is " + std::to_string(value) +
                                        ", which means nothing; " + std::to_string(code.fallback) +
-                                       " is used instead. Choose it anew in the preferences.");
+                                       " is used instead. Choose it again in the preferences.");
     return code.fallback;
   }
   return value;

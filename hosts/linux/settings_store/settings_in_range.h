@@ -10,8 +10,8 @@
 
 namespace linux_host {
 
-// Settings of which some are codes: a number that is none, however it came into the file, reads as
-// the default, with a line in the log. What is stored stays. Main thread.
+// Settings some of which are numeric codes. A number that is not a valid code reads as the default,
+// and the log says so. The stored value stays. Main thread.
 class SettingsInRange : public platform::UserDefaults {
  public:
   struct Code {

@@ -18,7 +18,7 @@ namespace {
 
 constexpr mode_t kPrivateFile = 0600;
 constexpr mode_t kPrivateSuiteFolder = 0700;
-// What the umask leaves of it.
+// Reduced by the umask.
 constexpr mode_t kFolderForRecordings = 0777;
 
 Json objectOrNull(const std::optional<platform::Dictionary>& dictionary) {
@@ -35,7 +35,7 @@ std::string eventLine(const suite::UsageEvent& event) {
   return jsonLine(json) + "\n";
 }
 
-// A line that a full disk or a crash cut short must not swallow the next one.
+// A line that a full disk or a crash cut short must not merge with the next one.
 bool endsWithinLine(int fd) {
   struct stat status {};
   char last = '\n';
@@ -43,7 +43,7 @@ bool endsWithinLine(int fd) {
          pread(fd, &last, 1, status.st_size - 1) == 1 && last != '\n';
 }
 
-// One write, so that the lines of several programs do not mix. 0 or errno.
+// A single write, so that lines of several programs do not mix. Returns 0 or errno.
 int appendLine(const std::string& path, std::string line) {
   const int fd = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFile);
   if (fd < 0) return errno;
@@ -57,11 +57,11 @@ int appendLine(const std::string& path, std::string line) {
   return error;
 }
 
-// Permissions alone do not tell: some file systems refuse whatever they say. 0 or errno.
+// Permissions alone do not tell: some file systems refuse in spite of them. Returns 0 or errno.
 int makeAndForgetFile(const std::string& folder) {
   int fd = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kPrivateFile);
   if (fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT)) {
-    // A file system that knows no nameless files.
+    // The file system does not support files without a name.
     std::string name = folder + "/.record-audio-XXXXXX";
     fd = mkostemp(name.data(), O_CLOEXEC);
     if (fd >= 0) unlink(name.c_str());
@@ -105,16 +105,16 @@ std::string SuiteStorage::chosenFolder(const std::string& tool) const {
   std::string error;
   const auto locations = locations_.peek(&error);
   if (!locations) {
-    logMessage(LogLevel::kWarning, error + " The folder for music is used instead: " +
-                                       folders_.music + ". Mend the file or choose a folder anew.");
+    logMessage(LogLevel::kWarning, error + " The music folder is used instead: " + folders_.music +
+                                       ". Correct the file or choose a folder again.");
     return {};
   }
   if (!locations->contains(tool)) return {};
   if (const auto folder = folderIn(*locations, tool)) return *folder;
   logMessage(LogLevel::kWarning,
              "The output folder in " + locations_.path() +
-                 " is no absolute path; the folder for music is used instead: " + folders_.music +
-                 ". Choose a folder anew.");
+                 " is not an absolute path; the music folder is used instead: " + folders_.music +
+                 ". Choose a folder again.");
   return {};
 }
 
@@ -138,13 +138,13 @@ std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
     logMessage(LogLevel::kError,
                "The output folder cannot be used just now. " + outputFolderProblem_ +
                    " Until then recordings are kept in the temporary folder, and a later start "
-                   "saves them. Or choose another folder in the preferences.");
+                   "saves them. You can also choose another folder in the preferences.");
   }
   return lastOutputFolder_ = folder;
 }
 
 std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::string& folder) {
-  if (!folder.starts_with('/')) return "Cannot use " + folder + ": it is no absolute path.";
+  if (!folder.starts_with('/')) return "Cannot use " + folder + ": it is not an absolute path.";
   const std::string plain = withoutTrailingSlash(folder);
   const auto failure = folderCalls_->within([plain] { return whyNotWritable(plain); });
   if (!failure) return noAnswerText("use", plain);

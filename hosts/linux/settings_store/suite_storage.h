@@ -11,7 +11,7 @@
 
 namespace linux_host {
 
-// The suite's files of the user: <config>/com.vantrel.korvel/locations.json and
+// The suite's files in the user's home: <config>/com.vantrel.korvel/locations.json and
 // <state>/com.vantrel.korvel/events.jsonl. Main thread, except writeLog().
 class SuiteStorage : public suite::Storage {
  public:
@@ -20,9 +20,9 @@ class SuiteStorage : public suite::Storage {
   void appendEvent(const suite::UsageEvent& event) override;
   std::optional<std::string> outputFolder(const std::string& tool) override;
   std::string setOutputFolder(const std::string& tool, const std::string& folder) override;
-  // What outputFolder() named last; empty before.
+  // The last result of outputFolder(); empty before the first.
   [[nodiscard]] const std::string& lastOutputFolder() const { return lastOutputFolder_; }
-  // Why the folder that outputFolder() named last, or did not name, could not be written into then;
+  // Why the folder could not be written to in the last outputFolder(), even if that returned null;
   // empty when it could.
   [[nodiscard]] const std::string& outputFolderProblem() const { return outputFolderProblem_; }
   void writeLog(std::string_view line) override;
@@ -40,11 +40,11 @@ class SuiteStorage : public suite::Storage {
   const bool extendedLogging_;
 };
 
-// The folder that the file of locations has for `tool`: an absolute path without a trailing slash;
-// null when it has none or something else in its place.
+// The folder for `tool` in the locations file: an absolute path without a trailing slash; null when
+// there is none or the value is anything else.
 std::optional<std::string> folderIn(const Json& locations, const std::string& tool);
 
-// Empty when files can be made in `folder`, else what is wrong and what to do.
+// Empty when files can be created in `folder`, else what is wrong and what to do.
 std::string whyNotWritable(const std::string& folder);
 
 }  // namespace linux_host

@@ -11,8 +11,8 @@ namespace {
 using platform::Dictionary;
 using platform::Value;
 
-// Makes of `stored` what has become of `before`, and leaves in it what `before` did not know: that
-// is what others have written there since.
+// Applies the changes since `before` to `stored`. Keys that `before` does not have stay: other
+// programs have written them in the meantime.
 void mergeChanges(const Dictionary& before, const Dictionary& after, Json& stored) {
   for (const auto& [key, value] : before) {
     if (!after.contains(key)) stored.erase(key);

@@ -10,16 +10,16 @@
 
 namespace linux_host {
 
-// The settings in one JSON file. Reads see the file as it was when it was last read and this
-// program's own changes. A write reads it again first and changes in it only what this program has
-// changed, also within dictionaries: what others wrote there stays. Keys of others, and their
-// order, are kept. Main thread.
+// The settings in one JSON file. Reads see the file as it was when last read, plus this program's
+// own changes. A write first reads the file again and changes only what this program has changed,
+// even within dictionaries. What other programs wrote, and the order of the keys, is kept. Main
+// thread.
 class LinuxUserDefaults : public platform::UserDefaults {
  public:
   // Reads the file at once. `path`: usually <config>/com.vantrel.korvel.RecordAudio/defaults.json.
-  // With a loop, which outlives this, what nobody flushes is on the disk kSaveDelay_s later.
+  // With a loop, which outlives this object, unflushed changes are written after kSaveDelay_s.
   explicit LinuxUserDefaults(const std::string& path, platform::RunLoop* loop = nullptr);
-  // Writes what is pending.
+  // Writes pending changes.
   ~LinuxUserDefaults() override;
   LinuxUserDefaults(const LinuxUserDefaults&) = delete;
   LinuxUserDefaults& operator=(const LinuxUserDefaults&) = delete;
@@ -39,7 +39,7 @@ class LinuxUserDefaults : public platform::UserDefaults {
 
  private:
   [[nodiscard]] platform::Value valueForKey(const std::string& key) const;
-  // Puts a change of this program's into what the file holds.
+  // Applies one of this program's changes to the file's content.
   void store(const std::string& key, const platform::Value& value, Json& stored) const;
 
   JsonFile file_;

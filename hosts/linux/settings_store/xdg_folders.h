@@ -5,8 +5,8 @@
 
 namespace linux_host {
 
-// The user's folders by the environment, absolute, without a trailing slash. Relative values count
-// as absent, as the base-directory rules say.
+// The user's folders from the environment: absolute, without a trailing slash. Relative values
+// count as absent, as the base-directory rules say.
 struct XdgFolders {
   std::string config;  // $XDG_CONFIG_HOME, else ~/.config
   std::string state;   // $XDG_STATE_HOME, else ~/.local/state

@@ -41,7 +41,7 @@ void FileIcons::set(const std::string& file, const std::string& iconFile) {
   try {
     thread_ = std::thread([shared = shared_] { run(*shared); });
   } catch (const std::system_error&) {
-    // A file without its icon is whole.
+    // A file without an icon is still complete.
     const std::lock_guard lock(shared_->mutex);
     shared_->changes.clear();
     return;

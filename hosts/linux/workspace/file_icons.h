@@ -10,12 +10,12 @@
 
 namespace linux_host {
 
-// Sets the custom icons of files, one after the other, on a thread of its own: the service that
-// keeps them may be slow or hang, and what it answers is ignored. Main thread.
+// Sets the custom icons of files, one after the other, on a separate thread: the service that
+// stores them may be slow or hang. Its answers are ignored. Main thread.
 class FileIcons {
  public:
   FileIcons() = default;
-  // Does not wait for a service that hangs; its thread is left to itself then.
+  // Does not wait for a service that hangs; the thread is abandoned then.
   ~FileIcons();
   FileIcons(const FileIcons&) = delete;
   FileIcons& operator=(const FileIcons&) = delete;

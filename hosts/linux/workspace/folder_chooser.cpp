@@ -22,7 +22,7 @@ guint32 versionOf(GVariant* answer) {
   return isNumber ? g_variant_get_uint32(version.get()) : 0;
 }
 
-// The folder in the portal's answer; empty when it has no path here.
+// The folder in the portal's answer; empty when it has no local path.
 std::string folderIn(GVariant* results) {
   const VariantPtr uris(g_variant_lookup_value(results, "uris", G_VARIANT_TYPE_STRING_ARRAY));
   if (uris == nullptr || g_variant_n_children(uris.get()) == 0) return {};
@@ -89,7 +89,7 @@ void FolderChooser::ask(const Question& question) {
         if (folder.empty()) {
           logMessage(LogLevel::kWarning, "The desktop's folder chooser gave no folder" +
                                              (error.empty() ? std::string() : " (" + error + ")") +
-                                             "; using another.");
+                                             "; using the toolkit's.");
         }
         done(folder.empty() ? Outcome::kUnavailable : Outcome::kChosen, folder);
       });

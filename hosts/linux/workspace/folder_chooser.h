@@ -11,12 +11,12 @@
 
 namespace linux_host {
 
-// The desktop's own dialog for choosing a folder, by its portal. Main thread.
+// The desktop's own folder dialog, through its portal. Main thread.
 class FolderChooser {
  public:
   // `bus` may be null; it outlives the chooser.
   explicit FolderChooser(GDBusConnection* bus) : bus_(bus) {}
-  // Takes a dialog that is open away.
+  // Closes an open dialog.
   ~FolderChooser();
   FolderChooser(const FolderChooser&) = delete;
   FolderChooser& operator=(const FolderChooser&) = delete;
@@ -28,9 +28,9 @@ class FolderChooser {
   };
   using Done = std::function<void(Outcome outcome, const std::string& path)>;
 
-  // Opens the dialog at `folder`, one at a time. `parentWindow` is the window's name as portals
-  // spell it ("x11:" and its number), empty for none. `done` is called once: from the main loop, or
-  // at once where there is no bus.
+  // Opens the dialog at `folder`, one at a time. `parentWindow` is the window's name for portals
+  // ("x11:" and its number); empty for none. `done` is called once: from the main loop, or at once
+  // where there is no bus.
   void choose(const std::string& parentWindow, const std::string& title, const std::string& folder,
               Done done);
 
@@ -41,7 +41,7 @@ class FolderChooser {
   void ask(const Question& question);
 
   GDBusConnection* const bus_;
-  // Calls under way know by it that the chooser is gone.
+  // Tells pending calls whether the chooser still exists.
   const std::shared_ptr<FolderChooser*> self_ = std::make_shared<FolderChooser*>(this);
   std::weak_ptr<PortalRequest> request_;
 };

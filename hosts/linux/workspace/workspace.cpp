@@ -29,7 +29,7 @@ struct Settings {
   std::vector<std::string> command;
 };
 
-// Who may use the microphone first, sound where there is no such page.
+// The microphone permission pages first, then sound settings where there is no such page.
 const std::vector<Settings>& knownSettings() {
   static const std::vector<Settings> settings = {
       {"GNOME", {"gnome-control-center", "microphone"}},
@@ -82,13 +82,13 @@ void launchDefault(const std::string& uri, const std::string& token) {
                                           new std::string(uri));
 }
 
-// Travels with a call, for when it fails.
+// Passed along with a call, for the case that it fails.
 struct Opening {
   std::vector<std::string> uris;
   std::string token;
 };
 
-// Where there is no portal its call fails at once, or after GLib's own limit.
+// Without a portal the call fails at once, or after GLib's own time limit.
 void onPortalAnswered(GObject* source, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
   GError* error = nullptr;

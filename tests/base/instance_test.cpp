@@ -165,7 +165,7 @@ TEST_P(InstanceTest, AStartThatNobodyAnswersEndsWithAStatusOfItsOwn) {
   const auto first = start({}, {"MINI_LAUNCH_GATE=" + gate});
   waitFor("finishing");
   EXPECT_EQ(start({}, {}, "second")->waitForExit(60s), 5);
-  EXPECT_THAT(contentsOf(folder_ / "second"), HasSubstr("Record Audio runs already and"));
+  EXPECT_THAT(contentsOf(folder_ / "second"), HasSubstr("Record Audio is already running and"));
   open(gate);
   waitFor("did finish");
 }

@@ -9,18 +9,18 @@
 
 namespace linux_host {
 
-// The desktop's leave to bring a window forward, as it comes with a click on a launcher, a tray
-// icon or a notification: an activation token, or the startup id of an X11 desktop. It is good for
-// one window, ours or that of a program we have open something. Main thread.
+// The desktop's permission to bring a window forward, which comes with a click on a launcher, a
+// tray icon or a notification: an activation token, or the startup id of an X11 desktop. It is
+// valid for one window, ours or that of a program that opens something for us. Main thread.
 class ActivationTokens {
  public:
-  // Replaces one that nobody has taken; empty: does nothing.
+  // Replaces a token that has not been taken; does nothing if `token` is empty.
   void give(const std::string& token) {
     mainThread_.check();
     if (!token.empty()) token_ = token;
   }
-  // The one this process was started with. Neither a window toolkit nor a child finds it there
-  // afterwards, when it is old.
+  // Takes the token that this process was started with and removes it from the environment, so that
+  // neither a window toolkit nor a child process uses it later, when it is old.
   void giveFromEnvironment() {
     for (const char* variable : {"DESKTOP_STARTUP_ID", "XDG_ACTIVATION_TOKEN"}) {
       const char* token = std::getenv(variable);

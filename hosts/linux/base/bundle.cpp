@@ -27,7 +27,8 @@ std::optional<platform::Dictionary> readInfo(const std::string& path) {
   std::string error;
   const auto json = parsedJsonObject(contents.bytes, &error);
   if (!json) {
-    logMessage(LogLevel::kWarning, "Cannot use " + path + ": " + error + ". Install it anew.");
+    logMessage(LogLevel::kWarning,
+               "Cannot use " + path + ": " + error + ". Reinstall Record Audio.");
     return std::nullopt;
   }
   platform::Dictionary info;

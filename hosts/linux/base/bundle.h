@@ -11,29 +11,29 @@ namespace linux_host {
 
 inline constexpr const char* kApplicationId = "com.vantrel.korvel.RecordAudio";
 
-// Where the program's own files lie.
+// Where the program's own files are.
 struct BundlePaths {
   std::string bundle;   // "RecordAudio.app" with Contents/Info.json and Contents/Resources
   std::string locales;  // <language>/LC_MESSAGES/<application id>.mo
 
-  // For an executable in a build folder, where all lies beside it, or in <prefix>/bin.
+  // For an executable in a build folder, with all files beside it, or in <prefix>/bin.
   static BundlePaths ofExecutable(const std::string& executable);
 };
 
-// The absolute path of the running program; empty when the system does not tell.
+// The absolute path of the running program; empty when unknown.
 std::string executablePath();
 
-// A folder with Contents/Info.json, for the main bundle with string tables. The dictionary is read
-// once, when it is first asked for. Main thread.
+// A folder with Contents/Info.json; the main bundle also has string tables. The dictionary is read
+// once, when it is first needed. Main thread.
 class LinuxBundle : public platform::Bundle {
  public:
-  // `strings` may be null: every key is its own text then.
+  // `strings` may be null: each key is then its own text.
   LinuxBundle(std::string path, std::unique_ptr<StringTables> strings);
   static std::unique_ptr<LinuxBundle> mainBundle(const BundlePaths& paths);
 
   [[nodiscard]] std::string bundlePath() const override { return path_; }
   [[nodiscard]] std::optional<platform::Dictionary> infoDictionary() const override;
-  // The names that people see are looked up in the string tables.
+  // Names that people see are looked up in the string tables.
   [[nodiscard]] std::optional<platform::Dictionary> localizedInfoDictionary() const override;
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
 

@@ -15,7 +15,7 @@
 
 #define RA_STRINGIZE_EXPANDED(text) #text
 #define RA_STRINGIZE(text) RA_STRINGIZE_EXPANDED(text)
-// ICU's symbols carry the version of the headers, so the library must be that very version.
+// ICU's symbols contain the version of the headers, so the library must have exactly that version.
 #define RA_ICU_LIBRARY(name) name ".so." RA_STRINGIZE(U_ICU_VERSION_MAJOR_NUM)
 
 namespace linux_host {
@@ -46,7 +46,7 @@ Icu loadIcu() {
   if (!icu.complete()) {
     logMessage(LogLevel::kWarning, std::string("ICU (") + RA_ICU_LIBRARY("libicui18n") +
                                        ") cannot be loaded; file names get a plain date and time. "
-                                       "Install it to get your language's.");
+                                       "Install it to get them in your language.");
   }
   return icu;
 }
@@ -84,7 +84,8 @@ std::string plainTime(const std::tm& local) {
   return {text.data(), std::strftime(text.data(), text.size(), "%H:%M:%S", &local)};
 }
 
-// The C library knows TZ in all its forms; ICU gets the offset that it found for this moment.
+// The C library understands TZ in all its forms; ICU gets the offset that the C library found for
+// this date.
 std::u16string zoneOf(const std::tm& local) {
   const long offset_s = local.tm_gmtoff;
   const long magnitude_s = std::labs(offset_s);
@@ -113,7 +114,7 @@ std::string utf8(const std::u16string& text) {
   return result;
 }
 
-// Empty when ICU is absent or refuses.
+// Empty when ICU is missing or fails.
 std::string byIcu(platform::Date date, UDateFormatStyle timeStyle, const std::u16string& pattern,
                   const std::tm& local) {
   const Icu& library = icu();

@@ -7,11 +7,12 @@
 
 namespace linux_host {
 
-// Dates by ICU, which is opened when the first date is formatted: it is large and nothing before
-// the end of a recording needs it. Without ICU the date is formatted in the C locale's way.
+// Formats dates with ICU, which is opened when the first date is formatted: it is large, and
+// nothing before the end of a recording needs it. Without ICU the date is formatted as in the C
+// locale.
 //
-// The locale is that of LC_ALL, LC_TIME or LANG, the time zone that of TZ or the system, both as
-// they are at the call.
+// The locale comes from LC_ALL, LC_TIME or LANG, the time zone from TZ or the system, both at the
+// time of the call.
 class LinuxDateFormatter : public platform::DateFormatter {
  public:
   [[nodiscard]] std::string stringFromDate(platform::Date date,

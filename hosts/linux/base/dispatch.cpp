@@ -14,7 +14,7 @@
 namespace linux_host {
 namespace {
 
-// The kernel keeps 15 bytes of a thread's name: the label's last part says most.
+// The kernel keeps 15 bytes of a thread's name: uses the label's last part, which says most.
 std::string threadName(const std::string& label) {
   const std::size_t dot = label.rfind('.');
   return (dot == std::string::npos ? label : label.substr(dot + 1)).substr(0, 15);
@@ -22,8 +22,8 @@ std::string threadName(const std::string& label) {
 
 }  // namespace
 
-// One thread and its items. The queue object may go before the items have run, even from inside
-// one of them; the worker stays until the thread has ended and been joined.
+// One thread and its items. The queue object may be destroyed before the items have run, even from
+// within one of them; the worker lives until the thread has ended and been joined.
 class DispatchThreads::Worker {
  public:
   Worker(const std::string& label, PendingWork& pending)
@@ -39,7 +39,7 @@ class DispatchThreads::Worker {
     changed_.notify_one();
   }
 
-  // The thread ends when the items are done.
+  // The thread ends after the remaining items.
   void close() {
     const std::lock_guard lock(mutex_);
     closed_ = true;
@@ -103,7 +103,7 @@ class DispatchThreads::SerialQueue : public platform::DispatchQueue {
 DispatchThreads::DispatchThreads() : mainQueue_(std::make_shared<MainQueue>()) {}
 
 DispatchThreads::~DispatchThreads() {
-  // Closing a queue whose owner still holds it is harmless: its later items never run.
+  // Closing a queue that its owner still has is harmless: later items never run.
   waitUntilIdle();
   const std::lock_guard lock(mutex_);
   for (const auto& worker : workers_) worker->close();
@@ -119,8 +119,8 @@ std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
     workers_.push_back(worker);
     return std::make_shared<SerialQueue>(label, std::move(worker));
   } catch (const std::system_error& error) {
-    logMessage(LogLevel::kError, "There is no thread for " + label + " (" + error.code().message() +
-                                     "). Close other programs.");
+    logMessage(LogLevel::kError, "Cannot start a thread for " + label + " (" +
+                                     error.code().message() + "). Close other programs.");
     return nullptr;
   }
 }

@@ -12,8 +12,9 @@
 
 namespace linux_host {
 
-// The queues of the process: one on the main loop, and serial ones with a named thread each.
-// Made and destroyed on the main thread; the destructor runs all queued items and joins.
+// The queues of the process: one on the main loop, and serial ones, each with a named thread.
+// Created and destroyed on the main thread; the destructor runs all queued items and joins the
+// threads.
 class DispatchThreads : public platform::Dispatch {
  public:
   DispatchThreads();
@@ -25,13 +26,13 @@ class DispatchThreads : public platform::Dispatch {
   // Any thread.
   std::shared_ptr<platform::DispatchQueue> createSerialQueue(const std::string& label) override;
 
-  // What the process must not end before. Items of serial queues count by themselves; other
-  // writers take a token.
+  // Work that must be done before the process ends. Items of serial queues are counted
+  // automatically; other writers take a token.
   [[nodiscard]] PendingWork& pendingWork() { return pendingWork_; }
-  // Calls `callback` once on the main queue when no serial queue has an item and no token is out.
-  // Main thread; what the callback holds is released there, too.
+  // Calls `callback` once on the main queue when no serial queue has an item and no token exists.
+  // Main thread; the callback is also destroyed there.
   void whenIdleOnMain(std::function<void()> callback);
-  // Blocks until no serial queue has an item and no token is out.
+  // Blocks until no serial queue has an item and no token exists.
   void waitUntilIdle() { pendingWork_.waitUntilIdle(); }
 
  private:

@@ -4,7 +4,7 @@
 namespace linux_host {
 namespace {
 
-// Counted ahead of the parser, outside of strings.
+// Counted before parsing, outside strings.
 std::size_t nesting(std::string_view bytes) {
   std::size_t depth = 0;
   std::size_t deepest = 0;
@@ -35,7 +35,7 @@ std::optional<Json> parsedJsonObject(std::string_view bytes, std::string* error)
   try {
     Json json = Json::parse(bytes);
     if (json.is_object()) return json;
-    *error = "it holds no JSON object";
+    *error = "it does not contain a JSON object";
   } catch (const Json::exception& exception) {
     *error = exception.what();
   }
@@ -50,7 +50,7 @@ platform::Value valueOf(const Json& json) {
       return json.get<std::int64_t>();
     case Json::value_t::number_unsigned: {
       const auto number = json.get<std::uint64_t>();
-      // Small numbers have one type whether they were written signed or not.
+      // Small numbers have the same type whether they were written signed or not.
       if (number > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
         return number;
       }

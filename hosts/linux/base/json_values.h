@@ -10,24 +10,23 @@
 
 namespace linux_host {
 
-// Keeps the order of the keys, so that a file that people edit stays as they arranged it.
+// Keeps the order of the keys, so that a file edited by hand stays as it was arranged.
 using Json = nlohmann::ordered_json;
 
 // Deeper nesting counts as damage: reading and writing recurse.
 inline constexpr std::size_t kDeepestJson = 64;
 
-// The JSON object that `bytes` hold. Null with *error telling what is wrong when they hold
-// anything else: no JSON, invalid UTF-8, another type at the top, nesting deeper than kDeepestJson.
-// Any bytes are safe.
+// Parses `bytes` as a JSON object. For anything else (no JSON, invalid UTF-8, another type at the
+// top, nesting deeper than kDeepestJson) returns null with the reason in *error. Safe for arbitrary
+// bytes.
 std::optional<Json> parsedJsonObject(std::string_view bytes, std::string* error);
 
-// Whole numbers beyond 64 bits have become real ones in parsing; null stays null.
+// The parser has turned integers beyond 64 bits into floating point; null stays null.
 platform::Value valueOf(const Json& json);
-// Bytes that are no UTF-8 are replaced when the result is written out; NaN and infinities become
-// null.
+// Invalid UTF-8 is replaced when the result is written out; NaN and infinities become null.
 Json jsonOf(const platform::Value& value);
 
-// One line without blanks.
+// One line without spaces.
 std::string jsonLine(const Json& json);
 // Indented by two, with a newline at the end.
 std::string jsonText(const Json& json);

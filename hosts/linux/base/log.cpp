@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::string_view kProgram = "record-audio: ";
 
-// JOURNAL_STREAM may be inherited by a program whose stderr has been sent elsewhere since, so the
-// stream must be the very one it names.
+// A program can inherit JOURNAL_STREAM although its stderr has been redirected since, so stderr
+// must be exactly the stream that it names.
 bool stderrIsJournal() {
   const char* stream = std::getenv("JOURNAL_STREAM");
   struct stat status {};
@@ -38,7 +38,7 @@ std::string formattedLog(LogLevel level, std::string_view text, bool toJournal) 
 
 void logMessage(LogLevel level, std::string_view text) {
   const std::string line = formattedLog(level, text, stderrIsJournal());
-  // A log that cannot be written has nobody to tell.
+  // There is no way to report a failed log message.
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
 }
 

@@ -13,7 +13,8 @@ namespace linux_host {
 
 MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (eventFd_ < 0) {
-    throw std::system_error(errno, std::generic_category(), "Cannot make the main queue's eventfd");
+    throw std::system_error(errno, std::generic_category(),
+                            "Cannot create the main queue's eventfd");
   }
   source_ = g_unix_fd_source_new(eventFd_, G_IO_IN);
   g_source_set_callback(source_, G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
@@ -36,7 +37,7 @@ void MainQueue::async(std::function<void()> work) {
 }
 
 void MainQueue::wake() {
-  // The only failure is a counter at its limit, and then the loop is awake anyway.
+  // This fails only when the counter is at its limit, and then the loop is awake anyway.
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(eventFd_, &one, sizeof one);
 }
@@ -48,8 +49,8 @@ gboolean MainQueue::onWake(gint fd, GIOCondition, gpointer self) {
   return G_SOURCE_CONTINUE;
 }
 
-// One item a turn, and the loop already awake for the next: a loop run inside the item (a modal
-// alert) goes on with those behind it.
+// One item per iteration, with the loop already woken for the next: a loop that runs inside the
+// item (a modal alert) goes on with the items behind it.
 void MainQueue::runNext() {
   std::function<void()> item;
   bool more = false;

@@ -13,10 +13,11 @@
 namespace linux_host {
 
 // Work for the main loop, from any thread: a queue under a mutex, and an eventfd that wakes GLib's
-// default main context. Items run one at a time in the order they came; an item queued by an item
-// runs after the other sources had their turn.
+// default main context. Items run one at a time in the order in which they came; an item queued by
+// an item runs after the other sources have had their turn.
 //
-// Made and destroyed on the main thread; items still queued at the end are dropped unrun.
+// Created and destroyed on the main thread; items still queued at the end are dropped without
+// running.
 class MainQueue : public platform::DispatchQueue {
  public:
   MainQueue();

@@ -6,7 +6,7 @@
 
 namespace linux_host {
 
-// Remembers the thread it was made on; for objects that belong to the main thread.
+// Remembers the thread on which it was created; for objects that belong to the main thread.
 class MainThreadOnly {
  public:
   void check() const { assert(std::this_thread::get_id() == thread_); }

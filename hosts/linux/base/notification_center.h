@@ -9,8 +9,8 @@
 
 namespace linux_host {
 
-// Main thread only. Handlers may register, remove and post while they run: one registered during
-// a post is not called by it, one removed is not called any more.
+// Main thread only. Handlers may register, remove and post while they run: a handler registered
+// during a post is not called by it, and a removed one is not called any more.
 class LinuxNotificationCenter : public platform::NotificationCenter {
  public:
   void addObserver(Observer observer, const std::string& name, Handler handler) override;

@@ -20,7 +20,7 @@ void PendingWork::end() {
     ++changes_;
     if (--count_ > 0) return;
     callbacks.swap(callbacks_);
-    // Under the lock: whoever waits may destroy this object as soon as it can take it.
+    // Under the lock: a waiting thread may destroy this object as soon as it gets the lock.
     idle_.notify_all();
   }
   for (const auto& callback : callbacks) callback();

@@ -11,11 +11,11 @@
 
 namespace linux_host {
 
-// Counts what the process must not end before: queued work items, files still being written. Any
-// thread except an audio callback.
+// Counts work that must be done before the process ends: queued items, files still being written.
+// Any thread except an audio callback.
 class PendingWork {
  public:
-  // Work under way from its making to its end.
+  // Work is pending as long as its token exists.
   class Token {
    public:
     explicit Token(PendingWork& owner) : owner_(&owner) { owner.begin(); }
@@ -33,13 +33,13 @@ class PendingWork {
 
   void begin();
   void end();
-  // Blocks until nothing is under way.
+  // Blocks until nothing is pending.
   void waitUntilIdle();
-  // The same for at most `limit`; false when something still is.
+  // The same for at most `limit`; false when something is still pending.
   bool waitUntilIdle(std::chrono::milliseconds limit);
-  // Grows with each work that begins or ends.
+  // Grows each time that work begins or ends.
   [[nodiscard]] std::uint64_t changes();
-  // Calls `callback` once as soon as nothing is under way: now, on this thread, or later on the
+  // Calls `callback` once as soon as nothing is pending: now, on this thread, or later on the
   // thread whose work ends last. It must not block.
   void whenIdle(std::function<void()> callback);
 

@@ -21,7 +21,7 @@ struct CoreRunLoop::Gate {
 namespace {
 
 constexpr double kMicrosecondsPerSecond = 1e6;
-// Beyond it nobody waits; keeps the sums below far from overflow.
+// Nothing waits longer than this; keeps the sums below from overflowing.
 constexpr double kLongestDelay_s = 1e9;
 // For g_source_set_ready_time().
 constexpr gint64 kNever_us = -1;
@@ -34,10 +34,10 @@ gint64 microseconds(double seconds) {
 
 class LoopTimer : public platform::Timer, public std::enable_shared_from_this<LoopTimer> {
  public:
-  // With a gate it does not fire while that is held.
+  // With a gate, does not fire while the gate is held.
   LoopTimer(double interval_s, std::any userInfo, bool repeats, platform::TimerAction action,
             std::shared_ptr<CoreRunLoop::Gate> gate = nullptr)
-      // A repeating timer of no length would starve the loop.
+      // A repeating timer with a zero interval would starve the loop.
       : interval_us_(std::max<gint64>(microseconds(interval_s), repeats ? 1 : 0)),
         next_us_(g_get_monotonic_time() + interval_us_),
         repeats_(repeats),
@@ -60,7 +60,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     g_source_attach(source_, nullptr);
   }
 
-  // Fires as soon as the loop comes to it.
+  // Fires in the loop's next iteration.
   void fireNow() {
     if (source_ != nullptr) g_source_set_ready_time(source_, 0);
   }
@@ -71,7 +71,8 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     g_source_destroy(source_);
     g_source_unref(source_);
     source_ = nullptr;
-    // What the action holds may own the last reference to this timer, or end in invalidate().
+    // The action may own the last reference to this timer, and its destruction may call
+    // invalidate().
     const auto self = std::move(self_);
     const auto action = std::move(action_);
     action_ = nullptr;
@@ -92,8 +93,8 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     return timer->isValid() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
   }
 
-  // GLib does not dispatch a source within its own dispatch, so a loop that the action runs does
-  // not fire this timer again.
+  // GLib does not dispatch a source recursively, so a loop that the action runs does not fire this
+  // timer again.
   void fire() {
     if (gate_ != nullptr && gate_->holds > 0) {
       gate_->due.push_back(weak_from_this());
@@ -183,7 +184,7 @@ void CoreRunLoop::release() {
 void MainLoop::run() {
   mainThread_.check();
   while (!quit_) {
-    // It may be exchanged while it runs.
+    // A copy, because it may be replaced while it runs.
     const std::function<void()> step = step_;
     step();
   }

@@ -23,12 +23,13 @@ class MainLoop : public platform::RunLoop {
                                     platform::TimerAction action) override;
   void performAfterDelay(double delay_s, std::function<void()> action) override;
 
-  // For a toolkit: `step` waits for the next events of the default main context and handles them,
-  // empty means GLib alone; `endInnerLoops` is called by quit(), so that run() gets its turn.
+  // For a toolkit: `step` waits for the next events of the default main context and handles them;
+  // empty: GLib does. quit() calls `endInnerLoops` so that run() can return.
   void runBy(std::function<void()> step, std::function<void()> endInnerLoops);
-  // Runs until quit(); returns at once if quit() came before.
+  // Runs until quit(); returns at once if quit() was called before.
   void run();
-  // Takes effect after the step under way; also from inside a loop that an alert runs, which ends.
+  // Takes effect after the current step. Also works from within a loop that an alert runs; that
+  // loop ends.
   void quit();
   [[nodiscard]] bool hasQuit() const { return quit_; }
 
@@ -39,10 +40,10 @@ class MainLoop : public platform::RunLoop {
   bool quit_ = false;
 };
 
-// The main loop as the core sees it: while an alert waits for the user, none of its timers fires.
-// One that is due meanwhile fires when the last alert is gone; a repeating one goes on in its old
-// rhythm. What the host itself looks after, and a recording with it, uses the main loop and goes
-// on. Main thread only.
+// The main loop as the core sees it: while an alert waits for the user, none of its timers fires. A
+// timer that becomes due meanwhile fires when the last alert is gone; a repeating one keeps its
+// rhythm. The host itself, including a recording, uses the main loop directly and goes on. Main
+// thread only.
 class CoreRunLoop : public platform::RunLoop {
  public:
   CoreRunLoop();
@@ -58,7 +59,7 @@ class CoreRunLoop : public platform::RunLoop {
   void hold();
   void release();
 
-  // Timers that are due and held, and how often they are held.
+  // The timers that are due but held, and the number of holds.
   struct Gate;
 
  private:

@@ -28,7 +28,7 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   [[nodiscard]] int get() const { return fd_; }
-  // 0 or errno.
+  // Returns 0 or errno.
   int closeNow() {
     const int fd = std::exchange(fd_, -1);
     return close(fd) == 0 || errno == EINTR ? 0 : errno;
@@ -68,8 +68,8 @@ int writeNew(int fd, std::string_view bytes, mode_t mode) {
   return file.closeNow();
 }
 
-// A rename is on the disk only when its folder is. A file system that cannot flush folders keeps
-// the new file no worse than the old one.
+// A rename is on the disk only once its folder is. On a file system that cannot flush folders the
+// new file is no less safe than the old one was.
 void flushFolder(const std::string& folder) {
   const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() >= 0) fsync(directory.get());
@@ -87,13 +87,13 @@ const char* advice(int error) {
       return "Mount the disk for writing or choose another folder.";
     case ENOENT:
     case ENOTDIR:
-      return "Make the folder or choose another one.";
+      return "Create the folder or choose another one.";
     case EEXIST:
       return "Rename or move the file that is there.";
     case EIO:
       return "Check the disk.";
     case EFBIG:
-      return "Use a disk whose file system takes larger files.";
+      return "Use a disk whose file system allows larger files.";
     case ECONNABORTED:
     case EHOSTDOWN:
     case EHOSTUNREACH:
@@ -103,7 +103,7 @@ const char* advice(int error) {
     case EREMOTEIO:
     case ESTALE:
     case ETIMEDOUT:
-      return "Look whether the disk or network folder is connected and switched on.";
+      return "Check whether the disk or network folder is connected and switched on.";
     case EMFILE:
     case ENFILE:
       return "Close some programs.";
@@ -126,7 +126,7 @@ FileContents readSmallFile(const std::string& path) {
     contents.error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return contents;
   }
-  // What takes the file's place in this moment must not keep the program waiting.
+  // Something that replaces the file at this moment must not keep the program waiting.
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     contents.error = errno;
@@ -145,7 +145,7 @@ std::string writeSmallFile(const std::string& path, std::string_view bytes, mode
   if (std::string error = makeFolders(folder, 0700); !error.empty()) return error;
   std::string temporary = path + ".XXXXXX";
   const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return errorText("make a file in", folder, errno);
+  if (fd < 0) return errorText("create a file in", folder, errno);
   int error = writeNew(fd, bytes, mode);
   if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) {
@@ -179,7 +179,7 @@ std::string makeFolders(const std::string& path, mode_t mode) {
   const int reason = errno;
   std::error_code ignored;
   if (reason == EEXIST && fs::is_directory(path, ignored)) return {};
-  return errorText("make the folder", path, reason);
+  return errorText("create the folder", path, reason);
 }
 
 std::string errorText(std::string_view doing, const std::string& path, int error) {

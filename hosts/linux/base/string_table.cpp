@@ -15,7 +15,7 @@ constexpr std::uint32_t kMagic = 0x950412DE;
 constexpr std::uint32_t kMagicSwapped = 0xDE120495;
 constexpr const char* kLastLanguage = "en";
 
-// A catalogue's numbers are 32-bit words in the byte order of the machine that compiled it.
+// Numbers in a catalogue are 32-bit words in the byte order of the machine that compiled it.
 class Catalogue {
  public:
   explicit Catalogue(std::string_view bytes) : bytes_(bytes) {}
@@ -64,7 +64,7 @@ std::optional<StringTable> parsedCatalogue(std::string_view bytes) {
     const auto key = catalogue.text(*keys + i * 8);
     const auto text = catalogue.text(*texts + i * 8);
     if (!key || !text) return std::nullopt;
-    // Texts that lie over each other could fill the memory from a small file.
+    // Overlapping texts in a small file could fill the memory.
     used_bytes += key->size() + text->size();
     if (used_bytes > bytes.size()) return std::nullopt;
     if (!key->empty() && !text->empty() &&
@@ -92,7 +92,7 @@ void StringTables::load() const {
   std::vector<std::string> languages = languages_;
   languages.emplace_back(kLastLanguage);
   for (const std::string& language : languages) {
-    // A language's name comes from the environment and must not lead elsewhere.
+    // A language's name comes from the environment and must not lead to another folder.
     if (language.find('/') != std::string::npos) continue;
     const std::string path = folder_ + "/" + language + "/LC_MESSAGES/" + domain_ + ".mo";
     const std::string bytes = readSmallFile(path).bytes;
@@ -101,7 +101,7 @@ void StringTables::load() const {
       tables_.push_back(std::move(*table));
     } else {
       logMessage(LogLevel::kWarning,
-                 "The string table " + path + " is damaged and not used; install it anew.");
+                 "The string table " + path + " is damaged and not used. Reinstall Record Audio.");
     }
     if (language == kLastLanguage) return;
   }

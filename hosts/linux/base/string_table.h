@@ -12,22 +12,22 @@ namespace linux_host {
 // One compiled gettext catalogue (.mo): texts in UTF-8 by their keys.
 using StringTable = std::map<std::string, std::string, std::less<>>;
 
-// The entries of a catalogue; null when `bytes` are none or are damaged. Any bytes are safe.
-// Untranslated entries and the header are left out.
+// The entries of a catalogue; null when `bytes` are not a catalogue or are damaged. Safe for
+// arbitrary bytes. Untranslated entries and the header are left out.
 std::optional<StringTable> parsedCatalogue(std::string_view bytes);
 
-// The string tables of the user's languages, the first language first, read when the first text is
-// asked for. English is behind all of them, so that a key which speaks of another system never
-// shows. Needs no locale installed. Main thread.
+// The string tables of the user's languages in order of preference, read when the first text is
+// needed. English comes last, so that a key that names another system is never shown. Works without
+// installed locales. Main thread.
 class StringTables {
  public:
-  // `folder` holds <language>/LC_MESSAGES/<domain>.mo; `languages` as LANGUAGE lists them.
+  // `folder` contains <language>/LC_MESSAGES/<domain>.mo; `languages` as listed in LANGUAGE.
   StringTables(std::string folder, std::string domain, std::vector<std::string> languages);
 
   // Null when no table has the key.
   [[nodiscard]] const std::string* lookUp(const std::string& key) const;
 
-  // The user's languages by LANGUAGE, LC_ALL, LC_MESSAGES and LANG, variants included.
+  // The user's languages from LANGUAGE, LC_ALL, LC_MESSAGES and LANG, including variants.
   [[nodiscard]] static std::vector<std::string> usersLanguages();
 
  private:

@@ -9,7 +9,7 @@
 #include "platform/foundation.h"
 #include "platform/host_clock.h"
 
-// What the system says of itself: clocks, the process, the user.
+// What the system says about itself: clocks, the process, the user.
 
 namespace linux_host {
 
@@ -18,7 +18,7 @@ class LinuxWallClock : public platform::WallClock {
   [[nodiscard]] platform::Date now() const override;
 };
 
-// CLOCK_MONOTONIC, one tick a nanosecond.
+// CLOCK_MONOTONIC; one tick is a nanosecond.
 class LinuxHostClock : public platform::HostClock {
  public:
   [[nodiscard]] std::uint64_t absoluteTime() const override;
@@ -36,7 +36,7 @@ class LinuxProcessInfo : public platform::ProcessInfo {
 
  private:
   const std::vector<std::string> arguments_;
-  // Only uniqueness counts, no order with anything else: relaxed.
+  // Relaxed: only uniqueness matters, no ordering.
   std::atomic<std::uint64_t> counter_{0};
 };
 

@@ -9,7 +9,7 @@
 namespace linux_host {
 namespace {
 
-// A start not yet confirmed, a file to finish on a slow disk: all of it fits in here.
+// Long enough for an unconfirmed start and for finishing a file on a slow disk.
 constexpr int kEndTimeout_ms = 60000;
 
 int notRunning(std::ostream& err) {
@@ -29,12 +29,11 @@ int exitStatus(const InstanceClient::Reply& reply, std::ostream& err) {
     case InstanceClient::Outcome::kFailed:
       break;
   }
-  err << "record-audio: The running Record Audio does not answer as it should: " << reply.text
-      << "\n";
+  err << "record-audio: The running Record Audio gave an unexpected answer: " << reply.text << "\n";
   return kExitFailed;
 }
 
-// Of an entry of the status; empty when there is none.
+// A text in the status; empty when it is not there.
 std::string textAt(const Json& status, const char* key) {
   const auto entry = status.find(key);
   const auto* text = entry == status.end() ? nullptr : entry->get_ptr<const std::string*>();
@@ -47,21 +46,21 @@ int printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err)
   std::string error;
   const auto status = parsedJsonObject(reply.text, &error);
   if (reply.outcome != InstanceClient::Outcome::kDone || !status) {
-    err << "record-audio: The recording has ended, and the running program with it. Whether there "
-           "is a file its log says.\n";
+    err << "record-audio: The recording has ended, and the running program with it. Its log says "
+           "whether there is a file.\n";
     return kExitDone;
   }
   if (const std::string unsaved = textAt(*status, "unsavedFile"); !unsaved.empty()) {
     err << "record-audio: The recording could not be saved: " << textAt(*status, "problem")
         << "\nrecord-audio: It is kept as " << unsaved
-        << ". Save it with record-audio --recover when that is mended.\n";
+        << ". Fix that, then save it with record-audio --recover.\n";
     return kExitFailed;
   }
   const std::string file = textAt(*status, "outputFile");
-  // A network folder that hangs holds nobody up here either.
+  // fileExists() does not hang on a network folder that hangs.
   if (file.empty() || !LinuxFileManager().fileExists(file)) {
-    err << "record-audio: The recording has ended, but no file was saved. What the running program "
-           "wrote to its log says why.\n";
+    err << "record-audio: The recording has ended, but no file was saved. The log of the running "
+           "program says why.\n";
     return kExitFailed;
   }
   out << file << "\n";

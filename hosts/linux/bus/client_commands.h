@@ -8,14 +8,15 @@
 
 namespace linux_host {
 
-// What the command line asks of a running instance. Each returns the process's exit status: 0, or 3
-// with a message on `err` when nothing runs or nothing is recorded, 1 when the instance fails.
+// The command line's requests to a running instance. Each returns the exit status: 0; 3 with a
+// message on `err` when nothing runs or nothing is being recorded; 1 when the instance fails.
 inline constexpr int kExitDone = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitNothingThere = 3;
-// Not of these commands: the program had something to show and no screen to show it on.
+// Not from these commands: the program had something to show but no screen.
 inline constexpr int kExitNoScreen = 4;
-// Nor this: another instance runs, and a start could not be handed over to it.
+// Not from these commands either: another instance runs, and a start could not be handed over to
+// it.
 inline constexpr int kExitNoAnswer = 5;
 
 // Ends and saves the recording, waits until its file is closed and prints the file's path.

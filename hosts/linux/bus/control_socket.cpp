@@ -41,7 +41,7 @@ std::string ControlSocket::safeFolder(const std::function<std::string()>& tempor
   if (runtime != nullptr && *runtime == '/' && whyNotSafe(runtime, true).empty()) return runtime;
   std::string folder = temporaryDirectory() + "/record-audio-" + std::to_string(geteuid());
   if (mkdir(folder.c_str(), kPrivateFolder) != 0 && errno != EEXIST) {
-    *error = errorText("make the folder", folder, errno);
+    *error = errorText("create the folder", folder, errno);
     return {};
   }
   *error = whyNotSafe(folder, false);
@@ -56,7 +56,7 @@ ControlSocket::~ControlSocket() {
     g_dbus_server_stop(server_.get());
     unlink(socket_.c_str());
   }
-  // The lock's file stays: who removed it could remove one that another instance has just locked.
+  // The lock file stays: removing it could remove one that another instance has just locked.
   if (lockFd_ >= 0) close(lockFd_);
 }
 
@@ -79,7 +79,7 @@ bool ControlSocket::isHeldByOther() const {
   if (lockFd_ >= 0) return false;
   const int fd = open(lockFile_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (fd < 0) return false;
-  // Shared, so that two who only look do not see each other.
+  // Shared, so that two processes that only look do not take each other for the holder.
   const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   close(fd);
   return held;
@@ -97,7 +97,7 @@ bool ControlSocket::listen(ToolObject& object, std::string* error) {
     *error = "the path " + socket_ + " is too long. Set XDG_RUNTIME_DIR to a shorter one.";
     return false;
   }
-  // Left by an instance that was killed: the lock says that it is gone.
+  // A killed instance may have left its socket; the lock proves that it is gone.
   unlink(socket_.c_str());
   gchar* guid = g_dbus_generate_guid();
   GError* failure = nullptr;
@@ -110,7 +110,7 @@ bool ControlSocket::listen(ToolObject& object, std::string* error) {
     g_error_free(failure);
     return false;
   }
-  // The umask may have left it open; until now the connection itself asks who is calling.
+  // The umask may leave it open to others; until the chmod, the server's same-user check guards it.
   chmod(socket_.c_str(), kPrivateFile);
   g_signal_connect(server_.get(), "new-connection", G_CALLBACK(&ControlSocket::onConnection),
                    &object);
@@ -132,7 +132,7 @@ ConnectionPtr ControlSocket::connect(int timeout_ms, std::string* error) const {
             connectTo(address(), false, static_cast<int>(std::max<long>(left.count(), 1)), error)) {
       return connection;
     }
-    // The holder of the lock may not listen yet; without a holder nobody ever will.
+    // The holder of the lock may not listen yet. Without a holder, nothing will ever listen.
     if (left.count() <= 0 || !isHeldByOther()) return nullptr;
     std::this_thread::sleep_for(kRetry);
   }

@@ -12,34 +12,34 @@
 
 namespace linux_host {
 
-// Where a program without a session bus is found by its user's other programs: a socket that
-// speaks D-Bus, peer to peer, and a lock beside it that only one instance holds. Main thread.
+// How the user's other programs reach a program without a session bus: through a socket that speaks
+// peer-to-peer D-Bus. A lock file beside it is held by only one instance. Main thread.
 class ControlSocket {
  public:
-  // In `folder`, which is this user's alone.
+  // `folder` must belong to this user and be closed to others.
   explicit ControlSocket(const std::string& folder);
   // Removes the socket and releases the lock.
   ~ControlSocket();
   ControlSocket(const ControlSocket&) = delete;
   ControlSocket& operator=(const ControlSocket&) = delete;
 
-  // $XDG_RUNTIME_DIR, else a folder of mode 0700 under `temporaryDirectory`, made if missing. Empty
-  // with *error set when there is none that is safe: one of another user, or open to others.
+  // Returns $XDG_RUNTIME_DIR, or else a folder of mode 0700 in `temporaryDirectory`, created if
+  // missing. Empty with *error set if that folder is not safe: it belongs to another user or is
+  // open to others.
   static std::string safeFolder(const std::function<std::string()>& temporaryDirectory,
                                 std::string* error);
 
-  // Takes the lock. False when another instance has it, or, with *error set, when that cannot be
-  // known.
+  // Takes the lock. False when another instance has it, or, with *error set, when that is unknown.
   bool lock(std::string* error);
-  // Whether another instance has it; takes nothing.
+  // Whether another instance has the lock. Does not take it.
   [[nodiscard]] bool isHeldByOther() const;
 
-  // With the lock: offers `object` to who connects. False with *error set on failure. The object
-  // outlives the socket.
+  // Offers `object` to every client that connects. Call with the lock held. False with *error set
+  // on failure. The object outlives the socket.
   bool listen(ToolObject& object, std::string* error);
 
-  // Connects to the instance that holds the lock, waiting at most `timeout_ms` also for one that is
-  // just coming up. Null with *error set when that fails.
+  // Connects to the instance that holds the lock, even if it is still starting. Waits at most
+  // `timeout_ms`. Null with *error set on failure.
   [[nodiscard]] ConnectionPtr connect(int timeout_ms, std::string* error) const;
 
  private:

@@ -12,8 +12,8 @@
 namespace linux_host {
 namespace {
 
-// Cancels a blocking call of GLib's when its time is up: the calls themselves know no limit. Throws
-// std::system_error when there is no thread to watch the time.
+// Cancels a blocking GLib call when its time is up, since these calls have no time limit. Throws
+// std::system_error when the thread that watches the time cannot be started.
 class Deadline {
  public:
   explicit Deadline(int timeout_ms) : thread_([this, timeout_ms] { watch(timeout_ms); }) {}
@@ -75,17 +75,17 @@ bool areOfType(GVariant* parameters, const char* type, const char* signal) {
   const std::string sent = g_variant_get_type_string(parameters);
   logOnce(LogLevel::kWarning, std::string("signal ") + signal,
           std::string("The signal ") + signal + " came with " + sent + " instead of " + type +
-              " and is ignored: the program that sent it needs mending.");
+              " and is ignored: the program that sent it has a bug.");
   return false;
 }
 
 void flush(GDBusConnection* connection, int timeout_ms) try {
   if (g_dbus_connection_is_closed(connection)) return;
   const Deadline deadline(timeout_ms);
-  // A failure means that the other side is gone, and with it who was to be told.
+  // A failure means that the other side is gone, and nobody is left to tell.
   g_dbus_connection_flush_sync(connection, deadline.cancellable(), nullptr);
 } catch (const std::system_error&) {
-  // What is on its way leaves without anybody waiting for it.
+  // Queued messages are still sent, without waiting.
 }
 
 }  // namespace linux_host

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-// Owners for GLib's objects, and the one way to connect that cannot hang.
+// Owners for GLib's objects, and the only way to connect that cannot hang.
 
 namespace linux_host {
 
@@ -23,20 +23,20 @@ using ConnectionPtr = std::unique_ptr<GDBusConnection, ObjectUnref>;
 using VariantPtr = std::unique_ptr<GVariant, VariantUnref>;
 using ErrorPtr = std::unique_ptr<GError, ErrorFree>;
 
-// Longer than any desktop takes for an answer, shorter than anybody's patience.
+// Longer than any desktop needs for an answer, and shorter than a user's patience.
 inline constexpr int kBusTimeout_ms = 5000;
 
-// Connects to a D-Bus address and waits for it, at most `timeout_ms`. With `isMessageBus` the
-// connection greets a bus, otherwise it talks to one peer. Null with *error set on failure. A
-// connection that breaks later does not end the process.
+// Connects to a D-Bus address and waits for it, at most `timeout_ms`. With `isMessageBus` it
+// registers with a message bus, otherwise it talks to a single peer. Null with *error set on
+// failure. A connection that breaks later does not end the process.
 ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
                         std::string* error);
 
-// Whether what came with the signal of that name is of `type`: GLib does not look. What is not is
-// to be ignored, which the log says once for each name. Any thread.
+// Whether the parameters of the signal with that name are of `type`, which GLib does not check. If
+// not, the caller ignores the signal; this logs it once for each name. Any thread.
 bool areOfType(GVariant* parameters, const char* type, const char* signal);
 
-// Sends what is queued, waiting at most `timeout_ms`.
+// Sends queued messages, waiting at most `timeout_ms`.
 void flush(GDBusConnection* connection, int timeout_ms);
 
 }  // namespace linux_host

@@ -16,7 +16,8 @@ VariantPtr desktopSetting(const char* schemaId, const char* key, const GVariantT
   const std::unique_ptr<GSettingsSchema, SchemaUnref> schema(
       g_settings_schema_source_lookup(source, schemaId, TRUE));
   if (schema == nullptr || g_settings_schema_has_key(schema.get(), key) == FALSE) return nullptr;
-  // One that lies nowhere by itself is none of the whole desktop, and opening it ends the process.
+  // A schema without a path of its own is not a desktop-wide setting, and opening it ends the
+  // process.
   if (g_settings_schema_get_path(schema.get()) == nullptr) return nullptr;
   const std::unique_ptr<GSettings, ObjectUnref> settings(
       g_settings_new_full(schema.get(), nullptr, nullptr));

@@ -5,8 +5,8 @@
 
 namespace linux_host {
 
-// A setting that the user has made for the whole desktop (GSettings); null when the desktop knows
-// no such setting, or one of another type. Main thread.
+// A desktop-wide setting of the user (GSettings); null when the desktop has no such setting, or one
+// of another type. Main thread.
 [[nodiscard]] VariantPtr desktopSetting(const char* schemaId, const char* key,
                                         const GVariantType* type);
 

@@ -12,14 +12,14 @@ namespace {
 constexpr guint32 kDoNotQueue = 4;
 constexpr guint32 kPrimaryOwner = 1;
 constexpr guint32 kAlreadyOwner = 4;
-// As long as an instance that is coming up may take until it answers.
+// How long a starting instance may take until it answers.
 constexpr int kSocketTimeout_ms = 10000;
 constexpr int kMostTries = 5;
 
 void sayUnreachable(const std::string& why) {
   logOnce(LogLevel::kWarning, "unreachable",
           "This recording cannot be controlled from outside: " + why +
-              " It is stopped by Ctrl+C or SIGTERM.");
+              " Stop it with Ctrl+C or SIGTERM.");
 }
 
 }  // namespace
@@ -42,14 +42,14 @@ ControlSocket* Instance::socket() {
 Instance::Claim Instance::claim(ToolObject& object) {
   object_ = &object;
   if (bus_.connection() == nullptr) return claimSocket(object, bus_.error());
-  // One that was started without a bus counts too.
+  // An instance that was started without a bus counts, too.
   if (socket() != nullptr && socket_->isHeldByOther()) return Claim::kOthers;
   return claimOnBus(object);
 }
 
 Instance::Claim Instance::claimOnBus(ToolObject& object) {
   std::string failure;
-  // Before the name: who finds the name must find the object.
+  // Before the name: a client that finds the name must find the object.
   if (closedHandler_ == 0) {
     if (!object.exportOn(bus_.connection(), &failure)) return claimSocket(object, failure);
     closedHandler_ =
@@ -71,9 +71,10 @@ Instance::Claim Instance::claimOnBus(ToolObject& object) {
 }
 
 Instance::Claim Instance::claimSocket(ToolObject& object, const std::string& why) {
-  logOnce(LogLevel::kWarning, "session bus",
-          "There is no session bus (" + why +
-              "): no notifications and no tray. --stop, --cancel and --status work by a socket.");
+  logOnce(
+      LogLevel::kWarning, "session bus",
+      "There is no session bus (" + why +
+          "): no notifications and no tray. --stop, --cancel and --status work through a socket.");
   if (socket() == nullptr) {
     sayUnreachable(socketError_);
     return Claim::kOurs;
@@ -88,7 +89,7 @@ Instance::Claim Instance::claimSocket(ToolObject& object, const std::string& why
   return Claim::kOurs;
 }
 
-// The recording goes on; scripts find it by the socket from now on.
+// The recording goes on; scripts reach it through the socket from now on.
 void Instance::onBusClosed(GDBusConnection*, gboolean, GError*, gpointer self) {
   auto& instance = *static_cast<Instance*>(self);
   if (!std::exchange(instance.ownsName_, false)) return;
@@ -117,7 +118,7 @@ void Instance::release() {
 
 HandOver claimOrHandOver(Instance& instance, ToolObject& object,
                          const std::vector<std::string>& uris) {
-  // A try that finds nobody is short, unless somebody is there and does not answer.
+  // A try that finds no instance is short; it is long if one is there but does not answer.
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSocketTimeout_ms);
   for (int i = 0; i < kMostTries; ++i) {
     if (instance.claim(object) == Instance::Claim::kOurs) return HandOver::kBecameInstance;
@@ -127,13 +128,13 @@ HandOver claimOrHandOver(Instance& instance, ToolObject& object,
     const InstanceClient::Reply reply = uris.empty() ? client->activate() : client->open(uris);
     if (reply.outcome == InstanceClient::Outcome::kDone) return HandOver::kDelivered;
     if (reply.outcome != InstanceClient::Outcome::kNotRunning) {
-      logMessage(LogLevel::kError, "Record Audio runs already and does not answer (" + reply.text +
-                                       "). If it hangs, end it and start again.");
+      logMessage(LogLevel::kError, "Record Audio is already running and does not answer (" +
+                                       reply.text + "). If it hangs, end it and start again.");
       return HandOver::kNotDelivered;
     }
   }
   logMessage(LogLevel::kError,
-             "Record Audio runs already and cannot be reached. If it hangs, end it.");
+             "Record Audio is already running and cannot be reached. If it hangs, end it.");
   return HandOver::kNotDelivered;
 }
 

@@ -14,30 +14,30 @@
 
 namespace linux_host {
 
-// The one running instance: becomes it, or finds it. By the name on the session bus; without a bus
-// by the control socket. Main thread. The bus and the object outlive it.
+// Becomes the only running instance, or finds it: by the name on the session bus, or without a bus
+// by the control socket. Main thread. The bus and the object outlive this.
 class Instance {
  public:
   enum class Claim {
-    kOurs,    // this process is the instance and can be called from now on
-    kOthers,  // another one is
+    kOurs,    // this process is the instance and can be reached from now on
+    kOthers,  // another process is the instance
   };
 
-  // `temporaryDirectory` as the file manager names it: asked for only where the socket has no other
-  // place, for the folder may hang.
+  // `temporaryDirectory` returns the file manager's. It is called only if the socket has no other
+  // place, because the folder may hang.
   Instance(SessionBus& bus, std::function<std::string()> temporaryDirectory);
   ~Instance();
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
 
-  // Offers `object` and takes the name. Where neither a bus nor a safe place for a socket exists
-  // the instance is ours and cannot be reached, which is said on stderr.
+  // Offers `object` and takes the name. If there is neither a bus nor a safe place for a socket,
+  // returns kOurs although the instance cannot be reached, and says so on stderr.
   Claim claim(ToolObject& object);
 
-  // A connection to the instance that runs in another process; null when none does.
+  // A connection to the instance in another process; null when there is none.
   [[nodiscard]] std::optional<InstanceClient> find();
 
-  // Gives the name up, so that who starts from now on does not wait for a process that ends.
+  // Releases the name, so that a new start does not wait for a process that is ending.
   void release();
 
  private:
@@ -56,15 +56,15 @@ class Instance {
   bool ownsName_ = false;
 };
 
-// What came of a start of the program when another instance may run.
+// The result of a start when another instance may be running.
 enum class HandOver {
   kBecameInstance,
   kDelivered,     // the other instance has the request
   kNotDelivered,  // it does not answer; said in the log
 };
 
-// Becomes the instance, or hands the request over, with `uris` as Open and without as Activate.
-// Where the other one ends in this moment it is tried again.
+// Becomes the instance, or hands the request over: as Open with `uris`, as Activate without. Tries
+// again if the other instance is just ending.
 [[nodiscard]] HandOver claimOrHandOver(Instance& instance, ToolObject& object,
                                        const std::vector<std::string>& uris);
 

@@ -8,7 +8,7 @@
 namespace linux_host {
 namespace {
 
-// What answers hold.
+// The types of answers.
 constexpr const char* kNothing = "()";
 constexpr const char* kText = "(s)";
 
@@ -73,7 +73,7 @@ InstanceClient::Reply InstanceClient::call(const char* interfaceName, const char
                                            GVariant* parameters, const char* answerType,
                                            int timeout_ms) {
   GError* error = nullptr;
-  // Only what runs is called: asking a program to stop must not start it.
+  // Calls only a running program: asking it to stop must not start it.
   const VariantPtr result(g_dbus_connection_call_sync(
       connection_, name_, kObjectPath, interfaceName, method, parameters,
       G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NO_AUTO_START, timeout_ms, nullptr, &error));

@@ -9,14 +9,14 @@
 
 namespace linux_host {
 
-// Calls to the running program, over the bus or its control socket. Blocking, for programs that do
-// nothing else; every call ends within its timeout. Main thread.
+// Calls to the running program, over the bus or its control socket. The calls block, for programs
+// that do nothing else, and return within their timeout. Main thread.
 class InstanceClient {
  public:
   enum class Outcome {
     kDone,
     kNothingRecorded,
-    kNotRunning,  // nobody there, or gone before it answered
+    kNotRunning,  // no such program, or gone before it answered
     kFailed,
   };
   struct Reply {
@@ -24,12 +24,12 @@ class InstanceClient {
     std::string text;  // the result, or what failed
   };
 
-  // Over a message bus, by the program's name there. Does not own the connection.
+  // Over a message bus, by the program's name. Does not own the connection.
   static InstanceClient onBus(GDBusConnection* connection);
-  // Over a connection of its control socket.
+  // Over a connection to its control socket.
   static InstanceClient onSocket(ConnectionPtr connection);
 
-  // Whether the program is there right now.
+  // Whether the program is running right now.
   [[nodiscard]] bool isRunning() const;
   Reply activate();
   Reply open(const std::vector<std::string>& uris);
@@ -39,7 +39,7 @@ class InstanceClient {
  private:
   InstanceClient(GDBusConnection* connection, ConnectionPtr owned, const char* name)
       : connection_(connection), owned_(std::move(owned)), name_(name) {}
-  // An answer that is not of `answerType`, "()" or "(s)", is a failure.
+  // An answer of another type than `answerType`, "()" or "(s)", is a failure.
   Reply call(const char* interfaceName, const char* method, GVariant* parameters,
              const char* answerType, int timeout_ms);
 
@@ -48,7 +48,7 @@ class InstanceClient {
   const char* name_;  // null between peers
 };
 
-// What the launching desktop passes to whom it starts; an "a{sv}" for the calls above.
+// The launching desktop's data for the program that it starts; an "a{sv}" for the calls above.
 GVariant* platformData();
 
 }  // namespace linux_host

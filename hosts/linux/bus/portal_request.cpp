@@ -18,7 +18,7 @@ GVariant* introduction() {
 }  // namespace
 
 void introduceToPortal(GDBusConnection* bus, int timeout_ms) {
-  // Whatever the answer: there is nothing more to be done.
+  // The answer does not matter: nothing more can be done.
   const VariantPtr answer(g_dbus_connection_call_sync(
       bus, kPortalName, kPortalPath, kRegistry, "Register", introduction(), nullptr,
       G_DBUS_CALL_FLAGS_NONE, timeout_ms, nullptr, nullptr));
@@ -27,7 +27,7 @@ void introduceToPortal(GDBusConnection* bus, int timeout_ms) {
 PortalRequest::PortalRequest(GDBusConnection* bus, const char* interface, const char* method,
                              Handler handler)
     : bus_(G_DBUS_CONNECTION(g_object_ref(bus))),
-      // Told apart from all other requests of this process.
+      // Unique among the requests of this process.
       token_("record_audio_" + std::to_string(g_random_int())),
       interface_(interface),
       method_(method),
@@ -99,7 +99,7 @@ void PortalRequest::stopListening() {
 }
 
 void PortalRequest::answer(Outcome outcome, GVariant* results, const std::string& error) {
-  const Self self = shared_from_this();  // what listened for the answer held the last reference
+  const Self self = shared_from_this();  // the subscription may hold the last reference
   stopListening();
   if (auto handler = std::exchange(handler_, nullptr)) handler(outcome, results, error);
 }
@@ -116,7 +116,7 @@ void PortalRequest::onCalled(GObject* bus, GAsyncResult* result, gpointer data) 
   }
   const gchar* path = nullptr;
   g_variant_get(reply.get(), "(&o)", &path);
-  if (self.handler_) self.listen(path);  // portals of old choose the path themselves
+  if (self.handler_) self.listen(path);  // old portals choose the path themselves
 }
 
 void PortalRequest::onResponse(GDBusConnection*, const gchar*, const gchar*, const gchar*,

@@ -14,28 +14,28 @@ namespace linux_host {
 inline constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
 inline constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 
-// Tells the portal which application calls over `bus`, ahead of anything else that it is asked:
-// later it does not listen. Who is in no sandbox has no name there otherwise, in portals that let
-// him say it; the others have ways of their own to find it, or none. Waits for an answer.
+// Tells the portal which application uses `bus`. Must come before any other request, as the portal
+// refuses it later. In portals that support this, a program outside a sandbox has no name
+// otherwise; other portals find the name in their own way, or not at all. Waits for the answer.
 void introduceToPortal(GDBusConnection* bus, int timeout_ms);
 
-// One question that the desktop's portal puts to the user, until it is answered or nobody is left
-// to answer it. A portal that can be started is started. Lives in GLib's default context, which
-// holds a reference through every call under way. Main thread.
+// One question that the desktop's portal asks the user, until it is answered or the portal is gone.
+// Starts the portal if that is possible. Lives in GLib's default context, where every pending call
+// holds a reference. Main thread.
 class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
  public:
   enum class Outcome {
     kAgreed,
-    kDeclined,  // the user's no
-    kFailed,    // there is no portal, or none any more, or it could not ask
+    kDeclined,  // the user declined
+    kFailed,    // there is no portal, it is gone, or it could not ask
   };
-  // `results` is the portal's dictionary, only for the time of the call and null unless the user
-  // agreed; `error` says why the portal could not be asked.
+  // `results` is the portal's dictionary, valid during the call and null unless the user agreed;
+  // `error` says why the portal could not be asked.
   using Handler = std::function<void(Outcome outcome, GVariant* results, const std::string& error)>;
-  // Makes the method's arguments around the portal's `options`, a builder of a dictionary.
+  // Builds the method's arguments, with the portal's `options`, a dictionary builder, among them.
   using Arguments = std::function<GVariant*(GVariantBuilder* options)>;
 
-  // `handler` is called once, later, from the main loop. The names are literals.
+  // `handler` is called once, later, from the main loop. The names must be literals.
   static std::shared_ptr<PortalRequest> ask(GDBusConnection* bus, const char* interface,
                                             const char* method, const Arguments& arguments,
                                             Handler handler);
@@ -43,7 +43,7 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
   PortalRequest(const PortalRequest&) = delete;
   PortalRequest& operator=(const PortalRequest&) = delete;
 
-  // Nobody wants to know any more: the handler is not called, and the portal takes its dialog away.
+  // Cancels: the handler is not called, and the portal closes its dialog.
   void cancel();
 
  private:
@@ -60,7 +60,7 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
   static gpointer reference(const Self& self) { return new Self(self); }
   static void release(gpointer self) { delete static_cast<Self*>(self); }
 
-  // The object at which the portal will answer.
+  // The object path of the portal's answer.
   [[nodiscard]] std::string requestPath() const;
   void listen(const std::string& path);
   void stopListening();

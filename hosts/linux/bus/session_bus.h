@@ -7,10 +7,10 @@
 
 namespace linux_host {
 
-// The user's session bus, or its absence. Main thread.
+// The user's session bus, if there is one. Main thread.
 class SessionBus {
  public:
-  // Connects at once, by DBUS_SESSION_BUS_ADDRESS or $XDG_RUNTIME_DIR/bus; never starts a bus.
+  // Connects at once, through DBUS_SESSION_BUS_ADDRESS or $XDG_RUNTIME_DIR/bus; never starts a bus.
   SessionBus();
 
   // Null when there is none.

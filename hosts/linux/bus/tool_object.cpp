@@ -42,7 +42,7 @@ constexpr const char* kDescription = R"(
 
 constexpr std::array kProperties = {"ToolStatus", "ToolIcon", "MenuIcon", "MenuText"};
 
-// The caller gets exactly one answer however often and wherever the callback is copied.
+// The caller gets exactly one answer, however often and wherever the callback is copied.
 using InvocationPtr = std::shared_ptr<GDBusMethodInvocation>;
 
 InvocationPtr sharedInvocation(GDBusMethodInvocation* invocation) {
@@ -58,13 +58,13 @@ std::string pathOf(const std::string& uri) {
   return platform::pathWithFileURL(uri).value_or(uri);
 }
 
-// A text on the bus is UTF-8 or the connection breaks.
+// A text on the bus must be UTF-8, or the connection breaks.
 GVariant* textVariant(const std::string& text) {
   return g_variant_new_take_string(
       g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
 }
 
-// What the launching desktop sent along, in the last argument of those methods that have it.
+// The launching desktop's data, in the last argument of those methods that have it.
 std::optional<std::string> activationTokenIn(GVariant* parameters) {
   const gsize count = g_variant_n_children(parameters);
   if (count == 0) return std::nullopt;
@@ -135,7 +135,7 @@ void ToolObject::onMethodCall(GDBusConnection*, const gchar*, const gchar*, cons
   static_cast<ToolObject*>(self)->call(method, parameters, invocation);
 }
 
-// The interfaces' method names do not overlap, and GDBus lets no other ones through.
+// The interfaces' method names do not overlap, and GDBus passes no others on.
 void ToolObject::call(const std::string& method, GVariant* parameters,
                       GDBusMethodInvocation* invocation) {
   if (const auto token = activationTokenIn(parameters)) requests_.useActivationToken(*token);
@@ -210,7 +210,7 @@ void ToolObject::toolDataDidChange(const suite::ToolData& data) {
   const VariantPtr signal(
       g_variant_ref_sink(g_variant_new("(sa{sv}as)", kToolDataInterface, &changed, nullptr)));
   for (const auto& entry : exports_) {
-    // Fails only on a connection that is closing, which then hears nothing any more.
+    // Fails only on a connection that is closing, which needs no further signals.
     g_dbus_connection_emit_signal(entry->connection.get(), nullptr, kObjectPath,
                                   "org.freedesktop.DBus.Properties", "PropertiesChanged",
                                   signal.get(), nullptr);

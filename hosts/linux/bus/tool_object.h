@@ -18,12 +18,12 @@ inline constexpr const char* kObjectPath = "/com/vantrel/korvel/RecordAudio";
 inline constexpr const char* kApplicationInterface = "org.freedesktop.Application";
 inline constexpr const char* kToolDataInterface = "com.vantrel.korvel.ToolData1";
 inline constexpr const char* kRecordAudioInterface = "com.vantrel.korvel.RecordAudio1";
-// What "stop" and "cancel" fail with when nothing is being recorded.
+// The error of "stop" and "cancel" when nothing is being recorded.
 inline constexpr const char* kNothingRecordedError =
     "com.vantrel.korvel.RecordAudio.Error.NothingRecorded";
 
-// The program's one object, on the bus or on connections of its control socket: what a dock, the
-// suite's menu and scripts call. Main thread.
+// The program's only object, on the bus or on connections of its control socket. A dock, the
+// suite's menu and scripts call it. Main thread.
 class ToolObject : public suite::ToolDataObserver {
  public:
   // `requests` outlives the object.
@@ -33,13 +33,13 @@ class ToolObject : public suite::ToolDataObserver {
   ToolObject& operator=(const ToolObject&) = delete;
 
   // Offers the object on the connection until that closes. False with *error set when the
-  // connection has such an object already.
+  // connection already has such an object.
   bool exportOn(GDBusConnection* connection, std::string* error);
 
-  // Publishes the values and tells every connection which of them changed.
+  // Publishes the values and tells every connection which of them have changed.
   void toolDataDidChange(const suite::ToolData& data) override;
 
-  // Sends what is still queued on every connection. Each waits at most `timeout_ms`.
+  // Sends the queued messages of every connection. Waits at most `timeout_ms` for each.
   void flushAll(int timeout_ms);
 
  private:

@@ -11,13 +11,13 @@ namespace {
 
 constexpr double kNsPerSecond = 1e9;
 
-// Wide at first, to find the speed within seconds; narrow later, so that jitter does not get
-// through: some 0.1 ppm of a cycle that begins 50 us late.
+// Wide at first, to find the speed within seconds. Narrow later, to suppress jitter: a cycle that
+// begins 50 us late changes the speed by about 0.1 ppm.
 constexpr double kFirstBandwidth_Hz = 1.0;
 constexpr double kLastBandwidth_Hz = 0.05;
-// No clock is that far off; a loop that thinks so has been fed nonsense.
+// No clock is that far off; a loop that finds so has had bad input.
 constexpr double kLargestDeviation = 0.01;
-// A cycle that begins no further than that from its time is on time.
+// A cycle that begins within this distance of its expected time is on time.
 constexpr double kOnTime_ns = 1e6;
 
 }  // namespace
@@ -37,8 +37,8 @@ double ClockFollower::follow(const GraphCycle& cycle) {
   const double expected_ns = filtered_ns_ + passed_ns * stretch_;
   const double late_ns = now_ns - expected_ns;
   const bool isOtherClock = std::exchange(clockId_, cycle.clockId) != cycle.clockId;
-  // PipeWire 0.3 ends the last cycle of the old length in its time, 1.4 in the middle. That is no
-  // speed of the device's.
+  // When the length of cycles changes, PipeWire 1.4 cuts the last old cycle short; 0.3 does not.
+  // The short cycle says nothing about the device's speed.
   const bool isBrokenOff = passed_ns != duration_ns && std::abs(late_ns) > kOnTime_ns;
   if (isOtherClock || isBrokenOff || std::abs(late_ns) > std::max(passed_ns, duration_ns) / 2) {
     return resynchronise(late_ns, now_ns);
@@ -55,8 +55,8 @@ double ClockFollower::follow(const GraphCycle& cycle) {
   return 0;
 }
 
-// Takes the time as it is. A cycle that comes early makes up for later ones that come late, for
-// time never goes backward.
+// Takes the new time as it is. Time never goes backward, so a cycle that comes early is offset
+// against later ones that come late.
 double ClockFollower::resynchronise(double late_ns, double now_ns) {
   filtered_ns_ = now_ns;
   ahead_ns_ -= late_ns;

@@ -27,7 +27,7 @@ OSStatus DeviceRun::render(std::uint32_t, AudioBufferList&) {
 }
 
 void DeviceRun::followClock(const GraphCycle& cycle) {
-  // A stream that was late finds two blocks in one cycle.
+  // A stream that was late gets two blocks in one cycle.
   if (std::exchange(lastCycle_ns_, cycle.host_ns) == cycle.host_ns) return;
   sampleTime_frames_ += std::round(follower_.follow(cycle) * rate_Hz_);
   publisher_.publish({cycle.host_ns, sampleTime_frames_, rate_Hz_, follower_.rateScalar()});
@@ -68,8 +68,8 @@ void InputRun::handle(const GraphCycle& cycle, float* const* planes, std::uint32
   startLine().blockDelivered(playedAt_ns(cycle));
 }
 
-// The server hands what is played on a device to those who listen to it with the next cycle. Cycles
-// as long as the buffer leave no time to make up for that; then the delay is that much longer.
+// The server delivers what is played on a device to its listeners with the next cycle. Cycles as
+// long as the buffer leave no time to make up for that; the delay is then one cycle longer.
 std::uint64_t InputRun::playedAt_ns(const GraphCycle& cycle) const {
   if (!isMonitor_ || cycle.duration_frames > buffer_frames() / 2) return cycle.host_ns;
   const double duration_ns = static_cast<double>(cycle.duration_frames) * 1e9 / cycle.rate_Hz;
@@ -105,8 +105,8 @@ void OutputRun::handle(const GraphCycle& cycle, float* const* planes, std::uint3
   advance(frames + std::exchange(lead_frames_, 0.0));
 }
 
-// The first pull is made at time 0 whatever has passed since the input began; the second one finds
-// that time gone by.
+// The first pull is at time 0, however long ago the input began; the second pull accounts for that
+// time.
 bool OutputRun::hasBegun(const GraphCycle& cycle) {
   if (begun_) return true;
   const std::uint64_t beginning_ns = startLine().beginningFor(cycle.host_ns);

@@ -15,20 +15,20 @@ namespace linux_host {
 inline constexpr std::uint32_t kDeviceOutputElement = 0;
 inline constexpr std::uint32_t kDeviceInputElement = 1;
 
-// A unit bound to a device from its start to its stop: what its stream calls. Each cycle it
-// publishes the device's clock. Made before the stream and destroyed after it; everything else
-// happens on the stream's thread. A device that goes away ends the callbacks and nothing else.
+// A device unit between its start and its stop: the client of its stream. Each cycle it publishes
+// the device's clock. Created before the stream and destroyed after it; everything else happens on
+// the stream's thread. If the device goes away, the callbacks end and nothing else happens.
 class DeviceRun : public DeviceStream::Client {
  public:
   struct Setup {
-    // Outlive the run, both.
+    // Both outlive the run.
     DeviceClockTable& clocks;
     StartLine& startLine;
     platform::AudioDeviceID device;
     // The client's.
     double rate_Hz;
     std::uint32_t channels;
-    std::uint32_t buffer_frames;  // the longest block that a callback gets
+    std::uint32_t buffer_frames;  // the longest block for a callback
   };
 
   DeviceRun(const DeviceRun&) = delete;
@@ -36,7 +36,7 @@ class DeviceRun : public DeviceStream::Client {
 
   // REAL-TIME (all calls below): allocates nothing, takes no lock, makes no system call.
   void process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) final;
-  // Within the input callback: the block it is called for, or the beginning of it.
+  // Within the input callback: renders the callback's block, or the beginning of it.
   virtual platform::OSStatus render(std::uint32_t frames, platform::AudioBufferList& list);
 
  protected:
@@ -47,7 +47,7 @@ class DeviceRun : public DeviceStream::Client {
   [[nodiscard]] StartLine& startLine() const { return startLine_; }
   [[nodiscard]] double rate_Hz() const { return rate_Hz_; }
   [[nodiscard]] std::uint32_t buffer_frames() const { return buffer_frames_; }
-  // Of the block that begins `ahead_frames` from here.
+  // Of the block that begins in `ahead_frames`.
   [[nodiscard]] platform::AudioTimeStamp timeStamp(const GraphCycle& cycle,
                                                    std::uint32_t ahead_frames) const;
   void advance(double frames) { sampleTime_frames_ += frames; }
@@ -64,12 +64,12 @@ class DeviceRun : public DeviceStream::Client {
   double sampleTime_frames_ = 0;
 };
 
-// Records: the input callback is called with the block of the cycle ready to be rendered, in parts
-// if the cycle is longer than the buffer. Sample times count frames; frames that were lost leave a
-// gap, so that the time keeps to the device's clock, and it never goes back.
+// Records. The input callback is called when the cycle's block is ready to be rendered, in parts if
+// the cycle is longer than the buffer. Sample times count frames. Lost frames leave a gap, so that
+// the time keeps to the device's clock; it never goes back.
 class InputRun : public DeviceRun {
  public:
-  // `isMonitor`: what is played on a sink is recorded.
+  // `isMonitor`: records what is played on a sink.
   InputRun(const Setup& setup, bool isMonitor, platform::AURenderCallbackStruct callback);
   ~InputRun() override;
   InputRun(const InputRun&) = delete;
@@ -87,12 +87,12 @@ class InputRun : public DeviceRun {
   std::uint32_t renderable_frames_ = 0;
 };
 
-// Plays: pulls the connected unit, or the render callback, for each cycle. Sample times count the
+// Plays. Pulls the connected unit, or the render callback, for each cycle. Sample times count the
 // device's frames from the moment at which the first block of the running inputs was played; before
-// it silence is played.
+// that it plays silence.
 class OutputRun : public DeviceRun {
  public:
-  // `source` is pulled, where there is one, and outlives the run; else `callback`.
+  // Pulls `source`, which outlives the run, or `callback` if `source` is null.
   OutputRun(const Setup& setup, Unit* source, platform::AURenderCallbackStruct callback);
 
  private:

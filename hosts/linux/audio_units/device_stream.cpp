@@ -29,7 +29,7 @@ StreamRequest requestFor(DeviceStream::Direction direction, const DeviceStreamTa
   return request;
 }
 
-// Where to put the samples of a buffer that has room for at most the frames returned.
+// Returns the frames that fit into the buffer, and sets where to put the samples.
 std::uint32_t roomOf(const spa_buffer& buffer, std::uint32_t channels, StreamPlanes& planes) {
   if (buffer.n_datas < channels) return 0;
   std::uint32_t frames = UINT32_MAX;

@@ -42,8 +42,8 @@ bool isFormat(const UnitPropertyAddress& address) {
          address.element <= kDeviceInputElement;
 }
 
-// The device is behind the input scope of what comes in and the output scope of what goes out; the
-// other two are the client's.
+// The device's format is in the input scope of the input element and the output scope of the output
+// element; the other two belong to the client.
 bool isDevicesFormat(const UnitPropertyAddress& address) {
   return (address.scope == kAudioUnitScope_Input) == (address.element == kDeviceInputElement);
 }
@@ -72,7 +72,7 @@ DeviceUnit::~DeviceUnit() {
 }
 
 OSStatus DeviceUnit::initialize() {
-  return noErr;  // all memory is taken at the start, when the device is known
+  return noErr;  // memory is allocated at the start, when the device is known
 }
 
 OSStatus DeviceUnit::uninitialize() {
@@ -194,8 +194,8 @@ DeviceStreamTarget DeviceUnit::target(const Device& device, DeviceStream::Direct
   target.isMixedDown = into < from;
   target.rate_Hz = static_cast<std::uint32_t>(std::lround(format.mSampleRate));
   target.positions = speakerLayout(device.positions, format.mChannelsPerFrame);
-  // Half the buffer that the device tells, so that a block that is captured a cycle after it was
-  // played is still within the delay that two buffers make.
+  // Half the buffer that the device reports, so that a block captured one cycle after it was played
+  // still stays within the delay of two buffers.
   target.cycle_frames = std::max(device.cycle_frames / 2, 1U);
   return target;
 }

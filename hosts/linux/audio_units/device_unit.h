@@ -16,7 +16,7 @@
 
 namespace linux_host {
 
-// What units need of the machine. All outlive the units.
+// What units need from the host. All outlive the units.
 struct UnitEnvironment {
   PipeWireConnection& connection;
   PipeWireAudioHardware& hardware;
@@ -24,13 +24,12 @@ struct UnitEnvironment {
   StartLine& startLine;
 };
 
-// A unit that records from one device or plays on one; which of the two, its enabled side says:
-// element 1 is what comes in, element 0 what goes out. What it does while it runs is in InputRun
-// and OutputRun.
+// A unit that records from a device or plays on one, depending on the enabled side: element 1 is
+// the input, element 0 the output. InputRun and OutputRun do the work while it runs.
 class DeviceUnit : public Unit {
  public:
   enum class Kind {
-    kGeneral,        // a device has to be set; plays, until the sides are switched
+    kGeneral,        // needs a device to be set; plays unless the sides are switched
     kDefaultOutput,  // plays, on the default output device unless told otherwise
   };
 
@@ -49,12 +48,12 @@ class DeviceUnit : public Unit {
   platform::OSStatus connect(Unit* source) override;
 
   // REAL-TIME: allocates nothing, takes no lock, makes no system call. Within the input callback,
-  // on its thread: the block it is called for, or the beginning of it.
+  // on its thread: renders the callback's block, or the beginning of it.
   platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,
                             std::uint32_t busNumber, std::uint32_t frameCount,
                             platform::AudioBufferList& list) override;
 
-  // What the stream calls; null while the unit does not run.
+  // The stream's client; null while the unit does not run.
   [[nodiscard]] DeviceRun* run() const { return run_.get(); }
 
  private:
@@ -74,7 +73,7 @@ class DeviceUnit : public Unit {
 
   const UnitEnvironment environment_;
   const Kind kind_;
-  // As they are set, one at a time.
+  // The two sides, which are set one at a time.
   bool inputEnabled_ = false;
   bool outputEnabled_ = true;
   bool startsAtZero_ = true;
@@ -85,7 +84,7 @@ class DeviceUnit : public Unit {
   Unit* source_ = nullptr;
 
   std::unique_ptr<DeviceRun> run_;
-  std::unique_ptr<DeviceStream> stream_;  // last: its end is the end of all callbacks
+  std::unique_ptr<DeviceStream> stream_;  // last, so destroyed first, which ends all callbacks
 };
 
 }  // namespace linux_host

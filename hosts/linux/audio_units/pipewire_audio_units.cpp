@@ -20,7 +20,7 @@ using platform::OSStatus;
 constexpr std::array kComponents{platform::kHALOutputUnit, platform::kDefaultOutputUnit,
                                  platform::kVarispeedUnit};
 
-// 0 asks for anything; of the flags, only those in the mask count.
+// 0 matches anything; of the flags, only those in the mask count.
 bool matches(const AudioComponentDescription& component, const AudioComponentDescription& wanted) {
   const auto fits = [](std::uint32_t has, std::uint32_t want) { return want == 0 || has == want; };
   return fits(component.componentType, wanted.componentType) &&
@@ -30,7 +30,7 @@ bool matches(const AudioComponentDescription& component, const AudioComponentDes
              (wanted.componentFlags & wanted.componentFlagsMask);
 }
 
-// Handles are what they stand for under another name; components are numbers from 1.
+// A handle is the object's address; components are numbers from 1.
 AudioUnit handleOf(Unit* unit) {
   return reinterpret_cast<AudioUnit>(unit);
 }
@@ -44,7 +44,7 @@ std::size_t indexOf(AudioComponent component) {
   return reinterpret_cast<std::size_t>(component) - 1;
 }
 
-// Calls what find() has found for a handle.
+// Calls a method of the object that find() returns for a handle.
 template <typename Object, typename... Parameters, typename... Arguments>
 OSStatus call(Object* object, OSStatus (Object::*method)(Parameters...), Arguments&&... arguments) {
   if (object == nullptr) return platform::kAUGraphErr_InvalidAudioUnit;

@@ -13,10 +13,10 @@
 namespace linux_host {
 
 // Audio units on PipeWire: the general input/output unit, the default output unit, and a varispeed
-// unit. Whatever units and graphs are left are stopped and deleted with this object.
+// unit. Remaining units and graphs are stopped and deleted with this object.
 //
-// Calls with a handle that is none (any more) return kAUGraphErr_InvalidAudioUnit; only the two
-// real-time calls, which look nothing up, need a unit that lives.
+// Calls with an invalid handle return kAUGraphErr_InvalidAudioUnit. Only the two real-time calls,
+// which look nothing up, need a live unit.
 class PipeWireAudioUnits : public platform::AudioUnits {
  public:
   // All outlive this object. The units' clocks are published into `clocks`.
@@ -65,14 +65,14 @@ class PipeWireAudioUnits : public platform::AudioUnits {
   platform::OSStatus AUGraphStop(platform::AUGraph graph) override;
 
  private:
-  // Null when the handle is none.
+  // Null when the handle is invalid.
   Unit* find(platform::AudioUnit handle);
   UnitGraph* find(platform::AUGraph handle);
   std::unique_ptr<Unit> makeUnit(const platform::AudioComponentDescription& description);
 
   StartLine startLine_;
   const UnitEnvironment environment_;
-  std::map<platform::AudioUnit, std::unique_ptr<Unit>> units_;  // those of no graph
+  std::map<platform::AudioUnit, std::unique_ptr<Unit>> units_;  // units outside graphs
   std::map<platform::AUGraph, std::unique_ptr<UnitGraph>> graphs_;
 };
 

@@ -6,8 +6,9 @@
 
 namespace linux_host {
 
-// Where each of `channels` lies (enum spa_audio_channel): as on the device if it has that many,
-// else the usual places, so that the server mixes the device's channels and ours into each other.
+// The position of each of `channels` (enum spa_audio_channel): as on the device if it has that many
+// channels, else the usual positions, so that the server converts between the device's channels and
+// ours.
 std::vector<std::uint32_t> speakerLayout(const std::vector<std::uint32_t>& devicePositions,
                                          std::uint32_t channels);
 

@@ -6,16 +6,16 @@
 
 namespace linux_host {
 
-// Lets an output begin exactly when the input's first block is there, whichever of the two streams
-// the server sets up first, so that the delay between them does not depend on it.
+// Lets an output begin exactly when the input's first block is there, so that the delay between the
+// two streams does not depend on which one the server sets up first.
 //
 // Invariants
-// - `inputs_` counts the inputs that run; while it is 0 nobody waits.
+// - `inputs_` counts the running inputs; while it is 0, outputs do not wait.
 // - `firstBlock_ns_` is 0 until the first block of the running inputs has been handed over.
 //
 // Memory order: `firstBlock_ns_` is stored with release after the input's callback has returned and
-// loaded with acquire by the output: what it then pulls finds all that the callback has stored. The
-// rest is set before streams start and after they have ended.
+// loaded with acquire by the output: what it then pulls sees everything that the callback has
+// stored. The rest is set before streams start and after they have ended.
 class StartLine {
  public:
   // Ordinary threads.
@@ -33,7 +33,8 @@ class StartLine {
       firstBlock_ns_.store(played_ns, std::memory_order_release);
     }
   }
-  // The output's thread, until it has begun. The moment from which its time counts; 0: not yet.
+  // The output's thread, until it has begun. Returns the moment from which its time counts; 0: not
+  // yet.
   [[nodiscard]] std::uint64_t beginningFor(std::uint64_t cycle_ns) const {
     if (inputs_.load(std::memory_order_acquire) == 0) return cycle_ns;
     const std::uint64_t first_ns = firstBlock_ns_.load(std::memory_order_acquire);

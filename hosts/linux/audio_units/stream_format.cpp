@@ -13,7 +13,7 @@ using platform::AudioStreamBasicDescription;
 bool isPlanarFloat(const AudioStreamBasicDescription& format) {
   constexpr std::uint32_t kNeeded =
       platform::kAudioFormatFlagIsFloat | platform::kAudioFormatFlagIsNonInterleaved;
-  // Rates beyond these are no sound; the comparison refuses what is no number, too.
+  // Rates outside this range are not sound; the comparison also refuses NaN.
   const bool isRate = format.mSampleRate >= 1000 && format.mSampleRate <= 1'000'000;
   return isRate && format.mFormatID == platform::kAudioFormatLinearPCM &&
          (format.mFormatFlags & kNeeded) == kNeeded && format.mBytesPerFrame == sizeof(float) &&
@@ -33,7 +33,7 @@ void PlaneList::setPlane(std::uint32_t channel, float* samples, std::uint32_t fr
 }
 
 AudioBufferList& PlaneList::list() {
-  // The memory of a vector of bytes is aligned for anything.
+  // The memory of a byte vector is aligned for any type.
   return *std::launder(reinterpret_cast<AudioBufferList*>(bytes_.data()));
 }
 

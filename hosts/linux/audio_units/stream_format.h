@@ -9,10 +9,10 @@
 
 namespace linux_host {
 
-// 32-bit float, a plane a channel: what all audio units here carry.
+// 32-bit float with one plane per channel: the format of all audio units here.
 bool isPlanarFloat(const platform::AudioStreamBasicDescription& format);
 
-// A buffer list with one buffer a channel, over samples that lie elsewhere.
+// A buffer list with one buffer per channel, over samples stored elsewhere.
 class PlaneList {
  public:
   PlaneList() : PlaneList(0) {}
@@ -24,7 +24,7 @@ class PlaneList {
   [[nodiscard]] platform::AudioBufferList& list();
   [[nodiscard]] std::uint32_t channels() const { return channels_; }
   [[nodiscard]] float* plane(std::uint32_t channel);
-  // How many frames the buffer says it holds.
+  // The number of frames in the buffer.
   [[nodiscard]] std::uint32_t frames(std::uint32_t channel);
 
  private:

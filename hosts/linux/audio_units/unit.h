@@ -17,7 +17,7 @@ struct UnitPropertyAddress {
   friend bool operator==(const UnitPropertyAddress&, const UnitPropertyAddress&) = default;
 };
 
-// One audio unit. Main thread, except the two calls marked so.
+// One audio unit. Main thread, except the two calls marked as real-time.
 class Unit {
  public:
   using Value = std::variant<platform::OSStatus, PropertyValue>;
@@ -27,17 +27,17 @@ class Unit {
   Unit(const Unit&) = delete;
   Unit& operator=(const Unit&) = delete;
 
-  // Idempotent, both.
+  // Both are idempotent.
   virtual platform::OSStatus initialize() = 0;
   virtual platform::OSStatus uninitialize() = 0;
   virtual platform::OSStatus setProperty(const UnitPropertyAddress& address, const void* data,
                                          std::uint32_t size_bytes) = 0;
   virtual Value property(const UnitPropertyAddress& address) = 0;
 
-  // Of units bound to a device only.
+  // Only for units bound to a device.
   virtual platform::OSStatus start() { return platform::kAudioUnitErr_InvalidElement; }
   virtual platform::OSStatus stop() { return platform::kAudioUnitErr_InvalidElement; }
-  // Takes input 0 from output 0 of `source`, which outlives the connection; null: from nowhere.
+  // Connects input 0 to output 0 of `source`, which outlives the connection; null: disconnects it.
   virtual platform::OSStatus connect(Unit* /*source*/) {
     return platform::kAUGraphErr_InvalidConnection;
   }

@@ -24,7 +24,7 @@ OSStatus UnitGraph::addNode(const platform::AudioComponentDescription& descripti
   if (isInitialized_) return platform::kAudioUnitErr_CannotDoInCurrentContext;
   std::unique_ptr<Unit> unit = factory_(description);
   if (!unit) return platform::kAudioUnitErr_InvalidElement;
-  if (!isOpen_) unit.reset();  // only to know that it can be made
+  if (!isOpen_) unit.reset();  // created only to check that this is possible
   nodes_.push_back({description, std::move(unit)});
   *outNode = static_cast<AUNode>(nodes_.size());
   return noErr;
@@ -58,7 +58,7 @@ OSStatus UnitGraph::open() {
 
 OSStatus UnitGraph::close() {
   static_cast<void>(stop());
-  // Whoever pulls goes before whoever is pulled.
+  // A unit that pulls goes before the unit that it pulls.
   for (Node& node : nodes_) {
     if (isBoundToDevice(node)) node.unit.reset();
   }

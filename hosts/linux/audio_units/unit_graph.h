@@ -10,10 +10,10 @@
 
 namespace linux_host {
 
-// Units that feed each other. Main thread; callbacks of its units run while it is started.
+// A graph of connected units. Main thread; the units' callbacks run while it is started.
 class UnitGraph {
  public:
-  // Makes the unit that a description asks for; null when there is none.
+  // Creates the unit for a description; null when there is none.
   using Factory = std::function<std::unique_ptr<Unit>(const platform::AudioComponentDescription&)>;
 
   explicit UnitGraph(Factory factory) : factory_(std::move(factory)) {}
@@ -27,13 +27,13 @@ class UnitGraph {
   platform::OSStatus nodeUnit(platform::AUNode node, Unit** outUnit);
   platform::OSStatus connect(platform::AUNode source, std::uint32_t sourceOutput,
                              platform::AUNode destination, std::uint32_t destinationInput);
-  // Makes the units.
+  // Creates the units.
   platform::OSStatus open();
   // Stops and deletes the units.
   platform::OSStatus close();
-  // All units; the first that fails ends it, with those before it undone.
+  // Initializes all units. At the first failure, undoes those before it and returns the error.
   platform::OSStatus initialize();
-  // The units bound to devices.
+  // Starts the units bound to devices.
   platform::OSStatus start();
   platform::OSStatus stop();
   [[nodiscard]] bool owns(const Unit* unit) const;
@@ -50,7 +50,7 @@ class UnitGraph {
   }
 
   const Factory factory_;
-  std::vector<Node> nodes_;  // number n is at n - 1
+  std::vector<Node> nodes_;  // node n is at index n - 1
   bool isOpen_ = false;
   bool isInitialized_ = false;
 };

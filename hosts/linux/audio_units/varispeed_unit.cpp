@@ -18,11 +18,11 @@ using platform::OSStatus;
 
 constexpr std::uint32_t kUsualCycle_frames = 1024;
 constexpr std::uint32_t kPiecesPerCycle = 8;
-// Of one pull.
+// The length of one pull.
 constexpr std::uint32_t kPiece_frames = kUsualCycle_frames / kPiecesPerCycle;
 constexpr std::uint32_t kMostSteppedBack_pieces = 8 * kPiecesPerCycle;
 constexpr double kUsualRate_Hz = 44100;
-// What a converter can do, and far beyond what clocks need.
+// The converter's limits, far beyond what clocks need.
 constexpr float kSlowest = 0.25F;
 constexpr float kFastest = 4.0F;
 
@@ -62,7 +62,7 @@ bool hasRoom(const AudioBufferList& list, std::uint32_t channels, std::uint32_t 
 
 void Shortfall::pulled(std::uint32_t frames, std::uint32_t delivered_frames) {
   isShort_ = isShort_ || delivered_frames < frames;
-  // Behind the first piece that came up short, all is missing.
+  // After the first piece that came up short, everything counts as missing.
   if (isShort_) missing_frames_ += frames - (delivered_frames < frames ? delivered_frames : 0);
 }
 
@@ -192,14 +192,14 @@ OSStatus VarispeedUnit::render(std::uint32_t*, const platform::AudioTimeStamp& t
   return noErr;
 }
 
-// Only so far: a source that cannot keep up at all will not do better for it.
+// Limited, as it does not help if the source cannot keep up at all.
 void VarispeedUnit::stepBack(std::uint32_t frames) {
   if (steppedBack_frames_ + frames > kMostSteppedBack_pieces * kPiece_frames) return;
   steppedBack_frames_ += frames;
   consumed_frames_ -= frames;
 }
 
-// Time stamps that run on are not exact to the last bit.
+// Consecutive time stamps are not exact to the last bit.
 void VarispeedUnit::skip(double output_frames) {
   constexpr double kLeast_frames = 0.01;
   if (!(output_frames > kLeast_frames)) return;

@@ -13,16 +13,16 @@ struct SRC_STATE_tag;
 
 namespace linux_host {
 
-// Remembers how much was missing of what was pulled, and says when to step back: after a few cycles
-// in a row that came up short, by the most that was missing. A single late block is no reason; a
-// source that has ended is none either, for it comes up short once.
+// Remembers how much of each pull was missing, and says when to step back: after several
+// consecutive short cycles, by the largest amount that was missing. A single late block is no
+// reason, and neither is a source that has ended, because it comes up short only once.
 //
 // REAL-TIME.
 class Shortfall {
  public:
-  // A pull of `frames` of which the first `delivered_frames` came from the source, or all.
+  // Reports a pull of `frames`, of which the source delivered the first `delivered_frames`.
   void pulled(std::uint32_t frames, std::uint32_t delivered_frames);
-  // At the end of a cycle. The frames to step back; 0 as a rule.
+  // Call at the end of a cycle. Returns the frames to step back; usually 0.
   std::uint32_t endOfCycle();
 
  private:
@@ -33,19 +33,19 @@ class Shortfall {
   int shortCycles_ = 0;
 };
 
-// Converts from the rate of its input to that of its output, times the playback rate. The playback
-// rate may change at any time; each cycle glides from the last one to the newest.
+// Converts from its input rate to its output rate, times the playback rate. The playback rate may
+// change at any time; each cycle glides from the previous rate to the newest.
 //
 // Pulls its input from the render callback in pieces of an eighth of the largest cycle, so that it
-// reads little more than it needs. The converter is libsamplerate's fastest sinc: its error lies
-// 97 dB below the signal and its pass band ends at 19 kHz of a rate of 48 kHz, while the better
-// ones take two and six times the time of an audio thread that has to be on time.
+// reads little more than it needs. The converter is libsamplerate's fastest sinc: its error is 97
+// dB below the signal, and at 48 kHz its pass band ends at 19 kHz. The better ones take two and six
+// times as long, on an audio thread that has to be on time.
 class VarispeedUnit : public Unit {
  public:
   VarispeedUnit();
   ~VarispeedUnit() override;
 
-  // All memory is taken here.
+  // Allocates all memory.
   platform::OSStatus initialize() override;
   platform::OSStatus uninitialize() override;
   platform::OSStatus setProperty(const UnitPropertyAddress& address, const void* data,
@@ -56,8 +56,8 @@ class VarispeedUnit : public Unit {
   // REAL-TIME: allocates nothing, takes no lock, makes no system call.
   platform::OSStatus setParameter(std::uint32_t parameter, std::uint32_t scope,
                                   std::uint32_t element, float value) override;
-  // REAL-TIME, as above. Frames by which the time stamp has jumped ahead are taken as consumed. At
-  // most kMostFrames at once.
+  // REAL-TIME, as above. Frames by which the time stamp has jumped ahead count as consumed. At most
+  // kMostFrames at once.
   platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,
                             std::uint32_t busNumber, std::uint32_t frameCount,
                             platform::AudioBufferList& list) override;
@@ -89,7 +89,7 @@ class VarispeedUnit : public Unit {
   std::vector<float> outputInterleaved_;
 
   std::atomic<float> rate_{1.0F};
-  // The output's thread's, while it renders.
+  // Only for the output's thread while it renders.
   std::int64_t consumed_frames_ = 0;
   double skippedRemainder_frames_ = 0;
   std::uint32_t steppedBack_frames_ = 0;

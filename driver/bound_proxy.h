@@ -7,17 +7,17 @@
 
 namespace loopback {
 
-// An object of the daemon's that this process holds, and what listens to it: both end together.
-// Thread of the connection's loop; to be gone before the connection is.
+// Owns a proxy of one of the daemon's objects together with its listeners; both end together.
+// Thread of the connection's loop; must be destroyed before the connection.
 class BoundProxy {
  public:
-  // Takes the proxy over; null holds nothing.
+  // Takes ownership of the proxy, which may be null.
   explicit BoundProxy(void* proxy = nullptr) : proxy_(static_cast<pw_proxy*>(proxy)) {}
   ~BoundProxy() { reset(); }
   BoundProxy(const BoundProxy&) = delete;
   BoundProxy& operator=(const BoundProxy&) = delete;
 
-  // Destroys what is held, and holds that instead.
+  // Destroys the current proxy and takes ownership of another.
   void reset(void* proxy = nullptr) {
     if (proxy_ != nullptr) {
       if (isListening_) spa_hook_remove(&listener_);
@@ -27,13 +27,14 @@ class BoundProxy {
     proxy_ = static_cast<pw_proxy*>(proxy);
   }
 
-  // Once for each proxy. `events`: the events structure of the object's interface, which stays.
+  // Call once for each proxy. `events`: the events structure of the object's interface, which must
+  // stay valid.
   void listen(const void* events, void* data) {
     listener_ = {};
     pw_proxy_add_object_listener(proxy_, &listener_, events, data);
     isListening_ = true;
   }
-  // The same for what becomes of the proxy itself.
+  // The same for events of the proxy itself.
   void listenToProxy(const pw_proxy_events* events, void* data) {
     listener_ = {};
     pw_proxy_add_listener(proxy_, &listener_, events, data);

@@ -17,7 +17,7 @@
 namespace loopback {
 namespace {
 
-// The first line says what follows: nothing, or a line with the type and a line with the value.
+// The first line says what follows: nothing, or one line with the type and one with the value.
 constexpr const char* kNoChoice = "none";
 constexpr const char* kChoice = "configured";
 
@@ -39,14 +39,15 @@ bool writeAll(int fd, const std::string& text) {
 
 bool replaceFile(const std::string& path, const std::string& text) {
   const std::string temporary = path + ".new";
-  // What a crash left there, or whatever else it is: neither waited for nor written through.
+  // A leftover of a crash, or anything else: removed, so that it is neither waited for nor written
+  // through.
   unlink(temporary.c_str());
   UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.valid() || !writeAll(file.get(), text) || fsync(file.get()) != 0) return false;
   return rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-// Empty for what is no ordinary file, or none of ours: that would be larger.
+// Empty if it is not an ordinary file, or too large to be ours.
 std::string contentsOf(const std::string& path) {
   constexpr std::size_t kMost_bytes = 64 * 1024;
   const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));

@@ -15,7 +15,7 @@ struct ChoiceWriter::Desk {
 
   explicit Desk(std::unique_ptr<ChoiceMemory> target) : memory(std::move(target)) {}
 
-  // The thread's life.
+  // The thread's function.
   void work() {
     std::unique_lock lock(mutex);
     for (;;) {
@@ -59,7 +59,7 @@ void ChoiceWriter::store(const DefaultChoice& choice) {
     try {
       std::thread([desk = desk_] { desk->work(); }).detach();
     } catch (const std::system_error&) {
-      // The choice waits on the desk for the next one, which tries again.
+      // No thread could be started. The choice stays on the desk, and the next one tries again.
       return;
     }
     desk_->phase = Desk::Phase::kOpen;

@@ -8,19 +8,18 @@
 
 namespace loopback {
 
-// Writes another memory's choices on a thread of its own, so that a disk that hangs delays nobody:
-// the driver has one thread, and the device is shown and hidden on it. Of choices that come faster
-// than they are written only the latest counts. One thread.
+// Writes another memory's choices on a separate thread, so that a disk that hangs delays nothing:
+// the driver shows and hides the device on its single thread. If choices come faster than they are
+// written, only the latest counts. Call from one thread.
 class ChoiceWriter : public ChoiceMemory {
  public:
   explicit ChoiceWriter(std::unique_ptr<ChoiceMemory> memory);
-  // Waits, at most kFarewell, until the latest choice is written; a write that hangs is left
-  // behind.
+  // Waits, at most kFarewell, until the latest choice is written; a thread that hangs is abandoned.
   ~ChoiceWriter() override;
   ChoiceWriter(const ChoiceWriter&) = delete;
   ChoiceWriter& operator=(const ChoiceWriter&) = delete;
 
-  // Reads at once. To be called before the first store().
+  // Reads on the calling thread. Call before the first store().
   [[nodiscard]] DefaultChoice load() override;
   // Returns at once.
   void store(const DefaultChoice& choice) override;
@@ -28,7 +27,7 @@ class ChoiceWriter : public ChoiceMemory {
   static constexpr std::chrono::milliseconds kFarewell{500};
 
  private:
-  struct Desk;  // shared with the thread, which may have to be left behind
+  struct Desk;  // shared with the thread, which may have to be abandoned
 
   std::shared_ptr<Desk> desk_;
 };

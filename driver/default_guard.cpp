@@ -47,7 +47,7 @@ void DefaultGuard::effectiveChanged(const DefaultChoice& choice) {
     return;
   }
   if (!shown_ || loopbackIsConfigured()) return;
-  // Session managers prefer any device that was once configured to one that never was.
+  // Session managers prefer a device that was ever configured to one that never was.
   const std::string real = bestRealSink();
   if (real.empty()) return;
   lastRealDefault_ = real;
@@ -74,8 +74,8 @@ void DefaultGuard::sinkGone(const std::string& name) {
 }
 
 void DefaultGuard::willShow() {
-  // At the start an unset key may only mean that the session manager has not filled it in yet; by
-  // now it means that the user chose nothing.
+  // At the start an unset key may mean that the session manager has not filled it in yet. By now it
+  // means that the user has chosen nothing.
   if (managerReady_ && !loopbackIsConfigured()) remember(configured_);
   shown_ = true;
 }

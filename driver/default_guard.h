@@ -7,7 +7,7 @@
 
 namespace loopback {
 
-// The value of a metadata key as it stands there; none when the key is not set.
+// The raw value of a metadata key; none when the key is not set.
 struct MetadataValue {
   std::string type;
   std::string value;
@@ -19,52 +19,53 @@ using DefaultChoice = std::optional<MetadataValue>;
 [[nodiscard]] std::string deviceNameOf(const DefaultChoice& choice);
 [[nodiscard]] DefaultChoice choiceOf(const std::string& deviceName);
 
-// Where the guard writes the default keys.
+// Through this the guard writes the default keys.
 class DefaultKeys {
  public:
   virtual ~DefaultKeys() = default;
-  // None clears the key. Dropped while the session manager is away.
+  // None clears the key. Ignored while there is no session manager.
   virtual void setConfigured(const DefaultChoice& choice) = 0;
   virtual void setEffective(const DefaultChoice& choice) = 0;
 };
 
-// Remembers one choice beyond the life of this process.
+// Keeps one choice beyond the life of this process.
 class ChoiceMemory {
  public:
   virtual ~ChoiceMemory() = default;
-  // The choice of the last store(), which may itself be none; none if there never was one.
+  // The choice of the last store(), which may itself be none; none if there was no store().
   [[nodiscard]] virtual DefaultChoice load() = 0;
   virtual void store(const DefaultChoice& choice) = 0;
 };
 
-// Keeps the user's default output theirs: the loopback device becomes the default only when
-// somebody configures it while it is shown, and whatever was configured before is put back when it
-// is hidden or found configured while hidden. Knows nothing of PipeWire; driven by the driver's
-// one thread.
+// Protects the user's choice of the default output. The loopback device becomes the default only
+// when a program configures it while it is shown. The previous choice is put back when the device
+// is hidden, or is found configured while hidden. Knows nothing of PipeWire; called on the driver's
+// single thread.
 class DefaultGuard {
  public:
   DefaultGuard(DefaultKeys& keys, ChoiceMemory& memory);
 
-  // Before, it follows what happens and writes nothing: another driver may be serving.
+  // Before this call the guard only observes and writes nothing, because another driver may be
+  // serving.
   void serve();
 
   void configuredChanged(const DefaultChoice& choice);
   void effectiveChanged(const DefaultChoice& choice);
-  // The session manager is there and all keys it had set have been reported.
+  // The session manager is there, and all keys that it had set have been reported.
   void sessionManagerReady();
-  // It has gone and its keys with it, which says nothing about the user's choice.
+  // The session manager has gone, and its keys with it. That says nothing about the user's choice.
   void sessionManagerGone();
 
-  // Sinks other than the loopback device as they come and go.
+  // Reports sinks other than the loopback device as they come and go.
   void sinkAppeared(const std::string& name, int priority);
   void sinkGone(const std::string& name);
 
-  // To be called before the device is made.
+  // Call before the device is created.
   void willShow();
-  // To be called before the device is destroyed: puts the user's choice back.
+  // Call before the device is destroyed: puts the user's choice back.
   void willHide();
 
-  // What is used now, as far as it is not the loopback device; empty when never known.
+  // The last default output other than the loopback device; empty if none is known.
   [[nodiscard]] const std::string& lastRealDefault() const { return lastRealDefault_; }
 
  private:
@@ -82,8 +83,8 @@ class DefaultGuard {
   bool serves_ = false;
   bool managerReady_ = false;
   bool shown_ = false;
-  // The session manager took the loopback for its default by itself and was corrected; it still
-  // believes in it, and so would not announce it once it is configured.
+  // The session manager made the loopback the default on its own and was corrected. It still thinks
+  // that the loopback is the default, so it would not announce it if it is configured.
   bool corrected_ = false;
 };
 

@@ -107,8 +107,8 @@ void DefaultMetadata::globalAppeared(std::uint32_t global, const char* type,
 
 void DefaultMetadata::globalRemoved(std::uint32_t global) {
   if (global != global_) return;
-  // A daemon whose session manager goes before it has answered a client holds that client back for
-  // ever.
+  // If the session manager goes before it has answered a client, the daemon holds that client back
+  // forever.
   isStuck_ = isReading_;
   release();
   global_ = SPA_ID_INVALID;
@@ -186,7 +186,7 @@ void DefaultMetadata::set(const char* key, const DefaultChoice& choice) {
 }
 
 void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choice) {
-  // No key at all: every key of the subject was cleared.
+  // A null key: every key of the subject was cleared.
   const bool isConfigured = key == nullptr || std::string_view(key) == kConfiguredDefaultSinkKey;
   const bool isEffective = key == nullptr || std::string_view(key) == kDefaultSinkKey;
   if (isReading_) {
@@ -201,8 +201,8 @@ void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choi
   }
   if (!isEffective) return;
   isLoopbackUsed_ = deviceNameOf(choice) == kLoopbackDeviceUID;
-  // A session manager that takes the loopback by itself looks like one that was told to when that
-  // was not heard of.
+  // Either the session manager chose the loopback on its own, or a program configured it and that
+  // change was missed. Reading the keys tells which.
   if (isLoopbackUsed_ && !isLoopbackConfigured_) {
     bind();
   } else {
@@ -216,7 +216,7 @@ void DefaultMetadata::reportRead() {
   const Keys keys = std::exchange(read_, {});
   isLoopbackConfigured_ = deviceNameOf(keys.configured) == kLoopbackDeviceUID;
   isLoopbackUsed_ = deviceNameOf(keys.effective) == kLoopbackDeviceUID;
-  // A session manager that has never had a value may not have filled it in yet.
+  // If the key has never had a value, the session manager may not have filled it in yet.
   if (keys.configured || hadConfigured_) guard_->configuredChanged(keys.configured);
   if (keys.configured) hadConfigured_ = true;
   if (keys.effective) guard_->effectiveChanged(keys.effective);

@@ -13,19 +13,19 @@
 
 namespace loopback {
 
-// The session manager's metadata object with the default devices, as long as there is one, for a
-// guard that follows it. Loop thread.
+// The session manager's metadata object with the default devices, as long as it exists. Reports to
+// a guard. Loop thread.
 //
-// Its changes cannot be relied on. While the daemon waits for the session manager's first answer to
-// a client that binds the object, it tells the other clients nothing, and if such a client dies
-// before the answer, it never tells them anything again. What a bind itself reports is complete. So
-// whoever decides by the keys reads them again first.
+// Change events are not reliable. While the daemon waits for the session manager's first answer to
+// a client that binds the object, it sends the other clients no changes. If that client dies before
+// the answer, it never sends them any again. But a new binding reports all keys. So code that makes
+// a decision by the keys reads them again first.
 //
-// The daemon also holds back everything else that a binding client asks for until the session
-// manager answers. The object therefore has a connection of its own: a session manager that hangs
-// must not keep the device from being hidden. And if the session manager goes without an answer,
-// the daemon never listens to that connection again; it is then replaced. Last, a binding must not
-// be destroyed before it has been answered: the daemon uses its memory once more.
+// Until the session manager answers, the daemon also holds back all other requests of the binding
+// client. The object therefore has its own connection: a session manager that hangs must not keep
+// the device from being hidden. If the session manager goes away without an answer, the daemon
+// never listens to that connection again, and it is replaced. Finally, a binding must not be
+// destroyed before it has been answered, because the daemon uses its memory once more.
 class DefaultMetadata : public DefaultKeys {
  public:
   DefaultMetadata() = default;
@@ -33,30 +33,30 @@ class DefaultMetadata : public DefaultKeys {
   DefaultMetadata(const DefaultMetadata&) = delete;
   DefaultMetadata& operator=(const DefaultMetadata&) = delete;
 
-  // The guard outlives this.
+  // The guard outlives this object.
   void follow(DefaultGuard& guard) { guard_ = &guard; }
-  // Connects to the daemon whose socket `remote` is. False, with errno set, when there is none.
-  // `onLost` is called when there is none any more.
+  // Connects to the daemon at the socket `remote`. False, with errno set, when there is none.
+  // `onLost` is called when the daemon is gone.
   bool start(pw_context* context, std::string remote, std::function<void()> onLost);
-  // Before the context goes.
+  // Call before the context is destroyed.
   void stop();
 
-  // Calls `action` when the guard knows the keys as they are now, or in kAnswerLimit: a session
-  // manager that hangs tells the guard later, one that is away tells it nothing. One action waits
-  // at a time, that of the latest call of this or of afterWrites().
+  // Calls `action` when the guard knows the current keys, or after kAnswerLimit. If the session
+  // manager hangs, the guard gets them later; if there is none, it gets nothing. Only one action
+  // waits: that of the latest call of this or of afterWrites().
   void readAgain(std::function<void()> action);
-  // Calls `action` when the daemon has passed all that was set on to the session manager, or in
+  // Calls `action` when the daemon has passed all writes on to the session manager, or after
   // kAnswerLimit.
   void afterWrites(std::function<void()> action);
-  // For changes that were lost: reads the keys again in kSecondLook.
+  // Reads the keys again after kSecondLook, in case a change was lost.
   void readAgainLater();
 
   static constexpr timespec kAnswerLimit{.tv_sec = 0, .tv_nsec = 200'000'000};
   static constexpr timespec kSecondLook{.tv_sec = 1, .tv_nsec = 0};
 
-  // Whether the session manager has not answered in time and not since.
+  // Whether the session manager did not answer in time and has not answered since.
   [[nodiscard]] bool hangs() const { return hangs_; }
-  // Whether there is one that was last heard to use the loopback, or to be told to.
+  // Whether there is a session manager whose last known keys use or configure the loopback.
   [[nodiscard]] bool isLoopbackDefault() const {
     return metadata_ && (isLoopbackConfigured_ || isLoopbackUsed_);
   }
@@ -65,7 +65,7 @@ class DefaultMetadata : public DefaultKeys {
   void setEffective(const DefaultChoice& choice) override;
 
  private:
-  // The keys as a binding reports them.
+  // The keys as reported by a binding.
   struct Keys {
     DefaultChoice configured;
     DefaultChoice effective;
@@ -75,13 +75,13 @@ class DefaultMetadata : public DefaultKeys {
   void disconnect();
   void globalAppeared(std::uint32_t global, const char* type, const spa_dict* properties);
   void globalRemoved(std::uint32_t global);
-  // Reads all keys; once more if they are being read already.
+  // Reads all keys; if they are already being read, reads them once more afterwards.
   void bind();
   void release();
   void set(const char* key, const DefaultChoice& choice);
   void propertyChanged(const char* key, const DefaultChoice& choice);
   void reportRead();
-  // Calls `action` at the daemon's answer to all that was asked of it so far, at the latest in
+  // Calls `action` when the daemon has answered all requests so far, at the latest after
   // kAnswerLimit.
   void await(std::function<void()> action);
   void answered(int sequence);
@@ -105,7 +105,7 @@ class DefaultMetadata : public DefaultKeys {
   bool isReading_ = false;  // bound, not answered yet
   bool mustReadAgain_ = false;
   bool hangs_ = false;
-  bool isStuck_ = false;        // the daemon does not listen to this connection any more
+  bool isStuck_ = false;        // the daemon no longer listens to this connection
   bool hadConfigured_ = false;  // since the session manager appeared
   int readSequence_ = 0;
   Keys read_;

@@ -18,7 +18,7 @@ std::optional<std::string> nameInDefault(const std::string& json) {
   std::array<spa_json, 2> levels{};
   spa_json_init(&levels[0], json.data(), json.size());
   if (spa_json_enter_object(&levels[0], &levels[1]) <= 0) return std::nullopt;
-  // No string of the value is longer than the value.
+  // No string in the value is longer than the value.
   std::string key(json.size() + 1, '\0');
   while (spa_json_get_string(&levels[1], key.data(), static_cast<int>(key.size())) > 0) {
     const char* value = nullptr;

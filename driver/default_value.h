@@ -4,11 +4,11 @@
 #include <optional>
 #include <string>
 
-// The value of a default device's key as session managers write it: {"name": <node.name>}.
+// The value of a default device's key in the session managers' format: {"name": <node.name>}.
 
 namespace loopback {
 
-// The name; null when the text is something else.
+// The name; null when the text is anything else.
 [[nodiscard]] std::optional<std::string> nameInDefault(const std::string& json);
 // The value that names a node.
 [[nodiscard]] std::string defaultWithName(const std::string& nodeName);

@@ -6,30 +6,30 @@
 
 namespace loopback {
 
-// The life of the driver: what it does about its device.
+// The phases of the driver's life, by the state of its device.
 enum class DevicePhase {
-  kStarting,  // has not announced itself: it looks at what there is
-  kHidden,    // no device; nobody asks for one
-  kShowing,   // on its way in: the device is being made, or what took it away is being undone
-  kShown,     // it is there and stays; those who ask for it have been told so
-  kLeaving,   // on its way out: the defaults are put back, and nobody may begin to use it
+  kStarting,  // examines the daemon's objects; has not announced itself yet
+  kHidden,    // no device, and no request for one
+  kShowing,   // the device is being created, or its removal is being undone
+  kShown,     // the device is there and stays; the requests have been answered
+  kLeaving,   // the device is being removed: defaults are put back, no request is granted
 };
 
-// Who may follow whom.
+// The allowed changes: from, to.
 inline constexpr std::array kDevicePhaseChanges = {
-    // Announced.
+    // The driver has announced itself.
     std::pair{DevicePhase::kStarting, DevicePhase::kHidden},
-    // Somebody asks.
+    // A client asks for the device.
     std::pair{DevicePhase::kHidden, DevicePhase::kShowing},
-    // The daemon has made it.
+    // The daemon has created the device.
     std::pair{DevicePhase::kShowing, DevicePhase::kShown},
-    // The daemon refuses it, or nobody asks any more.
+    // The daemon refuses, or the last request is gone.
     std::pair{DevicePhase::kShowing, DevicePhase::kLeaving},
-    // Nobody asks any more, or the daemon has removed it.
+    // The last request is gone, or the daemon has removed the device.
     std::pair{DevicePhase::kShown, DevicePhase::kLeaving},
-    // Somebody asks again before it is gone.
+    // A client asks again before the device is gone.
     std::pair{DevicePhase::kLeaving, DevicePhase::kShowing},
-    // Gone.
+    // The device is gone.
     std::pair{DevicePhase::kLeaving, DevicePhase::kHidden},
 };
 

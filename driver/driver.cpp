@@ -18,15 +18,14 @@ namespace {
 
 constexpr timespec kStopLimit{.tv_sec = 0, .tv_nsec = 900'000'000};
 
-// A session manager that is linking a stream to a device while that goes (WirePlumber 0.4) takes
-// its next link of the stream for a failed one: it gives up linking it, or leaves it on two
-// devices. So the device stays until nobody uses it, and long enough for a link to show that has
-// been decided upon but not yet made.
+// If a device goes away while WirePlumber 0.4 is linking a stream to it, WirePlumber takes the
+// stream's next link for a failed one: it gives up linking the stream, or leaves it on two devices.
+// So the device stays until nothing uses it, and long enough for pending links to appear.
 constexpr timespec kLookInterval{.tv_sec = 0, .tv_nsec = 5'000'000};
 constexpr int kQuietLooks = 5;
 constexpr int kMostLooks = 70;
 
-// What another driver that is found at the start gets to leave, if that is what it does.
+// How long a driver that is found at the start may take to leave, if it is leaving.
 constexpr timespec kPredecessorLimit{.tv_sec = 1, .tv_nsec = 500'000'000};
 
 std::string lookup(const spa_dict& properties, const char* key) {
@@ -38,8 +37,8 @@ std::uint32_t lookupNumber(const spa_dict& properties, const char* key) {
   return static_cast<std::uint32_t>(std::strtoul(lookup(properties, key).c_str(), nullptr, 10));
 }
 
-// A daemon names its socket so; what its clients are to connect to (PIPEWIRE_REMOTE) may be another
-// daemon.
+// A daemon names its own socket in this variable; PIPEWIRE_REMOTE, meant for clients, may name
+// another daemon.
 std::string servedSocket() {
   const char* name = std::getenv("PIPEWIRE_CORE");
   return name != nullptr && name[0] != '\0' ? name : PW_DEFAULT_REMOTE;
@@ -84,7 +83,7 @@ int Driver::run() {
   guardProcess_.start();
   mainLoop_ = pw_main_loop_new(nullptr);
   if (mainLoop_ == nullptr) {
-    reportErrno("cannot make an event loop");
+    reportErrno("cannot create an event loop");
     return EXIT_FAILURE;
   }
   loop_ = pw_main_loop_get_loop(mainLoop_);
@@ -96,7 +95,7 @@ int Driver::run() {
   watchSignals();
   watchGuard();
   if (!connect()) return EXIT_FAILURE;
-  // The first round trip brings the objects there are, the second what was asked about them.
+  // The first round trip reports the existing objects, the second their details.
   afterRoundTrip([this] { afterRoundTrip([this] { announce(); }); });
   pw_main_loop_run(mainLoop_);
   return exitCode_;
@@ -111,7 +110,7 @@ bool Driver::connect() {
       if (auto trip = trips.extract(sequence)) trip.mapped()();
     };
     events.error = [](void* data, std::uint32_t id, int, int result, const char*) {
-      // Any other is about an object that has just gone; nothing of the driver's depends on it.
+      // Any other error is about an object that has just gone; the driver does not depend on it.
       if (id == PW_ID_CORE && result == -EPIPE) static_cast<Driver*>(data)->daemonGone();
     };
     return events;
@@ -127,8 +126,8 @@ bool Driver::connect() {
                           std::uint32_t id) { static_cast<Driver*>(data)->globalRemoved(id); },
   };
   const std::string remote = options_.remote.empty() ? servedSocket() : options_.remote;
-  // None of the user's client configuration: no modules but the two that are used. The library
-  // warns about that, to the daemon's log.
+  // Loads none of the user's client configuration, only the two modules that are used. The library
+  // warns about that in the daemon's log.
   if (std::getenv("PIPEWIRE_DEBUG") == nullptr) pw_log_set_level(SPA_LOG_LEVEL_ERROR);
   context_ = pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0);
   if (context_ == nullptr ||
@@ -189,17 +188,17 @@ void Driver::announce() {
 
 void Driver::yieldToAnotherDriver() {
   if (requests_.isClosed()) return;
-  report("another one serves this daemon already");
+  report("another driver already serves this daemon");
   stop();
 }
 
 void Driver::stop() {
   if (requests_.isClosed()) return;
   requests_.close();
-  // Who starts now must not take this for a driver that serves.
+  // A driver that starts now must not take this one for a serving driver.
   if (phase_ != DevicePhase::kStarting) publish(kLoopbackDriverKey, {});
   followRequests();
-  // A daemon that does not answer must not keep the session from ending.
+  // A daemon that does not answer must not hold up the end of the session.
   spa_source* limit = pw_loop_add_timer(
       loop_,
       [](void* data, std::uint64_t) { pw_main_loop_quit(static_cast<Driver*>(data)->mainLoop_); },
@@ -282,7 +281,7 @@ void Driver::driverFound(std::uint32_t global) {
   const auto own = pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(core_)));
   if (global == own) return;
   otherDrivers_.insert(global);
-  // Of two that started in the same moment one has to go, and both have to agree which.
+  // If two drivers start at the same moment, one has to go, and both have to agree which.
   if (phase_ != DevicePhase::kStarting && global < own) yieldToAnotherDriver();
 }
 
@@ -290,7 +289,7 @@ void Driver::driverGone(std::uint32_t global) {
   if (otherDrivers_.erase(global) == 0 || !otherDrivers_.empty()) return;
   timespec never{};
   pw_loop_update_timer(loop_, predecessorTimer_, &never, nullptr, false);
-  // What was asked about the others has to be known before.
+  // The details of the other clients must be known first.
   if (phase_ == DevicePhase::kStarting) afterRoundTrip([this] { announce(); });
 }
 
@@ -308,7 +307,7 @@ void Driver::followRequests() {
       if (requests_.anyoneAsks()) startShowing();
       return;
     case DevicePhase::kShowing:
-      return;  // looks when the device is there
+      return;  // follows the requests once the device is there
     case DevicePhase::kShown:
       if (!requests_.anyoneAsks()) return startLeaving();
       return publishGrants();
@@ -320,8 +319,8 @@ void Driver::followRequests() {
 
 void Driver::enter(DevicePhase phase) {
   if (!mayFollow(phase_, phase)) {
-    // The guard starts another, which begins with putting everything back.
-    report("is in a state that it should not be in, and ends");
+    // The guard starts another driver, which begins by putting everything back.
+    report("is in an invalid state and ends");
     std::abort();
   }
   phase_ = phase;
@@ -349,8 +348,8 @@ void Driver::stay() {
   timespec never{};
   pw_loop_update_timer(loop_, departureTimer_, &never, nullptr, false);
   defaultGuard_.willShow();
-  // Whoever is told that the device stays may make it the default; what was put back must not come
-  // after that.
+  // A client that is told that the device stays may make it the default; our earlier writes must
+  // arrive before that.
   defaults_.afterWrites([this] { deviceIsThere(); });
 }
 

@@ -23,11 +23,11 @@
 namespace loopback {
 
 // The driver: one connection to the daemon, one thread. Shows the loopback device while a client
-// asks for it and keeps the user's default output theirs.
+// asks for it and protects the user's choice of the default output.
 class Driver {
  public:
   struct Options {
-    std::string remote;  // the daemon's socket; empty: the one that a daemon serves by default
+    std::string remote;  // the daemon's socket; empty: the default socket
     std::string version;
     unsigned takeover = 0;
   };
@@ -37,8 +37,8 @@ class Driver {
   Driver(const Driver&) = delete;
   Driver& operator=(const Driver&) = delete;
 
-  // Until a signal, the daemon's end or another driver ends it; returns the exit code. Messages go
-  // to stderr.
+  // Runs until a signal, the daemon's end or another driver ends it. Returns the exit code.
+  // Messages go to stderr.
   int run();
 
  private:
@@ -48,11 +48,12 @@ class Driver {
   void watchSignals();
   void watchGuard();
   void guardDied();
-  // Serves from now on, unless another driver does; that may be on its way out, and gets some time.
+  // Serves from now on, unless another driver does. That one may be leaving, and gets some time for
+  // it.
   void announce();
   void yieldToAnotherDriver();
   void stop();
-  // Runs `action` when the daemon has answered all that was asked for so far.
+  // Runs `action` when the daemon has answered all requests so far.
   void afterRoundTrip(std::function<void()> action);
 
   void globalAppeared(std::uint32_t global, const char* type, const spa_dict* properties);
@@ -60,31 +61,32 @@ class Driver {
   void nodeAppeared(std::uint32_t global, const spa_dict& properties);
   void clientAppeared(std::uint32_t global);
   void clientInfo(std::uint32_t global, const spa_dict& properties);
-  // Of a client that is another driver, or is none any more.
+  // For a client that is another driver, or no longer is one.
   void driverFound(std::uint32_t global);
   void driverGone(std::uint32_t global);
   void daemonGone();
 
-  // Does what the requests ask for, if the phase lets it; every phase looks again when it ends.
+  // Shows or hides the device as requested, if the phase allows it. Called again at the end of
+  // every phase.
   void followRequests();
   void enter(DevicePhase phase);
   void startShowing();
   void makeDevice();
   void deviceMade();
-  // Undoes what a departure has done so far.
+  // Cancels a removal that has begun.
   void stay();
   void deviceIsThere();
   void startLeaving();
   void putDefaultsBack();
-  // Keeps the device until the session manager has taken all streams off it.
+  // Keeps the device until the session manager has moved all streams off it.
   void awaitDeparture();
   [[nodiscard]] bool isInUse() const;
   void takeAway();
   void deviceLost();
-  // Says for whom the device is there and stays.
+  // Publishes the requests for which the device is there and stays.
   void publishGrants();
   void publish(const char* key, const std::string& value);
-  // Ends the process when the daemon has all that was said to it.
+  // Ends the process when the daemon has received everything.
   void endWhenHidden();
 
   Options options_;
@@ -112,7 +114,8 @@ class Driver {
   std::string granted_;  // as last published
   spa_source* predecessorTimer_ = nullptr;
   spa_source* departureTimer_ = nullptr;
-  // While leaving: looks at the device so far, and of these the latest that saw nobody use it.
+  // While leaving: the number of checks so far, and of the last consecutive ones that found the
+  // device unused.
   int looks_ = 0;
   int quietLooks_ = 0;
   int exitCode_ = 0;

@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kQuickSuccession{10};
 constexpr std::chrono::seconds kShortGuardLife{1};
 constexpr int kFarewellLimit_ms = 1000;
 
-// This very program, also when its file has been replaced meanwhile.
+// This program, even if its file has been replaced in the meantime.
 constexpr char kThisProgram[] = "/proc/self/exe";
 
 std::vector<char*> pointersTo(std::vector<std::string>& arguments) {
@@ -34,8 +34,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& arguments) {
   return pointers;
 }
 
-// Between fork and exec: only calls that are safe while another thread of the parent may have held
-// any lock.
+// Runs between fork and exec: only calls that are safe even if another thread of the parent held a
+// lock.
 [[noreturn]] void becomeGuard(int socket, char* const* arguments) {
   if (socket != kGuardSocket) {
     dup2(socket, kGuardSocket);
@@ -43,7 +43,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& arguments) {
     fcntl(socket, F_SETFD, 0);
   }
   closeDescriptorsFrom(kGuardSocket + 1);
-  // It lives exactly as long as the driver does; what ends a session ends the driver first.
+  // The guard lives exactly as long as the driver; the end of a session ends the driver first.
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) std::signal(number, SIG_IGN);
   execv(kThisProgram, arguments);
   _exit(127);
@@ -121,12 +121,12 @@ int guardMain(const std::vector<std::string>& driverArguments, unsigned takeover
            " times in a row. System audio cannot be recorded until PipeWire is restarted.");
     return EXIT_FAILURE;
   }
-  report("died unexpectedly, starting again");
+  report("died unexpectedly; starting it again");
   close(kGuardSocket);
   std::vector<std::string> arguments = {"loopback-driver", kTakeoverOption, std::to_string(next)};
   arguments.insert(arguments.end(), driverArguments.begin(), driverArguments.end());
   execv(kThisProgram, pointersTo(arguments).data());
-  reportErrno("cannot start again");
+  reportErrno("cannot start it again");
   return EXIT_FAILURE;
 }
 

@@ -11,13 +11,13 @@
 
 namespace loopback {
 
-// A second process that watches the driver and becomes the driver when that dies without having
-// said goodbye, so that the user's default output is put back even then. Until that moment it only
-// waits on a socket. The driver in turn notices the guard's death on the same socket.
+// A second process that watches the driver. If the driver dies without a goodbye, the guard becomes
+// the driver, so that the user's default output is put back even then. Until that moment it only
+// waits on a socket. The driver notices the guard's death on the same socket.
 class GuardProcess {
  public:
-  // `driverArguments`: what the successor is started with (without the program name).
-  // `takeover`: how often the driver was succeeded in quick order; the guard gives up after a few.
+  // `driverArguments`: the arguments of the successor, without the program name. `takeover`: how
+  // often the driver has died in quick succession; the guard gives up after a few times.
   GuardProcess(std::vector<std::string> driverArguments, unsigned takeover);
   // Says goodbye and waits, at most a second, until the guard is gone.
   ~GuardProcess();
@@ -28,7 +28,7 @@ class GuardProcess {
   bool start();
   // Readable when the guard has died; -1 when there is none.
   [[nodiscard]] int fd() const { return socket_.get(); }
-  // Clears away the guard that died. False when it died so soon that a new one is not worth it.
+  // Cleans up after a guard that died. False when it died so soon that a new one is not worth it.
   bool bury();
 
  private:
@@ -42,8 +42,8 @@ class GuardProcess {
 inline constexpr char kGuardOption[] = "--guard";
 inline constexpr char kTakeoverOption[] = "--takeover";
 
-// The guard's whole life, on the socket that start() left it. Returns the exit code, or does not
-// return but becomes the driver.
+// The guard's main function, on the socket that start() passed on. Returns the exit code, or
+// becomes the driver and does not return.
 int guardMain(const std::vector<std::string>& driverArguments, unsigned takeover);
 
 // Closes every descriptor from `first` up.

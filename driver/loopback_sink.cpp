@@ -54,7 +54,7 @@ bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels)
     };
     events.removed = [](void* data) { static_cast<LoopbackSink*>(data)->lost(); };
     events.error = [](void* data, int, int, const char* message) {
-      report(std::string("PipeWire cannot make the device: ") + message);
+      report(std::string("PipeWire cannot create the device: ") + message);
       static_cast<LoopbackSink*>(data)->lost();
     };
     return events;
@@ -64,9 +64,9 @@ bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels)
       PW_KEY_NODE_DESCRIPTION, localizedDeviceName().c_str(), PW_KEY_MEDIA_CLASS, "Audio/Sink",
       kLoopbackDeviceManufacturerKey, version_.c_str(), PW_KEY_NODE_VIRTUAL, "true",
       PW_KEY_OBJECT_LINGER, "false",
-      // What is recorded is what is played, whatever the volume of this device.
+      // The recording is what is played, whatever this device's volume.
       "monitor.channel-volumes", "false",
-      // Ready whenever something is played or recorded, last when defaults are chosen.
+      // Always ready to play or record, but the last choice as a default device.
       "session.suspend-timeout-seconds", "0", PW_KEY_PRIORITY_SESSION, "-1000", nullptr);
   pw_properties_set(properties, "audio.position", joined(channels).c_str());
   pw_properties_setf(properties, PW_KEY_AUDIO_CHANNELS, "%zu", channels.size());

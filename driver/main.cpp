@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The loopback driver. The PipeWire daemon starts it by a configuration drop-in and does not look
-// after it again: it ends with the daemon and keeps a guard process against its own death.
+// The loopback driver. The PipeWire daemon starts it through a configuration drop-in and does not
+// supervise it. The driver ends with the daemon, and a guard process replaces it if it dies.
 
 #include <fcntl.h>
 #include <pipewire/pipewire.h>
@@ -51,7 +51,7 @@ std::optional<CommandLine> parse(int argc, char** argv) {
   return line;
 }
 
-// The daemon leaks descriptors and its blocked signals to what it starts.
+// The daemon leaks descriptors and blocked signals to the programs that it starts.
 void leaveTheDaemonsHeritage() {
   for (int fd = 0; fd <= 2; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) (void)!open("/dev/null", O_RDWR);
@@ -64,7 +64,7 @@ void leaveTheDaemonsHeritage() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
-// Before any thread exists, so that they reach the event loop and nothing else.
+// Call before any thread exists, so that signals reach only the event loop.
 void blockHandledSignals() {
   sigset_t signals;
   sigemptyset(&signals);

@@ -8,12 +8,12 @@
 
 namespace loopback {
 
-// One line on stderr, which the service manager keeps with the daemon's.
+// Writes one line to stderr, which the service manager logs together with the daemon's.
 inline void report(const std::string& what) {
   std::fprintf(stderr, "loopback-driver: %s\n", what.c_str());
 }
 
-// The same with the reason in errno.
+// The same with the reason from errno.
 inline void reportErrno(const std::string& what) {
   report(what + ": " + std::strerror(errno));
 }

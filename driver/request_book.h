@@ -8,30 +8,30 @@
 
 namespace loopback {
 
-// What a client's properties ask for. Any text is possible: it is the client's own.
+// A request from a client's properties. May contain any text, as the client writes it.
 struct Request {
   std::string value;   // kLoopbackRequestKey; empty when there is none
   std::string number;  // kLoopbackRequestNumberKey; empty when there is none
   friend bool operator==(const Request&, const Request&) = default;
 };
 
-// Who asks for the device at the moment. A request counts from the moment it is made or changed:
-// those found at the start, and those during which the device was lost, were meant for a device
-// that is gone, and their askers have to ask anew.
+// The clients that currently ask for the device. A request counts from the moment at which it is
+// made or changed. Requests found at the start, and those made before the device was lost, were
+// meant for a device that is gone; those clients have to ask again.
 class RequestBook {
  public:
-  // The request that a client's properties hold now. Any value but the two agreed ones counts as
-  // none. `isNews`: false for what was already there at the start.
+  // Reports a client's current request. Any value except the two agreed ones counts as none.
+  // `isNews`: false for requests that were already there at the start.
   void requestIs(std::uint32_t client, const Request& request, bool isNews);
   void clientGone(std::uint32_t client);
-  // None of the requests made so far counts any more.
+  // The requests made so far no longer count.
   void forgetAll() { asking_.clear(); }
-  // None counts any more at all.
+  // No request counts from now on.
   void close() { isClosed_ = true; }
 
   [[nodiscard]] bool isClosed() const { return isClosed_; }
   [[nodiscard]] bool anyoneAsks() const { return !isClosed_ && !asking_.empty(); }
-  // The requests that count, as kLoopbackGrantedKey names them.
+  // The requests that count, in the format of kLoopbackGrantedKey.
   [[nodiscard]] std::string askers() const;
 
  private:
@@ -40,7 +40,7 @@ class RequestBook {
   bool isClosed_ = false;
 };
 
-// One entry of kLoopbackGrantedKey. A number that is none is left out.
+// One entry of kLoopbackGrantedKey. An invalid number is left out.
 [[nodiscard]] std::string grantOf(std::uint32_t client, const std::string& number);
 
 }  // namespace loopback

@@ -8,7 +8,7 @@
 
 namespace loopback {
 
-// The sinks that the daemon has, by what its registry says of nodes, ports and links.
+// The daemon's sinks, from the nodes, ports and links in its registry.
 class SinkDirectory {
  public:
   void addSink(std::uint32_t node, const std::string& name);
@@ -18,10 +18,10 @@ class SinkDirectory {
   void remove(std::uint32_t global);
   // Empty when `global` is not a sink.
   [[nodiscard]] std::string sinkName(std::uint32_t global) const;
-  // Whether something plays to the node, or is about to.
+  // Whether something is playing to the node, or is about to.
   [[nodiscard]] bool isPlayedTo(std::uint32_t node) const;
-  // The channels for a device that stands in for `sinkName`, as PipeWire names them: those of the
-  // sink when they are up to eight speakers each with a place of its own, else left and right.
+  // The channels, in PipeWire's names, for a device that stands in for `sinkName`: the sink's own
+  // if they are at most eight speakers with different positions, else left and right.
   [[nodiscard]] std::vector<std::string> channelsFor(const std::string& sinkName) const;
 
  private:
@@ -32,7 +32,7 @@ class SinkDirectory {
   };
   std::map<std::uint32_t, std::string> sinks_;
   std::map<std::uint32_t, Port> ports_;
-  std::map<std::uint32_t, std::uint32_t> links_;  // to the node that is played to
+  std::map<std::uint32_t, std::uint32_t> links_;  // link id to the id of the node that it plays to
 };
 
 }  // namespace loopback

@@ -7,7 +7,7 @@
 
 namespace loopback {
 
-// A descriptor that is closed with its owner.
+// A descriptor that is closed together with its owner.
 class UniqueFd {
  public:
   UniqueFd() = default;

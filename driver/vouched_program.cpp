@@ -14,7 +14,7 @@ namespace loopback {
 namespace {
 
 constexpr char kOwnProgram[] = "/proc/self/exe";
-// The kernel's, behind the name of a file that has been removed or replaced.
+// The kernel appends this to the name of a file that has been removed or replaced.
 constexpr std::string_view kDeleted = " (deleted)";
 
 template <typename Number>
@@ -36,7 +36,7 @@ std::string pathBehind(const std::string& link) {
   return path;
 }
 
-// Another user could put a program of his own at any path that his own view of the files shows.
+// In a mount namespace of their own, other users could put their program at any path.
 bool isNobodyElses(const struct stat& file) {
   const bool isOurs = file.st_uid == 0 || file.st_uid == geteuid();
   return isOurs && (file.st_mode & (S_IWGRP | S_IWOTH)) == 0;

@@ -23,7 +23,7 @@ constexpr char kStagedDropIn[] = ".vantrel-korvel-loopback.staged";
 constexpr char kLockFile[] = ".VantrelKorvelAudio.lock";
 constexpr char kSuiteFolderName[] = "vantrel-korvel";
 
-// The whole driver. Whatever else lies in the source is not copied.
+// All files of the driver. Nothing else in the source is copied.
 constexpr struct {
   const char* path;
   mode_t mode;
@@ -37,7 +37,7 @@ std::filesystem::path parentOf(const char* path) {
   return std::filesystem::path(path).parent_path();
 }
 
-// A folder of the bundle, made with those above it.
+// A folder of the bundle, created with its parents.
 UniqueFd makeDirectories(int bundle, const std::filesystem::path& path) {
   UniqueFd current(openat(bundle, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const auto& part : path) {
@@ -56,18 +56,19 @@ void renameWithin(int directory, const char* from, const char* to, unsigned flag
   }
 }
 
-// Keeps other installers out of the folder. A file that only its owner can open is locked: what
-// others may open, the folder itself for one, they could lock for ever.
+// Keeps other installers out of the folder. Locks a file that only its owner can open: anything
+// that others can open, such as the folder itself, they could lock forever.
 class InstallationLock {
  public:
   explicit InstallationLock(int directory) : directory_(directory) {
-    // One that has just ended may have removed the file that was opened.
+    // An installer that has just ended may have removed the file that was opened.
     while (!isHeld()) {
       file_ =
           UniqueFd(openat(directory_, kLockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
       if (!file_.valid()) fail("cannot lock the folder of the plug-ins");
       if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0) continue;
-      if (errno == EWOULDBLOCK) throw InstallError("another installation is under way; try again");
+      if (errno == EWOULDBLOCK)
+        throw InstallError("another installation is in progress; try again");
       fail("cannot lock the folder of the plug-ins");
     }
   }
@@ -216,7 +217,7 @@ void Installer::putDropIn(int directory, const KnownFile& file) const {
 }
 
 void Installer::putBundle(int plugIns) {
-  // An older driver changes places with the new one, in one step, and is removed afterwards.
+  // An older driver is exchanged with the new one in one step and removed afterwards.
   const bool replaces = exists(plugIns, kDriverBundleName);
   renameWithin(plugIns, kStagedBundle, kDriverBundleName,
                replaces ? RENAME_EXCHANGE : RENAME_NOREPLACE);
@@ -230,7 +231,7 @@ void Installer::removeEmptyPlugInDirectories() const {
     const TrustedFile parent =
         openTrusted(layout_.root, path.parent_path().string(), layout_.owner);
     if (!parent.fd.valid()) return;
-    // Not empty, or not there: what is left belongs to somebody else.
+    // Not empty, or not there: what is left is not ours.
     if (unlinkat(parent.fd.get(), path.filename().c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
       return;
     }

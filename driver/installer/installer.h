@@ -11,32 +11,32 @@
 
 namespace loopback {
 
-// Something that root must not read, run or write to, because somebody else could have made it.
+// Something that root must not read, run or write to, because somebody else could have created it.
 class Refusal : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// A step that the system did not let happen.
+// A step that the system did not allow.
 class InstallError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Puts the driver bundle and its start-up file in place, and takes them away again. Every change
-// that counts is one rename: a process killed at any moment leaves the old driver, the new one or
-// none, each whole, and at most a staging folder that the next run clears away. The bundle comes
-// last, since it is what says "installed"; a start-up file without its bundle does nothing.
+// Installs and removes the driver bundle and its start-up file. Every change that matters is one
+// rename: a process killed at any moment leaves the old driver, the new one or none, always
+// complete, and at most a staging folder that the next run removes. The bundle comes last, because
+// its presence means "installed"; a start-up file without its bundle does nothing.
 //
 // All methods throw Refusal or InstallError.
 class Installer {
  public:
   struct Layout {
-    int root;  // the folder that all paths begin at; outlives the installer
+    int root;  // the folder at which all paths begin; outlives the installer
     std::string sourceBundle;
     std::string plugInDirectory;
     std::string dropInDirectory;
-    uid_t owner;  // whom everything has to belong to
+    uid_t owner;  // to whom everything must belong
   };
   enum class Result { kChanged, kNothingToDo };
 

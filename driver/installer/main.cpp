@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Installs the loopback driver that lies in the same suite application, or removes it. Runs as root
-// through pkexec. Everything it reads and every folder it writes to must be root's alone; nothing
-// an ordinary user could have written is copied, and no path can be given on the command line.
+// Installs the loopback driver from the suite application that contains this program, or removes
+// it. Runs as root through pkexec. Everything that it reads and every folder that it writes to must
+// belong to root alone. Nothing that an ordinary user could have written is copied, and the command
+// line takes no path.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,7 +28,7 @@ void say(const std::string& what) {
   std::fprintf(stderr, "DriverInstaller: %s\n", what.c_str());
 }
 
-// Where this very program lies; the kernel names it without symbolic links.
+// The path of this program; the kernel reports it without symbolic links.
 std::string ownPath() {
   std::string path(PATH_MAX, '\0');
   const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
@@ -35,7 +36,7 @@ std::string ownPath() {
   return path;
 }
 
-// The suite application that this program is part of.
+// The suite application that contains this program.
 std::string suiteDirectory() {
   const std::string path = ownPath();
   const std::string suffix = std::string("/") + loopback::kSuiteInstaller;
@@ -48,7 +49,7 @@ std::string suiteDirectory() {
   struct stat running {};
   if (fstat(program.fd.get(), &onDisk) != 0 || stat("/proc/self/exe", &running) != 0 ||
       onDisk.st_ino != running.st_ino || onDisk.st_dev != running.st_dev) {
-    throw loopback::Refusal(path + " has been replaced while it runs");
+    throw loopback::Refusal(path + " has been replaced while it was running");
   }
   return path.substr(0, path.size() - suffix.size());
 }
@@ -66,10 +67,10 @@ int run(bool uninstall) {
   const bool changed = result == loopback::Installer::Result::kChanged;
   const std::string driver = std::string("driver ") + loopback::kDriverVersion;
   if (uninstall) {
-    say(changed ? "the driver is removed" : "there was no driver to remove");
+    say(changed ? "the driver has been removed" : "there was no driver to remove");
   } else {
     say(changed ? driver + " is installed; it starts with the next session"
-                : driver + " was installed already");
+                : driver + " was already installed");
   }
   return kDone;
 }

@@ -27,7 +27,7 @@ struct DirectoryCloser {
 };
 
 std::vector<std::string> namesIn(int directory) {
-  // The stream reads from, and closes, a descriptor of its own.
+  // The stream owns a descriptor of its own.
   const std::unique_ptr<DIR, DirectoryCloser> stream(
       fdopendir(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
   if (stream == nullptr) fail("cannot list a folder");
@@ -87,18 +87,18 @@ std::optional<std::string> readFile(int directory, const std::string& path) {
 void writeNewFile(int directory, const std::string& name, const std::string& content, mode_t mode) {
   const UniqueFd file(
       openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file.valid()) fail("cannot make " + name);
+  if (!file.valid()) fail("cannot create " + name);
   writeAll(file.get(), name, content);
   if (fchown(file.get(), geteuid(), getegid()) != 0 || fchmod(file.get(), mode) != 0) {
     fail("cannot set the mode of " + name);
   }
-  if (fsync(file.get()) != 0) fail("cannot take " + name + " to the disk");
-  // What is read back shall be what the disk holds.
+  if (fsync(file.get()) != 0) fail("cannot flush " + name + " to the disk");
+  // A later read must come from the disk, not from the cache.
   posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
 }
 
 void makeDirectory(int directory, const std::string& name) {
-  if (mkdirat(directory, name.c_str(), 0755) != 0) fail("cannot make the folder " + name);
+  if (mkdirat(directory, name.c_str(), 0755) != 0) fail("cannot create the folder " + name);
   const UniqueFd made = openSubdirectory(directory, name);
   if (!made.valid() || fchown(made.get(), geteuid(), getegid()) != 0 ||
       fchmod(made.get(), 0755) != 0) {
@@ -107,7 +107,7 @@ void makeDirectory(int directory, const std::string& name) {
 }
 
 void syncDirectory(int fd) {
-  if (fsync(fd) != 0) fail("cannot take a folder to the disk");
+  if (fsync(fd) != 0) fail("cannot flush a folder to the disk");
 }
 
 void removeTree(int directory, const std::string& name) {

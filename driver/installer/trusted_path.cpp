@@ -30,7 +30,7 @@ std::string refusalOf(int fd, const std::string& path, uid_t owner) {
     return path + " belongs to user " + std::to_string(status.st_uid) + ", not to user " +
            std::to_string(owner);
   }
-  // An access list that lets anybody else write shows in the group's bits too.
+  // An access list that lets anybody else write also shows in the group's bits.
   if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
     return path + " may be written by others than its owner";
   }

@@ -9,19 +9,19 @@
 
 namespace loopback {
 
-// A file or folder that only its trusted owner can have written, or why it is not one.
+// A file or folder that only its trusted owner can have written, or the reason why it is refused.
 struct TrustedFile {
   UniqueFd fd;
   std::string refusal;  // empty when fd is valid
 };
 
-// Opens the absolute `path` below the folder `root` for reading, one step at a time. Refused are: a
-// symbolic link anywhere, "." and "..", and anything on the way (the root and the file itself
-// included) that `owner` does not own or that others may write. What is opened is a regular file or
-// a folder; nothing here waits on a pipe or device in its place.
+// Opens the absolute `path` below the folder `root` for reading, one step at a time. Refuses
+// symbolic links anywhere, "." and "..", and anything on the way (including the root and the file
+// itself) that `owner` does not own or that others may write. Opens only regular files and folders;
+// never waits on a pipe or device in their place.
 [[nodiscard]] TrustedFile openTrusted(int root, const std::string& path, uid_t owner);
 
-// The same from the file system's root, for root.
+// The same from the file system's root, with root as the owner.
 [[nodiscard]] TrustedFile openTrustedBySystem(const std::string& path);
 
 // Why the open file or folder is not trusted; empty when it is. `path` is for the message.

@@ -8,15 +8,15 @@
 namespace linux_host {
 
 // The program's pictures: which names exist, what they are called in icon themes, and where their
-// files lie. Main thread.
+// files are. Main thread.
 class Icons {
  public:
-  // `bundleResources`: the bundle's Contents/Resources, which has "icons" in a build folder.
-  // `themeFolder`: the folder of the icon theme that an installation writes into.
+  // `bundleResources`: the bundle's Contents/Resources, which contains "icons" in a build folder.
+  // `themeFolder`: the icon theme's folder that an installation writes into.
   Icons(std::string bundleResources, std::string themeFolder);
   static Icons ofExecutable(const std::string& executable, const std::string& bundlePath);
 
-  // Null for a name that the program has no picture of.
+  // Null for a name without a picture.
   [[nodiscard]] static platform::ImagePtr imageNamed(const std::string& name);
   // The name in icon themes; empty for null and unknown images.
   [[nodiscard]] static std::string themeName(const platform::ImagePtr& image);

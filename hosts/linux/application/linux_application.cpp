@@ -19,7 +19,7 @@ void LinuxApplication::addIndicatorObserver(IndicatorObserver& observer) {
   observer.applicationIconDidChange(icon_);
 }
 
-// The delegate may terminate from within each of these calls; nothing follows then.
+// The delegate may terminate from within each of these calls; the rest is skipped then.
 void LinuxApplication::launch(const std::vector<std::string>& pathsToOpen) {
   mainThread_.check();
   launched_ = true;

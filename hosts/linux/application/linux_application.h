@@ -12,7 +12,7 @@
 
 namespace linux_host {
 
-// Who shows the program in the desktop: a tray, a dock. Main thread.
+// Shows the program in the desktop: a tray, a dock. Main thread.
 class IndicatorObserver {
  public:
   virtual ~IndicatorObserver() = default;
@@ -27,7 +27,7 @@ class LinuxApplication : public platform::Application {
   explicit LinuxApplication(MainLoop& loop);
 
   void setDelegate(std::shared_ptr<platform::ApplicationDelegate> delegate);
-  // Tells the observer the state at once and then each change. It outlives the application.
+  // Tells the observer the current state and then each change. It outlives the application.
   void addIndicatorObserver(IndicatorObserver& observer);
   // Called for activateIgnoringOtherApps(true).
   void setOnActivate(std::function<void()> raiseWindows) { onActivate_ = std::move(raiseWindows); }
@@ -36,18 +36,18 @@ class LinuxApplication : public platform::Application {
   struct Alerts {
     std::function<bool()> isShowing = [] { return false; };
     std::function<void()> dismiss = [] {};
-    // Runs the work when no alert waits any more and the event that showed it is over.
+    // Runs the work when no alert is waiting and the event that showed the last one is over.
     std::function<void(std::function<void()>)> afterwards = [](const auto&) {};
   };
   void setAlerts(Alerts alerts) { alerts_ = std::move(alerts); }
 
   // Will finish launching, the paths to open, did finish launching.
   void launch(const std::vector<std::string>& pathsToOpen);
-  // Runs the main loop until the application has terminated. One that has not been launched yet
-  // terminates without its delegate.
+  // Runs the main loop until the application has terminated. If it has not been launched yet, it
+  // terminates without asking its delegate.
   void run();
-  // Ends although the delegate may answer that it is not yet time: it is asked, so that it saves
-  // what it has, and told. With an alert waiting it ends as soon as that has been dismissed.
+  // Ends even if the delegate wants to wait: it is still asked, so that it saves the recording, and
+  // told. If an alert is waiting, the application ends once that has been dismissed.
   void terminateRegardless();
   [[nodiscard]] bool hasTerminated() const { return terminated_; }
 

@@ -16,8 +16,8 @@ QuitSignals::QuitSignals(LinuxApplication& application)
 
 QuitSignals::~QuitSignals() {
   for (const guint source : sources_) g_source_remove(source);
-  // The process is on its way out, which has its own time limit; asked again, it must not be cut
-  // short.
+  // The process is already ending, within a time limit of its own; further signals must not cut
+  // that short.
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_IGN);
 }
 

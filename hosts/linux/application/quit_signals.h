@@ -9,10 +9,10 @@
 
 namespace linux_host {
 
-// SIGTERM, SIGINT and SIGHUP ask the application to terminate, which saves a recording; a second
-// one while it still shows what it did ends it at once, with all files closed. Handled on the main
-// loop. When it goes, the process is ending and ignores them from then on. The application outlives
-// it.
+// SIGTERM, SIGINT and SIGHUP ask the application to terminate, which saves a recording. A second
+// signal, while the notification is still shown, ends it at once, with all files closed. Handled on
+// the main loop. This object is destroyed when the process ends; the signals are ignored from then
+// on. The application outlives it.
 class QuitSignals {
  public:
   explicit QuitSignals(LinuxApplication& application);

@@ -12,14 +12,14 @@ namespace linux_host {
 namespace {
 
 constexpr double kEndPoll_s = 0.02;
-// A start that is never confirmed is given up before; this only keeps a caller from waiting for
-// ever.
+// A start that is never confirmed is given up earlier; this only keeps a caller from waiting
+// forever.
 constexpr int kMostEndPolls = 1500;
 constexpr std::array<std::string_view, 4> kActions = {"preferences", "stop", "cancel", "quit"};
 
 }  // namespace
 
-// Someone who waits until a recording is over and its file closed.
+// A caller that waits until a recording is over and its file is closed.
 struct RequestRouter::Ending {
   std::function<void(RequestResult)> done;
   platform::TimerPtr timer;
@@ -81,7 +81,7 @@ void RequestRouter::finish() {
 }
 
 void RequestRouter::whenRunning(std::function<void()> request) {
-  // An alert of the launch may wait for long; who asks meanwhile is answered.
+  // An alert during the launch may wait for a long time; other requests are still answered.
   const bool launchWaits = phase_ == Phase::kLaunching && isAlertShowing_();
   if (phase_ == Phase::kRunning || launchWaits) {
     if (!application_.hasTerminated()) request();
@@ -111,14 +111,14 @@ void RequestRouter::open(const std::vector<std::string>& paths) {
     launch(paths);
     return;
   }
-  // Until the application has begun to launch there is nobody to open anything.
+  // Before the launch begins, nothing can open a path.
   if (phase_ == Phase::kBefore) {
     waiting_.emplace_back([this, paths] { open(paths); });
     return;
   }
   if (phase_ == Phase::kOver || application_.hasTerminated()) return;
   for (const std::string& path : paths) delegate_->application(path);
-  // What it has opened is not to hide the alert.
+  // The windows that it opened must not hide the alert.
   if (isAlertShowing_()) raiseWindows_();
 }
 
@@ -139,7 +139,7 @@ void RequestRouter::action(const std::string& name, std::function<void(RequestRe
   }
   if (phase_ == Phase::kAwaitingFirst && name != "preferences") {
     done(RequestResult::kNothingToDo);
-    // The process stays as long as it would wait anyway, and what it tells with it.
+    // The process, and the notification with it, stays as long as it would have waited anyway.
     onNothingRecorded_();
     return;
   }
@@ -162,7 +162,7 @@ void RequestRouter::action(const std::string& name, std::function<void(RequestRe
 }
 
 void RequestRouter::end(bool saving, const std::function<void(RequestResult)>& done) {
-  // Known before the call: cancelling may terminate the application.
+  // Registered before the call, because cancelling may terminate the application.
   const auto ending = std::make_shared<Ending>();
   ending->done = done;
   endings_.push_back(ending);
@@ -181,7 +181,7 @@ bool RequestRouter::isBusy() const {
   return name != nullptr && (*name == "waiting" || *name == "starting" || *name == "recording");
 }
 
-// A start that was under way ends a little later, and then its writers.
+// A pending start ends a little later, and its writers after it.
 void RequestRouter::awaitEnd(const std::shared_ptr<Ending>& ending) {
   if (phase_ != Phase::kRunning) return;
   if (isBusy() && ++ending->polls < kMostEndPolls) {

@@ -15,11 +15,11 @@
 
 namespace linux_host {
 
-// Brings what others ask of the program to its delegate. Requests that come before the launch is
-// complete wait for it, except paths to open, which are part of it. Main thread.
+// Passes requests from other processes to the delegate. Requests that come before the launch is
+// complete wait for it, except paths to open, which are part of the launch. Main thread.
 class RequestRouter : public Requests {
  public:
-  // What ends a start by the bus that nobody follows up.
+  // After this time a program that the bus has started ends if no request comes.
   static constexpr double kFirstRequestWait_s = 10.0;
 
   RequestRouter(LinuxApplication& application, MainLoop& loop, DispatchThreads& dispatch);
@@ -27,27 +27,28 @@ class RequestRouter : public Requests {
   RequestRouter(const RequestRouter&) = delete;
   RequestRouter& operator=(const RequestRouter&) = delete;
 
-  // Before any request is handled. `preferencesPath` is what opens the preferences.
+  // Call before any request is handled. `preferencesPath` is the path that opens the preferences.
   void attach(std::shared_ptr<platform::ApplicationDelegate> delegate,
               std::shared_ptr<platform::RemoteControl> remote, std::string preferencesPath);
-  // Answers whether windows are visible, and whether an alert waits for its answer.
+  // Functions that say whether windows are visible, and whether an alert waits for its answer.
   void setWindows(std::function<bool()> areVisible, std::function<bool()> isAlertShowing,
                   std::function<void()> raise);
 
-  // Tells the user that a click on "Stop" or "Cancel" in a launcher found nothing to end.
+  // `tell` tells the user that "Stop" or "Cancel" in a launcher found nothing to end.
   void setOnNothingRecorded(std::function<void()> tell) { onNothingRecorded_ = std::move(tell); }
-  // Gets the desktop's leave to bring a window forward, ahead of the request it came with.
+  // Gets the desktop's permission to bring a window forward, before the request that it came with.
   void setOnActivationToken(std::function<void(const std::string& token)> use) {
     onActivationToken_ = std::move(use);
   }
 
   // Launches the application at once.
   void launch(const std::vector<std::string>& pathsToOpen);
-  // Launches it with the first request, which a start by the bus brings along: Activate is the
-  // launch itself, Open comes before its end. Quit, or no request at all, ends the program without
-  // one; so do stop and cancel, when the user has been told that nothing is recorded.
+  // Launches the application with the first request, which follows a start by the bus: Activate is
+  // the launch itself, Open comes before its end. Quit, or no request at all, ends the program
+  // without a launch. So do stop and cancel, after the user has been told that nothing is being
+  // recorded.
   void launchOnFirstRequest();
-  // Lets go of the delegate and answers those who still wait; after the writers have ended.
+  // Releases the delegate and answers callers that still wait. Call after the writers have ended.
   void finish();
 
   void useActivationToken(const std::string& token) override {
@@ -83,7 +84,7 @@ class RequestRouter : public Requests {
   std::function<void()> raiseWindows_ = [] {};
   std::function<void(const std::string& token)> onActivationToken_ = [](const std::string&) {};
   std::function<void()> onNothingRecorded_ = [] {};
-  // Whether the request that follows comes from a click in the desktop, not from a script.
+  // Whether the next request comes from a click in the desktop, not from a script.
   bool isClick_ = false;
   Phase phase_ = Phase::kBefore;
   platform::TimerPtr firstRequestTimer_;

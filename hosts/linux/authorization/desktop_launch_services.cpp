@@ -29,8 +29,8 @@ std::string entryValue(GKeyFile* file, const char* key) {
   return text;
 }
 
-// The application's path, without a slash at its end; empty when the entry is not about that
-// identifier or gives no absolute path.
+// The application's path without a trailing slash; empty when the entry is not for that identifier
+// or has no absolute path.
 std::string applicationIn(const fs::path& entry, const std::string& identifier) {
   const std::unique_ptr<GKeyFile, KeyFileFree> file(g_key_file_new());
   if (!g_key_file_load_from_file(file.get(), entry.c_str(), G_KEY_FILE_NONE, nullptr)) return {};
@@ -55,7 +55,7 @@ std::vector<fs::path> desktopEntries(const std::string& dataDirectory) {
 std::vector<std::string> DesktopLaunchServices::copyApplicationPathsForBundleIdentifier(
     const std::string& identifier) {
   std::vector<std::string> paths;
-  // An entry hides those of the same name in later folders.
+  // An entry hides entries of the same name in later folders.
   std::set<fs::path> seenNames;
   for (const std::string& directory : dataDirectories_) {
     for (const fs::path& entry : desktopEntries(directory)) {
@@ -71,7 +71,7 @@ std::vector<std::string> DesktopLaunchServices::copyApplicationPathsForBundleIde
 bool DesktopLaunchServices::isTrusted(const std::string& application) const {
   if (!allowed_.empty() && application != allowed_) {
     logMessage(LogLevel::kWarning, "the application at " + application +
-                                       " is not used: the right to install is that of the one at " +
+                                       " is not used: the right to install is for the one at " +
                                        allowed_);
     return false;
   }

@@ -16,14 +16,14 @@ namespace linux_host {
 //   X-Vantrel-BundleIdentifier=com.vantrel.korvel
 //   X-Vantrel-BundlePath=/opt/vantrel-korvel
 //
-// Only the system's entries count, never the user's own; and since what is found here may be run as
-// root, an application that anybody but root could have written is left out, with a message in the
-// log. So is one that lies elsewhere than the one that the suite's polkit action names: its
-// installer would be asked about twice, the second time by pkexec for leave to run just anything.
+// Only the system's entries count, never the user's own. Since an application found here may be run
+// as root, one that anybody but root could have written is left out, with a message in the log. So
+// is one at another path than the suite's polkit action names: the user would be asked for the
+// password twice, the second time because pkexec asks for the right to run any program.
 class DesktopLaunchServices : public platform::LaunchServices {
  public:
-  // `dataDirectories`: whose "applications" folders are searched, preferred one first.
-  // `allowed`: the application that the polkit action is about; empty: any.
+  // `dataDirectories`: searched in order for "applications" folders. `allowed`: the application
+  // that the polkit action names; empty: any.
   explicit DesktopLaunchServices(std::vector<std::string> dataDirectories = systemDataDirectories(),
                                  TrustCheck trust = refusalBySystem,
                                  std::string allowed = loopback::kSuiteDirectory)
@@ -34,7 +34,7 @@ class DesktopLaunchServices : public platform::LaunchServices {
   [[nodiscard]] std::vector<std::string> copyApplicationPathsForBundleIdentifier(
       const std::string& identifier) override;
 
-  // $XDG_DATA_DIRS, or what stands for it.
+  // $XDG_DATA_DIRS, or its default.
   [[nodiscard]] static std::vector<std::string> systemDataDirectories();
 
  private:

@@ -16,7 +16,7 @@ inline constexpr platform::OSStatus errAENotAEDesc = -1704;
 inline constexpr platform::OSStatus errAEEventNotHandled = -1708;
 inline constexpr platform::OSStatus errAETimeout = -1712;
 
-// Events to the system process, of which login1 answers one: the request to restart.
+// Events to the system process. login1 handles one of them: the request to restart.
 class LoginAppleEvents : public platform::AppleEvents {
  public:
   // `bus` outlives this object.
@@ -28,10 +28,10 @@ class LoginAppleEvents : public platform::AppleEvents {
                                         const platform::AEDesc* target, std::int16_t returnID,
                                         std::int32_t transactionID,
                                         platform::AEDesc* result) override;
-  // Runs the main loop until login1 has answered, which may ask the user for a password.
+  // Runs the main loop until login1 has answered, which may ask the user for a password. Returns
   // procNotFound when the target is not the system process or there is no login1, userCanceledErr
-  // when the user or the policy said no, errAETimeout, else errAEEventNotHandled; the log says
-  // more.
+  // when the user or the policy refused, errAETimeout when login1 did not answer, else
+  // errAEEventNotHandled; the log says more.
   platform::OSStatus AESend(const platform::AEDesc* event, platform::AEDesc* reply,
                             std::int32_t sendMode, std::int16_t sendPriority,
                             std::int64_t timeout_ticks) override;

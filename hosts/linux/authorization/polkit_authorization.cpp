@@ -34,12 +34,12 @@ Session* sessionOf(AuthorizationRef authorization) {
   return reinterpret_cast<Session*>(authorization);
 }
 
-// In clock ticks since the machine started; 0 when the kernel does not tell.
+// In clock ticks since boot; 0 when unknown.
 std::uint64_t ownStartTime() {
   std::ifstream file("/proc/self/stat");
   std::string line;
   std::getline(file, line);
-  // The program's name, in parentheses, may hold anything.
+  // The program's name, in parentheses, may contain any characters.
   std::istringstream fields(line.substr(line.rfind(')') + 1));
   constexpr int kFieldsBefore = 19;
   std::string skipped;
@@ -108,7 +108,7 @@ OSStatus PolkitAuthorization::checkAuthorization(bool interactionAllowed) {
   if (reply.value == nullptr) {
     logMessage(LogLevel::kError, std::string("polkit gives no administrator rights: ") +
                                      reply.error->message +
-                                     ". Is the suite's package installed whole?");
+                                     ". Is the suite's package completely installed?");
     return errAuthorizationInternal;
   }
   gboolean authorized = FALSE;
@@ -140,7 +140,7 @@ OSStatus PolkitAuthorization::AuthorizationExecuteWithPrivileges(
     logMessage(LogLevel::kError, "not run with administrator rights: " + refusal);
     return errAuthorizationToolExecuteFailure;
   }
-  // Without its own agent, which would ask on a terminal that nobody looks at.
+  // Without pkexec's own agent, which would ask on a terminal that nobody sees.
   std::vector<std::string> command = {pkexec_, "--disable-internal-agent", std::move(path)};
   command.insert(command.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;

@@ -18,9 +18,9 @@ inline constexpr platform::OSStatus errAuthorizationInteractionNotAllowed = -600
 inline constexpr platform::OSStatus errAuthorizationInternal = -60008;
 inline constexpr platform::OSStatus errAuthorizationToolExecuteFailure = -60031;
 
-// Administrator rights by polkit: the administrator right is one action of the suite's own, and
-// what is run with it is run by pkexec, whose question to polkit about the same action is then
-// already answered.
+// Administrator rights through polkit. The administrator right is one action of the suite. Programs
+// are run with pkexec, which asks polkit about the same action; by then that has already been
+// granted.
 class PolkitAuthorization : public platform::Authorization {
  public:
   // `bus` outlives this object.
@@ -28,15 +28,15 @@ class PolkitAuthorization : public platform::Authorization {
                                std::string pkexec = "/usr/bin/pkexec")
       : bus_(bus), trust_(std::move(trust)), pkexec_(std::move(pkexec)) {}
 
-  // errAuthorizationInternal where there is no system bus or no pkexec.
+  // Returns errAuthorizationInternal if there is no system bus or no pkexec.
   platform::OSStatus AuthorizationCreate(platform::AuthorizationFlags flags,
                                          platform::AuthorizationRef* outAuthorization) override;
-  // Runs the main loop while polkit's agent asks for the password; a second call meanwhile is
+  // Runs the main loop while polkit's agent asks for the password; a second call meanwhile returns
   // errAuthorizationInternal.
   platform::OSStatus AuthorizationCopyRights(platform::AuthorizationRef authorization,
                                              const std::string& right,
                                              platform::AuthorizationFlags flags) override;
-  // Refuses, with a message in the log, a program that somebody else than root could have written.
+  // Refuses, with a message in the log, a program that somebody other than root could have written.
   platform::OSStatus AuthorizationExecuteWithPrivileges(
       platform::AuthorizationRef authorization, const std::string& pathToTool,
       platform::AuthorizationFlags flags, const std::vector<std::string>& arguments) override;

@@ -9,11 +9,11 @@
 
 namespace linux_host {
 
-// The machine's own message bus, connected when it is first needed and anew after it was lost. Main
-// thread.
+// The machine's system bus. Connects when it is first needed, and again after the connection was
+// lost. Main thread.
 class SystemBus {
  public:
-  // `address`: empty for the bus that the environment names.
+  // `address`: empty for the environment's bus.
   explicit SystemBus(std::string address = {}) : address_(std::move(address)) {}
 
   struct Method {
@@ -22,7 +22,7 @@ class SystemBus {
     const char* interface;
     const char* name;
   };
-  // `value` is null when the call failed; `error` then says why.
+  // `value` is null when the call failed; `error` says why.
   struct Reply {
     VariantPtr value;
     ErrorPtr error;
@@ -31,8 +31,9 @@ class SystemBus {
 
   // False, with a message in the log, when there is no bus.
   bool connect();
-  // Calls and runs the main loop until the answer is there, so that windows stay alive while the
-  // user is asked something. `arguments` may be floating. `resultType`: what a good reply holds.
+  // Calls, and runs the main loop until the answer is there, so that windows stay responsive while
+  // the user is asked something. `arguments` may be floating. `resultType`: the type of a valid
+  // reply.
   Reply call(const Method& method, GVariant* arguments, const char* resultType, int timeout_ms);
 
  private:

@@ -5,9 +5,8 @@
 
 namespace linux_host {
 
-// Where the thing lies on this system that the core knows by a path of its own: the suite
-// application and the folder of installed audio plug-ins, and whatever is in them. Any other path
-// is returned as it is. Any thread.
+// Maps the paths that the core knows to this system's: the suite application, the folder of
+// installed audio plug-ins, and everything in them. Other paths are returned unchanged. Any thread.
 [[nodiscard]] std::string mappedSystemPath(const std::string& path);
 
 }  // namespace linux_host

@@ -33,7 +33,7 @@ bool listsPortal(GDBusConnection* bus, const char* method) {
   return found;
 }
 
-// The number behind a setting that comes in one variant or two.
+// The number in a setting, which is wrapped in one variant or in two.
 std::optional<guint32> portalSetting(GDBusConnection* bus, const char* key) {
   const VariantPtr answer = callOn(bus, kPortalName, kPortalPath, "org.freedesktop.portal.Settings",
                                    "Read", g_variant_new("(ss)", kAppearance, key));

@@ -7,9 +7,9 @@
 
 namespace linux_host {
 
-// What the user asked of the desktop: by its portal where one runs or can be started, else by the
-// desktop's own settings, else by GTK_THEME. `bus` may be null. Waits for a portal at most
-// kPortalAnswer_ms an answer. Main thread.
+// The user's appearance settings: from the portal if one runs or can be started, else from the
+// desktop's own settings, else from GTK_THEME. `bus` may be null. Waits at most kPortalAnswer_ms
+// for each answer of the portal. Main thread.
 Appearance desktopAppearance(GDBusConnection* bus);
 inline constexpr int kPortalAnswer_ms = 500;
 

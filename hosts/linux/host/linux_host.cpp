@@ -13,9 +13,9 @@
 namespace linux_host {
 namespace {
 
-// What is sent at the very end may take this long to leave.
+// How long the last messages may take to be sent.
 constexpr int kLastWords_ms = 1000;
-// At the end nobody waits longer for a disk of which nothing is heard.
+// How long the process waits at the end for a disk that does not answer.
 constexpr std::chrono::milliseconds kFilesPatience{10'000};
 constexpr std::chrono::milliseconds kFilesStep{100};
 
@@ -61,7 +61,7 @@ void HostWindowsServices::chooseFolder(const std::string& parentWindow, const st
 
 void HostWindowsServices::goOnWithoutScreen() {
   goOn_();
-  std::abort();  // it does not return
+  std::abort();  // goOn_() does not return
 }
 
 Appearance HostWindowsServices::appearance() const {
@@ -135,7 +135,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
           freeSpace_.end();
         }
       }) {
-  // A client that went away in the middle of an answer is no reason to end.
+  // A client that disconnects during an answer must not end the program.
   std::signal(SIGPIPE, SIG_IGN);
   router_.setWindows([this] { return windows_.hasVisibleWindows(); },
                      [this] { return windows_.isAlertShowing(); },
@@ -218,7 +218,7 @@ void LinuxHost::reportSilence(bool silent) {
   refreshRemark();
 }
 
-// The core has logged it.
+// The core has already logged it.
 void LinuxHost::reportEncoderBehind(bool behind) {
   encoderRemark_ =
       behind ? bundle_->localizedString("The MP3 encoder is more than ten seconds behind.") : "";
@@ -295,7 +295,7 @@ std::vector<RecordingWatch::Finding> LinuxHost::findings() {
 }
 
 bool LinuxHost::waitForFiles() {
-  // Counted, as time goes on while a process is stopped.
+  // Counts steps, because time goes on while a process is stopped.
   int idleSteps = 0;
   std::uint64_t seen = 0;
   while (!dispatch_.pendingWork().waitUntilIdle(kFilesStep)) {
@@ -311,7 +311,7 @@ bool LinuxHost::waitForFiles() {
 
 void LinuxHost::saveRecording(std::function<void()> saved) {
   application_.terminate();
-  // What the user would still be shown does not hold the machine up.
+  // The notification must not hold up the machine.
   dispatch_.whenIdleOnMain(std::move(saved));
 }
 
@@ -377,7 +377,7 @@ void LinuxHost::goOnWithoutScreen() {
   mainLoop_.runBy({}, {});
   if (!isRecordingOnly) application_.terminateRegardless();
   application_.run();
-  // Neither the toolkit nor what it was called by can be gone back to.
+  // There is no way back into the toolkit or its callers.
   std::_Exit(finish());
 }
 
@@ -386,7 +386,7 @@ int LinuxHost::finish() {
   userDefaults_.synchronize();
   if (hasNoFolder()) tellThatThereIsNoFolder();
 
-  // From here on a new start is a new instance; this one only finishes its files.
+  // From here on a new start becomes a new instance; this one only finishes its files.
   instance_.release();
   const bool areFilesComplete = waitForFiles();
   router_.finish();
@@ -400,11 +400,11 @@ int LinuxHost::finish() {
     logMessage(LogLevel::kError,
                "A disk or network folder does not answer, so the last part of a recording was not "
                "written. What was recorded before is kept there; the next start looks for it.");
-    // Whoever waits for that disk would be waited for.
+    // An ordinary exit would wait for threads that wait for that disk.
     std::_Exit(EXIT_FAILURE);
   }
   if (fileManager_.openFiles().hasMoveUnderWay() || lostRecordings_.openFiles().hasMoveUnderWay()) {
-    // It was said long ago that the file stays where it is.
+    // The user has already been told that the file stays where it is.
     std::_Exit(exitStatus());
   }
   return exitStatus();

@@ -55,7 +55,7 @@
 
 namespace linux_host {
 
-// Bundles of the system's own, wherever this system keeps them.
+// Bundles of the system, wherever this system keeps them.
 class SystemBundleLoader : public platform::BundleLoader {
  public:
   [[nodiscard]] std::unique_ptr<platform::Bundle> bundleWithPath(
@@ -65,7 +65,7 @@ class SystemBundleLoader : public platform::BundleLoader {
   LinuxBundleLoader loader_;
 };
 
-// What the windows need of the program.
+// What the windows need from the program.
 class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
@@ -111,13 +111,13 @@ class HostWindowsServices : public WindowsServices {
   FolderChooser folderChooser_;
 };
 
-// The Linux desktop, put together: every port, the suite on this machine, and the ways in which
-// others reach the program. One per process; made, used and destroyed on the main thread.
+// The assembled Linux host: every port, the suite on this machine, and the ways in which other
+// processes reach the program. One per process; created, used and destroyed on the main thread.
 class LinuxHost {
  public:
   enum class Purpose {
     kRecording,
-    kFiles,  // a machine without sound will do, and nothing is said of it
+    kFiles,  // works on a machine without sound, and does not mention it
   };
 
   // Begins to connect to PipeWire before anything else, in the background.
@@ -130,21 +130,21 @@ class LinuxHost {
   [[nodiscard]] SessionBus& sessionBus() { return sessionBus_; }
   [[nodiscard]] std::string temporaryDirectory() const { return fileManager_.temporaryDirectory(); }
 
-  // Becomes the running instance, or hands the request (`uris`, or a click without any) over to
-  // the one that runs. Null for the instance, else the status that the process ends with.
+  // Becomes the running instance, or hands the request (`uris`, or a click without any) over to the
+  // instance that runs. Returns null if this is the instance, else the exit status.
   [[nodiscard]] std::optional<int> becomeInstance(const std::vector<std::string>& uris);
 
   struct Launch {
     std::vector<std::string> pathsToOpen;
-    bool startedByBus = false;  // the request that started us follows
+    bool startedByBus = false;  // the request that started the program will follow
     // Whether a recording could not be saved; asked at the end.
     std::function<bool()> hasUnsavedRecording = [] { return false; };
   };
   // Launches the delegate and runs until it has terminated and every file is closed. Returns the
-  // exit status: kExitFailed without a folder for recordings, kExitNoScreen where something was to
-  // be shown since the last recording began and there was no screen for it, kExitFailed where a
-  // recording could not be saved, else 0. Ends the process with that status, and does not return,
-  // when the screen has gone meanwhile.
+  // exit status: kExitFailed if there is no folder for recordings; kExitNoScreen if something could
+  // not be shown for lack of a screen since the last recording began; kExitFailed if a recording
+  // could not be saved; else 0. If the screen has gone meanwhile, ends the process with that status
+  // and does not return.
   [[nodiscard]] int run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                         std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
 
@@ -157,29 +157,30 @@ class LinuxHost {
   void reportLowSpace(bool low);
   void reportUnusableFolder(bool unusable);
   void reportStall(bool stalled);
-  // The session has another state: the tray shows what may be stopped, and which microphone is
-  // recorded where it is not the chosen one.
+  // Called when the session's state changes: the tray shows what can be stopped, and which
+  // microphone is recorded if it is not the chosen one.
   void showSession(const platform::RemoteControl& remote);
   void refreshRemark();
-  // Shows what the program ends without; the main loop runs until the desktop has it.
+  // Shows a notification that there is no folder; the main loop runs until the desktop has it.
   void tellThatThereIsNoFolder();
   [[nodiscard]] bool hasNoFolder() const {
     return storage_.lastOutputFolder().empty() && !storage_.outputFolderProblem().empty();
   }
   [[nodiscard]] int exitStatus() const;
-  // All that follows the main loop; returns the exit status.
+  // Everything after the main loop; returns the exit status.
   int finish();
-  // The rest of the program, in the middle of the toolkit's end: what is being recorded goes on;
-  // where nothing is, or an alert waits for its answer, the program saves and ends.
+  // Runs the rest of the program from within the toolkit's exit. A recording goes on. If nothing is
+  // being recorded, or an alert waits for its answer, the program saves and ends.
   [[noreturn]] void goOnWithoutScreen();
-  // Waits until every file is complete; false when no call to a file has come back for so long that
+  // Waits until every file is complete; false when no call on a file has returned for so long that
   // none will.
   bool waitForFiles();
-  // The machine goes down, or the user logs out: `saved` is called when every file is closed.
+  // Called when the machine shuts down or the user logs out: `saved` is called when every file is
+  // closed.
   void saveRecording(std::function<void()> saved);
   SessionEnd sessionEnd();
 
-  // In the order in which they need each other.
+  // Declared in the order of their dependencies.
   const std::string startupId_ = takeStartupId();
   const std::string executable_;
   ActivationTokens activationTokens_;

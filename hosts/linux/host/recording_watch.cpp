@@ -32,7 +32,7 @@ void RecordingWatch::toolDataDidChange(const suite::ToolData& data) {
 
 void RecordingWatch::look() {
   for (Watched& watched : watched_) {
-    // What an earlier one has led to may have ended the recording.
+    // The handler of an earlier finding may have ended the recording.
     if (timer_ != nullptr) set(watched, watched.finding.isSo());
   }
 }

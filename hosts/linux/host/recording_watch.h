@@ -14,18 +14,18 @@
 
 namespace linux_host {
 
-// Looks, while a recording runs, for what the user should hear of before its end, such as a muted
-// microphone or a disk that is nearly full. Main thread.
+// Checks during a recording for problems that the user should know of before its end, such as a
+// muted microphone or a disk that is nearly full. Main thread.
 class RecordingWatch : public suite::ToolDataObserver {
  public:
   static constexpr double kLook_s = 1.0;
 
   struct Finding {
-    // The status says "<key>": true while it is so; empty: the status does not tell.
+    // The status has "<key>": true while the finding is true; empty: not in the status.
     std::string statusKey;
-    // Asked at each look.
+    // Called at each check.
     std::function<bool()> isSo;
-    // Called at each change; nothing is so whenever nothing is recorded.
+    // Called at each change; every finding is false when nothing is recorded.
     std::function<void(bool isSo)> onChange;
   };
 
@@ -38,7 +38,7 @@ class RecordingWatch : public suite::ToolDataObserver {
   RecordingWatch& operator=(const RecordingWatch&) = delete;
 
   void toolDataDidChange(const suite::ToolData& data) override;
-  // Those of the keys whose findings are so.
+  // The keys of the findings that are true.
   [[nodiscard]] std::vector<std::string> trueKeys() const;
 
  private:
@@ -55,10 +55,10 @@ class RecordingWatch : public suite::ToolDataObserver {
   platform::TimerPtr timer_;  // null while nothing is recorded
 };
 
-// Adds what the watch has found to the status, and how much sound was lost. Main thread.
+// Adds the watch's findings and the amount of lost sound to the status. Main thread.
 class FindingsInStatus : public platform::RemoteControl {
  public:
-  // The watch outlives it. `lost_frames`: of what is being recorded.
+  // The watch outlives this object. `lost_frames`: of the current recording.
   FindingsInStatus(std::shared_ptr<platform::RemoteControl> control, const RecordingWatch& watch,
                    std::function<std::uint64_t()> lost_frames)
       : control_(std::move(control)), watch_(watch), lost_frames_(std::move(lost_frames)) {}

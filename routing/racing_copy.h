@@ -10,16 +10,14 @@
 //
 // Invariants
 // - If the address of `shared` and the size are multiples of four bytes, every 32-bit sample is
-// read
-//   and written as a whole. A copy may be partly old and partly new, but each sample is one or the
-//   other. Otherwise this holds for single bytes only.
+//   read and written as a whole. A copy may be partly old and partly new, but each sample is one
+//   or the other. Otherwise this holds for single bytes only.
 // - While more than one thread has the memory, it is used only through this header.
 //
 // Memory order
 // - Relaxed everywhere, and the string instructions promise no more: samples order nothing. A
-// caller
-//   that needs an order publishes through its own atomic, with release after copyIn() and acquire
-//   before copyOut().
+//   caller that needs an order publishes through its own atomic, with release after copyIn() and
+//   acquire before copyOut().
 //
 // On x86-64 a string instruction with steps of four bytes does the work at memcpy's speed, outside
 // the language's memory model. If it is aligned, the processor performs each step as a whole and

@@ -81,7 +81,7 @@ void PreferencesWindowController::onAudioSelect() {
   const auto menu = _audioSource.lock();
   if (!menu) return;
   const std::int64_t position = menu->indexOfSelectedItem();
-  // An absent entry has position -1, as has a menu in which nothing is selected.
+  // -1 means that nothing is selected. It is also the position of an absent entry.
   if (position < 0) return;
   if (position == _indexNoSound) {
     setAudioParameterType(kNoSoundSource, "", kNoSoundName);
@@ -98,7 +98,7 @@ void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
   const std::int64_t index = position - 1 - _indexSameAsSystemSound;
   if (index < 0 || index >= static_cast<std::int64_t>(_audioDevices.size())) return;
   const std::string id = _audioDevices[static_cast<std::size_t>(index)].uniqueId();
-  // The mirror names a microphone by its id: other members of the suite look it up by that.
+  // In the mirror a microphone's name is its id: the suite's other tools look it up by that.
   setAudioParameterType(kMicrophoneSource, id, id);
 }
 

@@ -42,7 +42,7 @@ std::string appendingPathComponent(const std::string& folder, std::string_view c
   return path.append(component);
 }
 
-// A leading dot belongs to the name: it starts no extension.
+// A leading dot belongs to the name and does not begin an extension.
 std::string deletingPathExtension(const std::string& path) {
   std::string trimmed = withoutTrailingSlashes(path);
   const auto slash = trimmed.rfind('/');
@@ -63,7 +63,7 @@ std::optional<Dictionary> dictionaryForKey(const Dictionary& dictionary, const s
   return entries != nullptr ? std::optional(*entries) : std::nullopt;
 }
 
-// Null switches the mirror off.
+// Null: the bundle does not allow a mirror.
 std::optional<std::string> quickLookSlotName(const Host& host) {
   const auto info = host.mainBundle.infoDictionary();
   if (!info) return std::nullopt;

@@ -13,7 +13,8 @@
 namespace record_audio {
 namespace {
 
-// Below this, 72 dB under full scale, a level is shown as none, so that silence costs no drawing.
+// A level below this, which is 72 dB below full scale, is shown as 0, so that silence costs no
+// drawing.
 constexpr float kSilence = 1.0F / 4096;
 
 float peakOf(const platform::AudioBuffer& buffer) {
@@ -35,7 +36,8 @@ bool holdsFloats(const platform::SampleBuffer& buffer) {
 
 }  // namespace
 
-// Measures one session's samples, so that what is still queued of an earlier device shows nowhere.
+// Measures the samples of one session only, so that what is still queued from an earlier device is
+// not shown.
 class LevelMeter::PeakTap : public platform::CaptureAudioDataOutputSampleBufferDelegate {
  public:
   // On the level queue.
@@ -65,7 +67,7 @@ class LevelMeter::PeakTap : public platform::CaptureAudioDataOutputSampleBufferD
 
  private:
   void raise(float peak) {
-    // Only the number itself passes between the threads, so relaxed order is enough.
+    // Nothing but this number passes between the threads, so relaxed order is enough.
     float current = peak_.load(std::memory_order_relaxed);
     while (peak > current &&
            !peak_.compare_exchange_weak(current, peak, std::memory_order_relaxed)) {

@@ -10,19 +10,19 @@
 
 namespace record_audio {
 
-// The live level of the chosen audio source while its window is visible. It listens only with the
-// user's permission and never while a recording runs; the device is let go the moment the window
-// is hidden. Main thread only; samples are measured on a queue of its own.
+// Shows the live level of the chosen audio source while its window is visible. It listens only with
+// the user's permission, and never while a recording runs. When the window is hidden, it releases
+// the device at once. Main thread only; samples are measured on a queue of its own.
 class LevelMeter {
  public:
   static constexpr double kInterval_s = 1.0 / 20;
-  // How often the choice, the permission and the device are looked at again without being told.
+  // How often the choice, the permission and the device are checked without a call to update().
   static constexpr double kRefreshInterval_s = 1.0;
-  // A level that is not renewed falls by two thirds in this time.
+  // A level without new sound falls by two thirds in this time.
   static constexpr double kDecay_s = 0.3;
 
-  // `chosenDevice` gives the device to listen to, or null for none; `recording` says whether a
-  // recording runs or is being started and may be empty. The indicator is hidden while there is
+  // `chosenDevice` returns the device to listen to, or null for none. `recording` says whether a
+  // recording runs or is being started; it may be empty. The indicator is hidden while there is
   // nothing to listen to.
   LevelMeter(suite::Environment environment, std::weak_ptr<platform::LevelIndicator> indicator,
              std::function<platform::CaptureDevicePtr()> chosenDevice,
@@ -32,15 +32,15 @@ class LevelMeter {
   LevelMeter& operator=(const LevelMeter&) = delete;
 
   void setVisible(bool visible);
-  // Looks at everything again, also at a device that could not be opened before. To be called when
-  // the choice, the devices or the permission may have changed.
+  // Checks everything again, also a device that could not be opened before. To be called when the
+  // choice, the devices or the permission may have changed.
   void update();
 
  private:
   class PeakTap;
 
   void tick();
-  // Opens, changes or lets go of the device as things are now.
+  // Opens, changes or releases the device, as things are now.
   void refresh();
   [[nodiscard]] platform::CaptureDevicePtr deviceToListenTo() const;
   // False when the device cannot be listened to.
@@ -56,11 +56,11 @@ class LevelMeter {
   platform::TimerPtr timer_;  // runs exactly while the window is visible
   platform::CaptureSessionPtr session_;
   std::shared_ptr<PeakTap> tap_;
-  std::string deviceID_;        // of the device that session_ listens to
-  std::string failedDeviceID_;  // not to be tried again before update(); empty: none
+  std::string deviceID_;        // the device that session_ listens to
+  std::string failedDeviceID_;  // not to be tried again before update(); may be empty
   std::uint64_t lastTick_ = 0;  // host-clock ticks
   std::int64_t sinceRefresh_ms_ = 0;
-  float level_ = 0;  // as shown, 0 to 1
+  float level_ = 0;  // shown now, 0 to 1
 };
 
 }  // namespace record_audio

@@ -6,7 +6,7 @@ namespace {
 
 constexpr platform::Color kFallbackLinkColor{0.0F, 0.4F, 1.0F, 1.0F};
 
-// Asked for once a process, when the first link is drawn, even if that has a colour of its own.
+// Asked for once per process, when the first link is drawn, even if that link has its own colour.
 const platform::Color& defaultLinkColor(const platform::Host& host) {
   static const platform::Color color = host.systemColors.linkColor().value_or(kFallbackLinkColor);
   return color;

@@ -9,22 +9,22 @@
 
 namespace record_audio {
 
-// A borderless button that looks and behaves like a hyperlink. What it opens is set by its action
-// in the interface file. Main thread only.
+// A borderless button that looks and behaves like a hyperlink. Its action in the interface file
+// says what it opens. Main thread only.
 class LinkButton : public platform::ButtonResponder,
                    public std::enable_shared_from_this<LinkButton> {
  public:
-  // Stands behind `button` from now on and keeps it weakly: it is its window's. The host must
+  // Makes `button` a link. The button belongs to its window, so it is held weakly. The host must
   // outlive the link.
   static std::shared_ptr<LinkButton> initWithButton(
       const platform::Host& host, const std::shared_ptr<platform::Button>& button);
 
   // To be called once the button is in its window.
   void awakeFromNib();
-  // Draws the title anew; to be called after the title, the font or the text colour changed. The
-  // tracking area follows from the run loop, when the layout has settled.
+  // Draws the title again. To be called after the title, the font or the text colour has changed.
+  // The tracking area is updated later, from the run loop, when the layout has settled.
   void updateState();
-  // Covers the button as it is now; later changes of its size need updateState().
+  // Makes the tracking area cover the button. After a change of its size call updateState().
   void updateTrackingArea();
 
   bool acceptsFirstMouse() override { return false; }
@@ -34,7 +34,7 @@ class LinkButton : public platform::ButtonResponder,
   [[nodiscard]] const std::optional<platform::Color>& textColor() const { return _textColor; }
   // Shows with the next updateState().
   void setTextColor(std::optional<platform::Color> color) { _textColor = color; }
-  // The one installed; null before the first.
+  // The installed tracking area; null before the first.
   [[nodiscard]] const platform::TrackingAreaPtr& trackingArea() const { return _trackingArea; }
   void setTrackingArea(platform::TrackingAreaPtr area) { _trackingArea = std::move(area); }
 

@@ -8,7 +8,7 @@
 
 namespace record_audio {
 
-// What the type of the audio source is stored as.
+// The stored codes of the audio source's type.
 enum AudioSourceType : std::int64_t {
   kNoSoundSource = 0,
   kSameAsSystemSource = 1,
@@ -16,16 +16,16 @@ enum AudioSourceType : std::int64_t {
   kSystemAudioSource = 3,
 };
 
-// How one microphone is named among the sources, before its unique id.
+// Stands before a microphone's unique id where a source is named.
 inline constexpr const char* kMicrophonePrefix = "microphone:";
 
-// What the sound format is stored as.
+// The stored codes of the sound format.
 enum SoundFormat : std::uint64_t {
   kM4aFormat = 0,
   kMp3Format = 1,
 };
 
-// What the tool remembers. What is absent in the store is as here.
+// The stored settings. A setting that is absent from the store has the value given here.
 struct PreferenceValues {
   std::int64_t audioSourceType = kSameAsSystemSource;
   std::string audioSourceID;
@@ -34,7 +34,7 @@ struct PreferenceValues {
   bool highlightMouseClicks = false;
 };
 
-// One of them: where it is held, which says its type, and by which names it is known.
+// One setting: its keys, and the member that holds it, which also gives its type.
 struct Preference {
   using Member = std::variant<std::int64_t PreferenceValues::*, std::uint64_t PreferenceValues::*,
                               std::string PreferenceValues::*, bool PreferenceValues::*>;
@@ -44,7 +44,7 @@ struct Preference {
   Member member;
 };
 
-// The type and the id of the audio source share one mirrored name.
+// In the mirror, the type and the id of the audio source share one key.
 inline constexpr Preference kAudioSourceTypePreference{"AudioSourceType", "AudioSource",
                                                        &PreferenceValues::audioSourceType};
 inline constexpr Preference kAudioSourceIDPreference{"AudioSourceID", "AudioSource",
@@ -52,18 +52,18 @@ inline constexpr Preference kAudioSourceIDPreference{"AudioSourceID", "AudioSour
 inline constexpr Preference kSoundFormatPreference{"SoundFormat", "SoundFormat",
                                                    &PreferenceValues::soundFormat};
 inline constexpr Preference kQualityPreference{"Quality", "Quality", &PreferenceValues::quality};
-// Existing installations hold the value under the key with two letters swapped; other members of
-// the suite read the correctly spelt one.
+// Existing installations store the value under the key with two letters swapped. The suite's other
+// tools read the correctly spelt key.
 inline constexpr Preference kHighlightMouseClicksPreference{
     "HihglightMouseClicks", "HighlightMouseClicks", &PreferenceValues::highlightMouseClicks};
 
-// The one list of what is stored: loading walks it, and storing takes a row of it.
+// Everything that is stored. Loading reads all of it; storing takes one row.
 inline constexpr std::array kPreferences{
     kAudioSourceTypePreference, kAudioSourceIDPreference,        kSoundFormatPreference,
     kQualityPreference,         kHighlightMouseClicksPreference,
 };
 
-// The dictionary of all tools' slots, in the same store.
+// The key of the mirror, a dictionary with a slot for each of the suite's tools, in the same store.
 inline constexpr const char* kQuickLookKey = "QuickLook";
 
 }  // namespace record_audio

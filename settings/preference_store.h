@@ -8,14 +8,14 @@
 
 namespace record_audio {
 
-// All preferences as the store has them. A value of another type is converted as the store does it.
+// All preferences as the store has them. The store converts a value of another type.
 [[nodiscard]] PreferenceValues loadPreferences(const platform::UserDefaults& defaults);
 
-// Puts one preference into the store, which is not flushed.
+// Puts one preference into the store and does not flush it.
 void storePreference(platform::UserDefaults& defaults, const Preference& preference,
                      const PreferenceValues& values);
 
-// As it stands in the mirror, unless a name of its own stands there.
+// The preference's value for the mirror. An audio source has a name there instead.
 [[nodiscard]] platform::Value mirroredValue(const Preference& preference,
                                             const PreferenceValues& values);
 

@@ -180,7 +180,7 @@ void PreferencesWindowController::onHighlightMouseClicks() {
 void PreferencesWindowController::onOutputLocationChanged() {
   const auto outputLocation = _outputLocation.lock();
   if (!outputLocation) return;
-  // The user may take his time; the suite outlives this controller.
+  // The user may take long, and this controller may be gone by then; the suite is not.
   outputLocation->handleOutputLocationChanged(
       [services = environment()](bool success, int, const std::optional<std::string>& message,
                                  const platform::Dictionary& details) {
@@ -190,7 +190,7 @@ void PreferencesWindowController::onOutputLocationChanged() {
 }
 
 void PreferencesWindowController::onDoneClicked() {
-  // Whoever is told may let go of this controller.
+  // The callback may release this controller.
   const auto self = shared_from_this();
   if (isWindowLoaded()) window()->orderOut();
   if (levelMeter_) levelMeter_->setVisible(isWindowVisible());

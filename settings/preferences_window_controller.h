@@ -15,28 +15,28 @@
 
 namespace record_audio {
 
-// The preferences: loads them when created, shows them in a window when asked to, and writes every
-// change back at once. The session reads its settings here. Main thread only.
+// The preferences. Loads them when created, shows them in a window when asked to, and writes every
+// change back at once. The recording session reads its settings here. Main thread only.
 //
-// Names for the interface file: the outlets and actions added in the constructor. The first item of
-// soundFormatPopUp is m4a, the second MP3; qualityPopUp holds high, medium, low.
+// declareInterface() has the names of the outlets and actions for the interface file. The items of
+// soundFormatPopUp are m4a and MP3, in this order; those of qualityPopUp are high, medium and low.
 class PreferencesWindowController
     : public suite::KorvelWindowController,
       public platform::WindowDelegate,
       public std::enable_shared_from_this<PreferencesWindowController> {
  public:
-  // Null when `nibName` is empty. The window is loaded when it is first needed. `onQuit` is called
-  // once for every click on Done.
+  // `nibName` is the interface file; null when it is empty. The window is loaded when it is first
+  // needed. `onQuit` is called once for every click on Done.
   static std::shared_ptr<PreferencesWindowController> initWithWindowNibName(
       suite::Environment environment, const std::string& nibName,
       std::weak_ptr<suite::ClientProviderProtocol> clientProvider, std::function<void()> onQuit);
   ~PreferencesWindowController() override;
 
-  // 0 none, 1 default input, 2 the microphone audioSourceID(), 3 system audio; others as 0.
+  // 0 none, 1 default input, 2 the microphone audioSourceID(), 3 system audio. Others count as 0.
   [[nodiscard]] std::int64_t audioSourceType() const { return values_.audioSourceType; }
   // Empty unless the type is 2.
   [[nodiscard]] const std::string& audioSourceID() const { return values_.audioSourceID; }
-  // 0 high, 1 medium, 2 low; others as 0.
+  // 0 high, 1 medium, 2 low. Others count as 0.
   [[nodiscard]] std::uint64_t quality() const { return values_.quality; }
   // 0 m4a, 1 MP3.
   [[nodiscard]] std::uint64_t soundFormat() const { return values_.soundFormat; }
@@ -44,7 +44,7 @@ class PreferencesWindowController
   // The device to record from; null when there is none for the chosen source.
   [[nodiscard]] platform::CaptureDevicePtr audioCaptureDevice() const;
 
-  // Derived from the quality. Common to the suite's controllers; this tool does not call them.
+  // Derived from the quality. Part of the suite's interface; this tool does not call them.
   [[nodiscard]] int fps() const;
   [[nodiscard]] std::string sessionPreset() const;
   [[nodiscard]] float scaleFactor() const;
@@ -53,21 +53,22 @@ class PreferencesWindowController
   [[nodiscard]] bool startup() const { return _startup; }
   // Part of the suite's interface; this tool does not call it.
   void setStartup(bool startup) { _startup = startup; }
-  // Whether the window goes without the check box; decided before the window is loaded.
+  // Whether the window has no check box for mouse clicks. To be set before the window is loaded.
   [[nodiscard]] bool hidesHighlightMouseClicks() const { return _hidesHighlightMouseClicks; }
   void setHidesHighlightMouseClicks(bool hides) { _hidesHighlightMouseClicks = hides; }
   [[nodiscard]] std::weak_ptr<suite::ClientProviderProtocol> clientProvider() const {
     return _clientProvider;
   }
-  // Menu positions; -1 when the entry is absent.
+  // Positions in the menu; -1 when the entry is absent.
   [[nodiscard]] std::int64_t indexSameAsSystemSound() const { return _indexSameAsSystemSound; }
   [[nodiscard]] std::int64_t indexSystemAudio() const { return _indexSystemAudio; }
   [[nodiscard]] std::int64_t indexNoSound() const { return _indexNoSound; }
   // The microphones listed in the menu.
   [[nodiscard]] const std::vector<CaptureDevice>& audioDevices() const { return _audioDevices; }
 
-  // `recording` says whether a recording runs or is being started or waited for; while it does the
-  // window's level meter keeps its hands off the devices. Without it none ever does.
+  // `recording` says whether a recording runs, is being started, or waits for its device. While it
+  // does, the window's level meter does not use the devices. Without a probe, nothing counts as a
+  // recording.
   void setRecordingProbe(std::function<bool()> recording);
 
   [[nodiscard]] bool hidesPreferencesButton() const override { return true; }
@@ -86,16 +87,17 @@ class PreferencesWindowController
   void onRevealOutputFolder();
 
   void updateOutputLocationText();
-  // Rebuilds the audio-source menu from the microphones that are there.
+  // Builds the audio-source menu again from the connected microphones.
   void enumerateDevices();
   // Shows the stored choice in the menu.
   void select();
-  // Takes back the user's pick; a stored choice of system audio becomes "no sound".
+  // Undoes the user's pick. If system audio is stored, that becomes "no sound".
   void selectPreviousItem();
   void setAudioParameterType(std::int64_t type, const std::string& id, const std::string& name);
-  // Modal. Stores system audio as the source when its driver is usable.
+  // Modal. Stores system audio as the source if its driver is usable now or after the restart that
+  // the user has agreed to.
   void installDriver();
-  // Asks the system to restart. Returns the first failing step's status, 0 on success.
+  // Asks the system to restart. Returns 0, or the status of the first step that failed.
   platform::OSStatus reboot();
 
  protected:
@@ -114,9 +116,9 @@ class PreferencesWindowController
   [[nodiscard]] std::int64_t positionOfChoice() const;
   void selectMicrophoneAt(std::int64_t position);
 
-  // Writes the value into the tool's slot of the mirror.
+  // Writes the value into this tool's slot of the mirror.
   void mirror(const Preference& preference, const platform::Value& value);
-  // Writes what it holds now into the mirror and the store, in this order.
+  // Writes the preference's current value into the mirror, then into the store.
   void store(const Preference& preference);
 
   bool _startup = true;
@@ -140,7 +142,7 @@ class PreferencesWindowController
   std::weak_ptr<platform::Button> outputFolderLink_;
   std::vector<std::shared_ptr<LinkButton>> links_;
   std::function<bool()> recordingProbe_;
-  // Null until the window is there.
+  // Null until the window is loaded.
   std::unique_ptr<LevelMeter> levelMeter_;
 };
 

@@ -18,7 +18,7 @@ std::string nameOf(const platform::ImagePtr& image) {
 
 }  // namespace
 
-// All providers show the same one tool.
+// All providers stand for the same one tool.
 class EmbeddedSuite::Provider : public ToolDataClientProvider {
  public:
   explicit Provider(EmbeddedSuite& suite) : suite_(suite) {}

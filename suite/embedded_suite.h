@@ -10,11 +10,11 @@
 #include "suite/storage.h"
 #include "suite/suite.h"
 
-// The suite as far as the tool needs it, for machines on which no suite is installed.
+// The part of the suite that the tool needs, for machines on which no suite is installed.
 
 namespace suite {
 
-// What the suite's menu shows of the tool. Images by name, empty for none.
+// What the suite's menu shows of the tool. Images are given by name; an empty name means none.
 struct ToolData {
   int toolStatus = 0;
   std::string toolIcon;
@@ -27,16 +27,17 @@ struct ToolData {
 class ToolDataObserver {
  public:
   virtual ~ToolDataObserver() = default;
-  // Called after each change, not for values set again.
+  // Called after each change, and not when a value is set to what it already is.
   virtual void toolDataDidChange(const ToolData& data) = 0;
 };
 
-// Main thread, except the log calls. The storage and the clock outlive it; its providers do not.
+// Main thread, except the log calls. The storage and the clock must outlive it; it must outlive its
+// providers.
 class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, public Logging {
  public:
   EmbeddedSuite(Storage& storage, const platform::WallClock& wallClock);
 
-  // The observer outlives the suite.
+  // The observer must outlive the suite.
   void addObserver(ToolDataObserver& observer) { observers_.push_back(&observer); }
   [[nodiscard]] const ToolData& toolData() const { return data_; }
 
@@ -48,7 +49,7 @@ class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, p
   void VKLogVariadic(const std::string& format, const std::vector<LogArgument>& arguments) override;
   [[nodiscard]] bool VKIsExtendedLoggingOn() const override;
 
-  // Everything the core is given.
+  // All interfaces that the core needs.
   [[nodiscard]] Suite interfaces() { return {*this, *this, *this}; }
 
  private:
@@ -62,7 +63,7 @@ class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, p
 };
 
 // `format` with each "%@" and "%d" replaced by the next argument, whatever its type, and "%%" by
-// "%". Placeholders without an argument and anything else behind "%" stay as they are.
+// "%". A placeholder without an argument stays as it is, and so does a "%" before anything else.
 std::string formattedLogLine(const std::string& format, const std::vector<LogArgument>& arguments);
 
 // "2024-05-17T12:03:27.042Z".

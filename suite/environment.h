@@ -6,7 +6,8 @@
 
 namespace suite {
 
-// All that the core knows of its surroundings. Copied freely; what it refers to outlives the core.
+// Everything the core knows of its surroundings. May be copied freely. What it refers to must
+// outlive the core.
 struct Environment {
   platform::Host& host;
   Suite& suite;

@@ -12,17 +12,18 @@
 
 namespace suite {
 
-// Base of the suite's window controllers: loads a window from an interface file when it is first
-// needed, hands its controls to the outlets and the user's acts to the actions, both by name. Main
-// thread only.
+// Base class of the suite's window controllers. It loads its window from an interface file when the
+// window is first needed. By name it connects the window's controls to outlets, which are members
+// of the controller, and passes what the user does to actions, which are its functions. Main thread
+// only.
 class KorvelWindowController : public platform::InterfaceOwner {
  public:
   ~KorvelWindowController() override;
   KorvelWindowController(const KorvelWindowController&) = delete;
   KorvelWindowController& operator=(const KorvelWindowController&) = delete;
 
-  // Loads the window on first use. Null when it cannot be loaded, as on a machine without a
-  // screen; the next call tries again.
+  // Loads the window if need be. Null when it cannot be loaded, for instance on a machine without a
+  // screen. The next call tries again.
   std::shared_ptr<platform::Window> window();
   [[nodiscard]] bool isWindowLoaded() const { return window_ != nullptr; }
   // Never loads the window.
@@ -30,26 +31,28 @@ class KorvelWindowController : public platform::InterfaceOwner {
   // Loads the window if need be, shows it and makes it the key window.
   void showWindow();
 
-  // Whether the window goes without the suite's own buttons in its title bar.
+  // Whether the window has none of the suite's own buttons in its title bar.
   [[nodiscard]] virtual bool hidesPreferencesButton() const { return false; }
   [[nodiscard]] virtual bool hidesCloseButton() const { return false; }
 
-  // What an interface file may connect to, in alphabetical order.
+  // What an interface file may connect to, in alphabetical order. For checks of interface files.
   [[nodiscard]] std::vector<std::string> outletNames() const;
   [[nodiscard]] std::vector<std::string> actionNames() const;
 
-  // A control of another kind than the outlet's is ignored, as is an unknown name.
+  // Ignores an unknown name, and a control that is not of the outlet's type.
   void connectOutlet(const std::string& name, const std::shared_ptr<platform::View>& view) override;
   void performAction(const std::string& name, platform::View* sender) override;
 
  protected:
-  // `nibName`: the interface file, without folder or extension.
+  // `nibName` is the name of the interface file, without folder or extension. ("Nib" is the suite's
+  // word for such a file.)
   KorvelWindowController(Environment environment, std::string nibName);
 
-  // Called once, when the window is there and every outlet connected.
+  // Called once, when the window is loaded and every outlet is connected.
   virtual void windowDidLoad() {}
 
-  // Declared by subclasses, in their constructor. The control is kept weakly: it is the window's.
+  // Subclasses declare their outlets and actions in their constructor. A control belongs to its
+  // window, so an outlet holds it weakly.
   template <typename Control>
   void addOutlet(const std::string& name, std::weak_ptr<Control>& outlet) {
     outlets_[name] = [&outlet](const std::shared_ptr<platform::View>& view) {

@@ -18,19 +18,19 @@ struct UsageEvent {
   std::optional<platform::Dictionary> details;
 };
 
-// What the embedded suite needs of the machine. Main thread, except writeLog(). Nothing throws:
-// failures are logged by the storage itself unless said otherwise.
+// What the embedded suite needs from the machine. Main thread, except writeLog(). Nothing throws.
+// Unless a function says otherwise, the storage itself logs what fails.
 class Storage {
  public:
   virtual ~Storage() = default;
   virtual void appendEvent(const UsageEvent& event) = 0;
-  // The folder chosen for `tool`, else the user's folder for music: an absolute path without a
-  // trailing slash. Made if missing. One that cannot be made or written just now (unplugged,
-  // without permission) is answered all the same; null when there is none: nothing is chosen, and
-  // the folder for music is not there and cannot be made.
+  // The folder chosen for `tool`, or else the user's music folder: an absolute path without a
+  // trailing slash. A missing folder is created. One that cannot be created or written now (because
+  // it is unplugged or not permitted) is returned all the same. Null when no folder is chosen and
+  // the music folder does not exist and cannot be created.
   virtual std::optional<std::string> outputFolder(const std::string& tool) = 0;
-  // Chooses the folder, which must exist. Returns an error text, empty on success; the folder
-  // chosen before then stays.
+  // Chooses the folder, which must exist. Returns an empty text, or an error text; then the folder
+  // chosen before is kept.
   virtual std::string setOutputFolder(const std::string& tool, const std::string& folder) = 0;
   // Any thread except audio callbacks.
   virtual void writeLog(std::string_view line) = 0;

@@ -13,15 +13,17 @@
 #include "platform/controls.h"
 #include "platform/property_list.h"
 
-// The suite's framework as this tool sees it. Main thread, except the log calls.
+// The suite's framework as this tool sees it. Main thread, except the log calls. The names are the
+// suite's: Korvel is the suite itself, a tool is one of its programs, CEP is its log of usage
+// events, and VK stands before the functions of its logging library.
 
 namespace suite {
 
-// This tool's name in the suite: the suite asks for its preferences by opening a path that ends
-// with it, and keys its output folder by it.
+// This tool's identifier in the suite. To ask for the tool's preferences, the suite opens a path
+// that ends with it. It is also the key of the tool's output folder.
 inline constexpr const char* kToolIdentifier = "a5f597ea-d3f3-4347-bbe6-344e240acc7e";
 
-// The usage-event log. It never leaves the machine.
+// The log of usage events. It never leaves the machine.
 class CEP {
  public:
   virtual ~CEP() = default;
@@ -36,12 +38,13 @@ class ToolDataClientProvider {
   virtual ~ToolDataClientProvider() = default;
   // 1 active, 0 inactive.
   virtual void setToolStatus(int status) = 0;
-  // Null: the tool's ordinary icon.
+  // Null sets the tool's ordinary icon.
   virtual void setToolIcon(const platform::ImagePtr& icon) = 0;
   virtual void setMenuIcon(const platform::ImagePtr& icon) = 0;
   virtual void setMenuText(const std::string& text) = 0;
 };
 
+// Where a tool gets the suite's services.
 class KorvelCommon {
  public:
   virtual ~KorvelCommon() = default;
@@ -49,21 +52,23 @@ class KorvelCommon {
   virtual suite::CEP& CEP() = 0;
 };
 
+// Where the suite's tools put their files.
 class LocationManager {
  public:
   virtual ~LocationManager() = default;
   // The absolute path of the tool's output folder, without a trailing slash; null when there is
-  // none. It may be one that cannot be written just now.
+  // none. It may be a folder that cannot be written now.
   virtual std::optional<std::string> locationForCurrentTool() = 0;
 };
 
+// Implemented by whoever owns the tool's client provider.
 class ClientProviderProtocol {
  public:
   virtual ~ClientProviderProtocol() = default;
   [[nodiscard]] virtual std::shared_ptr<ToolDataClientProvider> provider() const = 0;
 };
 
-// One argument of a log format: "%@" takes a text, "%d" a number.
+// One argument of a log format. "%@" stands for a text, "%d" for a number.
 using LogArgument = std::variant<std::string, std::int64_t>;
 
 // Any thread except audio callbacks.
@@ -78,18 +83,19 @@ class Logging {
 // The control that shows and changes the output folder.
 class OutputLocationButton : public platform::View {
  public:
-  // (changed, code, message or none, details): the details go into the usage event.
+  // `details` goes into the usage event. `message`, if any, says what failed.
   using Completion =
       std::function<void(bool success, int code, const std::optional<std::string>& message,
                          const platform::Dictionary& details)>;
-  // Shows the folder as the suite's location store has it now.
+  // Shows the tool's current output folder.
   virtual void updateState() = 0;
-  // Lets the user pick a folder and stores it; `completion` is called exactly once, also when the
-  // user changed nothing (success, no message).
+  // Lets the user choose a folder and stores it. `completion` is called exactly once. If the user
+  // changes nothing, that is a success without a message.
   virtual void handleOutputLocationChanged(Completion completion) = 0;
 };
 
-// The suite, handed to the delegate beside the host. References outlive the delegate.
+// The suite, given to the delegate together with the host. What it refers to must outlive the
+// delegate.
 struct Suite {
   KorvelCommon& korvelCommon;
   LocationManager& locationManager;

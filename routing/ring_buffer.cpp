@@ -225,6 +225,10 @@ RingBufferError RingBuffer::fetch(platform::AudioBufferList& list, std::uint32_t
                                   std::int64_t startTime) {
   reader_.assertThisThread();
   if (frameCount == 0) return RingBufferErrorNone;
+  if (buffers == nullptr) {
+    zeroList(list, 0, std::numeric_limits<std::uint32_t>::max());
+    return RingBufferErrorNone;
+  }
   const std::int64_t startRead = std::max<std::int64_t>(startTime, 0);
   const std::int64_t endRead = plus(startRead, frameCount);
   std::int64_t start = startRead;

@@ -68,6 +68,15 @@ TEST(RingBufferLifecycle, StartsWithoutStorage) {
   expectNoStorage(RingBuffer());
 }
 
+TEST(RingBufferLifecycle, WithoutStorageRefusesStoresAndFetchesSilence) {
+  RingBuffer ring;
+  Block block(2, 4, kUntouched);
+  EXPECT_EQ(ring.store(block.list(), 4, 0), RingBufferErrorTooManyFrames);
+  EXPECT_EQ(ring.fetch(block.list(), 4, 0), RingBufferErrorNone);
+  EXPECT_THAT(block.plane(0), Each(0));
+  EXPECT_THAT(block.plane(1), Each(0));
+}
+
 TEST(RingBufferLifecycle, RaisesTheCapacityToAPowerOfTwo) {
   const std::vector<std::pair<std::uint32_t, std::uint32_t>> raised{
       {1, 1}, {2, 2}, {3, 4}, {4096, 4096}, {4097, 8192}, {20 * 512, 16384}};

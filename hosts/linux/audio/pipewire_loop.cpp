@@ -27,7 +27,7 @@ void PipeWireLoop::post(Work work) {
 }
 
 void PipeWireLoop::wake() {
-  if (wakeSource_ != nullptr) pw_loop_signal_event(pw_main_loop_get_loop(loop_), wakeSource_);
+  if (wakeSource_ != nullptr) pw_loop_signal_event(loop_, wakeSource_);
   changed_.notify_all();
 }
 
@@ -44,10 +44,9 @@ void PipeWireLoop::runPosted() {
       work.swap(posted_);
       quit = quit_;
     }
-    pw_loop* loop = pw_main_loop_get_loop(loop_);
-    for (const Work& item : work) item(loop);
+    for (const Work& item : work) item(loop_);
     if (!work.empty()) continue;
-    if (quit) pw_main_loop_quit(loop_);
+    isRunning_ = !quit;
     return;
   }
 }
@@ -69,11 +68,10 @@ void PipeWireLoop::run(const std::string& threadName) {
   static std::once_flag initialised;
   std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
 
-  pw_main_loop* loop = pw_main_loop_new(nullptr);
-  spa_source* wakeSource =
-      loop == nullptr ? nullptr : pw_loop_add_event(pw_main_loop_get_loop(loop), onWake, this);
+  pw_loop* loop = pw_loop_new(nullptr);
+  spa_source* wakeSource = loop == nullptr ? nullptr : pw_loop_add_event(loop, onWake, this);
   if (wakeSource == nullptr) {
-    if (loop != nullptr) pw_main_loop_destroy(loop);
+    if (loop != nullptr) pw_loop_destroy(loop);
     runWithoutLoop();
     return;
   }
@@ -83,13 +81,16 @@ void PipeWireLoop::run(const std::string& threadName) {
     wakeSource_ = wakeSource;
     if (quit_ || !posted_.empty()) wake();
   }
-  pw_main_loop_run(loop);
+  // Not the library's main loop: that takes a descriptor to be ended, and without one never ends.
+  pw_loop_enter(loop);
+  while (isRunning_) pw_loop_iterate(loop, -1);
+  pw_loop_leave(loop);
   {
     const std::lock_guard lock(mutex_);
-    pw_loop_destroy_source(pw_main_loop_get_loop(loop), wakeSource_);
+    pw_loop_destroy_source(loop, wakeSource_);
     wakeSource_ = nullptr;
   }
-  pw_main_loop_destroy(loop);
+  pw_loop_destroy(loop);
 }
 
 }  // namespace linux_host

@@ -10,7 +10,6 @@
 #include <vector>
 
 struct pw_loop;
-struct pw_main_loop;
 struct spa_source;
 
 namespace linux_host {
@@ -44,9 +43,10 @@ class PipeWireLoop {
   std::mutex mutex_;
   std::condition_variable changed_;   // for a thread that has no loop
   std::vector<Work> posted_;          // guarded by mutex_
-  pw_main_loop* loop_ = nullptr;      // guarded by mutex_; null until the thread is up
+  pw_loop* loop_ = nullptr;           // guarded by mutex_; null until the thread is up
   spa_source* wakeSource_ = nullptr;  // guarded by mutex_
   bool quit_ = false;                 // guarded by mutex_
+  bool isRunning_ = true;             // on the loop's thread
   std::thread thread_;
 };
 

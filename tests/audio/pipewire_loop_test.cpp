@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/linux/audio/pipewire_loop.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+
+namespace linux_host {
+namespace {
+
+using namespace std::chrono_literals;
+
+// While it lives, the process gets no new descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_GE(lowestFree, 0);
+    close(lowestFree);
+    const rlimit none{static_cast<rlim_t>(lowestFree), before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  }
+  ~NoDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+// Whether a loop was handed to what was posted; nothing when it has not run after ten seconds.
+std::optional<bool> getsALoop(PipeWireLoop& loop) {
+  auto promise = std::make_shared<std::promise<bool>>();
+  std::future<bool> answer = promise->get_future();
+  loop.post([promise](pw_loop* given) { promise->set_value(given != nullptr); });
+  if (answer.wait_for(10s) != std::future_status::ready) return std::nullopt;
+  return answer.get();
+}
+
+// On a thread that is left behind when it does not come to an end.
+bool comesToAnEnd(std::unique_ptr<PipeWireLoop> loop) {
+  auto ended = std::make_shared<std::promise<void>>();
+  std::future<void> end = ended->get_future();
+  std::thread([ended, raw = loop.release()] {
+    delete raw;
+    ended->set_value();
+  }).detach();
+  return end.wait_for(10s) == std::future_status::ready;
+}
+
+TEST(PipeWireLoopTest, EndsWhereNoDescriptorIsLeft) {
+  auto loop = std::make_unique<PipeWireLoop>("test-loop");
+  ASSERT_EQ(getsALoop(*loop), true);
+  const NoDescriptors none;
+  EXPECT_TRUE(comesToAnEnd(std::move(loop)));
+}
+
+TEST(PipeWireLoopTest, WorkIsDoneWithoutALoopWhereNoDescriptorIsLeft) {
+  // What the library opens for itself, once.
+  ASSERT_EQ(getsALoop(*std::make_unique<PipeWireLoop>("first")), true);
+  const NoDescriptors none;
+  auto loop = std::make_unique<PipeWireLoop>("test-loop");
+  EXPECT_EQ(getsALoop(*loop), false);
+  EXPECT_TRUE(comesToAnEnd(std::move(loop)));
+}
+
+}  // namespace
+}  // namespace linux_host

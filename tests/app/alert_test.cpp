@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/app/app_test.h"
 
-// What runs on, and what does not, while an alert waits for the user.
+// What may happen while an alert is open, and what may not.
 
 namespace record_audio {
 namespace {
@@ -23,11 +23,11 @@ class AlertWaitTest : public AppTest {
         kMicrophone, memory_host::sideAddress(platform::kAudioDevicePropertyMute, true),
         std::uint32_t{muted});
   }
-  // What the user, and others, do while each alert waits.
+  // What the user and others do while the alert is open; one entry per alert.
   void meanwhile(std::function<void()> act) {
     machine.alerts.onShow = [act = std::move(act)](const platform::Alert&) { act(); };
   }
-  // A recording of this process has just been saved, and its notification is still there.
+  // A recording of this process has just been saved, and its notification is still shown.
   void launchRecordAndSave() {
     launchAndRecord();
     clickDock();
@@ -40,7 +40,7 @@ class AlertWaitTest : public AppTest {
   }
 };
 
-// Closed by nobody but the user.
+// An alert that only the user closes.
 
 TEST_F(AlertWaitTest, ANotificationThatEndsMeanwhileDoesNotEndTheTool) {
   launchRecordAndSave();

@@ -15,7 +15,7 @@
 #include "settings/preferences_window_controller.h"
 #include "tests/memory_host/memory_host.h"
 
-// The application on a machine in memory, with one microphone and, where a test asks for it, the
+// The application on a machine in memory. It has one microphone and, if a test asks for it, the
 // loopback driver.
 
 namespace record_audio {
@@ -43,14 +43,14 @@ using Entries = std::vector<std::string>;
 class AppTest : public ::testing::Test {
  protected:
   AppTest();
-  // Ends the process: afterwards nothing may keep the delegate.
+  // Ends the process. After that nothing may keep the delegate alive.
   ~AppTest() override;
 
   void useSource(std::int64_t type) { machine.userDefaults.values["AudioSourceType"] = type; }
   void plugLoopbackDriver(const std::string& version = "1.0.3");
-  // Every call a host makes on the way up, with the requests that came with the launch.
+  // Makes every call that a host makes at launch, with the requests that came with it.
   void launch(const Entries& requests = {});
-  // Launches and has the recorder confirm the start.
+  // Launches and lets the recorder confirm the start.
   void launchAndRecord();
   void launchIntoPreferences() { launch({kPreferencesPath}); }
   void confirmStart() { machine.capture.sessions.back()->reportStarted(); }

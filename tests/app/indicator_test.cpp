@@ -35,7 +35,7 @@ class RunningTimeTest : public IndicatorTest, public ::testing::WithParamInterfa
 
 TEST_P(RunningTimeTest, IsShownInWholeSeconds) {
   launchAndRecord();
-  // Straight to the moment: the text is computed afresh at every tick.
+  // Jumps to the moment: each tick computes the text again.
   machine.clock.now_ns += static_cast<std::uint64_t>(GetParam().seconds * 1e9);
   app->timerBlinkerMethod(nullptr);
   EXPECT_EQ(provider().menuText, GetParam().text);

@@ -12,7 +12,7 @@ using ::testing::IsEmpty;
 
 class LifetimeTest : public AppTest {
  protected:
-  // The end of the process, with everything that others may still hold left in place.
+  // The end of the process. What others may still hold is left to them.
   void end() {
     app->applicationWillTerminate();
     machine.application.delegate = nullptr;
@@ -134,7 +134,7 @@ TEST_F(LifetimeTest, DestructionLeavesThePlayThroughRecordAlone) {
   EXPECT_FALSE(machine.audioUnits.graphRunning());
 }
 
-// A provider whose end is observed.
+// A provider that reports its destruction.
 class ObservedProvider : public suite::ToolDataClientProvider {
  public:
   explicit ObservedProvider(std::function<void()> onEnd) : onEnd_(std::move(onEnd)) {}

@@ -4,7 +4,7 @@
 #include "tests/app/app_test.h"
 #include "tests/capture/threaded_parts.h"
 
-// Recordings of processes that died come back at the next launch.
+// The next launch recovers the recordings of processes that died.
 
 namespace record_audio {
 namespace {
@@ -223,7 +223,7 @@ TEST_F(RecoveryTest, ProblemsGoToTheLogAndNotToTheUser) {
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText));
 }
 
-// Which, and under which name.
+// Which recordings, and under which names.
 
 TEST_F(RecoveryTest, ATakenNameIsNumberedAsUsual) {
   machine.fileManager.addFile(kRecovered, "mine");
@@ -325,7 +325,7 @@ TEST_F(RecoveryTest, NothingIsEverRemoved) {
   EXPECT_THAT(machine.fileManager.files, SizeIs(3));
 }
 
-// What the race detector watches.
+// For the race detector.
 TEST(RecoveryThreadsTest, TheQueueAndTheMainThreadTakeTurns) {
   memory_host::MemoryHost memory;
   for (int i = 0; i < 20; ++i) {
@@ -347,7 +347,7 @@ TEST(RecoveryThreadsTest, TheQueueAndTheMainThreadTakeTurns) {
   EXPECT_THAT(memory.fileManager.files, SizeIs(20));
 }
 
-// When it began.
+// When a recording began.
 
 TEST(StartOfRecordingTest, IsWhenTheFileWasMade) {
   const RecordingFindings findings{Contents::kM4a,       "",     60,

@@ -132,7 +132,7 @@ TEST_F(RemoteControlTest, StopOfAStartThatIsNeverConfirmedTakesEffectWithinABoun
   EXPECT_TRUE(ended());
 }
 
-// Five seconds a connection, of which there are two, and what lies between.
+// A host tries to connect twice, for five seconds each, with a pause in between.
 TEST_F(RemoteControlTest, AStopWaitsForTheSecondTryOfAStart) {
   launch();
   EXPECT_TRUE(app->stop());
@@ -214,7 +214,7 @@ TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {
   EXPECT_EQ(state(), "recording");
 }
 
-// The file of an earlier recording is nobody's result.
+// An earlier recording's file is not reported as the result of a later session.
 
 TEST_F(RemoteControlTest, AStopOfAWaitDoesNotTellTheFileOfAnEarlierRecording) {
   launchAndRecordSystemAudio();

@@ -46,7 +46,7 @@ TEST(SessionStateTest, EverySessionEndsInIdle) {
   }
 }
 
-// Called before the launch.
+// Calls before the launch.
 
 class BeforeTheLaunchTest : public AppTest {};
 

@@ -331,7 +331,7 @@ TEST_F(SessionTest, AFileThatCouldNotBeMovedIsReportedAsNotSaved) {
   EXPECT_EQ(lastEvent().name, "Stop");
 }
 
-// The file that a click now would save to lies there, and so do all that would come after it.
+// Every file name that a stop could use is taken.
 class NoNameLeftTest : public SessionTest {
  protected:
   NoNameLeftTest() {

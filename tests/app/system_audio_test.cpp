@@ -23,7 +23,7 @@ class SystemAudioTest : public AppTest {
                                      platform::kAudioOutputUnitProperty_CurrentDevice,
                                      platform::kAudioUnitScope_Global, 0) == device;
   }
-  // The user is told, silently: what sounds now is being recorded.
+  // The user is told without a sound, which would be recorded.
   void expectNotHeard() {
     EXPECT_THAT(showingTexts(),
                 ElementsAre("The sound is recorded, but you will not hear it.", kStartedText));
@@ -184,8 +184,8 @@ TEST_F(SystemAudioTest, APlayThroughLeftOverIsReplacedByTheNextSession) {
   EXPECT_TRUE(playsOn(kSpeakers));
 }
 
-// The error leaves the loopback as the default output, and the play-through that knows the real
-// one.
+// An error leaves the loopback as the default output. It also leaves the play-through, which knows
+// the real one.
 TEST_F(SystemAudioTest, TheNextRecordingAfterAnErrorIsHeardOnTheSameSpeakers) {
   launchAndRecordSystemAudio();
   for (int i = 0; i < 2; ++i) {

@@ -58,8 +58,8 @@ std::vector<std::size_t> allocationsOf(Action&& action) {
 
 class CaptureAllocationTest : public RecorderFixture {
  protected:
-  // One block on the capture side, without the queue's own work: what is left are the allocations
-  // of the recorder and the closure that it hands to the queue.
+  // One block on the capture side, without the queue's own work. What remains are the recorder's
+  // allocations and the closure that it gives to the queue.
   std::vector<std::size_t> capture(const std::shared_ptr<platform::SampleBuffer>& buffer) {
     platform::CaptureConnection connection;
     return allocationsOf([&] { recorder->captureOutput(dataOutput(), buffer, connection); });
@@ -90,7 +90,7 @@ TEST_F(CaptureAllocationTest, TakesOneOnTheEncodeSide) {
   record(kMp3);
   deliver(sine(440, 0.5, 1000));
   const auto before_bytes = writtenBytes();
-  // Too few samples for another frame: the file is not written to.
+  // Too few samples for another frame, so nothing is written to the file.
   dataOutput().deliver(memory_host::floatSampleBuffer({sine(440, 0.5, 16)}));
   memory.dispatch.queue(kDataQueue)->runAll();
   ASSERT_EQ(encodeQueue().items.size(), 1U);

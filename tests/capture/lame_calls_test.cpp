@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Which calls reach LAME, in which order and with which values. The linker sends every call of the
-// recorder through the functions named __wrap_ here.
+// Which calls reach LAME, in which order and with which values. The linker redirects each of the
+// recorder's calls to the functions named __wrap_ here.
 
 #include <lame/lame.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 std::vector<std::string> g_calls;
 bool g_failInit = false;
-int g_encodeResult = 0;  // what the next encoding call answers when it is not 0
+int g_encodeResult = 0;  // what the next encoding call returns, unless 0
 bool g_sameChannels = false;
 std::vector<std::uint32_t> g_words;  // of the last encoding call
 

@@ -55,7 +55,7 @@ inline DecodedMp3 decodeMp3(std::string stream) {
   return decoded;
 }
 
-// The middle of a channel, where no encoder delay and no fade reaches.
+// The middle of a channel, which no encoder delay and no fade reaches.
 inline std::vector<double> middle(const std::vector<double>& samples) {
   const auto quarter = static_cast<std::ptrdiff_t>(samples.size() / 4);
   return {samples.begin() + quarter, samples.end() - quarter};
@@ -67,7 +67,7 @@ inline double rms(const std::vector<double>& samples) {
   return std::sqrt(sum / static_cast<double>(std::max<std::size_t>(samples.size(), 1)));
 }
 
-// The part of the RMS that lies at one frequency, 0 to 1.
+// The share of the RMS at one frequency, 0 to 1.
 inline double shareAt(const std::vector<double>& samples, double frequency_hz,
                       double sampleRate_hz) {
   return test_support::amplitudeAt(samples, frequency_hz, sampleRate_hz) / std::numbers::sqrt2 /

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Setting the encoder up, every way in which a buffer is refused, and what the file receives.
+// How the encoder is set up, every reason to refuse a buffer, and what is written to the file.
 
 #include "tests/capture/recorder_fixture.h"
 
@@ -26,7 +26,7 @@ class Mp3EncodingTest : public RecorderFixture {
     dataOutput().deliver(std::move(buffer));
     memory.runLoop.settle();
   }
-  // The buffer was refused: nothing reaches the encode queue, and the recording goes on.
+  // The buffer was refused: nothing reaches the encode queue, and the recording continues.
   void expectDropped(const std::shared_ptr<MemorySampleBuffer>& buffer) {
     memory.runLoop.settle();
     encodeQueue().stalled = true;
@@ -151,7 +151,7 @@ TEST_F(Mp3EncodingTest, DropsWhatWaitsOnTheEncodeQueueAtTheStopAndFlushesOnce) {
   recorder->stopRecord();
   encodeQueue().stalled = false;
   memory.runLoop.settle();
-  // One flush of at most a few frames, not the second of sound that waited.
+  // Only the flush of a few frames, not the second of sound that waited.
   EXPECT_LT(writtenBytes() - before_bytes, 7200U);
   EXPECT_GT(writtenBytes(), before_bytes);
   EXPECT_EQ(memory.fileManager.journal.back(), std::string("close ") + kTemporaryMp3);
@@ -207,7 +207,7 @@ TEST(EncoderBacklogTest, LastsUntilLessThanFiveSecondsWait) {
   EXPECT_TRUE(backlog.add(1));
   backlog.take(5000);
   EXPECT_EQ(backlog.behind_s(), 5);
-  EXPECT_FALSE(backlog.add(6000));  // said already
+  EXPECT_FALSE(backlog.add(6000));  // already reported
   EXPECT_EQ(backlog.behind_s(), 11);
   backlog.take(6001);
   EXPECT_EQ(backlog.behind_s(), 0);
@@ -233,7 +233,7 @@ TEST_F(EncoderBehindTest, WhatComesAfterTheStopIsDroppedToo) {
   deliverSeconds(0.5);
   dataOutput().endDelivery();
   goOnEncoding();
-  // The session's own end comes first.
+  // The report waits until the session has delivered its last samples.
   EXPECT_THAT(log(), ElementsAre(HasSubstr("The last 1.5 seconds")));
 }
 
@@ -251,7 +251,7 @@ TEST_F(Mp3EncodingTest, IgnoresSamplesThatWereOnTheDataQueueAtTheStop) {
   dataOutput().deliver(block());
   recorder->stopRecord();
   memory.runLoop.settle();
-  // The flush alone: what LAME makes of no samples at all.
+  // Only the flush: what LAME makes of no samples at all.
   EXPECT_LE(writtenBytes(), 7200U);
 }
 

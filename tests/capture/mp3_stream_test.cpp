@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the MP3 file holds: decoded and compared with what was captured.
+// Decodes the MP3 file and compares it with what was captured.
 
 #include "tests/capture/mp3_decoding.h"
 #include "tests/capture/recorder_fixture.h"
@@ -20,7 +20,7 @@ class Mp3StreamTest : public RecorderFixture {
   }
 };
 
-// Frame sync of MPEG-1 layer III, without a byte before it.
+// The frame sync of MPEG-1 layer III is at the very beginning.
 void expectFrameAtFirstByte(const std::string& stream) {
   ASSERT_GE(stream.size(), 4U);
   EXPECT_EQ(static_cast<unsigned char>(stream[0]), 0xFF);
@@ -43,7 +43,7 @@ TEST_F(Mp3StreamTest, HoldsTheToneOnBothChannelsFromItsFirstByte) {
 
 TEST_F(Mp3StreamTest, LosesNoMoreThanTheEncodersDelay) {
   const auto decoded = decodeMp3(recorded(sine(1000, 0.5, 2 * 48000)));
-  // The flush completes what was captured; LAME and the decoder add their own delays.
+  // With the flush the file is complete. LAME and the decoder add their own delays.
   EXPECT_GE(decoded.left.size(), 2U * 48000);
   EXPECT_LE(decoded.left.size(), 2U * 48000 + 4 * 1152);
 }
@@ -79,14 +79,14 @@ TEST_F(Mp3StreamTest, UsesTheBitRateOfEachQuality) {
   }
 }
 
-// What LAME makes of a rate and a bit rate, in figures: it turns the sound down where it has few
-// bits, and its delay and the padding of its last packets take longer the lower the rate is.
+// What LAME makes of a sample rate and a bit rate, in figures. With few bits it lowers the level.
+// The lower the sample rate, the longer are its delay and the padding of its last packets.
 struct Reached {
   int rate_hz;
   std::uint64_t quality;
   int fileRate_hz;
   int bitrate;      // kbit/s
-  double level;     // of what was captured
+  double level;     // relative to what was captured
   double longer_s;  // than what was captured
 };
 
@@ -113,7 +113,7 @@ TEST_F(Mp3StreamTest, HasTheRateTheLevelAndTheLengthThatLameGives) {
   }
 }
 
-// All of that is LAME's: the file is what it makes of the same samples without us.
+// LAME alone is the cause: without the recorder it makes the same file of the same samples.
 TEST_F(Mp3StreamTest, IsWhatLameAloneMakesOfTheSameSamples) {
   addInputDevice(memory.audioHardware, kMicId, kMicUID, 1, 8000);
   const auto tone = sine(1000, 0.5, 3 * 8000, 8000);

@@ -27,7 +27,7 @@ inline platform::AudioObjectPropertyAddress inputAddress(std::uint32_t selector)
   return memory_host::sideAddress(selector, true);
 }
 
-// `hardware` gets a device that can be recorded from. Its layout has one description a channel.
+// `hardware` gets a device that can be recorded from. Its layout has one description per channel.
 inline void addInputDevice(memory_host::MemoryAudioHardware& hardware, platform::AudioDeviceID id,
                            const std::string& uid, std::uint32_t channels = 2,
                            double sampleRate_hz = 48000) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// From the session's first report to the moved file, and every way in which that goes wrong.
+// From the session's first report to the moved file, with everything that can go wrong between.
 
 #include "tests/capture/recorder_fixture.h"
 #include "tests/capture/threaded_parts.h"
@@ -101,7 +101,7 @@ TEST_F(RecorderSessionTest, StopsTheFileOutputThenTheSessionAndMovesTheFileAtOnc
   EXPECT_FALSE(recorder->isRecording());
 }
 
-// Sees, at the moment of the move, what has been stopped.
+// Looks, at the moment of the move, what has been stopped.
 class WatchingFileManager : public memory_host::MemoryFileManager {
  public:
   std::string moveItem(const std::string& from, const std::string& to) override {

@@ -86,7 +86,7 @@ TEST_F(RecorderStartTest, NeedsNoThreadOfItsOwnForAFileOutput) {
   EXPECT_TRUE(recorder->isRecording());
   recorder->stopRecord();
   EXPECT_FALSE(recorder->isRecording());
-  // The encoder of the next recording has a thread, or the recording ends with the error.
+  // If the next recording's encoder still has no thread, the recording ends with an error.
   ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
   recorder->setOnRecordError([this] { ++errorCount; });
   session().reportStarted();
@@ -96,7 +96,7 @@ TEST_F(RecorderStartTest, NeedsNoThreadOfItsOwnForAFileOutput) {
 
 TEST_F(RecorderStartTest, FindsTheDeviceByReadingListThenChannelsThenUid) {
   addInputDevice(memory.audioHardware, 41, "other");
-  memory.audioHardware.addDevice(39, "speaker");  // no input channels: its UID is never asked
+  memory.audioHardware.addDevice(39, "speaker");  // no input channels, so its UID is not read
   memory.audioHardware.calls.clear();
   EXPECT_EQ(recorder->getAudioId("other"), 41U);
 

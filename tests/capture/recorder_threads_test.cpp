@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The recorder with real queues: main thread, data-output queue and encode queue at once.
+// The recorder with real queues: the main thread, data-output queue and encode queue run at once.
 
 #include <future>
 #include <thread>
@@ -25,7 +25,7 @@ class RecorderThreadsTest : public testing::Test {
     memory.capture.sessions.front()->reportStarted();
     ASSERT_TRUE(recorder->isRecording());
   }
-  // Sends blocks of a tone from a thread of its own, as a capture session does.
+  // Sends blocks of a tone from its own thread, as a capture session does.
   std::thread feed(std::size_t blocks) {
     return std::thread([output = memory.capture.dataOutputs.front(), blocks] {
       const auto tone = sine(1000, 0.5, blocks * 1024);
@@ -50,7 +50,7 @@ TEST_F(RecorderThreadsTest, LosesNoSampleWhileTheDiskStands) {
   start();
   fileManager.holdWrites();
   feed(300).join();
-  // The capture side is through with every block although nothing could be written.
+  // The capture side has finished every block, although nothing could be written.
   std::promise<void> taken;
   memory.capture.dataOutputs.front()->queue->async([&] { taken.set_value(); });
   ASSERT_EQ(taken.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
@@ -87,7 +87,7 @@ TEST_F(RecorderThreadsTest, StopsAndStartsAgainUnderFullLoadWithEveryFileReadabl
 
 TEST_F(RecorderThreadsTest, IsDestroyedOnTheMainThreadWhoeverLetsGoLast) {
   std::thread::id destroyedOn;
-  // Held by the recorder alone, through a callback.
+  // Only the recorder keeps it, through a callback.
   recorder->setOnMuted([sentinel = std::shared_ptr<void>(
                             nullptr, [&](void*) { destroyedOn = std::this_thread::get_id(); })] {});
   std::promise<void> mainLetGo;

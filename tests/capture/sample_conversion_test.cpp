@@ -134,11 +134,12 @@ TEST(SampleConversionTest, StepsInTheSameWayThroughInterleavedNarrowSamples) {
 }
 
 TEST(SampleConversionTest, DividesTheBytesPerFrameByTheChannelsOfPlanarDataToo) {
-  // Two planes of 16 bits: one byte a sample by that rule, read from each frame's start.
+  // Two planes of 16 bits. By the rule (bytes per frame / channels) a sample is one byte, read from
+  // the start of each frame.
   EXPECT_THAT(converted(format(16, 2, 2, kAudioFormatFlagIsNonInterleaved),
                         bytes({0x34, 0x12, 0xFF, 0x7F}), 2),
               ElementsAre(0x00340000U, 0x00FF0000U));
-  // Two planes of 8 bits: none at all.
+  // Two planes of 8 bits. By the rule a sample has no bytes at all.
   EXPECT_THAT(converted(format(8, 1, 2, kAudioFormatFlagIsNonInterleaved), bytes({0x34, 0x12}), 2),
               ElementsAre(0U, 0U));
 }
@@ -158,7 +159,7 @@ TEST(SampleConversionTest, ReadsTheFirstBytesAgainWhenFramesHaveNoSize) {
   EXPECT_THAT(converted(mono(16, 0), bytes({1, 2, 3, 4}), 2), ElementsAre(0U, 0U));
 }
 
-// The rule in its long form: assemble, extend the sign from bit k - 1, shift to the top.
+// The conversion in its long form: assemble, extend the sign from bit k - 1, shift to the top.
 std::uint32_t extendedAndShifted(const std::byte* from, std::uint32_t sample_bytes,
                                  std::uint32_t bits) {
   std::uint32_t value = 0;

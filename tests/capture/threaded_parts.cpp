@@ -58,7 +58,7 @@ std::shared_ptr<platform::DispatchQueue> ThreadedDispatch::createSerialQueue(
 }
 
 void ThreadedDispatch::waitForSerialQueues() {
-  // Each may feed those behind it once: as many rounds as queues.
+  // Each queue may feed the ones after it once, so there are as many rounds as queues.
   for (std::size_t round = 0; round < queues_.size(); ++round) {
     std::atomic<std::size_t> reached{0};
     for (const auto& queue : queues_) {

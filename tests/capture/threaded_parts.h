@@ -14,7 +14,7 @@
 #include "platform/host.h"
 #include "tests/memory_host/memory_host.h"
 
-// Queues with real threads and files on a real disk, for what the recorder's threads do at once.
+// Queues with real threads and files on a real disk, for tests of the recorder's threads.
 
 namespace capture_test {
 
@@ -24,8 +24,8 @@ class ThreadedQueue : public platform::DispatchQueue {
   void async(std::function<void()> work) override;
   [[nodiscard]] const std::string& label() const override { return label_; }
 
-  // Runs items, waiting for them, until `isDone` (asked after each item) or, without one, until
-  // close() was called and everything ran. False when 30 seconds brought no item.
+  // Waits for items and runs them until `isDone`, asked after each item, is true. Without `isDone`
+  // it ends when close() was called and everything has run. False when no item came for 30 seconds.
   bool run(const std::function<bool()>& isDone = {});
   void close();
 
@@ -37,7 +37,7 @@ class ThreadedQueue : public platform::DispatchQueue {
   bool closed_ = false;
 };
 
-// The destructor runs what is queued and joins.
+// The destructor runs what is queued and joins the threads.
 class ThreadedDispatch : public platform::Dispatch {
  public:
   ~ThreadedDispatch() override;
@@ -54,7 +54,7 @@ class ThreadedDispatch : public platform::Dispatch {
   std::vector<std::thread> threads_;
 };
 
-// Files in a folder of their own, which goes with the object. Writing can be held up.
+// Files in their own folder, which is deleted with the object. Writes can be made to wait.
 class DiskFileManager : public platform::FileManager {
  public:
   DiskFileManager();
@@ -68,7 +68,7 @@ class DiskFileManager : public platform::FileManager {
   [[nodiscard]] std::string temporaryDirectory() const override { return folder.string(); }
 
   [[nodiscard]] std::string contents(const std::string& path) const;
-  // Every write waits between the two calls.
+  // Between the two calls every write waits.
   void holdWrites();
   void releaseWrites();
   void waitWhileHeld();
@@ -81,7 +81,7 @@ class DiskFileManager : public platform::FileManager {
   bool held_ = false;
 };
 
-// `memory` with these in place of its own.
+// `memory`, with these instead of its own.
 platform::Host hostWith(memory_host::MemoryHost& memory, platform::Dispatch& dispatch,
                         platform::FileManager& fileManager);
 

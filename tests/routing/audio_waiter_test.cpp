@@ -27,7 +27,7 @@ class AudioWaiterTest : public testing::Test, protected routing_test::RoutingMac
                                          objects.push_back(given);
                                        });
   }
-  // The capture framework lists the device now.
+  // From now on the capture framework lists the device.
   void deviceAppears() { host.capture.connect(kLoopbackDeviceUID, "Computer (loopback)"); }
   void poll(int times) {
     for (int i = 0; i < times; ++i) host.runLoop.advance(0.01);
@@ -194,7 +194,7 @@ TEST_F(AudioWaiterTest, TheOwnerMayStartANewWaitInTheCallback) {
 
 TEST_F(AudioWaiterTest, AWaiterThatEndsWhilePollingInvalidatesItsTimerAndHidesTheDevice) {
   auto waiter = wait();
-  // The run loop lets go of an invalid timer's action, and with it of the waiter.
+  // The run loop releases an invalid timer's action, and so the waiter.
   waiter->timerCheck()->invalidate();
   poll(1);
   EXPECT_EQ(control(), kShow);

@@ -10,13 +10,13 @@ namespace routing_test {
 
 namespace {
 
-// A prime number of samples, so that no slip by periods or blocks looks right.
+// A prime number of samples, so that a slip by whole periods or blocks never looks right.
 constexpr std::int64_t kSignalPeriod_frames = 16411;
 constexpr double kSignalCycles = 7;
 constexpr double kAmplitude = 0.5;
 constexpr std::uint32_t kMostPulled_frames = 4096;
 
-// The signal's greatest second difference, doubled for the corners that linear interpolation has.
+// The signal's greatest second difference, doubled for the corners of linear interpolation.
 double greatestHonestSecondDifference(double ratio) {
   const double omega = 2 * std::numbers::pi * kSignalCycles / kSignalPeriod_frames * ratio;
   return 2 * kAmplitude * omega * omega + 4e-7;  // and for rounding to 24 bits
@@ -64,7 +64,7 @@ Findings DriftSimulation::run() {
     const double due_s = clock.timeOf(static_cast<double>(frames));
     return std::max(due_s + jitter_.next() * kLargestJitter_s, previous_s);
   };
-  // An input block is there when its last frame is.
+  // An input block is complete when its last frame is there.
   nextInput_s = schedule(input_, input_.period_frames, 0);
   nextOutput_s = schedule(output_, 0, 0);
   bool isToSuspend = scenario_.suspension_s > 0;
@@ -120,8 +120,8 @@ void DriftSimulation::inputCycle() {
   if (status != platform::noErr) ++findings_.wrongBlocks;
 }
 
-// As a phase-locked loop gives it: right in the long run, off by some millionths from one period to
-// the next.
+// As a phase-locked loop estimates it: right in the long run, and off by some millionths from one
+// period to the next.
 double DriftSimulation::estimatedSpeed(DeviceClock& clock) {
   constexpr double kPhaseNoise_frames = 0.001;
   const double error = (jitter_.next() - 0.5) * kPhaseNoise_frames;
@@ -169,7 +169,7 @@ std::uint32_t DriftSimulation::pull() {
                           ? static_cast<double>(machine_.host.audioUnits.lastParameter.value)
                           : 1.0;
   const double last = stage_.position + (output_.period_frames - 1) * ratio_ * rate;
-  // One more than interpolation needs, so that the rate set by this very pull finds enough.
+  // One more than interpolation needs, so that there is enough for the rate that this pull sets.
   const std::int64_t end = static_cast<std::int64_t>(last) + 3;
   const auto frames = static_cast<std::uint32_t>(end - stage_.pulledEnd);
   block_.buffer(0).mDataByteSize = frames * static_cast<std::uint32_t>(sizeof(float));

@@ -8,25 +8,25 @@
 #include "tests/routing/planar_block.h"
 #include "tests/routing/play_through_fixture.h"
 
-// Two audio devices on a virtual clock, each with a crystal of its own, around the real
-// play-through callbacks. The loopback delivers a slow sine whose value follows from the sample
-// time alone, so that every frame played can be compared with the one that belongs there. The
-// output device pulls through a varispeed stage that interpolates linearly.
+// Two audio devices on a virtual clock, each with its own crystal, around the real play-through
+// callbacks. The loopback delivers a slow sine whose value depends on the sample time alone, so
+// every frame played can be compared with the right one. The output device pulls through a
+// varispeed stage that interpolates linearly.
 //
-// Every block goes through the ring and every frame that the stage pulls is compared. Of what the
-// stage puts out, each block's first and last samples are computed (only there can blocks fail to
-// join), and every 1024th block whole.
+// Every block goes through the ring, and every frame that the stage pulls is compared. Of the
+// stage's output, each block's first and last samples are computed, because blocks can fail to join
+// only there. Every 1024th block is computed whole.
 
 namespace routing_test {
 
 struct Scenario {
   const char* name;
   double input_ppm;   // how much faster than nominal the loopback runs
-  double output_ppm;  // and the real device
+  double output_ppm;  // and how much faster the real device runs
   double outputRate_hz;
   std::uint32_t output_frames;  // the real device's period
   double duration_s;
-  double suspension_s = 0;  // in the middle of it, by the clocks of both devices
+  double suspension_s = 0;  // in the middle of the simulation, on both devices' clocks
 };
 
 struct Findings {
@@ -35,7 +35,7 @@ struct Findings {
   std::uint64_t inputXruns = 0;
   std::uint64_t outputXruns = 0;
   // After the first second and outside of xruns:
-  std::uint64_t wrongBlocks = 0;      // not the frames that belong there
+  std::uint64_t wrongBlocks = 0;      // blocks of wrong frames
   std::uint64_t discontinuities = 0;  // a second difference beyond what the signal has
   double greatestSecondDifference = 0;
   // After the first second, in frames of the loopback:
@@ -45,7 +45,7 @@ struct Findings {
   double greatestFill = -1e18;
 };
 
-// Cheap and good enough for jitter.
+// A cheap generator, good enough for jitter.
 class Jitter {
  public:
   explicit Jitter(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15ULL + 1) {}
@@ -67,7 +67,7 @@ struct DeviceClock {
       : actual_hz(nominal_hz * (1 + offset_ppm * 1e-6)),
         speed(1 + offset_ppm * 1e-6),
         period_frames(framesOfPeriod) {}
-  // When the device's frame `count` of the simulation passes, seconds.
+  // When the device reaches frame `count` of the simulation, in seconds.
   [[nodiscard]] double timeOf(double count) const { return count / actual_hz; }
 
   double actual_hz;
@@ -94,13 +94,14 @@ class DriftSimulation {
 
   static constexpr std::int64_t kFirstInputTime = 1'000'000;
   static constexpr double kLargestJitter_s = 0.003;
-  static constexpr double kXrunProbability = 1.0 / 1000;  // of a period: every ten seconds or so
-  // A lost input block is heard (as silence) a latency later.
+  static constexpr double kXrunProbability =
+      1.0 / 1000;  // for each period: one in ten seconds or so
+  // A lost input block is heard, as silence, one latency later.
   static constexpr double kSettling_s = 0.1;
 
   void render(const platform::AudioTimeStamp& time, std::uint32_t frames,
               platform::AudioBufferList& list);
-  // Nothing runs for that long, and everything goes on as if it had.
+  // Nothing runs for that time; then everything continues as if it had.
   void suspend();
   void inputCycle();
   void outputCycle(double ideal_s);

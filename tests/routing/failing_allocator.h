@@ -3,8 +3,9 @@
 
 namespace routing_test {
 
-// Makes the n-th allocation by malloc, calloc or non-throwing new that the program's own code makes
-// from now on (the first is 1) fail; 0: none. Programs that use it wrap malloc and calloc.
+// Lets the n-th allocation from now on fail; the first is 1, and 0 lets none fail. It counts what
+// the program's own code allocates by malloc, calloc or non-throwing new. A program that uses it
+// has to wrap malloc and calloc.
 void failAllocation(int number);
 
 }  // namespace routing_test

@@ -9,7 +9,7 @@
 
 namespace routing_test {
 
-// A buffer list with one plane a buffer, sizes as the test likes, storage of its own.
+// A buffer list with one plane per buffer and its own storage. A test may change the sizes.
 template <typename Sample = float>
 class PlanarBlock {
  public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The two callbacks, driven by hand.
+// The two callbacks, called by hand.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The callbacks in the trap: whatever path they take, they do not allocate, lock or enter the
-// kernel; and they take a small part of their period.
+// The callbacks in the real-time trap. On no path do they allocate, lock or enter the kernel, and
+// they use a small part of their period.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ using routing_test::kBuffer_frames;
 using routing_test::kLoopback;
 using routing_test::kSpeakers;
 
-// What the thread itself has computed, so that a busy machine does not count.
+// The thread's own processor time, so that a busy machine does not matter.
 double threadTime_s() {
   timespec now{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -43,7 +43,7 @@ class PlayThroughRealtime : public testing::Test, protected routing_test::PlayTh
     return host.audioUnits.driveOutput(at(time_frames), kBuffer_frames, &out.list()) == noErr;
   }
 
-  // Every path through both callbacks.
+  // Takes every path through both callbacks.
   bool takeEveryPath() {
     auto& hardware = host.audioHardware;
     bool good = output(0);                                 // before any input
@@ -62,7 +62,7 @@ class PlayThroughRealtime : public testing::Test, protected routing_test::PlayTh
     for (int i = 1; i < 100; ++i) good &= input((100 + i) * 512) && output(i * 512);
     good &= output(1e9);  // nothing held there
     routing_test::makeBoundsUnstable(*playThrough->ringBuffer);
-    good &= output(100 * 512);  // anchors anew
+    good &= output(100 * 512);  // anchors again
     host.audioUnits.renderStatus = -1;
     good &= !input(300 * 512);
     host.audioUnits.renderStatus = noErr;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Setting up and taking down: every call in order, and what is undone when any one of them fails.
+// Start and stop: every call in order, and what is undone when one of them fails.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -89,7 +89,7 @@ class PlayThroughStart : public testing::Test, protected routing_test::PlayThrou
     EXPECT_EQ(host.audioUnits.livingGraphs(), 0U);
   }
 
-  // Everything undone, and the destructor has nothing to do.
+  // Everything is undone, and the destructor has nothing to do.
   void expectNothingLeft() {
     EXPECT_FALSE(playThrough->running);
     EXPECT_EQ(playThrough->ringBuffer, nullptr);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What another thread can see of a copy that is under way.
+// What another thread can see of a copy while it is being made.
 
 #include "routing/racing_copy.h"
 
@@ -20,7 +20,7 @@ std::vector<std::byte> counted(std::size_t size_bytes) {
   return bytes;
 }
 
-// Wherever the two sides begin, and however many bytes it is.
+// For every alignment of the two sides and every number of bytes.
 TEST(RacingCopy, CarriesEveryByteAndNoOther) {
   constexpr std::size_t kRoom_bytes = 64;
   const std::vector<std::byte> source = counted(kRoom_bytes);
@@ -48,7 +48,7 @@ TEST(RacingCopy, CarriesEveryByteAndNoOther) {
 }  // namespace
 }  // namespace record_audio
 
-// A processor that stops after every step shows all that another one could ever see in between.
+// A processor that stops after each step shows everything that another one could see in between.
 #if defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
 
 #include <x86intrin.h>
@@ -63,7 +63,7 @@ constexpr std::uint32_t kOld = 0x11111111;
 constexpr std::uint32_t kNew = 0xEEEEEEEE;
 using Samples = std::array<std::uint32_t, kSamples>;
 
-// What the handler looks at and changes; the steps are those of one copy.
+// What the signal handler reads and changes. The steps are those of one copy.
 struct Watched {
   Samples* shared = nullptr;
   bool changes = false;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The ring against a naive one that keeps every frame it holds in a queue: random sequences of
-// stores and fetches with gaps, overlaps, wraps, jumps and negative times.
+// Compares the ring with a naive one that keeps every frame in a queue. Stores and fetches come in
+// random sequences with gaps, overlaps, wraps, jumps and negative times.
 
 #include <gtest/gtest.h>
 
@@ -101,7 +101,7 @@ class RingAgainstReference {
   std::size_t frame_bytes() const { return shape_.channels * shape_.bytesPerFrame; }
   std::int64_t upTo(std::int64_t most) { return static_cast<std::int64_t>(random_() % (most + 1)); }
 
-  // Mostly small blocks, now and then around the capacity.
+  // Mostly small blocks, sometimes one around the capacity.
   std::uint32_t blockSize() {
     const std::int64_t capacity = ring_.capacityFrames;
     return static_cast<std::uint32_t>(upTo(9) == 0 ? capacity - 2 + upTo(4) + (capacity < 2 ? 2 : 0)

@@ -20,7 +20,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-// One-byte samples make contents readable; two channels unless a test says otherwise.
+// One-byte samples make contents easy to read. Two channels, unless a test says otherwise.
 using Block = routing_test::PlanarBlock<std::uint8_t>;
 
 constexpr std::uint32_t kCapacity = 16;
@@ -36,7 +36,7 @@ class RingBufferTest : public testing::Test {
  protected:
   RingBufferTest() { ring.allocate(2, 1, kCapacity); }
 
-  // Stores frames whose samples are their own times, the second channel's 100 higher.
+  // Stores frames whose samples are their own times. The second channel's are 100 higher.
   RingBufferError storeTimes(std::int64_t start, std::uint32_t count) {
     Block block(2, count);
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -212,7 +212,7 @@ TEST_F(RingBufferTest, ZeroesAGapSoThatNoStaleAudioIsHeard) {
 
 TEST_F(RingBufferTest, ZeroesAGapThatWrapsInBothChannels) {
   storeTimes(0, 14);
-  storeTimes(19, 2);  // the gap 14 to 19 lies at both ends of the storage
+  storeTimes(19, 2);  // the gap from 14 to 19 is at both ends of the storage
   EXPECT_EQ(bounds(), Bounds(5, 21));
   Block out(2, 16, kUntouched);
   ring.fetch(out.list(), 16, 5);

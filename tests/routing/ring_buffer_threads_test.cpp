@@ -19,7 +19,7 @@ constexpr std::uint32_t kCapacity_frames = 1024;
 
 using Block = routing_test::PlanarBlock<std::uint32_t>;
 
-// The sample of a moment; no two near ones are alike.
+// The sample for a moment. No two that are near each other are alike.
 std::uint32_t sampleAt(std::int64_t time, std::uint32_t channel) {
   return static_cast<std::uint32_t>(time) * 2654435761U + channel;
 }
@@ -70,7 +70,7 @@ TEST(RingBufferThreads, AReaderLessThanHalfARingBehindGetsEveryFrameRight) {
   RingBuffer ring;
   ring.allocate(kChannels, sizeof(std::uint32_t), kCapacity_frames);
   const std::int64_t blocks = routing_test::budget(2'000'000);
-  // Relaxed on both sides, so that it orders nothing that the ring should order itself.
+  // Relaxed on both sides, so that it orders nothing that the ring itself should order.
   std::atomic<std::int64_t> blocksRead{0};
   std::thread writer([&] {
     constexpr std::int64_t kMostAhead_blocks = kCapacity_frames / kBlock_frames / 2;
@@ -106,7 +106,7 @@ TEST(RingBufferThreads, AReaderLessThanHalfARingBehindGetsEveryFrameRight) {
   EXPECT_EQ(wrong, 0U);
 }
 
-// A sample that shows if it is put together of parts of two.
+// A sample that shows whether it was put together from parts of two.
 std::uint32_t markedSampleAt(std::int64_t time, std::uint32_t channel) {
   const auto low = static_cast<std::uint32_t>(time) & 0xFFFFU;
   const std::uint32_t high = (low ^ (channel == 0 ? 0xFFFFU : 0x5555U)) << 16;

@@ -5,8 +5,7 @@
 
 namespace routing_test {
 
-// Sanitizers and the counting of lines slow these tests down; with one of them only a share of the
-// work is done.
+// Sanitizers and coverage slow these tests down. With one of them only a share of the work is done.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(RA_COVERAGE)
 inline constexpr bool kSanitized = true;
 #else

@@ -7,8 +7,8 @@
 
 namespace routing_test {
 
-// As a reader finds a ring whose writer has gone once round all slots while it read; until the next
-// publication.
+// Puts the ring into the state that a reader finds when the writer has used all slots once while it
+// read. The next publication ends that state.
 inline void makeBoundsUnstable(record_audio::RingBuffer& ring) {
   const std::uint32_t index = ring.timeBoundsIndex.load();
   ring.timeBounds[index % record_audio::kRingBufferSlotCount].updateCounter.store(

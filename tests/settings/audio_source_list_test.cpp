@@ -184,7 +184,7 @@ TEST_F(AudioSourceListTest, IgnoresAPickOfNothingOrBeyondTheList) {
   for (const bool withMicrophone : {false, true}) {
     if (withMicrophone) machine_.capture.connect("mic", "Mic");
     const auto controller = showController();
-    // No user can pick a separator; nothing may break if a toolkit lets one.
+    // No user can pick a separator, but nothing may break if a toolkit allows it.
     const auto& items = shown().audioSource->items;
     int separators = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -249,7 +249,7 @@ TEST_F(AudioSourceListTest, KeepsItsListWhileNoWindowIsLoaded) {
 
 class CaptureDeviceChoiceTest : public AudioSourceListTest {
  protected:
-  // The id of the device chosen to record from; empty for none.
+  // The id of the device that would be recorded; empty for none.
   std::string chosen(std::int64_t type, const std::string& id = "") {
     stored() = {{"AudioSourceType", type}, {"AudioSourceID", id}};
     const auto device = makeController()->audioCaptureDevice();

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
-// What a process does once can only be tested in a process of its own: the condition is evaluated
-// in a fresh run of this program, in which nothing was called before.
+// What happens once per process can be tested only in a new process. The condition is evaluated in
+// a fresh run of this program, in which nothing was called before.
 #define EXPECT_IN_OWN_PROCESS(condition)                                           \
   do {                                                                             \
     GTEST_FLAG_SET(death_test_style, "threadsafe");                                \

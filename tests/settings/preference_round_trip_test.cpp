@@ -11,9 +11,9 @@ using memory_host::MemoryPreferencesWindow;
 using platform::Value;
 using testing::SizeIs;
 
-// One way of a user to change one preference, and all that must come of it. A preference that the
-// controller or the list of keys knows and this table does not fails the tests below, and so does
-// an action of the window that is neither in it nor among the exceptions.
+// One way for a user to change one preference, and everything that must follow. The tests below
+// fail if the controller or the list of keys has a preference that is not in this table. They also
+// fail if the window has an action that is neither in the table nor among the exceptions.
 struct RoundTrip {
   const char* name;
   const char* action;

@@ -14,7 +14,7 @@
 
 namespace record_audio {
 
-// A machine without microphones or driver, and controllers on it.
+// A machine without microphones or driver, and controllers for it.
 class PreferencesTest : public testing::Test {
  protected:
   PreferencesTest() { interface_.installIn(machine_.interfaceLoader); }
@@ -31,7 +31,7 @@ class PreferencesTest : public testing::Test {
   }
   memory_host::MemoryPreferencesWindow& shown() { return interface_.shown(); }
 
-  // What the driver's installation comes to.
+  // The outcomes of the driver's installation.
   void loadDriver() {
     constexpr platform::AudioDeviceID kDevice = 77;
     machine_.audioHardware.addDevice(kDevice, kLoopbackDeviceUID);

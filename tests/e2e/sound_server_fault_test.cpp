@@ -223,7 +223,7 @@ TEST_P(HeldStartTest, AStopWaitsForTheSecondTryAndTellsItsFile) {
   EXPECT_EQ(stop.exitStatus, 0) << stop.errors;
   EXPECT_NE(stop.output, first);
   EXPECT_THAT(filesIn(musicFolder()), testing::SizeIs(2));
-  EXPECT_THAT(log(), HasSubstr("it is connected anew"));
+  EXPECT_THAT(log(), HasSubstr("connecting to it again"));
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 

@@ -509,7 +509,7 @@ TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsConnectedAnewAndThen
   events.onFailed = [&](const std::string& message) { failure.set_value(message); };
   std::atomic<int> warnings{0};
   events.onWarning = [&](const std::string& message) {
-    EXPECT_THAT(message, HasSubstr("it is connected anew"));
+    EXPECT_THAT(message, HasSubstr("connecting to it again"));
     ++warnings;
   };
   const auto begin = steady_clock::now();

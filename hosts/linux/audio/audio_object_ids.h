@@ -10,9 +10,9 @@
 
 namespace linux_host {
 
-// Gives every name a number, the same for as long as the process lives, so that a device that is
-// unplugged and plugged in again is the same object. Never 0 or the system object. Any thread
-// except audio callbacks.
+// Gives every name an id for the life of the process, so that a device that is unplugged and
+// plugged in again is the same object. Never 0 or the system object. Any thread except audio
+// callbacks.
 class AudioObjectIds {
  public:
   platform::AudioObjectID idOf(const std::string& name) {
@@ -22,7 +22,7 @@ class AudioObjectIds {
     return entry->second;
   }
 
-  // Null when the number was never given.
+  // Null for an unknown id.
   [[nodiscard]] std::optional<std::string> nameOf(platform::AudioObjectID id) const {
     const std::lock_guard lock(mutex_);
     const auto found = names_.find(id);

@@ -7,25 +7,25 @@
 
 namespace linux_host {
 
-// Who receives the samples of a capture run. Called on the run's drain thread alone.
+// Receives the samples of a capture run. Called only on the run's drain thread.
 class CaptureConsumer {
  public:
   virtual ~CaptureConsumer() = default;
 
-  // Whether it wants more samples now; what it refuses waits in the ring. Not asked at the end.
+  // Whether it wants more samples now; the rest waits in the ring. Not called at the end.
   [[nodiscard]] virtual bool isReady() = 0;
-  // The next `frames` samples of each channel, valid during the call. May take its time: seconds
-  // are bridged by the ring. Returns an error text, empty on success; after an error nothing but
-  // finish() is called.
+  // Takes the next `frames` samples of each channel, valid during the call. May take time: the ring
+  // bridges seconds. Returns an error text, empty on success; after an error only finish() is
+  // called.
   [[nodiscard]] virtual std::string take(const float* const* planes, std::uint32_t frames) = 0;
-  // No more samples come. Called exactly once.
+  // There are no more samples. Called exactly once.
   virtual void finish() = 0;
-  // Of so many channels it records the first how many? Constant.
+  // How many of the first of `channels` channels it records. Constant.
   [[nodiscard]] virtual std::uint32_t recordedChannels(std::uint32_t channels) const {
     return channels;
   }
-  // How long samples may lie in the ring before it is given them. Constant. The longer, the fewer
-  // times the thread wakes up and the more it gets done each time.
+  // How long samples may stay in the ring before it gets them. Constant. A longer time makes the
+  // thread wake up less often and do more at once.
   [[nodiscard]] virtual std::chrono::milliseconds patience() const { return kUsualPatience; }
 
  protected:

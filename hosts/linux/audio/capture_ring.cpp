@@ -27,7 +27,7 @@ CaptureRing::~CaptureRing() {
 
 void CaptureRing::prefault() {
   if (makeResident(samples_, size_bytes_)) return;
-  // Every page is at least so long.
+  // The smallest size of a page.
   constexpr std::size_t kPage_floats = 4096 / sizeof(float);
   volatile float* const samples = samples_;
   for (std::size_t at = 0; at < size_bytes_ / sizeof(float); at += kPage_floats) samples[at] = 0;

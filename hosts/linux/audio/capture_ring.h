@@ -15,25 +15,26 @@
 // The samples between the audio thread and the drain thread.
 //
 // Invariants
-// - One audio thread writes, one drain thread reads; nobody else does either.
-// - `written_` counts the frames stored, `read_` those given back, both since the start and never
+// - One audio thread writes, one drain thread reads; no other thread does.
+// - `written_` counts the frames stored, `read_` those consumed, both since the start and never
 //   reset; 0 <= written - read <= capacity at all times. Frame n lies at n modulo capacity in every
 //   plane.
 // - The writer touches only frames in [written, read + capacity), the
 //   reader only those in [read, written).
-// - A block that does not fit is dropped whole and counted; what is stored stays untouched.
-// - Sound that is missing between two stored frames leaves a gap behind: where it is, and how long.
-//   `gapsWritten_` and `gapsRead_` count the gaps as the two above count the frames. Without room
-//   for one more, a gap is put together with the next.
+// - A block that does not fit is dropped as a whole and counted; stored frames stay untouched.
+// - Sound that is missing between two stored frames is noted as a gap: its position and length.
+//   `gapsWritten_` and `gapsRead_` count the gaps as the two above count the frames. If there is no
+//   room for another gap, it is merged with the next.
 //
 // Memory order
 // - `written_` is stored with release after the samples: a reader that loads it with acquire sees
 //   the samples of all frames it counts.
-// - `read_` is stored with release after the last look at the samples, and loaded with acquire by
+// - `read_` is stored with release after the last access to the samples, and loaded with acquire by
 //   the writer before it overwrites them.
-// - A gap is published by release before the first frame behind it: a reader that sees that frame
+// - A gap is published with release before the first frame after it: a reader that sees that frame
 //   sees the gap.
-// - Each side loads its own counter relaxed, for nobody else stores it. The losses are mere counts.
+// - Each side loads its own counter relaxed, as no other thread stores it. The losses are mere
+//   counts.
 
 namespace linux_host {
 
@@ -46,8 +47,8 @@ class CaptureRing {
   CaptureRing(const CaptureRing&) = delete;
   CaptureRing& operator=(const CaptureRing&) = delete;
 
-  // Backs the whole ring with memory so that the audio thread never waits for a page. Before the
-  // ring is in use; not on an audio thread.
+  // Backs the whole ring with memory so that the audio thread never waits for a page. Call before
+  // the ring is used; not on an audio thread.
   void prefault();
 
   [[nodiscard]] std::uint32_t channels() const { return channels_; }
@@ -56,32 +57,32 @@ class CaptureRing {
   // REAL-TIME: allocates nothing, takes no lock, makes no system call. Audio thread only. Stores
   // `frames` of every plane; false when there is no room, and the frames count as lost.
   bool write(const float* const* planes, std::uint32_t frames);
-  // REAL-TIME: as write(). So many frames never came; they too count as lost.
+  // REAL-TIME: as write(). Reports frames that never came; they also count as lost.
   void miss(std::uint64_t frames);
 
   // Frames ready to be read. Drain thread only.
   [[nodiscard]] std::uint32_t readable_frames() const;
-  // How many of the readable frames lie in one piece. Drain thread only.
+  // How many of the readable frames are contiguous. Drain thread only.
   [[nodiscard]] std::uint32_t contiguous_frames() const;
   // The oldest readable sample of a channel; contiguous_frames() may be read from there until
   // consume(). Drain thread only.
   [[nodiscard]] const float* plane(std::uint32_t channel) const;
-  // Gives the oldest `frames` back. Drain thread only.
+  // Releases the oldest `frames`. Drain thread only.
   void consume(std::uint32_t frames);
   // Frames consumed since the start. Drain thread only.
   [[nodiscard]] std::uint64_t consumed_frames() const;
 
-  // Sound that is missing before the frame with the number `at_frames`, counted from the start.
+  // Sound that is missing before frame number `at_frames`, counted from the start.
   struct Gap {
     std::uint64_t at_frames = 0;
     std::uint64_t frames = 0;
   };
-  // The oldest gap that was not taken yet. To be asked for after the frames behind it were seen.
-  // Drain thread only.
+  // The oldest gap that has not been taken yet. Call after the frames behind it were seen. Drain
+  // thread only.
   [[nodiscard]] std::optional<Gap> nextGap() const;
   void takeGap();
 
-  // Any thread, all since the start: frames stored, frames dropped for want of room, frames that
+  // Any thread. All since the start: frames stored, frames dropped for lack of room, frames that
   // never came, and the sum of both losses.
   [[nodiscard]] std::uint64_t written_frames() const {
     return written_.load(std::memory_order_acquire);
@@ -96,14 +97,14 @@ class CaptureRing {
 
  private:
 #ifndef NDEBUG
-  // Binds a role to the first thread that plays it.
+  // Binds a role to the first thread that takes it.
   class Role {
    public:
     void assertHeld() const {
       std::thread::id nobody;
       const std::thread::id self = std::this_thread::get_id();
       if (!holder_.compare_exchange_strong(nobody, self, std::memory_order_relaxed)) {
-        assert(nobody == self && "a second thread plays a role of the ring");
+        assert(nobody == self && "a second thread takes a role of the ring");
       }
     }
 
@@ -128,7 +129,7 @@ class CaptureRing {
   std::size_t size_bytes_ = 0;
   float* samples_ = nullptr;
 
-  // On cache lines of their own: each is written by one side only.
+  // On separate cache lines: each is written by one side only.
   alignas(64) std::atomic<std::uint64_t> written_{0};
   std::atomic<std::uint64_t> dropped_{0};
   std::atomic<std::uint64_t> missed_{0};

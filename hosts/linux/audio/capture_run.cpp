@@ -21,8 +21,8 @@ using std::chrono::steady_clock;
 constexpr milliseconds kStartPoll{1};
 constexpr milliseconds kPoll{10};
 constexpr milliseconds kLongestPoll{200};
-// A look that comes later than this came late because the process did not run; the device is not
-// to blame for that time.
+// A check that comes later than this is late because the process did not run; that time is not the
+// device's fault.
 constexpr milliseconds kLongestLook{500};
 constexpr std::chrono::seconds kLossReportInterval{1};
 constexpr std::uint32_t kBlock_frames = 4096;
@@ -32,7 +32,7 @@ std::string lossMessage(std::uint64_t lost_frames, std::uint64_t until_frames,
                         std::uint32_t rate_Hz, const char* reason) {
   std::array<char, 240> text{};
   std::snprintf(text.data(), text.size(),
-                "Lost %llu frames (%.3f s) of sound by second %.1f; silence stands in their place. "
+                "Lost %llu frames (%.3f s) of sound by second %.1f; silence takes their place. "
                 "%s",
                 static_cast<unsigned long long>(lost_frames),
                 static_cast<double>(lost_frames) / rate_Hz,
@@ -110,8 +110,8 @@ void CaptureRun::deliver() {
 
 void CaptureRun::announce() {
   const std::lock_guard lock(mutex_);
-  // An announcement that is still to come serves this request too. Putting it off until further
-  // samples would lose it: before the delivery nobody looks for them.
+  // A pending announcement also serves this request. Postponing it until further samples would lose
+  // it: before the delivery nothing looks for them.
   if (announceAfter_frames_) return;
   announceAfter_frames_ = ring_.written_frames();
   wake();
@@ -214,13 +214,13 @@ bool CaptureRun::waitForFirstSamples() {
   if (waitForSamplesOfThisStream()) return true;
   if (!pause(milliseconds(0))) return false;
   events_.onWarning("The sound source \"" + source_.displayName + "\" has sent nothing for " +
-                    std::to_string(kSilenceLimit.count()) + " seconds; it is connected anew.");
+                    std::to_string(kSilenceLimit.count()) + " seconds; connecting to it again.");
   stream_.reset();
   if (!openStream()) return false;
   if (waitForSamplesOfThisStream()) return true;
   fail("The sound source \"" + source_.displayName + "\" has sent nothing for " +
        std::to_string(2 * kSilenceLimit.count()) +
-       " seconds, although it was connected twice. Look whether it works in other programs.");
+       " seconds, although it was connected twice. Check whether it works in other programs.");
   return false;
 }
 
@@ -250,9 +250,9 @@ void CaptureRun::drainUntilEnd() {
     }
     reportLosses(false);
   } while (pause(untilNextLook()));
-  // The device is free again before the last samples are through the encoder.
+  // Frees the device before the last samples are encoded.
   closeStream();
-  // What a run that has failed captured waits for the word whom it is for.
+  // The samples of a failed run wait until deliver() or end() is called.
   waitForDelivery();
   while (handOn()) {
   }
@@ -266,7 +266,7 @@ void CaptureRun::finishAll() {
     shares.swap(shares_);
   }
   for (const Share& share : shares) share.consumer->finish();
-  // The token goes last: whoever waits for it may end the process.
+  // The token is released last: a thread that waits for it may end the process.
   std::optional<PendingWork::Token> token;
   {
     const std::lock_guard lock(mutex_);
@@ -302,7 +302,7 @@ bool CaptureRun::handOn() {
     if (!isSilence) frames = std::min(frames, end_frames_ - position);
   }
   for (const Share& share : shares) {
-    // No block crosses the limits of a share.
+    // A block must not cross the limits of a share.
     for (const std::uint64_t limit : {share.begin_frames, share.end_frames}) {
       if (!isSilence && limit > position) frames = std::min(frames, limit - position);
     }
@@ -328,7 +328,7 @@ void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames, bo
   const std::uint64_t position = ring_.consumed_frames();
   for (const Share& share : shares) {
     if (position < share.begin_frames || position >= share.end_frames) continue;
-    // What was lost before a share's first frame was lost to others.
+    // Sound lost before a share's first frame does not concern that share.
     if (isSilence && position == share.begin_frames) continue;
     const std::string error = share.consumer->take(planes.data(), frames);
     if (!error.empty()) dropFailed(share.consumer, error);
@@ -366,7 +366,7 @@ void CaptureRun::listen(const std::vector<Share>& shares, const float* const* pl
   sound_.listen(planes, ring_.channels(), recorded, frames);
   if (!sound_.hasSoundElsewhere() || std::exchange(hasSoundElsewhere_, true)) return;
   events_.onWarning("Only silence comes in on the first channel of \"" + source_.displayName +
-                    "\", which is the one that is recorded, but there is sound on another. Use the "
+                    "\", the only one that is recorded, but there is sound on another. Use the "
                     "first input, or record as m4a, which takes all channels.");
 }
 
@@ -413,7 +413,7 @@ void CaptureRun::reportLosses(bool isLast) {
   };
   report(ring_.dropped_frames(), &reportedDropped_frames_, "The disk or the encoder was too slow.");
   report(ring_.missed_frames(), &reportedMissed_frames_,
-         "The sound server passed them over: the computer or the device did not keep up.");
+         "The sound server skipped them: the computer or the device did not keep up.");
 }
 
 }  // namespace linux_host

@@ -72,7 +72,7 @@ CaptureRun::Events PipeWireCaptureSession::eventsOf(RunNumber number) {
   events.onFailed = [toMain, number](const std::string& message) {
     toMain([number, message](PipeWireCaptureSession& self) { self.onFailed(number, message); });
   };
-  // Of a session that only listens nothing is kept, so nothing is lost.
+  // A session that only listens keeps nothing, so it loses nothing.
   events.onWarning = [isQuiet = notices_ == Notices::kNone](const std::string& message) {
     if (!isQuiet) logMessage(LogLevel::kWarning, message);
   };
@@ -102,7 +102,7 @@ void PipeWireCaptureSession::startRunning() {
   output->attach(run_, preset_);
 }
 
-// As with any other fault: from the main loop.
+// From the main loop, like any other fault.
 void PipeWireCaptureSession::failLater(RunNumber number, const std::string& error) {
   surroundings_.postToMain([session = weak_from_this(), number, error] {
     const auto self = session.lock();
@@ -119,7 +119,7 @@ void PipeWireCaptureSession::stopRunning() {
 void PipeWireCaptureSession::onSamples(RunNumber number) {
   if (run_ == nullptr || runNumber_ != number) return;
   const std::shared_ptr<CaptureRun> run = run_;
-  // The error is on its way, and is all there is to say.
+  // The error will be reported, and nothing else should be.
   if (run->hasFailed()) return;
   post(platform::kCaptureSessionDidStartRunningNotification, {});
   run->deliver();

@@ -14,7 +14,7 @@ namespace linux_host {
 class PipeWireCaptureSession : public platform::CaptureSession,
                                public std::enable_shared_from_this<PipeWireCaptureSession> {
  public:
-  // A quiet session posts no notifications: it listens beside one that records.
+  // A quiet session posts no notifications: it listens while another one records.
   enum class Notices { kPosted, kNone };
 
   PipeWireCaptureSession(PipeWireCapture::Surroundings surroundings, CaptureRuns& runs,
@@ -27,7 +27,7 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   void setSessionPreset(const std::string& preset) override { preset_ = preset; }
   [[nodiscard]] bool canAddInput(const platform::CaptureDeviceInputPtr& input) const override;
   [[nodiscard]] bool canAddOutput(const platform::CaptureOutputPtr& output) const override;
-  // Both do nothing with what cannot be added.
+  // Both ignore an object that cannot be added.
   void addInput(const platform::CaptureDeviceInputPtr& input) override;
   void addOutput(const platform::CaptureOutputPtr& output) override;
   [[nodiscard]] std::vector<platform::CaptureDeviceInputPtr> inputs() const override {
@@ -40,24 +40,25 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   void stopRunning() override;
   [[nodiscard]] bool isRunning() const override { return run_ != nullptr; }
 
-  // What is recorded has been digital silence for long, from the start of this run or later.
+  // Whether the recorded channels have been digital silence for long, from the start of this run or
+  // later.
   [[nodiscard]] bool isSilent() const { return run_ != nullptr && run_->isSilent(); }
-  // Frames of this run that were lost; silence stands in their place.
+  // Frames that this run has lost; silence takes their place.
   [[nodiscard]] std::uint64_t lost_frames() const {
     return run_ == nullptr ? 0 : run_->lost_frames();
   }
-  // The rate of what is being recorded from that source, Hz; 0 when nothing is.
+  // The rate at which that source is being recorded, Hz; 0 when it is not.
   [[nodiscard]] std::uint32_t runningRate_Hz(const std::string& nodeName) const {
     return run_ != nullptr && run_->source().nodeName == nodeName ? run_->source().rate_Hz : 0;
   }
-  // Stops as if the device had failed, with a runtime error; does nothing unless it runs.
+  // Stops with a runtime error, as if the device had failed; does nothing unless it runs.
   void fail(const std::string& message);
 
  private:
-  // Tells one run of the session from another in work posted to the main thread.
+  // Identifies a run of the session in work posted to the main thread.
   using RunNumber = std::uint64_t;
 
-  // False with *error set when the device is not there (any more).
+  // False with *error set when the device is not there.
   bool describeSource(CaptureSource* source, std::string* error) const;
   CaptureRun::Events eventsOf(RunNumber number);
   void onSamples(RunNumber number);

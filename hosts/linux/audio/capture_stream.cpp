@@ -16,8 +16,8 @@
 namespace linux_host {
 namespace {
 
-// Asks for no cycle of its own length: a recording that changed it right after the end of another
-// had changed it could leave the source connected but silent for as long as it was recorded.
+// Does not request a cycle length: if one recording changed the length right after the end of
+// another had changed it, the source could stay connected but silent for the whole recording.
 StreamRequest requestFor(const CaptureSource& source) {
   StreamRequest request;
   request.nodeName = "record-audio";
@@ -30,7 +30,7 @@ StreamRequest requestFor(const CaptureSource& source) {
   return request;
 }
 
-// REAL-TIME. Its samples, if only none, can be taken for sound.
+// REAL-TIME. Whether the samples are valid sound; there may be none.
 bool isUsable(const spa_buffer& buffer, std::uint32_t channels) {
   if (buffer.n_datas < channels) return false;
   return std::all_of(buffer.datas, buffer.datas + channels, [](const spa_data& data) {
@@ -57,8 +57,8 @@ struct CaptureStream::Remote final : StreamConnection {
         watch(source.rate_Hz) {}
   ~Remote() override { disconnect(); }
 
-  // The device's own level is the only one that counts: a mixer that muted an earlier recording
-  // must not silence this one, whatever a session manager has put on the stream by now.
+  // Only the device's own level counts. If a mixer muted an earlier recording, the session manager
+  // may have muted this stream by now; that must not silence this recording.
   void willStream() override {
     std::array<float, kMostStreamChannels> full{};
     full.fill(1.0F);

@@ -18,27 +18,26 @@ namespace linux_host {
 struct CaptureSource {
   std::string nodeName;
   std::string displayName;  // for messages
-  bool isMonitor = false;   // the node is a sink: record what is played to it
+  bool isMonitor = false;   // the node is a sink: records what is played to it
   std::uint32_t rate_Hz = 0;
   std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
 };
 
-// Stores the samples of one stream buffer in the ring: 32-bit float, a plane a channel. False, and
-// nothing stored, when the buffer lacks planes or its samples are marked as corrupted. REAL-TIME:
-// allocates nothing, takes no lock, makes no system call.
+// Stores the samples of one stream buffer in the ring: 32-bit float, one plane per channel. Stores
+// nothing and returns false if the buffer lacks planes or its samples are marked as corrupted.
+// REAL-TIME: allocates nothing, takes no lock, makes no system call.
 bool storeBuffer(const spa_buffer& buffer, CaptureRing& ring);
 
-// One recording stream of PipeWire, from a device into a ring. It stays with its device: when that
-// goes away the stream fails, it is never moved to another one.
+// A PipeWire recording stream from a device into a ring. It stays with its device: when the device
+// goes away the stream fails and is never moved to another one.
 //
-// Each stream has a connection, a loop thread and a data thread of its own. Made and destroyed on
-// any thread but those.
+// Each stream has a connection, a loop thread and a data thread of its own. Created and destroyed
+// on any other thread.
 class CaptureStream {
  public:
-  // Returns at once; samples arrive in the ring when the device runs. `onFailed` gets a text that
-  // says what happened; it is called on the stream's thread, at most once, and must not destroy the
-  // stream. The ring outlives the stream. Throws std::system_error when there is no thread to be
-  // had.
+  // Returns at once; samples arrive in the ring when the device runs. `onFailed` is called with an
+  // explanation, on the stream's thread, at most once; it must not destroy the stream. The ring
+  // outlives the stream. Throws std::system_error if no thread can be started.
   CaptureStream(const CaptureSource& source, CaptureRing& ring,
                 std::function<void(const std::string& message)> onFailed);
   // Returns when the last sample has been stored and `onFailed` will not be called any more.
@@ -47,7 +46,7 @@ class CaptureStream {
   CaptureStream& operator=(const CaptureStream&) = delete;
 
  private:
-  struct Remote;  // all that lives on the loop's thread
+  struct Remote;  // everything that lives on the loop's thread
   std::unique_ptr<Remote> remote_;
   std::unique_ptr<PipeWireLoop> loop_;
 };

@@ -7,7 +7,7 @@ namespace linux_host {
 namespace {
 
 constexpr std::uint64_t kSecond_ns = 1'000'000'000;
-// More cannot have been passed over in earnest: such a clock was set anew.
+// A longer gap is implausible: the clock was reset.
 constexpr std::uint64_t kMost_s = 24 * 3600;
 
 }  // namespace
@@ -30,10 +30,11 @@ std::uint64_t CycleWatch::see(const spa_io_clock& clock) {
 std::uint64_t CycleWatch::passedOver(const Cycle& now) const {
   const std::uint64_t advance = now.position - last_.position;
   std::uint64_t frames = advance - std::min(advance, last_.duration);
-  // Some drivers count a cycle's length before it, some after it: where it changes, both are right.
+  // Some drivers advance the position by a cycle's length before the cycle, some after it. When the
+  // length changes, accept both.
   const auto [shorter, longer] = std::minmax(last_.duration, now.duration);
   if (frames <= longer - shorter) frames = 0;
-  // A driver that left cycles out may not have counted them.
+  // A driver that skipped cycles may not have counted them.
   const std::uint64_t passed_ns = now.nsec - last_.nsec;
   const std::uint64_t cycle_ns = last_.duration * kSecond_ns / last_.rate_Hz;
   if (frames == 0 && passed_ns > cycle_ns + kStandstill_ns) {

@@ -7,24 +7,24 @@
 
 namespace linux_host {
 
-// Tells from the graph's clock how much sound a stream was not given: cycles that ran without it,
-// because its process did not get to run in time, and cycles that its device left out.
+// Measures by the graph's clock how much sound a stream has missed: cycles that ran without it
+// because its process was not scheduled in time, and cycles that its device skipped.
 //
 // All REAL-TIME, on the stream's data thread: allocates nothing, takes no lock, makes no system
 // call.
 class CycleWatch {
  public:
-  // A device whose clock stands still for less than this may only have been late: it holds the
-  // sound back and hands it over afterwards.
+  // A device whose clock stands still for less than this may just be late: it buffers the sound and
+  // delivers it afterwards.
   static constexpr std::uint64_t kStandstill_ns = 1'000'000'000;
 
   // `rate_Hz` is the stream's.
   explicit CycleWatch(std::uint32_t rate_Hz) : rate_Hz_(rate_Hz) {}
 
-  // The frames, at the stream's rate, that were passed over since the cycle before. A clock of
-  // another device, one that was set back and one that makes no sense begin anew.
+  // Returns the frames, at the stream's rate, that were skipped since the previous cycle. Starts
+  // over if the clock belongs to another device, was set back or makes no sense.
   [[nodiscard]] std::uint64_t see(const spa_io_clock& clock);
-  // The frames, at the stream's rate, of the cycle seen last.
+  // The length of the last cycle in frames, at the stream's rate.
   [[nodiscard]] std::uint64_t cycle_frames() const { return atStreamRate(last_.duration); }
 
  private:

@@ -7,7 +7,7 @@
 namespace linux_host {
 namespace {
 
-// A delegate that lags further behind than this leaves the rest in the ring, which is bounded and
+// If the delegate lags behind by more than this, the rest stays in the ring, which is bounded and
 // counts its losses.
 constexpr std::uint64_t kLargestBacklog_s = 2;
 
@@ -48,7 +48,7 @@ class Delivery : public CaptureConsumer, public std::enable_shared_from_this<Del
       if (output && delegate) delegate->captureOutputDidEndDelivery(*output);
     });
   }
-  // Its delegate gets all of them, but encodes the first alone.
+  // Its delegate gets all of them but encodes only the first.
   [[nodiscard]] std::uint32_t recordedChannels(std::uint32_t) const override { return 1; }
 
  private:
@@ -72,7 +72,7 @@ void DataOutput::setSampleBufferDelegate(
 
 void DataOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string&) {
   if (queue_ == nullptr) return;
-  // A run that is just made takes every consumer.
+  // A new run accepts every consumer.
   std::ignore = run->addConsumer(
       std::make_shared<Delivery>(weak_from_this(), delegate_, queue_, run->source()));
 }

@@ -9,10 +9,10 @@
 
 #include "platform/audio_hardware.h"
 
-// The clocks of the devices that run, as their streams see them.
+// The clocks of the running devices, as their streams see them.
 //
 // Each running stream claims one entry for its device and publishes the graph's clock into it once
-// a cycle; any audio callback may read any device's clock.
+// per cycle. Any audio callback may read any device's clock.
 //
 // Invariants
 // - An entry is claimed and released on ordinary threads; between the two exactly one audio thread
@@ -33,20 +33,20 @@
 
 namespace linux_host {
 
-// A moment of a device's clock.
+// A reading of a device's clock.
 struct DeviceClock {
   std::uint64_t host_ns = 0;  // CLOCK_MONOTONIC
   double sampleTime = 0;      // frames, at host_ns
   double rate_Hz = 0;         // nominal
-  double rateScalar = 1;      // the device's speed against its nominal rate, by the host's clock
+  double rateScalar = 1;  // the device's speed relative to its nominal rate, by the host's clock
 };
 
 class DeviceClockTable {
  public:
   static constexpr std::size_t kEntries = 16;
 
-  // One stream's place in the table; released with the object. May be empty (table full), which
-  // publishes nothing. Movable between ordinary threads while its stream is stopped.
+  // One stream's entry in the table, released with this object. May be empty if the table is full;
+  // then it publishes nothing. Can be moved between ordinary threads while its stream is stopped.
   class Publisher {
    public:
     Publisher() = default;
@@ -80,13 +80,13 @@ class DeviceClockTable {
     std::size_t index_ = 0;
   };
 
-  // Claims a place for a stream of the device. Not on an audio thread.
+  // Claims an entry for a stream of the device. Not on an audio thread.
   Publisher claim(platform::AudioDeviceID device) {
     assert(device != platform::kAudioObjectUnknown);
     for (std::size_t i = 0; i < kEntries; ++i) {
       std::uint32_t free = 0;
       Entry& entry = entries_[i];
-      // Held by a number that no device has while the former values are wiped.
+      // Marked with an id that no device has while the old values are cleared.
       if (!entry.device.compare_exchange_strong(free, kBeingClaimed, std::memory_order_acquire,
                                                 std::memory_order_relaxed)) {
         continue;
@@ -99,7 +99,7 @@ class DeviceClockTable {
   }
 
   // REAL-TIME: allocates nothing, takes no lock, makes no system call; a bounded number of steps.
-  // The latest moment published for the device; null when none of its streams has run yet.
+  // The latest reading published for the device; null when none of its streams has run yet.
   [[nodiscard]] std::optional<DeviceClock> read(platform::AudioDeviceID device) const {
     for (const Entry& entry : entries_) {
       if (entry.device.load(std::memory_order_acquire) != device) continue;
@@ -111,8 +111,8 @@ class DeviceClockTable {
 
  private:
   static constexpr std::uint32_t kBeingClaimed = 1;  // the system object has no clock
-  // A writer is done within some ten instructions; one that was suspended in the middle is not
-  // waited for.
+  // A writer takes about ten instructions. If it is suspended in the middle, the reader does not
+  // wait for it.
   static constexpr int kReadAttempts = 100;
 
   struct Entry {

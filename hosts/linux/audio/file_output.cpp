@@ -11,8 +11,8 @@
 namespace linux_host {
 namespace {
 
-// Several packets in one go cost the encoder less than each in its own, out of a cold cache. Added
-// to the quarter of a second of a fragment, it is what a killed program loses.
+// Encoding several packets at once is cheaper than one at a time from a cold cache. A killed
+// program loses this much in addition to the quarter of a second of a fragment.
 constexpr std::chrono::milliseconds kGathering{100};
 
 M4aLabels labelsOf(const platform::CaptureMetadata& metadata) {
@@ -21,7 +21,7 @@ M4aLabels labelsOf(const platform::CaptureMetadata& metadata) {
   return {metadata.title, static_cast<std::uint64_t>(std::max<std::int64_t>(0, start_s.count()))};
 }
 
-// One file, from its first sample to its end. Drain thread, but for its making.
+// One file, from its first sample to its end. Drain thread, except for construction.
 class Recording : public CaptureConsumer {
  public:
   // `onFinished` gets the error text, empty when the file is complete.
@@ -44,7 +44,7 @@ class Recording : public CaptureConsumer {
 
   void finish() override {
     const bool isKnown = !error_.empty();
-    // A recording without a single sample is a file all the same.
+    // A recording without any samples still becomes a file.
     if (writer_ == nullptr && error_.empty()) error_ = openWriter();
     if (writer_ != nullptr) {
       const std::string error = writer_->finish();
@@ -53,7 +53,7 @@ class Recording : public CaptureConsumer {
     writer_.reset();
     const std::string closeError = file_->close();
     if (error_.empty()) error_ = closeError;
-    // Of an error of take() the user has been told.
+    // The user has already been told of an error of take().
     if (!isKnown && !error_.empty()) {
       logMessage(LogLevel::kError, "The end of a recording was lost. Error: " + error_);
     }
@@ -61,7 +61,7 @@ class Recording : public CaptureConsumer {
   }
 
  private:
-  // Waits for the module to be loaded. The writer stays null when it cannot be had.
+  // Waits until the module is loaded. The writer stays null if there is none.
   std::string openWriter() {
     std::string error;
     writer_ = writers_.createWriter(&error);
@@ -94,7 +94,7 @@ FileOutput::FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain p
 void FileOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string& preset) {
   run_ = run;
   preset_ = preset;
-  recording_.reset();  // an earlier run that failed has finished it
+  recording_.reset();  // an earlier, failed run has finished it
 }
 
 std::uint32_t FileOutput::wantedRate_Hz(std::uint32_t deviceRate_Hz) const {
@@ -107,21 +107,21 @@ void FileOutput::startRecordingToOutputFileURL(
   using platform::CaptureException;
   const std::shared_ptr<CaptureRun> run = run_.lock();
   if (run == nullptr || run->hasEnded()) {
-    throw CaptureException("Nothing is being captured that could be recorded.");
+    throw CaptureException("Nothing is being captured.");
   }
   if (outputFileType != platform::kFileTypeMPEG4) {
     throw CaptureException("The file type \"" + outputFileType + "\" cannot be written.");
   }
-  if (recording_ != nullptr) throw CaptureException("A file is being recorded already.");
+  if (recording_ != nullptr) throw CaptureException("A file is already being recorded.");
   const std::optional<std::string> path = platform::pathWithFileURL(fileURL);
-  if (!path) throw CaptureException("\"" + fileURL + "\" names no file.");
+  if (!path) throw CaptureException("\"" + fileURL + "\" does not name a file.");
   std::string error;
   std::shared_ptr<OpenFile> file = files_.open(*path, OpenFiles::Mode::kCreate, &error);
   if (file != nullptr && file->size_bytes() > 0) error = file->truncate(0);
   if (file == nullptr || !error.empty()) throw CaptureException(error);
 
-  // Not before the first samples are there: the loader handles one library after the other, and
-  // the stream's own would have to wait.
+  // Not before the first samples are there: the loader handles one library at a time, and the
+  // stream's own would have to wait.
   writers_.loadInBackground();
   const CaptureSource& source = run->source();
   const auto channels = static_cast<std::uint32_t>(source.positions.size());

@@ -40,7 +40,8 @@ struct GraphWatcher::Binding {
   GraphWatcher* watcher;
   std::uint32_t id;
   loopback::BoundProxy proxy;
-  std::map<std::string, std::string>* metadata = nullptr;  // of a metadata object: its copy
+  std::map<std::string, std::string>* metadata =
+      nullptr;  // the copy of a metadata object; null for others
 };
 
 GraphWatcher::GraphWatcher(Owner& owner, const loopback::VouchedProgram& driver)
@@ -98,7 +99,7 @@ void GraphWatcher::onDone(void* data, std::uint32_t id, int sequence) {
 }
 
 void GraphWatcher::onError(void* data, std::uint32_t id, int, int result, const char*) {
-  // Errors of other objects only say that one vanished while it was being asked.
+  // Errors of other objects only mean that an object vanished during a request.
   if (id != PW_ID_CORE || result != -EPIPE) return;
   auto* self = static_cast<GraphWatcher*>(data);
   if (!std::exchange(self->hasBroken_, true)) self->owner_.connectionBroke();
@@ -190,7 +191,7 @@ void GraphWatcher::onNodeInfo(void* data, const pw_node_info* info) {
     if ((info->change_mask & PW_NODE_CHANGE_MASK_PARAMS) == 0) return;
     for (std::uint32_t i = 0; i < info->n_params; ++i) {
       const spa_param_info& param = info->params[i];
-      // A node that was suspended has no format any more, and none is sent to say so.
+      // A suspended node no longer has a format, and no event says so.
       const bool isReadable = (param.flags & SPA_PARAM_INFO_READ) != 0;
       if (param.id == SPA_PARAM_Format && !isReadable) node.format.reset();
     }
@@ -261,7 +262,7 @@ void GraphWatcher::onClientInfo(void* data, const pw_client_info* info) {
   if ((info->change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
   const char* version = spa_dict_lookup(info->props, loopback::kLoopbackDriverKey);
   const char* granted = spa_dict_lookup(info->props, loopback::kLoopbackGrantedKey);
-  // Any client can say that it is the driver.
+  // Any client can claim to be the driver.
   const bool isDriver = version != nullptr && binding->watcher->driver_.isRunBy(*info->props);
   binding->watcher->owner_.update([&](AudioGraph& graph) {
     if (isDriver) {
@@ -281,7 +282,7 @@ void GraphWatcher::bindMetadata(std::uint32_t id, const NodeProperties& properti
   if (!isDefaults && name != "settings") return;
   if (!owner_.metadataAsked()) return;
   Binding* binding = bind(id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA);
-  // Answered after the object, whether that could be bound or not.
+  // Answered after the object, whether it could be bound or not.
   metadataSyncs_.insert(pw_core_sync(core_, PW_ID_CORE, 0));
   if (binding == nullptr) return;
   auto* metadata = binding->proxy.as<pw_metadata>();

@@ -26,48 +26,47 @@ struct spa_pod;
 
 namespace linux_host {
 
-// One connection to the daemon: hears what the daemon tells of the computer's sound, and has it
-// written down. It is used once; after the daemon's end another one takes its place.
+// One connection to the daemon: receives what the daemon reports about the computer's sound and
+// passes it to the owner. Used once; after the daemon's end another watcher takes its place.
 //
-// Made, used and destroyed on its loop's thread.
+// Created, used and destroyed on its loop's thread.
 class GraphWatcher {
  public:
-  // Whose picture it is. Called on the loop's thread; must not destroy the watcher.
+  // Owns the picture. Called on the loop's thread; must not destroy the watcher.
   class Owner {
    public:
     virtual ~Owner() = default;
-    // Makes the change, which is short, to the picture.
+    // Applies the change, which is short, to the picture.
     virtual void update(const std::function<void(AudioGraph&)>& change) = 0;
-    // All that there was when the connection was made is in the picture; once.
+    // Everything that existed when the connection was made is in the picture. Called once.
     virtual void pictureIsComplete() = 0;
     // Something that can be recorded from came or went.
     virtual void captureDeviceCame(const std::string& nodeName) = 0;
     virtual void captureDeviceWent(const std::string& nodeName) = 0;
-    // The daemon is gone; once. Nothing is heard any more.
+    // The daemon is gone. Called once; nothing follows.
     virtual void connectionBroke() = 0;
-    // A metadata object is to be asked for; false when none is to be any more.
+    // A metadata object is about to be requested; returns false to prevent that.
     virtual bool metadataAsked() = 0;
-    // One that was asked for has told all.
+    // A requested metadata object has reported everything.
     virtual void metadataAnswered() = 0;
   };
 
-  // The owner and the program, which is that of the loopback driver, outlive the watcher.
+  // The owner and the loopback driver's program outlive the watcher.
   GraphWatcher(Owner& owner, const loopback::VouchedProgram& driver);
   ~GraphWatcher();
   GraphWatcher(const GraphWatcher&) = delete;
   GraphWatcher& operator=(const GraphWatcher&) = delete;
 
-  // To be called once. False, with errno set, when no daemon listens. The context outlives the
-  // watcher.
+  // Call once. False, with errno set, when no daemon listens. The context outlives the watcher.
   [[nodiscard]] bool connect(pw_context* context);
 
-  // Nothing happens where there is no session manager to keep the default.
+  // Does nothing if there is no session manager to keep the default.
   void setDefaultSink(const std::string& nodeName);
-  // Puts properties on this client at once, for others to see.
+  // Sets properties of this client, which other clients see, at once.
   void setOwnProperties(const NodeProperties& properties);
 
  private:
-  struct Binding;  // one object of the daemon that is watched
+  struct Binding;  // one watched object of the daemon
 
   static void onDone(void* data, std::uint32_t id, int sequence);
   static void onError(void* data, std::uint32_t id, int sequence, int result, const char* message);
@@ -84,7 +83,7 @@ class GraphWatcher {
   static int onMetadata(void* data, std::uint32_t subject, const char* key, const char* type,
                         const char* value);
 
-  // Null when the object is gone already.
+  // Null when the object is already gone.
   Binding* bind(std::uint32_t id, const char* type, std::uint32_t version);
   void bindNode(std::uint32_t id, const NodeProperties& properties);
   void bindDevice(std::uint32_t id, const NodeProperties& properties);
@@ -101,9 +100,9 @@ class GraphWatcher {
   std::map<std::uint32_t, std::unique_ptr<Binding>> bindings_;
   pw_metadata* defaults_ = nullptr;
   bool hasBroken_ = false;
-  int globalsSequence_ = -1;                // answered when all objects have been announced
-  int detailsSequence_ = -1;                // answered when their properties have arrived too
-  std::set<int> metadataSyncs_;             // answered when a metadata object has told all
+  int globalsSequence_ = -1;     // answered when all objects have been announced
+  int detailsSequence_ = -1;     // answered when their properties have arrived, too
+  std::set<int> metadataSyncs_;  // answered when a metadata object has reported everything
   std::map<int, std::uint32_t> nodeSyncs_;  // answered when that node's properties have arrived
 };
 

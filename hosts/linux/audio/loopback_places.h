@@ -5,12 +5,12 @@
 
 namespace linux_host {
 
-// Where the loopback driver lies that may call itself so, and what has the daemon start it.
+// The path of the genuine loopback driver, and of the file that makes the daemon start it.
 struct LoopbackPlaces {
   std::string program;
   std::string startUpFile;
 
-  // KORVEL_LOOPBACK_DRIVER names the program of a driver that is tried without being installed.
+  // KORVEL_LOOPBACK_DRIVER names the program of a driver to be tried without installation.
   [[nodiscard]] static LoopbackPlaces fromEnvironment();
 };
 

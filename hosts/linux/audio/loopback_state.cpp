@@ -52,7 +52,7 @@ bool LoopbackState::isGranted() const {
 bool LoopbackState::isLeaving() const {
   const std::string* granted = answers();
   if (granted == nullptr || asked_ == Asked::kShow) return false;
-  // An answer to this program's own request is one that the driver has not taken back yet.
+  // Looks for an answer to this program's own request that the driver has not withdrawn.
   const std::string own = std::to_string(ownClient_) + ":";
   const auto entries = entriesOf(*granted);
   return std::all_of(entries.begin(), entries.end(),

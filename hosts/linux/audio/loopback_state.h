@@ -8,12 +8,12 @@
 
 namespace linux_host {
 
-// What is known of the loopback driver, and of what this program has asked it for; see
-// driver/loopback_protocol.h. A plain record of the picture that it is a part of.
+// What is known of the loopback driver and of this program's requests to it; see
+// driver/loopback_protocol.h. A plain record, part of the picture.
 class LoopbackState {
  public:
-  // A client that the daemon vouches for is a driver. `granted`: its answers; null of one that is
-  // too old to answer. Any text is safe.
+  // Reports a driver: a client that has been verified through the daemon. `granted`: its answers;
+  // null if it is too old to answer. Safe for arbitrary text.
   void driverIs(std::uint32_t client, const std::string& version,
                 const std::optional<std::string>& granted);
   void driverGone(std::uint32_t client) { drivers_.erase(client); }
@@ -21,14 +21,15 @@ class LoopbackState {
   [[nodiscard]] std::optional<std::string> driverVersion() const;
 
   void ownClientIs(std::uint32_t client) { ownClient_ = client; }
-  // This program asks for the device, or has taken that back. No two requests have one number.
+  // Records this program's request for the device, or its withdrawal. Every request has a different
+  // number.
   void request(bool isShow, std::uint64_t number);
 
-  // Whether the device, if it is there, is there for this program and stays. Also true where nobody
-  // can say: without a request of this program's, or a driver that answers.
+  // Whether the device, if it is there, stays for this program. Also true when that is unknown:
+  // without a request of this program, or without a driver that answers.
   [[nodiscard]] bool isGranted() const;
-  // Whether nobody has the device, as far as the driver and this program know: what is still seen
-  // of it is on its way out.
+  // Whether no client has the device, as far as the driver and this program know: a device that is
+  // still visible is being removed.
   [[nodiscard]] bool isLeaving() const;
 
  private:
@@ -37,10 +38,10 @@ class LoopbackState {
     std::string version;
     std::optional<std::string> granted;
   };
-  // Null when there is none that answers.
+  // Null without a driver that answers.
   [[nodiscard]] const std::string* answers() const;
 
-  std::map<std::uint32_t, Driver> drivers_;  // by client; the oldest serves
+  std::map<std::uint32_t, Driver> drivers_;  // by client; the oldest one serves
   std::uint32_t ownClient_ = 0;
   Asked asked_ = Asked::kNothing;
   std::uint64_t number_ = 0;

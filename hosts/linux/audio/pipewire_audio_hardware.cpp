@@ -16,11 +16,12 @@ using platform::AudioObjectID;
 using platform::AudioObjectPropertyAddress;
 using platform::OSStatus;
 
-// Names objects that are no device; no node is called so, for a node's name has no blank in front.
+// Names objects that are not devices; no node has such a name, because node names do not begin with
+// a space.
 constexpr const char* kLoopbackControl = " loopback control";
 
-// What a device's clock may be old before the device counts as stopped: the longest cycle that
-// graphs run at, several times over.
+// How old a device's clock may be before the device counts as stopped: several times the longest
+// cycle of a graph.
 constexpr std::uint64_t kClockLifetime_ns = 1'000'000'000;
 
 std::uint64_t monotonic_ns() {
@@ -48,8 +49,8 @@ std::uint32_t safetyOffset_frames(const AudioNode& node) {
   return frames;
 }
 
-// Whether the node has channels in the scope at all. The global scope is the side it plays or
-// records on.
+// Whether the node has any channels in the scope. The global scope is the side on which it plays or
+// records.
 bool hasSide(const AudioNode& node, std::uint32_t scope) {
   switch (scope) {
     case platform::kAudioDevicePropertyScopeInput:
@@ -76,7 +77,7 @@ bool PipeWireAudioHardware::AudioObjectHasProperty(AudioObjectID object,
                                                    const AudioObjectPropertyAddress& address) {
   if (object == platform::kAudioObjectSystemObject &&
       address.mSelector == platform::kAudioHardwarePropertyTranslateUIDToDevice) {
-    return true;  // whichever UID may be asked for
+    return true;  // for any UID
   }
   return std::holds_alternative<PropertyValue>(valueOf(object, address, 0, nullptr));
 }
@@ -127,7 +128,7 @@ PipeWireAudioHardware::Result PipeWireAudioHardware::valueOf(
     }
     const std::string name = ids_.nameOf(object).value_or("");
     if (name == kLoopbackControl) {
-      result = platform::kAudioHardwareUnknownPropertyError;  // it can be set only
+      result = platform::kAudioHardwareUnknownPropertyError;  // it can only be set
     } else if (const AudioNode* node = graph.findNode(name)) {
       result = deviceValue(graph, *node, address);
     } else if (name == loopback::kLoopbackDeviceUID && graph.loopbackState.driverVersion()) {
@@ -234,7 +235,7 @@ double PipeWireAudioHardware::actualRate_Hz(const AudioGraph& graph, const Audio
 PipeWireAudioHardware::Result PipeWireAudioHardware::volumeOrMute(
     const AudioGraph& graph, const AudioNode& node, const AudioObjectPropertyAddress& address) {
   const Levels& levels = graph.levels(node);
-  // The loopback device's volume is that of what is heard, not of what is recorded.
+  // The loopback device's volume affects what is heard, not what is recorded.
   const bool applies = hasSide(node, address.mScope) && !(node.isLoopback() && isInput(address));
   if (applies && address.mSelector == platform::kAudioDevicePropertyMute && levels.mute) {
     return PropertyValue::scalar(std::uint32_t{*levels.mute ? 1U : 0U});
@@ -306,12 +307,12 @@ OSStatus PipeWireAudioHardware::AudioHardwareSetProperty(std::uint32_t selector,
 OSStatus PipeWireAudioHardware::AudioDeviceGetCurrentTime(platform::AudioDeviceID device,
                                                           platform::AudioTimeStamp* outTime) {
   const std::optional<DeviceClock> clock = clocks_.read(device);
-  // A read of the clock is no system call: the kernel maps it into every process.
+  // Reading the clock is not a system call: the kernel maps it into every process.
   const std::uint64_t now_ns = monotonic_ns();
   if (!clock || now_ns > clock->host_ns + kClockLifetime_ns) {
     return platform::kAudioHardwareNotRunningError;
   }
-  // The cycle's time may lie ahead of the moment at which its clock was published.
+  // The cycle's time may be later than the moment at which its clock was published.
   const double passed_s = (static_cast<double>(now_ns) - static_cast<double>(clock->host_ns)) / 1e9;
   *outTime = platform::AudioTimeStamp{};
   outTime->mSampleTime = clock->sampleTime + passed_s * clock->rate_Hz * clock->rateScalar;

@@ -18,13 +18,13 @@ namespace linux_host {
 
 // The audio devices of the computer as PipeWire knows them.
 //
-// A device is a node; its UID is the node's name, and the same name is the same object id for the
+// A device is a node. Its UID is the node's name, and the same name has the same object id for the
 // life of the process. The input scope of a sink has no channels and no volume, with one exception:
-// the loopback device records what is played to it, so its channels are its input's too (but not
-// its volume, which does not touch what is recorded). That device resolves by its UID also while
-// its driver keeps it hidden, and then has its UID, its manufacturer and its control only.
+// the loopback device records what is played to it, so its input has its channels (but not its
+// volume, which does not affect the recording). That device can be found by its UID even while its
+// driver hides it; it then has only its UID, its manufacturer and its control.
 //
-// A device runs at the rate, and reads as the layout, that capture streams on it deliver.
+// A device's rate and layout are those that capture streams on it deliver.
 class PipeWireAudioHardware : public platform::AudioHardware {
  public:
   // The connection and the clocks outlive this object.
@@ -42,7 +42,7 @@ class PipeWireAudioHardware : public platform::AudioHardware {
                                                 std::uint32_t qualifierSize_bytes,
                                                 const void* qualifier, std::uint32_t* ioSize_bytes,
                                                 void* outData) override;
-  // Can be set: the loopback device's control, and what AudioHardwareSetProperty() sets.
+  // Settable: the loopback device's control, and the properties of AudioHardwareSetProperty().
   platform::OSStatus AudioObjectSetPropertyData(platform::AudioObjectID object,
                                                 const platform::AudioObjectPropertyAddress& address,
                                                 std::uint32_t qualifierSize_bytes,
@@ -51,22 +51,23 @@ class PipeWireAudioHardware : public platform::AudioHardware {
   platform::OSStatus AudioDeviceGetProperty(platform::AudioDeviceID device, std::uint32_t channel,
                                             bool isInput, std::uint32_t selector,
                                             std::uint32_t* ioSize_bytes, void* outData) override;
-  // Can be set: the default output device. Returns before the session manager has followed.
+  // Settable: the default output device. Returns before the session manager has applied it.
   platform::OSStatus AudioHardwareSetProperty(std::uint32_t selector, std::uint32_t size_bytes,
                                               const void* data) override;
   // Host ticks are nanoseconds of CLOCK_MONOTONIC.
   platform::OSStatus AudioDeviceGetCurrentTime(platform::AudioDeviceID device,
                                                platform::AudioTimeStamp* outTime) override;
 
-  // Who knows the rate, Hz, at which a device with that UID is being recorded, or 0 when it is not.
-  // While it is, that is its actual rate, whatever rate the graph has gone over to since: a stream
-  // keeps its own. Called on the thread that asks for the property, which must be the main one.
+  // Returns the rate, Hz, at which the device with that UID is being recorded, or 0 when it is not.
+  // While it is recorded, this is its actual rate, even if the graph has changed its rate since: a
+  // stream keeps its own. Called on the thread that reads the property, which must be the main
+  // thread.
   using RunningRate = std::function<std::uint32_t(const std::string& uid)>;
   void setRunningRate(RunningRate runningRate_Hz) { runningRate_Hz_ = std::move(runningRate_Hz); }
 
   // The object id of a node, for the streams that publish its clock.
   platform::AudioDeviceID deviceId(const std::string& nodeName) { return ids_.idOf(nodeName); }
-  // The node's name; null when the id is no device's.
+  // The node's name; null when the id does not belong to a device.
   [[nodiscard]] std::optional<std::string> nodeName(platform::AudioDeviceID device) const;
 
  private:

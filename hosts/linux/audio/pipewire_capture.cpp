@@ -75,7 +75,7 @@ std::vector<platform::CaptureDevicePtr> PipeWireCapture::devicesWithMediaType(
   if (type != platform::MediaType::kAudio) return devices;
   surroundings_.connection.withGraph([&](const AudioGraph& graph) {
     for (const AudioNode* node : graph.audioDevices()) {
-      // Of nodes that share a name only the first can be recorded from.
+      // If several nodes have the same name, only the first can be recorded.
       if (node->isCapturable() && graph.findNode(node->name) == node) {
         devices.push_back(std::make_shared<Device>(graph, *node));
       }
@@ -99,7 +99,7 @@ platform::CaptureDevicePtr PipeWireCapture::deviceWithUniqueID(const std::string
   surroundings_.connection.withGraph([&](const AudioGraph& graph) {
     const AudioNode* node = graph.findNode(uniqueID);
     if (node == nullptr || !node->isCapturable()) return;
-    // Until the driver has said that it stays, it may be on its way out.
+    // Until the driver has granted it, the device may be about to go.
     if (node->isLoopback() && !graph.loopbackState.isGranted()) return;
     device = std::make_shared<Device>(graph, *node);
   });
@@ -158,7 +158,7 @@ std::uint32_t PipeWireCapture::runningRate_Hz(const std::string& uniqueID) const
 }
 
 void PipeWireCapture::failRecording(const std::string& message) {
-  // The list may change while the sessions' observers act.
+  // A copy, because the sessions' observers may change the list.
   const auto sessions = sessions_;
   for (const auto& weak : sessions) {
     if (const auto session = weak.lock()) session->fail(message);

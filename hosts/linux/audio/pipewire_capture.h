@@ -18,7 +18,7 @@ namespace linux_host {
 
 class PipeWireCaptureSession;
 
-// The runs of all sessions; keeps each until its files are complete. Main thread.
+// The runs of all sessions. Keeps each run until its files are complete. Main thread.
 class CaptureRuns {
  public:
   explicit CaptureRuns(PendingWork& work) : work_(work) {}
@@ -27,7 +27,7 @@ class CaptureRuns {
   CaptureRuns(const CaptureRuns&) = delete;
   CaptureRuns& operator=(const CaptureRuns&) = delete;
 
-  // Throws what the run's constructor throws.
+  // Throws whatever the run's constructor throws.
   std::shared_ptr<CaptureRun> start(CaptureSource source, CaptureRun::Events events);
 
  private:
@@ -37,16 +37,16 @@ class CaptureRuns {
 };
 
 // Capture devices, sessions and their outputs on PipeWire. Main thread. Outlives every session and
-// output it made.
+// output that it creates.
 class PipeWireCapture : public platform::Capture {
  public:
   // All of these outlive the capture.
   struct Surroundings {
     PipeWireConnection& connection;
     platform::NotificationCenter& notificationCenter;
-    // Runs work on the main thread, in the order posted. Called on any thread.
+    // Runs work on the main thread in the order posted. Called on any thread.
     PostToMain postToMain;
-    // Counts recordings that have been stopped but are not complete yet: the process waits for it
+    // Counts recordings that have been stopped but are not complete yet: the process waits for them
     // before it ends.
     PendingWork& pendingWork;
     OpenFiles& files;
@@ -76,13 +76,14 @@ class PipeWireCapture : public platform::Capture {
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
   std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
 
-  // What a session records has been digital silence for long. Monitoring sessions do not count.
+  // Whether a session has been recording digital silence for long. Monitoring sessions do not
+  // count.
   [[nodiscard]] bool recordsSilence() const;
-  // Frames that what is being recorded has lost; silence stands in their place.
+  // Frames that the current recording has lost; silence takes their place.
   [[nodiscard]] std::uint64_t lost_frames() const;
   // The rate at which the device with that id is being recorded, Hz; 0 when it is not.
   [[nodiscard]] std::uint32_t runningRate_Hz(const std::string& uniqueID) const;
-  // Ends what is being recorded with a runtime error. What has been captured by then is still
+  // Ends the current recording with a runtime error. What has been captured so far is still
   // written.
   void failRecording(const std::string& message);
 

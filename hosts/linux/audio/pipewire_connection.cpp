@@ -21,7 +21,7 @@ timespec toTimespec(std::chrono::nanoseconds time) {
   return {static_cast<time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
 }
 
-// Those that can be recorded from.
+// The devices that can be recorded from.
 std::vector<std::string> captureDevices(const AudioGraph& graph) {
   std::vector<std::string> names;
   for (const AudioNode* node : graph.audioDevices()) {
@@ -43,7 +43,7 @@ std::string notRunningMessage(const std::string& reason) {
          "\"systemctl --user start pipewire wireplumber\" or log in again.";
 }
 
-// All that lives on the loop's thread: one watcher after the other.
+// Everything that lives on the loop's thread: one watcher after the other.
 class PipeWireConnection::Remote final : public GraphWatcher::Owner {
  public:
   explicit Remote(PipeWireConnection& owner) : owner_(owner) {}
@@ -60,11 +60,11 @@ class PipeWireConnection::Remote final : public GraphWatcher::Owner {
   }
 
  private:
-  // What the watcher has come to: kNone -> kAsking -> kComplete, and from any of them to kNone.
+  // The state of the watcher: kNone -> kAsking -> kComplete, and from each of them to kNone.
   enum class Stage {
-    kNone,      // there is none, or one to be let go of: nobody to ask
-    kAsking,    // the daemon has not told all yet
-    kComplete,  // it has
+    kNone,      // there is no watcher, or one to be destroyed
+    kAsking,    // the daemon has not reported everything yet
+    kComplete,  // the daemon has reported everything
   };
 
   void tryToConnect();
@@ -140,7 +140,7 @@ void PipeWireConnection::Remote::onTime() {
       tryToConnect();
       break;
     case Stage::kAsking:
-      // Its answer is still waited for.
+      // The watcher stays and still waits for the answer.
       owner_.lose(
           "PipeWire runs but does not answer, so there is no sound to record. Restart it with "
           "\"systemctl --user restart pipewire wireplumber\".");
@@ -178,7 +178,7 @@ void PipeWireConnection::Remote::connectionBroke() {
   owner_.lose(
       "The connection to PipeWire broke: it was stopped or has crashed. Start it with "
       "\"systemctl --user start pipewire wireplumber\".");
-  // Not here and now: the watcher is the caller.
+  // Later, because the watcher is the caller.
   wakeAfter(kReturnPoll);
 }
 

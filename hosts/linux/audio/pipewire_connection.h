@@ -16,15 +16,14 @@
 
 namespace linux_host {
 
-// The program's control connection to PipeWire: what devices there are and how they stand, kept
-// current on a thread of its own.
+// The program's control connection to PipeWire: the devices and their properties, kept current on a
+// separate thread.
 //
 // Construction returns at once and connects in the background; readers wait for the first complete
 // picture, but never longer than kStartLimit after the construction. When the daemon is absent,
 // does not answer or dies, every read fails and onLost is called. From then on the connection looks
-// for a daemon every kReturnPoll, for as long as it takes: restarted daemons come back within a
-// second. Then onRegained is called, reads see what there is now, and devices have the ids they
-// had.
+// for a daemon every kReturnPoll, for as long as it takes, so that a restarted daemon is found
+// within a second. Then onRegained is called, reads see the new state, and devices keep their ids.
 //
 // Calls on any thread except the connection's own and audio callbacks.
 class PipeWireConnection {
@@ -37,20 +36,20 @@ class PipeWireConnection {
   using DeviceCallback = std::function<void(const std::string& nodeName)>;
   struct Callbacks {
     // Says what happened and what to do about it. On the connection's thread, once for each loss;
-    // in the constructor when there is no such thread to be had.
+    // in the constructor if that thread cannot be started.
     std::function<void(const std::string& message)> onLost;
-    // The connection stands again. On the connection's thread.
+    // The connection is back. On the connection's thread.
     std::function<void()> onRegained;
     // A capturable device (its node.name) came or went after the first picture; all of them go with
-    // the daemon and come with the next. On the connection's thread, which may call nothing of the
-    // connection but reads.
+    // the daemon and come with the next. On the connection's thread, where only reads of the
+    // connection are allowed.
     DeviceCallback onCaptureDeviceAdded;
     DeviceCallback onCaptureDeviceRemoved;
   };
 
   explicit PipeWireConnection(Callbacks callbacks = {});
-  // Waits, at most kAnswerLimit, for a session manager that has not told yet of the defaults:
-  // PipeWire 0.3 tells nobody of any more changes of metadata when a client goes in that moment.
+  // Waits, at most kAnswerLimit, until the session manager has reported the defaults: if a client
+  // leaves before that, PipeWire 0.3 reports no further metadata changes to any client.
   ~PipeWireConnection();
   PipeWireConnection(const PipeWireConnection&) = delete;
   PipeWireConnection& operator=(const PipeWireConnection&) = delete;
@@ -58,27 +57,27 @@ class PipeWireConnection {
   // Replaces the two capture device callbacks; null ends them, and none runs after the return.
   void setCaptureDeviceCallbacks(DeviceCallback onAdded, DeviceCallback onRemoved);
 
-  // Calls `read` with the current picture, which stays still meanwhile; false, and no call, when
-  // there is none. `read` must be short and must not call the connection.
+  // Calls `read` with the current picture, which does not change meanwhile. Without a picture,
+  // returns false and does not call `read`. `read` must be short and must not call the connection.
   bool withGraph(const std::function<void(const AudioGraph&)>& read) const;
   // Why withGraph() fails; empty while it does not.
   [[nodiscard]] std::string lostMessage() const;
 
-  // Both return at once; false when the connection is lost or (the default) when there is no
-  // session manager to keep it.
+  // This and requestLoopback() return at once; false when the connection is lost. Setting the
+  // default also fails if there is no session manager to keep it.
   bool setConfiguredDefaultSink(const std::string& nodeName);
-  // Asks the loopback driver for its device, or takes that back: until the next request, or until
-  // the connection ends or is lost.
+  // Asks the loopback driver for its device, or withdraws the request. Valid until the next call,
+  // or until the connection ends or is lost.
   bool requestLoopback(bool isShow);
-  // A daemon that has just been started, by this very connection for example, may not have its
-  // driver yet. Waits for that where one is to be, at most until kDriverGrace after the
+  // A daemon that has just been started, perhaps by this connection, may not have started its
+  // driver yet. If a driver is installed, waits for it, at most until kDriverGrace after the
   // construction.
   void awaitLoopbackDriver() const;
 
  private:
   class Remote;  // all that lives on the loop's thread
 
-  // Who may follow whom: kConnecting -> kStanding or kLost, kStanding -> kLost, kLost -> kStanding.
+  // The allowed changes: kConnecting -> kStanding or kLost, kStanding -> kLost, kLost -> kStanding.
   enum class Phase {
     kConnecting,  // readers wait
     kStanding,    // readers see the picture
@@ -86,7 +85,7 @@ class PipeWireConnection {
   };
 
   [[nodiscard]] bool waitUntilStanding(std::unique_lock<std::mutex>& lock) const;
-  // On the loop's thread (all below).
+  // All functions below: on the loop's thread.
   void lose(const std::string& message);
   void stand();
   void forgetMetadataAsked();
@@ -115,7 +114,7 @@ class PipeWireConnection {
   std::unique_ptr<PipeWireLoop> loop_;  // null when there was no thread for it: lost for good
 };
 
-// What to tell the user when a limit of the system is in the way; `reason` is the system's.
+// What to tell the user when a system limit prevents the connection; `reason` is the system's.
 std::string noResourcesMessage(const std::string& reason);
 // What to tell the user when there is no daemon; `reason` is the system's.
 std::string notRunningMessage(const std::string& reason);

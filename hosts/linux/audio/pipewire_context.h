@@ -6,9 +6,9 @@ struct pw_core;
 struct pw_loop;
 struct pw_properties;
 
-// Contexts and connections of PipeWire, one at a time: setting one up asks the C library for the
-// user's name in a way that two threads must not at once. Any ordinary thread; both are then used
-// on their loop's thread alone.
+// Creates PipeWire contexts and connections, one at a time: their set-up asks the C library for the
+// user's name with a function that is not thread-safe. Any ordinary thread; both are then used only
+// on their loop's thread.
 
 namespace linux_host {
 
@@ -20,7 +20,7 @@ enum class ContextKind {
 // Null, with errno set, when the client library is not installed completely.
 pw_context* makeContext(pw_loop* loop, ContextKind kind);
 
-// Takes `properties` over; they may be null. Null, with errno set, when no daemon listens.
+// Takes ownership of `properties`, which may be null. Null, with errno set, when no daemon listens.
 pw_core* connectContext(pw_context* context, pw_properties* properties);
 
 }  // namespace linux_host

@@ -14,21 +14,21 @@ struct spa_source;
 
 namespace linux_host {
 
-// A PipeWire loop on a thread of its own. Whatever belongs to the loop is made, used and destroyed
-// by work posted to it, so nothing of it needs a lock.
+// A PipeWire loop on a thread of its own. Everything that belongs to the loop is created, used and
+// destroyed by work posted to it, so it needs no lock.
 //
-// Construction only starts the thread: loading the library happens there, while the caller goes on.
+// Construction only starts the thread. The library is loaded there, while the caller goes on.
 class PipeWireLoop {
  public:
-  // `threadName`: 15 bytes at most, as the system shows it. Throws std::system_error when there is
-  // no thread to be had.
+  // `threadName`: the name that the system shows, at most 15 bytes. Throws std::system_error if the
+  // thread cannot be started.
   explicit PipeWireLoop(std::string threadName);
-  // Runs what was posted, then ends the thread. Not on the loop's own thread.
+  // Runs the posted work, then ends the thread. Not on the loop's own thread.
   ~PipeWireLoop();
   PipeWireLoop(const PipeWireLoop&) = delete;
   PipeWireLoop& operator=(const PipeWireLoop&) = delete;
 
-  // Gets null when the system has no descriptors left for a loop: the work then says so.
+  // Gets null when the system has no descriptors left for a loop; the work then reports that.
   using Work = std::function<void(pw_loop*)>;
   // Any thread except an audio callback. Runs in the order posted.
   void post(Work work);
@@ -41,7 +41,7 @@ class PipeWireLoop {
   void wake();  // with mutex_ held
 
   std::mutex mutex_;
-  std::condition_variable changed_;   // for a thread that has no loop
+  std::condition_variable changed_;   // for a thread without a loop
   std::vector<Work> posted_;          // guarded by mutex_
   pw_loop* loop_ = nullptr;           // guarded by mutex_; null until the thread is up
   spa_source* wakeSource_ = nullptr;  // guarded by mutex_

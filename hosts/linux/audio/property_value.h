@@ -12,10 +12,10 @@
 
 namespace linux_host {
 
-// The value of one property, ready to be copied out by the rules of the property calls.
+// The value of one property, which copyTo() copies out by the rules of the property calls.
 class PropertyValue {
  public:
-  // A number, which is given whole or not at all.
+  // A number, which is copied completely or not at all.
   template <typename T>
   static PropertyValue scalar(T value) {
     static_assert(std::is_arithmetic_v<T>);
@@ -24,7 +24,7 @@ class PropertyValue {
     std::memcpy(result.bytes_.data(), &value, sizeof value);
     return result;
   }
-  // A record, which is given whole or not at all.
+  // A record, which is copied completely or not at all.
   template <typename T>
   static PropertyValue record(const T& value) {
     static_assert(std::is_trivially_copyable_v<T>);
@@ -38,7 +38,7 @@ class PropertyValue {
     result.text_ = std::move(text);
     return result;
   }
-  // A list or layout, which may be cut to the reader's room.
+  // A list or layout, which may be cut to the reader's size.
   static PropertyValue bytes(std::vector<std::byte> value) {
     PropertyValue result(Kind::kBytes);
     result.bytes_ = std::move(value);
@@ -56,7 +56,7 @@ class PropertyValue {
                                   : static_cast<std::uint32_t>(bytes_.size());
   }
 
-  // As AudioObjectGetPropertyData() hands a value over. A string becomes a reference that the
+  // Copies the value as AudioObjectGetPropertyData() does. A string becomes a reference that the
   // caller owns.
   platform::OSStatus copyTo(std::uint32_t* ioSize_bytes, void* outData) const {
     if (*ioSize_bytes < size_bytes() && kind_ != Kind::kBytes) {

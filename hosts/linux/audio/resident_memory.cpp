@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-// Older headers lack it; older kernels refuse it, which is allowed for.
+// Older headers lack it; older kernels refuse it, which the code allows for.
 #ifndef MADV_POPULATE_WRITE
 #define MADV_POPULATE_WRITE 23
 #endif

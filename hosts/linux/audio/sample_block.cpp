@@ -12,10 +12,10 @@ using platform::AudioBuffer;
 using platform::AudioBufferList;
 using platform::OSStatus;
 
-// A parameter that the caller may not have meant.
+// A parameter that is probably a mistake.
 constexpr OSStatus kInvalidParameterError = -50;
 
-// The planes one behind the other.
+// The planes one after the other.
 class PlanarBlock : public platform::BlockBuffer {
  public:
   PlanarBlock(const float* const* planes, std::uint32_t channels, std::uint32_t frames)

@@ -7,7 +7,7 @@
 namespace linux_host {
 namespace {
 
-// How many of the last samples are zero. Sound ends the search at once.
+// The number of zero samples at the end. Stops at the first sound.
 std::uint32_t silenceAtEnd(std::span<const float> samples) {
   const auto sound = std::find_if(samples.rbegin(), samples.rend(), [](float s) { return s != 0; });
   return static_cast<std::uint32_t>(sound - samples.rbegin());

@@ -16,7 +16,7 @@
 namespace linux_host {
 namespace {
 
-// The integer that is fixed, or preferred of several, and the others it may be.
+// An integer, fixed or preferred among several, and its other possible values.
 struct IntegerChoice {
   std::uint32_t preferred = 0;
   std::uint32_t lowest = 0;
@@ -44,8 +44,8 @@ IntegerChoice readIntegerChoice(const spa_pod* property) {
   return choice;
 }
 
-// The elements of an array. Nodes that are streams, as those of pw-loopback, have it as the only
-// choice of a choice in the format they run in.
+// The elements of an array. In the current format of a stream's node, such as pw-loopback's, the
+// array is wrapped in a choice with a single value.
 template <typename T>
 std::vector<T> readArray(const spa_pod* property, std::uint32_t type) {
   std::uint32_t count = 0;
@@ -103,7 +103,7 @@ std::optional<NodeFormat> readFormat(const spa_pod* format) {
   if (const spa_pod_prop* channels =
           spa_pod_find_prop(format, nullptr, SPA_FORMAT_AUDIO_channels)) {
     const IntegerChoice choice = readIntegerChoice(&channels->value);
-    // A free choice says nothing about how many there are.
+    // An open range says nothing about the actual number.
     const bool isFree = choice.highest > choice.lowest;
     if (!isFree) result.channels = std::min(choice.preferred, SPA_AUDIO_MAX_CHANNELS);
   }

@@ -8,8 +8,8 @@
 struct spa_dict;
 struct spa_pod;
 
-// Reads what the daemon sends about nodes and devices. Values that are missing or of an unexpected
-// type leave the record as it was.
+// Reads what the daemon sends about nodes and devices. Missing values and values of an unexpected
+// type leave the record unchanged.
 
 namespace linux_host {
 
@@ -18,10 +18,10 @@ NodeProperties readDictionary(const spa_dict* dictionary);
 // Volume and mute.
 void readLevels(const spa_pod* props, Levels* levels);
 
-// Null when the parameter is no format of raw audio.
+// Null when the parameter is not a raw audio format.
 std::optional<NodeFormat> readFormat(const spa_pod* format);
 
-// Null when the parameter is no complete route.
+// Null when the parameter is not a complete route.
 std::optional<Route> readRoute(const spa_pod* route);
 
 }  // namespace linux_host

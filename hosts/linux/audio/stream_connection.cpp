@@ -24,14 +24,14 @@ pw_properties* streamProperties(const StreamRequest& request) {
       PW_KEY_MEDIA_ROLE, "Production", PW_KEY_MEDIA_NAME, request.mediaName.c_str(),
       PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID, "com.vantrel.korvel.RecordAudio",
       PW_KEY_NODE_NAME, request.nodeName.c_str(), PW_KEY_TARGET_OBJECT, request.deviceNode.c_str(),
-      // Without this the session manager would silently link another device when ours goes.
+      // Without this the session manager would silently link another device when ours goes away.
       PW_KEY_NODE_DONT_RECONNECT, "true",
       // Other programs that come and go with other latencies must not make ours glitch.
       PW_KEY_NODE_LOCK_QUANTUM, "true",
-      // Nor is it for the session manager to remember another device or level for us.
+      // The session manager must not restore another device or level for us either.
       "state.restore-target", "false", "state.restore-props", "false", nullptr);
-  // Without this the level is what the release makes of it: stereo becomes mono at 0.5 or 0.707,
-  // and six channels become two that are cut off at full scale.
+  // Without this the level depends on PipeWire's release: stereo becomes mono at 0.5 or 0.707, and
+  // six channels mixed into two clip at full scale.
   if (request.isMixedDown) pw_properties_set(properties, "channelmix.normalize", "true");
   if (request.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
   if (request.cycle_frames > 0) {
@@ -45,7 +45,7 @@ std::string inBrackets(const char* reason) {
   return std::string(" (") + reason + ").";
 }
 
-// The library's converter writes to the planes on the data thread.
+// The library's converter writes to the planes on the data thread, where no page may be missing.
 void makeBufferResident(const spa_buffer& buffer) {
   for (std::uint32_t i = 0; i < buffer.n_datas; ++i) {
     const spa_data& data = buffer.datas[i];
@@ -84,7 +84,7 @@ void StreamConnection::connect(pw_loop* loop) {
     pw_core_events events{};
     events.version = PW_VERSION_CORE_EVENTS;
     events.error = [](void* data, std::uint32_t id, int, int result, const char*) {
-      // Errors of other objects only say that one vanished while it was being used.
+      // Errors of other objects only mean that an object vanished while it was being used.
       if (id != PW_ID_CORE || result != -EPIPE) return;
       static_cast<StreamConnection*>(data)->fail(
           "The connection to PipeWire broke: it was stopped or has crashed.");
@@ -105,7 +105,7 @@ void StreamConnection::connect(pw_loop* loop) {
     fail(notRunningMessage(strerror(errno)));
     return;
   }
-  // Before the stream listens, so that the death of the daemon is told from that of the device.
+  // Before the stream listens, so that a lost daemon is not taken for a lost device.
   pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
   watchDevice();
   connectStream();
@@ -139,7 +139,7 @@ void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, con
 }
 
 // A device that was suspended while it ran for the stream runs again at once, but its link may
-// carry nothing but silence from then on. A new one carries the sound.
+// carry only silence from then on. A new link carries the sound.
 void StreamConnection::onDeviceInfo(void* data, const pw_node_info* info) {
   auto* self = static_cast<StreamConnection*>(data);
   if (info->state == PW_NODE_STATE_RUNNING) {
@@ -171,7 +171,7 @@ void StreamConnection::connectStream() {
   }();
   stream_ = pw_stream_new(core_, "Record Audio", streamProperties(request_));
   if (stream_ == nullptr) {
-    fail("PipeWire cannot make a stream" + inBrackets(strerror(errno)));
+    fail("PipeWire cannot create a stream" + inBrackets(strerror(errno)));
     return;
   }
   pw_stream_add_listener(stream_, &streamListener_, &kStreamEvents, this);
@@ -195,7 +195,7 @@ void StreamConnection::connectStream() {
 void StreamConnection::ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes) {
   if (id != SPA_IO_Position) return;
   const void* now = size_bytes >= sizeof(spa_io_position) ? area : nullptr;
-  // Waits for the data thread, so that it has let go of the old area when that is unmapped.
+  // Waits for the data thread, so that it no longer uses the old area when that is unmapped.
   pw_data_loop_invoke(pw_context_get_data_loop(context_), takePosition, 0, &now, sizeof now, true,
                       this);
 }
@@ -210,7 +210,7 @@ void StreamConnection::disconnectStream() {
   deviceHasRun_ = false;
   if (stream_ == nullptr) return;
   spa_hook_remove(&streamListener_);
-  // A cycle may be under way until this returns.
+  // A cycle may be running until this returns.
   pw_stream_destroy(stream_);
   stream_ = nullptr;
 }

@@ -25,38 +25,37 @@ struct spa_loop;
 
 namespace linux_host {
 
-// More channels than that no stream has.
+// No stream has more channels than this.
 inline constexpr std::uint32_t kMostStreamChannels = 64;
 
-// What a stream is connected to, and what it says of itself.
+// The device that a stream connects to, and how the stream presents itself.
 struct StreamRequest {
   bool isPlaying = false;
   std::string nodeName;     // the stream's own
   std::string mediaName;    // the stream's own, for mixers
   std::string deviceNode;   // the device's node
   std::string displayName;  // the device's, for messages
-  bool isMonitor = false;   // recording: the device is a sink, record what is played to it
-  // Channels are mixed into fewer: the sum is never louder than the loudest of them can be.
+  bool isMonitor = false;   // recording: the device is a sink, records what is played to it
+  // Channels are mixed into fewer: the sum is never louder than the loudest channel can be.
   bool isMixedDown = false;
   std::uint32_t rate_Hz = 0;
   std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
-  // The length of a cycle to ask for; 0: as it is.
+  // The cycle length to request; 0: no request.
   std::uint32_t cycle_frames = 0;
 };
 
-// A stream of planar 32-bit float between this process and one device, with a connection to the
-// daemon of its own. It stays with its device: when that goes away the stream fails, neither that
-// nor a change of the default moves it to another one. It looks itself whether the device is there:
-// some session managers end a stream whose device has gone, others let it idle.
+// A stream of planar 32-bit float between this process and one device, with its own connection to
+// the daemon. It stays with its device: when the device goes away the stream fails. Neither that
+// nor a change of the default moves it to another device. It checks for itself whether the device
+// is there: some session managers end a stream whose device has gone, others let it idle.
 //
-// A connection has a data thread of its own, so that a stream whose cycle takes long makes no other
-// one late.
+// A connection has its own data thread, so that a stream with a long cycle does not delay another
+// one.
 //
-// Made, used and destroyed on its loop's thread, except what is marked REAL-TIME.
+// Created, used and destroyed on its loop's thread, except where marked REAL-TIME.
 class StreamConnection {
  public:
-  // `onFailed` gets a text that says what happened; it is called at most once and must not destroy
-  // the connection.
+  // `onFailed` is called with an explanation, at most once; it must not destroy the connection.
   StreamConnection(StreamRequest request, std::function<void(const std::string&)> onFailed);
   StreamConnection(const StreamConnection&) = delete;
   StreamConnection& operator=(const StreamConnection&) = delete;
@@ -66,17 +65,17 @@ class StreamConnection {
   void connect(pw_loop* loop);
 
  protected:
-  // REAL-TIME: called once a cycle on the stream's data thread; must allocate nothing, take no lock
-  // and make no system call.
+  // REAL-TIME: called once per cycle on the stream's data thread; must allocate nothing, take no
+  // lock and make no system call.
   virtual void process() = 0;
-  // Before the first cycle.
+  // Called before the first cycle.
   virtual void willStream() {}
   // The graph's clock; null before the stream has a place in the graph. REAL-TIME: on the stream's
   // data thread, valid during process().
   [[nodiscard]] const spa_io_position* position() const { return position_; }
 
-  // Returns when the last cycle is over. To be called by the destructor of whoever overrides
-  // process().
+  // Returns when the last cycle is over. The destructor of a class that overrides process() must
+  // call it.
   void disconnect();
   [[nodiscard]] const StreamRequest& request() const { return request_; }
   [[nodiscard]] std::uint32_t channels() const {
@@ -95,7 +94,8 @@ class StreamConnection {
   void disconnectStream();
   void fail(const std::string& message);
   void stateChanged(int state, const char* error);
-  // A memory area of the daemon's (enum spa_io_type) came, or went when `area` is null.
+  // A shared memory area of the daemon (enum spa_io_type) has been added, or removed when `area` is
+  // null.
   void ioChanged(std::uint32_t id, void* area, std::uint32_t size_bytes);
   static int takePosition(spa_loop* loop, bool async, std::uint32_t sequence, const void* data,
                           std::size_t size_bytes, void* self);
@@ -109,19 +109,19 @@ class StreamConnection {
   pw_stream* stream_ = nullptr;
   std::optional<std::uint32_t> deviceId_;  // in the registry
   pw_node* device_ = nullptr;
-  bool deviceHasRun_ = false;  // for the stream that there is now
+  bool deviceHasRun_ = false;  // for the current stream
   spa_hook coreListener_{};
   spa_hook registryListener_{};
   spa_hook deviceListener_{};
   spa_hook streamListener_{};
-  const spa_io_position* position_ = nullptr;  // the data thread's
+  const spa_io_position* position_ = nullptr;  // data thread only
 };
 
 using StreamPlanes = std::array<float*, kMostStreamChannels>;
 
-// Where the samples of a recorded buffer begin in its first `channels` planes. Returns how many
-// frames each of them holds; 0 when the buffer lacks planes, has none or cannot be trusted.
-// REAL-TIME: allocates nothing, takes no lock, makes no system call.
+// Finds the samples in the first `channels` planes of a recorded buffer. Returns the number of
+// frames in each; 0 when the buffer lacks planes, is empty or cannot be trusted. REAL-TIME:
+// allocates nothing, takes no lock, makes no system call.
 [[nodiscard]] std::uint32_t recordedPlanes(const spa_buffer& buffer, std::uint32_t channels,
                                            StreamPlanes& planes);
 

@@ -66,6 +66,7 @@ TEST_F(IndicatorTest, TheBundleCarriesTheActiveIconWhileRecording) {
               ElementsAre(Change{"ActiveIcon.icns", kBundlePath, 0}, Change{"", kBundlePath, 0}));
 }
 
+// The icon is only decoration; a recording must not fail because of it.
 TEST_F(IndicatorTest, ABundleIconThatCannotBeSetIsIgnored) {
   machine.workspace.setIconResult = false;
   launchAndRecord();
@@ -94,6 +95,7 @@ TEST_F(IndicatorTest, StopShowsTheOwnIconWhateverTheBlinkPhase) {
   }
 }
 
+// The process quits right after an error, so nobody sees it for long.
 TEST_F(IndicatorTest, TheMenuKeepsItsLastTextAfterAnError) {
   launchAndRecord();
   machine.runLoop.advance(7);

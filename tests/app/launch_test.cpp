@@ -39,6 +39,7 @@ TEST_F(LaunchTest, RecordingModeNeverTouchesTheWindow) {
   EXPECT_THAT(machine.interfaceLoader.loaded, IsEmpty());
 }
 
+// There is no place for a recording, and the storage has logged why.
 TEST_F(LaunchTest, EndsAtOnceWithoutMessageOrEventWhenThereIsNoOutputFolder) {
   machine.suite.location.reset();
   launch();
@@ -93,6 +94,7 @@ TEST_F(LaunchTest, TheBareToolIdentifierIsAPreferencesRequest) {
   EXPECT_TRUE(window->visible);
 }
 
+// The answer says only that the request has arrived.
 TEST_F(LaunchTest, AnyOtherPathIsAnsweredYesAndHasNoEffect) {
   launch({std::string(kPreferencesPath) + "/", "/tmp/song.mp3", ""});
   EXPECT_FALSE(app->runWithPreferences());
@@ -179,6 +181,7 @@ TEST_F(LaunchTest, RefusalShowsThePrivacyTextAndQuitsTenSecondsLater) {
   EXPECT_THAT(machine.capture.sessions, IsEmpty());
 }
 
+// The user may have changed the permission since the answer.
 TEST_F(LaunchTest, TheStatusAtTheTimeOfActingCountsNotTheAnswer) {
   machine.capture.authorization = AuthorizationStatus::kNotDetermined;
   launch();

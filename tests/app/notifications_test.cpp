@@ -173,6 +173,7 @@ TEST_F(NotificationsTest, TwoErrorsBothStayAndTheLaterOneDecidesTheQuit) {
   EXPECT_TRUE(ended());
 }
 
+// The delegate is not told of the removal.
 TEST_F(NotificationsTest, ANotificationThatTheUserRemovedKeepsItsTimer) {
   launchAndRecord();
   clickDock();

@@ -50,6 +50,7 @@ TEST_F(QuitTest, TryToQuitHidesAndTerminates) {
               ElementsAre(kHideFromDock, "terminate", kHideFromDock, "status 0", "event Quit"));
 }
 
+// The timer of the notification asks again.
 TEST_F(QuitTest, TryToQuitOnlyHidesWhileANotificationIsPending) {
   launchIdle();
   app->showNotificationError();

@@ -38,6 +38,7 @@ TEST_F(SessionTest, TheSettingsReachTheRecorder) {
   EXPECT_EQ(machine.capture.dataOutputs.size(), 1U);
 }
 
+// The quality is under "Size", because the suite's log expects it there.
 TEST_F(SessionTest, EveryEventCarriesTheSettings) {
   machine.userDefaults.values = {
       {"AudioSourceType", 2}, {"AudioSourceID", "mic-9"}, {"Quality", 2}, {"SoundFormat", 0}};
@@ -150,6 +151,8 @@ TEST_F(SessionTest, AQuitDuringTheAlertOpensNoPreferences) {
   EXPECT_FALSE(windowLoaded());
 }
 
+// Even for system audio, which needs no microphone: the choice of the device begins with their
+// list.
 TEST_F(SessionTest, NoMicrophoneShowsTheSameAlertWhateverTheSource) {
   machine.capture.disconnect("mic-1");
   launch();
@@ -270,6 +273,7 @@ TEST_F(SessionTest, AnErrorWhileRecordingEndsTheSessionInOrderAndQuits) {
   EXPECT_TRUE(ended());
 }
 
+// The next launch recovers it from there.
 TEST_F(SessionTest, AnErrorLeavesTheFileWhereTheRecorderLeftIt) {
   launchAndRecord();
   failRecording();
@@ -387,6 +391,7 @@ TEST_F(SessionTest, ASecondRecordingOfTheSameProcessIsSavedBesideTheFirst) {
   EXPECT_TRUE(ended());
 }
 
+// The old timer ends with the process, and blinking twice as often does no harm.
 TEST_F(SessionTest, ASecondConfirmationReplacesTheBlinkTimerButLeavesTheOldOneRunning) {
   launchAndRecord();
   app->recordSuccessStarted(app);
@@ -427,6 +432,7 @@ TEST_F(SessionTest, CancelWithNoNotificationPendingQuitsAtOnce) {
   EXPECT_TRUE(ended());
 }
 
+// The user has canceled and expects no further message.
 TEST_F(SessionTest, AFileThatCannotBeRemovedIsIgnored) {
   launchAndRecord();
   machine.fileManager.failRemove = "Permission denied";

@@ -88,6 +88,7 @@ TEST_F(SystemAudioTest, AStopWithoutAPlayThroughLeavesTheLoopbackAlone) {
   EXPECT_THAT(during([&] { app->stopRecord(); }), Not(Contains("hide loopback")));
 }
 
+// Played into itself, the loopback would feed back.
 TEST_F(SystemAudioTest, ThePlayThroughIsNotStartedWhenTheLoopbackWasTheDefaultOutputAlready) {
   machine.audioHardware.setDefaultOutput(kLoopback);
   launch();
@@ -152,6 +153,7 @@ TEST_F(SystemAudioTest, ARefusedStartTearsThePlayThroughDownFirst) {
   EXPECT_EQ(machine.audioUnits.livingGraphs(), 0U);
 }
 
+// So the user still hears what plays.
 TEST_F(SystemAudioTest, AnErrorWhileRecordingLeavesThePlayThroughAndTheMenu) {
   launchAndRecordSystemAudio();
   EXPECT_THAT(during([&] { failRecording(); }), Not(Contains("hide loopback")));
@@ -159,6 +161,7 @@ TEST_F(SystemAudioTest, AnErrorWhileRecordingLeavesThePlayThroughAndTheMenu) {
   EXPECT_EQ(provider().menuIcon, "MenuIconOn");
 }
 
+// So the user still hears what plays.
 TEST_F(SystemAudioTest, WithoutAnyMicrophoneTheAlertLeavesThePlayThroughAsItIs) {
   launch();
   machine.capture.disconnect("mic-1");
@@ -212,6 +215,7 @@ TEST_F(SystemAudioTest, StopWhileWaitingOnlyReleasesTheWaiter) {
   EXPECT_EQ(detail("Duration"), platform::Value(std::int64_t{8000})) << "from tick 0";
 }
 
+// The recorder still names that file, and it is in the folder that the notification shows.
 TEST_F(SystemAudioTest, StopWhileWaitingShowsTheFileOfAnEarlierRecording) {
   launchAndRecordSystemAudio();
   clickDock();
@@ -251,6 +255,7 @@ TEST_F(SystemAudioTest, AWaitThatTheUserEndedReportsNoErrorWhenItGivesUp) {
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Stop"}));
 }
 
+// A waiter cannot be canceled: it goes on polling after its session has ended.
 TEST_F(SystemAudioTest, AnAbandonedWaitDoesNotDisturbTheNextSession) {
   launch();
   clickDock();

@@ -48,6 +48,7 @@ TEST(CaptureDeviceTest, KnowsBuiltInCamerasByThreeWordsInLowerCase) {
   EXPECT_FALSE(CaptureDevice::isFaceTime(""));
 }
 
+// A name proves nothing: other makers use the same names.
 TEST(CaptureDeviceTest, KnowsBuiltInMicrophonesByTheirExactManufacturer) {
   EXPECT_TRUE(
       CaptureDevice::isBuiltInMic(MemoryCaptureDevice("a", "A", platform::kBuiltInManufacturer)));
@@ -81,6 +82,7 @@ TEST(CaptureDeviceTest, ListsAnotherMakersMicrophoneOfABuiltInNameInTheSecondGro
   EXPECT_THAT(idsOf(CaptureDevice::enumerateMics(memory.host)), ElementsAre("own", "other"));
 }
 
+// The id tells them apart; leaving one out would make it unreachable.
 TEST(CaptureDeviceTest, ListsTwoDevicesOfOneNameBoth) {
   MemoryHost memory;
   memory.capture.connect("a", "Microphone");

@@ -171,6 +171,7 @@ TEST_F(LameCallsTest, RoundsTheRateToTheNearestIntegerHalvesAwayFromZero) {
   }
 }
 
+// The layout is read into a record with room for one description, but it has the full count.
 TEST_F(LameCallsTest, TakesTheChannelsFromTheNumberOfDescriptionsOfTheCutLayout) {
   for (const std::uint32_t channels : {1U, 2U, 6U}) {
     addInputDevice(memory.audioHardware, kMicId, kMicUID, channels);
@@ -225,6 +226,7 @@ TEST_F(LameCallsTest, EncodesIntegersOfEveryWidthAsIntegers) {
                                    "encode_int 1 7202"));
 }
 
+// The flag alone decides. No device delivers such samples.
 TEST_F(LameCallsTest, EncodesNarrowSamplesWithTheFloatFlagAsFloats) {
   record(kMp3);
   g_calls.clear();
@@ -240,6 +242,7 @@ TEST_F(LameCallsTest, EncodesNothingOfUnsupportedSamples) {
   EXPECT_THAT(g_calls, IsEmpty());
 }
 
+// LAME answers 0 while it is still collecting; one bad block must not end a recording.
 TEST_F(LameCallsTest, WritesNothingWhenTheEncoderAnswersZeroOrAnError) {
   record(kMp3);
   g_encodeResult = -3;
@@ -262,6 +265,7 @@ TEST_F(LameCallsTest, FlushesClosesTheFileAndThenTheEncoder) {
   EXPECT_THAT(g_calls, ElementsAre("flush 7200", "close"));
 }
 
+// A stop must not wait for the encoder, and it drops only hundredths of a second.
 TEST_F(LameCallsTest, EncodesNothingThatWaitsAtTheStop) {
   record(kMp3);
   memory.runLoop.settle();

@@ -66,6 +66,7 @@ TEST_F(Mp3EncodingTest, CreatesAndOpensTheFileThenReadsRateAndLayoutOfTheInputSi
             inputAddress(platform::kAudioDevicePropertyPreferredChannelLayout));
 }
 
+// The next recording closes it, or else the end of the process.
 TEST_F(Mp3EncodingTest, KeepsTheEmptyFileOpenWhenTheRateCannotBeRead) {
   failProperty(platform::kAudioDevicePropertyActualSampleRate);
   record(kMp3);

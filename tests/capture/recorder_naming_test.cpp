@@ -28,6 +28,7 @@ TEST_F(RecorderNamingTest, NamesTheFileAfterTitleAndTheTimeAtWhichTheTemporaryFi
   EXPECT_EQ(recorder->generatePath(), "/out/Audio recording 2024-05-17 at 15.03.27.m4a");
 }
 
+// Every format but m4a records through the data output.
 TEST_F(RecorderNamingTest, UsesTheExtensionMp3ForEveryFormatButZero) {
   for (const std::uint64_t format : {kMp3, std::uint64_t{2}}) {
     ASSERT_TRUE(recorder->startRecord(mic, 0, format));
@@ -61,6 +62,7 @@ TEST_F(RecorderNamingTest, UsesNumber99WhenItIsTheLastFreeOne) {
   EXPECT_EQ(recorder->generatePath(), "/out/Audio recording 2024-05-17 at 14.03.27 (99).m4a");
 }
 
+// The move to it fails, so nothing is replaced and the file stays where it was recorded.
 TEST_F(RecorderNamingTest, AnswersNumber99WhenAllAreTaken) {
   for (int number = 0; number <= 99; ++number) take(number);
   EXPECT_EQ(recorder->generatePath(), "/out/Audio recording 2024-05-17 at 14.03.27 (99).m4a");

@@ -65,6 +65,7 @@ TEST_F(RecorderSessionTest, ReportsAnEncoderThatCannotBeSetUp) {
   EXPECT_EQ(errorCount, 1);
 }
 
+// The recorder has only two encoders. A host reads any other stored number as m4a.
 TEST_F(RecorderSessionTest, StartsNoEncoderForOtherFormatsAndSurvivesTheirSamples) {
   record(2);
   EXPECT_TRUE(recorder->isRecording());
@@ -78,6 +79,7 @@ TEST_F(RecorderSessionTest, StartsNoEncoderForOtherFormatsAndSurvivesTheirSample
   EXPECT_THAT(memory.suite.logLines, Contains(HasSubstr("Can't move file from")));
 }
 
+// Two starts in quick succession cause two reports; the recording must stay in one file.
 TEST_F(RecorderSessionTest, GoesOnWhenTheSessionReportsTwice) {
   ASSERT_TRUE(recorder->startRecord(mic, 0, kM4a));
   ASSERT_TRUE(recorder->startRecord(mic, 0, kM4a));
@@ -136,6 +138,7 @@ TEST(RecorderStopOrderTest, StopsOutputAndSessionBeforeItMovesAndClearsRecording
   EXPECT_FALSE(recorder->isRecording());
 }
 
+// The writers keep the file open, so they finish it under its new name.
 TEST_F(RecorderSessionTest, MovesTheMp3WithoutWaitingForItsFlush) {
   record(kMp3);
   encodeQueue().stalled = true;
@@ -148,6 +151,7 @@ TEST_F(RecorderSessionTest, MovesTheMp3WithoutWaitingForItsFlush) {
   EXPECT_EQ(memory.fileManager.journal.back(), std::string("close ") + kTemporary);
 }
 
+// The completion notification looks for the file at that path and reports that it is missing.
 TEST_F(RecorderSessionTest, NamesTheFinalPathAndLogsWhenTheMoveFails) {
   record(kM4a);
   memory.fileManager.failMove = "read-only file system";
@@ -190,6 +194,7 @@ TEST_F(RecorderSessionTest, DoesNothingAtAStopWithoutARecording) {
   EXPECT_EQ(recorder->outputFilePath(), kFinalM4a);
 }
 
+// A session that reports an error has stopped by itself, and the next launch recovers the file.
 TEST_F(RecorderSessionTest, LeavesFileAndSessionAloneAfterARuntimeError) {
   record(kM4a);
   bool recordingAtReport = true;
@@ -250,6 +255,7 @@ TEST_F(RecorderSessionTest, RecordsAgainIntoANewFileAfterAStop) {
   EXPECT_EQ(memory.fileManager.contents(recorder->outputFilePath()).size(), first.size());
 }
 
+// The session is built only once, with the output of its first format.
 TEST_F(RecorderSessionTest, FailsWhenARestartAsksForM4aOfASessionWithADataOutput) {
   record(kMp3);
   recorder->stopRecord();

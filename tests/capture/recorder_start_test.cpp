@@ -138,6 +138,7 @@ TEST_F(RecorderStartTest, FindsNoDeviceWhenTheListCannotBeRead) {
   EXPECT_EQ(recorder->getAudioId("mic"), kMicId);
 }
 
+// A read that fails means that the list is out of date, so the rest of it is not trusted either.
 TEST_F(RecorderStartTest, GivesUpAtTheFirstUidThatCannotBeRead) {
   addInputDevice(memory.audioHardware, 41, "later");
   memory.audioHardware.fail(kMicId, platform::kAudioDevicePropertyDeviceUID,
@@ -183,6 +184,7 @@ TEST_F(RecorderStartTest, ReadsVolumeAndMuteOfTheInputSide) {
   EXPECT_TRUE(recorder->isMuted(kMicId));
 }
 
+// The status of these reads is not checked, so each value stays at its start.
 TEST_F(RecorderStartTest, TakesAVolumeThatCannotBeReadAsZeroAndAMuteThatCannotBeReadAsOff) {
   setVolume(1.0F);
   setMute(1);
@@ -214,6 +216,7 @@ TEST_F(RecorderStartTest, ReportsAMutedDeviceOfFullVolume) {
   EXPECT_EQ(mutedCount, 1);
 }
 
+// Without a callback nobody could say why there is no recording.
 TEST_F(RecorderStartTest, RecordsAMutedDeviceWhenNobodyWantsToKnow) {
   setVolume(0.0F);
   setMute(1);
@@ -256,6 +259,7 @@ TEST_F(RecorderStartTest, UsesADataOutputForEveryOtherFormatCode) {
   EXPECT_EQ(memory.capture.dataOutputs.size(), 1U);
 }
 
+// The answer says only that the start was requested.
 TEST_F(RecorderStartTest, LogsTheInputErrorAndStillAnswersYes) {
   memory.capture.inputError = "the device is busy";
   EXPECT_TRUE(recorder->startRecord(mic, 0, kMp3));
@@ -283,6 +287,7 @@ TEST_F(RecorderStartTest, AddsNothingWhenTheSessionRefusesTheOutput) {
   EXPECT_THAT(session().journal, ElementsAre("canAddInput", "canAddOutput"));
 }
 
+// The stored codes alone choose the branch at the next start, and the extension.
 TEST_F(RecorderStartTest, DoesNothingWhileRecordingButToStoreTheCodes) {
   record(kMp3);
   const auto other = memory.capture.connect("other", "Other");
@@ -295,6 +300,7 @@ TEST_F(RecorderStartTest, DoesNothingWhileRecordingButToStoreTheCodes) {
   EXPECT_THAT(recorder->generatePath(), testing::EndsWith(".m4a"));
 }
 
+// The session is built only once.
 TEST_F(RecorderStartTest, RunsTheSameSessionAgainWithItsDeviceAndPreset) {
   record(kMp3);
   recorder->stopRecord();

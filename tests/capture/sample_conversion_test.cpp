@@ -94,6 +94,7 @@ TEST(SampleConversionTest, TakesTwentyFourBitsOfFourBytes) {
   EXPECT_THAT(converted(mono(24, 4), bytes({0x01, 0x02, 0x83, 0x55}), 1), ElementsAre(0x83020100U));
 }
 
+// The result has 32 bits: higher bytes would be shifted out.
 TEST(SampleConversionTest, IgnoresBytesBeyondTheFourth) {
   EXPECT_THAT(converted(mono(24, 6), bytes({1, 2, 3, 4, 5, 6}), 1), ElementsAre(0x03020100U));
 }
@@ -117,6 +118,7 @@ TEST(SampleConversionTest, WalksTheFirstPlaneOfNonInterleavedData) {
               ElementsAre(1U, 2U, 3U));
 }
 
+// The stride rule is agreed as it is. Capture delivers planar data, which it reads whole.
 TEST(SampleConversionTest, StepsOneFramePerChannelThroughInterleavedData) {
   // Stereo frames of eight bytes: the stride is sixteen.
   const Words frames{1, 11, 2, 12, 3, 13, 4, 14};
@@ -153,6 +155,7 @@ TEST(SampleConversionTest, ReadsNothingBeyondTheDataAndFillsUpWithSilence) {
   EXPECT_THAT(words, ElementsAre(0U, 0U, 0U, 0U));
 }
 
+// The stride is 0 then; nothing beyond the data is read.
 TEST(SampleConversionTest, ReadsTheFirstBytesAgainWhenFramesHaveNoSize) {
   EXPECT_THAT(converted(mono(32, 0), bytes({1, 2, 3, 4}), 2),
               ElementsAre(0x04030201U, 0x04030201U));

@@ -276,6 +276,7 @@ TEST_F(DriverInstallation, WithoutAFoundSuiteItTriesTheUsualPlace) {
             "execute /Applications/Vantrel Korvel.app/Contents/MacOS/DriverInstaller 0 0");
 }
 
+// The usual place is only a guess for systems that know of no suite.
 TEST_F(DriverInstallation, TheUsualPlaceIsNotTriedBesideFoundSuites) {
   host.launchServices.paths = {"/Elsewhere.app"};
   putSuite(kFallback, "1.0.3");
@@ -307,6 +308,7 @@ TEST_F(DriverInstallation, WithoutAuthorizationItHasFailed) {
   EXPECT_THAT(host.application.journal, IsEmpty());
 }
 
+// The user knows what they have just refused.
 TEST_F(DriverInstallation, ARefusedPasswordEndsItWithoutAnAlert) {
   putSuite(kFallback, "1.0.3");
   host.authorization.copyRightsStatus = -60006;

@@ -118,6 +118,7 @@ TEST_F(AudioWaiterTest, TheDeviceIsHiddenBeforeTheFailureIsReported) {
   EXPECT_EQ(controlAtReport, kHide);
 }
 
+// The capture framework has it, so it can be recorded; the hardware may list it a moment later.
 TEST_F(AudioWaiterTest, ADeviceWithoutAnIdStillSucceedsButLeavesTheDefaultAlone) {
   unloadDriver();
   deviceAppears();
@@ -127,6 +128,7 @@ TEST_F(AudioWaiterTest, ADeviceWithoutAnIdStillSucceedsButLeavesTheDefaultAlone)
   EXPECT_EQ(host.audioHardware.defaultOutput(), kSpeakersID);
 }
 
+// The device can still be recorded, and the user can choose it as the output.
 TEST_F(AudioWaiterTest, ARefusedSwitchOfTheDefaultStillSucceeds) {
   deviceAppears();
   host.audioHardware.fail(platform::kAudioObjectSystemObject,
@@ -212,6 +214,7 @@ TEST_F(AudioWaiterTest, AWaiterWhoseWaitHasEndedHidesNothingWhenItGoes) {
   EXPECT_EQ(host.audioHardware.calls.size(), calls);
 }
 
+// The suite's interface has these setters; this tool does not call them.
 TEST_F(AudioWaiterTest, ItsPropertiesCanBeSet) {
   const auto waiter = wait();
   waiter->setOutput(5);

@@ -187,6 +187,7 @@ TEST_F(PlayThroughCallbacks, WhatIsNotHeldIsSilenceWithoutANewAnchor) {
   EXPECT_EQ(playThrough->inputToOutputOffset, offset);
 }
 
+// The writer was too fast for the reader; the oldest frame gives it the most time.
 TEST_F(PlayThroughCallbacks, AFailedFetchIsSilenceAndGoesOnFromTheOldestFrame) {
   for (int i = 0; i < 40; ++i) input(i * 512);
   EXPECT_EQ(held(), Bounds(40 * 512 - 16384, 40 * 512));

@@ -156,6 +156,7 @@ TEST_F(PlayThroughStart, InitDevicesFailsWithEachOfItsReads) {
   }
 }
 
+// The start that may follow uses the id.
 TEST_F(PlayThroughStart, InitDeviceKeepsTheIdWhenAReadFails) {
   PlayThroughDevice device;
   EXPECT_FALSE(device.initDevice(host.audioHardware, 4711, true));
@@ -262,6 +263,7 @@ TEST_F(PlayThroughStart, PresetsTheTimesAndTheOffset) {
   EXPECT_EQ(playThrough->inputToOutputOffset, 16 + 512 + 24 + 256);
 }
 
+// The parts are unsigned 32-bit frames; their sum wraps to a signed number.
 TEST_F(PlayThroughStart, TheOffsetIsASignedThirtyTwoBitSum) {
   playThrough->inputDevice = {kLoopback, 0x7FFFFFFF, 1};
   playThrough->outputDevice = {kSpeakers, 0, 0};
@@ -350,6 +352,7 @@ TEST_F(PlayThroughStart, StopTakesEverythingDownInOrder) {
   expectNothingLeft();
 }
 
+// Whatever fails, the rest must be freed.
 TEST_F(PlayThroughStart, StopIgnoresFailures) {
   for (int i = 1; i <= 6; ++i) {
     routing_test::PlayThroughMachine machine;

@@ -250,6 +250,7 @@ TEST_F(RingBufferTest, SilenceCoversOnlyTheFramesAskedFor) {
   EXPECT_THAT(out.plane(0), ElementsAre(0, 0, 0, 0, 0, kUntouched, kUntouched, kUntouched));
 }
 
+// The size tells the caller how much came from the ring.
 TEST_F(RingBufferTest, AFetchFromBeforeTheRangeGetsLeadingZerosAndTheByteSizeOfWhatWasHeld) {
   storeTimes(20, 16);
   Block out(2, 8, kUntouched);
@@ -284,6 +285,7 @@ TEST_F(RingBufferTest, ANegativeFetchReadsFromZero) {
   EXPECT_THAT(out.plane(0), ElementsAre(0, 1, 2, 3));
 }
 
+// A reader begins at 0; only a writer may begin earlier.
 TEST_F(RingBufferTest, FramesOfNegativeTimesAreHeldButNotFetched) {
   storeTimes(-6, 8);
   EXPECT_EQ(bounds(), Bounds(-6, 2));

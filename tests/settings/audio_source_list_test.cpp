@@ -164,6 +164,7 @@ TEST_F(AudioSourceListTest, StoresTheDefaultInputAndForgetsTheMicrophone) {
   EXPECT_EQ(controller->audioSourceID(), "");
 }
 
+// The suite's other tools look a microphone up by its id.
 TEST_F(AudioSourceListTest, MirrorsAMicrophoneByItsIdNotItsName) {
   machine_.capture.connect("alsa_input.usb", "Nice Mic");
   const auto controller = showController();
@@ -221,6 +222,7 @@ TEST_F(AudioSourceListTest, RebuildsOncePerChange) {
   EXPECT_EQ(shown().audioSource->rebuilds, 2);
 }
 
+// The stored choice is not changed, so that a microphone plugged in again is chosen again.
 TEST_F(AudioSourceListTest, FallsBackWhileTheChosenMicrophoneIsAwayAndReturnsToIt) {
   machine_.capture.connect("other", "Other");
   machine_.capture.connect("mic", "Mic");
@@ -257,6 +259,7 @@ class CaptureDeviceChoiceTest : public AudioSourceListTest {
   }
 };
 
+// The choice of the device begins with the list of microphones, whatever the source.
 TEST_F(CaptureDeviceChoiceTest, IsNothingWithoutMicrophonesEvenForSystemAudio) {
   machine_.capture.connect(kLoopbackDeviceUID, "Loopback");
   for (const std::int64_t type : {0, 1, 2, 3, 7}) EXPECT_EQ(chosen(type, "mic"), "") << type;

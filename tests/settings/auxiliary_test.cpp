@@ -66,6 +66,7 @@ bool asksForTheTimebaseOnce() {
   return keptTheFirst && machine.clock.timebaseRequests == 1;
 }
 
+// The timebase never changes while a system runs.
 TEST(TickToMsecs, KeepsTheFirstTimebaseForTheLifeOfTheProcess) {
   EXPECT_IN_OWN_PROCESS(asksForTheTimebaseOnce());
 }
@@ -128,6 +129,7 @@ TEST_F(AuxiliaryTest, SetsTheIconOfAFileInAnOrdinaryFolder) {
                                             "On", "/home/user/Music/take.mp3", 0}));
 }
 
+// The last extension is cut off before the test, so that only what lies inside is spared.
 TEST_F(AuxiliaryTest, DecoratesAnApplicationBundleItself) {
   Auxiliary::setIcon(host_, nullptr, "/Apps/Record Audio.app");
   Auxiliary::setIcon(host_, nullptr, "/Apps/Record Audio.app/");
@@ -220,6 +222,7 @@ TEST_F(AuxiliaryTest, PassesTheUsersAnswerOn) {
   EXPECT_THAT(answers, ElementsAre(true, false));
 }
 
+// Callers look first; only an undecided permission leads here.
 TEST_F(AuxiliaryTest, AsksWithoutLookingWhetherTheSystemHasPermissions) {
   machine_.capture.hasPermissions = false;
   machine_.capture.authorization = AuthorizationStatus::kNotDetermined;

@@ -64,6 +64,7 @@ TEST_F(DriverInstallationTest, ReturnsToThePreviousEntryWhenDeclined) {
   EXPECT_THAT(storeJournal(), IsEmpty());
 }
 
+// System audio cannot work before the restart.
 TEST_F(DriverInstallationTest, ReturnsToThePreviousEntryWhenTheRestartIsPostponed) {
   installDriverButDoNotLoadIt();
   answerAlert(false);
@@ -74,6 +75,7 @@ TEST_F(DriverInstallationTest, ReturnsToThePreviousEntryWhenTheRestartIsPostpone
   EXPECT_THAT(events(), IsEmpty());
 }
 
+// There is no previous choice to return to, and system audio would open this dialog again.
 TEST_F(DriverInstallationTest, StoresNoSoundWhenDeclinedWithSystemAudioStored) {
   stored() = {{"AudioSourceType", 3}};
   answerAlert(false);

@@ -57,6 +57,7 @@ TEST_F(LinkButtonTest, DrawsInItsOwnColourStillUnderlined) {
   EXPECT_EQ(title().underlineStyle, 1);
 }
 
+// So that several changes need only one updateState().
 TEST_F(LinkButtonTest, DoesNotRedrawForANewColourAlone) {
   awake();
   link_->setTextColor(kRed);
@@ -103,6 +104,7 @@ bool keepsTheFirstColor() {
   return first == kRed && firstDefaultColor(Color{0, 1, 0, 1}) == kRed;
 }
 
+// It is asked for once; links in one window must not differ.
 TEST(DefaultLinkColor, IsKeptForTheLifeOfTheProcess) {
   EXPECT_IN_OWN_PROCESS(keepsTheFirstColor());
 }

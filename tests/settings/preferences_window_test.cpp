@@ -41,11 +41,13 @@ TEST_F(PreferencesWindowTest, LoadsWhatIsStored) {
   EXPECT_TRUE(controller->highlightMouseClicks());
 }
 
+// Existing installations store it under this key.
 TEST_F(PreferencesWindowTest, ReadsTheSwappedSpellingOfTheMouseClickKeyOnly) {
   stored() = {{"HighlightMouseClicks", true}};
   EXPECT_FALSE(makeController()->highlightMouseClicks());
 }
 
+// Only an absent key has a default; the store converts everything else.
 TEST_F(PreferencesWindowTest, ReadsValuesOfOtherTypesByConversionInsteadOfTheDefault) {
   stored() = {{"AudioSourceType", "loud"},
               {"AudioSourceID", 12},
@@ -172,6 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Indexes, StoredIndexTest,
                          testing::Values(3, 99, -1, std::numeric_limits<std::int64_t>::max(),
                                          std::numeric_limits<std::int64_t>::min()));
 
+// Nothing in this tool calls these; they are common to the suite's controllers.
 TEST_F(PreferencesWindowTest, DerivesFrameRatePresetAndScaleFromTheQuality) {
   struct Row {
     int quality;
@@ -211,6 +214,7 @@ TEST_F(PreferencesWindowTest, KeepsTheCheckBoxByDefault) {
   EXPECT_FALSE(shown().highlightMouseClicksButton->removed);
 }
 
+// The store saves it by itself.
 TEST_F(PreferencesWindowTest, MirrorsTheFormatThenStoresItWithoutAFlushOfItsOwn) {
   const auto controller = showController();
   shown().pickSoundFormat(1);
@@ -245,6 +249,7 @@ TEST_F(PreferencesWindowTest, MirrorsTheQualityThenStoresAndFlushesIt) {
   EXPECT_EQ(machine_.userDefaults.onDisk["Quality"], Value(2));
 }
 
+// Existing installations have one spelling in the store; the suite's other tools read the other.
 TEST_F(PreferencesWindowTest, MirrorsTheCheckBoxUnderOneSpellingAndStoresItUnderTheOther) {
   const auto controller = showController();
   shown().clickHighlightMouseClicks();
@@ -280,6 +285,7 @@ TEST_F(PreferencesWindowTest, RefreshesTheOutputFolderWhenLoadedAndWhenKey) {
   EXPECT_EQ(shown().outputLocation->updates, 2);
 }
 
+// The folder is the suite's, not one of this tool's preferences.
 TEST_F(PreferencesWindowTest, LogsAChangedOutputFolderAsAnEventWithoutPreferences) {
   const auto controller = showController();
   shown().clickOutputLocation();

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "tests/m4a/decoded.h"
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "hosts/linux/m4a/libav_pointers.h"
 
@@ -38,6 +43,13 @@ struct CloseInput {
   void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 
+struct FreeReader {
+  void operator()(AVIOContext* context) const {
+    av_freep(&context->buffer);
+    avio_context_free(&context);
+  }
+};
+
 void collect(const AVFrame& frame, Decoded* decoded) {
   decoded->planes.resize(static_cast<std::size_t>(frame.ch_layout.nb_channels));
   for (std::size_t i = 0; i < decoded->planes.size(); ++i) {
@@ -61,7 +73,7 @@ Decoded decodeM4a(std::span<const std::byte> file) {
   Decoded decoded;
   MemoryReader reader{file};
   constexpr int kBuffer_bytes = 4096;
-  const LibavPointer<AVIOContext> io(
+  const std::unique_ptr<AVIOContext, FreeReader> io(
       avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBuffer_bytes)), kBuffer_bytes, 0,
                          &reader, &MemoryReader::read, nullptr, &MemoryReader::seek));
   AVFormatContext* raw = avformat_alloc_context();

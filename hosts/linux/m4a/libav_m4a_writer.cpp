@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <span>
 #include <utility>
 
 #include "hosts/linux/m4a/box_bytes.h"
+#include "hosts/linux/m4a/m4a_description.h"
 #include "hosts/linux/m4a/torn_fragment.h"
 
 namespace linux_host {
@@ -51,21 +53,16 @@ std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, const M4aFormat&
   track_.sampleRate_hz = static_cast<std::uint32_t>(codec.sample_rate);
   track_.priming_frames = static_cast<std::uint32_t>(codec.initial_padding);
   track_.creationTime_s = kMp4Epoch_s + start_s;
+  track_.modificationTime_s = track_.creationTime_s;
+  track_.sampleDescription = m4aSampleDescription(
+      {track_.sampleRate_hz, static_cast<std::uint32_t>(codec.bit_rate),
+       std::as_bytes(std::span(codec.extradata, static_cast<std::size_t>(codec.extradata_size)))});
+  track_.labels = m4aLabelsBox(labels_);
   packetsPerFragment_ = static_cast<std::size_t>(
       std::max(1L, std::lround(kFragment_s * codec.sample_rate / kAacPacket_frames)));
 
-  std::vector<std::byte> movie;
-  error = muxer_.open(codec, start_s, labels_, &movie);
-  if (!error.empty()) return error;
-  const auto description = findBox(movie, {boxType("moov"), boxType("trak"), boxType("mdia"),
-                                           boxType("minf"), boxType("stbl"), boxType("stsd")});
-  if (!description) return "libavformat described the recording in a way that is not known here.";
-  track_.sampleDescription.assign(description->all.begin(), description->all.end());
-  if (const auto labels = findBox(movie, {boxType("moov"), boxType("udta")})) {
-    track_.labels.assign(labels->all.begin(), labels->all.end());
-  }
-
   std::vector<std::byte> head = m4aHead(std::nullopt);
+  const std::vector<std::byte> movie = m4aGrowingIndexBox(track_);
   head.insert(head.end(), movie.begin(), movie.end());
   error = sink->append(head);
   if (error.empty()) sink_ = std::move(sink);
@@ -82,14 +79,13 @@ std::string LibavM4aWriter::write(const float* const* planes, std::uint32_t fram
 }
 
 std::string LibavM4aWriter::take(AVPacket& packet) {
-  std::string error = muxer_.add(packet);
-  if (error.empty() && muxer_.packetCount() >= packetsPerFragment_) error = appendFragment();
-  return error;
+  fragments_.add(std::as_bytes(std::span(packet.data, static_cast<std::size_t>(packet.size))));
+  return fragments_.packetCount() < packetsPerFragment_ ? "" : appendFragment();
 }
 
 std::string LibavM4aWriter::appendFragment() {
   if (std::string error = appendUnwritten(); !error.empty()) return error;
-  if (std::string error = muxer_.endFragment(&unwritten_); !error.empty()) return error;
+  unwritten_ = fragments_.end();
   unwrittenOffset_bytes_ = sink_->size_bytes();
   const auto padding = paddingBefore(unwrittenOffset_bytes_, unwritten_.mediaOffset_bytes);
   unwritten_.bytes.insert(unwritten_.bytes.begin(), padding.begin(), padding.end());
@@ -147,7 +143,7 @@ std::string LibavM4aWriter::complete() {
   if (error.empty()) {
     error = encoder_.flush([this](AVPacket& packet) { return take(packet); });
   }
-  if (error.empty() && muxer_.packetCount() > 0) error = appendFragment();
+  if (error.empty() && fragments_.packetCount() > 0) error = appendFragment();
   if (!error.empty()) return error;
   track_.frames = encoder_.frames();
   track_.modificationTime_s = kMp4Epoch_s + unixTime_s();

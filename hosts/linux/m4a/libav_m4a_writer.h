@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "hosts/linux/m4a/aac_encoder.h"
-#include "hosts/linux/m4a/fragment_muxer.h"
+#include "hosts/linux/m4a/m4a_fragments.h"
 #include "hosts/linux/m4a/m4a_index.h"
 #include "hosts/linux/m4a/m4a_writer.h"
 
@@ -32,13 +32,13 @@ class LibavM4aWriter final : public M4aWriter {
   M4aLabels labels_;
   std::unique_ptr<M4aSink> sink_;  // null before open() and after finish()
   AacEncoder encoder_;
-  FragmentMuxer muxer_;
+  M4aFragments fragments_;
   M4aTrack track_;
   M4aPacketIndex packets_;
   std::size_t packetsPerFragment_ = 1;
   // A fragment that the sink has not taken whole. It is written again before anything else, so the
   // file is never left with a torn fragment in its middle.
-  FragmentMuxer::Fragment unwritten_{};
+  M4aFragment unwritten_;
   std::uint64_t unwrittenOffset_bytes_ = 0;
   std::string appendError_;  // why it was not taken
   std::string writeError_;

@@ -3,7 +3,6 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 #include <libswresample/swresample.h>
 }
 
@@ -14,14 +13,9 @@ namespace linux_host {
 
 struct LibavDeleter {
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-  void operator()(AVFormatContext* context) const { avformat_free_context(context); }
   void operator()(AVFrame* frame) const { av_frame_free(&frame); }
   void operator()(AVPacket* packet) const { av_packet_free(&packet); }
   void operator()(SwrContext* context) const { swr_free(&context); }
-  void operator()(AVIOContext* context) const {
-    av_freep(&context->buffer);
-    avio_context_free(&context);
-  }
 };
 
 template <typename T>

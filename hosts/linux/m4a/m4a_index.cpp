@@ -21,9 +21,8 @@ void M4aPacketIndex::addChunk(std::uint64_t offset_bytes,
 
 namespace {
 
-constexpr std::uint32_t kFullSpeed = 0x00010000;  // 16.16 fixed point
-constexpr std::uint32_t kFullVolume = 0x0100;     // 8.8 fixed point
-constexpr std::uint32_t kTrackId = 1;
+constexpr std::uint32_t kFullSpeed = 0x00010000;         // 16.16 fixed point
+constexpr std::uint32_t kFullVolume = 0x0100;            // 8.8 fixed point
 constexpr std::uint32_t kUndeterminedLanguage = 0x55c4;  // "und", three letters of five bits
 constexpr std::uint32_t kTrackEnabledInMovieAndPreview = 7;
 
@@ -47,9 +46,15 @@ Durations durationsOf(const M4aTrack& track, std::uint64_t packetCount) {
 
 class IndexBoxBuilder {
  public:
-  IndexBoxBuilder(const M4aTrack& track, const M4aPacketIndex& packets)
+  enum class Kind {
+    kComplete,
+    kGrowing,  // fragments follow
+  };
+
+  IndexBoxBuilder(const M4aTrack& track, const M4aPacketIndex& packets, Kind kind)
       : track_(track),
         packets_(packets),
+        kind_(kind),
         packetCount_(static_cast<std::uint32_t>(packets.packetSizes_bytes().size())),
         durations_(durationsOf(track, packetCount_)) {}
 
@@ -64,6 +69,7 @@ class IndexBoxBuilder {
         if (durations_.recorded_frames > 0) editList();
         media();
       });
+      if (kind_ == Kind::kGrowing) fragmentDefaults();
       out_.raw(track_.labels);
     });
     return out_.take();
@@ -98,7 +104,7 @@ class IndexBoxBuilder {
       out_.zeros(10);
       identityMatrix();
       out_.zeros(24);
-      out_.u32(kTrackId + 1);
+      out_.u32(kM4aTrackId + 1);
     });
   }
 
@@ -106,7 +112,7 @@ class IndexBoxBuilder {
     const int version = versionFor(durations_.recorded_frames);
     out_.fullBox(boxType("tkhd"), version, kTrackEnabledInMovieAndPreview, [&] {
       times(version);
-      out_.u32(kTrackId);
+      out_.u32(kM4aTrackId);
       out_.zeros(4);
       out_.versioned(version, durations_.recorded_frames);
       out_.zeros(12);  // reserved, layer, alternate group
@@ -158,6 +164,17 @@ class IndexBoxBuilder {
           });
         });
         out_.box(boxType("stbl"), [&] { sampleTable(); });
+      });
+    });
+  }
+
+  // The fragments say all of their packets themselves.
+  void fragmentDefaults() {
+    out_.box(boxType("mvex"), [&] {
+      out_.fullBox(boxType("trex"), 0, 0, [&] {
+        out_.u32(kM4aTrackId);
+        out_.u32(1);  // the sample description
+        out_.zeros(12);
       });
     });
   }
@@ -225,6 +242,7 @@ class IndexBoxBuilder {
 
   const M4aTrack& track_;
   const M4aPacketIndex& packets_;
+  const Kind kind_;
   const std::uint32_t packetCount_;
   const Durations durations_;
   BoxBuilder out_;
@@ -253,8 +271,13 @@ std::vector<std::byte> m4aHead(std::optional<std::uint64_t> indexOffset_bytes) {
   return out.take();
 }
 
+std::vector<std::byte> m4aGrowingIndexBox(const M4aTrack& track) {
+  const M4aPacketIndex none;
+  return IndexBoxBuilder(track, none, IndexBoxBuilder::Kind::kGrowing).build();
+}
+
 std::vector<std::byte> m4aIndexBox(const M4aTrack& track, const M4aPacketIndex& packets) {
-  return IndexBoxBuilder(track, packets).build();
+  return IndexBoxBuilder(track, packets, IndexBoxBuilder::Kind::kComplete).build();
 }
 
 std::string completeM4a(M4aSink& sink, const M4aTrack& track, const M4aPacketIndex& packets) {

@@ -58,6 +58,8 @@ struct M4aTrack {
   std::vector<std::byte> labels;             // the udta box with title and date; empty: none
 };
 
+inline constexpr std::uint32_t kM4aTrackId = 1;
+
 // Seconds from 1904-01-01, the origin of MP4's times, to 1970-01-01.
 inline constexpr std::uint64_t kMp4Epoch_s = 2082844800;
 
@@ -67,6 +69,9 @@ inline constexpr std::size_t kM4aMediaHeader_bytes = 32;  // where the free or m
 // The first kM4aHeadSize_bytes of a growing file (null), or of one whose media data ends where its
 // index begins, at `indexOffset_bytes`.
 [[nodiscard]] std::vector<std::byte> m4aHead(std::optional<std::uint64_t> indexOffset_bytes);
+
+// The moov box of a growing file, whose packets are told of by the fragments behind it.
+[[nodiscard]] std::vector<std::byte> m4aGrowingIndexBox(const M4aTrack& track);
 
 // The moov box of a complete file.
 [[nodiscard]] std::vector<std::byte> m4aIndexBox(const M4aTrack& track,

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <set>
 #include <thread>
 
@@ -98,6 +99,32 @@ TEST(DateFormatterTest, TakesTheLocaleFromTheFirstVariableThatIsSet) {
   const LinuxDateFormatter formatter;
   const Environment environment(
       {{"LC_ALL", ""}, {"LC_TIME", "en_US.UTF-8"}, {"LANG", "de_DE.UTF-8"}, {"TZ", "UTC"}});
+  EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
+}
+
+// Of files that are mapped and whose names begin with `name`, as much as is in memory.
+std::size_t residentOf_kB(const std::string& name) {
+  std::ifstream smaps("/proc/self/smaps");
+  std::size_t sum_kB = 0;
+  bool isNamed = false;
+  for (std::string line; std::getline(smaps, line);) {
+    const std::size_t slash = line.rfind('/');
+    if (line.find('-') < line.find(' ')) {
+      isNamed = slash != std::string::npos && line.compare(slash + 1, name.size(), name) == 0;
+    } else if (isNamed && line.starts_with("Rss:")) {
+      sum_kB += std::stoul(line.substr(4));
+    }
+  }
+  return sum_kB;
+}
+
+TEST(DateFormatterTest, IcuStaysInMemoryNoLongerThanADateIsMade) {
+  const LinuxDateFormatter formatter;
+  const auto environment = locale("en_US.UTF-8", "UTC");
+  EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
+  constexpr std::size_t kChangedPages_kB = 512;
+  EXPECT_LT(residentOf_kB("libicu"), kChangedPages_kB);
+  EXPECT_GT(residentOf_kB("libicu"), 0U);
   EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "hosts/linux/base/library_pages.h"
 #include "hosts/linux/base/log.h"
 
 #define RA_STRINGIZE_EXPANDED(text) #text
@@ -114,11 +115,9 @@ std::string utf8(const std::u16string& text) {
   return result;
 }
 
-// Empty when ICU is missing or fails.
-std::string byIcu(platform::Date date, UDateFormatStyle timeStyle, const std::u16string& pattern,
-                  const std::tm& local) {
-  const Icu& library = icu();
-  if (!library.complete()) return {};
+// Empty when ICU fails.
+std::string formatted(const Icu& library, platform::Date date, UDateFormatStyle timeStyle,
+                      const std::u16string& pattern, const std::tm& local) {
   const std::string locale = icuLocale(environmentLocale());
   const std::u16string zone = zoneOf(local);
   UErrorCode status = U_ZERO_ERROR;
@@ -142,6 +141,17 @@ std::string byIcu(platform::Date date, UDateFormatStyle timeStyle, const std::u1
   if (U_FAILURE(status)) return {};
   text.resize(static_cast<std::size_t>(length));
   return utf8(text);
+}
+
+// Empty when ICU is missing or fails.
+std::string byIcu(platform::Date date, UDateFormatStyle timeStyle, const std::u16string& pattern,
+                  const std::tm& local) {
+  const Icu& library = icu();
+  if (!library.complete()) return {};
+  const std::string text = formatted(library, date, timeStyle, pattern, local);
+  // An m4a has its title from the start on; the whole recording would carry ICU along for it.
+  releaseLibraryPages("libicu");
+  return text;
 }
 
 }  // namespace

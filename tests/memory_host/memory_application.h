@@ -19,8 +19,8 @@
 #include "tests/memory_host/memory_run_loop.h"
 #include "tests/memory_host/timeline.h"
 
-// Application, alerts, workspace, windows, notifications and authorization in memory: they record
-// what is asked of them and answer what the test says. Single-threaded.
+// Application, alerts, workspace, windows, notifications and authorization in memory. They record
+// what they are asked to do and answer as the test says. Single-threaded.
 
 namespace memory_host {
 
@@ -29,14 +29,14 @@ class MemoryAlerts : public platform::Alerts {
   MemoryAlerts(Timeline& timeline, MemoryRunLoop& runLoop)
       : timeline_(timeline), runLoop_(runLoop) {}
   int runModal(const platform::Alert& alert) override;
-  // What terminate() does to an alert that waits.
+  // What terminate() does to an open alert.
   void dismiss() { dismissed_ = true; }
   [[nodiscard]] bool isWaiting() const { return waiting_; }
 
   std::vector<platform::Alert> shown;
-  // Answers in order; when they run out, the first button.
+  // The answers, in order. When they run out, the answer is the first button.
   std::vector<int> answers;
-  // Called while the alert is up.
+  // Called while the alert is open.
   std::function<void(const platform::Alert&)> onShow;
 
  private:
@@ -120,7 +120,7 @@ class MemoryUserNotificationCenter : public platform::UserNotificationCenter {
                 platform::UserNotificationActivationType type);
 
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate;
-  std::vector<platform::UserNotificationPtr> delivered;  // all ever
+  std::vector<platform::UserNotificationPtr> delivered;  // everything ever delivered
   std::vector<platform::UserNotificationPtr> showing;
 
  private:
@@ -169,7 +169,7 @@ class MemoryWindow : public platform::Window {
   void changeVisibility(bool nowVisible);
 };
 
-// Loads windows for which the test registered a recipe; without one, an empty MemoryWindow.
+// Loads windows by the recipes that the test has registered; without one, an empty MemoryWindow.
 class MemoryInterfaceLoader : public platform::InterfaceLoader {
  public:
   using Recipe = std::function<std::shared_ptr<platform::Window>(const std::string&,
@@ -179,7 +179,7 @@ class MemoryInterfaceLoader : public platform::InterfaceLoader {
 
   Recipe recipe;
   std::vector<std::string> loaded;
-  std::vector<std::shared_ptr<MemoryWindow>> windows;  // made without a recipe
+  std::vector<std::shared_ptr<MemoryWindow>> windows;  // loaded without a recipe
 };
 
 class MemoryAuthorization : public platform::Authorization {

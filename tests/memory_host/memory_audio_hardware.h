@@ -14,8 +14,8 @@
 
 #include "platform/audio_hardware.h"
 
-// Audio hardware in memory: objects with properties as bytes. Every call is recorded and can be
-// made to fail. Single-threaded, except the device clocks, which audio callbacks may read while no
+// Audio hardware in memory: objects whose properties are bytes. Every call is recorded and can be
+// made to fail. Single-threaded, except that audio callbacks may read the device clocks while no
 // test changes them.
 
 namespace memory_host {
@@ -38,8 +38,8 @@ class MemoryAudioHardware : public platform::AudioHardware {
 
   enum class FailOn { kAny, kRead, kWrite, kSize };
 
-  // Objects come into being with their first property. The value is what a read copies out; it is
-  // all or nothing unless it was set as a list.
+  // An object exists from its first property on. A read copies the whole value or nothing, unless
+  // it was set as a list.
   void setProperty(platform::AudioObjectID object,
                    const platform::AudioObjectPropertyAddress& address, Bytes bytes);
   template <typename T>
@@ -47,10 +47,10 @@ class MemoryAudioHardware : public platform::AudioHardware {
                 const T& value) {
     setProperty(object, address, bytesOf(&value, sizeof value));
   }
-  // Each read gives the reader a string of its own.
+  // Each read gives the reader its own string.
   void setString(platform::AudioObjectID object,
                  const platform::AudioObjectPropertyAddress& address, std::string text);
-  // A read with less room gets as many bytes as fit.
+  // A read with too little room gets as many bytes as fit.
   void setListBytes(platform::AudioObjectID object,
                     const platform::AudioObjectPropertyAddress& address, Bytes bytes);
   template <typename T>
@@ -62,10 +62,10 @@ class MemoryAudioHardware : public platform::AudioHardware {
                       const platform::AudioObjectPropertyAddress& address);
   void removeObject(platform::AudioObjectID object);
 
-  // A device with a UID; it resolves by UID from then on. Puts it into the system's device list
-  // unless hidden.
+  // Adds a device with a UID, which can be found by it from then on. Puts it into the system's
+  // device list unless it is hidden.
   void addDevice(platform::AudioDeviceID device, const std::string& uid, bool hidden = false);
-  // The two the play-through reads for a side of a device.
+  // The two sizes that the play-through reads for one side of a device.
   void setDeviceTiming(platform::AudioDeviceID device, bool isInput,
                        std::uint32_t safetyOffset_frames, std::uint32_t bufferFrameSize_frames);
   void setStreamConfiguration(platform::AudioDeviceID device, bool isInput,
@@ -91,14 +91,14 @@ class MemoryAudioHardware : public platform::AudioHardware {
   [[nodiscard]] platform::AudioDeviceID defaultOutput() const;
   void setDefaultOutput(platform::AudioDeviceID device);
 
-  // What a device's clock answers, and with which status. A device without one is not running.
+  // What a device's clock returns, and its status. A device without a clock is not running.
   void setCurrentTime(platform::AudioDeviceID device, const platform::AudioTimeStamp& time);
   void setRateScalar(platform::AudioDeviceID device, double rateScalar);
   void failCurrentTime(platform::AudioDeviceID device, platform::OSStatus status);
 
   std::vector<Call> calls;
   std::atomic<std::uint64_t> currentTimeCalls{0};
-  // Called after each successful write, with the object and its address: what hardware does then.
+  // Called after each successful write, with the object and the address. Does what hardware would.
   std::function<void(platform::AudioObjectID, const platform::AudioObjectPropertyAddress&)> onWrite;
 
   bool AudioObjectHasProperty(platform::AudioObjectID object,
@@ -117,7 +117,7 @@ class MemoryAudioHardware : public platform::AudioHardware {
                                                 std::uint32_t qualifierSize_bytes,
                                                 const void* qualifier, std::uint32_t size_bytes,
                                                 const void* data) override;
-  // Properties without that side and channel answer from the global scope, channel 0.
+  // A property without that side and channel is read from the global scope, channel 0.
   platform::OSStatus AudioDeviceGetProperty(platform::AudioDeviceID device, std::uint32_t channel,
                                             bool isInput, std::uint32_t selector,
                                             std::uint32_t* ioSize_bytes, void* outData) override;
@@ -130,7 +130,7 @@ class MemoryAudioHardware : public platform::AudioHardware {
   enum class Shape { kValue, kString, kList };
   struct Property {
     Shape shape;
-    Bytes bytes;  // of a string: its text
+    Bytes bytes;  // a string's text
   };
   struct Clock {
     platform::OSStatus status = platform::noErr;
@@ -169,7 +169,7 @@ class MemoryAudioHardware : public platform::AudioHardware {
   std::map<platform::AudioDeviceID, Clock> clocks_;
 };
 
-// The addresses that tests name most.
+// The addresses that tests use most.
 constexpr platform::AudioObjectPropertyAddress globalAddress(std::uint32_t selector) {
   return {selector, platform::kAudioObjectPropertyScopeGlobal,
           platform::kAudioObjectPropertyElementMaster};

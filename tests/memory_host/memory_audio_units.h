@@ -13,9 +13,9 @@
 
 #include "platform/audio_unit.h"
 
-// Audio units and graphs in memory. Every call is recorded in order and any one of them can be made
-// to fail; the callbacks handed in are driven by the test. Single-threaded, except the two calls
-// that audio callbacks make.
+// Audio units and graphs in memory. Every call is recorded in order, and any one can be made to
+// fail. The test calls the callbacks that the core has installed. Single-threaded, except the two
+// calls that audio callbacks make.
 
 namespace memory_host {
 
@@ -26,37 +26,38 @@ class MemoryAudioUnits : public platform::AudioUnits {
   MemoryAudioUnits();
   ~MemoryAudioUnits() override;
 
-  // One line a call, arguments in words: "AudioUnitSetProperty(input, EnableIO, input 1)". Calls
-  // from audio callbacks are not among them.
+  // One line per call, with its arguments in words: "AudioUnitSetProperty(input, EnableIO, input
+  // 1)". Without the calls of audio callbacks.
   std::vector<std::string> calls;
-  // Uses of handles that are not (or no longer) valid, and double disposals. Empty if all is well.
+  // Uses of handles that are not valid, or not any more, and double disposals. Empty if there were
+  // none.
   std::vector<std::string> misuses;
-  // The call with this number (the first is 1) fails with `failStatus`, once; 0: none. A failing
-  // search for a component finds none.
+  // The call with this number fails once, with `failStatus`. The first is 1; 0 lets none fail. A
+  // search for a component that fails finds none.
   int failCall = 0;
   platform::OSStatus failStatus = -1;
 
-  // Standalone units and graphs that are not disposed of.
+  // Standalone units and graphs that have not been disposed of.
   [[nodiscard]] std::size_t livingUnits() const { return units_.size(); }
   [[nodiscard]] std::size_t livingGraphs() const { return graphs_.size(); }
   [[nodiscard]] bool inputRunning() const;
   [[nodiscard]] bool graphRunning() const;
 
-  // What new units answer, by kind, scope and element.
+  // What new units return, by kind, scope and element.
   void setFormat(UnitKind kind, std::uint32_t scope, std::uint32_t element,
                  const platform::AudioStreamBasicDescription& format);
   void setBufferFrameSize(std::uint32_t frames) { bufferFrameSize_ = frames; }
   // The kind can no longer be found.
   void removeComponent(UnitKind kind);
-  // As it stands now: set by the core, or else what new units answer.
+  // The current value: what the core set, or else what new units return.
   [[nodiscard]] platform::AudioStreamBasicDescription format(UnitKind kind, std::uint32_t scope,
                                                              std::uint32_t element) const;
-  // The value of a 4-byte property that the core set; null when it did not.
+  // The value of a 4-byte property that the core has set; null if it has not.
   [[nodiscard]] std::optional<std::uint32_t> number(UnitKind kind, std::uint32_t property,
                                                     std::uint32_t scope,
                                                     std::uint32_t element) const;
 
-  // The callbacks that the core installed; they stay known after the units are gone.
+  // The callbacks that the core has installed. They stay known after the units are gone.
   platform::AURenderCallbackStruct inputCallback{};
   platform::AURenderCallbackStruct renderCallback{};
   // Call them as the unit would. Nothing is recorded.
@@ -65,7 +66,7 @@ class MemoryAudioUnits : public platform::AudioUnits {
   platform::OSStatus driveOutput(const platform::AudioTimeStamp& time, std::uint32_t frames,
                                  platform::AudioBufferList* list) const;
 
-  // Audio-thread side. `render` fills the list for the given moment; without one, silence.
+  // Audio threads. `render` fills the list for the given moment; without it the list is silence.
   std::function<void(const platform::AudioTimeStamp&, std::uint32_t, platform::AudioBufferList&)>
       render;
   platform::OSStatus renderStatus = platform::noErr;
@@ -79,7 +80,7 @@ class MemoryAudioUnits : public platform::AudioUnits {
     std::uint32_t offset_frames;
     friend bool operator==(const ParameterSetting&, const ParameterSetting&) = default;
   };
-  // The last one; written by the callback's thread.
+  // The last rate, written by the callback's thread.
   ParameterSetting lastParameter{};
 
   platform::AudioComponent AudioComponentFindNext(
@@ -127,7 +128,7 @@ class MemoryAudioUnits : public platform::AudioUnits {
   struct Component;
   using Place = std::tuple<UnitKind, std::uint32_t, std::uint32_t>;  // kind, scope, element
 
-  // Records the call; the status that it fails with, if it is the one to fail.
+  // Records the call. Returns the status to fail with if it is the call that fails.
   platform::OSStatus begin(std::string call);
   void misuse(std::string what) { misuses.push_back(std::move(what)); }
   Unit* known(platform::AudioUnit unit, const char* caller);

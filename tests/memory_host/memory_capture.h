@@ -11,7 +11,7 @@
 #include "platform/foundation.h"
 #include "tests/memory_host/memory_foundation.h"
 
-// Capture devices, sessions and outputs in memory. Single-threaded; a session starts, fails and
+// Capture devices, sessions and outputs in memory. Single-threaded. A session starts, fails and
 // delivers when the test says so.
 
 namespace memory_host {
@@ -65,7 +65,7 @@ class MemorySampleBuffer : public platform::SampleBuffer {
   platform::OSStatus listStatus = platform::noErr;
 };
 
-// Float, non-interleaved, `planes` one behind the other.
+// Float, non-interleaved: the `planes` one after the other.
 std::shared_ptr<MemorySampleBuffer> floatSampleBuffer(const std::vector<std::vector<float>>& planes,
                                                       double sampleRate_hz = 48000);
 
@@ -90,7 +90,7 @@ class MemoryAudioFileOutput : public platform::CaptureAudioFileOutput {
   }
   void stopRecording() override { ++stopCount; }
 
-  std::string throwOnStart;  // text of the exception, empty: none
+  std::string throwOnStart;  // text of the exception; empty means none
   std::vector<std::string> startedURLs;
   std::vector<std::string> fileTypes;
   platform::CaptureMetadata metadata;
@@ -105,9 +105,9 @@ class MemoryAudioDataOutput : public platform::CaptureAudioDataOutput {
   void setSampleBufferDelegate(
       std::weak_ptr<platform::CaptureAudioDataOutputSampleBufferDelegate> delegate,
       std::shared_ptr<platform::DispatchQueue> queue) override;
-  // Hands the block to the delegate on its queue.
+  // Passes the block to the delegate on its queue.
   void deliver(std::shared_ptr<platform::SampleBuffer> buffer);
-  // Tells it there that all were delivered, as a session does that stops.
+  // Tells the delegate there that all blocks were delivered, as a session does when it stops.
   void endDelivery();
 
   std::weak_ptr<platform::CaptureAudioDataOutputSampleBufferDelegate> delegate;
@@ -133,7 +133,7 @@ class MemoryCaptureSession : public platform::CaptureSession,
   void stopRunning() override;
   [[nodiscard]] bool isRunning() const override { return running; }
 
-  // The first samples are there: posts the did-start notification.
+  // The first samples have arrived: posts the did-start notification.
   void reportStarted();
   // Posts the runtime error and stops.
   void reportError(const std::string& error);
@@ -174,7 +174,7 @@ class MemoryCapture : public platform::Capture {
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
   std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
 
-  // Plugs a microphone in (and posts that); the first one becomes the default.
+  // Plugs a microphone in and posts that. The first one becomes the default.
   std::shared_ptr<MemoryCaptureDevice> connect(const std::string& uniqueID, const std::string& name,
                                                const std::string& manufacturer = "Maker");
   void disconnect(const std::string& uniqueID);
@@ -188,7 +188,7 @@ class MemoryCapture : public platform::Capture {
   platform::AuthorizationStatus authorization = platform::AuthorizationStatus::kAuthorized;
   std::vector<std::function<void(bool)>> pendingRequests;  // the user has not answered yet
 
-  std::string inputError;        // text when device inputs cannot be made, empty: they can
+  std::string inputError;        // why device inputs cannot be made; empty: they can
   bool refuseInput = false;      // for new sessions
   bool refuseOutput = false;     // likewise
   std::string throwOnFileStart;  // for new file outputs

@@ -12,7 +12,7 @@
 #include "suite/suite.h"
 #include "tests/memory_host/memory_application.h"
 
-// Controls in memory: they show what the core put into them and act only as a user could. A recipe
+// Controls in memory. They hold what the core puts into them and act only as a user could. A recipe
 // builds the preferences window from them. Single-threaded.
 
 namespace memory_host {
@@ -42,15 +42,15 @@ class MemoryPopUpButton : public MemoryControl<platform::PopUpButton> {
   void selectItem(std::int64_t index) override;
   [[nodiscard]] int indexOfSelectedItem() const override { return selected; }
 
-  // With "-" for a separator.
+  // A separator is "-".
   [[nodiscard]] std::vector<std::string> titles() const;
-  // The title of what is selected; empty when nothing is.
+  // The title of the selected item; empty when none is selected.
   [[nodiscard]] std::string selectedTitle() const;
 
   std::vector<Item> items;
   int selected = -1;
   int rebuilds = 0;
-  std::vector<std::int64_t> selections;  // every index given to selectItem
+  std::vector<std::int64_t> selections;  // every index that selectItem was given
 };
 
 class MemoryCheckBox : public MemoryControl<platform::CheckBox> {
@@ -87,9 +87,9 @@ class MemoryButton : public MemoryControl<platform::Button> {
   void addTrackingArea(const platform::TrackingAreaPtr& area) override { areas.push_back(area); }
   void removeTrackingArea(const platform::TrackingAreaPtr& area) override;
 
-  // The pointer comes over the middle of the button.
+  // The pointer moves over the middle of the button.
   void hover(bool windowIsKey);
-  // Whether a click presses the button. One in an inactive window first of all activates it.
+  // Whether a click presses the button. In an inactive window the first click only activates it.
   [[nodiscard]] bool clickPresses(bool windowIsActive) const;
 
   std::string text = "Link";
@@ -106,7 +106,7 @@ class MemoryOutputLocationButton : public MemoryControl<suite::OutputLocationBut
   void handleOutputLocationChanged(Completion completion) override {
     pending.push_back(std::move(completion));
   }
-  // The user is through with the folder chooser.
+  // The user has finished with the folder chooser.
   void answer(bool success, int code, const std::optional<std::string>& message,
               const platform::Dictionary& details);
 

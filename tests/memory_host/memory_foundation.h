@@ -12,7 +12,8 @@
 #include "platform/foundation.h"
 #include "tests/memory_host/timeline.h"
 
-// Settings, files, bundles and process information in memory, each failable. Single-threaded.
+// Settings, files, bundles and process information in memory. Each can be made to fail.
+// Single-threaded.
 
 namespace memory_host {
 
@@ -30,10 +31,10 @@ class MemoryUserDefaults : public platform::UserDefaults {
   bool synchronize() override;
 
   platform::Dictionary values;
-  platform::Dictionary onDisk;  // as of the last synchronize()
+  platform::Dictionary onDisk;  // as the last synchronize() left it
   // Every write and flush in order: the key, or "synchronize".
   std::vector<std::string> journal;
-  mutable std::set<std::string> requestedKeys;  // every key ever read
+  mutable std::set<std::string> requestedKeys;  // every key that was ever read
 };
 
 // Files by path. Open handles follow their file through a move, as on a real disk.
@@ -58,9 +59,9 @@ class MemoryFileManager : public platform::FileManager {
   std::map<std::string, std::shared_ptr<File>> files;
   bool failCreate = false;
   bool failOpen = false;
-  std::string failMove;    // error text of every move, empty: moves work
+  std::string failMove;    // why every move fails; empty: moves work
   std::string failRemove;  // likewise
-  // Bytes that still fit on the disk; writes beyond it fail with "No space left on device".
+  // How many bytes still fit on the disk. A write beyond that fails with "No space left on device".
   std::optional<std::size_t> freeSpace_bytes;
   // "create /a", "open /a", "write /a 12", "close /a", "move /a -> /b", "remove /b".
   std::vector<std::string> journal;
@@ -88,7 +89,7 @@ class MemoryBundle : public platform::Bundle {
       platform::Dictionary{{"ToolCapabilities", platform::Dictionary{{"Copyable", true}}}};
   std::optional<platform::Dictionary> localizedInfo = platform::Dictionary{
       {"CFBundleName", "Record Audio"}, {"CFBundleDisplayName", "Record Audio"}};
-  std::map<std::string, std::string> strings;  // translations; a missing key is its own text
+  std::map<std::string, std::string> strings;  // translations; a missing key stands for itself
   mutable std::set<std::string> requestedStrings;
 };
 
@@ -129,7 +130,7 @@ class MemoryNotificationCenter : public platform::NotificationCenter {
   std::vector<std::shared_ptr<Registration>> registrations_;
 };
 
-// UTC, ISO pattern letters y M d H m s and quoted text only; the time text is what the test says.
+// UTC. Knows only the pattern letters y M d H m s and quoted text. The test sets the time's text.
 class MemoryDateFormatter : public platform::DateFormatter {
  public:
   [[nodiscard]] std::string stringFromDate(platform::Date date,

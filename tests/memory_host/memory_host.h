@@ -14,8 +14,8 @@
 
 namespace memory_host {
 
-// A whole machine in memory. Tests reach into its public parts to arrange and to look; the core
-// gets `environment`.
+// A whole machine in memory. Tests use its public parts to arrange things and to look at them. The
+// core gets `environment`.
 class MemoryHost {
  public:
   Timeline timeline;

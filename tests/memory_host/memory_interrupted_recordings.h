@@ -8,7 +8,8 @@
 #include "platform/interrupted_recordings.h"
 #include "tests/memory_host/memory_foundation.h"
 
-// Lost recordings in memory, each step of whose recovery can be made to fail. Single-threaded.
+// Interrupted recordings in memory. Each step of their recovery can be made to fail.
+// Single-threaded.
 
 namespace memory_host {
 
@@ -19,8 +20,8 @@ class MemoryInterruptedRecordings : public platform::InterruptedRecordings {
     platform::RecordingFindings findings;
     std::string claimProblem;
     std::string finishProblem;
-    bool finishesElsewhere = false;  // than in the temporary directory
-    bool claimed = false;            // and not let go of since
+    bool finishesElsewhere = false;  // can be finished outside the temporary directory only
+    bool claimed = false;            // and not released since
     bool finished = false;
   };
 
@@ -31,7 +32,7 @@ class MemoryInterruptedRecordings : public platform::InterruptedRecordings {
   [[nodiscard]] Claim claim(const std::string& path) override;
   void yieldToOthers() override { journal.push_back("yield"); }
 
-  // A file of that name in the temporary directory, and what is to be found in it.
+  // A file of that name in the temporary directory, and what will be found in it.
   Leftover& add(const std::string& name, const platform::RecordingFindings& findings = {});
 
   std::map<std::string, Leftover> leftovers;  // by path

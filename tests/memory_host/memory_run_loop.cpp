@@ -48,8 +48,8 @@ class MemoryRunLoop::MemoryTimer : public platform::Timer {
 
   void invalidate() override {
     valid_ = false;
-    // Released outside of the firing action, which may be running right now. What it holds may
-    // invalidate this very timer while it goes.
+    // Not released while the action may be running. What the action holds may invalidate this very
+    // timer when it is released.
     if (!firing) const auto released = std::exchange(action, nullptr);
   }
   [[nodiscard]] bool isValid() const override { return valid_; }
@@ -82,7 +82,7 @@ void MemoryRunLoop::performAfterDelay(double delay_s, std::function<void()> acti
 
 bool MemoryRunLoop::runQueues() {
   bool ran = dispatch_.main->runAll();
-  // By index: an item may create a queue.
+  // By index, because an item may create a queue.
   for (std::size_t i = 0; i < dispatch_.serialQueues.size(); ++i) {
     const auto queue = dispatch_.serialQueues[i];
     if (!queue->stalled) ran = queue->runAll() || ran;

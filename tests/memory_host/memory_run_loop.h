@@ -13,8 +13,8 @@
 #include "platform/foundation.h"
 #include "platform/host_clock.h"
 
-// The in-memory host's time: a clock that moves only when told to, the run loop that lives on it,
-// and dispatch queues that run when told to. Single-threaded.
+// The in-memory host's time: a clock that moves only when told to, a run loop on that clock, and
+// dispatch queues that run only when told to. Single-threaded.
 
 namespace memory_host {
 
@@ -31,7 +31,7 @@ class MemoryClock : public platform::HostClock, public platform::WallClock {
   }
 
   std::uint64_t now_ns = 0;
-  // The clock itself counts nanoseconds whatever is said here.
+  // The clock itself always counts nanoseconds.
   platform::TimebaseInfo timebase{1, 1};
   mutable int timebaseRequests = 0;
   std::int64_t wallStart_ns = 1'715'954'607'000'000'000;  // 2024-05-17 14:03:27 UTC
@@ -43,11 +43,11 @@ class MemoryDispatchQueue : public platform::DispatchQueue {
   void async(std::function<void()> work) override { items.push_back(std::move(work)); }
   [[nodiscard]] const std::string& label() const override { return label_; }
 
-  // Runs what is queued, also what is queued meanwhile. Returns whether anything ran.
+  // Runs what is queued, and what is queued meanwhile. Returns whether anything ran.
   bool runAll();
 
   std::deque<std::function<void()>> items;
-  bool stalled = false;  // settle() passes a stalled queue by
+  bool stalled = false;  // settle() skips a stalled queue
 
  private:
   std::string label_;
@@ -58,12 +58,12 @@ class MemoryDispatch : public platform::Dispatch {
   std::shared_ptr<platform::DispatchQueue> mainQueue() override { return main; }
   std::shared_ptr<platform::DispatchQueue> createSerialQueue(const std::string& label) override;
 
-  // The newest queue of that label, or null.
+  // The newest queue with that label, or null.
   [[nodiscard]] std::shared_ptr<MemoryDispatchQueue> queue(const std::string& label) const;
 
   std::shared_ptr<MemoryDispatchQueue> main = std::make_shared<MemoryDispatchQueue>("main");
   std::vector<std::shared_ptr<MemoryDispatchQueue>> serialQueues;
-  bool hasThreads = true;  // false: the system has none to spare for another queue
+  bool hasThreads = true;  // false: there is none for another queue
 };
 
 class MemoryRunLoop : public platform::RunLoop {
@@ -76,18 +76,18 @@ class MemoryRunLoop : public platform::RunLoop {
                                     platform::TimerAction action) override;
   void performAfterDelay(double delay_s, std::function<void()> action) override;
 
-  // Between the two no timer fires, as while an alert waits. Calls nest.
+  // Between the two calls no timer fires, as while an alert is open. Calls nest.
   void hold() { ++holds_; }
   void release() { --holds_; }
 
   // Runs everything that is due now: dispatch queues (unless stalled) and timers.
   void settle();
-  // Moves the clock on, firing every timer at its own time on the way.
+  // Moves the clock forward and fires every timer at its own time on the way.
   void advance(double seconds);
   [[nodiscard]] std::size_t timerCount() const;
-  // The interval of every timer that is scheduled, earliest due first.
+  // The interval of every scheduled timer, the earliest due first.
   [[nodiscard]] std::vector<double> scheduledIntervals_s() const;
-  // Lets go of every timer and queued item, as the end of the process does.
+  // Releases every timer and queued item, as the end of the process does.
   void clear();
 
  private:

@@ -32,7 +32,7 @@ class MemoryClientProvider : public suite::ToolDataClientProvider {
   Timeline& timeline_;
 };
 
-// The whole suite: records what the tool tells it.
+// The whole suite. It records what the tool tells it.
 class MemorySuite : public suite::KorvelCommon,
                     public suite::CEP,
                     public suite::LocationManager,
@@ -57,7 +57,7 @@ class MemorySuite : public suite::KorvelCommon,
                      const std::vector<suite::LogArgument>& arguments) override;
   [[nodiscard]] bool VKIsExtendedLoggingOn() const override { return extendedLogging; }
 
-  // The names of the events logged, in order.
+  // The names of the logged events, in order.
   [[nodiscard]] std::vector<std::string> eventNames() const;
 
   std::optional<std::string> location = "/out";

@@ -7,7 +7,7 @@
 
 namespace memory_host {
 
-// What several parts of one in-memory machine were asked to do, in the order in which it happened.
+// What several parts of one in-memory machine were asked to do, in order.
 class Timeline {
  public:
   void add(std::string entry) { entries.push_back(std::move(entry)); }

@@ -154,7 +154,7 @@ TEST_P(FailingDiskTest, DiskTakenOutOfTheFoldersIsWrittenOnAndTheRecordingIsSave
   waitSeconds(1.0);
   const std::string saved = run({"--stop"}).output;
   EXPECT_EQ(saved, onlyFileIn(musicFolder()) + "\n");
-  EXPECT_THAT(log(), HasSubstr("or its disk was taken away. It was saved all the same"));
+  EXPECT_THAT(log(), HasSubstr("or its disk was taken away. It was still saved"));
   EXPECT_TRUE(endsAtOnce(*tool));
   expectPlays(onlyFileIn(musicFolder()), 1.7);
 }

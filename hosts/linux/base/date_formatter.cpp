@@ -149,7 +149,7 @@ std::string byIcu(platform::Date date, UDateFormatStyle timeStyle, const std::u1
   const Icu& library = icu();
   if (!library.complete()) return {};
   const std::string text = formatted(library, date, timeStyle, pattern, local);
-  // An m4a has its title from the start on; the whole recording would carry ICU along for it.
+  // An m4a gets its title at the start; otherwise ICU would stay in memory for the whole recording.
   releaseLibraryPages("libicu");
   return text;
 }

@@ -7,8 +7,9 @@
 
 namespace linux_host {
 
-// Formats dates with ICU, which is opened when the first date is formatted, and is in memory only
-// while one is: it is large. Without ICU the date is formatted as in the C locale.
+// Formats dates with ICU, which is large. It is opened when the first date is formatted, and stays
+// in memory only while a date is being formatted. Without ICU the date is formatted as in the C
+// locale.
 //
 // The locale comes from LC_ALL, LC_TIME or LANG, the time zone from TZ or the system, both at the
 // time of the call.

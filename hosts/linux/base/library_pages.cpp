@@ -10,13 +10,13 @@
 namespace linux_host {
 namespace {
 
-// Only whole pages: one that two segments share may have been changed.
+// Only complete pages: a page that two segments share may have been changed.
 void releaseWithin(std::uintptr_t begin, std::uintptr_t end) {
   const auto page_bytes = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
   const std::uintptr_t first = (begin + page_bytes - 1) / page_bytes * page_bytes;
   const std::uintptr_t last = end / page_bytes * page_bytes;
   if (first >= last) return;
-  // A failure costs memory and nothing else.
+  // A failure only costs memory.
   static_cast<void>(madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED));
 }
 

@@ -13,7 +13,7 @@
 namespace linux_host {
 namespace {
 
-// Some file systems have nothing to flush, and say so.
+// Some file systems have nothing to flush and report that as an error.
 bool isFailure(int error) {
   return error != EINVAL && error != EROFS && error != ENOSYS && error != ENOTSUP;
 }
@@ -51,7 +51,7 @@ void BackgroundFlush::begin(int fd, OnError onError) {
       run(*state, ownFd, flush, interval, onError);
     }).detach();
   } catch (const std::system_error&) {
-    // Without a thread to spare the system flushes in its own time.
+    // If no thread can be started, the system flushes at its own pace.
     --state_->underWay;
     close(ownFd);
   }
@@ -62,7 +62,7 @@ void BackgroundFlush::run(State& state, int fd, Flush flush, std::chrono::millis
   const Clock::time_point began = Clock::now();
   int error = flush(fd) == 0 ? 0 : errno;
   if (!isFailure(error)) error = 0;
-  // What close() says of a late error is what the flush has said.
+  // A late error of close() has already been reported by the flush.
   close(fd);
   if (error != 0 && onError) onError(error);
   const Clock::time_point ended = Clock::now();

@@ -8,34 +8,34 @@
 
 namespace linux_host {
 
-// Brings what is written to a file to its disk, on threads of its own. Else the system keeps it in
-// memory for half a minute, and a power cut or a disk that is pulled out takes it away. Also, a
-// disk or server that accepts bytes and fails later is known of while the recording can still say
-// so. Any thread, except audio callbacks.
+// Flushes written data to the disk, on separate threads. Otherwise the system keeps it in memory
+// for half a minute, and a power cut or pulling out the disk loses it. Flushing also reveals a disk
+// or server that accepts bytes and fails later, while the recording can still report it. Any
+// thread, except audio callbacks.
 //
-// A flush may take seconds on a disk that is busy and well, so nobody waits for one, and it is not
-// counted among the calls of FileCalls. One that hangs stays behind and uses nothing but its own.
+// A flush may take seconds on a healthy but busy disk, so nothing waits for it, and it is not
+// counted in FileCalls. A flush that hangs is abandoned; it uses only its own data.
 class BackgroundFlush {
  public:
-  // As much as a recording may lack at its end.
+  // How much a recording may lack at its end.
   static constexpr std::chrono::milliseconds kInterval{1000};
-  // A flush holds up who writes at the same time, on some file systems. So as much is left between
-  // two as this many times what the last one took.
+  // On some file systems a flush holds up concurrent writes. So the pause between two flushes is
+  // this many times the duration of the last one.
   static constexpr int kPauseFactor = 4;
 
-  // What brings the bytes of a descriptor to the disk: 0, or -1 with errno set.
+  // A function that flushes a descriptor: returns 0, or -1 with errno set.
   using Flush = int (*)(int fd);
 
   using OnError = std::function<void(int error)>;
 
   explicit BackgroundFlush(Flush flush = nullptr, std::chrono::milliseconds interval = kInterval);
 
-  // To be called after each write: begins a flush when the last one is over and long enough ago.
+  // Call after each write: starts a flush if the last one ended long enough ago.
   void nowAndThen(int fd);
-  // Begins one in any case. The descriptor may be closed afterwards. `onError` is called on the
-  // flush's thread, with the errno of one that failed.
+  // Always starts a flush. The descriptor may be closed afterwards. If the flush fails, `onError`
+  // is called on its thread with the errno.
   void now(int fd, OnError onError = nullptr);
-  // The errno of a flush that failed, once; 0 when none has.
+  // Returns the errno of a failed flush once; 0 when none has failed.
   int takeError();
 
  private:

@@ -4,7 +4,8 @@
 namespace linux_host {
 namespace {
 
-// Time is counted in steps: a process that was stopped for an hour has not waited for an hour.
+// Waits in steps and counts them: a process that was stopped for an hour has not waited for an
+// hour.
 constexpr std::chrono::milliseconds kWaitStep{100};
 
 }  // namespace
@@ -68,7 +69,7 @@ std::string noAnswerText(std::string_view doing, const std::string& path) {
   std::string text = "Cannot ";
   text.append(doing).append(" ").append(path);
   return text.append(
-      ": the disk or network folder does not answer. Look whether it is connected and switched "
+      ": the disk or network folder does not answer. Check whether it is connected and switched "
       "on.");
 }
 

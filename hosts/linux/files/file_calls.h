@@ -16,19 +16,19 @@
 #include <thread>
 #include <utility>
 
-// A network folder that hangs, or a disk that has stopped, holds every call to it for as long as it
-// likes. Here is known which calls are under way, and here calls are made whose caller cannot wait
-// that long.
+// A network folder that hangs, or a disk that has stopped, can block every call indefinitely. This
+// file keeps track of the pending calls, and makes calls for callers that cannot wait that long.
 
 namespace linux_host {
 
-// The calls to the file system of one owner. Any thread, except audio callbacks. Owned by shared
-// pointers, as calls that nobody waits for any more go on.
+// The file system calls of one owner. Any thread, except audio callbacks. Owned by shared pointers,
+// because abandoned calls go on.
 class FileCalls : public std::enable_shared_from_this<FileCalls> {
  public:
-  // The longest that the caller of within() waits for a call that makes no progress.
+  // How long the caller of within() waits for a call that makes no progress.
   static constexpr std::chrono::milliseconds kPatience{5000};
-  // The same while another call has been held for longer than this: they have the same reason.
+  // The same while another call has been blocked for longer than this, because the reason is the
+  // same.
   static constexpr std::chrono::milliseconds kShortPatience{500};
 
   enum class Kind {
@@ -36,7 +36,7 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
     kContent,  // of an open file's bytes
   };
 
-  // One call, or a few that belong together, from its making to its end.
+  // One call, or a few that belong together, from construction to destruction.
   class Call {
    public:
     Call(FileCalls& owner, const std::string& path, Kind kind = Kind::kName)
@@ -51,18 +51,18 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   };
 
   struct UnderWay {
-    std::uint64_t number;  // no other call ever has it
+    std::uint64_t number;  // unique
     std::string path;
   };
-  // The call of that kind that has been under way the longest.
+  // The call of that kind that has been pending the longest.
   [[nodiscard]] std::optional<UnderWay> oldest(Kind kind) const;
   // Grows with each call that ends.
   [[nodiscard]] std::uint64_t progress() const;
 
-  // Does `work` on a thread of its own and returns what it returns, or null when for kPatience no
-  // call has ended. `work` then goes on alone and must own all that it uses; *isGivenUp becomes
-  // true, for it to look at, if that is given. Without a thread to spare the caller does it, for as
-  // long as it takes.
+  // Runs `work` on a separate thread and returns its result, or null when no call has ended for
+  // kPatience. `work` then goes on alone, so it must own everything that it uses; it can check
+  // *isGivenUp, if given, which becomes true. If no thread can be started, the caller runs `work`
+  // itself, for as long as it takes.
   template <typename Work>
   auto within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp = nullptr)
       -> std::optional<decltype(work())>;
@@ -78,7 +78,7 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   std::uint64_t begin(const std::string& path, Kind kind);
   void end(std::uint64_t number);
   [[nodiscard]] std::chrono::milliseconds patience() const;
-  // Waits until `isDone`, which is guarded by `mutex`, or until patience has run out.
+  // Waits until `isDone`, which is guarded by `mutex`, or until kPatience runs out.
   bool awaitProgress(std::unique_lock<std::mutex>& lock, std::condition_variable& changed,
                      const bool& isDone) const;
 
@@ -87,18 +87,18 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   std::uint64_t begun_ = 0;                  // guarded by mutex_
 };
 
-// Tells a file that cannot be written any more from one that waits a little. Looks are counted
-// rather than time: a process that was stopped for an hour has waited for none. One thread at a
-// time.
+// Distinguishes a file that can no longer be written from one whose write is merely slow. Counts
+// checks rather than time, because a process that was stopped for an hour has not waited for an
+// hour. One thread at a time.
 class StallDetector {
  public:
   static constexpr int kLooks = 5;
 
-  // The calls outlive the detector.
+  // `calls` outlives the detector.
   explicit StallDetector(const FileCalls& calls) : calls_(calls) {}
 
-  // To be called at even intervals: the path of a file of which the same call has been under way at
-  // this look and at kLooks before it.
+  // Call at regular intervals. Returns the path of a file whose same call has been pending at this
+  // check and at the kLooks checks before it.
   std::optional<std::string> look();
 
  private:
@@ -107,7 +107,7 @@ class StallDetector {
   int looks_ = 0;
 };
 
-// "Cannot <doing> <path>: …", of a call that did not come back.
+// "Cannot <doing> <path>: …", for a call that did not return.
 std::string noAnswerText(std::string_view doing, const std::string& path);
 
 template <typename Work>
@@ -115,7 +115,7 @@ auto FileCalls::within(Work work, const std::shared_ptr<std::atomic<bool>>& isGi
     -> std::optional<decltype(work())> {
   struct Shared {
     explicit Shared(Work toDo) : work(std::move(toDo)) {}
-    Work work;  // of the one thread that does it
+    Work work;  // used only by the thread that runs it
     std::mutex mutex;
     std::condition_variable changed;
     bool isDone = false;                     // guarded by mutex

@@ -14,17 +14,18 @@
 namespace linux_host {
 namespace {
 
-// Where temporary files lie others can look; moving the file opens it to them.
+// Others can read the temporary folder; moving the file opens it to them.
 constexpr mode_t kNewFileMode = 0600;
 constexpr const char* kTemporaryDirectory = "/var/tmp";
 
-// Nobody else can take away what lies in the folder: it is this user's or the system's, or only
-// owners may remove files from it. Another user's, as `su` leaves it in the environment, is not.
+// Whether nobody else can remove files from the folder: it belongs to this user or the system, or
+// only owners may remove their files. Another user's folder, which `su` leaves in the environment,
+// is not safe.
 bool isSafeFromOthers(const struct stat& folder) {
   return folder.st_uid == geteuid() || folder.st_uid == 0 || (folder.st_mode & S_ISVTX) != 0;
 }
 
-// Of a call that failed, or did not come back.
+// For a call that failed or did not return.
 std::string failure(std::string_view doing, const std::string& path, std::optional<int> error) {
   return error ? errorText(doing, path, *error) : noAnswerText(doing, path);
 }
@@ -79,7 +80,7 @@ bool LinuxFileManager::createFile(const std::string& path) {
     return fd < 0 ? fd : close(fd);
   });
   if (error && *error == 0) return true;
-  logMessage(LogLevel::kError, failure("make the file", path, error));
+  logMessage(LogLevel::kError, failure("create the file", path, error));
   return false;
 }
 

@@ -11,32 +11,33 @@
 
 namespace linux_host {
 
-// Files of the real machine. Recordings and all else that is written while it may move go through
-// openFiles(). Where a disk or a network folder does not answer, every call fails after
-// FileCalls::kPatience; a file is then said not to exist.
+// The real machine's files. Recordings and other files that may be moved while they are written go
+// through openFiles(). If a disk or a network folder does not answer, every call fails after
+// FileCalls::kPatience; a file then counts as missing.
 class LinuxFileManager : public platform::FileManager {
  public:
   [[nodiscard]] bool fileExists(const std::string& path) const override;
-  // Readable by its owner alone; a symbolic link at the path is refused.
+  // Readable only by its owner; a symbolic link at the path is refused.
   bool createFile(const std::string& path) override;
   [[nodiscard]] std::unique_ptr<platform::FileHandle> fileHandleForUpdating(
       const std::string& path) override;
   [[nodiscard]] std::string moveItem(const std::string& from, const std::string& to) override;
   std::string removeItem(const std::string& path) override;
-  // $TMPDIR if it is the absolute path of a folder that can be written and is no other user's, else
-  // /var/tmp; the log then says why.
+  // $TMPDIR if it is the absolute path of a writable folder that does not belong to another user.
+  // Otherwise /var/tmp, and the log says why.
   [[nodiscard]] std::string temporaryDirectory() const override;
 
   [[nodiscard]] OpenFiles& openFiles() { return openFiles_; }
 
  private:
-  // errno of what `work` does with the path, 0 when it returned 0, null when it did not return.
+  // Calls `work` with the path. Returns its errno, 0 when it returned 0, null when it did not
+  // return.
   std::optional<int> call(const std::string& path, int (*work)(const char*)) const;
 
   [[nodiscard]] bool isUsableForTemporaryFiles(const std::string& folder) const;
 
   OpenFiles openFiles_;
-  // Of the last look; guarded by temporaryMutex_.
+  // From the last check; guarded by temporaryMutex_.
   mutable std::string chosenTemporaryDirectory_;
   mutable std::string usableTemporaryDirectory_;
   mutable std::mutex temporaryMutex_;

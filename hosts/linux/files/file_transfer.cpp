@@ -16,7 +16,7 @@
 namespace linux_host {
 namespace {
 
-// So little that the slowest of sticks has taken it long before it is taken for one that hangs.
+// Small enough that even the slowest USB stick takes it long before it counts as hanging.
 constexpr off_t kStep_bytes = off_t{4} << 20;
 constexpr mode_t kPermissions = 0777;
 
@@ -24,8 +24,8 @@ bool hasNoSuchCall(int error) {
   return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM;
 }
 
-// For file systems without RENAME_NOREPLACE: the name is first taken in one step, by a hard link
-// or, where there are none, by an empty file.
+// For file systems without RENAME_NOREPLACE: first takes the name in one step, with a hard link, or
+// with an empty file where there are no links.
 int renameByReservation(const char* from, const char* to) {
   if (link(from, to) == 0) {
     if (unlink(from) == 0) return 0;
@@ -55,8 +55,8 @@ int writeAll(int fd, const std::byte* data, std::size_t size_bytes, off_t offset
   return 0;
 }
 
-// By way of this process; works between any two file systems. Adds to *copied_bytes, and ends where
-// the source does.
+// Copies through this process, which works between any two file systems. Adds to *copied_bytes, and
+// ends where the source does.
 int copyByHand(int source, int target, off_t end_bytes, off_t* copied_bytes) {
   std::vector<std::byte> buffer(static_cast<std::size_t>(end_bytes - *copied_bytes));
   while (*copied_bytes < end_bytes) {
@@ -80,7 +80,7 @@ int copyUpTo(int source, int target, off_t end_bytes, off_t* copied_bytes) {
     const ssize_t count = copy_file_range(source, &from_bytes, target, copied_bytes,
                                           static_cast<std::size_t>(end_bytes - from_bytes), 0);
     if (count < 0 && errno == EINTR) continue;
-    // Kernels differ in which pairs of file systems they copy between, and in how they refuse.
+    // Kernels differ in the pairs of file systems between which they copy, and in how they refuse.
     if (count == 0 || (count < 0 && (hasNoSuchCall(errno) || errno == EXDEV))) {
       return copyByHand(source, target, end_bytes, copied_bytes);
     }
@@ -110,7 +110,7 @@ HiddenCopy::~HiddenCopy() {
 }
 
 int HiddenCopy::create(int sourceFd) {
-  // Said before the bytes are copied in vain; the renaming at the end is what decides.
+  // An early check, so as not to copy in vain; the rename at the end decides.
   if (access(to_.c_str(), F_OK) == 0) return EEXIST;
   std::string name = std::filesystem::path(to_).parent_path().string() + "/.record-audio-XXXXXX";
   fd_ = mkostemp(name.data(), O_CLOEXEC);
@@ -118,7 +118,7 @@ int HiddenCopy::create(int sourceFd) {
   hidden_ = name;
   struct stat status {};
   if (fstat(sourceFd, &status) != 0) return errno;
-  // Some file systems know no permissions and refuse; the copy then has theirs.
+  // File systems without permissions refuse this; the copy then has their defaults.
   [[maybe_unused]] const int changed = fchmod(fd_, status.st_mode & kPermissions);
   return 0;
 }
@@ -153,7 +153,7 @@ int HiddenCopy::publish(std::uint64_t size_bytes, int* copyFd) {
   if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
   struct stat status {};
   if (fstat(fd_, &status) != 0) return errno;
-  // Somebody else has cut the source short.
+  // Another program has truncated the source.
   if (status.st_size != static_cast<off_t>(size_bytes)) return EIO;
   if (const int error = renameWithoutReplacing(hidden_, to_)) return error;
   hidden_.clear();

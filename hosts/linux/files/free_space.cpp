@@ -15,12 +15,12 @@ namespace linux_host {
 
 std::optional<std::uint64_t> freeSpace_bytes(const std::string& folder) {
   struct statvfs space {};
-  // A file system without a size does not say what is free.
+  // A file system without a size does not report free space.
   if (statvfs(folder.c_str(), &space) != 0 || space.f_blocks == 0) return std::nullopt;
   return std::uint64_t{space.f_bavail} * space.f_frsize;
 }
 
-// Outlives the FreeSpace as long as a thread is held in a folder.
+// Outlives the FreeSpace while a thread is stuck in a folder.
 struct FreeSpace::Looks {
   Looks(Measure toAsk, std::chrono::milliseconds pause) : measure(std::move(toAsk)), look(pause) {}
 
@@ -43,7 +43,7 @@ void FreeSpace::begin(const std::vector<std::string>& folders) {
       std::thread([looks = looks_, folder] { run(looks, folder); }).detach();
     }
   } catch (const std::system_error&) {
-    // A disk that fills up all the same is told of by the error of the write.
+    // If the disk fills up nevertheless, the failed write reports it.
   }
 }
 

@@ -11,29 +11,29 @@
 
 namespace linux_host {
 
-// What a user may still write to the file system of the folder, bytes; null when it cannot be told.
-// Waits where a network folder hangs. Any thread.
+// The free space for the user in the folder's file system, bytes; null when unknown. Blocks while a
+// network folder hangs. Any thread.
 std::optional<std::uint64_t> freeSpace_bytes(const std::string& folder);
 
-// Looks now and then whether folders run out of room, each on a thread of its own, as a network
-// folder that hangs may hold it for ever. One thread at a time; no call waits.
+// Periodically checks whether folders run out of space, each on a separate thread, because a
+// network folder that hangs may block it forever. One thread at a time; no call waits.
 class FreeSpace {
  public:
   static constexpr std::uint64_t kLow_bytes = 100'000'000;
   static constexpr std::chrono::milliseconds kLook{3000};
 
   using Measure = std::function<std::optional<std::uint64_t>(const std::string& folder)>;
-  // `measure` is called on the threads, and may still be after the end.
+  // `measure` is called on those threads, possibly even after the destructor.
   explicit FreeSpace(Measure measure = freeSpace_bytes, std::chrono::milliseconds look = kLook);
   ~FreeSpace() { end(); }
   FreeSpace(const FreeSpace&) = delete;
   FreeSpace& operator=(const FreeSpace&) = delete;
 
-  // Looks at once and then every `look`, at these folders instead of earlier ones.
+  // Checks these folders, instead of earlier ones, at once and then every `look`.
   void begin(const std::vector<std::string>& folders);
   void end();
-  // Less than kLow_bytes were free in one of the folders when last looked; false before the first
-  // look and after end().
+  // Whether less than kLow_bytes were free in one of the folders at the last check; false before
+  // the first check and after end().
   [[nodiscard]] bool isLow() const;
 
  private:
@@ -42,7 +42,7 @@ class FreeSpace {
 
   const Measure measure_;
   const std::chrono::milliseconds look_;
-  std::shared_ptr<Looks> looks_;  // null while nobody looks
+  std::shared_ptr<Looks> looks_;  // null while not checking
 };
 
 }  // namespace linux_host

@@ -20,8 +20,8 @@
 namespace linux_host {
 namespace {
 
-// What others may do with a recording, its folder and the umask decide; until it lies there it is
-// nobody else's.
+// The output folder and the umask decide who may read a recording. Until it is there, only its
+// owner may.
 constexpr mode_t kUnfinishedMode = 0600;
 constexpr mode_t kFinishedMode = 0666;
 
@@ -32,7 +32,8 @@ std::string normal(const std::string& path) {
   return std::filesystem::path(path).lexically_normal().string();
 }
 
-// umask() itself can only be read by changing it, for every thread. 077 where it is not told.
+// umask() can only read the mask by changing it for all threads. Returns 077 where the mask is
+// unknown.
 mode_t currentUmask() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -43,7 +44,7 @@ mode_t currentUmask() {
   return 0077;
 }
 
-// Some file systems know no permissions and refuse; the file then has theirs.
+// File systems without permissions refuse this; the file then has their defaults.
 void openToOthersByUmask(const std::string& path) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return;
@@ -65,7 +66,7 @@ int duplicateOf(int fd) {
   return fd < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
 }
 
-// What OpenFiles::claim() asks of an open file. On success it is locked.
+// The checks of OpenFiles::claim() on an open file. On success it is locked.
 bool lockLostFile(int fd, const std::string& path, std::uint64_t* size_bytes, std::string* error) {
   struct stat status {};
   if (fstat(fd, &status) != 0) {
@@ -74,18 +75,18 @@ bool lockLostFile(int fd, const std::string& path, std::uint64_t* size_bytes, st
   }
   if (status.st_uid != geteuid()) return false;
   if (!S_ISREG(status.st_mode) || status.st_nlink != 1) {
-    *error = path + " is left alone: it is " +
-             (S_ISREG(status.st_mode) ? "known under another name too" : "not an ordinary file") +
-             ". Look what it is, and move it away yourself.";
+    *error = path + " is left alone: it " +
+             (S_ISREG(status.st_mode) ? "also has another name" : "is not an ordinary file") +
+             ". Examine it, and move it away yourself.";
     return false;
   }
-  // It may be one that its writer has not had the time to lock.
+  // Its writer may not have had the time to lock it.
   if (status.st_size == 0) return false;
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK) *error = errorText("lock", path, errno);
     return false;
   }
-  // Whoever had the lock before may have moved the file away.
+  // The previous holder of the lock may have moved the file away.
   struct stat now {};
   if (lstat(path.c_str(), &now) != 0 || !isSameFile(status, now)) return false;
   if (fstat(fd, &status) != 0) return false;
@@ -105,7 +106,7 @@ int openFlags(OpenFiles::Mode mode) {
   return 0;
 }
 
-// What opening a file has come to. Closes what nobody has taken.
+// The result of opening a file. Closes the descriptor unless it was taken.
 struct Opened {
   Opened() = default;
   ~Opened() {
@@ -135,7 +136,7 @@ Opened openAndLock(const std::string& path, int flags) {
   Opened opened =
       openedAs(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode));
   if (opened.error != 0) return opened;
-  // Only who looks for lost files cares; where there are no locks he finds out himself.
+  // Only a search for lost files needs the lock; it notices by itself where locks do not work.
   [[maybe_unused]] const int locked = flock(opened.fd, LOCK_EX | LOCK_NB);
   return opened;
 }
@@ -193,10 +194,10 @@ std::string OpenFile::close() {
   const int lateError = flush_.takeError();
   if (isWritten_) {
     flush_.now(fd_, [path = path_](int error) {
-      logMessage(LogLevel::kError, errorText("bring to its disk the end of", path, error));
+      logMessage(LogLevel::kError, errorText("flush the end of", path, error));
     });
   }
-  // The descriptor is gone whatever close() says; what it says is a late error of a write.
+  // The descriptor is gone whatever close() returns; its error is a late error of a write.
   const int error = ::close(fd_) == 0 || errno == EINTR ? 0 : errno;
   fd_ = -1;
   return failure(lateError != 0 ? lateError : error);
@@ -328,8 +329,8 @@ std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
       if (auto file = weak.lock()) alive.push_back(std::move(file));
     }
   }
-  // Asked without the registry's lock: a file that is being copied answers late. Those not meant
-  // are released here, and their destructors take the registry's lock.
+  // Without the registry's lock: a file that is being copied answers late. The other files are
+  // released here, and their destructors take the registry's lock.
   for (const auto& file : alive) {
     if (file->isOpenAt(path)) return file;
   }
@@ -353,7 +354,7 @@ std::string OpenFiles::move(const std::string& from, const std::string& to) {
 std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
                                const GivenUp& isGivenUp) {
   const auto file = find(normal(from));
-  // Without the file's lock: its writer does not wait for a folder that hangs.
+  // Without the file's lock: its writer must not wait for a folder that hangs.
   int error = [&] {
     const FileCalls::Call underWay(*calls_, to);
     return renameWithoutReplacing(from, to);
@@ -386,7 +387,7 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
   }
   HiddenCopy copy(to, *calls_, isGivenUp);
   int error = copy.create(source.fd);
-  // Nearly all of it while the writer goes on; it waits for the rest.
+  // Copies nearly everything while the writer goes on; it waits only for the rest.
   if (error == 0) error = copy.copy(source.fd, 0, source.size_bytes);
   if (error != 0) return error;
 
@@ -408,14 +409,14 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
     std::swap(file->fd_, copyFd);
     file->path_ = normal(to);
     file->hasMoved_ = true;
-    file->flush_ = BackgroundFlush();  // whatever becomes of the old file's
+    file->flush_ = BackgroundFlush();  // without the old file's state
   }
-  // The old file keeps its lock until its name is gone, so that nobody takes it for a lost one.
+  // The old file keeps its lock until its name is gone, so that no program takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
     logMessage(LogLevel::kWarning,
                errno == ENOENT ? from +
                                      " was removed while it was written, or its disk was taken "
-                                     "away. It was saved all the same, to " +
+                                     "away. It was still saved, to " +
                                      to
                                : errorText("remove", from, errno) + " It was copied to " + to);
   }

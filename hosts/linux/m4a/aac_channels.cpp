@@ -12,13 +12,13 @@ using enum Speaker;
 using Layout = std::vector<Speaker>;
 
 constexpr std::uint32_t kMostChannels = 8;
-// The same loudness from two speakers as from one.
+// Makes two speakers as loud as one.
 constexpr float kInTheMiddle = 0.70710678F;
 
 constexpr std::array<std::uint32_t, 13> kRates_hz{96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                                   22050, 16000, 12000, 11025, 8000,  7350};
 
-// The smaller first; of equal ones first those that AAC names with a plain number.
+// Smaller ones first; among equal ones, first those that AAC describes with a plain number.
 const std::array<Layout, 9>& namedLayouts() {
   static const std::array<Layout, 9> layouts{
       Layout{kFrontCenter},
@@ -61,11 +61,11 @@ Layout withSidesAtTheBack(std::span<const Speaker> speakers) {
 }
 
 struct Placing {
-  std::vector<std::uint32_t> places;     // of each channel of the source
-  std::vector<std::uint32_t> elsewhere;  // the channels that have not their own position
+  std::vector<std::uint32_t> places;     // for each channel of the source
+  std::vector<std::uint32_t> elsewhere;  // the channels without their own position
 };
 
-// Null when the layout does not hold them all.
+// Null when the layout does not have room for all channels.
 std::optional<Placing> place(const Layout& speakers, const Layout& layout) {
   constexpr std::uint32_t kNoPlace = UINT32_MAX;
   Placing placing{std::vector<std::uint32_t>(speakers.size(), kNoPlace), {}};
@@ -94,10 +94,10 @@ AacChannels inLayout(const Layout& layout, const Placing& placing) {
   for (std::uint32_t channel = 0; channel < placing.places.size(); ++channel) {
     channels.routes.push_back({channel, placing.places[channel], 1.0F});
   }
-  // Of one or two inputs everybody expects it.
+  // With one or two inputs this is what everybody expects.
   if (placing.elsewhere.empty() || layout.size() <= 2) return channels;
   channels.remark =
-      "AAC has no place of their own for some channels of the sound source. In the "
+      "AAC has no position for some channels of the sound source. In the "
       "file";
   const char* before = " ";
   for (const std::uint32_t channel : placing.elsewhere) {
@@ -137,7 +137,7 @@ AacChannels mixedDown(std::span<const Speaker> speakers) {
     }
   }
   channels.remark = "The sound source has " + std::to_string(speakers.size()) +
-                    " channels, more than an m4a can keep apart; they are mixed down to stereo.";
+                    " channels, more than an m4a can keep separate; they are mixed down to stereo.";
   return channels;
 }
 

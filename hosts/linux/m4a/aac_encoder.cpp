@@ -13,7 +13,7 @@ namespace linux_host {
 
 namespace {
 
-// Of a set of speakers, as libav knows it.
+// libav's layout for a set of speakers.
 AVChannelLayout libavLayout(const std::vector<Speaker>& speakers) {
   constexpr std::array<AVChannel, 9> kChannels{
       AV_CHAN_FRONT_LEFT,    AV_CHAN_FRONT_RIGHT, AV_CHAN_FRONT_CENTER,
@@ -28,8 +28,8 @@ AVChannelLayout libavLayout(const std::vector<Speaker>& speakers) {
   return layout;
 }
 
-// The encoder refuses a whole packet for one value that is not finite, and such values must not
-// spoil their neighbours; beyond 24 dB over full scale nothing is sound any more.
+// The encoder refuses a whole packet because of one value that is not finite, and such values must
+// not spoil their neighbours. Values more than 24 dB over full scale are not sound.
 float clean(float sample) {
   constexpr float kLimit = 16.0F;
   const float bounded = std::min(std::max(sample, -kLimit), kLimit);
@@ -67,13 +67,13 @@ std::string AacEncoder::openCodec(const AVCodec& aac, const AacChannels& channel
   codec_.reset(avcodec_alloc_context3(&aac));
   frame_.reset(av_frame_alloc());
   packet_.reset(av_packet_alloc());
-  if (!codec_ || !frame_ || !packet_) return "There is no memory left for the AAC encoder.";
+  if (!codec_ || !frame_ || !packet_) return "There is not enough memory for the AAC encoder.";
   codec_->sample_rate = static_cast<int>(sampleRate_hz);
   codec_->sample_fmt = AV_SAMPLE_FMT_FLTP;
   codec_->ch_layout = layout;
   codec_->bit_rate = bitrate_bps;
   codec_->time_base = {1, codec_->sample_rate};
-  codec_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;  // MP4 keeps the codec's set-up in its index
+  codec_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;  // MP4 keeps the codec's configuration in its index
   codec_->thread_count = 1;
   if (const int code = avcodec_open2(codec_.get(), &aac, nullptr); code < 0) {
     return "The AAC encoder does not take " + std::to_string(layout.nb_channels) + " channels at " +
@@ -85,7 +85,7 @@ std::string AacEncoder::openCodec(const AVCodec& aac, const AacChannels& channel
   frame_->sample_rate = codec_->sample_rate;
   frame_->nb_samples = codec_->frame_size;
   if (av_frame_get_buffer(frame_.get(), 0) < 0)
-    return "There is no memory left for the AAC encoder.";
+    return "There is not enough memory for the AAC encoder.";
   return "";
 }
 
@@ -110,7 +110,7 @@ std::string AacEncoder::fill(std::uint32_t frames, const Write& write,
   std::uint32_t taken = 0;
   while (taken < frames) {
     if (av_frame_make_writable(frame_.get()) < 0) {
-      return "There is no memory left for the AAC encoder.";
+      return "There is not enough memory for the AAC encoder.";
     }
     const std::uint32_t now =
         std::min(frames - taken, static_cast<std::uint32_t>(codec_->frame_size - filled_frames_));
@@ -178,7 +178,7 @@ std::string AacEncoder::flush(const PacketHandler& handle) {
   return send(nullptr, handle);
 }
 
-// `frame` null: the end.
+// A null `frame` means the end.
 std::string AacEncoder::send(AVFrame* frame, const PacketHandler& handle) {
   if (frame) {
     frame->pts = static_cast<std::int64_t>(frames_);

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-// The bytes of MP4 boxes: big-endian numbers, boxes within boxes.
+// The bytes of MP4 boxes: big-endian numbers, nested boxes.
 
 namespace linux_host {
 
@@ -34,7 +34,7 @@ class BoxBuilder {
   void zeros(std::size_t count_bytes) { bytes_.resize(bytes_.size() + count_bytes); }
   void raw(Bytes data) { bytes_.insert(bytes_.end(), data.begin(), data.end()); }
 
-  // A box of what `fill` writes; below 4 GiB.
+  // A box with the content that `fill` writes; smaller than 4 GiB.
   template <typename Fill>
   void box(std::uint32_t type, Fill&& fill) {
     const std::size_t start = bytes_.size();
@@ -64,7 +64,7 @@ class BoxBuilder {
   std::vector<std::byte> bytes_;
 };
 
-// Reads from bytes that may hold anything. Reading past the end gives zeros and makes ok() false.
+// Reads from arbitrary bytes. Reading past the end gives zeros and makes ok() false.
 class BoxReader {
  public:
   explicit BoxReader(Bytes bytes) : rest_(bytes) {}
@@ -105,11 +105,11 @@ class BoxReader {
 struct Box {
   std::uint32_t type = 0;
   Bytes all;      // with its header
-  Bytes payload;  // without
+  Bytes payload;  // without its header
 };
 
-// The box at the beginning of `bytes`; null when it is not whole. Boxes inside an index always have
-// 32-bit sizes.
+// The box at the beginning of `bytes`; null when it is incomplete. Boxes inside an index always
+// have 32-bit sizes.
 inline std::optional<Box> firstBox(Bytes bytes) {
   BoxReader reader(bytes);
   const std::uint32_t size_bytes = reader.u32();
@@ -118,8 +118,8 @@ inline std::optional<Box> firstBox(Bytes bytes) {
   return Box{type, bytes.first(size_bytes), bytes.subspan(8, size_bytes - 8)};
 }
 
-// The first box of `type` among the boxes that `bytes` consists of; null when there is none before
-// the end or the first damage.
+// The first box of `type` in `bytes`, a sequence of boxes; null when there is none before the end
+// or the first damage.
 inline std::optional<Box> findBox(Bytes bytes, std::uint32_t type) {
   while (const auto box = firstBox(bytes)) {
     if (box->type == type) return box;

@@ -16,8 +16,8 @@ namespace linux_host {
 namespace {
 
 constexpr double kFragment_s = 0.25;
-// A process killed in mid-write leaves whole pages of it. Players refuse a file that ends within a
-// fragment's head, but not one that ends within media data: no head crosses a page.
+// A process killed during a write leaves whole pages of it. Players refuse a file that ends inside
+// a fragment's header, but not one that ends inside media data. So no header crosses a page.
 constexpr std::uint64_t kPage_bytes = 4096;
 constexpr std::uint64_t kSmallestBox_bytes = 8;
 
@@ -25,14 +25,14 @@ std::uint64_t unixTime_s() {
   return static_cast<std::uint64_t>(std::time(nullptr));
 }
 
-// A box without content that keeps a head of `head_bytes`, which would begin at `offset_bytes`,
-// from crossing a page; empty where it does not.
+// An empty box that keeps a header of `head_bytes`, which would begin at `offset_bytes`, from
+// crossing a page; no bytes where it does not.
 std::vector<std::byte> paddingBefore(std::uint64_t offset_bytes, std::size_t head_bytes) {
   const std::uint64_t toPageEnd_bytes = kPage_bytes - offset_bytes % kPage_bytes;
   if (head_bytes <= toPageEnd_bytes) return {};
   BoxBuilder padding;
   padding.box(boxType("free"), [&] {
-    // Where a box does not fit before the page's end, its own header may cross it.
+    // Where a padding box does not fit before the page's end, its own header may cross it.
     padding.zeros(toPageEnd_bytes < kSmallestBox_bytes ? toPageEnd_bytes
                                                        : toPageEnd_bytes - kSmallestBox_bytes);
   });
@@ -40,7 +40,7 @@ std::vector<std::byte> paddingBefore(std::uint64_t offset_bytes, std::size_t hea
 }
 
 std::string whatIsKept(const std::string& error) {
-  return error + " What was recorded until then is kept and plays.";
+  return error + " What was recorded before that is kept and plays.";
 }
 
 }  // namespace
@@ -111,7 +111,7 @@ std::string LibavM4aWriter::appendUnwritten() {
 
 void LibavM4aWriter::keepWholePackets() {
   const std::uint64_t media_bytes = unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes;
-  std::vector<std::uint64_t> ends_bytes;  // of the packets that are whole
+  std::vector<std::uint64_t> ends_bytes;  // of the complete packets
   std::uint64_t end_bytes = media_bytes;
   for (const std::uint32_t size_bytes : unwritten_.packetSizes_bytes) {
     end_bytes += size_bytes;
@@ -138,7 +138,7 @@ std::string LibavM4aWriter::finish() {
 }
 
 std::string LibavM4aWriter::complete() {
-  // What a failed write left over goes first, for the encoder's last packets to come behind it.
+  // First the rest of a failed write, because the encoder's last packets come after it.
   std::string error = appendUnwritten();
   if (error.empty()) {
     error = encoder_.flush([this](AVPacket& packet) { return take(packet); });

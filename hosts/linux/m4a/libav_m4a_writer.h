@@ -25,7 +25,7 @@ class LibavM4aWriter final : public M4aWriter {
   [[nodiscard]] std::string take(AVPacket& packet);
   [[nodiscard]] std::string appendFragment();
   [[nodiscard]] std::string appendUnwritten();
-  // After an append that failed: makes the file end with the last whole packet that it took.
+  // After a failed append: makes the file end with the last complete packet that it took.
   void keepWholePackets();
   [[nodiscard]] std::string complete();
 
@@ -36,8 +36,8 @@ class LibavM4aWriter final : public M4aWriter {
   M4aTrack track_;
   M4aPacketIndex packets_;
   std::size_t packetsPerFragment_ = 1;
-  // A fragment that the sink has not taken whole. It is written again before anything else, so the
-  // file is never left with a torn fragment in its middle.
+  // A fragment that the sink has not taken completely. It is written again before anything else, so
+  // that the file never has a torn fragment in its middle.
   M4aFragment unwritten_;
   std::uint64_t unwrittenOffset_bytes_ = 0;
   std::string appendError_;  // why it was not taken

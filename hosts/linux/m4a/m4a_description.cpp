@@ -14,7 +14,7 @@
 namespace linux_host {
 namespace {
 
-// As long as the name of a file; a file's head stays small.
+// The limit of a file name; keeps the file's head small.
 constexpr std::size_t kLongestTitle_bytes = 255;
 constexpr std::uint32_t kUtf8 = 1;
 
@@ -25,7 +25,7 @@ std::string_view fittingTitle(std::string_view title) {
   return title.substr(0, end);
 }
 
-// Players show the day of the text as it stands, so it is the user's own.
+// Players show the text's date as it is, so it is in the user's time zone.
 std::string localTime(std::uint64_t unix_s) {
   const auto time = static_cast<std::time_t>(unix_s);
   std::tm local{};
@@ -46,8 +46,8 @@ void label(BoxBuilder& out, std::uint32_t type, std::string_view text) {
   });
 }
 
-// A descriptor of MPEG-4 Systems: a tag, the length in four groups of seven bits, and what `fill`
-// writes.
+// A descriptor of MPEG-4 Systems: a tag, the length in four groups of seven bits, and the content
+// that `fill` writes.
 template <typename Fill>
 std::vector<std::byte> descriptor(std::uint32_t tag, Fill&& fill) {
   BoxBuilder content;
@@ -77,7 +77,7 @@ std::vector<std::byte> elementaryStream(const AacDescription& aac) {
     out.raw(descriptor(kDecoderTag, [&](BoxBuilder& decoder) {
       decoder.u8(kMpeg4Audio);
       decoder.u8(kAudioStream);
-      decoder.u24(0);  // size of the decoder's buffer: not said
+      decoder.u24(0);  // size of the decoder's buffer: unspecified
       decoder.u32(aac.bitrate_bps);
       decoder.u32(aac.bitrate_bps);
       decoder.raw(
@@ -90,7 +90,7 @@ std::vector<std::byte> elementaryStream(const AacDescription& aac) {
 }  // namespace
 
 std::vector<std::byte> m4aSampleDescription(const AacDescription& aac) {
-  // Rates that do not fit in here, and the channels, stand in the decoder's configuration.
+  // Rates that do not fit in here, and the channels, are in the decoder's configuration.
   const bool isRateTold = aac.sampleRate_hz <= std::numeric_limits<std::uint16_t>::max();
   BoxBuilder out;
   out.fullBox(boxType("stsd"), 0, 0, [&] {
@@ -100,7 +100,7 @@ std::vector<std::byte> m4aSampleDescription(const AacDescription& aac) {
       out.u16(1);  // the media is in this file
       out.zeros(8);
       out.u16(2);   // channels: always two
-      out.u16(16);  // bits of a sample: always sixteen
+      out.u16(16);  // bits per sample: always sixteen
       out.zeros(4);
       out.u16(isRateTold ? aac.sampleRate_hz : 0);
       out.u16(0);

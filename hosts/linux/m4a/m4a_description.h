@@ -10,7 +10,7 @@
 
 namespace linux_host {
 
-// What a decoder is told of the packets.
+// What a decoder has to know about the packets.
 struct AacDescription {
   std::uint32_t sampleRate_hz = 0;
   std::uint32_t bitrate_bps = 0;
@@ -20,7 +20,7 @@ struct AacDescription {
 // The stsd box.
 [[nodiscard]] std::vector<std::byte> m4aSampleDescription(const AacDescription& aac);
 
-// The udta box with title and date. Empty where there is neither.
+// The udta box with title and date; empty if there is neither.
 [[nodiscard]] std::vector<std::byte> m4aLabelsBox(const M4aLabels& labels);
 
 }  // namespace linux_host

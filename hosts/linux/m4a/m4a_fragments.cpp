@@ -9,13 +9,13 @@ namespace linux_host {
 namespace {
 
 constexpr std::size_t kBoxHeader_bytes = 8;
-// Of a tfhd: offsets count from the moof; a packet's duration and flags stand here, once for all.
+// Flags of a tfhd: offsets count from the moof; the tfhd has the duration and flags of all packets.
 constexpr std::uint32_t kTrackFragmentFlags = 0x020028;
 constexpr std::uint32_t kNeedsNoOtherPacket = 0x02000000;
-// Of a trun: where the first packet is, and how long each of them is.
+// Flags of a trun: it has the offset of the first packet and the size of each.
 constexpr std::uint32_t kRunFlags = 0x000201;
 
-// `media_bytes`: where the first packet is, counted from the beginning of the box.
+// `media_bytes`: the offset of the first packet from the beginning of the box.
 std::vector<std::byte> headOf(std::uint32_t number, std::uint64_t begin_frames,
                               const std::vector<std::uint32_t>& packetSizes_bytes,
                               std::size_t media_bytes) {
@@ -52,7 +52,7 @@ M4aFragment M4aFragments::end() {
   const std::uint64_t begin_frames = endedPackets_ * kAacPacket_frames;
   ++fragments_;
   endedPackets_ += fragment.packetSizes_bytes.size();
-  // How long the head is does not depend on where it says that the packets are.
+  // The head's length does not depend on the offset in it.
   const auto head = [&](std::size_t media_bytes) {
     return headOf(fragments_, begin_frames, fragment.packetSizes_bytes, media_bytes);
   };

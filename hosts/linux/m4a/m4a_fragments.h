@@ -9,21 +9,22 @@
 
 namespace linux_host {
 
-// A moof box, which describes packets of AAC, and the mdat box that holds them.
+// A moof box, which describes AAC packets, and the mdat box that contains them.
 struct M4aFragment {
   std::vector<std::byte> bytes;
   std::size_t mediaOffset_bytes = 0;  // of the first packet in `bytes`
   std::vector<std::uint32_t> packetSizes_bytes;
 };
 
-// Puts the packets of one recording into fragments, in memory. One thread at a time; allocates.
+// Builds the fragments of one recording from its packets, in memory. One thread at a time;
+// allocates.
 class M4aFragments {
  public:
-  // Puts a packet of kAacPacket_frames into the current fragment.
+  // Adds a packet of kAacPacket_frames to the current fragment.
   void add(Bytes packet);
-  // How many packets the current fragment holds.
+  // The number of packets in the current fragment.
   [[nodiscard]] std::size_t packetCount() const { return packetSizes_.size(); }
-  // Ends the current fragment, which holds at least one packet.
+  // Ends the current fragment, which must contain at least one packet.
   [[nodiscard]] M4aFragment end();
 
  private:

@@ -123,8 +123,8 @@ class IndexBoxBuilder {
     });
   }
 
-  // One edit, from behind the encoder's delay to the last recorded frame: players give exactly what
-  // was recorded.
+  // One edit, from after the encoder's delay to the last recorded frame, so that players play
+  // exactly what was recorded.
   void editList() {
     const int version = versionFor(durations_.recorded_frames);
     out_.box(boxType("edts"), [&] {
@@ -168,7 +168,7 @@ class IndexBoxBuilder {
     });
   }
 
-  // The fragments say all of their packets themselves.
+  // The fragments themselves describe their packets completely.
   void fragmentDefaults() {
     out_.box(boxType("mvex"), [&] {
       out_.fullBox(boxType("trex"), 0, 0, [&] {
@@ -224,11 +224,11 @@ class IndexBoxBuilder {
     });
   }
 
-  // A player that begins in the middle has to decode one packet more before the wanted one.
+  // A player that begins in the middle has to decode one extra packet before the wanted one.
   void decoderRoll() {
     out_.fullBox(boxType("sgpd"), 1, 0, [&] {
       out_.u32(boxType("roll"));
-      out_.u32(2);  // bytes an entry
+      out_.u32(2);  // bytes per entry
       out_.u32(1);
       out_.u16(0xffff);  // -1 packet
     });
@@ -258,7 +258,7 @@ std::vector<std::byte> m4aHead(std::optional<std::uint64_t> indexOffset_bytes) {
     out.u32(boxType("M4A "));
     out.u32(boxType("mp42"));
     out.u32(boxType("isom"));
-    // Fragments whose data offsets count from the fragment need a reader of the sixth edition.
+    // Fragments whose data offsets count from the fragment need a reader for the brand iso6.
     out.u32(indexOffset_bytes ? boxType("iso2") : boxType("iso6"));
   });
   if (indexOffset_bytes) {

@@ -10,23 +10,23 @@
 
 #include "hosts/linux/m4a/m4a_sink.h"
 
-// How a recording lies in its file, while it grows and once it is complete.
+// The layout of a recording in its file, while it grows and when it is complete.
 //
 //   growing    ftyp free moov(no samples) { moof mdat } { moof mdat } ...
 //   complete   ftyp mdat[              ...                        ] moov(all samples)
 //
 // The eight spare bytes of `free` let its header grow into an mdat header with a 64-bit size, so
-// one small write at offset 0 hides the first index and all fragments inside media data. Until that
-// write the file is a fragmented MP4 with something behind its end that players skip; after it the
-// file is a plain MP4. There is no moment at which it is neither.
+// that one small write at offset 0 hides the first index and all fragments inside media data.
+// Before that write the file is a fragmented MP4 with an extra box at its end that players skip;
+// after it the file is a plain MP4. There is no moment at which it is neither.
 
 namespace linux_host {
 
 inline constexpr std::uint32_t kAacPacket_frames = 1024;
-// What libavcodec's AAC encoder puts before the first recorded frame.
+// The delay that libavcodec's AAC encoder puts before the first recorded frame.
 inline constexpr std::uint32_t kAacPriming_frames = 1024;
 
-// Where each packet of AAC lies: four bytes a packet, eight bytes a chunk.
+// The position of each AAC packet: four bytes per packet, eight bytes per chunk.
 class M4aPacketIndex {
  public:
   struct ChunkRun {
@@ -34,7 +34,7 @@ class M4aPacketIndex {
     std::uint32_t packetsPerChunk;
   };
 
-  // Packets that lie back to back from `offset_bytes` on; none is nothing.
+  // Adds consecutive packets from `offset_bytes` on; no packets, no chunk.
   void addChunk(std::uint64_t offset_bytes, std::span<const std::uint32_t> packetSizes_bytes);
 
   [[nodiscard]] std::span<const std::uint32_t> packetSizes_bytes() const { return packetSizes_; }
@@ -47,11 +47,11 @@ class M4aPacketIndex {
   std::vector<ChunkRun> runs_;
 };
 
-// What the index says of the recording as a whole.
+// What the index says about the whole recording.
 struct M4aTrack {
-  std::uint32_t sampleRate_hz = 0;   // also the unit of every duration, so that none is rounded
-  std::uint32_t priming_frames = 0;  // what the decoder gives before the first recorded frame
-  std::uint64_t frames = 0;          // recorded; the packets may hold more at their end
+  std::uint32_t sampleRate_hz = 0;   // also the unit of all durations, so that none is rounded
+  std::uint32_t priming_frames = 0;  // the decoder's output before the first recorded frame
+  std::uint64_t frames = 0;          // recorded; the packets may contain more at their end
   std::uint64_t creationTime_s = 0;  // since 1904-01-01 UTC
   std::uint64_t modificationTime_s = 0;
   std::vector<std::byte> sampleDescription;  // the stsd box
@@ -66,11 +66,11 @@ inline constexpr std::uint64_t kMp4Epoch_s = 2082844800;
 inline constexpr std::size_t kM4aHeadSize_bytes = 48;
 inline constexpr std::size_t kM4aMediaHeader_bytes = 32;  // where the free or mdat header begins
 
-// The first kM4aHeadSize_bytes of a growing file (null), or of one whose media data ends where its
-// index begins, at `indexOffset_bytes`.
+// The first kM4aHeadSize_bytes of a growing file (null), or of a complete file whose media data
+// ends and whose index begins at `indexOffset_bytes`.
 [[nodiscard]] std::vector<std::byte> m4aHead(std::optional<std::uint64_t> indexOffset_bytes);
 
-// The moov box of a growing file, whose packets are told of by the fragments behind it.
+// The moov box of a growing file, whose packets are described by the fragments after it.
 [[nodiscard]] std::vector<std::byte> m4aGrowingIndexBox(const M4aTrack& track);
 
 // The moov box of a complete file.
@@ -78,7 +78,7 @@ inline constexpr std::size_t kM4aMediaHeader_bytes = 32;  // where the free or m
                                                  const M4aPacketIndex& packets);
 
 // Turns the growing file into a complete one. Returns an error text, empty on success; after an
-// error the file is a growing one as before.
+// error the file is still a growing one.
 [[nodiscard]] std::string completeM4a(M4aSink& sink, const M4aTrack& track,
                                       const M4aPacketIndex& packets);
 

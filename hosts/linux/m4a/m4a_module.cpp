@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<M4aLog> logLine{nullptr};
 
-// libavcodec gives a line in pieces; one without its end is kept for the next call.
+// libavcodec logs lines in pieces; an incomplete line is kept for the next call.
 void logFromLibav(void* source, int level, const char* format, va_list arguments) {
   if (level > av_log_get_level()) return;
   thread_local int atLineStart = 1;

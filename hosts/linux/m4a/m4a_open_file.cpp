@@ -31,7 +31,7 @@ class InterruptedFile final : public OpenFileSink<M4aRepairableFile> {
     return file_->readAt(offset_bytes, to);
   }
 
-  // What is written so far is on the disk before what refers to it.
+  // The data must be on the disk before anything that refers to it.
   std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
     std::string error = file_->waitForDisk();
     return error.empty() ? OpenFileSink::pwriteAt(offset_bytes, data) : error;

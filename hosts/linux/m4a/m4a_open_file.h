@@ -10,10 +10,10 @@
 
 namespace linux_host {
 
-// Lets an m4a writer write to `file`, which stays open: whoever closes it hears of late errors.
+// Lets an m4a writer write to `file`, which stays open: the code that closes it gets late errors.
 [[nodiscard]] std::unique_ptr<M4aSink> m4aSinkFor(std::shared_ptr<OpenFile> file);
 
-// What findM4aPackets() and recoverInterruptedM4a() do, for a file that nobody writes. It stays
+// findM4aPackets() and recoverInterruptedM4a() for a file that is not being written. The file stays
 // open; a recovered one is on the disk when this returns.
 [[nodiscard]] std::optional<M4aFindings> findM4aPackets(const std::shared_ptr<OpenFile>& file);
 [[nodiscard]] M4aRecovery recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file);

@@ -15,7 +15,7 @@ namespace linux_host {
 namespace {
 
 constexpr std::uint64_t kBoxHeader_bytes = 8;
-// Far above what the writer makes; keeps damaged sizes from costing memory.
+// Far more than the writer produces; keeps damaged sizes from using up memory.
 constexpr std::uint64_t kLargestHeadBox_bytes = 256ULL * 1024;
 
 struct BoxHeader {
@@ -25,9 +25,9 @@ struct BoxHeader {
 
 struct Fragment {
   std::uint64_t media_bytes;                     // offset of the first packet in the file
-  std::vector<std::uint32_t> packetSizes_bytes;  // the whole ones only
-  std::uint64_t end_bytes;                       // of the fragment, or of its last whole packet
-  bool torn;                                     // its media data claims more than the file holds
+  std::vector<std::uint32_t> packetSizes_bytes;  // only complete ones
+  std::uint64_t end_bytes;                       // of the fragment, or of its last complete packet
+  bool torn;  // its media data claims to extend past the end of the file
 };
 
 class PacketFinder {
@@ -81,7 +81,7 @@ class PacketFinder {
     return reader.ok() ? std::optional(header) : std::nullopt;
   }
 
-  // The box at `offset_bytes`, if it is one of `type`, small and whole.
+  // The box at `offset_bytes`, if it has that `type` and is small and complete.
   std::optional<std::vector<std::byte>> readSmallBox(std::uint64_t offset_bytes,
                                                      std::uint32_t type) {
     const auto header = readHeader(offset_bytes);
@@ -143,7 +143,7 @@ class PacketFinder {
     return reader.u32();
   }
 
-  // Null when there is no fragment at `offset_bytes` or its head is torn.
+  // Null when there is no fragment at `offset_bytes` or its header is torn.
   std::optional<Fragment> readFragment(std::uint64_t offset_bytes) {
     const auto moof = readSmallBox(offset_bytes, boxType("moof"));
     if (!moof) return std::nullopt;
@@ -169,7 +169,7 @@ class PacketFinder {
     return fragment;
   }
 
-  // Null when `moof` is not the head of a fragment of one sound track, undamaged.
+  // Null unless `moof` is the undamaged header of a fragment with one sound track.
   static std::optional<std::vector<std::uint32_t>> packetSizesOf(Bytes moof) {
     const auto track = findBox(moof, {boxType("moof"), boxType("traf")});
     if (!track) return std::nullopt;
@@ -200,7 +200,7 @@ class PacketFinder {
     const std::uint32_t count = reader.u32();
     if (flags & 0x001) reader.skip(4);  // data offset
     if (flags & 0x004) reader.skip(4);  // first sample's flags
-    // No fragment of a quarter of a second holds more, whatever a damaged count says.
+    // A fragment of a quarter of a second never has more, whatever a damaged count says.
     constexpr std::uint32_t kMostPackets = 4096;
     const bool hasSizes = (flags & 0x200) != 0;
     if (!reader.ok() || count > kMostPackets || (!hasSizes && !default_bytes)) return std::nullopt;
@@ -216,7 +216,7 @@ class PacketFinder {
     return reader.ok() ? std::optional(std::move(sizes_bytes)) : std::nullopt;
   }
 
-  // Where the next fragment begins, at `from_bytes` or behind.
+  // The offset of the next fragment, at or after `from_bytes`.
   std::optional<std::uint64_t> nextFragment(std::uint64_t from_bytes) {
     constexpr std::uint64_t kWindow_bytes = 64ULL * 1024;
     constexpr std::string_view kName = "moof";
@@ -255,7 +255,7 @@ bool isComplete(M4aRepairableFile& file) {
       .has_value();
 }
 
-// Makes the file end with its last whole packet, in steps after each of which it is read the same.
+// Makes the file end with its last complete packet. After each step the file still reads the same.
 std::string cutTornEnd(M4aRepairableFile& file, const M4aFindings& findings) {
   if (findings.tornMedia_offset_bytes) {
     BoxBuilder size;
@@ -265,7 +265,7 @@ std::string cutTornEnd(M4aRepairableFile& file, const M4aFindings& findings) {
   }
   if (file.size_bytes() > findings.end_bytes && !file.truncate(findings.end_bytes)) {
     return "The torn end of an interrupted recording could not be cut off. Check that the file and "
-           "its folder may be written.";
+           "its folder are writable.";
   }
   return "";
 }

@@ -11,7 +11,7 @@
 
 namespace linux_host {
 
-// What players show of a recording.
+// What players show about a recording.
 struct M4aLabels {
   std::string title;               // UTF-8; empty: none
   std::uint64_t start_unix_s = 0;  // 0: the moment of open(), and no date for players
@@ -19,23 +19,24 @@ struct M4aLabels {
 
 // What comes in, and what is made of it.
 struct M4aFormat {
-  std::uint32_t sampleRate_hz = 0;  // one that AAC does not know is converted to the nearest
-  std::vector<Speaker> speakers;    // of each plane; aacChannelsFor() says what becomes of them
-  std::uint32_t bitrate_bps = 0;    // for all channels together
+  std::uint32_t sampleRate_hz =
+      0;  // a rate that AAC does not support is converted to the nearest one
+  std::vector<Speaker> speakers;  // of each plane; aacChannelsFor() maps them to the file
+  std::uint32_t bitrate_bps = 0;  // for all channels together
 };
 
-// Writes one AAC recording as an m4a file that plays whenever the process may end.
+// Writes one AAC recording as an m4a file that plays at whatever moment the process ends.
 //
-// While it grows the file holds movie fragments of about a quarter of a second; finish() turns it
-// into a plain MP4 with one ordinary index, in a time that depends on the index alone.
+// While it grows the file contains movie fragments of about a quarter of a second. finish() turns
+// it into a plain MP4 with one ordinary index, in a time that depends only on the index.
 //
-// Every call on one thread at a time (the drain thread), never on a real-time thread: calls encode,
+// Call on one thread at a time (the drain thread), never on a real-time thread: calls encode,
 // allocate and write to the disk.
 class M4aWriter {
  public:
   virtual ~M4aWriter() = default;
 
-  // Before open(). The labels stand in the file's head, so an interrupted file has them too.
+  // Call before open(). The labels are in the file's head, so an interrupted file has them, too.
   virtual void setLabels(M4aLabels labels) = 0;
 
   // Writes the file's head to `sink`, which must be empty and which the writer owns from now on.
@@ -43,26 +44,26 @@ class M4aWriter {
   [[nodiscard]] virtual std::string open(std::unique_ptr<M4aSink> sink,
                                          const M4aFormat& format) = 0;
 
-  // Takes `frames` samples from each of the planes, as many planes as there are speakers, full
-  // scale 1.0. Values that are not finite count as 0. Returns an error text, empty on success.
+  // Takes `frames` samples from each plane; there are as many planes as speakers. Full scale is
+  // 1.0. Values that are not finite count as 0. Returns an error text, empty on success.
   //
-  // After an error the file keeps all that was written and plays; the writer takes no more samples
-  // and every further call returns the same text.
+  // After an error the file keeps everything that was written and plays; the writer takes no more
+  // samples, and every further call returns the same text.
   [[nodiscard]] virtual std::string write(const float* const* planes, std::uint32_t frames) = 0;
 
-  // Writes what is still under way, turns the file into a plain MP4 and lets go of the sink. With
-  // no samples at all the file is a valid MP4 of length 0. Also after a failed write(): if there is
-  // room by then the file becomes complete, otherwise it stays as it is and plays. Returns an error
-  // text if the file has not become a plain MP4, empty on success. Further calls do nothing.
+  // Writes the rest, turns the file into a plain MP4 and releases the sink. Without any samples the
+  // file is a valid MP4 of length 0. Also call it after a failed write(): if there is room by then
+  // the file becomes complete, otherwise it stays as it is and plays. Returns an error text if the
+  // file has not become a plain MP4, empty on success. Further calls do nothing.
   [[nodiscard]] virtual std::string finish() = 0;
 };
 
 // One line of the codec library's messages; any thread.
 using M4aLog = void (*)(const char* line);
 
-// The module's one exported function, by its name kM4aFactoryName. Null when `interfaceVersion` is
-// not the module's own, so that a module left over from another build is never used. `log` may be
-// null and stays in use until the process ends.
+// The module's only exported function, under the name kM4aFactoryName. Null when `interfaceVersion`
+// is not the module's own, so that a module of another build is never used. `log` may be null and
+// stays in use until the process ends.
 inline constexpr const char* kM4aFactoryName = "recordAudioM4aWriter";
 inline constexpr std::uint32_t kM4aInterfaceVersion = 3;
 using M4aFactoryFunction = M4aWriter* (*)(std::uint32_t interfaceVersion, M4aLog log);

@@ -14,7 +14,7 @@ M4aWriterFactory::M4aWriterFactory(M4aLog log, std::vector<std::string> folders)
     : log_(log), folders_(std::move(folders)) {}
 
 M4aWriterFactory::~M4aWriterFactory() {
-  // Only a load that nobody has asked for the result of can be put off.
+  // A load is only deferred if its result has not been requested.
   if (loaded_.valid() && loaded_.wait_for(std::chrono::seconds(0)) != std::future_status::deferred)
     loaded_.wait();
 }
@@ -39,7 +39,7 @@ void M4aWriterFactory::loadInBackground() {
 std::shared_future<M4aWriterFactory::Loaded> M4aWriterFactory::loaded() {
   const std::lock_guard lock(mutex_);
   if (!loaded_.valid()) {
-    // Without a thread to spare it is loaded when it is needed, by who needs it.
+    // If no thread can be started, the module is loaded when it is needed, on that thread.
     try {
       loaded_ = std::async(std::launch::async, [this] { return load(); }).share();
     } catch (const std::system_error&) {
@@ -58,7 +58,7 @@ std::unique_ptr<M4aWriter> M4aWriterFactory::createWriter(std::string* error) {
   std::unique_ptr<M4aWriter> writer(module.function(kM4aInterfaceVersion, log_));
   if (!writer) {
     *error = std::string("The module ") + kModuleName +
-             " belongs to another version of Record Audio. Install Record Audio again.";
+             " belongs to another version of Record Audio. Reinstall Record Audio.";
   }
   return writer;
 }
@@ -69,7 +69,7 @@ M4aWriterFactory::Loaded M4aWriterFactory::load() const {
     const std::string path = folder + "/" + kModuleName;
     std::error_code ignored;
     if (!std::filesystem::exists(path, ignored)) continue;
-    // Never closed again: the codec libraries keep state that does not survive it.
+    // Never unloaded: the codec libraries keep state that does not survive it.
     void* module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
     void* symbol = module ? dlsym(module, kM4aFactoryName) : nullptr;
     if (symbol) {
@@ -79,12 +79,12 @@ M4aWriterFactory::Loaded M4aWriterFactory::load() const {
     const char* reason = dlerror();
     result.error =
         "The module for m4a recordings cannot be loaded: " + std::string(reason ? reason : path) +
-        ". Install Record Audio and its libraries again, or record MP3.";
+        ". Reinstall Record Audio and its libraries, or record MP3.";
   }
   if (result.error.empty()) {
     result.error = std::string("The module ") + kModuleName + " for m4a recordings is missing in " +
                    (folders_.empty() ? "every folder" : folders_.front()) +
-                   ". Install Record Audio again, or record MP3.";
+                   ". Reinstall Record Audio, or record MP3.";
   }
   return result;
 }

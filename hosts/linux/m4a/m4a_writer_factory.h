@@ -11,16 +11,16 @@
 
 namespace linux_host {
 
-// Loads the module that holds the AAC encoder, so that programs which never write an m4a do not
-// carry the codec libraries. Any thread. A module that has been loaded stays for the process.
+// Loads the module with the AAC encoder, so that a program that never writes an m4a does not load
+// the codec libraries. Any thread. A loaded module is never unloaded.
 class M4aWriterFactory {
  public:
   static constexpr const char* kModuleName = "record-audio-m4a.so";
 
-  // `folders` are searched in their order; `log` is M4aLog's.
+  // Searches `folders` in order; `log` gets the codec libraries' messages.
   explicit M4aWriterFactory(M4aLog log = nullptr,
                             std::vector<std::string> folders = defaultFolders());
-  // Waits for a load under way.
+  // Waits for a pending load.
   ~M4aWriterFactory();
   M4aWriterFactory(const M4aWriterFactory&) = delete;
   M4aWriterFactory& operator=(const M4aWriterFactory&) = delete;
@@ -28,9 +28,9 @@ class M4aWriterFactory {
   // The executable's own folder, then where an installed program keeps its modules.
   [[nodiscard]] static std::vector<std::string> defaultFolders();
 
-  // Begins to load the module on a thread of its own and returns at once. Idempotent.
+  // Starts loading the module on a separate thread and returns at once. Idempotent.
   void loadInBackground();
-  // A new writer; waits for the module to be loaded, loads it if nobody asked for it before. Null
+  // Returns a new writer. Waits for the module, and loads it if that was not requested before. Null
   // with *error set when the module is missing or unusable.
   [[nodiscard]] std::unique_ptr<M4aWriter> createWriter(std::string* error);
 
@@ -45,7 +45,7 @@ class M4aWriterFactory {
   const M4aLog log_;
   const std::vector<std::string> folders_;
   std::mutex mutex_;
-  std::shared_future<Loaded> loaded_;  // guarded by mutex_; invalid until somebody asks
+  std::shared_future<Loaded> loaded_;  // guarded by mutex_; invalid until requested
 };
 
 }  // namespace linux_host

@@ -8,7 +8,7 @@ namespace linux_host {
 namespace {
 
 constexpr std::size_t kBoxHeader_bytes = 8;
-// Of a trun: which fields stand once, and which for each packet.
+// The fields of a trun: those that occur once, and those for each packet.
 constexpr std::uint32_t kOnceFlags = 0x5;
 constexpr std::uint32_t kPacketFlags = 0xF00;
 constexpr std::size_t kField_bytes = 4;
@@ -41,7 +41,7 @@ std::optional<std::vector<std::byte>> headOfFirstPackets(Bytes head, std::size_t
     return std::nullopt;
   }
   const std::size_t removed_bytes = (count - packets) * packet_bytes;
-  // A box without content takes the room, if it is enough for a box.
+  // An empty box fills the room, if a box fits.
   if (removed_bytes > 0 && removed_bytes < kBoxHeader_bytes) return std::nullopt;
 
   std::vector<std::byte> shorter(head.begin(), head.end());

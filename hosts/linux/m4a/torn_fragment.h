@@ -9,10 +9,10 @@
 
 namespace linux_host {
 
-// What stands before the packets of a fragment (its moof and the header of its mdat, and whatever
-// lies before them), changed to describe the first `packets` of them alone; as long as before, so
-// that it can be written over it. Null where that many cannot be told of without moving the
-// packets, or when `head` is no such head. `media_bytes`: the size of those packets.
+// Changes the bytes before the packets of a fragment (its moof, the header of its mdat, and
+// anything before them) so that they describe only the first `packets` packets. The result has the
+// same length, so that it can overwrite the original. Null if so few packets cannot be described
+// without moving them, or if `head` is not such a head. `media_bytes`: the size of those packets.
 [[nodiscard]] std::optional<std::vector<std::byte>> headOfFirstPackets(Bytes head,
                                                                        std::size_t packets,
                                                                        std::size_t media_bytes);

@@ -14,10 +14,10 @@
 
 // capture-start SOURCE COMMAND [ARGUMENT...]
 //
-// Starts a program and prints the milliseconds until it captures from the source: from before its
-// exec until the sound server reports a link out of the source's ports as active, from which on
-// every cycle brings the program a buffer. The same for any program, whatever it is made with. Then
-// ends it.
+// Starts a program, prints the milliseconds until it captures from the source, and ends it. The
+// time is from before its exec until the sound server reports an active link from the source's
+// ports; from then on every cycle brings the program a buffer. It is measured in the same way for
+// any program.
 
 namespace {
 
@@ -105,7 +105,7 @@ pid_t startProgram(char** arguments) {
   return pid;
 }
 
-// As a user ends it twice: save, and do not stay to show it.
+// Two signals: save, and do not stay to show the notification.
 void endProgram(pid_t pid) {
   while (waitpid(pid, nullptr, WNOHANG) == 0) {
     kill(pid, SIGTERM);

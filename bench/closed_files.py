@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""When the files that a process writes are complete, as the kernel tells it."""
+"""Notes when the files that a process writes are complete, as the kernel reports it."""
 
 import ctypes
 import os
@@ -14,8 +14,8 @@ EVENT_HEAD = struct.Struct("iIII")  # watch, mask, cookie, bytes of the name tha
 
 
 def written_files(pid, below):
-    """The descriptors of the process that are open for writing on files somewhere in a folder, as
-    paths that lead to the file itself, whatever its name is or becomes."""
+    """Returns the process's descriptors that are open for writing on files in a folder, as paths
+    that lead to the file itself, whatever its name is or becomes."""
     for descriptor in pathlib.Path(f"/proc/{pid}/fd").iterdir():
         try:
             info = pathlib.Path(f"/proc/{pid}/fdinfo/{descriptor.name}").read_text()
@@ -28,8 +28,8 @@ def written_files(pid, below):
 
 
 class ClosedFiles:
-    """Notes when the files at these paths are closed by a writer or moved. Goes by the file, not by
-    folders: these are not told of files that began without a name."""
+    """Notes when the files at these paths are closed by a writer or moved. Watches the files, not
+    their folders, which get no events for files that began without a name."""
 
     def __init__(self, paths):
         libc = ctypes.CDLL(None, use_errno=True)
@@ -54,5 +54,5 @@ class ClosedFiles:
                     self._closed = self._closed or bool(mask & IN_CLOSE_WRITE)
 
     def complete_s(self):
-        """When the last of it happened, in time.monotonic(); None while nothing was closed."""
+        """The time of the last event, in time.monotonic(); None while nothing was closed."""
         return self._last_s if self._closed else None

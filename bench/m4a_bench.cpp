@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How long the last step of an m4a recording takes, and what its writer costs beside the encoder
-// alone. Needs no sound server.
+// Measures how long the last step of an m4a recording takes, and what its writer costs compared
+// with the encoder alone. Needs no sound server.
 
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
@@ -59,7 +59,7 @@ linux_host::M4aFormat stereo() {
   return {kRate_hz, {Speaker::kFrontLeft, Speaker::kFrontRight}, kBitrate_bps};
 }
 
-// The last step of a recording of so many minutes, into a real file.
+// The last step of a recording of the given minutes, into a real file.
 void finishAfterMinutes(benchmark::State& state) {
   const auto minutes = static_cast<std::uint64_t>(state.range(0));
   const std::vector<float> silence(kRate_hz, 0.0F);
@@ -124,7 +124,7 @@ double writerCpu_s(const std::vector<std::vector<float>>& planes, std::string* e
   return threadCpuTime_s() - begin_s;
 }
 
-// The same samples through the same encoder and nothing else: packets are thrown away.
+// The same samples through the same encoder and nothing else: packets are discarded.
 double plainEncoderCpu_s(const std::vector<std::vector<float>>& planes) {
   const double begin_s = threadCpuTime_s();
   const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
@@ -155,7 +155,7 @@ double plainEncoderCpu_s(const std::vector<std::vector<float>>& planes) {
   return threadCpuTime_s() - begin_s;
 }
 
-// CPU of the writer against that of the encoder alone, taken in turns.
+// The writer's CPU time relative to that of the encoder alone; both take turns.
 void writerAgainstPlainEncoder(benchmark::State& state) {
   constexpr std::uint32_t kSeconds = 60;
   av_log_set_level(AV_LOG_ERROR);

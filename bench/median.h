@@ -7,7 +7,7 @@
 
 namespace bench {
 
-// The middle of the values, which are put into another order; there must be one at least.
+// The median of the values, which get reordered; there must be at least one.
 inline double median(std::vector<double>& values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // play_through_latency [JSON-FILE]
 //
-// How much later a sound is heard on the real output than it was played to the loopback, through
-// the play-through and, on the same devices, through pw-loopback.
+// Measures how much later a sound is heard on the real output than it was played to the loopback,
+// through the play-through and, on the same devices, through pw-loopback.
 
 #include <algorithm>
 #include <cstdio>
@@ -34,7 +34,7 @@ constexpr double kBuffer_frames = 1024;
 constexpr int kRuns = 7;
 constexpr float kLoud = 0.25F;
 
-// Frames between the two monitors for a tone that begins; null when it is not heard.
+// The delay of a tone's beginning between the two monitors, frames; null when it is not heard.
 std::optional<double> delay_frames(PipeWireControl& control) {
   MonitorRecorder played(loopback::kLoopbackDeviceUID, kRate_Hz, 2);
   MonitorRecorder heard(kSpeakers, kRate_Hz, 2);
@@ -54,7 +54,7 @@ std::optional<double> delay_frames(PipeWireControl& control) {
          kRate_Hz;
 }
 
-// The middle of several runs; null when one failed.
+// The median of several runs; null when one failed.
 template <typename Start>
 std::optional<double> median(PipeWireControl& control, Start start) {
   std::vector<double> delays;

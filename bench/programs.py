@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The programs that bench/processes compares: how each is told to record and to stop."""
+"""The programs that bench/processes compares, and how to make each record and stop."""
 
 import contextlib
 import json
@@ -17,10 +17,10 @@ PCM_RATE_HZ = 8000
 
 
 class Program:
-    """A recorder with a folder of its own, `output`, that holds the finished recordings and nothing
-    else; all that it writes lies in `folder`. What one that was ended early leaves in `unfinished`
-    is no recording of the next one's. Ended with SIGINT, as with Ctrl+C, if no command to `stop` is
-    given."""
+    """A recorder with its own folder `output`, which contains only finished recordings; everything
+    that it writes is in `folder`. Files that an interrupted start leaves in `unfinished` must not
+    count as recordings of the next one. Ended with SIGINT, as with Ctrl+C, unless there is a `stop`
+    command."""
 
     def __init__(self, folder, name, command, output, environment=None, stop=None,
                  unfinished=None):
@@ -47,11 +47,11 @@ class Program:
         return self._process.pid
 
     def stop_ms(self):
-        """Ends the recording, then the program. How long it takes from before the command until the
-        last descriptor of the file is closed and the file has its name."""
+        """Ends the recording, then the program. Returns the time from before the command until
+        the last descriptor of the file is closed and the file has its name."""
         files = list(written_files(self._process.pid, self._folder))
         if not files:
-            raise RuntimeError(f"{self.name} writes no file")
+            raise RuntimeError(f"{self.name} does not write a file")
         closed = ClosedFiles(files)
         begin_s = time.monotonic()
         if self._stop:
@@ -71,7 +71,7 @@ class Program:
                 self._process.wait(0.2)
 
     def recorded_s(self):
-        """How long the recording plays that was made last; it must decode without a complaint."""
+        """Returns the duration of the last recording, which must decode without errors."""
         (file,) = self.output.iterdir()
         decoded = subprocess.run(
             ["ffmpeg", "-nostdin", "-v", "error", "-i", file, "-f", "s16le", "-ac", "1",
@@ -104,7 +104,7 @@ def gnome_sound_recorder(folder):
     home = folder / name
     output = home / "data/org.gnome.SoundRecorder"
     press = pathlib.Path(__file__).with_name("press-record")
-    # Drawn without OpenGL, which this screen only pretends to have; otherwise as it comes: FLAC.
+    # Drawn without OpenGL, which this screen only emulates; otherwise with its defaults: FLAC.
     return Program(folder, name, [press, output], output, {
         "XDG_DATA_HOME": str(home / "data"), "XDG_CACHE_HOME": str(home / "cache"),
         "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo", "GSETTINGS_BACKEND": "memory",
@@ -112,7 +112,7 @@ def gnome_sound_recorder(folder):
 
 
 def all_groups(build, folder):
-    """The programs in groups that record at the same time. record-audio runs once in a session."""
+    """Returns the programs in groups that record together. A session runs record-audio once."""
     def plain(name, command, extension):
         output = folder / name
         return Program(folder, name, [*command, output / f"recording.{extension}"], output)
@@ -140,7 +140,7 @@ def all_groups(build, folder):
 
 
 def versions():
-    """Of the Debian packages that take part."""
+    """Returns the versions of the Debian packages that take part."""
     packages = ["pipewire", "wireplumber", "ffmpeg", "libavcodec[0-9]*", "libmp3lame0",
                 "pulseaudio-utils", "alsa-utils", "pipewire-alsa", "gnome-sound-recorder"]
     lines = output_of("dpkg-query", "-W", "-f", "${db:Status-Status} ${Package} ${Version}\n",

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The sound that bench/processes lets every program record, in a session such as
-scripts/private-session gives: a microphone, the Pulse server, and a screen for who needs one."""
+"""The sound that every program of bench/processes records, in a session such as that of
+scripts/private-session: a microphone, the Pulse server, and a screen for programs that need one."""
 
 import json
 import os
@@ -14,11 +14,11 @@ LIMIT_S = 30
 
 
 def wait_until(what, condition):
-    """Asks every 10 ms, for LIMIT_S at most, and gives what the condition answered."""
+    """Checks every 10 ms, for at most LIMIT_S, and returns the condition's value."""
     deadline = time.monotonic() + LIMIT_S
     while not (answer := condition()):
         if time.monotonic() > deadline:
-            raise RuntimeError(f"waited in vain for {what}")
+            raise RuntimeError(f"gave up waiting for {what}")
         time.sleep(0.01)
     return answer
 
@@ -28,14 +28,14 @@ def output_of(*command, **options):
 
 
 def links_out():
-    """How many links lead out of the microphone."""
+    """Returns the number of links from the microphone."""
     return subprocess.run(["pw-link", "-l", SOURCE], text=True,
                           stdout=subprocess.PIPE).stdout.count("|->")
 
 
 class SoundSession:
-    """Makes it all on entry and ends its processes on exit; the microphone ends with the session.
-    Changes this process's environment for those that it starts (PULSE_SERVER, DISPLAY)."""
+    """Sets everything up on entry and ends its processes on exit; the microphone ends with the
+    session. Changes this process's environment for its child processes (PULSE_SERVER, DISPLAY)."""
 
     def __init__(self, folder):
         self._folder = folder
@@ -61,7 +61,7 @@ class SoundSession:
             command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **options))
 
     def _make_source(self):
-        """A stereo microphone that plays noise of changing loudness."""
+        """Creates a stereo microphone that plays noise of changing loudness."""
         output_of("pw-cli", "create-node", "adapter", f"""{{
             factory.name = support.null-audio-sink
             node.name = {SOURCE}
@@ -69,8 +69,8 @@ class SoundSession:
             audio.position = [ FL FR ]
             object.linger = true }}""")
         sound = self._folder / "sound.wav"
-        # The same on both sides: record-audio's MP3 holds one channel twice, so that all encode
-        # alike.
+        # The same on both sides, because record-audio's MP3 has one channel twice: all programs
+        # then encode the same.
         output_of("sox", "-n", "-r", "48000", "-b", "16", sound, "synth", "1200", "pinknoise",
                   "tremolo", "3", "80", "vol", "0.5", "remix", "1", "1")
         self._start("pw-cat", "--playback", "--target", "0", "-P", "{ node.name = bench-player }",
@@ -83,7 +83,7 @@ class SoundSession:
 
     @staticmethod
     def _is_default_source():
-        # Said again and again, as the session manager may just be coming up.
+        # Repeated, as the session manager may still be starting.
         subprocess.run(["pw-metadata", "0", "default.configured.audio.source",
                         json.dumps({"name": SOURCE}), "Spa:String:JSON"],
                        stdout=subprocess.DEVNULL)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# How this project's targets are made: one set of warnings and sanitizers for all, and a target
+# Functions for this project's targets: one set of warnings and sanitizers for all, and a target
 # graph in which the core cannot reach a host.
 
 set(RA_SANITIZE "" CACHE STRING "Sanitizers for everything, e.g. address,undefined or thread")
@@ -9,7 +9,7 @@ option(RA_FUZZ "Build the fuzz targets (clang only)" OFF)
 
 find_program(RA_CCACHE ccache)
 if(RA_CCACHE)
-  # A clone in another folder finds what this one compiled.
+  # Lets a clone in another folder use what this one compiled.
   set(CMAKE_CXX_COMPILER_LAUNCHER
     ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${RA_CCACHE})
 endif()
@@ -31,15 +31,15 @@ else()
     -Wno-gnu-statement-expression -Wno-c99-extensions)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  # Where several sources are compiled together, what one hides in an unnamed namespace is no longer
-  # in the file that is compiled.
+  # In a unity build, a source's unnamed namespace is not in the main file, which triggers this
+  # warning.
   target_compile_options(ra_options INTERFACE -Wno-subobject-linkage)
 endif()
 if(RA_SANITIZE)
   target_compile_options(ra_options INTERFACE
     -fsanitize=${RA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(ra_options INTERFACE -fsanitize=${RA_SANITIZE})
-  # The sanitizers' own inlining makes these guess wrongly.
+  # The sanitizers' own inlining causes false positives here.
   target_compile_options(ra_options INTERFACE -Wno-null-dereference)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(ra_options INTERFACE -Wno-maybe-uninitialized)
@@ -57,7 +57,7 @@ find_library(RA_LAME_LIBRARY mp3lame REQUIRED)
 add_library(ra_lame INTERFACE)
 target_link_libraries(ra_lame INTERFACE ${RA_LAME_LIBRARY})
 
-# PipeWire is a header library to a good part. What GCC then says of null pointers is said of lines
+# Much of PipeWire is inline functions in headers. GCC's null pointer warnings are then about lines
 # that are not ours.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(RA_PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3>=0.3.60)
@@ -65,11 +65,11 @@ add_library(ra_pipewire INTERFACE)
 target_link_libraries(ra_pipewire INTERFACE PkgConfig::RA_PIPEWIRE)
 target_compile_options(ra_pipewire INTERFACE -Wno-null-dereference)
 
-# ./run compiles in a hurry: what most sources include of the standard library is read once. The
-# tests' builds do without it, so that every source still includes what it needs.
+# For a fast ./run: parses the common standard headers only once. The tests' builds do without this,
+# so that every source still has to include what it needs.
 option(RA_PRECOMPILED_HEADERS "Read the standard library's headers once for all libraries" OFF)
 if(RA_PRECOMPILED_HEADERS)
-  # What is read once must have been read with everybody's options.
+  # All users of the precompiled headers must have the same options.
   target_compile_options(ra_options INTERFACE -pthread)
   file(CONFIGURE OUTPUT precompiled_headers.cpp CONTENT "")
   add_library(ra_precompiled_headers OBJECT ${CMAKE_CURRENT_BINARY_DIR}/precompiled_headers.cpp)
@@ -84,7 +84,7 @@ function(ra_precompile_headers target)
   endif()
 endfunction()
 
-# What a core target may link. Anything else stops the configuration.
+# The targets that a core target may link. Anything else stops the configuration.
 set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_app ra_lame)
 
 # ra_core_library(NAME SOURCES ... LINKS ...)
@@ -116,13 +116,13 @@ endfunction()
 
 add_library(ra_test_options INTERFACE)
 if(RA_SANITIZE MATCHES undefined)
-  # What is tested is watched for undefined behaviour; watching the tests' own sources for it too
-  # would double the time it takes to compile them. (Comes last in what a test links.)
+  # Only the code under test is checked for undefined behaviour; checking the tests' own sources,
+  # too, would double their compile time. (Must come last in a test's link list.)
   target_compile_options(ra_test_options INTERFACE -fno-sanitize=undefined)
 endif()
 
-# ra_test(NAME SOURCES ... LINKS ... LABELS ... [TIMEOUT s] [ONE_THREAD]): one GoogleTest program, one
-# CTest entry. ONE_THREAD: starts no other thread, so there is nothing for a race detector to see.
+# ra_test(NAME SOURCES ... LINKS ... LABELS ... [TIMEOUT s] [ONE_THREAD]): one GoogleTest program,
+# one CTest entry. ONE_THREAD: starts no other thread, so a race detector has nothing to find.
 function(ra_test name)
   cmake_parse_arguments(ARG "ONE_THREAD" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
@@ -136,7 +136,7 @@ function(ra_test name)
     return()
   endif()
   add_test(NAME ${name} COMMAND ${name})
-  # No test may reach a server of the machine it happens to run on. The longest begin first.
+  # No test may reach a server of the machine on which it runs. The longest tests start first.
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${ARG_TIMEOUT} COST ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
     ENVIRONMENT "PIPEWIRE_REMOTE=no-such-server;DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent;DISPLAY=;WAYLAND_DISPLAY=;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.suppressions;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.suppressions:print_suppressions=0")

@@ -26,6 +26,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC 12 warns about std::string's own assignment (GCC bug 105651).
   target_compile_options(ra_options INTERFACE -Wno-restrict)
 else()
+  # Who holds which lock (platform/thread_annotations.h).
+  target_compile_options(ra_options INTERFACE -Wthread-safety)
   # PipeWire's headers are made of these.
   target_compile_options(ra_options INTERFACE
     -Wno-gnu-statement-expression -Wno-c99-extensions)

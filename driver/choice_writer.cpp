@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "driver/choice_writer.h"
 
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "platform/mutex.h"
 
 namespace loopback {
 
@@ -17,9 +17,11 @@ struct ChoiceWriter::Desk {
 
   // The thread's function.
   void work() {
-    std::unique_lock lock(mutex);
+    platform::MutexLock lock(mutex);
     for (;;) {
-      changed.wait(lock, [this] { return next.has_value() || phase == Phase::kClosed; });
+      changed.wait(lock, [this]() RA_REQUIRES(mutex) {
+        return next.has_value() || phase == Phase::kClosed;
+      });
       if (!next) break;
       const DefaultChoice choice = std::move(*std::exchange(next, std::nullopt));
       lock.unlock();
@@ -31,21 +33,23 @@ struct ChoiceWriter::Desk {
   }
 
   const std::unique_ptr<ChoiceMemory> memory;
-  std::mutex mutex;
-  std::condition_variable changed;
-  Phase phase = Phase::kNotStarted;   // guarded by mutex
-  std::optional<DefaultChoice> next;  // guarded by mutex
+  platform::Mutex mutex;
+  platform::Condition changed;
+  Phase phase RA_GUARDED_BY(mutex) = Phase::kNotStarted;
+  std::optional<DefaultChoice> next RA_GUARDED_BY(mutex);
 };
 
 ChoiceWriter::ChoiceWriter(std::unique_ptr<ChoiceMemory> memory)
     : desk_(std::make_shared<Desk>(std::move(memory))) {}
 
 ChoiceWriter::~ChoiceWriter() {
-  std::unique_lock lock(desk_->mutex);
+  platform::MutexLock lock(desk_->mutex);
   if (desk_->phase == Desk::Phase::kNotStarted) return;
   desk_->phase = Desk::Phase::kClosed;
   desk_->changed.notify_all();
-  desk_->changed.wait_for(lock, kFarewell, [this] { return desk_->phase == Desk::Phase::kDone; });
+  desk_->changed.wait_for(lock, kFarewell, [this]() RA_REQUIRES(desk_->mutex) {
+    return desk_->phase == Desk::Phase::kDone;
+  });
 }
 
 DefaultChoice ChoiceWriter::load() {
@@ -53,7 +57,7 @@ DefaultChoice ChoiceWriter::load() {
 }
 
 void ChoiceWriter::store(const DefaultChoice& choice) {
-  const std::lock_guard lock(desk_->mutex);
+  const platform::MutexLock lock(desk_->mutex);
   desk_->next = choice;
   if (desk_->phase == Desk::Phase::kNotStarted) {
     try {

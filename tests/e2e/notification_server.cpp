@@ -67,7 +67,7 @@ NotificationServer::~NotificationServer() {
 }
 
 std::vector<std::string> NotificationServer::shown() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return shown_;
 }
 
@@ -76,7 +76,7 @@ std::uint32_t NotificationServer::show(GVariant* notification) {
   const gchar* body = nullptr;
   g_variant_get_child(notification, 3, "&s", &summary);
   g_variant_get_child(notification, 4, "&s", &body);
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   shown_.push_back(std::string(summary) + " " + body);
   return static_cast<std::uint32_t>(shown_.size());
 }

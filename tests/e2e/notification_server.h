@@ -4,10 +4,11 @@
 #include <gio/gio.h>
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "platform/mutex.h"
 
 namespace e2e {
 
@@ -35,8 +36,8 @@ class NotificationServer {
   GDBusConnection* connection_ = nullptr;
   GDBusNodeInfo* node_ = nullptr;
   std::thread thread_;
-  mutable std::mutex mutex_;
-  std::vector<std::string> shown_;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  std::vector<std::string> shown_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace e2e

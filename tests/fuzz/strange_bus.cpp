@@ -150,7 +150,7 @@ void StrangeBus::serve(std::promise<void>& isListening) {
 
 gboolean StrangeBus::onConnection(GDBusServer*, GDBusConnection* connection, gpointer raw) {
   auto& self = *static_cast<StrangeBus*>(raw);
-  const std::lock_guard lock(self.mutex_);
+  const platform::MutexLock lock(self.mutex_);
   self.clients_.emplace_back(G_DBUS_CONNECTION(g_object_ref(connection)));
   g_dbus_connection_add_filter(connection, &StrangeBus::onMessage, raw, nullptr);
   return TRUE;
@@ -169,7 +169,7 @@ void StrangeBus::receive(GDBusConnection* connection, GDBusMessage* message) {
   const bool isAsked =
       (g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0;
   const gchar* to = g_dbus_message_get_destination(message);
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (to != nullptr && std::string_view(to) == kDaemon) {
     if (!isAsked) return;
     const MessagePtr reply = daemonReplyTo(message, isThere_);
@@ -246,7 +246,7 @@ void StrangeBus::broadcast(GDBusMessage* message) {
 }
 
 void StrangeBus::play(const Service& service, std::shared_ptr<const Script> script) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   service_ = service;
   script_ = std::move(script);
   next_ = 0;
@@ -256,7 +256,7 @@ void StrangeBus::play(const Service& service, std::shared_ptr<const Script> scri
 }
 
 void StrangeBus::playRest() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   while (script_ != nullptr && next_ < script_->steps.size()) {
     const Step& step = script_->steps[next_++];
     if (step.kind != Step::Kind::kAnswer && step.kind != Step::Kind::kError) send(step);

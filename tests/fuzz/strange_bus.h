@@ -7,12 +7,12 @@
 #include <cstddef>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/mutex.h"
 
 namespace fuzz {
 
@@ -89,13 +89,13 @@ class StrangeBus {
 
   const std::string address_;
   std::atomic<int> calls_ = 0;
-  std::mutex mutex_;
-  std::vector<linux_host::ConnectionPtr> clients_;  // guarded by mutex_
-  Service service_{};                               // guarded by mutex_
-  std::shared_ptr<const Script> script_;            // guarded by mutex_; may be null
-  std::size_t next_ = 0;                            // guarded by mutex_
-  bool isThere_ = true;                             // guarded by mutex_
-  std::string request_;                             // guarded by mutex_
+  platform::Mutex mutex_;
+  std::vector<linux_host::ConnectionPtr> clients_ RA_GUARDED_BY(mutex_);
+  Service service_ RA_GUARDED_BY(mutex_){};
+  std::shared_ptr<const Script> script_ RA_GUARDED_BY(mutex_);  // may be null
+  std::size_t next_ RA_GUARDED_BY(mutex_) = 0;
+  bool isThere_ RA_GUARDED_BY(mutex_) = true;
+  std::string request_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace fuzz

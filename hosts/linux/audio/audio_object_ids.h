@@ -2,11 +2,11 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "platform/audio_hardware.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -16,7 +16,7 @@ namespace linux_host {
 class AudioObjectIds {
  public:
   platform::AudioObjectID idOf(const std::string& name) {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     const auto [entry, isNew] = ids_.try_emplace(name, next_);
     if (isNew) names_[next_++] = name;
     return entry->second;
@@ -24,17 +24,17 @@ class AudioObjectIds {
 
   // Null for an unknown id.
   [[nodiscard]] std::optional<std::string> nameOf(platform::AudioObjectID id) const {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     const auto found = names_.find(id);
     if (found == names_.end()) return std::nullopt;
     return found->second;
   }
 
  private:
-  mutable std::mutex mutex_;
-  platform::AudioObjectID next_ = platform::kAudioObjectSystemObject + 1;
-  std::map<std::string, platform::AudioObjectID> ids_;
-  std::map<platform::AudioObjectID, std::string> names_;
+  mutable platform::Mutex mutex_;
+  platform::AudioObjectID next_ RA_GUARDED_BY(mutex_) = platform::kAudioObjectSystemObject + 1;
+  std::map<std::string, platform::AudioObjectID> ids_ RA_GUARDED_BY(mutex_);
+  std::map<platform::AudioObjectID, std::string> names_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_host

@@ -58,7 +58,7 @@ CaptureRun::~CaptureRun() {
 }
 
 void CaptureRun::enter(Phase next) {
-  [[maybe_unused]] const auto mayEnter = [this](Phase phase) {
+  [[maybe_unused]] const auto mayEnter = [this](Phase phase) RA_REQUIRES(mutex_) {
     switch (phase_) {
       case Phase::kHolding:
         return phase != Phase::kHolding && phase != Phase::kFinished;
@@ -85,7 +85,7 @@ void CaptureRun::wake() {
 }
 
 bool CaptureRun::addConsumer(std::shared_ptr<CaptureConsumer> consumer) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kFinished) return false;
   const bool getsFirst = phase_ == Phase::kHolding || phase_ == Phase::kFailed;
   shares_.push_back({std::move(consumer), getsFirst ? 0 : ring_.written_frames(), kNever});
@@ -93,7 +93,7 @@ bool CaptureRun::addConsumer(std::shared_ptr<CaptureConsumer> consumer) {
 }
 
 void CaptureRun::endConsumer(const std::shared_ptr<CaptureConsumer>& consumer) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   for (Share& share : shares_) {
     if (share.consumer == consumer) {
       share.end_frames = std::min({share.end_frames, ring_.written_frames(), end_frames_});
@@ -103,13 +103,13 @@ void CaptureRun::endConsumer(const std::shared_ptr<CaptureConsumer>& consumer) {
 }
 
 void CaptureRun::deliver() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kHolding) enter(Phase::kDelivering);
   if (phase_ == Phase::kFailed) enter(Phase::kEnding);
 }
 
 void CaptureRun::announce() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   // A pending announcement also serves this request. Postponing it until further samples would lose
   // it: before the delivery nothing looks for them.
   if (announceAfter_frames_) return;
@@ -118,14 +118,14 @@ void CaptureRun::announce() {
 }
 
 void CaptureRun::end() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kHolding || phase_ == Phase::kDelivering) markEnd();
   if (phase_ < Phase::kEnding) enter(Phase::kEnding);
 }
 
 bool CaptureRun::fail(const std::string& message) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (phase_ >= Phase::kFailed) return false;
     const bool isDelivering = phase_ == Phase::kDelivering;
     markEnd();
@@ -142,14 +142,14 @@ void CaptureRun::markEnd() {
 }
 
 bool CaptureRun::pause(milliseconds limit) {
-  std::unique_lock lock(mutex_);
-  asked_.wait_for(lock, limit, [this] { return isAsked_; });
+  platform::MutexLock lock(mutex_);
+  asked_.wait_for(lock, limit, [this]() RA_REQUIRES(mutex_) { return isAsked_; });
   isAsked_ = false;
   return phase_ < Phase::kFailed;
 }
 
 milliseconds CaptureRun::untilNextLook() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (announceAfter_frames_ || shares_.empty()) return kPoll;
   milliseconds shortest = kLongestPoll;
   for (const Share& share : shares_) shortest = std::min(shortest, share.consumer->patience());
@@ -157,17 +157,17 @@ milliseconds CaptureRun::untilNextLook() {
 }
 
 bool CaptureRun::hasEnded() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return phase_ >= Phase::kEnding;
 }
 
 bool CaptureRun::hasFailed() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return phase_ == Phase::kFailed;
 }
 
 bool CaptureRun::hasFinished() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return phase_ == Phase::kFinished;
 }
 
@@ -238,8 +238,10 @@ bool CaptureRun::waitForSamplesOfThisStream() {
 }
 
 void CaptureRun::waitForDelivery() {
-  std::unique_lock lock(mutex_);
-  asked_.wait(lock, [this] { return phase_ == Phase::kDelivering || phase_ == Phase::kEnding; });
+  platform::MutexLock lock(mutex_);
+  asked_.wait(lock, [this]() RA_REQUIRES(mutex_) {
+    return phase_ == Phase::kDelivering || phase_ == Phase::kEnding;
+  });
   lastLook_ = steady_clock::now();
 }
 
@@ -262,14 +264,14 @@ void CaptureRun::drainUntilEnd() {
 void CaptureRun::finishAll() {
   std::vector<Share> shares;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     shares.swap(shares_);
   }
   for (const Share& share : shares) share.consumer->finish();
   // The token is released last: a thread that waits for it may end the process.
   std::optional<PendingWork::Token> token;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (token_) token.emplace(std::move(*token_));
     token_.reset();
     enter(Phase::kFinished);
@@ -295,7 +297,7 @@ bool CaptureRun::handOn() {
   std::vector<Share> shares;
   bool isLast = false;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     shares = shares_;
     isLast = phase_ >= Phase::kFailed;
     if (position >= end_frames_) return false;
@@ -338,7 +340,7 @@ void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames, bo
 void CaptureRun::dropFailed(const std::shared_ptr<CaptureConsumer>& consumer,
                             const std::string& error) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     std::erase_if(shares_, [&](const Share& share) { return share.consumer == consumer; });
   }
   consumer->finish();
@@ -348,7 +350,7 @@ void CaptureRun::dropFailed(const std::shared_ptr<CaptureConsumer>& consumer,
 void CaptureRun::finishThoseAt(std::uint64_t position_frames) {
   std::vector<std::shared_ptr<CaptureConsumer>> finished;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     for (const Share& share : shares_) {
       if (share.end_frames <= position_frames) finished.push_back(share.consumer);
     }
@@ -391,7 +393,7 @@ void CaptureRun::watchArrival() {
 
 void CaptureRun::announceSamples(std::uint64_t written_frames) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (phase_ >= Phase::kFailed || !announceAfter_frames_) return;
     if (written_frames <= *announceAfter_frames_) return;
     announceAfter_frames_.reset();

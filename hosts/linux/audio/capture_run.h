@@ -3,11 +3,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -19,6 +17,7 @@
 #include "hosts/linux/audio/sound_watch.h"
 #include "hosts/linux/audio/source_rest.h"
 #include "hosts/linux/base/pending_work.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -108,8 +107,8 @@ class CaptureRun {
     std::uint64_t end_frames = kNever;
   };
 
-  // The only function that changes the phase. With mutex_ held.
-  void enter(Phase next);
+  // The only function that changes the phase.
+  void enter(Phase next) RA_REQUIRES(mutex_);
 
   void run();
   // Waits, for a limited time, until the source can be recorded from. False when the run has ended.
@@ -126,9 +125,9 @@ class CaptureRun {
 
   // Does nothing and returns false when the run has already ended or failed.
   bool fail(const std::string& message);
-  // Samples that arrive from now on no longer belong to the run. With mutex_ held.
-  void markEnd();
-  void wake();  // with mutex_ held
+  // Samples that arrive from now on no longer belong to the run.
+  void markEnd() RA_REQUIRES(mutex_);
+  void wake() RA_REQUIRES(mutex_);
   // Hands the next contiguous piece to the consumers; false when there was nothing or a consumer is
   // not ready.
   bool handOn();
@@ -155,14 +154,14 @@ class CaptureRun {
   CaptureRing ring_;
   std::unique_ptr<CaptureStream> stream_;  // drain thread only
 
-  std::mutex mutex_;
-  std::condition_variable asked_;
-  bool isAsked_ = false;                                   // guarded by mutex_
-  Phase phase_ = Phase::kHolding;                          // guarded by mutex_
-  std::vector<Share> shares_;                              // guarded by mutex_
-  std::optional<std::uint64_t> announceAfter_frames_ = 0;  // guarded by mutex_; none: not asked
-  std::uint64_t end_frames_ = kNever;                      // guarded by mutex_
-  std::optional<PendingWork::Token> token_;                // guarded by mutex_
+  platform::Mutex mutex_;
+  platform::Condition asked_;
+  bool isAsked_ RA_GUARDED_BY(mutex_) = false;
+  Phase phase_ RA_GUARDED_BY(mutex_) = Phase::kHolding;
+  std::vector<Share> shares_ RA_GUARDED_BY(mutex_);
+  std::optional<std::uint64_t> announceAfter_frames_ RA_GUARDED_BY(mutex_) = 0;  // none: not asked
+  std::uint64_t end_frames_ RA_GUARDED_BY(mutex_) = kNever;
+  std::optional<PendingWork::Token> token_ RA_GUARDED_BY(mutex_);
 
   SoundWatch sound_;
 

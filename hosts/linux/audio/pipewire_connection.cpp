@@ -152,7 +152,7 @@ void PipeWireConnection::Remote::onTime() {
 
 void PipeWireConnection::Remote::update(const std::function<void(AudioGraph&)>& change) {
   {
-    const std::lock_guard lock(owner_.mutex_);
+    const platform::MutexLock lock(owner_.mutex_);
     change(owner_.graph_);
   }
   owner_.changed_.notify_all();
@@ -183,14 +183,14 @@ void PipeWireConnection::Remote::connectionBroke() {
 }
 
 bool PipeWireConnection::Remote::metadataAsked() {
-  const std::lock_guard lock(owner_.mutex_);
+  const platform::MutexLock lock(owner_.mutex_);
   if (!owner_.isClosing_) ++owner_.unansweredMetadata_;
   return !owner_.isClosing_;
 }
 
 void PipeWireConnection::Remote::metadataAnswered() {
   {
-    const std::lock_guard lock(owner_.mutex_);
+    const platform::MutexLock lock(owner_.mutex_);
     --owner_.unansweredMetadata_;
   }
   owner_.changed_.notify_all();
@@ -213,9 +213,10 @@ PipeWireConnection::PipeWireConnection(Callbacks callbacks)
 
 PipeWireConnection::~PipeWireConnection() {
   {
-    std::unique_lock lock(mutex_);
+    platform::MutexLock lock(mutex_);
     isClosing_ = true;
-    changed_.wait_for(lock, kAnswerLimit, [this] { return unansweredMetadata_ == 0; });
+    changed_.wait_for(lock, kAnswerLimit,
+                      [this]() RA_REQUIRES(mutex_) { return unansweredMetadata_ == 0; });
   }
   if (loop_ == nullptr) return;
   loop_->post([this](pw_loop*) { remote_.reset(); });
@@ -225,36 +226,37 @@ PipeWireConnection::~PipeWireConnection() {
 void PipeWireConnection::setCaptureDeviceCallbacks(
     std::function<void(const std::string&)> onAdded,
     std::function<void(const std::string&)> onRemoved) {
-  const std::lock_guard lock(callbackMutex_);
+  const platform::MutexLock lock(callbackMutex_);
   onCaptureDeviceAdded_ = std::move(onAdded);
   onCaptureDeviceRemoved_ = std::move(onRemoved);
 }
 
 void PipeWireConnection::tell(DeviceCallback PipeWireConnection::*callback,
                               const std::string& nodeName) {
-  const std::lock_guard lock(callbackMutex_);
+  const platform::MutexLock lock(callbackMutex_);
   if (this->*callback) (this->*callback)(nodeName);
 }
 
-bool PipeWireConnection::waitUntilStanding(std::unique_lock<std::mutex>& lock) const {
-  changed_.wait_until(lock, begin_ + kStartLimit, [this] { return phase_ != Phase::kConnecting; });
+bool PipeWireConnection::waitUntilStanding(platform::MutexLock& lock) const {
+  changed_.wait_until(lock, begin_ + kStartLimit,
+                      [this]() RA_REQUIRES(mutex_) { return phase_ != Phase::kConnecting; });
   return phase_ == Phase::kStanding;
 }
 
 bool PipeWireConnection::withGraph(const std::function<void(const AudioGraph&)>& read) const {
-  std::unique_lock lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (!waitUntilStanding(lock)) return false;
   read(graph_);
   return true;
 }
 
 std::string PipeWireConnection::lostMessage() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return lost_;
 }
 
 bool PipeWireConnection::setConfiguredDefaultSink(const std::string& nodeName) {
-  std::unique_lock lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (!waitUntilStanding(lock) || !graph_.hasDefaults) return false;
   lock.unlock();
   loop_->post([this, nodeName](pw_loop*) { remote_->setDefaultSink(nodeName); });
@@ -262,7 +264,7 @@ bool PipeWireConnection::setConfiguredDefaultSink(const std::string& nodeName) {
 }
 
 bool PipeWireConnection::requestLoopback(bool isShow) {
-  std::unique_lock lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (!waitUntilStanding(lock)) return false;
   const std::uint64_t number = ++loopbackRequests_;
   graph_.loopbackState.request(isShow, number);
@@ -278,9 +280,9 @@ bool PipeWireConnection::requestLoopback(bool isShow) {
 void PipeWireConnection::awaitLoopbackDriver() const {
   std::error_code unknown;
   if (!std::filesystem::exists(loopback_.startUpFile, unknown)) return;
-  std::unique_lock lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (!waitUntilStanding(lock)) return;
-  changed_.wait_until(lock, begin_ + kDriverGrace, [this] {
+  changed_.wait_until(lock, begin_ + kDriverGrace, [this]() RA_REQUIRES(mutex_) {
     return phase_ != Phase::kStanding || graph_.loopbackState.driverVersion().has_value();
   });
 }
@@ -288,7 +290,7 @@ void PipeWireConnection::awaitLoopbackDriver() const {
 void PipeWireConnection::lose(const std::string& message) {
   std::vector<std::string> gone;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (phase_ == Phase::kLost) return;
     if (phase_ == Phase::kStanding) gone = captureDevices(graph_);
     phase_ = Phase::kLost;
@@ -303,7 +305,7 @@ void PipeWireConnection::stand() {
   std::vector<std::string> returned;
   bool wasLost = false;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     wasLost = phase_ == Phase::kLost;
     if (wasLost) returned = captureDevices(graph_);
     phase_ = Phase::kStanding;
@@ -316,7 +318,7 @@ void PipeWireConnection::stand() {
 
 void PipeWireConnection::forgetMetadataAsked() {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     unansweredMetadata_ = 0;
   }
   changed_.notify_all();

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,6 +11,7 @@
 #include "hosts/linux/audio/audio_graph.h"
 #include "hosts/linux/audio/loopback_places.h"
 #include "hosts/linux/audio/pipewire_loop.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -84,7 +83,7 @@ class PipeWireConnection {
     kLost,        // readers fail
   };
 
-  [[nodiscard]] bool waitUntilStanding(std::unique_lock<std::mutex>& lock) const;
+  [[nodiscard]] bool waitUntilStanding(platform::MutexLock& lock) const RA_REQUIRES(mutex_);
   // All functions below: on the loop's thread.
   void lose(const std::string& message);
   void stand();
@@ -97,18 +96,18 @@ class PipeWireConnection {
   const std::function<void(const std::string&)> onLost_;
   const std::function<void()> onRegained_;
 
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
-  AudioGraph graph_;  // guarded by mutex_; written on the loop's thread, but for requests
-  Phase phase_ = Phase::kConnecting;    // guarded by mutex_
-  std::string lost_;                    // guarded by mutex_; why, while the connection is lost
-  std::uint64_t loopbackRequests_ = 0;  // guarded by mutex_; so far
-  int unansweredMetadata_ = 0;          // guarded by mutex_
-  bool isClosing_ = false;              // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  mutable platform::Condition changed_;
+  AudioGraph graph_ RA_GUARDED_BY(mutex_);  // written on the loop's thread, but for requests
+  Phase phase_ RA_GUARDED_BY(mutex_) = Phase::kConnecting;
+  std::string lost_ RA_GUARDED_BY(mutex_);                    // why, while the connection is lost
+  std::uint64_t loopbackRequests_ RA_GUARDED_BY(mutex_) = 0;  // so far
+  int unansweredMetadata_ RA_GUARDED_BY(mutex_) = 0;
+  bool isClosing_ RA_GUARDED_BY(mutex_) = false;
 
-  std::mutex callbackMutex_;               // held while a capture device callback runs
-  DeviceCallback onCaptureDeviceAdded_;    // guarded by callbackMutex_
-  DeviceCallback onCaptureDeviceRemoved_;  // guarded by callbackMutex_
+  platform::Mutex callbackMutex_;  // held while a capture device callback runs
+  DeviceCallback onCaptureDeviceAdded_ RA_GUARDED_BY(callbackMutex_);
+  DeviceCallback onCaptureDeviceRemoved_ RA_GUARDED_BY(callbackMutex_);
 
   std::unique_ptr<Remote> remote_;
   std::unique_ptr<PipeWireLoop> loop_;  // null when there was no thread for it: lost for good

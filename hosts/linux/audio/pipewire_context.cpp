@@ -3,20 +3,20 @@
 
 #include <pipewire/pipewire.h>
 
-#include <mutex>
+#include "platform/mutex.h"
 
 namespace linux_host {
 namespace {
 
-std::mutex& setUpMutex() {
-  static std::mutex mutex;
+platform::Mutex& setUpMutex() {
+  static platform::Mutex mutex;
   return mutex;
 }
 
 }  // namespace
 
 pw_context* makeContext(pw_loop* loop, ContextKind kind) {
-  const std::lock_guard lock(setUpMutex());
+  const platform::MutexLock lock(setUpMutex());
   pw_context* context = nullptr;
   if (kind == ContextKind::kAudio) {
     context =
@@ -26,7 +26,7 @@ pw_context* makeContext(pw_loop* loop, ContextKind kind) {
 }
 
 pw_core* connectContext(pw_context* context, pw_properties* properties) {
-  const std::lock_guard lock(setUpMutex());
+  const platform::MutexLock lock(setUpMutex());
   return pw_context_connect(context, properties, 0);
 }
 

@@ -13,7 +13,7 @@ PipeWireLoop::PipeWireLoop(std::string threadName)
 
 PipeWireLoop::~PipeWireLoop() {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     quit_ = true;
     wake();
   }
@@ -21,7 +21,7 @@ PipeWireLoop::~PipeWireLoop() {
 }
 
 void PipeWireLoop::post(Work work) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   posted_.push_back(std::move(work));
   wake();
 }
@@ -38,13 +38,15 @@ void PipeWireLoop::onWake(void* self, std::uint64_t) {
 void PipeWireLoop::runPosted() {
   for (;;) {
     std::vector<Work> work;
+    pw_loop* loop = nullptr;
     bool quit = false;
     {
-      const std::lock_guard lock(mutex_);
+      const platform::MutexLock lock(mutex_);
       work.swap(posted_);
+      loop = loop_;
       quit = quit_;
     }
-    for (const Work& item : work) item(loop_);
+    for (const Work& item : work) item(loop);
     if (!work.empty()) continue;
     isRunning_ = !quit;
     return;
@@ -52,9 +54,9 @@ void PipeWireLoop::runPosted() {
 }
 
 void PipeWireLoop::runWithoutLoop() {
-  std::unique_lock lock(mutex_);
+  platform::MutexLock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return quit_ || !posted_.empty(); });
+    changed_.wait(lock, [this]() RA_REQUIRES(mutex_) { return quit_ || !posted_.empty(); });
     if (posted_.empty()) return;
     const std::vector<Work> work = std::exchange(posted_, {});
     lock.unlock();
@@ -76,7 +78,7 @@ void PipeWireLoop::run(const std::string& threadName) {
     return;
   }
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     loop_ = loop;
     wakeSource_ = wakeSource;
     if (quit_ || !posted_.empty()) wake();
@@ -86,7 +88,7 @@ void PipeWireLoop::run(const std::string& threadName) {
   while (isRunning_) pw_loop_iterate(loop, -1);
   pw_loop_leave(loop);
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     pw_loop_destroy_source(loop, wakeSource_);
     wakeSource_ = nullptr;
   }

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "platform/mutex.h"
 
 struct pw_loop;
 struct spa_source;
@@ -38,15 +38,15 @@ class PipeWireLoop {
   void run(const std::string& threadName);
   void runPosted();
   void runWithoutLoop();
-  void wake();  // with mutex_ held
+  void wake() RA_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;   // for a thread without a loop
-  std::vector<Work> posted_;          // guarded by mutex_
-  pw_loop* loop_ = nullptr;           // guarded by mutex_; null until the thread is up
-  spa_source* wakeSource_ = nullptr;  // guarded by mutex_
-  bool quit_ = false;                 // guarded by mutex_
-  bool isRunning_ = true;             // on the loop's thread
+  platform::Mutex mutex_;
+  platform::Condition changed_;  // for a thread without a loop
+  std::vector<Work> posted_ RA_GUARDED_BY(mutex_);
+  pw_loop* loop_ RA_GUARDED_BY(mutex_) = nullptr;  // null until the thread is up
+  spa_source* wakeSource_ RA_GUARDED_BY(mutex_) = nullptr;
+  bool quit_ RA_GUARDED_BY(mutex_) = false;
+  bool isRunning_ = true;  // on the loop's thread
   std::thread thread_;
 };
 

@@ -8,19 +8,19 @@ namespace linux_host {
 using std::chrono::milliseconds;
 
 void SourceRest::ending(const std::string& node) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   ++sources_[node].endingStreams;
 }
 
 void SourceRest::ended(const std::string& node, bool hasStreamed) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   Source& source = sources_[node];
   --source.endingStreams;
   if (hasStreamed) source.rested = Clock::now() + kRest;
 }
 
 milliseconds SourceRest::left(const std::string& node) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto found = sources_.find(node);
   if (found == sources_.end()) return {};
   if (found->second.endingStreams > 0) return kRest;

@@ -3,8 +3,9 @@
 
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <string>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -35,8 +36,8 @@ class SourceRest {
     Clock::time_point rested{};  // a stream may start from then on
   };
 
-  std::mutex mutex_;
-  std::map<std::string, Source> sources_;  // guarded by mutex_
+  platform::Mutex mutex_;
+  std::map<std::string, Source> sources_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_host

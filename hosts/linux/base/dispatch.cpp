@@ -3,7 +3,6 @@
 
 #include <pthread.h>
 
-#include <condition_variable>
 #include <deque>
 #include <system_error>
 #include <thread>
@@ -32,7 +31,7 @@ class DispatchThreads::Worker {
   }
 
   void add(std::function<void()> item) {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (closed_ || item == nullptr) return;
     pending_.begin();
     items_.push_back(std::move(item));
@@ -41,13 +40,13 @@ class DispatchThreads::Worker {
 
   // The thread ends after the remaining items.
   void close() {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     closed_ = true;
     changed_.notify_one();
   }
 
   [[nodiscard]] bool isFinished() {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     return finished_;
   }
 
@@ -64,8 +63,8 @@ class DispatchThreads::Worker {
   }
 
   std::function<void()> next() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return closed_ || !items_.empty(); });
+    platform::MutexLock lock(mutex_);
+    changed_.wait(lock, [this]() RA_REQUIRES(mutex_) { return closed_ || !items_.empty(); });
     if (items_.empty()) {
       finished_ = true;
       return nullptr;
@@ -76,11 +75,11 @@ class DispatchThreads::Worker {
   }
 
   PendingWork& pending_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::function<void()>> items_;  // guarded by mutex_
-  bool closed_ = false;                      // guarded by mutex_
-  bool finished_ = false;                    // guarded by mutex_
+  platform::Mutex mutex_;
+  platform::Condition changed_;
+  std::deque<std::function<void()>> items_ RA_GUARDED_BY(mutex_);
+  bool closed_ RA_GUARDED_BY(mutex_) = false;
+  bool finished_ RA_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 
@@ -105,14 +104,14 @@ DispatchThreads::DispatchThreads() : mainQueue_(std::make_shared<MainQueue>()) {
 DispatchThreads::~DispatchThreads() {
   // Closing a queue that its owner still has is harmless: later items never run.
   waitUntilIdle();
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   for (const auto& worker : workers_) worker->close();
   for (const auto& worker : workers_) worker->join();
 }
 
 std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
     const std::string& label) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   joinFinished();
   try {
     auto worker = std::make_shared<Worker>(label, pendingWork_);

@@ -3,12 +3,12 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "hosts/linux/base/main_queue.h"
 #include "hosts/linux/base/pending_work.h"
 #include "platform/dispatch.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -38,12 +38,12 @@ class DispatchThreads : public platform::Dispatch {
  private:
   class Worker;
   class SerialQueue;
-  void joinFinished();
+  void joinFinished() RA_REQUIRES(mutex_);
 
   PendingWork pendingWork_;
   std::shared_ptr<MainQueue> mainQueue_;
-  std::mutex mutex_;
-  std::vector<std::shared_ptr<Worker>> workers_;  // guarded by mutex_
+  platform::Mutex mutex_;
+  std::vector<std::shared_ptr<Worker>> workers_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_host

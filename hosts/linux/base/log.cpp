@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
 #include <set>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 namespace {
@@ -43,10 +44,10 @@ void logMessage(LogLevel level, std::string_view text) {
 }
 
 void logOnce(LogLevel level, const std::string& topic, std::string_view text) {
-  static std::mutex mutex;
+  static platform::Mutex mutex;
   static std::set<std::string> said;
   {
-    const std::lock_guard lock(mutex);
+    const platform::MutexLock lock(mutex);
     if (!said.insert(topic).second) return;
   }
   logMessage(level, text);

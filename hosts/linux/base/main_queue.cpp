@@ -30,7 +30,7 @@ MainQueue::~MainQueue() {
 
 void MainQueue::async(std::function<void()> work) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     items_.push_back(std::move(work));
   }
   wake();
@@ -55,7 +55,7 @@ void MainQueue::runNext() {
   std::function<void()> item;
   bool more = false;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (items_.empty()) return;
     item = std::move(items_.front());
     items_.pop_front();

@@ -5,10 +5,10 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 
 #include "platform/dispatch.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -36,8 +36,8 @@ class MainQueue : public platform::DispatchQueue {
   const std::string label_ = "main";
   int eventFd_ = -1;
   GSource* source_ = nullptr;
-  std::mutex mutex_;
-  std::deque<std::function<void()>> items_;  // guarded by mutex_
+  platform::Mutex mutex_;
+  std::deque<std::function<void()>> items_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_host

@@ -7,7 +7,7 @@
 namespace linux_host {
 
 void PendingWork::begin() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   ++count_;
   ++changes_;
 }
@@ -15,7 +15,7 @@ void PendingWork::begin() {
 void PendingWork::end() {
   std::vector<std::function<void()>> callbacks;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     assert(count_ > 0);
     ++changes_;
     if (--count_ > 0) return;
@@ -27,23 +27,23 @@ void PendingWork::end() {
 }
 
 void PendingWork::waitUntilIdle() {
-  std::unique_lock lock(mutex_);
-  idle_.wait(lock, [this] { return count_ == 0; });
+  platform::MutexLock lock(mutex_);
+  idle_.wait(lock, [this]() RA_REQUIRES(mutex_) { return count_ == 0; });
 }
 
 bool PendingWork::waitUntilIdle(std::chrono::milliseconds limit) {
-  std::unique_lock lock(mutex_);
-  return idle_.wait_for(lock, limit, [this] { return count_ == 0; });
+  platform::MutexLock lock(mutex_);
+  return idle_.wait_for(lock, limit, [this]() RA_REQUIRES(mutex_) { return count_ == 0; });
 }
 
 std::uint64_t PendingWork::changes() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return changes_;
 }
 
 void PendingWork::whenIdle(std::function<void()> callback) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (count_ > 0) {
       callbacks_.push_back(std::move(callback));
       return;

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -44,11 +44,11 @@ class PendingWork {
   void whenIdle(std::function<void()> callback);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable idle_;
-  std::uint64_t changes_ = 0;                     // guarded by mutex_
-  std::size_t count_ = 0;                         // guarded by mutex_
-  std::vector<std::function<void()>> callbacks_;  // guarded by mutex_
+  platform::Mutex mutex_;
+  platform::Condition idle_;
+  std::uint64_t changes_ RA_GUARDED_BY(mutex_) = 0;
+  std::size_t count_ RA_GUARDED_BY(mutex_) = 0;
+  std::vector<std::function<void()>> callbacks_ RA_GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_host

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/bus/dbus_support.h"
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
 #include "hosts/linux/base/log.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 namespace {
@@ -19,7 +18,7 @@ class Deadline {
   explicit Deadline(int timeout_ms) : thread_([this, timeout_ms] { watch(timeout_ms); }) {}
   ~Deadline() {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::MutexLock lock(mutex_);
       done_ = true;
       changed_.notify_one();
     }
@@ -32,15 +31,15 @@ class Deadline {
 
  private:
   void watch(int timeout_ms) {
-    std::unique_lock lock(mutex_);
+    platform::MutexLock lock(mutex_);
     const auto limit = std::chrono::milliseconds(timeout_ms);
-    if (!changed_.wait_for(lock, limit, [this] { return done_; }))
+    if (!changed_.wait_for(lock, limit, [this]() RA_REQUIRES(mutex_) { return done_; }))
       g_cancellable_cancel(cancellable_.get());
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool done_ = false;  // guarded by mutex_
+  platform::Mutex mutex_;
+  platform::Condition changed_;
+  bool done_ RA_GUARDED_BY(mutex_) = false;
   const std::unique_ptr<GCancellable, void (*)(gpointer)> cancellable_{g_cancellable_new(),
                                                                        &g_object_unref};
   std::thread thread_;

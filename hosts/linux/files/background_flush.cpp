@@ -26,17 +26,17 @@ BackgroundFlush::BackgroundFlush(Flush flush, std::chrono::milliseconds interval
 }
 
 void BackgroundFlush::nowAndThen(int fd) {
-  const std::lock_guard lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   if (state_->underWay == 0 && Clock::now() >= state_->nextBegin) begin(fd, nullptr);
 }
 
 void BackgroundFlush::now(int fd, OnError onError) {
-  const std::lock_guard lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   begin(fd, std::move(onError));
 }
 
 int BackgroundFlush::takeError() {
-  const std::lock_guard lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   return std::exchange(state_->error, 0);
 }
 
@@ -66,7 +66,7 @@ void BackgroundFlush::run(State& state, int fd, Flush flush, std::chrono::millis
   close(fd);
   if (error != 0 && onError) onError(error);
   const Clock::time_point ended = Clock::now();
-  const std::lock_guard lock(state.mutex);
+  const platform::MutexLock lock(state.mutex);
   --state.underWay;
   if (error != 0) state.error = error;
   state.nextBegin = std::max(began + interval, ended + kPauseFactor * (ended - began));

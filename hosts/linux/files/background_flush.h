@@ -4,7 +4,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -41,13 +42,12 @@ class BackgroundFlush {
  private:
   using Clock = std::chrono::steady_clock;
   struct State {
-    std::mutex mutex;
-    int underWay = 0;             // guarded by mutex
-    int error = 0;                // guarded by mutex
-    Clock::time_point nextBegin;  // guarded by mutex
+    platform::Mutex mutex;
+    int underWay RA_GUARDED_BY(mutex) = 0;
+    int error RA_GUARDED_BY(mutex) = 0;
+    Clock::time_point nextBegin RA_GUARDED_BY(mutex);
   };
-  // With the state's mutex held.
-  void begin(int fd, OnError onError);
+  void begin(int fd, OnError onError) RA_REQUIRES(state_->mutex);
   static void run(State& state, int fd, Flush flush, std::chrono::milliseconds interval,
                   const OnError& onError);
 

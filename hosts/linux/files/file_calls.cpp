@@ -11,18 +11,18 @@ constexpr std::chrono::milliseconds kWaitStep{100};
 }  // namespace
 
 std::uint64_t FileCalls::begin(const std::string& path, Kind kind) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   underWay_.emplace(++begun_, Entry{path, kind, Clock::now()});
   return begun_;
 }
 
 void FileCalls::end(std::uint64_t number) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   underWay_.erase(number);
 }
 
 std::optional<FileCalls::UnderWay> FileCalls::oldest(Kind kind) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   for (const auto& [number, entry] : underWay_) {
     if (entry.kind == kind) return UnderWay{number, entry.path};
   }
@@ -30,18 +30,18 @@ std::optional<FileCalls::UnderWay> FileCalls::oldest(Kind kind) const {
 }
 
 std::uint64_t FileCalls::progress() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return begun_ - underWay_.size();
 }
 
 std::chrono::milliseconds FileCalls::patience() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const bool isHeld =
       !underWay_.empty() && Clock::now() - underWay_.begin()->second.begin > kShortPatience;
   return isHeld ? kShortPatience : kPatience;
 }
 
-bool FileCalls::awaitProgress(std::unique_lock<std::mutex>& lock, std::condition_variable& changed,
+bool FileCalls::awaitProgress(platform::MutexLock& lock, platform::Condition& changed,
                               const bool& isDone) const {
   const std::chrono::milliseconds limit = patience();
   std::chrono::milliseconds waited{0};

@@ -3,18 +3,18 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "platform/mutex.h"
 
 // A network folder that hangs, or a disk that has stopped, can block every call indefinitely. This
 // file keeps track of the pending calls, and makes calls for callers that cannot wait that long.
@@ -78,13 +78,13 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   std::uint64_t begin(const std::string& path, Kind kind);
   void end(std::uint64_t number);
   [[nodiscard]] std::chrono::milliseconds patience() const;
-  // Waits until `isDone`, which is guarded by `mutex`, or until kPatience runs out.
-  bool awaitProgress(std::unique_lock<std::mutex>& lock, std::condition_variable& changed,
+  // Waits until `isDone`, which the lock guards, or until kPatience runs out.
+  bool awaitProgress(platform::MutexLock& lock, platform::Condition& changed,
                      const bool& isDone) const;
 
-  mutable std::mutex mutex_;
-  std::map<std::uint64_t, Entry> underWay_;  // guarded by mutex_
-  std::uint64_t begun_ = 0;                  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  std::map<std::uint64_t, Entry> underWay_ RA_GUARDED_BY(mutex_);
+  std::uint64_t begun_ RA_GUARDED_BY(mutex_) = 0;
 };
 
 // Distinguishes a file that can no longer be written from one whose write is merely slow. Counts
@@ -116,16 +116,16 @@ auto FileCalls::within(Work work, const std::shared_ptr<std::atomic<bool>>& isGi
   struct Shared {
     explicit Shared(Work toDo) : work(std::move(toDo)) {}
     Work work;  // used only by the thread that runs it
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool isDone = false;                     // guarded by mutex
-    std::optional<decltype(work())> result;  // guarded by mutex
+    platform::Mutex mutex;
+    platform::Condition changed;
+    bool isDone RA_GUARDED_BY(mutex) = false;
+    std::optional<decltype(work())> result RA_GUARDED_BY(mutex);
   };
   const auto shared = std::make_shared<Shared>(std::move(work));
   try {
     std::thread([shared, self = shared_from_this()] {
       auto result = shared->work();
-      const std::lock_guard lock(shared->mutex);
+      const platform::MutexLock lock(shared->mutex);
       shared->result.emplace(std::move(result));
       shared->isDone = true;
       shared->changed.notify_all();
@@ -133,7 +133,7 @@ auto FileCalls::within(Work work, const std::shared_ptr<std::atomic<bool>>& isGi
   } catch (const std::system_error&) {
     return shared->work();
   }
-  std::unique_lock lock(shared->mutex);
+  platform::MutexLock lock(shared->mutex);
   if (awaitProgress(lock, shared->changed, shared->isDone)) return std::move(shared->result);
   if (isGivenUp != nullptr) isGivenUp->store(true, std::memory_order_relaxed);
   return std::nullopt;

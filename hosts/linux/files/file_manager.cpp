@@ -109,7 +109,7 @@ std::string LinuxFileManager::temporaryDirectory() const {
   std::string chosen = variable != nullptr && *variable == '/' ? variable : kTemporaryDirectory;
   while (chosen.size() > 1 && chosen.back() == '/') chosen.pop_back();
   if (chosen == kTemporaryDirectory) return chosen;
-  const std::lock_guard lock(temporaryMutex_);
+  const platform::MutexLock lock(temporaryMutex_);
   if (chosen != chosenTemporaryDirectory_) {
     chosenTemporaryDirectory_ = chosen;
     usableTemporaryDirectory_ = isUsableForTemporaryFiles(chosen) ? chosen : kTemporaryDirectory;

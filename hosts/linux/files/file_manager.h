@@ -2,12 +2,12 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "hosts/linux/files/open_file.h"
 #include "platform/foundation.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -37,10 +37,10 @@ class LinuxFileManager : public platform::FileManager {
   [[nodiscard]] bool isUsableForTemporaryFiles(const std::string& folder) const;
 
   OpenFiles openFiles_;
-  // From the last check; guarded by temporaryMutex_.
-  mutable std::string chosenTemporaryDirectory_;
-  mutable std::string usableTemporaryDirectory_;
-  mutable std::mutex temporaryMutex_;
+  mutable platform::Mutex temporaryMutex_;
+  // From the last check.
+  mutable std::string chosenTemporaryDirectory_ RA_GUARDED_BY(temporaryMutex_);
+  mutable std::string usableTemporaryDirectory_ RA_GUARDED_BY(temporaryMutex_);
 };
 
 }  // namespace linux_host

@@ -4,12 +4,12 @@
 #include <pthread.h>
 #include <sys/statvfs.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -26,10 +26,10 @@ struct FreeSpace::Looks {
 
   const Measure measure;
   const std::chrono::milliseconds look;
-  std::mutex mutex;
-  std::condition_variable ended;
-  bool isOver = false;        // guarded by mutex
-  std::set<std::string> low;  // guarded by mutex
+  platform::Mutex mutex;
+  platform::Condition ended;
+  bool isOver RA_GUARDED_BY(mutex) = false;
+  std::set<std::string> low RA_GUARDED_BY(mutex);
 };
 
 FreeSpace::FreeSpace(Measure measure, std::chrono::milliseconds look)
@@ -50,7 +50,7 @@ void FreeSpace::begin(const std::vector<std::string>& folders) {
 void FreeSpace::end() {
   if (looks_ == nullptr) return;
   {
-    const std::lock_guard lock(looks_->mutex);
+    const platform::MutexLock lock(looks_->mutex);
     looks_->isOver = true;
     looks_->ended.notify_all();
   }
@@ -59,7 +59,7 @@ void FreeSpace::end() {
 
 bool FreeSpace::isLow() const {
   if (looks_ == nullptr) return false;
-  const std::lock_guard lock(looks_->mutex);
+  const platform::MutexLock lock(looks_->mutex);
   return !looks_->low.empty();
 }
 
@@ -67,13 +67,15 @@ void FreeSpace::run(const std::shared_ptr<Looks>& looks, const std::string& fold
   pthread_setname_np(pthread_self(), "free-space");
   for (;;) {
     const auto free_bytes = looks->measure(folder);
-    std::unique_lock lock(looks->mutex);
+    platform::MutexLock lock(looks->mutex);
     if (free_bytes && *free_bytes < kLow_bytes) {
       looks->low.insert(folder);
     } else if (free_bytes) {
       looks->low.erase(folder);
     }
-    if (looks->ended.wait_for(lock, looks->look, [&] { return looks->isOver; })) return;
+    if (looks->ended.wait_for(lock, looks->look,
+                              [&]() RA_REQUIRES(looks->mutex) { return looks->isOver; }))
+      return;
   }
 }
 

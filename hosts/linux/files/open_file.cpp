@@ -161,22 +161,22 @@ OpenFile::~OpenFile() {
 }
 
 std::string OpenFile::append(std::span<const std::byte> data) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return failure(writeAt(size_bytes_, data));
 }
 
 std::string OpenFile::pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return failure(writeAt(offset_bytes, data));
 }
 
 std::uint64_t OpenFile::size_bytes() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return size_bytes_;
 }
 
 std::string OpenFile::truncate(std::uint64_t size_bytes) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
   isWritten_ = true;
@@ -187,7 +187,7 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
 }
 
 std::string OpenFile::close() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (fd_ < 0) return {};
   const FileCalls::Call underWay = call();
   if (!hasMoved_ && !isNamed(fd_, path_)) owner_.keepNameless(path_, duplicateOf(fd_));
@@ -204,7 +204,7 @@ std::string OpenFile::close() {
 }
 
 std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   std::size_t done_bytes = 0;
   while (done_bytes < to.size()) {
@@ -218,7 +218,7 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
 }
 
 std::string OpenFile::waitForDisk() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   if (fdatasync(fd_) != 0) return failure(errno);
   isWritten_ = false;
@@ -226,24 +226,24 @@ std::string OpenFile::waitForDisk() {
 }
 
 int OpenFile::describe(struct statx* description) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
   return statx(fd_, "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
 }
 
 int OpenFile::duplicate() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return duplicateOf(fd_);
 }
 
 std::string OpenFile::path() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return path_;
 }
 
 bool OpenFile::isOpenAt(const std::string& path) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return fd_ >= 0 && path_ == path;
 }
 
@@ -272,6 +272,27 @@ std::string OpenFile::failure(int error) const {
   return error == 0 ? std::string() : errorText("write", path_, error);
 }
 
+void OpenFile::copyBegins() {
+  const platform::MutexLock lock(mutex_);
+  rewrittenBegin_bytes_ = UINT64_MAX;
+  rewrittenEnd_bytes_ = 0;
+}
+
+int OpenFile::continueIn(HiddenCopy* copy, const std::string& to, int sourceFd,
+                         std::uint64_t copied_bytes, int* unusedFd) {
+  const platform::MutexLock lock(mutex_);
+  int error = copy->truncate(std::min(copied_bytes, size_bytes_));
+  if (error == 0) error = copy->copy(sourceFd, rewrittenBegin_bytes_, rewrittenEnd_bytes_);
+  if (error == 0) error = copy->copy(sourceFd, copied_bytes, size_bytes_);
+  if (error == 0) error = copy->publish(size_bytes_, unusedFd);
+  if (error != 0 || fd_ < 0) return error;
+  std::swap(fd_, *unusedFd);
+  path_ = normal(to);
+  hasMoved_ = true;
+  flush_ = BackgroundFlush();  // without the old file's state
+  return 0;
+}
+
 OpenFiles::~OpenFiles() {
   moves_.waitUntilIdle();
   for (const auto& [path, fd] : nameless_) ::close(fd);
@@ -296,7 +317,7 @@ std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, st
 std::shared_ptr<OpenFile> OpenFiles::keep(int fd, const std::string& path,
                                           std::uint64_t size_bytes) {
   std::shared_ptr<OpenFile> file(new OpenFile(fd, normal(path), size_bytes, *this));
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   files_.emplace(file.get(), file);
   return file;
 }
@@ -317,14 +338,14 @@ std::shared_ptr<OpenFile> OpenFiles::claim(const std::string& path, std::string*
 }
 
 void OpenFiles::forget(OpenFile* file) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   files_.erase(file);
 }
 
 std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
   std::vector<std::shared_ptr<OpenFile>> alive;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     for (const auto& [raw, weak] : files_) {
       if (auto file = weak.lock()) alive.push_back(std::move(file));
     }
@@ -362,7 +383,7 @@ std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
   if (error == EXDEV || error == ENOENT) {
     error = moveByCopying(file.get(), from, to, isGivenUp);
   } else if (error == 0 && file != nullptr) {
-    const std::lock_guard lock(file->mutex_);
+    const platform::MutexLock lock(file->mutex_);
     file->path_ = normal(to);
     file->hasMoved_ = true;
   }
@@ -380,37 +401,17 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
     return nameless < 0 ? std::move(named) : openedAs(nameless);
   }();
   if (source.error != 0) return source.error;
-  if (file != nullptr) {
-    const std::lock_guard lock(file->mutex_);
-    file->rewrittenBegin_bytes_ = UINT64_MAX;
-    file->rewrittenEnd_bytes_ = 0;
-  }
+  if (file != nullptr) file->copyBegins();
   HiddenCopy copy(to, *calls_, isGivenUp);
   int error = copy.create(source.fd);
   // Copies nearly everything while the writer goes on; it waits only for the rest.
   if (error == 0) error = copy.copy(source.fd, 0, source.size_bytes);
   if (error != 0) return error;
 
-  std::unique_lock<std::mutex> lock;
-  if (file != nullptr) lock = std::unique_lock(file->mutex_);
-  if (file != nullptr) {
-    error = copy.truncate(std::min(source.size_bytes, file->size_bytes_));
-    if (error == 0) {
-      error = copy.copy(source.fd, file->rewrittenBegin_bytes_, file->rewrittenEnd_bytes_);
-    }
-    if (error == 0) error = copy.copy(source.fd, source.size_bytes, file->size_bytes_);
-  }
-  int copyFd = -1;
-  const std::uint64_t size_bytes = file != nullptr ? file->size_bytes_ : source.size_bytes;
-  if (error == 0) error = copy.publish(size_bytes, &copyFd);
+  int unusedFd = -1;
+  error = file != nullptr ? file->continueIn(&copy, to, source.fd, source.size_bytes, &unusedFd)
+                          : copy.publish(source.size_bytes, &unusedFd);
   if (error != 0) return error;
-
-  if (file != nullptr && file->fd_ >= 0) {
-    std::swap(file->fd_, copyFd);
-    file->path_ = normal(to);
-    file->hasMoved_ = true;
-    file->flush_ = BackgroundFlush();  // without the old file's state
-  }
   // The old file keeps its lock until its name is gone, so that no program takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
     logMessage(LogLevel::kWarning,
@@ -420,24 +421,24 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
                                      to
                                : errorText("remove", from, errno) + " It was copied to " + to);
   }
-  ::close(copyFd);
+  ::close(unusedFd);
   return 0;
 }
 
 int OpenFiles::openNameless(const OpenFile* file, const std::string& path) {
   if (const int fd = file != nullptr ? file->duplicate() : -1; fd >= 0) return fd;
-  const std::lock_guard lock(namelessMutex_);
+  const platform::MutexLock lock(namelessMutex_);
   const auto kept = nameless_.find(path);
   return kept == nameless_.end() ? -1 : duplicateOf(kept->second);
 }
 
 void OpenFiles::keepNameless(const std::string& path, int fd) {
-  const std::lock_guard lock(namelessMutex_);
+  const platform::MutexLock lock(namelessMutex_);
   if (fd >= 0 && !nameless_.emplace(path, fd).second) ::close(fd);
 }
 
 void OpenFiles::dropNameless(const std::string& path) {
-  const std::lock_guard lock(namelessMutex_);
+  const platform::MutexLock lock(namelessMutex_);
   const auto kept = nameless_.find(path);
   if (kept == nameless_.end()) return;
   ::close(kept->second);

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -17,9 +16,11 @@
 #include "hosts/linux/base/pending_work.h"
 #include "hosts/linux/files/background_flush.h"
 #include "hosts/linux/files/file_calls.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
+class HiddenCopy;
 class OpenFiles;
 
 // A file that is being written. It may be moved to another folder or file system meanwhile: later
@@ -62,26 +63,35 @@ class OpenFile {
 
   // A duplicate of the file's descriptor; -1 when the file is closed.
   [[nodiscard]] int duplicate() const;
-  // Registers that the following code may wait for the disk. With mutex_ held.
-  [[nodiscard]] FileCalls::Call call() const { return {*calls_, path_, FileCalls::Kind::kContent}; }
+  // Registers that the following code may wait for the disk.
+  [[nodiscard]] FileCalls::Call call() const RA_REQUIRES(mutex_) {
+    return {*calls_, path_, FileCalls::Kind::kContent};
+  }
 
   [[nodiscard]] bool isOpenAt(const std::string& path) const;
-  // Both with mutex_ held. Returns errno.
-  int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
-  [[nodiscard]] std::string failure(int error) const;
+  // A copy of the file begins: remembers what is overwritten from now on.
+  void copyBegins();
+  // Completes a copy that has the first `copied_bytes` of the source. The writer waits meanwhile,
+  // and then continues in the copy. Returns errno; on success *unusedFd is the descriptor that is
+  // no longer written.
+  int continueIn(HiddenCopy* copy, const std::string& to, int sourceFd, std::uint64_t copied_bytes,
+                 int* unusedFd);
+  // Returns errno.
+  int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) RA_REQUIRES(mutex_);
+  [[nodiscard]] std::string failure(int error) const RA_REQUIRES(mutex_);
 
   OpenFiles& owner_;
   const std::shared_ptr<FileCalls> calls_;
-  mutable std::mutex mutex_;
-  int fd_;                    // guarded by mutex_; -1 when closed
-  std::string path_;          // guarded by mutex_
-  std::uint64_t size_bytes_;  // guarded by mutex_
-  bool hasMoved_ = false;     // guarded by mutex_
-  bool isWritten_ = false;    // since the disk was last waited for; guarded by mutex_
-  BackgroundFlush flush_;     // guarded by mutex_
-  // The range overwritten since a copy began; empty when begin >= end. Guarded by mutex_.
-  std::uint64_t rewrittenBegin_bytes_ = 0;
-  std::uint64_t rewrittenEnd_bytes_ = 0;
+  mutable platform::Mutex mutex_;
+  int fd_ RA_GUARDED_BY(mutex_);  // -1 when closed
+  std::string path_ RA_GUARDED_BY(mutex_);
+  std::uint64_t size_bytes_ RA_GUARDED_BY(mutex_);
+  bool hasMoved_ RA_GUARDED_BY(mutex_) = false;
+  bool isWritten_ RA_GUARDED_BY(mutex_) = false;  // since the disk was last waited for
+  BackgroundFlush flush_ RA_GUARDED_BY(mutex_);
+  // The range overwritten since a copy began; empty when begin >= end.
+  std::uint64_t rewrittenBegin_bytes_ RA_GUARDED_BY(mutex_) = 0;
+  std::uint64_t rewrittenEnd_bytes_ RA_GUARDED_BY(mutex_) = 0;
 };
 
 // The files that this process writes, by path, and the only way to move them. Any thread. Outlives
@@ -160,12 +170,12 @@ class OpenFiles {
   PendingWork moves_;
 
   // Locked before an OpenFile's own mutex, never after it.
-  std::mutex mutex_;
-  std::unordered_map<OpenFile*, std::weak_ptr<OpenFile>> files_;  // guarded by mutex_
+  platform::Mutex mutex_;
+  std::unordered_map<OpenFile*, std::weak_ptr<OpenFile>> files_ RA_GUARDED_BY(mutex_);
 
   // Locked after an OpenFile's own mutex.
-  std::mutex namelessMutex_;
-  std::unordered_map<std::string, int> nameless_;  // guarded by namelessMutex_; descriptors
+  platform::Mutex namelessMutex_;
+  std::unordered_map<std::string, int> nameless_ RA_GUARDED_BY(namelessMutex_);  // descriptors
 };
 
 }  // namespace linux_host

@@ -37,7 +37,7 @@ void M4aWriterFactory::loadInBackground() {
 }
 
 std::shared_future<M4aWriterFactory::Loaded> M4aWriterFactory::loaded() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (!loaded_.valid()) {
     // If no thread can be started, the module is loaded when it is needed, on that thread.
     try {

@@ -3,11 +3,11 @@
 
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "hosts/linux/m4a/m4a_writer.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -44,8 +44,8 @@ class M4aWriterFactory {
 
   const M4aLog log_;
   const std::vector<std::string> folders_;
-  std::mutex mutex_;
-  std::shared_future<Loaded> loaded_;  // guarded by mutex_; invalid until requested
+  platform::Mutex mutex_;
+  std::shared_future<Loaded> loaded_ RA_GUARDED_BY(mutex_);  // invalid until requested
 };
 
 }  // namespace linux_host

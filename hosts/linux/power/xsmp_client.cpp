@@ -38,7 +38,7 @@ XsmpClient::~XsmpClient() {
   if (!thread_.joinable()) return;
   bool done = false;
   {
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->client = nullptr;
     done = shared_->done;
   }
@@ -72,14 +72,14 @@ void XsmpClient::open(const std::shared_ptr<Shared>& shared,
   const OpenXsmpConnection openConnection = loadModule(folders);
   std::unique_ptr<XsmpConnection> connection;
   if (openConnection != nullptr) connection.reset(openConnection(events));
-  const std::lock_guard lock(shared->mutex);
+  const platform::MutexLock lock(shared->mutex);
   shared->done = true;
   if (shared->client == nullptr || connection == nullptr) return;
   shared->connection = std::move(connection);
   shared->client->mainQueue_->async([shared] {
     XsmpClient* client = nullptr;
     {
-      const std::lock_guard lockAgain(shared->mutex);
+      const platform::MutexLock lockAgain(shared->mutex);
       client = shared->client;
     }
     if (client != nullptr) client->watch();
@@ -88,7 +88,7 @@ void XsmpClient::open(const std::shared_ptr<Shared>& shared,
 
 void XsmpClient::watch() {
   {
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     connection_ = std::move(shared_->connection);
   }
   source_ = g_unix_fd_add(connection_->descriptor(), G_IO_IN, onReadable, this);

@@ -4,7 +4,6 @@
 #include <glib.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "hosts/linux/power/session_end.h"
 #include "hosts/linux/power/xsmp_module.h"
 #include "platform/dispatch.h"
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -33,10 +33,10 @@ class XsmpClient {
  private:
   // Shared with the thread, which may outlive the client.
   struct Shared {
-    std::mutex mutex;
-    XsmpClient* client = nullptr;                // guarded by mutex; null when it is gone
-    std::unique_ptr<XsmpConnection> connection;  // guarded by mutex
-    bool done = false;                           // guarded by mutex
+    platform::Mutex mutex;
+    XsmpClient* client RA_GUARDED_BY(mutex) = nullptr;  // null when it is gone
+    std::unique_ptr<XsmpConnection> connection RA_GUARDED_BY(mutex);
+    bool done RA_GUARDED_BY(mutex) = false;
   };
 
   static void open(const std::shared_ptr<Shared>& shared, const std::vector<std::string>& folders,

@@ -19,7 +19,7 @@ FileIcons::~FileIcons() {
   if (!thread_.joinable()) return;
   bool busy = false;
   {
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->over = true;
     shared_->changed.notify_all();
     busy = shared_->busy;
@@ -33,7 +33,7 @@ FileIcons::~FileIcons() {
 
 void FileIcons::set(const std::string& file, const std::string& iconFile) {
   {
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->changes.push_back({file, iconFile});
     shared_->changed.notify_all();
   }
@@ -42,7 +42,7 @@ void FileIcons::set(const std::string& file, const std::string& iconFile) {
     thread_ = std::thread([shared = shared_] { run(*shared); });
   } catch (const std::system_error&) {
     // A file without an icon is still complete.
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->changes.clear();
     return;
   }
@@ -50,9 +50,10 @@ void FileIcons::set(const std::string& file, const std::string& iconFile) {
 }
 
 void FileIcons::run(Shared& shared) {
-  std::unique_lock lock(shared.mutex);
+  platform::MutexLock lock(shared.mutex);
   while (true) {
-    shared.changed.wait(lock, [&] { return shared.over || !shared.changes.empty(); });
+    shared.changed.wait(
+        lock, [&]() RA_REQUIRES(shared.mutex) { return shared.over || !shared.changes.empty(); });
     if (shared.over) return;
     const Change change = std::move(shared.changes.front());
     shared.changes.pop_front();
@@ -78,9 +79,10 @@ void FileIcons::apply(const Change& change) {
 }
 
 void FileIcons::finish(int timeout_ms) {
-  std::unique_lock lock(shared_->mutex);
-  shared_->changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
-                            [this] { return !shared_->busy && shared_->changes.empty(); });
+  platform::MutexLock lock(shared_->mutex);
+  shared_->changed.wait_for(
+      lock, std::chrono::milliseconds(timeout_ms),
+      [this]() RA_REQUIRES(shared_->mutex) { return !shared_->busy && shared_->changes.empty(); });
 }
 
 }  // namespace linux_host

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "platform/mutex.h"
 
 namespace linux_host {
 
@@ -32,11 +32,11 @@ class FileIcons {
   };
   // Shared with the thread, which may outlive this object.
   struct Shared {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Change> changes;  // guarded by mutex
-    bool busy = false;           // guarded by mutex
-    bool over = false;           // guarded by mutex
+    platform::Mutex mutex;
+    platform::Condition changed;
+    std::deque<Change> changes RA_GUARDED_BY(mutex);
+    bool busy RA_GUARDED_BY(mutex) = false;
+    bool over RA_GUARDED_BY(mutex) = false;
   };
 
   static void run(Shared& shared);

@@ -58,16 +58,6 @@ void zeroList(const platform::AudioBufferList& list, std::uint32_t offset_bytes,
 
 }  // namespace
 
-#ifndef NDEBUG
-void RingBufferRole::assertThisThread() {
-  static thread_local char mark;
-  const auto self = reinterpret_cast<std::uintptr_t>(&mark);
-  std::uintptr_t owner = 0;
-  const bool first = owner_.compare_exchange_strong(owner, self, std::memory_order_relaxed);
-  assert((first || owner == self) && "a ring buffer has one writer and one reader thread");
-}
-#endif
-
 void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
                           std::uint32_t capacity) {
   const std::uint64_t frames = nextPowerOfTwo(capacity);
@@ -99,8 +89,8 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
     slot.updateCounter.store(0, std::memory_order_relaxed);
   }
   timeBoundsIndex.store(0, std::memory_order_relaxed);
-  writer_.reset();
-  reader_.reset();
+  writer_.release();
+  reader_.release();
 }
 
 void RingBuffer::deallocate() {
@@ -112,7 +102,7 @@ void RingBuffer::deallocate() {
 }
 
 void RingBuffer::setTimeBounds(std::int64_t start, std::int64_t end) {
-  writer_.assertThisThread();
+  writer_.assertHeld();
   const std::uint32_t next = timeBoundsIndex.load(std::memory_order_relaxed) + 1;
   RingBufferTimeBounds& slot = timeBounds[next & kSlotMask];
   slot.updateCounter.store(next, std::memory_order_relaxed);
@@ -133,7 +123,7 @@ RingBufferError RingBuffer::getTimeBounds(std::int64_t& start, std::int64_t& end
 }
 
 RingBufferError RingBuffer::clipTimeBounds(std::int64_t& start, std::int64_t& end) {
-  reader_.assertThisThread();
+  reader_.assertHeld();
   std::int64_t heldStart = 0;
   std::int64_t heldEnd = 0;
   const RingBufferError error = getTimeBounds(heldStart, heldEnd);
@@ -199,7 +189,7 @@ void RingBuffer::copyOut(platform::AudioBufferList& list, std::uint32_t listOffs
 
 RingBufferError RingBuffer::store(const platform::AudioBufferList& list, std::uint32_t frameCount,
                                   std::int64_t startTime) {
-  writer_.assertThisThread();
+  writer_.assertHeld();
   if (frameCount == 0) return RingBufferErrorNone;
   if (frameCount > capacityFrames) return RingBufferErrorTooManyFrames;
 
@@ -223,7 +213,7 @@ RingBufferError RingBuffer::store(const platform::AudioBufferList& list, std::ui
 
 RingBufferError RingBuffer::fetch(platform::AudioBufferList& list, std::uint32_t frameCount,
                                   std::int64_t startTime) {
-  reader_.assertThisThread();
+  reader_.assertHeld();
   if (frameCount == 0) return RingBufferErrorNone;
   if (buffers == nullptr) {
     zeroList(list, 0, std::numeric_limits<std::uint32_t>::max());

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "platform/audio_types.h"
+#include "platform/thread_role.h"
 
 // Passes audio from one real-time thread to another without locks, addressed by sample time.
 //
@@ -52,23 +53,6 @@ struct RingBufferTimeBounds {
 };
 
 inline constexpr std::uint32_t kRingBufferSlotCount = 32;
-
-// In debug builds it asserts that each role of the ring is played by one thread only.
-class RingBufferRole {
- public:
-#ifdef NDEBUG
-  void assertThisThread() {}
-  void reset() {}
-#else
-  void assertThisThread();
-  void reset() {
-    owner_.store(0, std::memory_order_relaxed);
-  }
-
- private:
-  std::atomic<std::uintptr_t> owner_{0};
-#endif
-};
 
 struct RingBuffer {
   RingBuffer() = default;
@@ -125,8 +109,8 @@ struct RingBuffer {
   void copyOut(platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
                std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
 
-  [[no_unique_address]] RingBufferRole writer_;
-  [[no_unique_address]] RingBufferRole reader_;
+  [[no_unique_address]] platform::ThreadRole writer_;
+  [[no_unique_address]] platform::ThreadRole reader_;
 };
 
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);

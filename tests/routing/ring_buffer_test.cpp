@@ -417,7 +417,7 @@ TEST_F(RingBufferTest, BuffersBeyondTheChannelsAreLeftAlone) {
 TEST_F(RingBufferTest, ASecondWriterThreadIsCaught) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   storeTimes(0, 4);
-  EXPECT_DEATH(std::thread([this] { storeTimes(4, 4); }).join(), "one writer");
+  EXPECT_DEATH(std::thread([this] { storeTimes(4, 4); }).join(), "a second thread");
 }
 #endif
 

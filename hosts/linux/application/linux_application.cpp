@@ -21,7 +21,7 @@ void LinuxApplication::addIndicatorObserver(IndicatorObserver& observer) {
 
 // The delegate may terminate from within each of these calls; the rest is skipped then.
 void LinuxApplication::launch(const std::vector<std::string>& pathsToOpen) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   launched_ = true;
   delegate_->applicationWillFinishLaunching();
   for (const std::string& path : pathsToOpen) {
@@ -31,12 +31,12 @@ void LinuxApplication::launch(const std::vector<std::string>& pathsToOpen) {
 }
 
 void LinuxApplication::run() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (!terminated_) loop_.run();
 }
 
 void LinuxApplication::terminate() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (terminated_ || asking_) return;
   if (!launched_) {
     end();
@@ -69,13 +69,13 @@ void LinuxApplication::end() {
 }
 
 void LinuxApplication::setActivationPolicy(platform::ActivationPolicy policy) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (std::exchange(policy_, policy) == policy) return;
   for (IndicatorObserver* observer : observers_) observer->activationPolicyDidChange(policy);
 }
 
 void LinuxApplication::setApplicationIconImage(const platform::ImagePtr& image) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   icon_ = image;
   for (IndicatorObserver* observer : observers_) observer->applicationIconDidChange(image);
 }

@@ -61,7 +61,7 @@ class LinuxApplication : public platform::Application {
  private:
   void end();
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   MainLoop& loop_;
   std::shared_ptr<platform::ApplicationDelegate> delegate_;
   std::vector<IndicatorObserver*> observers_;

@@ -33,20 +33,8 @@ void CaptureRing::prefault() {
   for (std::size_t at = 0; at < size_bytes_ / sizeof(float); at += kPage_floats) samples[at] = 0;
 }
 
-void CaptureRing::assertWriter() const {
-#ifndef NDEBUG
-  writer_.assertHeld();
-#endif
-}
-
-void CaptureRing::assertReader() const {
-#ifndef NDEBUG
-  reader_.assertHeld();
-#endif
-}
-
 bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {
-  assertWriter();
+  writer_.assertHeld();
   const std::uint64_t written = written_.load(std::memory_order_relaxed);
   const std::uint64_t read = read_.load(std::memory_order_acquire);
   if (frames > capacity_frames_ - (written - read)) {
@@ -67,7 +55,7 @@ bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {
 }
 
 void CaptureRing::miss(std::uint64_t frames) {
-  assertWriter();
+  writer_.assertHeld();
   missed_.fetch_add(frames, std::memory_order_relaxed);
   openGap_frames_ += frames;
 }
@@ -81,19 +69,19 @@ void CaptureRing::publishGap(std::uint64_t at_frames) {
 }
 
 std::optional<CaptureRing::Gap> CaptureRing::nextGap() const {
-  assertReader();
+  reader_.assertHeld();
   const std::uint64_t number = gapsRead_.load(std::memory_order_relaxed);
   if (number == gapsWritten_.load(std::memory_order_acquire)) return std::nullopt;
   return gaps_[number % kMostGaps];
 }
 
 void CaptureRing::takeGap() {
-  assertReader();
+  reader_.assertHeld();
   gapsRead_.store(gapsRead_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 std::uint32_t CaptureRing::readable_frames() const {
-  assertReader();
+  reader_.assertHeld();
   return static_cast<std::uint32_t>(written_.load(std::memory_order_acquire) -
                                     read_.load(std::memory_order_relaxed));
 }
@@ -106,17 +94,17 @@ std::uint32_t CaptureRing::contiguous_frames() const {
 }
 
 const float* CaptureRing::plane(std::uint32_t channel) const {
-  assertReader();
+  reader_.assertHeld();
   return planeStart(channel) + read_.load(std::memory_order_relaxed) % capacity_frames_;
 }
 
 void CaptureRing::consume(std::uint32_t frames) {
-  assertReader();
+  reader_.assertHeld();
   read_.store(read_.load(std::memory_order_relaxed) + frames, std::memory_order_release);
 }
 
 std::uint64_t CaptureRing::consumed_frames() const {
-  assertReader();
+  reader_.assertHeld();
   return read_.load(std::memory_order_relaxed);
 }
 

@@ -7,10 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#ifndef NDEBUG
-#include <cassert>
-#include <thread>
-#endif
+#include "platform/thread_role.h"
 
 // The samples between the audio thread and the drain thread.
 //
@@ -96,33 +93,16 @@ class CaptureRing {
   [[nodiscard]] std::uint64_t lost_frames() const { return dropped_frames() + missed_frames(); }
 
  private:
-#ifndef NDEBUG
-  // Binds a role to the first thread that takes it.
-  class Role {
-   public:
-    void assertHeld() const {
-      std::thread::id nobody;
-      const std::thread::id self = std::this_thread::get_id();
-      if (!holder_.compare_exchange_strong(nobody, self, std::memory_order_relaxed)) {
-        assert(nobody == self && "a second thread takes a role of the ring");
-      }
-    }
-
-   private:
-    mutable std::atomic<std::thread::id> holder_{};
-  };
-  Role writer_;
-  Role reader_;
-#endif
   static constexpr std::uint64_t kMostGaps = 64;
 
-  void assertWriter() const;
-  void assertReader() const;
-  void publishGap(std::uint64_t at_frames);
+  void publishGap(std::uint64_t at_frames) RA_REQUIRES(writer_);
 
   [[nodiscard]] float* planeStart(std::uint32_t channel) const {
     return samples_ + static_cast<std::size_t>(channel) * capacity_frames_;
   }
+
+  [[no_unique_address]] platform::ThreadRole writer_;  // the audio thread
+  [[no_unique_address]] platform::ThreadRole reader_;  // the drain thread
 
   const std::uint32_t channels_;
   const std::uint32_t capacity_frames_;
@@ -134,7 +114,7 @@ class CaptureRing {
   std::atomic<std::uint64_t> dropped_{0};
   std::atomic<std::uint64_t> missed_{0};
   std::atomic<std::uint64_t> gapsWritten_{0};
-  std::uint64_t openGap_frames_ = 0;  // audio thread only: lost since the last frame stored
+  std::uint64_t openGap_frames_ RA_GUARDED_BY(writer_) = 0;  // lost since the last frame stored
   std::array<Gap, kMostGaps> gaps_{};
   alignas(64) std::atomic<std::uint64_t> read_{0};
   std::atomic<std::uint64_t> gapsRead_{0};

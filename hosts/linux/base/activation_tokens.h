@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "hosts/linux/base/main_thread.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -16,7 +16,7 @@ class ActivationTokens {
  public:
   // Replaces a token that has not been taken; does nothing if `token` is empty.
   void give(const std::string& token) {
-    mainThread_.check();
+    mainThread_.assertHeld();
     if (!token.empty()) token_ = token;
   }
   // Takes the token that this process was started with and removes it from the environment, so that
@@ -30,12 +30,12 @@ class ActivationTokens {
   }
   // Empty when there is none.
   std::string take() {
-    mainThread_.check();
+    mainThread_.assertHeld();
     return std::exchange(token_, {});
   }
 
  private:
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::string token_;
 };
 

@@ -7,13 +7,13 @@ namespace linux_host {
 
 void LinuxNotificationCenter::addObserver(Observer observer, const std::string& name,
                                           Handler handler) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   registrations_.push_back(
       std::make_shared<Registration>(Registration{observer, name, std::move(handler)}));
 }
 
 void LinuxNotificationCenter::removeObserver(Observer observer) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   std::erase_if(registrations_, [observer](const std::shared_ptr<Registration>& registration) {
     if (registration->observer != observer) return false;
     registration->removed = true;
@@ -22,7 +22,7 @@ void LinuxNotificationCenter::removeObserver(Observer observer) {
 }
 
 void LinuxNotificationCenter::post(const platform::Notification& notification) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const auto registrations = registrations_;
   for (const auto& registration : registrations) {
     if (registration->removed || registration->name != notification.name) continue;

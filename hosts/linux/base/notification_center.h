@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "hosts/linux/base/main_thread.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -25,7 +25,7 @@ class LinuxNotificationCenter : public platform::NotificationCenter {
     bool removed = false;
   };
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::vector<std::shared_ptr<Registration>> registrations_;
 };
 

@@ -66,7 +66,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   }
 
   void invalidate() override {
-    mainThread_.check();
+    mainThread_.assertHeld();
     if (source_ == nullptr) return;
     g_source_destroy(source_);
     g_source_unref(source_);
@@ -113,7 +113,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     g_source_set_ready_time(source_, next_us_);
   }
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const gint64 interval_us_;
   gint64 next_us_;
   const bool repeats_;
@@ -138,7 +138,7 @@ MainLoop::MainLoop() : step_(iterateDefaultContext) {}
 
 platform::TimerPtr MainLoop::scheduledTimer(double interval_s, std::any userInfo, bool repeats,
                                             platform::TimerAction action) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   auto timer =
       std::make_shared<LoopTimer>(interval_s, std::move(userInfo), repeats, std::move(action));
   timer->schedule();
@@ -156,7 +156,7 @@ CoreRunLoop::~CoreRunLoop() = default;
 
 platform::TimerPtr CoreRunLoop::scheduledTimer(double interval_s, std::any userInfo, bool repeats,
                                                platform::TimerAction action) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   auto timer = std::make_shared<LoopTimer>(interval_s, std::move(userInfo), repeats,
                                            std::move(action), gate_);
   timer->schedule();
@@ -169,12 +169,12 @@ void CoreRunLoop::performAfterDelay(double delay_s, std::function<void()> action
 }
 
 void CoreRunLoop::hold() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   ++gate_->holds;
 }
 
 void CoreRunLoop::release() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (--gate_->holds > 0) return;
   for (const auto& due : std::exchange(gate_->due, {})) {
     if (const auto timer = due.lock()) timer->fireNow();
@@ -182,7 +182,7 @@ void CoreRunLoop::release() {
 }
 
 void MainLoop::run() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   while (!quit_) {
     // A copy, because it may be replaced while it runs.
     const std::function<void()> step = step_;
@@ -191,13 +191,13 @@ void MainLoop::run() {
 }
 
 void MainLoop::runBy(std::function<void()> step, std::function<void()> endInnerLoops) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   step_ = step ? std::move(step) : iterateDefaultContext;
   endInnerLoops_ = std::move(endInnerLoops);
 }
 
 void MainLoop::quit() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   quit_ = true;
   if (endInnerLoops_) endInnerLoops_();
 }

@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
-#include "hosts/linux/base/main_thread.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -34,7 +34,7 @@ class MainLoop : public platform::RunLoop {
   [[nodiscard]] bool hasQuit() const { return quit_; }
 
  private:
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::function<void()> step_;
   std::function<void()> endInnerLoops_;
   bool quit_ = false;
@@ -63,7 +63,7 @@ class CoreRunLoop : public platform::RunLoop {
   struct Gate;
 
  private:
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::shared_ptr<Gate> gate_;
 };
 

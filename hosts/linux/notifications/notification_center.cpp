@@ -122,7 +122,7 @@ void DesktopNotificationCenter::setDelegate(
 }
 
 void DesktopNotificationCenter::deliverNotification(const UserNotificationPtr& notification) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const auto delegate = delegate_.lock();
   if (delegate != nullptr &&
       !delegate->userNotificationCenterShouldPresentNotification(*this, notification)) {
@@ -139,7 +139,7 @@ void DesktopNotificationCenter::deliverNotification(const UserNotificationPtr& n
 
 void DesktopNotificationCenter::removeDeliveredNotification(
     const UserNotificationPtr& notification) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const Delivered* delivered = find(notification);
   if (delivered == nullptr) return;
   // If the server has not answered with an id yet, it is closed as soon as it does.

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "hosts/linux/base/main_thread.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 #include "platform/user_notifications.h"
 
 namespace linux_host {
@@ -85,7 +85,7 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   [[nodiscard]] Delivered* find(const platform::UserNotificationPtr& notification);
   void forget(const platform::UserNotificationPtr& notification);
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const platform::Bundle& bundle_;
   // Tells pending calls whether the center still exists.

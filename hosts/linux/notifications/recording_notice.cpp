@@ -102,7 +102,7 @@ void RecordingNotice::toolDataDidChange(const suite::ToolData& data) {
 }
 
 void RecordingNotice::refresh() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (!recording_ && phase_ == Phase::kDismissed) phase_ = Phase::kGone;
   const bool wanted = needed_ && recording_;
   if (wanted && phase_ == Phase::kGone) {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "hosts/linux/base/main_thread.h"
 #include "hosts/linux/bus/requests.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -62,7 +62,7 @@ class RecordingNotice : public suite::ToolDataObserver {
   [[nodiscard]] std::string body() const;
   [[nodiscard]] std::string text(const char* key) const { return strings_.localizedString(key); }
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   Requests& requests_;
   const platform::Bundle& strings_;

@@ -44,7 +44,7 @@ WindowsLoader::WindowsLoader(WindowsServices& services, std::vector<std::string>
 WindowsLoader::~WindowsLoader() = default;
 
 int WindowsLoader::runModal(const platform::Alert& alert) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   WindowsModule* windows = module();
   if (windows == nullptr) {
     wentUnseen_ = true;
@@ -66,7 +66,7 @@ void WindowsLoader::dismissAlerts() {
 
 std::shared_ptr<platform::Window> WindowsLoader::loadWindow(const std::string& interfaceFileName,
                                                             platform::InterfaceOwner& owner) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   WindowsModule* windows = module();
   if (windows == nullptr) {
     wentUnseen_ = true;

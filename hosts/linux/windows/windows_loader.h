@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "hosts/linux/base/main_thread.h"
 #include "hosts/linux/windows/windows_module.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -55,7 +55,7 @@ class WindowsLoader : public platform::Alerts,
   WindowsModule* module();
   std::unique_ptr<WindowsModule> load(std::string* error);
 
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   WindowsServices& services_;
   const std::vector<std::string> folders_;
   std::unique_ptr<WindowsModule> module_;

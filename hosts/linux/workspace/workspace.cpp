@@ -163,7 +163,7 @@ DesktopWorkspace::DesktopWorkspace(GDBusConnection* bus,
     : bus_(bus), iconFile_(std::move(iconFile)), takeToken_(std::move(takeToken)) {}
 
 bool DesktopWorkspace::openFile(const std::string& path) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const std::string uri = platform::fileURLWithPath(path);
   if (bus_ == nullptr) {
     if (!hasDefaultApplication(path)) return false;
@@ -187,7 +187,7 @@ bool DesktopWorkspace::openFile(const std::string& path) {
 }
 
 bool DesktopWorkspace::openURL(const std::string& url) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   if (const auto path = platform::pathWithFileURL(url)) return openFile(*path);
   gchar* scheme = g_uri_parse_scheme(url.c_str());
   if (scheme == nullptr) return false;
@@ -205,7 +205,7 @@ bool DesktopWorkspace::openURL(const std::string& url) {
 }
 
 void DesktopWorkspace::activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   Opening opening{fileURLs, takeToken_()};
   if (bus_ == nullptr) {
     openFolders(opening);
@@ -222,7 +222,7 @@ void DesktopWorkspace::activateFileViewerSelectingURLs(const std::vector<std::st
 
 bool DesktopWorkspace::setIcon(const platform::ImagePtr& image, const std::string& forFile,
                                unsigned) {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const std::string file = image == nullptr ? std::string() : iconFile_(image);
   if (image != nullptr && file.empty()) return false;
   icons_.set(forFile, file);
@@ -230,7 +230,7 @@ bool DesktopWorkspace::setIcon(const platform::ImagePtr& image, const std::strin
 }
 
 bool DesktopWorkspace::openPrivacySettings() {
-  mainThread_.check();
+  mainThread_.assertHeld();
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   const auto command = privacySettingsCommand(desktop == nullptr ? "" : desktop, isInPath);
   if (command.empty()) return false;

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "hosts/linux/base/main_thread.h"
 #include "hosts/linux/workspace/file_icons.h"
 #include "platform/application.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -39,7 +39,7 @@ class DesktopWorkspace : public platform::Workspace {
   void finish(int timeout_ms) { icons_.finish(timeout_ms); }
 
  private:
-  MainThreadOnly mainThread_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const std::function<std::string(const platform::ImagePtr&)> iconFile_;
   const std::function<std::string()> takeToken_;

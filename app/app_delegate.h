@@ -63,7 +63,7 @@ class AppDelegate : public platform::ApplicationDelegate,
 
   // Recording session. One at a time: starting does nothing while one records or is being started.
   void startRecorder();
-  // The waiter's answer. Does nothing when nobody waits.
+  // The waiter's answer. Does nothing without a waiter.
   void onWaitFinished(bool success);
   void startRecorderContinue();
   // The recorder's callbacks. `timerTarget` is this delegate; the blink timer keeps it alive.

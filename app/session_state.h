@@ -57,7 +57,7 @@ enum class SessionState { kLaunching, kIdle, kWaiting, kNoDevice, kAsking, kStar
   return state == SessionState::kNoDevice || state == SessionState::kAsking;
 }
 
-// What the recorder's file is to the session under way, or to the last one.
+// What the recorder's file is to the current session, or to the last one.
 //
 //   kNone     it is not the session's: there is none, or it is an earlier recording
 //   kKept     it is the session's: growing, saved, or left where it could not be saved

@@ -25,8 +25,8 @@ class PreferencesWindowController
       public platform::WindowDelegate,
       public std::enable_shared_from_this<PreferencesWindowController> {
  public:
-  // `nibName` is the interface file; null when it is empty. The window is loaded when it is first
-  // needed. `onQuit` is called once for every click on Done.
+  // Null when `nibName`, the name of the interface file, is empty. The window is loaded when it is
+  // first needed. `onQuit` is called once for every click on Done.
   static std::shared_ptr<PreferencesWindowController> initWithWindowNibName(
       suite::Environment environment, const std::string& nibName,
       std::weak_ptr<suite::ClientProviderProtocol> clientProvider, std::function<void()> onQuit);

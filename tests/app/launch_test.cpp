@@ -31,6 +31,20 @@ TEST_F(LaunchTest, RecordingModeTakesItsStepsInOrder) {
   EXPECT_EQ(machine.suite.events[0].details, std::nullopt);
 }
 
+TEST_F(LaunchTest, ShowsInTheDockAfterThePreferencesAndBeforeTheRecorderIsMade) {
+  int shows = 0;
+  machine.application.onPolicy = [&](platform::ActivationPolicy policy) {
+    if (policy != platform::ActivationPolicy::kRegular || ++shows > 1) return;
+    EXPECT_EQ(
+        machine.notificationCenter.observerCount(platform::kCaptureDeviceWasConnectedNotification),
+        1U);
+    EXPECT_EQ(machine.dispatch.queue("com.vantrel.korvel.RecordAudio.EncodeQueue"), nullptr);
+  };
+  launch();
+  EXPECT_GE(shows, 1);
+  EXPECT_NE(machine.dispatch.queue("com.vantrel.korvel.RecordAudio.EncodeQueue"), nullptr);
+}
+
 TEST_F(LaunchTest, RecordingModeNeverTouchesTheWindow) {
   launchAndRecord();
   clickDock();
@@ -238,6 +252,18 @@ TEST_F(LaunchTest, PreferencesRequestWhileWaitingEndsTheWait) {
   EXPECT_THAT(window->journal, ElementsAre("orderFront"));
 }
 
+// Until the recorder confirms there is nothing to save.
+TEST_F(LaunchTest, PreferencesRequestWhileStartingBringsTheWindowForwardAndLetsItRecord) {
+  launch();
+  ASSERT_EQ(app->status().at("state"), "starting");
+  EXPECT_THAT(during([&] { app->application(kPreferencesPath); }),
+              ElementsAre(kShowInDock, "loadWindow AudioPreferencesWindow"));
+  EXPECT_THAT(window->journal, ElementsAre("orderFront"));
+  confirmStart();
+  machine.runLoop.settle();
+  EXPECT_EQ(app->status().at("state"), "recording");
+}
+
 TEST_F(LaunchTest, PreferencesRequestWhileIdleShowsTheDockIconAndTheWindow) {
   launchAndRecord();
   clickDock();
@@ -254,6 +280,15 @@ TEST_F(LaunchTest, DockClickOnlyBringsAVisibleWindowToTheFront) {
   window->journal.clear();
   EXPECT_THAT(during([&] { EXPECT_TRUE(app->applicationShouldHandleReopen(true)); }), IsEmpty());
   EXPECT_THAT(window->journal, ElementsAre("orderFrontRegardless"));
+}
+
+TEST_F(LaunchTest, DockClickWhileRecordingOnlyRaisesAVisibleWindow) {
+  launchAndRecord();
+  app->preferences()->showWindow();
+  window->journal.clear();
+  EXPECT_THAT(during([&] { clickDock(); }), IsEmpty());
+  EXPECT_THAT(window->journal, ElementsAre("orderFrontRegardless"));
+  EXPECT_EQ(app->status().at("state"), "recording");
 }
 
 TEST_F(LaunchTest, DockClickWhileRecordingStopsAndQuitsTenSecondsLater) {

@@ -110,6 +110,41 @@ TEST_F(LifetimeTest, TheRunLoopKeepsTheDelegateWhileATimerOfItsIsPending) {
   EXPECT_TRUE(weak.expired());
 }
 
+TEST_F(LifetimeTest, TheBlinkTimerKeepsTheDelegate) {
+  launchAndRecord();
+  machine.runLoop.advance(11);
+  ASSERT_EQ(machine.runLoop.scheduledIntervals_s(), std::vector<double>{1.0});
+  app->applicationWillTerminate();
+  machine.application.delegate = nullptr;
+  const std::weak_ptr<AppDelegate> weak = app;
+  app.reset();
+  EXPECT_FALSE(weak.expired());
+  machine.runLoop.clear();
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(LifetimeTest, TheWaiterGoesBeforeThePreferences) {
+  useSource(3);
+  plugLoopbackDriver();
+  loopbackAppears = false;
+  launch();
+  const std::weak_ptr<PreferencesWindowController> preferences = app->preferences();
+  int hides = 0;
+  machine.audioHardware.onWrite = [&](platform::AudioObjectID object,
+                                      const platform::AudioObjectPropertyAddress&) {
+    if (object != kLoopbackControl) return;
+    ++hides;
+    EXPECT_FALSE(preferences.expired());
+  };
+  app->applicationWillTerminate();
+  machine.application.delegate = nullptr;
+  machine.runLoop.clear();
+  EXPECT_EQ(hides, 0);
+  app.reset();
+  EXPECT_EQ(hides, 1);
+  EXPECT_TRUE(preferences.expired());
+}
+
 TEST_F(LifetimeTest, TheRecordersCallbackKeepsTheDelegateUntilTheEnd) {
   launch();
   const std::weak_ptr<AppDelegate> weak = app;

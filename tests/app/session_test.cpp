@@ -54,6 +54,76 @@ TEST_F(SessionTest, EveryEventCarriesTheSettings) {
   }
 }
 
+TEST_F(SessionTest, EveryEventHasTheSettingsOfItsOwnMoment) {
+  launchAndRecord();
+  app->preferences()->setAudioParameterType(0, "", "KCNoSound");
+  clickDock();
+  ASSERT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
+  const auto type = [&](std::size_t event) {
+    return machine.suite.events.at(event).prefs.value().at("AudioSourceType");
+  };
+  EXPECT_EQ(type(1), platform::Value(std::int64_t{1}));
+  EXPECT_EQ(type(2), platform::Value(std::int64_t{0}));
+}
+
+// Two recordings of one process, with other settings for the second.
+class ChangedSettingsTest : public SessionTest {
+ protected:
+  ChangedSettingsTest() {
+    preferences.installIn(machine.interfaceLoader);
+    auto& hardware = machine.audioHardware;
+    hardware.setValue(
+        kMicrophone, memory_host::sideAddress(platform::kAudioDevicePropertyActualSampleRate, true),
+        48000.0);
+    std::vector<std::uint32_t> layout(3 + 2 * 5);  // header and two descriptions
+    layout[2] = 2;
+    hardware.setList(
+        kMicrophone,
+        memory_host::sideAddress(platform::kAudioDevicePropertyPreferredChannelLayout, true),
+        layout);
+  }
+  // Records a little and saves it; returns what the file holds.
+  std::string recorded() {
+    confirmStart();
+    const std::vector<float> silence(4800);
+    for (const auto& output : machine.capture.dataOutputs) {
+      output->deliver(memory_host::floatSampleBuffer({silence, silence}));
+      machine.runLoop.settle();
+    }
+    clickDock();
+    machine.runLoop.settle();
+    EXPECT_TRUE(platform::stringValue(app->status().at("outputFile"), &path));
+    return machine.fileManager.contents(path);
+  }
+
+  memory_host::MemoryPreferencesInterface preferences;
+  std::string path;
+};
+
+TEST_F(ChangedSettingsTest, TheQualityIsReadAtEachStart) {
+  machine.userDefaults.values["SoundFormat"] = 1;
+  launch();
+  const auto bitRateCode = [](const std::string& mp3) {
+    return static_cast<unsigned char>(mp3.at(2)) >> 4;
+  };
+  EXPECT_EQ(bitRateCode(recorded()), 14);  // 320 kbit/s
+  app->preferences()->window();
+  preferences.shown().pickQuality(2);
+  clickDock();
+  EXPECT_EQ(bitRateCode(recorded()), 7);  // 96 kbit/s
+}
+
+TEST_F(ChangedSettingsTest, TheFormatIsReadAtEachStart) {
+  launch();
+  recorded();
+  EXPECT_TRUE(path.ends_with(".m4a"));
+  app->preferences()->window();
+  preferences.shown().pickSoundFormat(1);
+  clickDock();
+  recorded();
+  EXPECT_TRUE(path.ends_with(".mp3"));
+}
+
 TEST_F(SessionTest, TheSettingsDictionaryHasAllItsKeysWithNothingStored) {
   launch();
   EXPECT_EQ(lastEvent().prefs, (Dictionary{{"AudioSourceType", std::int64_t{1}},

@@ -228,6 +228,23 @@ TEST_F(SystemAudioTest, StopWhileWaitingShowsTheFileOfAnEarlierRecording) {
   EXPECT_EQ(detail("Duration"), platform::Value(std::int64_t{6000})) << "from the previous start";
 }
 
+// The recorder still names the file of the last recording, so that is the one that goes.
+TEST_F(SystemAudioTest, TheCancelButtonOfAnEarlierNotificationEndsTheWait) {
+  launchAndRecordSystemAudio();
+  const auto started = machine.userNotificationCenter.delivered.back();
+  clickDock();
+  ASSERT_EQ(machine.fileManager.files.size(), 1U);
+  clickDock();
+  ASSERT_NE(app->audioWaiter(), nullptr);
+  machine.userNotificationCenter.activate(
+      started, platform::UserNotificationActivationType::kActionButtonClicked);
+  EXPECT_EQ(app->audioWaiter(), nullptr);
+  EXPECT_EQ(lastEvent().name, "Stop");
+  EXPECT_EQ(lastEvent().details, (Dictionary{{"Canceled", true}}));
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText)) << "of the last recording";
+  EXPECT_THAT(machine.fileManager.files, IsEmpty());
+}
+
 TEST_F(SystemAudioTest, DockClickWhileWaitingStopsAndQuits) {
   launchWithoutLoopback();
   clickDock();

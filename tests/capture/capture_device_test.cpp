@@ -110,8 +110,10 @@ TEST(CaptureDeviceTest, ListsBuiltInCamerasFirstUnderTheirNamesAsTheyStand) {
   addCamera(memory, "f", "FaceTime HD Camera");
   addCamera(memory, "v", "Virtual Camera");
   addCamera(memory, "i", "BUILT-IN iSight");
-  EXPECT_THAT(namesOf(CaptureDevice::enumerateCameras(memory.host)),
+  const auto cameras = CaptureDevice::enumerateCameras(memory.host);
+  EXPECT_THAT(namesOf(cameras),
               ElementsAre("FaceTime HD Camera", "BUILT-IN iSight", "USB Camera", "Virtual Camera"));
+  EXPECT_THAT(idsOf(cameras), ElementsAre("f", "i", "u", "v"));
 }
 
 TEST(CaptureDeviceTest, ListsNoCamerasAndDoesNotAskForThemWhenTheyAreBlocked) {

@@ -123,6 +123,20 @@ TEST_F(Mp3EncodingTest, SaysWhichFileCannotBeCreated) {
   EXPECT_EQ(errorCount, 1);
 }
 
+TEST_F(Mp3EncodingTest, AppendsToAFileThatCannotBeCreatedButOpened) {
+  memory.fileManager.failCreate = true;
+  memory.fileManager.addFile(kTemporaryMp3, "older");
+  record(kMp3);
+  EXPECT_TRUE(recorder->isRecording());
+  EXPECT_THAT(memory.suite.logLines, IsEmpty());
+  deliver(sine(440, 0.5, 48000));
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  const std::string contents = memory.fileManager.contents(recorder->outputFilePath());
+  EXPECT_THAT(contents, testing::StartsWith("older"));
+  EXPECT_EQ(contents.size(), std::string("older").size() + writtenBytes());
+}
+
 TEST_F(Mp3EncodingTest, IgnoresSamplesThatArriveBeforeTheRecording) {
   ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
   deliverBuffer(block());

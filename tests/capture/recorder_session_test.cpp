@@ -138,6 +138,21 @@ TEST(RecorderStopOrderTest, StopsOutputAndSessionBeforeItMovesAndClearsRecording
   EXPECT_FALSE(recorder->isRecording());
 }
 
+TEST_F(RecorderSessionTest, StopsTheEncoderBeforeTheSession) {
+  record(kMp3);
+  memory.runLoop.settle();
+  encodeQueue().stalled = true;
+  int stops = 0;
+  session().onStop = [&] {
+    ++stops;
+    EXPECT_FALSE(recorder->isRecording());
+    EXPECT_THAT(encodeQueue().items, testing::SizeIs(1));  // the flush
+    EXPECT_TRUE(memory.fileManager.fileExists(kTemporary));
+  };
+  recorder->stopRecord();
+  EXPECT_EQ(stops, 1);
+}
+
 // The writers keep the file open, so they finish it under its new name.
 TEST_F(RecorderSessionTest, MovesTheMp3WithoutWaitingForItsFlush) {
   record(kMp3);
@@ -265,6 +280,39 @@ TEST_F(RecorderSessionTest, FailsWhenARestartAsksForM4aOfASessionWithADataOutput
               ElementsAre(HasSubstr("An error occurred while recording audio. Error: ")));
   EXPECT_EQ(errorCount, 1);
   EXPECT_FALSE(recorder->isRecording());
+}
+
+// The session is built only once. Its file output is not used for MP3, so no samples come.
+TEST_F(RecorderSessionTest, ARestartOfAnM4aSessionAsMp3MakesAFileWithoutSound) {
+  record(kM4a);
+  recorder->stopRecord();
+  memory.runLoop.advance(10);
+  ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
+  session().reportStarted();
+  EXPECT_TRUE(recorder->isRecording());
+  EXPECT_EQ(startedCount, 2);
+  recorder->stopRecord();
+  memory.runLoop.settle();
+  EXPECT_THAT(fileOutput().startedURLs, testing::SizeIs(1));
+  EXPECT_EQ(fileOutput().stopCount, 1);
+  EXPECT_EQ(recorder->outputFilePath(), "/out/Audio recording 2024-05-17 at 14.03.37.mp3");
+  EXPECT_TRUE(memory.fileManager.fileExists(recorder->outputFilePath()));
+  EXPECT_EQ(memory.fileManager.journal.back(), "close /tmp-of-memory/Audio_recording_unique-2");
+}
+
+// The recorder listens to every session and uses the outputs of the one that reports.
+TEST_F(RecorderSessionTest, RecordsIntoTheFirstOutputOfWhicheverSessionReports) {
+  ASSERT_TRUE(recorder->startRecord(mic, 0, kM4a));
+  const auto other = memory.capture.createSession();
+  other->addOutput(memory.capture.createAudioFileOutput());
+  other->addOutput(memory.capture.createAudioFileOutput());
+  memory.capture.sessions.at(1)->reportStarted();
+  EXPECT_TRUE(recorder->isRecording());
+  EXPECT_EQ(startedCount, 1);
+  EXPECT_THAT(fileOutput().startedURLs, IsEmpty());
+  EXPECT_THAT(memory.capture.fileOutputs.at(1)->startedURLs,
+              ElementsAre(std::string("file://") + kTemporary));
+  EXPECT_THAT(memory.capture.fileOutputs.at(2)->startedURLs, IsEmpty());
 }
 
 TEST_F(RecorderSessionTest, CompletesTheMp3AlthoughTheStoredFormatChangedMeanwhile) {

@@ -117,6 +117,10 @@ TEST_F(RecorderStartTest, FindsTheDeviceByReadingListThenChannelsThenUid) {
     if (call.address.mSelector == kStreams) {
       EXPECT_EQ(call.address.mScope, platform::kAudioDevicePropertyScopeInput);
     }
+    // Channel 0, and not the input side.
+    if (call.address.mSelector == kUid) {
+      EXPECT_EQ(call.address, memory_host::sideAddress(kUid, false));
+    }
   }
 }
 

@@ -16,6 +16,7 @@ void MemoryApplication::note(const std::string& entry) {
 
 void MemoryApplication::setActivationPolicy(platform::ActivationPolicy newPolicy) {
   policy = newPolicy;
+  onPolicy(newPolicy);
   note("setActivationPolicy " + std::to_string(static_cast<int>(newPolicy)));
 }
 

@@ -60,6 +60,8 @@ class MemoryApplication : public platform::Application {
   // If set, terminate() asks it as the real application object does.
   platform::ApplicationDelegate* delegate = nullptr;
   platform::ActivationPolicy policy = platform::ActivationPolicy::kAccessory;
+  // Called with each new policy.
+  std::function<void(platform::ActivationPolicy)> onPolicy = [](platform::ActivationPolicy) {};
   std::string iconName;
   std::set<std::string> missingImages;
   int terminateCount = 0;

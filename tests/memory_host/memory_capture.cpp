@@ -116,6 +116,7 @@ void MemoryCaptureSession::startRunning() {
 }
 
 void MemoryCaptureSession::stopRunning() {
+  onStop();
   journal.push_back("stopRunning");
   if (!std::exchange(running, false)) return;
   for (const auto& output : outputs_) {

@@ -142,6 +142,8 @@ class MemoryCaptureSession : public platform::CaptureSession,
   bool refuseInput = false;
   bool refuseOutput = false;
   bool running = false;
+  // Called when stopRunning() begins.
+  std::function<void()> onStop = [] {};
   mutable std::vector<std::string> journal;
 
  private:

@@ -52,7 +52,7 @@ TEST(AudioGraph, FallbackSinkIsNeverTheLoopback) {
   EXPECT_TRUE(graph.defaultSink()->isLoopback());
 }
 
-// The play-through goes to the default output, and must not go to a device that ends.
+// The play-through goes to the default output, which must not be a device that is being removed.
 TEST(AudioGraph, ALoopbackThatLeavesIsNoDefaultSink) {
   AudioGraph graph;
   addNode(graph, 40, loopback::kLoopbackDeviceUID, "Audio/Sink");

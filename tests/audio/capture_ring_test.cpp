@@ -80,7 +80,7 @@ TEST(CaptureRing, KeepsWhereSoundIsMissing) {
   ASSERT_TRUE(ring.write(Block(0, 600).planes().data(), 600));
   ring.miss(48000);
   EXPECT_FALSE(ring.write(Block(600, 401).planes().data(), 401));
-  EXPECT_EQ(ring.nextGap(), std::nullopt);  // nothing has come behind it yet
+  EXPECT_EQ(ring.nextGap(), std::nullopt);  // no frame has come after it yet
   ASSERT_TRUE(ring.write(Block(600, 100).planes().data(), 100));
   ring.miss(7);
   ASSERT_TRUE(ring.write(Block(700, 100).planes().data(), 100));
@@ -115,7 +115,7 @@ TEST(CaptureRing, LosesNoLengthWhenThereAreMoreGapsThanItCanKeepApart) {
   EXPECT_EQ(frames + ring.nextGap()->frames, 2000U);
 }
 
-// The pages that a sanitizer keeps beside those of the ring would be counted with them.
+// A sanitizer's own pages would be counted together with the ring's.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(CaptureRing, PrefaultLeavesNoPageToTheAudioThread) {
   CaptureRing ring(2, 48000);
@@ -127,7 +127,7 @@ TEST(CaptureRing, PrefaultLeavesNoPageToTheAudioThread) {
   rusage after{};
   getrusage(RUSAGE_THREAD, &after);
   EXPECT_EQ(ring.written_frames(), 48000U);
-  // 94 pages a channel; what the loop itself touches for the first time is no part of the ring.
+  // 94 pages per channel; the loop itself may touch a few new pages outside the ring.
   EXPECT_LT(after.ru_minflt - before.ru_minflt, 10);
 }
 #endif
@@ -167,7 +167,7 @@ TEST(CaptureRing, TwoThreadsNeverSeeASampleOutOfPlace) {
   EXPECT_EQ(wrong, 0U);
 }
 
-// A stream's buffer over two planes.
+// A stream buffer with two planes.
 struct StreamBuffer {
   StreamBuffer(Block& block, std::uint32_t offset_bytes, std::uint32_t size_bytes) {
     for (std::size_t i = 0; i < 2; ++i) {

@@ -20,7 +20,7 @@ using test_support::frameNumberOf;
 using test_support::waitUntil;
 using testing::HasSubstr;
 
-// Keeps the first channel; may be made to refuse, to block or to fail.
+// Keeps the first channel; can be made to refuse, to block or to fail.
 class Keeper : public CaptureConsumer {
  public:
   bool isReady() override { return isWilling; }
@@ -180,13 +180,13 @@ TEST_F(CaptureRunTest, ConsumersThatFollowOneAnotherShareTheSamplesWithoutGapOrO
   ASSERT_TRUE(waitUntil([&] { return keeper->finished == 1 && next->samples().size() > 9600; }));
   const auto last = frameNumberOf(keeper->samples().back());
   const auto first = frameNumberOf(next->samples().front());
-  // A cycle may have come in between the two calls.
+  // A cycle may have come between the two calls.
   EXPECT_LE(last > first ? last - first : first - last, 4 * 1024U);
   EXPECT_EQ(announced, 1);
 }
 
 TEST_F(CaptureRunTest, StartThatIsAskedForAgainAndAgainIsAnnouncedAllTheSame) {
-  // Often enough that one request comes between the first samples and the look for them.
+  // Often enough that one request comes between the first samples and the check for them.
   for (int round = 0; round < 20; ++round) {
     announced = 0;
     auto run = makeRun(10);
@@ -205,7 +205,7 @@ TEST_F(CaptureRunTest, PatientConsumerGetsMoreAtATimeAndStillEverything) {
   ASSERT_TRUE(waitUntil([&] { return keeper->samples().size() > 2 * 48000; }));
   run->end();
   work.waitUntilIdle();
-  // Block by block as they come it would be 47 a second.
+  // Taken block by block it would be 47 per second.
   EXPECT_LT(keeper->takes, static_cast<int>(keeper->samples().size() / 2400));
   EXPECT_TRUE(gaps(keeper->samples()).empty());
 }

@@ -21,7 +21,7 @@ struct Device {
     clock.position = 5'000'000;
     clock.nsec = 1'000'000'000;
   }
-  // The next cycle but `skipped`.
+  // The next cycle after `skipped` others.
   const spa_io_clock& next(std::uint64_t skipped = 0) {
     const std::uint64_t frames = (skipped + 1) * clock.duration;
     clock.position += frames;
@@ -52,7 +52,7 @@ TEST(CycleWatch, CountsTheFramesOfCyclesThatDidNotComeAtTheStreamsRate) {
 
 TEST(CycleWatch, TakesNoChangeOfTheCyclesLengthForALoss) {
   CycleWatch watch(48000);
-  // Both kinds of drivers: the position moves by the old length, and by the new one.
+  // Both kinds of drivers: the position advances by the old length or by the new one.
   for (const bool byOld : {true, false}) {
     Device device;
     EXPECT_EQ(watch.see(device.next()), 0U);
@@ -89,7 +89,7 @@ TEST(CycleWatch, CountsTheTimeInWhichADeviceStoodStill) {
   CycleWatch watch(48000);
   EXPECT_EQ(watch.see(device.next()), 0U);
   device.next();
-  device.clock.nsec += 900'000'000;  // it may have been late only
+  device.clock.nsec += 900'000'000;  // it may just have been late
   EXPECT_EQ(watch.see(device.clock), 0U);
   device.next();
   device.clock.nsec += 2'000'000'000;
@@ -117,7 +117,7 @@ TEST(CycleWatch, IsFitForAnAudioThread) {
   EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
 }
 
-// What a source of two channels sends, in blocks.
+// The blocks of a source with two channels.
 class SoundWatchTest : public testing::Test {
  protected:
   static constexpr std::uint32_t kRate_Hz = 8000;

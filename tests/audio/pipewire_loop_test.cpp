@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// While it lives, the process gets no new descriptor.
+// While it lives, the process cannot get new descriptors.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -37,7 +37,7 @@ class NoDescriptors {
   rlimit before_{};
 };
 
-// Whether a loop was handed to what was posted; nothing when it has not run after ten seconds.
+// Whether the posted work got a loop; nothing if it has not run after ten seconds.
 std::optional<bool> getsALoop(PipeWireLoop& loop) {
   auto promise = std::make_shared<std::promise<bool>>();
   std::future<bool> answer = promise->get_future();
@@ -46,7 +46,7 @@ std::optional<bool> getsALoop(PipeWireLoop& loop) {
   return answer.get();
 }
 
-// On a thread that is left behind when it does not come to an end.
+// Runs on a thread that is abandoned if it does not end.
 bool comesToAnEnd(std::unique_ptr<PipeWireLoop> loop) {
   auto ended = std::make_shared<std::promise<void>>();
   std::future<void> end = ended->get_future();
@@ -65,7 +65,7 @@ TEST(PipeWireLoopTest, EndsWhereNoDescriptorIsLeft) {
 }
 
 TEST(PipeWireLoopTest, WorkIsDoneWithoutALoopWhereNoDescriptorIsLeft) {
-  // What the library opens for itself, once.
+  // Lets the library open its own descriptors, which it does once.
   ASSERT_EQ(getsALoop(*std::make_unique<PipeWireLoop>("first")), true);
   const NoDescriptors none;
   auto loop = std::make_unique<PipeWireLoop>("test-loop");

@@ -21,7 +21,7 @@ class SpaParamsTest : public testing::Test {
  protected:
   SpaParamsTest() { spa_pod_builder_init(&builder, memory.data(), memory.size()); }
 
-  // A format of raw audio; `addPosition` adds the value of its positions.
+  // A raw audio format; `addPosition` adds the value of its positions.
   template <typename AddPosition>
   const spa_pod* rawFormat(const AddPosition& addPosition) {
     spa_pod_frame frame{};
@@ -53,7 +53,7 @@ TEST_F(SpaParamsTest, PositionsAreRead) {
   EXPECT_THAT(format->positions, testing::ElementsAreArray(kPositions));
 }
 
-// As in the format of a stream that runs. Nothing is said on stderr.
+// As in the format of a running stream. Nothing is written to stderr.
 TEST_F(SpaParamsTest, PositionsThatAreTheOnlyChoiceAreRead) {
   const spa_pod* pod = rawFormat([&] {
     spa_pod_frame choice{};

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint32_t kQuantum_frames = 1024;
 constexpr double kRate_Hz = 48000;
 
-// A device whose cycles begin when its crystal says, give or take the jitter.
+// A device whose cycles follow its crystal, with some jitter.
 class Crystal {
  public:
   Crystal(double ppm, double jitter_s, std::uint32_t seed)
@@ -60,8 +60,8 @@ TEST(ClockFollower, SpeedChangesTooLittleToBeHeardWhenCyclesBeginLate) {
   }
 }
 
-// What the play-through does with the two speeds: each output cycle consumes by their quotient, as
-// a single-precision number, read when the output cycle happens to run.
+// The play-through's use of the two speeds: each output cycle consumes at their quotient, a
+// single-precision number read when the output cycle runs.
 TEST(ClockFollower, ConsumptionByTheQuotientStaysWithTheInputForADay) {
   struct Pair {
     double input_ppm;
@@ -90,7 +90,7 @@ TEST(ClockFollower, ConsumptionByTheQuotientStaysWithTheInputForADay) {
           kQuantum_frames *
           static_cast<double>(static_cast<float>(in.rateScalar() / out.rateScalar()));
       if (i < 47) continue;  // the first second
-      // Where the input's clock stood at the true beginning of this cycle.
+      // The input's clock at the true beginning of this cycle.
       const double sinceInput_s = output.last_s - (input.last_s - kQuantum_frames / kRate_Hz);
       const double fill = delivered_frames + sinceInput_s * kRate_Hz - consumed_frames;
       least = std::min(least, fill);
@@ -121,11 +121,11 @@ TEST(ClockFollower, AnotherDriversTimeNeverGoesBackAndIsNotLost) {
   };
   follower.follow(at(0, 1));
   EXPECT_EQ(follower.follow(at(1, 1)), 0);
-  // Another driver begins 0.7 cycles early, a third 0.7 late: together nothing is lost.
+  // Another driver begins 0.7 cycles early, a third 0.7 late: in total nothing is lost.
   EXPECT_EQ(follower.follow(at(1.3, 2)), 0);
   EXPECT_EQ(follower.follow(at(2.3, 2)), 0);
   EXPECT_NEAR(follower.follow(at(4.0, 3)) * kRate_Hz, 0, 1);
-  // One that comes late alone is.
+  // One that only comes late is a loss.
   EXPECT_NEAR(follower.follow(at(5.4, 4)) / cycle_s, 0.4, 0.01);
 }
 
@@ -140,7 +140,7 @@ TEST(ClockFollower, FollowsCyclesOfChangingLength) {
   EXPECT_NEAR(follower.rateScalar(), 1, 1e-6);
 }
 
-// As PipeWire 1.4 does it: the last cycle of the old length lasts as long as it happens to.
+// As in PipeWire 1.4: the last cycle of the old length can have any duration.
 TEST(ClockFollower, ChangeOfLengthThatBreaksACycleOffLeavesTheSpeedAlone) {
   for (const auto& [from_frames, to_frames, last_s] :
        {std::tuple{4096, 2048, 0.062954}, {4096, 2048, 0.044407}, {4096, 8192, 0.225493}}) {
@@ -158,7 +158,8 @@ TEST(ClockFollower, ChangeOfLengthThatBreaksACycleOffLeavesTheSpeedAlone) {
     EXPECT_EQ(followOn(from_frames, 40), 0);
     const double early_s = from_frames / kRate_Hz - last_s;
     now_s -= early_s;
-    // What was too short is made up for by what comes late; what was too long is time that passed.
+    // A cycle that was too short is offset by later ones that come late; one that was too long is
+    // lost time.
     EXPECT_NEAR(followOn(to_frames, 40), std::max(-early_s, 0.0), 1e-6);
     EXPECT_NEAR((follower.rateScalar() - 1) * 1e6, 0, 1) << from_frames << " to " << to_frames;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What callers get who hold the units wrongly. There is no sound server here, hence no device.
+// The statuses for wrong use of the units. There is no sound server here, so there is no device.
 
 #include <gtest/gtest.h>
 

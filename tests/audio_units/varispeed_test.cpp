@@ -20,11 +20,11 @@ using platform::planarFloat;
 
 constexpr std::uint32_t kBlock_frames = 1024;
 
-// Delivers a sine that follows from the sample time alone.
+// Delivers a sine that depends only on the sample time.
 struct Source {
   double frequency_Hz = 1000;
   double rate_Hz = 48000;
-  std::uint32_t cut_frames = 0;  // deliver that many fewer, as a ring that runs dry does
+  std::uint32_t cut_frames = 0;  // delivers this many fewer, like a ring that runs dry
   std::vector<double> times{};
   bool keepTimes = true;
 
@@ -101,7 +101,7 @@ TEST_F(VarispeedTest, ConsumesExactlyAtTheQuotientOfTheRatesTimesThePlaybackRate
     for (int i = 0; i < kCycles; ++i) ASSERT_EQ(render(), noErr);
     const double needed =
         kCycles * kBlock_frames * c.inputRate_Hz / c.outputRate_Hz * static_cast<double>(c.rate);
-    // No more than the filter's reach and a piece ahead.
+    // At most the filter's length and one piece ahead.
     EXPECT_GE(source.times.back() + 128, needed);
     EXPECT_LE(source.times.back(), needed + 64);
     for (std::size_t i = 1; i < source.times.size(); ++i) {
@@ -172,7 +172,7 @@ TEST_F(VarispeedTest, StepsBackOnceWhenItsSourceKeepsComingUpShort) {
   source.cut_frames = 0;
   for (int i = 0; i < 20; ++i) ASSERT_EQ(render(), noErr);
   EXPECT_EQ(stepsBack(), 1);
-  // A source that never does better is not run after.
+  // The unit does not keep stepping back for a source that never catches up.
   source.cut_frames = 40;
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(render(), noErr);
   EXPECT_GT(source.times.back(), 2000 * kBlock_frames - 9 * kBlock_frames);
@@ -229,7 +229,7 @@ TEST_F(VarispeedTest, RenderingNeitherAllocatesNorLocksNorMakesASystemCall) {
   EXPECT_TRUE(report.clean()) << realtime_trap::describe(report);
 }
 
-// A sanitizer's own time says nothing about the converter's.
+// Times measured with a sanitizer say nothing about the converter.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(VarispeedTest, TakesALittlePartOfThePeriodWithEightChannels) {
   setUp(48000, 44100, 8);

@@ -83,7 +83,7 @@ TEST_F(DesktopLaunchServicesTest, LeavesOutWhatSomebodyElseCouldHaveWritten) {
               ElementsAre("/opt/c"));
 }
 
-// The right to install is bound to one path: for any other, pkexec would ask once more.
+// The right to install is bound to one path: for any other, pkexec would ask a second time.
 TEST_F(DesktopLaunchServicesTest, LeavesOutWhatTheRightIsNotAbout) {
   writeEntry("first/applications/a.desktop", kSuite, "/opt/a");
   writeEntry("first/applications/b.desktop", kSuite, "/opt/b");

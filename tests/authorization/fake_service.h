@@ -10,13 +10,13 @@
 
 namespace authorization_test {
 
-// A service on a test's bus. It answers from the default main loop, as the caller waits in it.
+// A service on a test's bus. It answers from the default main loop, in which the caller waits.
 class FakeService {
  public:
   // Answers with g_dbus_method_invocation_return_*; may keep the invocation and answer later.
   using Handler = std::function<void(GDBusMethodInvocation*, GVariant* arguments)>;
 
-  // `introspection`: XML of the one interface the object has. Throws when the bus refuses the name.
+  // `introspection`: XML of the object's only interface. Throws when the bus refuses the name.
   FakeService(const std::string& address, const std::string& name, const std::string& object,
               const std::string& introspection, Handler handler);
   ~FakeService();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Does what the preferences do when a user has the driver installed: asks polkit for administrator
-// rights and runs the installer with them. For scripts/try-password-dialog. Prints each status;
-// fails when one is not 0.
+// Installs the driver as the preferences do: asks polkit for administrator rights and runs the
+// installer with them. For scripts/try-password-dialog. Prints each status; fails when one is not
+// 0.
 
 #include <glib.h>
 #include <sys/types.h>
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
       succeeded("execution",
                 authorization.AuthorizationExecuteWithPrivileges(reference, argv[1], 0, {}));
   authorization.AuthorizationFree(reference);
-  // pkexec asks polkit about its parent, which has to live for that.
+  // pkexec asks polkit about its parent process, which must still be alive.
   while (isDone && hasChildren()) g_main_context_iteration(nullptr, TRUE);
   return isDone ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -39,7 +39,7 @@ class LoginAppleEventsTest : public testing::Test {
   static void refuse(GDBusMethodInvocation* invocation, const char* error) {
     g_dbus_method_invocation_return_dbus_error(invocation, error, "no");
   }
-  // As the caller does it: the first status that is not zero.
+  // As the caller does: returns the first status that is not zero.
   OSStatus restart(ProcessSerialNumber process = {0, platform::kSystemProcess},
                    std::uint32_t eventID = platform::kAERestart,
                    std::int64_t timeout_ticks = platform::kAEDefaultTimeout) {

@@ -106,7 +106,7 @@ TEST_F(PolkitAuthorizationTest, AsksForTheSuitesOwnActionInTheNameOfThisProcess)
   EXPECT_NE(received.find("'uid': <" + std::to_string(getuid()) + ">"), std::string::npos);
   EXPECT_NE(received.find("'com.vantrel.korvel.install-driver', {}, 1, ''"), std::string::npos)
       << received;
-  // The 22nd field of the kernel's record, which "ps" shows as the age.
+  // The 22nd field of the kernel's record: the start time.
   std::string stat = read("/proc/self/stat");
   std::istringstream fields(stat.substr(stat.rfind(')') + 2));
   std::string start;
@@ -190,7 +190,7 @@ TEST_F(PolkitAuthorizationTest, StartsTheToolWithPkexecAndReapsIt) {
             0);
   authorization.AuthorizationFree(reference);
   EXPECT_TRUE(iterateUntil([&] { return access(record.c_str(), F_OK) == 0; }));
-  // Its parent is this very process, whom polkit has authorized.
+  // Its parent is this process, which polkit has authorized.
   EXPECT_EQ(read(record),
             std::to_string(getpid()) + " --disable-internal-agent /usr/bin/env one two three\n");
   const pid_t child = std::stoi(read(record + ".pid"));

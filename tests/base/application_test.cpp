@@ -20,7 +20,7 @@ using platform::TerminateReply;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// Keeps a journal and does what the test wants in each call.
+// Keeps a journal and runs the test's action in each call.
 class Delegate : public platform::ApplicationDelegate, public platform::RemoteControl {
  public:
   void applicationWillFinishLaunching() override { happened("will finish"); }
@@ -65,7 +65,7 @@ class ApplicationTest : public ::testing::Test {
     application_.setDelegate(delegate_);
     router_.attach(delegate_, delegate_, "/preferences");
   }
-  // Runs what is due on the loop until `done`, and gives up after a while.
+  // Runs the loop until `done`, and gives up after a while.
   static void iterateUntil(const std::function<bool()>& done) {
     const gint64 end_us = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
     while (!done()) {
@@ -259,7 +259,7 @@ TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveC
   };
   auto token = std::make_unique<PendingWork::Token>(dispatch_.pendingWork());
   std::optional<RequestResult> result;
-  // The delegate above becomes idle at once; this one takes its time.
+  // The delegate above becomes idle at once; this one takes a while.
   delegate_->whenHappens["stop"] = [&] {
     loop_.performAfterDelay(0, [&] { delegate_->state = "starting"; });
     loop_.performAfterDelay(0.05, [&] { delegate_->state = "idle"; });
@@ -274,7 +274,7 @@ TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveC
   EXPECT_EQ(result, RequestResult::kDone);
 }
 
-// Who waits has timers and invocations of the bus, which belong to this thread.
+// Waiting requests have timers and bus invocations, which belong to this thread.
 TEST_F(ApplicationTest, WhoWaitedForAStopIsForgottenOnTheMainThread) {
   router_.launch({});
   delegate_->state = "recording";
@@ -287,7 +287,7 @@ TEST_F(ApplicationTest, WhoWaitedForAStopIsForgottenOnTheMainThread) {
   bool isAnswered = false;
   router_.action("stop",
                  [caller = std::move(caller), &isAnswered](RequestResult) { isAnswered = true; });
-  // The thread whose work ends last comes to its end after the answer.
+  // The thread whose work ends last itself ends after the answer.
   std::promise<void> answered;
   dispatch_.pendingWork().whenIdle([&answered] { answered.get_future().wait(); });
   std::thread last([&token] { token.reset(); });

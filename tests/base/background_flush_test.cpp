@@ -28,7 +28,7 @@ std::atomic<int> flushes{0};
 std::atomic<int> answer{0};  // errno
 std::atomic<bool> isHeld{false};
 
-// A disk that does as the test says.
+// A disk controlled by the test.
 int flushAsTold(int fd) {
   ++begun;
   const bool isOpen = fcntl(fd, F_GETFD) >= 0;
@@ -48,7 +48,7 @@ class BackgroundFlushTest : public testing::Test {
   }
   ~BackgroundFlushTest() override {
     isHeld = false;
-    // What is still under way would count in the next test.
+    // A flush that is still running would count in the next test.
     closeFile();
     EXPECT_TRUE(soon([this] { return base_test::openDescriptors(folder_ / "a") == 0; }));
   }

@@ -13,7 +13,7 @@
 #include "tests/base/temporary_folder.h"
 #include "tests/support/child_process.h"
 
-// The program's side of the desktop, against a bus of the test's own.
+// The program's side of the desktop, with a private bus.
 
 namespace linux_host {
 namespace {
@@ -97,7 +97,7 @@ TEST_F(WorkspaceTest, TheLeaveToBringAWindowForwardGoesToThePortal) {
   EXPECT_THAT(portal.calls[0], HasSubstr("{'activation_token': <'leave'>}"));
 }
 
-// A desktop whose default application for what is opened writes its argument into a file.
+// A desktop whose default application writes its argument into a file.
 class DefaultApplicationTest : public DesktopTest {
  protected:
   DefaultApplicationTest() {
@@ -111,7 +111,7 @@ class DefaultApplicationTest : public DesktopTest {
     base_test::write(dataHome() + "/applications/mimeapps.list",
                      "[Default Applications]\ninode/directory=opener.desktop\n");
   }
-  // GLib reads it once a process; main() below has set it.
+  // GLib reads it once per process; main() below has set it.
   static std::string dataHome() { return std::getenv("XDG_DATA_HOME"); }
   TemporaryFolder folder_;
 };
@@ -143,7 +143,7 @@ TEST(FileIconTest, SettingsEndAndAnImageWithoutAFileIsRefused) {
   EXPECT_TRUE(workspace.setIcon(nullptr, folder.path(), 0));
   EXPECT_FALSE(workspace.setIcon(image("unknown"), folder.path(), 0));
   workspace.finish(5000);
-  // One that goes while its icon is being set.
+  // A workspace that is destroyed while an icon is being set.
   DesktopWorkspace(nullptr, [](const platform::ImagePtr&) {
     return "/x";
   }).setIcon(image("known"), folder.path(), 0);
@@ -165,7 +165,7 @@ TEST(PrivacySettingsTest, AreThoseOfTheDesktopElseOfWhatIsInstalled) {
 
 using ToolObjectTest = DesktopTest;
 
-// What the launching desktop sends along reaches whoever shows the window.
+// The launching desktop's token reaches the code that shows the window.
 TEST_F(ToolObjectTest, TheLeaveToBringAWindowForwardComesAheadOfTheRequest) {
   class Recorded : public NoRequests {
    public:
@@ -242,7 +242,7 @@ TEST_F(ToolObjectTest, PropertiesFollowTheToolAndChangesAreAnnounced) {
 
 int main(int argc, char** argv) {
   const base_test::TemporaryFolder data;
-  // Before GLib looks at it for the first and only time.
+  // Set before GLib reads it for the first and only time.
   const base_test::Environment environment{{"XDG_DATA_HOME", data.path()},
                                            {"XDG_CONFIG_HOME", data.path()}};
   ::testing::InitGoogleMock(&argc, argv);

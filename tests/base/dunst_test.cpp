@@ -10,7 +10,7 @@
 #include "tests/base/temporary_folder.h"
 #include "tests/support/child_process.h"
 
-// Notifications with a server that nobody here wrote: dunst, on a screen in memory.
+// Notifications with an independent server: dunst, on a virtual screen.
 
 namespace linux_host {
 namespace {
@@ -42,7 +42,7 @@ class Delegate : public platform::UserNotificationCenterDelegate {
 class DunstTest : public ::testing::Test {
  protected:
   DunstTest() {
-    // The server's own menu of actions, answered by the line that the test asks for.
+    // The server's own menu of actions, answered with the test's choice.
     const std::string menu = folder_ / "menu";
     base_test::write(menu, "#!/bin/sh\ngrep -F -f " + (folder_ / "choice") + "\n");
     std::filesystem::permissions(menu, std::filesystem::perms::owner_all);

@@ -12,7 +12,7 @@
 #include "hosts/linux/bus/dbus_support.h"
 #include "tests/base/private_bus.h"
 
-// The other side of the program's calls over a bus of the test's own.
+// The other side of the program's calls, over a private bus.
 
 namespace base_test {
 
@@ -26,7 +26,7 @@ inline ConnectionPtr connected(const std::string& address) {
   return connection;
 }
 
-// An object on the bus that keeps what it is called with and answers as it is told.
+// An object on the bus that records its calls and answers as the test says.
 class FakeService {
  public:
   using Answer = std::function<GVariant*(const std::string& method, const std::string& call)>;
@@ -46,7 +46,7 @@ class FakeService {
     EXPECT_NE(owned, nullptr);
   }
   ~FakeService() {
-    // A call that is on its way finds nobody.
+    // A pending call finds nobody.
     g_dbus_connection_unregister_object(connection_.get(), registration_);
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
   }
@@ -94,7 +94,7 @@ class DesktopTest : public ::testing::Test {
     g_source_remove(wake);
     ASSERT_TRUE(done());
   }
-  // Everything that is on its way over the bus has arrived.
+  // Waits until everything sent over the bus so far has arrived.
   void settle() {
     bool answered = false;
     g_dbus_connection_call(

@@ -33,8 +33,8 @@ std::span<const std::byte> bytes(std::string_view text) {
   return std::as_bytes(std::span(text.data(), text.size()));
 }
 
-// A file system of its own that holds at most `size_bytes`. Needs the right to mount; without it
-// the test fails, since it would prove nothing.
+// A separate file system of at most `size_bytes`. Needs the right to mount; without it the test
+// fails, since it would prove nothing.
 class SmallDisk {
  public:
   explicit SmallDisk(std::size_t size_bytes) {
@@ -55,7 +55,7 @@ class SmallDisk {
 
 constexpr std::size_t kRoomy_bytes = std::size_t{64} << 20;
 
-// Numbered records, so that a lost, doubled or misplaced byte shows.
+// Writes numbered records, so that a lost, repeated or misplaced byte shows.
 class RecordWriter {
  public:
   explicit RecordWriter(std::shared_ptr<OpenFile> file)
@@ -77,7 +77,7 @@ class RecordWriter {
   static void expectComplete(const std::string& path, std::uint64_t count) {
     const std::string content = contentsOf(path);
     ASSERT_EQ(content.size(), count * sizeof(std::uint64_t) + kHead.size());
-    EXPECT_EQ(content.substr(0, kHead.size()), kHead) << "the head was mended last";
+    EXPECT_EQ(content.substr(0, kHead.size()), kHead) << "the head was written last";
     for (std::uint64_t i = 0; i < count; ++i) {
       std::uint64_t record = 0;
       std::memcpy(&record, content.data() + kHead.size() + i * sizeof record, sizeof record);
@@ -259,7 +259,7 @@ TEST(MoveTest, AFileMayMoveTwice) {
   EXPECT_EQ(contentsOf(ram / "c"), "123");
 }
 
-// Somebody has taken the name away from a file that is being written.
+// Somebody has removed the name of a file that is being written.
 void moveWithoutName(const std::string& from, const std::string& to, bool isClosedFirst,
                      const std::function<void()>& takeAway) {
   LinuxFileManager manager;
@@ -316,7 +316,7 @@ TEST(MoveTest, AFileThatIsRemovedAfterItsMoveIsNotKept) {
   ASSERT_EQ(manager.moveItem(folder / "a", folder / "b"), "");
   ASSERT_EQ(manager.removeItem(folder / "b"), "");
   ASSERT_EQ(file->close(), "");
-  // The last flush has a descriptor of its own.
+  // The last flush has its own descriptor.
   EXPECT_TRUE(base_test::soon([&] { return namelessDescriptors() <= before; }));
 }
 
@@ -360,7 +360,7 @@ mode_t modeOf(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
-// `umask` for as long as it lives.
+// Sets the umask for its lifetime.
 class Umask {
  public:
   explicit Umask(mode_t mask) : before_(umask(mask)) {}

@@ -7,7 +7,8 @@
 
 namespace base_test {
 
-// Counts what GLib criticises while this object lives: calls that should not have been made.
+// Counts GLib's critical warnings during this object's lifetime: calls that should not have been
+// made.
 class GlibFaults {
  public:
   GlibFaults() { before_ = g_log_set_default_handler(&GlibFaults::onMessage, this); }

@@ -23,7 +23,7 @@
 #include "tests/base/temporary_folder.h"
 #include "tests/support/child_process.h"
 
-// Programs of their own processes that find each other, over a bus and without one.
+// Programs in separate processes that find each other, over a bus and without one.
 
 namespace linux_host {
 namespace {
@@ -301,7 +301,7 @@ TEST_P(InstanceTest, AStartForStopEndsWithoutALaunch) {
 INSTANTIATE_TEST_SUITE_P(Ways, InstanceTest, ::testing::Values(Way::kBus, Way::kSocket),
                          [](const auto& way) { return way.param == Way::kBus ? "Bus" : "Socket"; });
 
-// What only a bus has.
+// Only with a bus.
 class BusInstanceTest : public InstanceTest {
  protected:
   VariantPtr call(const char* interfaceName, const char* method, GVariant* parameters,
@@ -426,7 +426,7 @@ TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
   EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
 }
 
-// 0 or errno, as another user.
+// Connects as another user; returns 0 or errno.
 int connectAsSomebodyElse(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

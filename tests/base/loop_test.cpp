@@ -16,7 +16,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// A loop that gives up, so that a mistake fails the test instead of hanging it.
+// A loop with a time limit, so that a bug fails the test instead of hanging it.
 class LoopTest : public ::testing::Test {
  protected:
   LoopTest() {
@@ -76,7 +76,7 @@ TEST_F(TimerTest, RepeatingTimerSkipsFiringsThatABusyLoopMissed) {
   std::vector<gint64> at_us;
   const auto timer = loop_.scheduledTimer(0.05, {}, true, [&](const platform::TimerPtr& firing) {
     at_us.push_back(g_get_monotonic_time() - start_us);
-    // Busy beyond two further firings.
+    // Stays busy beyond two further firings.
     while (at_us.size() == 1 && g_get_monotonic_time() - start_us < 180000) {
     }
     if (at_us.size() == 3) {
@@ -264,7 +264,7 @@ TEST(SerialQueueTest, RunsItemsQueuedBeforeItsLastReferenceWent) {
     auto queue = dispatch.createSerialQueue("q");
     std::atomic<bool> go{false};
     queue->async([&go] { go.wait(false); });
-    // The last reference goes inside the queue's own thread.
+    // The last reference is released on the queue's own thread.
     queue->async([&ran, held = queue] { ++ran; });
     queue->async([&ran] { ++ran; });
     queue.reset();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A program made of the real loop, bus, router and application, around a delegate that only keeps
-// a journal. Its switches are variables of the environment:
+// A program made of the real loop, bus, router and application, with a delegate that only keeps a
+// journal. Environment variables control it:
 //   MINI_JOURNAL      the file that receives one line for each thing that happened
 //   MINI_RECORD       set: it records from the launch on
 //   MINI_LAUNCH_GATE  the launch lasts until this file exists
@@ -96,7 +96,7 @@ class Delegate : public platform::ApplicationDelegate, public platform::RemoteCo
   bool recording_ = false;
 };
 
-// On the way back from `run` everything that refers to the bus goes before the bus.
+// When `run` returns, everything that refers to the bus is destroyed before the bus.
 int runInstance(const CommandLine& line) {
   MainLoop loop;
   DispatchThreads dispatch;

@@ -9,7 +9,7 @@
 
 namespace base_test {
 
-// For objects on a bus whose requests are of no interest.
+// For tests of objects on a bus that ignore the requests.
 class NoRequests : public linux_host::Requests {
  public:
   void activate() override {}

@@ -7,7 +7,7 @@
 #include "tests/base/fake_service.h"
 #include "tests/base/glib_faults.h"
 
-// Notifications, against servers of every kind.
+// Notifications, with servers of every kind.
 
 namespace linux_host {
 namespace {
@@ -153,7 +153,7 @@ TEST_F(NotificationTest, OneOfAProgramThatIsGoneByThenIsKeptInNoList) {
   EXPECT_THAT(server_->calls.back(), HasSubstr("'transient': <true>"));
 }
 
-// A server that draws a button for the default action, and closes what is clicked on.
+// A server that draws a button for the default action, and closes a notification that is clicked.
 TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
   serve({"actions", "body"});
   deliverAndWait(started());
@@ -166,7 +166,7 @@ TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
                                            HasSubstr("['default', 'Show', 'button', 'Open']")));
 }
 
-// Where there is no default action these start the program anew, which ends the recording.
+// Without a default action these servers start the program again, which ends the recording.
 TEST_F(NotificationTest, AServerWithAListIsAskedForTheClickAndMayHaveItAlways) {
   serve({"actions", "body", "persistence"});
   deliverAndWait(started());
@@ -295,7 +295,7 @@ TEST_F(NotificationTest, OneRemovedBeforeTheServerIsKnownIsNeverShown) {
   const auto notification = saved();
   center_.deliverNotification(notification);
   center_.removeDeliveredNotification(notification);
-  // The next one comes after whatever became of the first.
+  // The next one comes after everything about the first.
   deliverAndWait(saved());
   EXPECT_EQ(callsOf("Notify"), 1);
 }

@@ -9,8 +9,8 @@
 
 namespace base_test {
 
-// How many descriptors this process has of files whose path ends so; the system adds " (deleted)"
-// to one without a name.
+// The number of this process's descriptors of files whose path has that ending; the system appends
+// " (deleted)" for a file without a name.
 inline std::size_t openDescriptors(std::string_view end) {
   std::size_t count = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {

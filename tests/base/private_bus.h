@@ -7,7 +7,7 @@
 
 namespace base_test {
 
-// A session bus of the test's own, announced in its environment.
+// A private session bus, announced in the test's environment.
 class PrivateBus {
  public:
   PrivateBus() : bus_(g_test_dbus_new(G_TEST_DBUS_NONE)) {

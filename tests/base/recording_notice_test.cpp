@@ -8,7 +8,7 @@
 #include "tests/base/fake_service.h"
 #include "tests/base/no_requests.h"
 
-// What shows a recording where the desktop has no tray.
+// The notification that shows a recording where the desktop has no tray.
 
 namespace linux_host {
 namespace {

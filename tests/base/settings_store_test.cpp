@@ -158,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DamagedDefaultsTest,
                                            "{\"a\":" + std::string(100, '[') +
                                                std::string(100, ']') + "}"));
 
-// What lies at the path, or where a link there leads, and how it is made; in the test's own folder.
+// Something at the path, or behind a link there, and how it is made; in the test's folder.
 struct StrangeThing {
   const char* name;
   void (*make)(const std::string& path);
@@ -169,7 +169,7 @@ class StrangeDefaultsTest : public DefaultsTest,
  protected:
   StrangeDefaultsTest() { std::filesystem::create_directories(folder_ / "config/app"); }
 
-  // The settings stand by their defaults, nothing is saved, and what was there is there.
+  // The settings have their defaults, nothing is saved, and the thing at the path is still there.
   void expectItIsLeftAlone(const std::string& target) {
     struct stat before {};
     ASSERT_EQ(stat(target.c_str(), &before), 0);
@@ -210,8 +210,7 @@ void makeFolder(const std::string& path) {
 void makePipe(const std::string& path) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
 }
-// The device that swallows everything, as a node of the test's own. Without the right to make one,
-// a socket stands for it.
+// A private node for the null device. Without the right to make one, a socket is used instead.
 void makeDevice(const std::string& path) {
   if (mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) return;
   ASSERT_EQ(mknod(path.c_str(), S_IFSOCK | 0600, 0), 0);
@@ -293,7 +292,7 @@ TEST_F(DefaultsTest, AChoiceThatIsMadeAgainIsWrittenAgain) {
   EXPECT_EQ(Json::parse(contentsOf(file()))["Quality"], 2);
 }
 
-// Each writes entries of its own as fast as it can; every entry of every one must be there.
+// Each writer writes its own entries as fast as it can; no entry may be lost.
 TEST_F(DefaultsTest, WritersAtOnceLoseNothing) {
   constexpr int kWriters = 4;
   constexpr int kEntries = 25;
@@ -359,7 +358,7 @@ TEST_F(DefaultsTest, TwoDamagedFilesInOneSecondBothStay) {
 TEST_F(DefaultsTest, ADamagedFileThatCannotBeSetAsideIsNeverOverwritten) {
   base_test::write(file(), "precious");
   const std::string folder = folder_ / "config/app";
-  // Root may write everywhere except where nothing can be written.
+  // Root can write everywhere except on a read-only mount.
   ASSERT_EQ(mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(mount(nullptr, folder.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
   {

@@ -9,7 +9,8 @@
 #include "hosts/linux/files/free_space.h"
 #include "tests/base/soon.h"
 
-// Disks that do not answer, and disks that are nearly full, as far as no disk is needed for it.
+// Disks that do not answer and disks that are nearly full, as far as this can be tested without a
+// disk.
 
 namespace linux_host {
 namespace {
@@ -18,7 +19,7 @@ using base_test::soon;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// Holds calls up until it is opened; at the latest when it goes.
+// Blocks calls until it is opened, at the latest in its destructor.
 class Gate {
  public:
   ~Gate() { open(); }
@@ -104,7 +105,7 @@ TEST_F(FileCallsTest, OnlyOneCallThatIsSeenAgainAndAgainIsAStall) {
 }
 
 TEST(FreeSpaceTest, TellsOfAFolderThatIsLowAndOfTheEndOfThat) {
-  // A look may still be under way when the test is over.
+  // A check may still be running when the test is over.
   struct Disk {
     std::atomic<std::uint64_t> free_bytes{FreeSpace::kLow_bytes};
     std::atomic<int> looks{0};

@@ -7,7 +7,7 @@
 
 namespace base_test {
 
-// Whether the condition comes true; a test that waits in vain fails after twenty seconds.
+// Whether the condition becomes true within twenty seconds.
 inline bool soon(const std::function<bool()>& condition) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!condition()) {

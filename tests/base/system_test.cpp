@@ -37,7 +37,7 @@ Environment locale(const std::string& name, const std::string& zone) {
 }
 
 const platform::Date kAfternoon = utc(2024, 5, 17, 14, 3, 27);
-// Which blank it is depends on the release of ICU.
+// The kind of space depends on the release of ICU.
 const auto kAfternoonWithPM = ::testing::AnyOf("2:03:27\u202fPM", "2:03:27 PM");
 
 TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
@@ -54,7 +54,7 @@ TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
   EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 
-// With the core's help: locales write times with blanks and marks of all sorts.
+// With the core's help: locales write times with all kinds of spaces and punctuation.
 TEST(DateFormatterTest, GivesTimesThatCanBeMadeFitForADiskInEveryLocale) {
   const LinuxDateFormatter formatter;
   for (const char* name : {"en_US", "en_AU", "fr_CA", "fr_FR", "bg_BG", "ja_JP", "zh_TW", "ko_KR",
@@ -102,7 +102,7 @@ TEST(DateFormatterTest, TakesTheLocaleFromTheFirstVariableThatIsSet) {
   EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 
-// Of files that are mapped and whose names begin with `name`, as much as is in memory.
+// How much of the mapped files whose names begin with `name` is in memory.
 std::size_t residentOf_kB(const std::string& name) {
   std::ifstream smaps("/proc/self/smaps");
   std::size_t sum_kB = 0;
@@ -182,7 +182,7 @@ TEST(LogTest, IsPlainForPeopleAndLeveledLineByLineForTheJournal) {
   EXPECT_EQ(formattedLog(LogLevel::kError, "one\ntwo\n", true), "<3>one\n<3>two\n");
 }
 
-// A catalogue as msgfmt writes it, in either byte order.
+// A catalogue in msgfmt's format, in either byte order.
 std::string catalogue(const std::vector<std::pair<std::string, std::string>>& entries,
                       bool swapped) {
   std::string words;

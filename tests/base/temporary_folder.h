@@ -15,7 +15,7 @@
 
 namespace base_test {
 
-// A folder that is gone with the object.
+// A folder that is removed with the object.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(

@@ -108,7 +108,7 @@ Screen::Screen(const std::string& folder) : folder_(folder) {
   const std::string size =
       std::to_string(kScreenWidth_px) + "x" + std::to_string(kScreenHeight_px) + "x24";
   server_ = std::make_unique<ChildProcess>(ChildProcess::Command{
-      // A server that begins anew when its last client goes refuses the next one meanwhile.
+      // An X server that resets when its last client leaves refuses the next client meanwhile.
       {"sh", "-c",
        "exec Xvfb -noreset -displayfd 3 -screen 0 " + size + " -nolisten tcp 3>" + number},
       {},
@@ -170,7 +170,7 @@ std::optional<Screen::Area> Screen::popup() const {
     if (!std::regex_match(line, found, kWindow)) continue;
     const Area area{std::stoi(found[3]), std::stoi(found[4]), std::stoi(found[1]),
                     std::stoi(found[2])};
-    // Neither the helpers that clients make nor the panel.
+    // Neither the clients' helper windows nor the panel.
     if (area.width > 20 && area.width < kScreenWidth_px) return area;
   }
   return std::nullopt;
@@ -206,7 +206,7 @@ void Panel::start() {
 
 XSessionManager::XSessionManager(const std::string& folder, const Screen& screen)
     : folder_(folder + "/session") {
-  // What it starts with the session tells where it can be reached.
+  // The program that it starts with the session writes down its address.
   const std::string address = folder_ + "/address";
   const std::string tell = folder_ + "/tell";
   base_test::write(tell, "#!/bin/sh\necho \"$SESSION_MANAGER\" >" + address + "\n");

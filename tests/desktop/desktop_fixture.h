@@ -19,28 +19,28 @@
 
 namespace desktop_test {
 
-// How long another program of the desktop may take for one step on a busy machine.
+// The time limit for one step of another program of the desktop, on a busy machine.
 inline constexpr int kStep_s = 15;
 
-// Runs the default main context until the condition holds; false when it did not in kStep_s.
+// Runs the default main context until the condition holds; false if that takes longer than kStep_s.
 bool runUntil(const std::function<bool()>& done);
 
-// A session bus of the test's own with a client's connection to it.
+// A private session bus with a client's connection to it.
 class DesktopTest : public ::testing::Test {
  protected:
   DesktopTest();
   ~DesktopTest() override;
 
-  // A connection of its own, as another program has.
+  // Another connection, as another program would have.
   [[nodiscard]] linux_host::ConnectionPtr connectAgain() const;
   [[nodiscard]] const std::string& busAddress() const { return daemon_.address(); }
 
-  // Calls while this process's main loop runs, so that it may answer itself. Null on failure, with
-  // the error's text in *error.
+  // Calls while this process's main loop runs, so that it can answer its own calls. Null on
+  // failure, with the error's text in *error.
   linux_host::VariantPtr call(GDBusConnection* from, const std::string& name, const char* path,
                               const char* interface, const char* method, GVariant* arguments,
                               std::string* error = nullptr);
-  // A property as GVariant text; the error's text behind "error: " on failure.
+  // A property as GVariant text; "error: " and the error's text on failure.
   std::string property(GDBusConnection* from, const std::string& name, const char* path,
                        const char* interface, const char* property);
   bool hasOwner(const std::string& name);
@@ -51,7 +51,7 @@ class DesktopTest : public ::testing::Test {
   linux_host::ConnectionPtr client_;  // the other side's
 };
 
-// A screen in memory.
+// A virtual screen.
 class Screen {
  public:
   // `folder` receives its files.
@@ -59,7 +59,7 @@ class Screen {
   [[nodiscard]] std::string environment() const { return "DISPLAY=" + display_; }
   // Moves the pointer and presses a button there (1 left, 3 right), with the X server's own events.
   void click(int x, int y, int button) const;
-  // How many pixels in that part of the screen differ from its first.
+  // The number of pixels in that part of the screen that differ from the first one.
   [[nodiscard]] int pixelsDrawnIn(int x, int y, int width, int height) const;
   struct Area {
     int x;
@@ -67,7 +67,7 @@ class Screen {
     int width;
     int height;
   };
-  // The topmost window that is no panel: an open menu.
+  // The topmost window other than the panel: an open menu.
   [[nodiscard]] std::optional<Area> popup() const;
   void savePicture(const std::string& path, const std::string& geometry) const;
 
@@ -80,15 +80,15 @@ class Screen {
   std::string display_;
 };
 
-// A tray host that nobody here wrote: the LXQt panel with nothing but its tray, at the bottom of
-// the screen, its first icon in the left corner.
+// An independent tray host: the LXQt panel with only its tray, at the bottom of the screen, its
+// first icon in the left corner.
 class Panel {
  public:
   static constexpr int kHeight_px = 32;
   // `folder` receives its files.
   Panel(const std::string& folder, const Screen& screen, const std::string& busAddress);
   void start();
-  // As when it crashes.
+  // Like a crash.
   void kill() { panel_->kill(); }
 
  private:
@@ -97,14 +97,14 @@ class Panel {
   std::unique_ptr<test_support::ChildProcess> panel_;
 };
 
-// A session manager that nobody here wrote and that is not on the bus: the X Window System's own.
+// An independent session manager that is not on the bus: the X Window System's own.
 class XSessionManager {
  public:
   // `folder` receives its files.
   XSessionManager(const std::string& folder, const Screen& screen);
-  // What a program of its session has in its environment, as names and values.
+  // The environment of a program in its session, as names and values.
   [[nodiscard]] std::vector<std::pair<std::string, std::string>> environment() const;
-  // Whether a program has become one of its clients, and has said all that it has to say then.
+  // Whether a program has registered as a client and set its properties.
   [[nodiscard]] bool hasClient() const;
   // Logs out without asking anybody.
   void endSession() { manager_->sendSignal(SIGTERM); }

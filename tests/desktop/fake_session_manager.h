@@ -10,8 +10,8 @@
 
 namespace desktop_test {
 
-// A desktop's session manager on the bus, with one client. Answers while the test's main loop runs;
-// `bus` outlives it.
+// A session manager on the bus, with one client. Answers while the test's main loop runs; `bus`
+// outlives it.
 class FakeSessionManager {
  public:
   static constexpr const char* kName = "org.gnome.SessionManager";
@@ -22,14 +22,14 @@ class FakeSessionManager {
   FakeSessionManager& operator=(const FakeSessionManager&) = delete;
 
   void refuseClients() { refuses_ = true; }
-  // As the manager tells its client alone: "QueryEndSession", "EndSession", "Stop".
+  // Signals to its client: "QueryEndSession", "EndSession", "Stop".
   void tell(const char* signal) const;
-  // With arguments of the test's own; null for none.
+  // With the test's arguments; null for none.
   void tell(const char* signal, GVariant* arguments) const;
 
   // "id startup-id" of each registration.
   std::vector<std::string> registrations;
-  // What the client answered to what it was told.
+  // The client's answers to the signals.
   std::vector<bool> answers;
 
  private:

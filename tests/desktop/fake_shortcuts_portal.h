@@ -11,28 +11,28 @@
 
 namespace desktop_test {
 
-// The desktop's portal for global shortcuts, with a user who does what the test says. Answers from
-// the default main context.
+// The desktop's portal for global shortcuts, with a user controlled by the test. Answers from the
+// default main context.
 class FakeShortcutsPortal {
  public:
   struct Behaviour {
     guint32 version = 1;
-    // It knows who calls by org.freedesktop.host.portal.Registry.
+    // It identifies callers through org.freedesktop.host.portal.Registry.
     bool hasRegistry = false;
-    // The shortcuts come with the session, as in Plasma 5.27; what is bound later is what came.
+    // The shortcuts come with CreateSession, as in Plasma 5.27; binding later returns the same.
     bool bindsAtOnce = false;
-    // It agrees without saying to what, as in Plasma 6.
+    // It agrees without saying to which shortcuts, as in Plasma 6.
     bool agreesInFewWords = false;
-    // What CreateSession and BindShortcuts come to: 0 agreed, 1 the user's no, 2 failed.
+    // The results of CreateSession and BindShortcuts: 0 agreed, 1 declined by the user, 2 failed.
     guint32 opening = 0;
     guint32 binding = 0;
     // The requests are not answered until answerNow().
     bool isSlow = false;
     // The calls fail.
     bool refuses = false;
-    // Instead of its own results, for whoever asks whether it copes.
+    // Replaces its results, for tests of unexpected answers.
     std::function<GVariant*(const std::string& method)> strangeResults = nullptr;
-    // The key that the user gives; empty: none, though the shortcut is there. Null: no shortcut.
+    // The key that the user chooses; empty: the shortcut exists without a key. Null: no shortcut.
     std::optional<std::string> trigger = "Ctrl+Meta+R";
     // Known from an earlier session.
     bool isKnown = false;
@@ -44,12 +44,12 @@ class FakeShortcutsPortal {
   FakeShortcutsPortal(const FakeShortcutsPortal&) = delete;
   FakeShortcutsPortal& operator=(const FakeShortcutsPortal&) = delete;
 
-  // The request that waits is answered.
+  // Answers the waiting request.
   void answerNow();
   // The user presses the key; `session` instead of the newest one, if not empty.
   void press(const std::string& id = "record", const std::string& session = {},
              const std::string& activationToken = {});
-  // The user changes the key, or takes it away.
+  // The user changes the key, or removes it.
   void change(const std::optional<std::string>& trigger);
   // The desktop ends the session.
   void closeSession();
@@ -60,7 +60,7 @@ class FakeShortcutsPortal {
   [[nodiscard]] const std::string& session() const { return session_; }
 
   Behaviour behaviour;
-  std::vector<std::string> calls;  // with what matters of their arguments
+  std::vector<std::string> calls;  // with the relevant arguments
   std::string description;         // of the shortcut that was asked for
 
  private:

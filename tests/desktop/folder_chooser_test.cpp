@@ -7,7 +7,7 @@
 
 #include "tests/desktop/desktop_fixture.h"
 
-// Choosing a folder in the desktop's dialog, as portals of several kinds let the user do it.
+// Choosing a folder in the desktop's dialog, with several kinds of portals.
 
 namespace desktop_test {
 namespace {
@@ -30,7 +30,7 @@ constexpr const char* kChooserXml = R"xml(<node>
 <arg type="a{sv}" direction="in"/><arg type="o" direction="out"/></method></interface>
 <interface name="org.freedesktop.portal.Request"><method name="Close"/></interface></node>)xml";
 
-// A portal whose user does what the test says.
+// A portal with a user controlled by the test.
 class FakePortal {
  public:
   FakePortal(GDBusConnection* bus, guint32 version)
@@ -67,7 +67,7 @@ class FakePortal {
   }
 
   std::string refusal;             // the error that OpenFile answers with; empty: it opens a dialog
-  bool hasOwnPaths = false;        // as portals did before callers named their requests
+  bool hasOwnPaths = false;        // like portals before callers could name their requests
   std::vector<std::string> asked;  // "parent|title" of each dialog
   std::map<std::string, std::string> options;
   int closed = 0;
@@ -149,7 +149,7 @@ class FolderChooserTest : public DesktopTest {
     startPortal();
     choose();
     ASSERT_TRUE(runUntil([&] { return !portal_->asked.empty(); }));
-    // The answer of the call itself arrives before what the user does.
+    // The call's own answer arrives before the user's action.
     hasOwner(kPortal);
   }
   bool isAnswered() {
@@ -182,7 +182,7 @@ TEST_F(FolderChooserTest, APortalThatNamesTheRequestItselfIsHeardToo) {
   portal_->hasOwnPaths = true;
   choose();
   ASSERT_TRUE(runUntil([&] { return !portal_->asked.empty(); }));
-  // Until it listens at the path it was told, nothing can be heard there.
+  // It hears nothing at the portal's path until it listens there.
   ASSERT_TRUE(runUntil([&] {
     portal_->respond(0, {"file:///home/x"});
     return !outcomes_.empty();

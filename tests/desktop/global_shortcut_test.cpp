@@ -6,7 +6,7 @@
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_shortcuts_portal.h"
 
-// A key of the desktop's, as portals of several kinds give it.
+// A key from the desktop, with several kinds of portals.
 
 namespace desktop_test {
 namespace {
@@ -59,7 +59,7 @@ class GlobalShortcutTest : public DesktopTest {
   bool isSet() {
     return runUntil([&] { return shown_.set; });
   }
-  // All that was on its way has arrived.
+  // Waits until everything sent so far has arrived.
   void settle() {
     hasOwner(kPortal);
     call(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",

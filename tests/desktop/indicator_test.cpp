@@ -28,7 +28,7 @@ std::string itemName() {
   return "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1";
 }
 
-// The place where icons register, as long as it lives.
+// The watcher with which icons register, for its lifetime.
 class Watcher {
  public:
   explicit Watcher(linux_host::ConnectionPtr connection) : connection_(std::move(connection)) {
@@ -65,7 +65,7 @@ class Watcher {
   guint name_ = 0;
 };
 
-// Signals that another connection hears, as "Interface.Signal(arguments)".
+// The signals that another connection receives, as "Interface.Signal(arguments)".
 class Ear {
  public:
   explicit Ear(GDBusConnection* connection) : connection_(connection) {
@@ -118,7 +118,7 @@ class TrayIconTest : public IndicatorTest {
     return text;
   }
   std::string layout() { return menuCall("GetLayout", g_variant_new("(iias)", 0, -1, nullptr)); }
-  // The id of the line with that label, in the order of the menu's lines.
+  // The id of the menu line with that label.
   int idOf(const std::string& label) {
     for (int id = 1; id < 20; ++id) {
       const std::string text = menuCall("GetProperty", g_variant_new("(is)", id, "label"));
@@ -133,7 +133,7 @@ class TrayIconTest : public IndicatorTest {
   std::string choose(int id, const char* event = "clicked") {
     return menuCall("Event", g_variant_new("(isvu)", id, event, g_variant_new_string(""), 0U));
   }
-  // Whatever has been emitted so far has been heard: the bus has it, and has passed it on.
+  // Waits until every signal emitted so far has passed the bus and arrived.
   void settle() {
     call(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
          "GetId", nullptr);
@@ -168,7 +168,7 @@ TEST_F(TrayIconTest, IconFollowsTheDockIcon) {
   EXPECT_EQ(item("IconName"), "'com.vantrel.korvel.RecordAudio'");
 }
 
-// What libpng reads of the built icon, as premultiplication-free ARGB.
+// The built icon as read by libpng, as ARGB without premultiplication.
 std::vector<unsigned char> builtIcon(const char* name, int size_px) {
   const std::string size = std::to_string(size_px);
   const std::string path =
@@ -254,7 +254,7 @@ TEST_F(TrayIconTest, ServesWhatSomeTraysAskForBesides) {
   EXPECT_EQ(item("XAyatanaLabelGuide"), "'00:00:00'");
 }
 
-// A tray that asks for everything, and has been told or refused it or not.
+// A tray that asks for all properties, and notes whether it was answered or refused.
 class Asked {
  public:
   explicit Asked(GDBusConnection* connection) {
@@ -315,8 +315,8 @@ TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotTold) {
   EXPECT_THAT(ear.from(kItem), IsEmpty());
 }
 
-// A tray asks for what is new a moment after it was told, and writes an error to its log when
-// nobody is there to answer.
+// A tray asks for changes a moment after it was told of them, and logs an error when nobody
+// answers.
 TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
   showAndWait();
   record("00:01");
@@ -335,7 +335,7 @@ TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
   EXPECT_THAT(ear.from(kItem), IsEmpty());
   EXPECT_EQ(late("IconName"), "'com.vantrel.korvel.RecordAudio'");
   EXPECT_EQ(property(client_.get(), us, kMenuPath, kMenu, "Version"), "3");
-  // And is gone then, so that a tray that comes later does not find it.
+  // Then the item is gone, so that a tray that comes later does not find it.
   EXPECT_TRUE(runUntil([&] { return late("IconName").starts_with("error: "); }));
   EXPECT_TRUE(runUntil([&] {
     return property(client_.get(), us, kMenuPath, kMenu, "Version").starts_with("error: ");
@@ -502,7 +502,7 @@ TEST_F(TrayIconTest, RegistersOnceWhenItIsShownBeforeTheTrayIsFound) {
   makeIndicator();
   show();
   ASSERT_TRUE(runUntil([&] { return !watcher.registered.empty(); }));
-  // What else was sent by then has arrived.
+  // By then everything else that was sent has arrived.
   EXPECT_EQ(item("Id"), "'record-audio'");
   EXPECT_TRUE(runUntil([&] { return !trays_.empty(); }));
   settle();

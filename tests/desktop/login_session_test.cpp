@@ -11,7 +11,7 @@
 #include "tests/base/glib_faults.h"
 #include "tests/desktop/desktop_fixture.h"
 
-// The machine's sleep and shutdown, against a mock of its session service that nobody here wrote.
+// The machine's sleep and shutdown, with an independent mock of its session service.
 
 namespace desktop_test {
 namespace {
@@ -46,7 +46,7 @@ class LoginSessionTest : public DesktopTest {
     ASSERT_TRUE(runUntil([&] { return hasOwner(kLogin1); }))
         << base_test::contentsOf(folder_ / "login.log");
   }
-  // "what mode" of every lock held.
+  // "what mode" of every held lock.
   std::multiset<std::string> locks() {
     const VariantPtr answer =
         call(client_.get(), kLogin1, kLogin1Path, kManager, "ListInhibitors", nullptr);
@@ -82,7 +82,7 @@ class LoginSessionTest : public DesktopTest {
               nullptr);
   }
 
-  // Time for what is on its way between the service and the program, whose connection is its own.
+  // Time for messages between the service and the program, which has its own connection.
   void letItArrive() {
     for (int trips = 0; trips < 20; ++trips) locks();
   }
@@ -214,7 +214,7 @@ TEST_F(LoginSessionTest, TheEndOfTheUsersOwnSessionEndsARecordingAndNoOtherDoes)
   EXPECT_EQ(logouts_, 1);
 }
 
-// Every user of the machine can send signals over its bus.
+// Every user of the machine can send signals over the system bus.
 TEST_F(LoginSessionTest, AnAnnouncementThatIsNotTheServicesIsIgnored) {
   startService();
   session_->toolDataDidChange(kRecording);
@@ -293,7 +293,7 @@ TEST_F(LoginSessionTest, AnAnswerWithoutTheLockItNamesIsNone) {
 TEST_F(LoginSessionTest, AMachineWithoutTheServiceJustGoesWithout) {
   session_->toolDataDidChange(kRecording);
   session_->toolDataDidChange(kResting);
-  // The service comes: the next recording has its locks.
+  // The service starts: the next recording gets its locks.
   startService();
   session_->toolDataDidChange(kRecording);
   EXPECT_TRUE(waitForLocks(both_));

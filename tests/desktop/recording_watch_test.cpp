@@ -6,7 +6,7 @@
 
 #include "tests/memory_host/memory_run_loop.h"
 
-// When the user is told of silence and other things; on a clock of the test's own.
+// When the user is told of silence and other problems, on the test's own clock.
 
 namespace linux_host {
 namespace {
@@ -59,8 +59,8 @@ TEST_F(RecordingWatchTest, LooksOnceASecondWhileRecordingAndNeverElse) {
   EXPECT_THAT(changes_, IsEmpty());
 }
 
-// What the suite is told from the accepted start of a second recording to its confirmation, and
-// after an error, which leaves the menu's text.
+// The suite's data from the accepted start of a second recording to its confirmation, and after an
+// error, which leaves the menu's text.
 TEST_F(RecordingWatchTest, ARecordingBeginsWithItsAcceptedStartAlsoTheSecondTime) {
   watch_.toolDataDidChange({0, "KorvelIconOn", "MenuIconOn", "00:00"});
   EXPECT_THAT(recordings_, ElementsAre(true));

@@ -8,7 +8,7 @@
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_session_manager.h"
 
-// Logging out, as the session managers on the bus tell it.
+// Logging out with session managers on the bus.
 
 namespace desktop_test {
 namespace {
@@ -40,7 +40,7 @@ class SessionClientTest : public DesktopTest {
     tool_->toolDataDidChange(kRecordingOn);
     ASSERT_TRUE(runUntil([&] { return !manager_->registrations.empty(); }));
   }
-  // Lets everything that is on its way arrive.
+  // Waits until everything sent so far has arrived.
   void settle() {
     hasOwner("org.example.Nobody");
     call(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -134,7 +134,7 @@ TEST_F(SessionClientTest, AProgramThatIsRefusedGoesWithoutUntilItsNextRecording)
   tool_->toolDataDidChange({1, "", "", "00:02"});
   settle();
   EXPECT_EQ(manager_->registrations.size(), 1U);
-  // The next recording tries anew.
+  // The next recording tries again.
   tool_->toolDataDidChange(kAtRest);
   tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 2; }));

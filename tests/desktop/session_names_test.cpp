@@ -9,7 +9,7 @@
 
 #include "tests/desktop/desktop_fixture.h"
 
-// Logging out, as it is seen on a bus whose session manager says nothing to the program.
+// Logging out on a bus whose session manager tells the program nothing.
 
 namespace desktop_test {
 namespace {
@@ -35,7 +35,7 @@ class SessionNamesTest : public DesktopTest, public ::testing::WithParamInterfac
     g_dbus_connection_close_sync(manager_.get(), nullptr, nullptr);
     ASSERT_TRUE(runUntil([&] { return !hasOwner(GetParam()); }));
   }
-  // Whatever is on its way to the program arrives.
+  // Waits until everything sent to the program has arrived.
   void settle() {
     for (int i = 0; i < 3; ++i) {
       call(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",

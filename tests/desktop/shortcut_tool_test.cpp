@@ -5,7 +5,7 @@
 #include "tests/desktop/fake_shortcuts_portal.h"
 #include "tests/e2e/tool_fixture.h"
 
-// The built program with a key of the desktop's.
+// The built program with a key from the desktop.
 
 namespace desktop_test {
 namespace {
@@ -26,7 +26,7 @@ class ShortcutToolTest : public e2e::ToolFixture {
   void wantKey() const {
     base_test::write(settingsFolder() + "/desktop.json", R"({"GlobalShortcut":true})");
   }
-  // The tool's state, while its calls on the portal are answered.
+  // Waits for the tool's state while answering its calls to the portal.
   bool comesToState(const std::string& state) {
     return runUntil([&] {
       const e2e::Json now = status();
@@ -51,7 +51,7 @@ TEST_F(ShortcutToolTest, TheKeyStopsTheRecordingAndStartsTheNext) {
   portal_->press();
   ASSERT_TRUE(comesToState("idle"));
   EXPECT_NE(onlyFileIn(musicFolder()), "");
-  // A key that is held down would be the same press.
+  // Sooner it would count as the same press.
   e2e::waitSeconds(1);
   portal_->press();
   ASSERT_TRUE(comesToState("recording"));

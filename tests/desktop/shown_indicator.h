@@ -9,7 +9,7 @@
 
 namespace desktop_test {
 
-// Keeps what the tray asks for.
+// Records the tray's requests.
 class RecordedRequests : public linux_host::Requests {
  public:
   void useActivationToken(const std::string& token) override {
@@ -44,7 +44,7 @@ class BracketBundle : public platform::Bundle {
   }
 };
 
-// The indicator of a program that can be told in which phase it is.
+// The indicator of a program whose phase the test sets.
 class IndicatorTest : public DesktopTest {
  protected:
   IndicatorTest() { makeIndicator(); }
@@ -67,7 +67,7 @@ class IndicatorTest : public DesktopTest {
 
   RecordedRequests requests_;
   BracketBundle strings_;
-  std::vector<bool> trays_;  // what the indicator said about trays
+  std::vector<bool> trays_;  // the indicator's reports about trays
   std::unique_ptr<linux_host::Indicator> indicator_;
 };
 

@@ -13,7 +13,7 @@
 #include "tests/e2e/tool_fixture.h"
 #include "tests/e2e/tray_menu.h"
 
-// The built program on a desktop: what the user is shown, and what the desktop asks of it.
+// The built program on a desktop: what the user sees, and what the desktop asks of it.
 
 namespace desktop_test {
 namespace {
@@ -75,7 +75,7 @@ class DesktopToolTest : public e2e::ToolFixture {
     }
     return times;
   }
-  // A Wayland desktop without a picture, for every program started from then on.
+  // A headless Wayland desktop, for every program started from then on.
   std::unique_ptr<ChildProcess> startCompositor() {
     const std::string compositorLog = server.directory() + "/compositor.log";
     auto compositor = std::make_unique<ChildProcess>(ChildProcess::Command{
@@ -89,7 +89,7 @@ class DesktopToolTest : public e2e::ToolFixture {
     setEnvironment("DISPLAY", "");
     return compositor;
   }
-  // A recording in a program that an alert has made load the toolkit.
+  // A recording in a program that has loaded the toolkit for an alert.
   std::unique_ptr<ChildProcess> recordAfterAnAlert() {
     plugInMicrophone();
     control->setMute("microphone", true);
@@ -103,7 +103,7 @@ class DesktopToolTest : public e2e::ToolFixture {
     EXPECT_TRUE(waitForState("recording"));
     return tool;
   }
-  // The recording goes on, and ends as every other does.
+  // The recording goes on, and ends like any other.
   void expectTheRecordingGoesOn(ChildProcess& tool) {
     EXPECT_TRUE(waitUntil([&] { return log().find("The screen has gone") != std::string::npos; }));
     const int sofar_s = status().value("elapsedSeconds", 0);
@@ -235,7 +235,7 @@ TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
                  g_variant_new("(sssav)", "org.freedesktop.login1.Manager", "PrepareForShutdown",
                                "b", &goingDown)),
             nullptr);
-  // The machine goes down when the last lock is released: the file has to be there by then.
+  // The machine shuts down when the last lock is released: by then the file must be there.
   ASSERT_TRUE(waitUntil([&] { return locks() == 0; }, e2e::kStepLimit));
   const std::string saved = onlyFileIn(musicFolder());
   EXPECT_GT(std::filesystem::file_size(saved), 0U);
@@ -243,8 +243,7 @@ TEST_F(DesktopToolTest, AShutdownDuringARecordingWaitsForTheSavedFile) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-// The second recording of a program is accepted; a sound server that stands still does not confirm
-// it.
+// A second recording is accepted but not confirmed, because the sound server is stopped.
 class UnconfirmedStartTest : public DesktopToolTest {
  protected:
   UnconfirmedStartTest() {
@@ -258,11 +257,11 @@ class UnconfirmedStartTest : public DesktopToolTest {
     server.daemon().sendSignal(SIGSTOP);
     EXPECT_EQ(run({}).exitStatus, 0);
     EXPECT_TRUE(waitForState("starting"));
-    // The machine neither sleeps nor goes down from now on.
+    // From now on the machine neither sleeps nor shuts down.
     EXPECT_TRUE(waitUntil([&] { return locks() == 2; }, e2e::kStepLimit));
     EXPECT_EQ(status().value("state", ""), "starting");
   }
-  // Before the daemon goes on.
+  // Called before the daemon continues.
   void chooseInTray(const std::string& line) {
     EXPECT_TRUE(e2e::TrayMenu(server.busAddress(), tool_->pid()).choose(line));
     server.daemon().sendSignal(SIGCONT);
@@ -306,7 +305,7 @@ TEST_F(DesktopToolTest, ALogOutDuringARecordingWaitsForTheSavedFile) {
   const std::string saved = onlyFileIn(musicFolder());
   EXPECT_GT(std::filesystem::file_size(saved), 0U);
   EXPECT_THAT(filesIn(temporaryFolder()), SizeIs(0));
-  // The session is over: nobody is there to be shown anything.
+  // The session is over: nobody is there to see a notification.
   manager.tell("Stop");
   EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
 }
@@ -330,7 +329,7 @@ TEST_F(DesktopToolTest, ALogOutFromASessionManagerThatIsNotOnTheBusSavesTheRecor
   EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
 }
 
-// The toolkit ends the process when its screen goes.
+// The toolkit ends the process when it loses its screen.
 TEST_F(DesktopToolTest, ARecordingOutlivesTheXServer) {
   const std::string folder = server.directory() + "/screen";
   std::filesystem::create_directories(folder);
@@ -343,7 +342,7 @@ TEST_F(DesktopToolTest, ARecordingOutlivesTheXServer) {
   expectTheRecordingGoesOn(*tool);
 }
 
-// Nobody can answer the alert any more.
+// The alert can no longer be answered.
 TEST_F(DesktopToolTest, WithAnAlertAndNothingRecordedTheProgramEndsWithItsScreen) {
   plugInMicrophone();
   control->setMute("microphone", true);
@@ -367,8 +366,8 @@ TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
   const auto compositor = startCompositor();
   setEnvironment("WAYLAND_DEBUG", "1");
   auto tool = start({e2e::kToolIdentifier});
-  // The compositor says which screen a window has come to. What stands between an object's kind and
-  // its number depends on the release of libwayland.
+  // The compositor says on which screen a window appears. The character between an object's kind
+  // and its number depends on the release of libwayland.
   ASSERT_TRUE(waitUntil(
       [&] {
         static const std::regex kEntered(R"(wl_surface[@#]\d+\.enter\()");
@@ -376,7 +375,7 @@ TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
       },
       e2e::kStepLimit));
   EXPECT_THAT(log(), HasSubstr("set_title(\"Record Audio Preferences\")"));
-  // Only a new window is in front, and this one never has the keyboard: there is none.
+  // Only a new window comes in front, and this one never has the keyboard: there is none.
   std::ptrdiff_t windows = 1;
   for (const auto& again : {std::vector<std::string>{}, {e2e::kToolIdentifier}}) {
     EXPECT_EQ(run(again).exitStatus, 0);

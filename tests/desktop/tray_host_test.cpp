@@ -4,7 +4,7 @@
 
 #include "tests/desktop/shown_indicator.h"
 
-// The indicator in a tray that nobody here wrote, used with the pointer and the keyboard.
+// The indicator in an independent tray, used with the pointer and the keyboard.
 
 namespace desktop_test {
 namespace {
@@ -26,14 +26,14 @@ class TrayHostTest : public IndicatorTest {
   bool waitForTray() {
     return runUntil([&] { return !trays_.empty() && trays_.back(); });
   }
-  // An icon that stands in the tray.
+  // Shows an icon in the tray.
   void showInTray() {
     panel_.start();
     show();
     ASSERT_TRUE(waitForTray());
     ASSERT_TRUE(runUntil([&] { return isIconDrawn(); }));
   }
-  // Opens the menu and chooses the line whose middle lies so far below the menu's top (or, if
+  // Opens the menu and chooses the line whose middle is this far below the menu's top (or, if
   // negative, above its bottom).
   void chooseLineAt(int distance_px) {
     screen_.click(kIcon_x, kIcon_y, 3);

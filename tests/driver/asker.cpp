@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Asks for the loopback device from its start on. SIGUSR1 makes it take the request back, SIGUSR2
-// makes it ask again; it lives until it is killed or the daemon is gone. Its requests are numbered
-// from 1 on, unless it is started with --without-numbers.
+// Asks for the loopback device from its start on. SIGUSR1 makes it withdraw the request, SIGUSR2
+// makes it ask again. It runs until it is killed or the daemon is gone. Its requests are numbered
+// from 1, unless it is started with --without-numbers.
 
 #include <pipewire/pipewire.h>
 
@@ -41,7 +41,7 @@ void coreError(void* loop, std::uint32_t id, int, int result, const char*) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Also before the loop exists they must not kill.
+  // They must not kill the process before the loop exists.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGUSR1);

@@ -13,7 +13,7 @@ using loopback::choiceOf;
 using loopback::ChoiceWriter;
 using loopback::DefaultChoice;
 
-// A disk that writes when it is let, and what lies on it; outlives a writer that is left behind.
+// A disk that writes when the test allows it, and its content; outlives an abandoned writer.
 struct Disk {
   std::mutex mutex;
   std::condition_variable changed;

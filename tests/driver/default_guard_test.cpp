@@ -17,7 +17,7 @@ using loopback::MetadataValue;
 
 const DefaultChoice kLoopback = choiceOf(loopback::kLoopbackDeviceUID);
 
-// The metadata as a session manager keeps it: every write comes back as a change.
+// A session manager's metadata: every write comes back as a change.
 class FakeKeys : public loopback::DefaultKeys {
  public:
   void setConfigured(const DefaultChoice& choice) override { configured.push_back(choice); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whose sound it is: the user's default output before, during and after.
+// The user's default output before, during and after.
 
 #include <csignal>
 #include <cstdio>
@@ -17,7 +17,7 @@ double milliseconds(steady_clock::duration duration) {
 }
 
 TEST_F(DriverTest, PutsBackExactlyWhatWasConfigured) {
-  // Not the session manager's own preference, and in a form of its own.
+  // Not the session manager's own preference, and formatted differently.
   control().setMetadata(loopback::kConfiguredDefaultSinkKey, R"({  "name":  "speaker"  })");
   ASSERT_TRUE(waitForUsedDefault(kSpeaker));
   const auto asker = startAsker();
@@ -61,7 +61,7 @@ TEST_F(DriverTest, DoesNotBecomeTheDefaultByItself) {
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
 }
 
-// A session manager prefers what was once configured to what never was.
+// A session manager prefers a device that was ever configured to one that never was.
 TEST_F(DriverTest, DoesNotBecomeTheDefaultByItselfAfterEarlierRecordings) {
   const auto asker = startAsker();
   makeLoopbackTheDefault();
@@ -76,7 +76,7 @@ TEST_F(DriverTest, DoesNotBecomeTheDefaultByItselfAfterEarlierRecordings) {
   EXPECT_TRUE(waitForUsedDefault(kHeadphones));
   EXPECT_EQ(control().metadata(loopback::kConfiguredDefaultSinkKey), std::nullopt);
   EXPECT_TRUE(waitUntilHeardOn(kHeadphones));
-  // Once it is asked for it still becomes the default, and the sound goes there.
+  // When configured, it still becomes the default, and the sound goes there.
   makeLoopbackTheDefault();
   EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
   asker->sendSignal(SIGUSR1);
@@ -104,7 +104,7 @@ TEST_F(DriverTest, AKilledAskerLeavesNothingBehind) {
   double longest = 0;
   for (int round = 0; round < 10; ++round) {
     auto asker = startAsker();
-    // At ever later moments: at once, with the default on its way, with the sound moved.
+    // At three moments: at once, while the default changes, after the sound has moved.
     if (round % 3 == 1) {
       control().setMetadata(loopback::kConfiguredDefaultSinkKey,
                             R"({"name":"com.vantrel.loopbackdevice"})");
@@ -143,7 +143,7 @@ TEST_P(SessionManagerRestartTest, InARecordingDoesNotCostTheChoice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
   makeLoopbackTheDefault();
-  // The session manager writes its choices down after a second.
+  // The session manager saves its choices after a second.
   const std::string saved = server().stateHome() + "/wireplumber/default-nodes";
   ASSERT_TRUE(waitUntil([&] {
     return outputOf("cat " + saved + " 2>/dev/null || true")
@@ -161,7 +161,7 @@ TEST_P(SessionManagerRestartTest, InARecordingDoesNotCostTheChoice) {
   next.terminate();
 }
 
-// The daemon tells nobody of a change while another client is being told of all keys.
+// The daemon reports no change while it sends all keys to another client.
 TEST_F(DriverTest, RespectsAChoiceThatItDidNotHearOf) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
@@ -181,7 +181,7 @@ TEST_F(DriverTest, LeavesTheLoopbackToThoseWhoChoseItUnheard) {
   control().setMetadataUnheard(loopback::kConfiguredDefaultSinkKey,
                                R"({"name":"com.vantrel.loopbackdevice"})");
   ASSERT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
-  // Nor does it take it from them later.
+  // Nor does it take the choice away later.
   outputOf("wpctl status && wpctl status");
   EXPECT_EQ(usedDefault(), loopback::kLoopbackDeviceUID);
   EXPECT_TRUE(waitUntilHeardOn(loopback::kLoopbackDeviceUID));
@@ -190,7 +190,7 @@ TEST_F(DriverTest, LeavesTheLoopbackToThoseWhoChoseItUnheard) {
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
 }
 
-// Nor does it listen any more to a client that waits to be told.
+// Nor does the daemon listen to a client that waits for the keys.
 TEST_F(DriverTest, ASessionManagerThatHangsDoesNotKeepTheDevice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();

@@ -58,7 +58,7 @@ TEST_F(DriverTest, StaysShownWhileOneOfTwoAsks) {
   const auto id = control().nodeId(loopback::kLoopbackDeviceUID);
   first->kill();
   control().synchronize();
-  // The daemon has removed the client; a driver that hid would have been asked to by now.
+  // The daemon has removed the client; by now a driver that hides the device would have begun to.
   ASSERT_TRUE(waitUntil([this] { return requestsOf(loopback::kLoopbackRequestShowText) == 1; }));
   control().synchronize();
   ASSERT_TRUE(deviceIsShown());

@@ -134,7 +134,7 @@ std::optional<pid_t> DriverTest::driverPid() {
     const auto version = client.find(loopback::kLoopbackDriverKey);
     if (version == client.end() || version->second.empty()) continue;
     const pid_t process = std::stoi(client.at("pipewire.sec.pid"));
-    if (process != getpid()) return process;  // a test may say that it is the driver
+    if (process != getpid()) return process;  // a test may claim to be the driver
   }
   return std::nullopt;
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What happens when one thing begins before the other has ended: a request during a departure, a
-// driver beside a driver, and a client that says it is one.
+// Overlaps: a request during a removal, two drivers at once, and a client that claims to be one.
 
 #include <csignal>
 
@@ -29,7 +28,7 @@ TEST_F(DriverTest, AnswersARequestWhenTheDeviceIsThere) {
   EXPECT_NE(granted(), loopback::kLoopbackNoneGranted);
 }
 
-// Something plays to the device and cannot be moved off it, so that it takes long to leave.
+// A stream plays to the device and cannot be moved off it, so that the removal takes long.
 TEST_F(DriverTest, ARequestDuringTheDepartureKeepsTheDevice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
@@ -44,7 +43,7 @@ TEST_F(DriverTest, ARequestDuringTheDepartureKeepsTheDevice) {
   ASSERT_TRUE(waitUntil([&] { return isGranted(*asker, 3); })) << granted();
   EXPECT_EQ(control().nodeId(loopback::kLoopbackDeviceUID), device);
   makeLoopbackTheDefault();
-  letPass(std::chrono::milliseconds(500));  // longer than any departure
+  letPass(std::chrono::milliseconds(500));  // longer than any removal
   EXPECT_TRUE(deviceIsShown());
   EXPECT_EQ(configuredDefault(), loopback::kLoopbackDeviceUID);
   asker->sendSignal(SIGUSR1);
@@ -94,7 +93,7 @@ TEST_F(DriverTest, ASecondOneLeavesTheDefaultsOfARecordingAlone) {
   EXPECT_EQ(usedDefault(), loopback::kLoopbackDeviceUID);
 }
 
-// The one that leaves has the user's sound to put back first, which takes it a while.
+// The driver that leaves first has to put back the user's default, which takes a while.
 TEST_F(DriverlessTest, OneThatStartsWhileAnotherLeavesServes) {
   for (int pause_ms = 0; pause_ms <= 300; pause_ms += 60) {
     const auto leaving = startDriver();
@@ -113,8 +112,8 @@ TEST_F(DriverlessTest, OneThatStartsWhileAnotherLeavesServes) {
   }
 }
 
-// Any client may carry the driver's key: here the one that this test talks to the daemon with,
-// which is older than the driver.
+// Any client may carry the driver's key: here this test's own client, which is older than the
+// driver.
 TEST_F(DriverlessTest, AClientThatSaysItIsADriverEndsNone) {
   const std::string own = std::to_string(getpid());
   control().setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
@@ -124,7 +123,7 @@ TEST_F(DriverlessTest, AClientThatSaysItIsADriverEndsNone) {
   makeLoopbackTheDefault();
   const auto device = control().nodeId(loopback::kLoopbackDeviceUID);
 
-  // It says it anew, and that it is the driver's process.
+  // It claims it again, and also claims the driver's process id.
   control().setClientProperty("pipewire.sec.pid", std::to_string(driver->pid()));
   control().setClientProperty(loopback::kLoopbackDriverKey, "1.0.3");
   const auto clients = control().clientProperties();

@@ -45,7 +45,7 @@ TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
   std::printf("killed driver to sound and choice restored: %.1f ms\n",
               std::chrono::duration<double, std::milli>(steady_clock::now() - start).count());
-  // The successor serves, but not the request that was made of its predecessor.
+  // The successor serves, but ignores the request to its predecessor.
   ASSERT_TRUE(waitUntil([&] { return driverPid().value_or(killed) != killed; }));
   EXPECT_TRUE(deviceIsHidden());
   takeBack(*asker);
@@ -55,7 +55,7 @@ TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
 TEST_F(DriverTest, AKilledGuardIsReplaced) {
   const pid_t driver = driverPid().value();
   const pid_t guard = awaitGuardOf(driver);
-  // A guard that dies within its first second is not replaced, lest they die forever.
+  // A guard that dies within its first second is not replaced; otherwise this could go on forever.
   ASSERT_TRUE(waitUntil([&, since = steady_clock::now()] {
     return steady_clock::now() - since > std::chrono::milliseconds(1200);
   }));
@@ -79,7 +79,7 @@ TEST_F(DriverTest, SigtermRestoresAndHidesFirst) {
   const pid_t guard = awaitGuardOf(driver);
   ASSERT_EQ(kill(driver, SIGTERM), 0);
   EXPECT_TRUE(waitUntil([&] { return !isAlive(driver) && !isAlive(guard); }));
-  // What the daemon had done by then this test may still have to hear of.
+  // Lets this test receive everything that the daemon has done so far.
   control().synchronize();
   EXPECT_TRUE(deviceIsHidden());
   EXPECT_EQ(driverPid(), std::nullopt);
@@ -125,7 +125,7 @@ TEST_F(DriverlessTest, CleansUpWhatADriverLeftThatDiedWithItsGuard) {
   ASSERT_EQ(kill(guard, SIGKILL), 0);
   ASSERT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
   asker.reset();
-  // The sound is the user's again, only the choice is still wrong.
+  // The sound is on the user's output again; only the choice is still wrong.
   ASSERT_TRUE(waitUntil([this] { return usedDefault() != loopback::kLoopbackDeviceUID; }));
   ASSERT_EQ(configuredDefault(), loopback::kLoopbackDeviceUID);
   driver = startDriver();
@@ -167,7 +167,7 @@ TEST_F(DriverlessTest, ARequestOlderThanTheDriverDoesNotCount) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   control().synchronize();
   EXPECT_TRUE(deviceIsHidden());
-  // Nor does it once a younger one has come and gone.
+  // Nor does it after a newer asker has come and gone.
   startAsker().reset();
   EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
   EXPECT_EQ(requestsOf(loopback::kLoopbackRequestShowText), 1);
@@ -200,11 +200,11 @@ TEST_F(DriverlessTest, BlockedSignalsOfTheDaemonDoNotReachIt) {
   EXPECT_EQ(driver->waitForExit(std::chrono::seconds(5)), 0);
 }
 
-// A second session on the same computer, of another user where this one may become another.
+// A second session on the same computer, of another user if the test has the right to switch users.
 class OtherSession {
  public:
   explicit OtherSession(const PrivatePipeWire& first) : directory_(first.directory() + "-other") {
-    // What runs there must be where the other user may go.
+    // The programs must be where the other user can run them.
     outputOf("mkdir -p " + directory_ + "/state && cp -r " + first.configHome() + " " + directory_ +
              "/config && cp " LOOPBACK_DRIVER " " LOOPBACK_ASKER " " + directory_);
     std::ofstream(directory_ + "/config/pipewire/pipewire.conf.d/90-loopback.conf")

@@ -28,12 +28,12 @@ constexpr char kPlugIns[] = "/usr/lib/vantrel-korvel/HAL";
 constexpr char kDropIns[] = "/etc/pipewire/pipewire.conf.d";
 constexpr char kSuite[] = "/opt/suite/Contents/PlugIns/VantrelKorvelAudio.driver";
 
-// A folder that plays the root of a file system, with a suite application in it.
+// A folder that acts as the root of a file system, with a suite application in it.
 class InstallerTest : public testing::Test {
  protected:
   InstallerTest() {
     umask(022);
-    // In memory: hundreds of installations take every step to the disk.
+    // In memory, because hundreds of installations flush every step to the disk.
     const fs::path place = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
     std::string pattern = (place / "installer-XXXXXX").string();
     root = mkdtemp(pattern.data());
@@ -277,11 +277,11 @@ TEST_F(InstallerTest, TwoAtOnceDoNotMix) {
     EXPECT_THROW(installer().install(), InstallError);
     EXPECT_THROW(installer().uninstall(), InstallError);
   }
-  installer().install();  // the other one is gone, and has left its file
+  installer().install();  // the other installer is gone and has left its file
   expectInstalled("1.0.3");
 }
 
-// Whatever another user may open, that user may lock.
+// Another user can lock anything that they can open.
 TEST_F(InstallerTest, WhatOthersCanLockHoldsNothingUp) {
   installer().install();
   std::vector<loopback::UniqueFd> locks;
@@ -323,7 +323,7 @@ TEST_F(InstallerTest, KilledAnywhereInAFirstInstallationItLeavesNothingOrAll) {
   for (int call = 1; killedBeforeSystemCall(call, [&] { installer().install(); }); ++call) {
     const auto content = contentOf(installedBundle());
     ASSERT_TRUE(content.empty() || content == bundle("1.0.3")) << "system call " << call;
-    // The bundle says "installed", so the start-up file must not be missing then.
+    // The bundle means "installed", so the start-up file must not be missing then.
     ASSERT_TRUE(content.empty() || fs::exists(dropIn())) << "system call " << call;
     installer().install();
     expectInstalled("1.0.3");

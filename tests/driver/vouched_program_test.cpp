@@ -17,7 +17,7 @@ namespace {
 using loopback::processOfClient;
 using loopback::VouchedProgram;
 
-// A client as the daemon describes it.
+// A client's properties as the daemon reports them.
 struct Client {
   std::string pid;
   std::string uid = std::to_string(geteuid());

@@ -9,7 +9,7 @@ namespace e2e {
 
 using WallClock = std::chrono::system_clock;
 
-// When the file was made; null when there is none or its file system does not remember.
+// The file's creation time; null when there is no file or its file system does not store it.
 std::optional<WallClock::time_point> birthOf(const std::string& path);
 
 }  // namespace e2e

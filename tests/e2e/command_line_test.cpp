@@ -122,7 +122,7 @@ TEST_P(ScriptTest, StopPrintsThePathOfAFileThatIsComplete) {
   const FinishedCommand result = run({"--stop"});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.output, onlyFileIn(musicFolder()) + "\n");
-  // An ordinary index is the last thing that is written.
+  // The ordinary index is written last.
   const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
   EXPECT_EQ(sound.error, "");
   EXPECT_GT(sound.containerDuration_s, 0);
@@ -141,7 +141,7 @@ TEST_P(ScriptTest, CancelDeletesTheFileAndTheProgramEnds) {
   EXPECT_EQ(result.output + result.errors, "");
   EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
   EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
-  // The notification of the start still stands.
+  // The start notification is still shown.
   EXPECT_TRUE(endsByItself(*tool));
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
 }
@@ -197,7 +197,7 @@ TEST_P(ScriptTest, IdentifierAtTheFirstStartAsksForThePreferencesBeforeTheLaunch
   const Json launch = events().front();
   EXPECT_EQ(launch["event"], "Launch");
   EXPECT_EQ(launch["details"], (Json{{"Preferences", true}}));
-  // Without a screen there is nothing to wait for, and a script is told.
+  // Without a screen there is nothing to wait for, and the exit status says so.
   EXPECT_EQ(tool->waitForExit(kStepLimit), kNoScreen);
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Quit"));
   EXPECT_THAT(log(), HasSubstr("no screen"));

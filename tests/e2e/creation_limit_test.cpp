@@ -5,8 +5,8 @@
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/tool_fixture.h"
 
-// What becomes of the program and its file at the system's limits of threads and descriptors: each
-// thread and each loop fails in its turn.
+// The program and its file at the system's limits for threads and descriptors: each thread and each
+// loop fails in turn.
 
 namespace e2e {
 namespace {
@@ -34,8 +34,8 @@ class CreationLimitTest : public ToolFixture, public testing::WithParamInterface
   std::unique_ptr<test_support::ChildProcess> startWith(const std::string& fails) {
     std::filesystem::remove(creations());
     std::filesystem::remove(server.directory() + "/tool.log");
-    // A sanitizer wants to be the first library itself, and finds what the libraries leave behind
-    // when they are refused something.
+    // A sanitizer insists on being the first library, and finds what the libraries leak when
+    // something is refused.
     runThrough({"env", "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0",
                 std::string("LD_PRELOAD=") + CREATION_LIMIT, "RA_CREATION_FAILS=" + fails,
                 "RA_CREATION_LOG=" + creations()});
@@ -48,7 +48,7 @@ class CreationLimitTest : public ToolFixture, public testing::WithParamInterface
     return static_cast<int>(std::count(std::istreambuf_iterator<char>(lines), {}, '\n'));
   }
 
-  // Where a started tool has come to.
+  // What a started tool did.
   enum class Outcome { kRecords, kGaveUp, kStuck };
   Outcome outcomeOf(test_support::ChildProcess& tool) {
     Outcome outcome = Outcome::kStuck;
@@ -65,7 +65,7 @@ class CreationLimitTest : public ToolFixture, public testing::WithParamInterface
     return outcome;
   }
 
-  // Everything but an abort and a silent loss.
+  // Anything is allowed except an abort or a silent loss.
   void expectTheBest(const std::string& fails) {
     SCOPED_TRACE("creation " + fails);
     for (const std::string& file : filesIn(musicFolder())) std::filesystem::remove(file);

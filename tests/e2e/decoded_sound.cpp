@@ -10,7 +10,7 @@
 namespace e2e {
 namespace {
 
-// What the command prints; what it complains of is added to *error.
+// The command's output; its error messages are added to *error.
 std::string outputOf(const std::vector<std::string>& arguments, const std::string& scratch,
                      std::string* error) {
   const FinishedCommand command = runToEnd(arguments, {}, scratch);

@@ -8,7 +8,7 @@
 
 namespace e2e {
 
-// What a player that is not ours makes of a file.
+// A file as decoded by an independent player.
 struct DecodedSound {
   std::string error;      // empty when the file opened and decoded to its end
   std::string container;  // as ffprobe names it
@@ -16,7 +16,7 @@ struct DecodedSound {
   std::map<std::string, std::string> tags;
   int rate_Hz = 0;
   int channels = 0;
-  // What the file says of itself; decoded is the last packet as a whole.
+  // The duration that the file states; the last packet is decoded completely.
   double containerDuration_s = 0;
   std::vector<std::vector<float>> samples;  // by channel
 
@@ -28,7 +28,7 @@ struct DecodedSound {
 // Decodes with the ffmpeg tools; `scratch` is a folder for what they write.
 DecodedSound decodeSound(const std::string& path, const std::string& scratch);
 
-// The first channel without its first and last `margin_s`, where a codec swings in and out.
+// The first channel without its first and last `margin_s`, where a codec is inexact.
 std::vector<float> innerPart(const DecodedSound& sound, double margin_s);
 
 }  // namespace e2e

@@ -120,7 +120,7 @@ TEST_F(DesktopBusTest, ToolDataFollowsTheRecordingAndAnnouncesEveryChange) {
   EXPECT_EQ(desktop.toolData("ToolIcon"), "''");
   EXPECT_NE(desktop.setToolData("MenuText", "mine"), "") << "it is read-only";
 
-  // The icon blinks with the seconds that are counted.
+  // The icon blinks once per counted second.
   EXPECT_THAT(desktop.announced("MenuText"), testing::IsSupersetOf({"'00:01'", "'00:02'", "''"}));
   EXPECT_THAT(desktop.announced("ToolIcon"), testing::IsSupersetOf({"'KorvelIconOn'", "''"}));
   EXPECT_THAT(desktop.announced("MenuIcon"), Contains("'MenuIcon'"));
@@ -128,7 +128,7 @@ TEST_F(DesktopBusTest, ToolDataFollowsTheRecordingAndAnnouncesEveryChange) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-// What a person types.
+// As typed by hand.
 TEST_F(DesktopBusTest, CommandLineToolsOfTheBusReachIt) {
   const auto tool = startRecording();
   const auto gdbus = [&](const std::vector<std::string>& rest) {

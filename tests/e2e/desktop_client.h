@@ -11,7 +11,7 @@
 
 namespace e2e {
 
-// Another program of the desktop: talks to the tool over the session bus and hears its signals.
+// Another program of the desktop: talks to the tool over the session bus and receives its signals.
 // Test thread, on the default main context.
 class DesktopClient {
  public:
@@ -20,7 +20,7 @@ class DesktopClient {
   DesktopClient(const DesktopClient&) = delete;
   DesktopClient& operator=(const DesktopClient&) = delete;
 
-  // Each returns the error's text, empty on success.
+  // Each returns an error text, empty on success.
   std::string activate();
   std::string open(const std::vector<std::string>& uris);
   std::string action(const std::string& name);
@@ -33,12 +33,11 @@ class DesktopClient {
   // A property of the tool's data, as GVariant text such as "1" or "'MenuIcon'".
   std::string toolData(const std::string& name);
   std::string setToolData(const std::string& name, const std::string& text);
-  // All values that change signals have announced so far for a property, oldest first, in the same
-  // form.
+  // All values of a property announced by change signals so far, oldest first, in the same form.
   std::vector<std::string> announced(const std::string& name);
 
  private:
-  // Takes the arguments over. Null and *error on failure.
+  // Takes ownership of the arguments. Null and *error on failure.
   GVariant* call(const char* interface, const char* method, GVariant* arguments,
                  std::string* error);
   std::string callForError(const char* interface, const char* method, GVariant* arguments);

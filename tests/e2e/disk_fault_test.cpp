@@ -10,8 +10,7 @@
 #include "tests/e2e/small_disk.h"
 #include "tests/e2e/tool_fixture.h"
 
-// What becomes of the program and its file when a folder, a disk or a settings file is not as it
-// should be.
+// The program and its file when a folder, a disk or a settings file is not as it should be.
 
 namespace e2e {
 namespace {
@@ -22,7 +21,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// Root writes everywhere; the tool then runs without that privilege, as a user's does.
+// Root can write everywhere, so the tool runs without that privilege, as for an ordinary user.
 std::vector<std::string> withoutRootsPrivilege() {
   if (geteuid() != 0) return {};
   return {"setpriv", "--bounding-set=-dac_override,-dac_read_search",
@@ -40,7 +39,7 @@ class DiskTest : public ToolFixture, public testing::WithParamInterface<int> {
     EXPECT_EQ(sound.error, "");
     EXPECT_GT(sound.duration_s(), 1.7);
   }
-  // The stop found no place for the file.
+  // The stop could not move the file.
   void expectUnsaved(ChildProcess& tool) {
     EXPECT_EQ(run({}).exitStatus, 0);
     EXPECT_TRUE(waitForState("idle"));
@@ -82,7 +81,7 @@ TEST_P(DiskTest, OutputFolderMadeReadOnlyLeavesTheFileWhereItWasWritten) {
 
 TEST_P(DiskTest, FullDiskEndsTheRecordingAndKeepsWhatIsThere) {
   const SmallDisk disk(temporaryFolder());
-  // A write beyond a process's limit kills it unless it says otherwise.
+  // A write beyond the process's size limit kills it unless the signal is ignored.
   runThrough({"/bin/sh", "-c", "trap '' XFSZ; exec \"$0\" \"$@\""});
   const auto tool = startRecording(2.0);
   const std::string file = status()["outputFile"];
@@ -93,13 +92,13 @@ TEST_P(DiskTest, FullDiskEndsTheRecordingAndKeepsWhatIsThere) {
   EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
   const DecodedSound sound = decodeSound(file, server.directory());
   EXPECT_GT(sound.duration_s(), 1.7);
-  // An MP3 may end in a part of a frame until it is recovered.
+  // An MP3 may end with an incomplete frame until it is recovered.
   if (GetParam() == kM4a) {
     EXPECT_EQ(sound.error, "");
   }
   ASSERT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
   EXPECT_EQ(events()[2]["details"], (Json{{"Error", true}}));
-  // Which needs no room on that disk.
+  // Recovery needs no room on that disk.
   EXPECT_EQ(run({"--recover"}).exitStatus, 0);
   EXPECT_THAT(filesIn(temporaryFolder()), testing::Each(testing::Not(file)));
   expectPlays(onlyFileIn(musicFolder()));
@@ -126,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, DiskTest, testing::Values(kM4a, kMp3),
 class FolderTest : public ToolFixture {
  protected:
   FolderTest() { plugInMicrophone(); }
-  // The recording stays where it was written, and whoever asks is told why.
+  // The recording stays where it was written, and the status says why.
   void expectKept(const std::string& folder) {
     const auto tool = startRecording();
     EXPECT_THAT(log(), HasSubstr(folder));

@@ -10,8 +10,8 @@
 #include "tests/e2e/small_disk.h"
 #include "tests/e2e/tool_fixture.h"
 
-// Real disks that fail in the middle of a recording: nothing is lost in silence, what was written
-// plays, and the tool goes on answering.
+// Real disks that fail in the middle of a recording: nothing is lost silently, what was written
+// plays, and the tool keeps answering.
 
 namespace e2e {
 namespace {
@@ -24,9 +24,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr double kRecorded_s = 2.0;
-// Before a disk that does not answer is given up, and on a busy machine.
+// The time until a disk that does not answer is given up, on a busy machine.
 constexpr std::chrono::seconds kGivesUp{20};
-// For the tool to answer others, always.
+// The tool must always answer within this time.
 constexpr double kAnswer_s = 2.0;
 
 constexpr const char* kErrorShown = "An error has occurred. What was recorded until then is kept";
@@ -47,7 +47,7 @@ class FaultyDiskTest : public ToolFixture {
 
   [[nodiscard]] std::string scratch() const { return server.directory() + "/disk"; }
 
-  // The state, which is asked for again and again: the tool answers each time, and in time.
+  // The state, which tests poll; expects an answer in time.
   std::string promptState() {
     const auto asked = Clock::now();
     const Json now = status();
@@ -55,10 +55,11 @@ class FaultyDiskTest : public ToolFixture {
     return now.is_object() ? now.value("state", "") : "gone";
   }
 
-  // A leak checker stops every thread first, and one that a folder holds cannot be stopped.
+  // A leak checker first stops every thread, and a thread that is stuck in a folder cannot be
+  // stopped.
   void endWithoutLeakCheck() { setEnvironment("ASAN_OPTIONS", "detect_leaks=0"); }
 
-  // The recording ends by itself, the user is told, and others know.
+  // Expects that the recording ends by itself, that the user is told, and that the status says so.
   void expectEndWithError() {
     EXPECT_TRUE(waitUntil([&] { return promptState() != "recording"; }, kGivesUp));
     EXPECT_TRUE(waitUntil([&] { return isErrorShown(); }, kStepLimit));
@@ -123,7 +124,7 @@ TEST_P(FailingDiskTest, PulledOutDiskEndsTheRecordingAndHoldsWhatHadReachedIt) {
   EXPECT_THAT(log(), HasSubstr("Input/output error"));
   EXPECT_TRUE(endsAtOnce(*tool));
   disk.putBack();
-  // What the last second has brought may be missing, and what the encoder held.
+  // The last second and the samples in the encoder may be missing.
   expectPlays(file, 2 * kRecorded_s - 1.7);
 }
 
@@ -135,8 +136,8 @@ TEST_P(FailingDiskTest, DeviceThatFailsAfterTheWritesEndsTheRecordingAndHoldsWha
   if (!disk.refusal().empty()) GTEST_SKIP() << "no disk on a loop device: " << disk.refusal();
   const auto tool = startRecording(2 * kRecorded_s);
   const std::string file = status()["outputFile"];
-  // The image cannot grow any more; the file system hears of it when it brings there what it has
-  // taken long ago.
+  // The image cannot grow any more; the file system only finds out when it flushes data that it
+  // accepted earlier.
   device.fill(0);
   expectEndWithError();
   EXPECT_THAT(log(), HasSubstr("Input/output error. Check the disk."));
@@ -172,7 +173,7 @@ TEST_P(FailingDiskTest, NetworkFolderThatHangsEndsTheRecordingAndGetsTheRestWhen
   EXPECT_THAT(log(), testing::Not(HasSubstr("Lost")));
   folder.answer();
   EXPECT_TRUE(endsAtOnce(*tool));
-  // With what was recorded until the end was told.
+  // With the sound until the end was reported.
   expectPlays(file, kRecorded_s + 4.0);
 }
 
@@ -194,7 +195,7 @@ TEST_F(FaultyDiskTest, ToolCanBeEndedWhileANetworkFolderHangs) {
   };
   EXPECT_TRUE(waitUntil(hasGivenUp, kGivesUp));
   EXPECT_LT(secondsBetween(asked, Clock::now()), 13.0);
-  // The kernel lets nobody go whose question the other computer has already read.
+  // The kernel does not release a call whose request the server has already read.
   folder.answer();
   EXPECT_EQ(tool->waitForExit(kStepLimit), 1) << "the file is not complete";
   expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.7);
@@ -209,7 +210,7 @@ TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStopLeavesTheFileWhereItWasWrit
   folder.hang();
   const auto stopped = Clock::now();
   EXPECT_EQ(run({"--stop"}).output, "");
-  // The tool waits for the folder, and then who asked it to stop.
+  // The tool waits for the folder, and --stop waits for the tool.
   EXPECT_LT(secondsBetween(stopped, Clock::now()), 13.0);
   EXPECT_THAT(log(), HasSubstr("does not answer"));
   EXPECT_EQ(promptState(), "idle");

@@ -20,8 +20,8 @@ namespace e2e {
 namespace {
 
 constexpr std::uint64_t kMegabyte_bytes = 1 << 20;
-// The kernel's own way of trying what a file system does when its device is gone. (Not in the
-// headers; XFS had it first, and all others have its number.)
+// The kernel's own way to test how a file system reacts when its device is gone. (Not in the
+// headers; XFS had it first, and the others use the same number.)
 constexpr unsigned long kShutDown = _IOR('X', 125, std::uint32_t);
 constexpr std::uint32_t kWithoutFlushing = 2;
 
@@ -114,7 +114,7 @@ NetworkFolder::NetworkFolder(std::string folder, std::string served, std::string
 }
 
 NetworkFolder::~NetworkFolder() {
-  // Detached before the server goes: whoever still waits for it is let go.
+  // Detached before the server ends, which releases calls that still wait for it.
   umount2(folder().c_str(), MNT_DETACH);
   server_->kill();
 }

@@ -8,9 +8,9 @@
 
 #include "tests/support/child_process.h"
 
-// Real file systems in which something goes wrong. Each is mounted on a folder that exists and is
-// empty, and is gone with its object. All need a user who may mount; where that, or what else they
-// need, is not to be had, refusal() says why and the object does nothing.
+// Real file systems in which something goes wrong. Each is mounted on an existing empty folder for
+// its object's lifetime. All need the right to mount; without it, or anything else that they need,
+// refusal() says why and the object does nothing.
 
 namespace e2e {
 
@@ -20,14 +20,15 @@ class MountedDisk {
   MountedDisk(const MountedDisk&) = delete;
   MountedDisk& operator=(const MountedDisk&) = delete;
 
-  // Why this machine cannot have such a disk; empty when it has.
+  // Why this machine cannot have such a disk; empty when it can.
   [[nodiscard]] const std::string& refusal() const { return refusal_; }
 
  protected:
-  // `scratch`: a folder for the disk's image and for what commands say.
+  // `scratch`: a folder for the disk's image and the commands' output.
   MountedDisk(std::string folder, std::string scratch);
 
-  // Runs the command, unless an earlier one has failed; what it said becomes the refusal.
+  // Runs the command, unless an earlier one has failed; a failed command's output becomes the
+  // refusal.
   bool run(const std::vector<std::string>& command);
   void makeImage(std::uint64_t size_bytes);
   [[nodiscard]] std::string image() const { return scratch_ + "/image"; }
@@ -45,7 +46,7 @@ class MountedDisk {
 class QuotaDisk : public MountedDisk {
  public:
   QuotaDisk(std::string folder, std::string scratch);
-  // From now on that many bytes may lie there in all.
+  // Limits the total size from now on.
   void limitTo(std::uint64_t size_bytes);
 };
 
@@ -53,22 +54,21 @@ class QuotaDisk : public MountedDisk {
 class ExtDisk : public MountedDisk {
  public:
   ExtDisk(std::string folder, std::string scratch);
-  // What the kernel does with a disk on which it has found an error.
+  // Like a disk on which the kernel has found an error.
   void becomeReadOnly();
-  // As if it were pulled out without a word: what is not on it now never comes there.
+  // Like a disk that is pulled out: nothing is written to it any more.
   void pullOut();
-  // Pulled out after all, and put in again.
+  // Plugs the disk in again.
   void putBack();
 };
 
-// A folder of another computer, as it were: every call goes to a program that answers it, and waits
-// for it.
+// Simulates a network folder: every call goes to a server process and waits for its answer.
 class NetworkFolder : public MountedDisk {
  public:
-  // `served` is what the other computer keeps in it.
+  // `served` is the folder on the server.
   NetworkFolder(std::string folder, std::string served, std::string scratch);
   ~NetworkFolder() override;
-  // The other computer no longer answers, or does again.
+  // The server stops answering, or answers again.
   void hang();
   void answer();
 

@@ -13,7 +13,7 @@ FinishedCommand runToEnd(const std::vector<std::string>& arguments,
   static int runs = 0;
   const std::string name = scratch + "/run-" + std::to_string(++runs);
   test_support::ChildProcess::Command command;
-  // The shell parts the two outputs before it becomes the program.
+  // The shell separates the two outputs before it becomes the program.
   command.arguments = {"/bin/sh", "-c", "exec \"$@\" >\"$0\"", name + ".out"};
   command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
   command.environment = environment;

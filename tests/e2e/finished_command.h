@@ -7,7 +7,7 @@
 
 namespace e2e {
 
-// How long any one step of a program may take, on a machine that is busy with other things.
+// The time limit for one step of a program, on a busy machine.
 inline constexpr std::chrono::seconds kStepLimit{30};
 
 // A command that ran to its end.

@@ -10,7 +10,7 @@
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/tool_fixture.h"
 
-// A program that is killed loses at most the last second, and its file comes back.
+// A program that is killed loses at most the last second, and its file is recovered.
 //
 // RA_KILLS is the number of kills for each format, RA_SEED chooses their moments;
 // scripts/measure-crashes sets both.
@@ -23,13 +23,13 @@ using test_support::waitUntil;
 
 constexpr int kKills = 10;
 // With a sanitizer the m4a module alone takes a second to load on a busy machine, and until then
-// nothing is in the file; what the user is promised is measured without one.
+// the file is empty. The promise to the user is measured without one.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr double kMostMissing_s = 3.0;
 #else
 constexpr double kMostMissing_s = 1.0;
 #endif
-// Starting, recording, killing and decoding, on a machine that is busy with other things.
+// Starting, recording, killing and decoding, on a busy machine.
 constexpr std::chrono::seconds kLongestKill{12};
 
 unsigned numberFrom(const char* variable, unsigned otherwise) {
@@ -47,7 +47,7 @@ PrivatePipeWire::Options patientServers() {
   return options;
 }
 
-// One recording that was killed, and what its file was worth at that moment.
+// One killed recording, and how much its file contained at that moment.
 struct Kill {
   double recorded_s;  // from the file's birth to the kill
   double played_s;
@@ -60,7 +60,7 @@ class KillTest : public ToolFixture, public testing::WithParamInterface<int> {
  protected:
   KillTest() : ToolFixture(patientServers()) {}
 
-  // The path of a recording that was not there before.
+  // The path of a new recording.
   std::string nextTemporaryFile() {
     std::string found;
     EXPECT_TRUE(waitUntil(
@@ -138,8 +138,8 @@ TEST_P(KillTest, FilesOfKilledProgramsPlayToWithinASecondOfTheKillAndComeBack) {
   }
   print(kills);
 
-  // Each start brought back what it had the time for; the last ones, and those whose recovery was
-  // itself killed, are left.
+  // Each start recovered what it had time for. The last ones, and those whose recovery was killed,
+  // are left.
   const std::size_t early = filesIn(musicFolder()).size();
   const FinishedCommand recovery = run({"--recover"});
   EXPECT_EQ(recovery.exitStatus, 0) << recovery.errors;
@@ -153,7 +153,7 @@ TEST_P(KillTest, FilesOfKilledProgramsPlayToWithinASecondOfTheKillAndComeBack) {
   constexpr double kPacketAndPriming_s = 0.1;
   EXPECT_NEAR(recovered_s, played_s, kPacketAndPriming_s * static_cast<double>(kills.size()));
 
-  // None of the dead is in the way of the next.
+  // The killed ones must not disturb the next.
   const auto tool = startRecording();
   EXPECT_EQ(run({"--stop"}).exitStatus, 0);
   EXPECT_EQ(saved().size(), withSound + 1);

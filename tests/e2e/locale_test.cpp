@@ -2,7 +2,7 @@
 #include "tests/e2e/notification_server.h"
 #include "tests/e2e/tool_fixture.h"
 
-// What is shown where there are no texts in the user's language.
+// The texts shown where there are none in the user's language.
 
 namespace e2e {
 namespace {

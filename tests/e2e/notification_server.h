@@ -12,8 +12,8 @@
 
 namespace e2e {
 
-// The desktop's notification service, which keeps what programs ask it to show. It answers on a
-// thread of its own.
+// The desktop's notification service, which records what programs ask it to show. It answers on a
+// separate thread.
 class NotificationServer {
  public:
   // Throws std::runtime_error when the bus refuses the name.

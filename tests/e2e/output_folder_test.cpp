@@ -17,7 +17,7 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// Not even the superuser can make a file there.
+// Not even root can create a file there.
 constexpr const char* kUnusable = "/proc";
 
 class OutputFolderTest : public ToolFixture {

@@ -19,7 +19,7 @@
 #include "tests/e2e/tool_fixture.h"
 #include "tests/support/tone_figures.h"
 
-// The main job from outside: a click, a second click, and what lies in the folder then.
+// The main job from outside: a click, a second click, and the file in the folder.
 
 namespace e2e {
 namespace {
@@ -55,15 +55,15 @@ constexpr Sound kSounds[] = {
     {"Mp3Stereo44100Hz", kMp3, "FL,FR", "44100", 2},
 };
 
-// A buffer of 1024 frames at 44.1 kHz, and the 10 ms after which the tool looks for new ones.
+// A buffer of 1024 frames at 44.1 kHz, and the 10 ms between the tool's checks for new ones.
 constexpr double kBuffer_s = 0.024 + 0.010;
 // The last packet of an m4a is filled up; the container says where the sound ends.
 constexpr double kAacPacket_frames = 1024;
-// A stream of MP3 says nothing of the encoder's delay (1105 samples) and the padding of its last
-// packets, which a player plays; the tool drops what waits for the encoder at the stop.
+// An MP3 stream does not mark the encoder's delay (1105 samples) and the padding of its last
+// packets, which a player plays; at the stop the tool drops what waits for the encoder.
 constexpr double kMp3Delay_s = 0.1;
 constexpr double kMp3Dropped_s = 0.1;
-// What happens between the first buffer and the report of it, on a busy machine.
+// The time between the first buffer and its report, on a busy machine.
 constexpr double kReport_s = 0.25;
 
 test_support::PrivatePipeWire::Options bothRates() {
@@ -82,9 +82,9 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
         {{"audio.position", GetParam().positions}, {"audio.rate", GetParam().rate_Hz}});
   }
 
-  // Where the tone is silent for more than two of its periods. In an MP3 a single cycle without it
-  // is measured as a hundred Hertz too many: what stands in the gap then crosses zero far more
-  // often. Where the log tells of no loss, the feed did not come to play in time.
+  // Where the tone is silent for more than two of its periods. In an MP3 a single cycle without the
+  // tone measures as a hundred Hertz too many, because the codec's residue in the gap crosses zero
+  // far more often. If the log reports no loss, the feed did not play in time.
   static std::string gapsIn(const std::vector<float>& samples, int rate_Hz) {
     std::string gaps;
     std::size_t silent = 0;
@@ -102,7 +102,7 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
     return gaps.empty() ? "no gap" : gaps;
   }
 
-  // The tone from its first to its last sample, whatever the codec does at the edges.
+  // Expects the tone from its first to its last sample, except for the codec's edges.
   static void expectTheTone(const DecodedSound& sound) {
     const std::vector<float> inner = innerPart(sound, 0.15);
     SCOPED_TRACE(gapsIn(inner, sound.rate_Hz));
@@ -113,7 +113,7 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
               1.3 * test_support::secondDifferenceOfSine(1000, 0.5, sound.rate_Hz));
   }
 
-  // Title and day stand in the name too.
+  // Title and date are in the name, too.
   void expectLabels(const DecodedSound& sound, const std::string& path, int format) const {
     if (format == kMp3) {
       EXPECT_THAT(sound.tags, IsEmpty());
@@ -128,7 +128,7 @@ class RecordingTest : public ToolFixture, public testing::WithParamInterface<Sou
     const auto day = tag("date").substr(0, std::string_view("2026-11-20").size());
     EXPECT_FALSE(day.empty());
     EXPECT_THAT(name, HasSubstr(" " + day + " "));
-    // As the players of most desktops read them.
+    // As most desktops' players read them.
     const FinishedCommand player = runToEnd(
         {"gst-launch-1.0", "-t", "filesrc", "location=" + path, "!", "decodebin", "!", "fakesink"},
         {"LC_ALL=C.UTF-8"}, server.directory());
@@ -163,7 +163,7 @@ TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
   const std::string growing = status["outputFile"];
   EXPECT_THAT(growing, testing::StartsWith(temporaryFolder() + "/Audio_recording_"));
 
-  // As --status tells a script.
+  // As a script sees it in --status.
   ASSERT_TRUE(
       waitUntil([&] { return this->status().value("elapsedSeconds", 0) >= 2; }, kStepLimit));
 
@@ -183,7 +183,7 @@ TEST_P(RecordingTest, TwoClicksMakeAFileThatHoldsTheSoundBetweenThem) {
   expectTheTone(sound);
   expectLabels(sound, onlyFileIn(musicFolder()), expected.format);
 
-  // Nothing after the report and before the click is missing, nothing is too much.
+  // Nothing between the report and the click is missing, and nothing is extra.
   const bool mp3 = expected.format == kMp3;
   const double holds_s = mp3 ? sound.duration_s() : sound.containerDuration_s;
   EXPECT_GE(holds_s, secondsBetween(recording, clicked) - kBuffer_s - (mp3 ? kMp3Dropped_s : 0));
@@ -208,8 +208,8 @@ class ChangingRateTest : public ToolFixture, public testing::WithParamInterface<
   ChangingRateTest() : ToolFixture(bothRates()) {}
 };
 
-// The stream is fixed at the rate that the graph had; the encoder is set up when its first samples
-// are there. The session manager, which links the two, waits until the rate has changed between.
+// The stream keeps the graph's rate at its start; the encoder is set up when the first samples
+// arrive. The session manager, which links the two, is held until the rate has changed in between.
 TEST_P(ChangingRateTest, ToneKeepsItsPitchWhenTheRateChangesWhileTheStreamStarts) {
   writeSettings({{"SoundFormat", GetParam()}});
   plugInMicrophone();
@@ -219,7 +219,7 @@ TEST_P(ChangingRateTest, ToneKeepsItsPitchWhenTheRateChangesWhileTheStreamStarts
         return static_cast<float>(0.5 * std::sin(phase));
       });
   control->link(feed->nodeName(), "microphone");
-  const auto tool = startRecording();  // what it knows of the devices then
+  const auto tool = startRecording();  // it then knows the devices as they are now
   EXPECT_EQ(run({"--cancel"}).exitStatus, 0);
   server.sessionManager().sendSignal(SIGSTOP);
   EXPECT_EQ(run({}).exitStatus, 0);
@@ -245,7 +245,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, ChangingRateTest, testing::Values(kM4a, kMp3),
 class ClickTest : public ToolFixture, public testing::WithParamInterface<int> {};
 
 TEST_P(ClickTest, FileIsNamedAfterTitleDateAndTimeAndFitsEveryDisk) {
-  // A language that puts a narrow blank before "PM".
+  // A locale that puts a narrow space before "PM".
   setEnvironment("LC_ALL", "en_US.UTF-8");
   setEnvironment("TZ", "UTC");
   writeSettings({{"SoundFormat", GetParam()}});
@@ -304,7 +304,7 @@ TEST_P(ClickTest, RecordingProgramCarriesNoWindowsAndForMp3NoM4aWriter) {
   plugInMicrophone();
   const auto tool = startRecording();
   if (GetParam() == kM4a) {
-    // Loaded in the background when the recording has begun.
+    // It is loaded in the background once the recording has begun.
     EXPECT_TRUE(waitUntil([&] {
       return contentsOf("/proc/" + std::to_string(tool->pid()) + "/maps").find("libavcodec") !=
              std::string::npos;
@@ -319,8 +319,8 @@ TEST_P(ClickTest, RecordingProgramCarriesNoWindowsAndForMp3NoM4aWriter) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-// The inodes of all sockets of the internet in the process's network, from the tables that have
-// the inode in the tenth column.
+// The inodes of all internet sockets in the process's network namespace, from the tables, which
+// have the inode in the tenth column.
 std::set<std::string> internetSockets(pid_t pid) {
   std::set<std::string> inodes;
   for (const char* table : {"tcp", "tcp6", "udp", "udp6", "raw", "raw6"}) {
@@ -349,7 +349,7 @@ std::vector<std::string> socketsOf(pid_t pid) {
 }
 
 TEST_P(ClickTest, TalksToNobodyOnTheInternet) {
-  // The table has what a process of ours opens there, else the rest would prove nothing.
+  // The table must show a socket that this process opens, or the rest would prove nothing.
   const int own = socket(AF_INET, SOCK_DGRAM, 0);
   sockaddr_in anyPort{};
   anyPort.sin_family = AF_INET;

@@ -9,7 +9,7 @@
 #include "tests/e2e/notification_server.h"
 #include "tests/e2e/tool_fixture.h"
 
-// Recordings of killed programs come back at the next start, and by --recover.
+// Recordings of killed programs are recovered at the next start, and with --recover.
 
 namespace e2e {
 namespace {
@@ -31,7 +31,7 @@ class RecoveryTest : public ToolFixture {
   struct Interrupted {
     std::string file;
     double recorded_s;
-    std::vector<std::string> possibleNames;  // by the second, of which it may be either
+    std::vector<std::string> possibleNames;  // one of two seconds
   };
 
   Interrupted recordAndKill(int soundFormat, double time_s) {
@@ -76,7 +76,7 @@ class RecoveryAtLaunchTest : public RecoveryTest, public testing::WithParamInter
 TEST_P(RecoveryAtLaunchTest, AKilledRecordingComesBackWhileTheNextOneRuns) {
   const NotificationServer notifications(server.busAddress());
   const Interrupted interrupted = recordAndKill(GetParam(), 2.0);
-  // The format that died need not be the one that is recorded now.
+  // The killed recording's format need not be the current one.
   writeSettings({{"SoundFormat", GetParam() == kM4a ? kMp3 : kM4a}});
   const auto tool = startRecording();
   ASSERT_TRUE(waitUntil([&] { return filesIn(musicFolder()).size() == 1; }, kStepLimit));

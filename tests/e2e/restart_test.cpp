@@ -8,7 +8,7 @@
 #include "tests/e2e/tool_fixture.h"
 #include "tests/support/slow_player.h"
 
-// A recording begun right after the end of another. RA_RESTARTS has it done that often.
+// A recording started right after the end of another. RA_RESTARTS sets how often.
 
 namespace e2e {
 namespace {
@@ -35,7 +35,7 @@ class RestartTest : public ToolFixture, public testing::WithParamInterface<int> 
         std::make_unique<test_support::SlowPlayer>(server.directory(), *control, "microphone");
   }
 
-  // Stops and starts again and again, with pauses that grow to `longest_s`: no file may be silent.
+  // Stops and starts repeatedly, with pauses that grow to `longest_s`: no file may be silent.
   void expectSoundInEveryFile(double longest_s) {
     const auto tool = startRecording(0.5);
     for (int round = 0; round < restarts(); ++round) {

@@ -8,8 +8,8 @@
 
 namespace e2e {
 
-// A folder on a disk of its own that can be full. Where this machine lets nobody mount one, the
-// limit on a process's files takes its place: both make a write fail in its middle.
+// A folder on a separate disk that can be filled up. Without the right to mount one, a limit on the
+// process's file size is used instead: both make a write fail halfway.
 class SmallDisk {
  public:
   // `folder` exists and is empty.
@@ -18,12 +18,12 @@ class SmallDisk {
   SmallDisk(const SmallDisk&) = delete;
   SmallDisk& operator=(const SmallDisk&) = delete;
 
-  // From now on `process` can write about `left_bytes` more into `file`, which lies in the folder.
+  // From now on `process` can write about `left_bytes` more into `file`, which is in the folder.
   void fillUp(pid_t process, const std::string& file, std::uint64_t left_bytes) const;
-  // For a mounted disk only: leaves that much of it free; its new size, as mount(8) takes it.
+  // Only for a mounted disk: leaves this much of it free.
   void fill(std::uint64_t left_bytes) const;
   void resize(const std::string& size) const;
-  // Takes it out of the folders; what is open goes on there.
+  // Detaches the disk; open files stay usable.
   void detach();
   [[nodiscard]] bool isMounted() const { return mounted_; }
   [[nodiscard]] const std::string& folder() const { return folder_; }

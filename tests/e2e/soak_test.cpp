@@ -9,8 +9,8 @@
 #include "tests/e2e/tool_fixture.h"
 #include "tests/support/tone_figures.h"
 
-// A long recording in real time: it takes no more memory at its end than soon after its start,
-// loses nothing, and is as long as the clock says.
+// A long recording in real time: it uses no more memory at its end than soon after its start, loses
+// nothing, and is as long as the clock says.
 //
 // RA_SOAK_SECONDS is its length; scripts/soak sets it to ten minutes.
 
@@ -22,25 +22,24 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr double kUsualLength_s = 6;
-// When everything that is loaded in the background has been loaded.
+// By then everything loaded in the background has been loaded.
 constexpr double kWarmUpShare = 0.1;
-// The positions of the packets that an m4a has to keep until its end are a quarter of that in ten
-// minutes.
+// The packet positions that an m4a keeps until its end take a quarter of this in ten minutes.
 constexpr long kMostGrowth_kB = 512;
-// The ring between the microphone and the writer is given its memory while it is first gone round.
+// The ring between the microphone and the writer gets its memory during its first lap.
 constexpr double kRing_s = 10;
 constexpr long kRing_kB = 1876;
-// A tone of which no block is a whole number of periods, so that a lost one bends it.
+// No block is a whole number of the tone's periods, so that a lost block bends it.
 constexpr double kTone_Hz = 997;
 constexpr double kAmplitude = 0.5;
-// One buffer of 1024 frames, and two looks of the drain thread.
+// One buffer of 1024 frames, and two checks of the drain thread.
 constexpr double kMostBuffered_s = 0.0214 + 0.020;
-// Time stamps of files are those of the last tick.
+// Files' time stamps are those of the last tick.
 constexpr double kTick_s = 0.010;
-// A stream of MP3 says nothing of the encoder's delay and the padding of its last packets, and
-// lacks what waited for the encoder at the stop.
+// An MP3 stream does not mark the encoder's delay and the padding of its last packets, and lacks
+// what waited for the encoder at the stop.
 constexpr double kMp3Edges_s = 0.1;
-// Between the first buffer and the making of the file, on a busy machine.
+// Between the first buffer and the creation of the file, on a busy machine.
 constexpr double kStopReport_s = 0.25;
 
 double soakLength_s() {
@@ -94,7 +93,7 @@ TEST_P(SoakTest, MemoryStaysAndTheFileIsAsLongAsTheClockSays) {
   const std::string file = onlyFileIn(musicFolder());
   EXPECT_TRUE(endsAtOnce(*tool));
 
-  // The folder has changed last when the file got its name in it, which is the stop.
+  // The folder last changed when the file got its name there, at the stop.
   const auto stopped = std::filesystem::file_time_type::clock::to_sys(
       std::filesystem::last_write_time(musicFolder()));
   const double clock_s = std::chrono::duration<double>(stopped - *born).count();
@@ -112,14 +111,14 @@ TEST_P(SoakTest, MemoryStaysAndTheFileIsAsLongAsTheClockSays) {
   EXPECT_EQ(sound.error, "");
   EXPECT_GE(holds_s, clock_s - kMostBuffered_s - kTick_s - edges_s);
   EXPECT_LE(holds_s, clock_s + kMostBuffered_s + kTick_s + edges_s + kStopReport_s);
-  // No frame is missing, none is there twice.
+  // No frame is missing or repeated.
   EXPECT_THAT(log(), Not(HasSubstr("Lost")));
   EXPECT_THAT(test_support::brokenSeconds(
                   innerPart(sound, 0.15), sound.rate_Hz,
                   1.3 * test_support::secondDifferenceOfSine(kTone_Hz, kAmplitude, sound.rate_Hz)),
               testing::IsEmpty());
   EXPECT_NEAR(figures.frequency_Hz, kTone_Hz, 0.2);
-#if !defined(__SANITIZE_ADDRESS__)  // which keeps what was freed
+#if !defined(__SANITIZE_ADDRESS__)  // a sanitizer keeps freed memory
   const bool ringIsThere = length_s * kWarmUpShare > kRing_s;
   EXPECT_LT(after_kB - before_kB, kMostGrowth_kB + (ringIsThere ? 0 : kRing_kB));
 #endif

@@ -10,7 +10,7 @@
 #include "tests/e2e/decoded_sound.h"
 #include "tests/e2e/tool_fixture.h"
 
-// What becomes of the program and its file when the sound goes away, or never was there.
+// The program and its file when the sound goes away, or was never there.
 
 namespace e2e {
 namespace {
@@ -28,7 +28,8 @@ class LostSoundTest : public ToolFixture, public testing::WithParamInterface<int
     return startRecording(2.0);
   }
 
-  // The tool says so and ends, and what was recorded stays where it was written.
+  // Expects that the tool reports the error and ends, and that the recording stays where it was
+  // written.
   void expectTheErrorsPath(test_support::ChildProcess& tool) {
     EXPECT_TRUE(endsByItself(tool));
     EXPECT_THAT(log(), HasSubstr("An error occurred while recording audio. Error: "));
@@ -54,7 +55,7 @@ TEST_P(LostSoundTest, UnpluggedMicrophoneEndsTheRecording) {
   expectTheErrorsPath(*tool);
 }
 
-// Another microphone is none that the user chose to be heard by.
+// The user has not chosen to be recorded by another microphone.
 TEST_P(LostSoundTest, RecordingDoesNotMoveToAnotherMicrophone) {
   const auto tool = recordTwoSeconds();
   control->createMicrophone("other");
@@ -85,8 +86,8 @@ class StoppedToolTest : public ToolFixture,
     return test_support::waitUntil([&] { return feed->framesPlayed() >= until; },
                                    std::chrono::seconds(30));
   }
-  // A stop drops what the MP3 encoder has not come to yet, which after fifteen seconds in one piece
-  // may be much on a busy machine. The log tells.
+  // A stop drops what still waits for the MP3 encoder, which may be a lot on a busy machine after
+  // fifteen seconds at once. The log says how much.
   [[nodiscard]] double saidToBeDropped_s() const {
     std::smatch said;
     const std::string text = log();
@@ -115,7 +116,7 @@ TEST_P(StoppedToolTest, WhatItMissedIsSilentCountedAndSaid) {
   const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
   EXPECT_EQ(sound.error, "");
   const double saved_s = sound.duration_s() + saidToBeDropped_s();
-  // The second before, and what a busy machine takes to ask and to stop.
+  // The second before, and the time that a busy machine takes to ask and to stop.
   EXPECT_GT(saved_s, passed_s + 0.9);
   EXPECT_LT(saved_s, passed_s + 3.0);
   const auto silent = std::count_if(sound.samples[0].begin(), sound.samples[0].end(),
@@ -142,7 +143,7 @@ class QuietMicrophoneTest : public ToolFixture, public testing::WithParamInterfa
     tool = startRecording(1.0);
     EXPECT_FALSE(status().contains("silent"));
   }
-  // Within a little more than the ten seconds after which silence is told of.
+  // Within a little more than the ten seconds after which silence is reported.
   bool waitForSilence(bool silent) {
     return test_support::waitUntil([&] { return status().value("silent", false) == silent; },
                                    std::chrono::seconds(15));
@@ -173,7 +174,7 @@ TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsToldOfUntilSoundComesAgain) {
   EXPECT_TRUE(isLoudAtItsEnd(sound));
 }
 
-// The server takes it up again at once, but what is linked to it already may hear nothing more.
+// The server resumes it at once, but existing links may stay silent.
 TEST_P(QuietMicrophoneTest, SuspendedInMidRecordingItIsHeardAgain) {
   const auto suspended = Clock::now();
   control->suspend("microphone");
@@ -191,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, QuietMicrophoneTest, testing::Values(kM4a, kMp
 
 class HeldStartTest : public ToolFixture, public testing::WithParamInterface<int> {
  protected:
-  // Records once, and clicks for another recording while the sound server is held up.
+  // Records once, then clicks for another recording while the sound server is stopped.
   void clickWhileTheServerIsHeld() {
     writeSettings({{"SoundFormat", GetParam()}});
     plugInMicrophone();
@@ -202,7 +203,7 @@ class HeldStartTest : public ToolFixture, public testing::WithParamInterface<int
     EXPECT_EQ(run({}).exitStatus, 0);
     ASSERT_TRUE(waitForState("starting"));
   }
-  // What --stop says when the server goes on `after_s` later; null: it never does.
+  // The result of --stop when the server continues `after_s` later; null: never.
   FinishedCommand stopAndRelease(double after_s) {
     std::thread release([&] {
       waitSeconds(after_s);

@@ -16,7 +16,7 @@ using test_support::waitUntil;
 
 namespace {
 
-// A notification stands for ten seconds, and the program with it.
+// A notification is shown for ten seconds, and the program stays as long.
 constexpr std::chrono::seconds kOwnEndLimit{25};
 
 void writeFile(const std::string& path, const std::string& content) {
@@ -129,8 +129,8 @@ testing::AssertionResult ToolFixture::endsByItself(ChildProcess& tool, int exitS
 }
 
 testing::AssertionResult ToolFixture::endsAtOnce(ChildProcess& tool, int exitStatus) {
-  // The first asks as a user does, the second does not wait for what is shown. A signal that
-  // follows too soon is one with the first.
+  // The first signal asks the program to end, the second does not wait for the notification. A
+  // signal that follows too soon merges with the first.
   tool.sendSignal(SIGTERM);
   auto pause = std::chrono::milliseconds(100);
   const bool ended = waitUntil(

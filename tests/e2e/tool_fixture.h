@@ -25,35 +25,35 @@ using Clock = std::chrono::steady_clock;
 // The values of the setting "SoundFormat".
 inline constexpr int kM4a = 0;
 inline constexpr int kMp3 = 1;
-// What stands in a file's name for the format.
+// The file name extension of the format.
 std::string extensionOf(int soundFormat);
 
-// The status of a run that had something to show and no screen to show it on.
+// The exit status of a run that had something to show but no screen.
 inline constexpr int kNoScreen = 4;
 
 inline constexpr const char* kToolIdentifier = "a5f597ea-d3f3-4347-bbe6-344e240acc7e";
-// The built program on a desktop of its own: message bus, sound server, settings and folders. It is
-// used as a user or a script would, from other processes.
+// The built program on a private desktop: message bus, sound server, settings and folders. It is
+// used from other processes, as a user or a script would.
 class ToolFixture : public testing::Test {
  protected:
   explicit ToolFixture(test_support::PrivatePipeWire::Options servers = {});
   ~ToolFixture() override;
 
-  // A default microphone that plays 1 kHz at half of full scale in all its channels.
+  // A default microphone that plays 1 kHz at half of full scale on all channels.
   void plugInMicrophone(const test_support::PipeWireControl::Properties& properties = {});
 
   void writeSettings(const Json& settings) const;
   void useOutputFolder(const std::string& folder) const;
   // For every program started from then on.
   void setEnvironment(const std::string& name, const std::string& value);
-  // Put before the program's path at start().
+  // A command line prefix for start().
   void runThrough(std::vector<std::string> launcher) { launcher_ = std::move(launcher); }
 
-  // Starts the tool; what it says goes to log().
+  // Starts the tool; its output goes to log().
   std::unique_ptr<test_support::ChildProcess> start(const std::vector<std::string>& arguments = {});
   // Starts it, waits until it records, and lets it record that long.
   std::unique_ptr<test_support::ChildProcess> startRecording(double time_s = 0.0);
-  // What the tool started by start() has said so far.
+  // The output so far of the tool started by start().
   [[nodiscard]] std::string log() const;
 
   // Runs the program to its end, as from a script.
@@ -62,10 +62,10 @@ class ToolFixture : public testing::Test {
   Json status();
   bool waitForState(const std::string& state);
 
-  // The tool ends by itself, within the time it shows what happened and a little more.
+  // The tool ends by itself, within the time of its notification and a little more.
   static testing::AssertionResult endsByItself(test_support::ChildProcess& tool,
                                                int exitStatus = 0);
-  // Ends the tool without that time. 1 is the status of one that could not save a recording.
+  // Ends the tool without that time. Its status is 1 if it could not save a recording.
   static testing::AssertionResult endsAtOnce(test_support::ChildProcess& tool, int exitStatus = 0);
 
   // The usage events, oldest first.

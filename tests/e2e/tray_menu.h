@@ -10,7 +10,7 @@
 
 namespace e2e {
 
-// The menu of the tool's tray icon, used as a tray uses it: over the bus. Test thread.
+// The menu of the tool's tray icon, used over the bus, as a tray does. Test thread.
 class TrayMenu {
  public:
   // Of the program with that process number.
@@ -19,7 +19,7 @@ class TrayMenu {
   TrayMenu(const TrayMenu&) = delete;
   TrayMenu& operator=(const TrayMenu&) = delete;
 
-  // The texts of the lines that may be chosen, from the top; empty when nobody answers.
+  // The texts of the enabled lines, from the top; empty when nobody answers.
   [[nodiscard]] std::vector<std::string> offered() const;
   // False when the line is not offered.
   [[nodiscard]] bool choose(const std::string& text) const;

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What other programs answer to the program's calls and signal to it, of any type and in any order:
-// nothing of it breaks the program, GLib finds nothing to criticise, and nothing is done that the
-// right message has not asked for.
+// Other programs' answers and signals, of any type and in any order: nothing breaks the program,
+// GLib logs no critical warning, and nothing is done without the right message.
 //
-// Input: who is called (one byte), then up to twelve steps of that service, each its kind (one
-// byte), the length of its type and the type as a text, the size of its value (16-bit,
-// little-endian) and the value as GVariant lays it out.
+// Input: the service (one byte), then up to twelve steps of that service. Each step: its kind (one
+// byte), the length of its type and the type as text, the size of its value (16-bit, little-endian)
+// and the value in GVariant's layout.
 
 #include <gio/gio.h>
 
@@ -38,7 +37,7 @@
 #include "tests/fuzz/strange_bus.h"
 #include "tests/fuzz/strange_session_manager.h"
 
-// The module's one function, linked in.
+// The module's only function, linked in.
 extern "C" linux_host::XsmpConnection* record_audio_open_xsmp_connection(
     linux_host::XsmpEvents events);
 
@@ -56,7 +55,7 @@ constexpr int kMostSteps = 12;
 const suite::ToolData kRecording{1, "", "", "00:01"};
 const suite::ToolData kAtRest{0, "", "", ""};
 
-// The program's surroundings, which stay from input to input.
+// The program's environment, which is shared by all inputs.
 class World {
  public:
   static World& instance() {
@@ -69,7 +68,7 @@ class World {
   linux_host::SystemBus systemBus;
 
   [[nodiscard]] linux_host::SessionBus& sessionBus() const { return *sessionBus_; }
-  // The one that GLib keeps for everybody.
+  // GLib's shared connection.
   [[nodiscard]] GDBusConnection* system() const { return system_; }
 
  private:
@@ -94,7 +93,7 @@ class World {
 
 using ScriptPtr = std::shared_ptr<const Script>;
 
-// What is under way in a scenario ends with it; portals are told first who calls.
+// Pending work of a scenario ends with it; portals are first told who calls.
 void settle(GDBusConnection* client) {
   StrangeBus::settle(client, 4);
 }
@@ -247,7 +246,7 @@ void login(const ScriptPtr& script) {
   linux_host::LoginSession session(
       "Audio recording", [&] { ++shutdowns; }, [&] { ++logouts; });
   session.toolDataDidChange(kRecording);
-  constexpr int kCalls = 3;  // two locks, and the name of the session
+  constexpr int kCalls = 3;  // two locks and the session's name
   while (world.bus.calls() < kCalls) g_main_context_iteration(nullptr, TRUE);
   settle(world.system());
   playRest(world.system());
@@ -305,7 +304,7 @@ void tray(const ScriptPtr& script) {
 
 using Message = fuzz::StrangeSessionManager::Message;
 
-// None for an empty tuple, which GVariant lays out as one byte.
+// None for an empty tuple, which is one byte in GVariant's layout.
 std::string_view bytesOf(GVariant* value) {
   if (g_variant_n_children(value) == 0) return {};
   return {static_cast<const char*>(g_variant_get_data(value)), g_variant_get_size(value)};
@@ -314,9 +313,9 @@ std::string_view bytesOf(GVariant* value) {
 constexpr std::uint8_t kSaveYourself = 3;
 constexpr std::uint8_t kDie = 9;
 
-// The signals of the script, for a manager that knows messages by numbers; an answer marks where it
-// takes the client on. Messages with texts in them are left out: the protocol's library reads
-// beyond their ends when they lie about their lengths.
+// The script's signals, for a manager that identifies messages by number; an answer marks the point
+// at which it accepts the client. Messages with texts are left out: the protocol's library reads
+// past their end when their lengths are wrong.
 std::vector<Message> messagesOf(const Script& script) {
   constexpr std::uint8_t kInteract = 6;
   constexpr std::uint8_t kShutdownCancelled = 10;
@@ -394,7 +393,7 @@ constexpr std::array kSignals = {
     "ActionInvoked",   "NotificationClosed", "Response", "PrepareForShutdown",
     "QueryEndSession", "EndSession",         "Stop",     "Activate"};
 
-// What the portal says beside its answers.
+// A signal of the portal.
 struct PortalSignal {
   const char* name;
   const char* path;
@@ -409,7 +408,7 @@ constexpr std::array kErrors = {
     "org.freedesktop.DBus.Error.Failed", "org.freedesktop.DBus.Error.ServiceUnknown",
     "org.freedesktop.portal.Error.NotFound", linux_host::kNothingRecordedError};
 
-// What is left of the input.
+// The rest of the input.
 class Rest {
  public:
   Rest(const std::uint8_t* input, std::size_t size_bytes)
@@ -429,7 +428,7 @@ class Rest {
   std::string_view bytes_;
 };
 
-// The text where that is a type that messages can be of, else one simple type for each letter.
+// The text if it is a valid type for messages, else one simple type for each letter.
 std::string tupleOf(std::string_view text) {
   std::string type = "(" + std::string(text) + ")";
   const bool isType =
@@ -443,7 +442,7 @@ std::string tupleOf(std::string_view text) {
   return type + ")";
 }
 
-// Bytes that are no such value become one that is.
+// Bytes that are not a valid value are made into one.
 VariantPtr valueOf(const std::string& type, std::string_view bytes) {
   GBytes* owned = g_bytes_new(bytes.data(), bytes.size());
   const VariantPtr raw(

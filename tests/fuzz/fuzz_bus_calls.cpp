@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Calls on the objects that the program offers on the bus and on its control socket, with any
-// arguments of the declared types: each is answered exactly once, and no call asks for more than it
-// says.
+// Calls to the program's objects on the bus and on its control socket, with any arguments of the
+// declared types: each is answered exactly once and triggers nothing else.
 //
-// Input: up to eight calls, each the number of the method, the size of its arguments (16-bit,
-// little-endian) and the arguments as GVariant lays them out.
+// Input: up to eight calls. Each call: the number of the method, the size of its arguments (16-bit,
+// little-endian) and the arguments in GVariant's layout.
 
 #include <gio/gio.h>
 #include <sys/socket.h>
@@ -58,7 +57,7 @@ constexpr std::array kMethods = {
     Method{DBusMenu::kPath, kPropertiesInterface, "GetAll", "(s)"},
 };
 
-// The program behind the objects, which does nothing and answers everything.
+// The program behind the objects, which only answers.
 class Program : public linux_host::Requests {
  public:
   void activate() override {}
@@ -80,7 +79,7 @@ class Program : public linux_host::Requests {
   }
 };
 
-// Nobody proves who they are: that is not what is tried here.
+// Without authentication, which is not tested here.
 ConnectionPtr connectionOver(int fd) {
   GSocket* socket = g_socket_new_from_fd(fd, nullptr);
   GSocketConnection* stream = g_socket_connection_factory_create_connection(socket);
@@ -91,7 +90,7 @@ ConnectionPtr connectionOver(int fd) {
   return connection;
 }
 
-// The program's objects on one end of a connection, a caller on the other.
+// A connection with the program's objects at one end and a caller at the other.
 class Wire {
  public:
   Wire() : tool_(program_) {
@@ -131,7 +130,7 @@ class Wire {
   static constexpr int kGoes = 2;
   static constexpr int kDisabled = 3;
 
-  // The menu goes while it is called, as it does when a choice ends the recording.
+  // The menu is destroyed while it is called, as when a choice ends the recording.
   void showMenu() {
     menu_ = std::make_unique<DBusMenu>([this](int id) {
       expect(id == kStays || id == kGoes, "a choice that can be chosen");
@@ -152,9 +151,9 @@ class Wire {
   int chosen_ = -1;
 };
 
-// Bytes that are no such value become one that is; null when that cannot be sent.
+// Bytes that are not a valid value are made into one; null when that cannot be sent.
 GVariant* argumentsFrom(const char* type, std::string_view bytes) {
-  // Aligned as GVariant wants it, and its own.
+  // A copy with GVariant's alignment.
   GBytes* owned = g_bytes_new(bytes.data(), bytes.size());
   const VariantPtr raw(
       g_variant_ref_sink(g_variant_new_from_bytes(G_VARIANT_TYPE(type), owned, FALSE)));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What the sound driver and its users read from others' properties: version texts, requests for the
-// device, the session's default devices, the ports of a sink. The first byte says which.
+// What the sound driver and its clients read from other programs' properties: version texts,
+// requests for the device, the session's default devices, the ports of a sink. The first byte
+// selects one.
 
 #include <algorithm>
 #include <cstdint>
@@ -26,7 +27,7 @@ using record_audio::AudioDriverVersion;
 
 constexpr char kDelete = 0x7F;
 
-// A number of a byte, then texts that end at a line's end.
+// One-byte numbers, and texts that end at a line break.
 class Input {
  public:
   explicit Input(std::string_view bytes) : rest_(bytes) {}
@@ -112,7 +113,7 @@ void tryRequests(Input& input) {
   }
 }
 
-// Both roles of the session: what the guard writes is what the session then announces.
+// Both roles of the session: it announces what the guard writes.
 class Session : public loopback::DefaultKeys, public loopback::ChoiceMemory {
  public:
   void setConfigured(const loopback::DefaultChoice& choice) override { configured = choice; }
@@ -133,7 +134,7 @@ void tryDeviceName(const std::string& name) {
   const std::string again = loopback::deviceNameOf(loopback::choiceOf(name));
   const bool isASCII =
       std::all_of(name.begin(), name.end(), [](char c) { return c > 0 && c < kDelete; });
-  // PipeWire's JSON takes neither broken UTF-8 nor this character.
+  // PipeWire's JSON accepts neither invalid UTF-8 nor this character.
   expect(again == name || (!isASCII && again.empty()),
          "a device's name back from the value that was made of it");
 }

@@ -6,8 +6,8 @@
 
 namespace fuzz {
 
-// Ends the process when `condition` does not hold, saying what was expected: the fuzzer keeps the
-// input, the replay fails.
+// If `condition` is false, prints what was expected and ends the process: the fuzzer then keeps the
+// input, and the replay fails.
 inline void expect(bool condition, const char* what) {
   if (condition) return;
   std::fprintf(stderr, "expected: %s\n", what);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Where to record to, as other programs and the user's files say it: file URLs from the desktop and
-// the file that keeps the chosen folders. Any bytes are refused or give an absolute path.
+// Folders from other programs and the user's files: file URLs from the desktop and the file with
+// the chosen folders. Arbitrary bytes are refused or give an absolute path.
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The recovery of interrupted m4a files with any bytes: it ends, leaves foreign files alone, and
-// what it completed is complete.
+// The recovery of interrupted m4a files, with arbitrary bytes: it terminates, leaves foreign files
+// alone, and a file that it completed is complete.
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The sample conversion with any format and any bytes: it reads nothing outside of the data, fills
-// every word, and gives what the rule in its long form gives.
+// The sample conversion with any format and arbitrary bytes: it reads nothing outside the data,
+// fills every word, and gives the same result as a straightforward implementation.
 //
 // Input: bits per channel, bytes per frame, channels, flags (32-bit each), the number of samples
 // (16-bit), then the data; little-endian.
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
   const std::size_t count = take<std::uint16_t>(at) % kMostSamples;
   if (!record_audio::canConvertSamples(format)) return 0;
 
-  // A block of exactly that size, so that one byte too far is seen.
+  // A block of exactly that size, so that reading one byte too far is detected.
   const auto* first = reinterpret_cast<const std::byte*>(at);
   const std::vector<std::byte> data(first, first + (size_bytes - kHeader_bytes));
   std::vector<std::uint32_t> words(count, kUnset);
@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
       std::uint64_t{format.mBytesPerFrame} * (planar ? 1U : format.mChannelsPerFrame);
   for (std::size_t i = 0; i < count; ++i) {
     std::uint32_t word = 0;
-    // What is out of reach once is out of reach for good; the product cannot overflow before.
+    // Once a sample is out of reach, all later ones are; the product cannot overflow before.
     const bool there = i <= present && expectedWord(format, data, i * stride, &word);
     expect(there == (i < present), "exactly the samples that are there");
     expect(words[i] == (there ? word : 0), "the word by the rule");

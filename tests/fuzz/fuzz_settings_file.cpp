@@ -6,8 +6,8 @@
 
 #include "hosts/linux/base/json_values.h"
 
-// Any bytes as a settings file: they are refused with a reason, or read through every conversion
-// and written again to the same values.
+// Arbitrary bytes as a settings file: they are refused with a reason, or read through every
+// conversion and written again with the same values.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size_bytes) {
   const std::string_view bytes(reinterpret_cast<const char*>(input), size_bytes);
   std::string error;

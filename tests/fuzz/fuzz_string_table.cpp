@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a compiled string table: refused, or texts that can be shown.
+// Arbitrary bytes as a compiled string table: they are refused, or give texts that can be shown.
 
 #include <glib.h>
 

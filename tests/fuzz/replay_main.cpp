@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs a fuzz target once over every file of the folders given: the regression test of its corpus
+// Runs a fuzz target once over every file in the given folders: the regression test of its corpus,
 // for compilers without a fuzzer.
 
 #include <cstdint>

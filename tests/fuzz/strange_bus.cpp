@@ -25,7 +25,7 @@ constexpr const char* kTheirs = ":1.1";
 constexpr const char* kRegistry = "org.freedesktop.host.portal.Registry";
 constexpr const char* kRequests = "/org/freedesktop/portal/desktop/request/1_9/";
 
-// No bus hands on what GLib would not read, and what it does not read breaks the connection.
+// A bus does not pass on messages that GLib cannot read; such a message breaks the connection.
 bool canBeSent(GDBusMessage* message) {
   constexpr guint32 kAnySerial = 1;
   g_dbus_message_set_serial(message, kAnySerial);
@@ -39,7 +39,7 @@ bool canBeSent(GDBusMessage* message) {
   return read != nullptr;
 }
 
-// What the bus itself answers; `isThere`: whether the service is on it.
+// The bus's own answer; `isThere`: whether the service is on the bus.
 MessagePtr daemonReplyTo(GDBusMessage* call, bool isThere) {
   constexpr guint32 kDone = 1;
   constexpr guint32 kRunsAlready = 2;
@@ -76,7 +76,8 @@ void attachFiles(GDBusMessage* message, int count) {
   g_dbus_message_set_unix_fd_list(message, list.get());
 }
 
-// The object at which the caller of a portal waits for the user's answer; empty for other calls.
+// The object path at which the caller of a portal waits for the user's answer; empty for other
+// calls.
 std::string requestOf(GDBusMessage* call) {
   GVariant* body = g_dbus_message_get_body(call);
   const gsize arguments = body == nullptr ? 0 : g_variant_n_children(body);
@@ -178,7 +179,7 @@ void StrangeBus::receive(GDBusConnection* connection, GDBusMessage* message) {
                                    nullptr);
     return;
   }
-  // Whatever the portal answers to that is of no concern to anybody.
+  // Nothing depends on the portal's answer to this.
   const gchar* interface = g_dbus_message_get_interface(message);
   if (interface != nullptr && std::string_view(interface) == kRegistry) {
     const MessagePtr reply(g_dbus_message_new_method_error_literal(
@@ -238,7 +239,7 @@ void StrangeBus::announce(bool isThere) {
 
 void StrangeBus::broadcast(GDBusMessage* message) {
   for (const auto& client : clients_) {
-    // Each connection numbers its own.
+    // Each connection has its own serial numbers.
     const MessagePtr copy(g_dbus_message_copy(message, nullptr));
     g_dbus_connection_send_message(client.get(), copy.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
                                    nullptr, nullptr);

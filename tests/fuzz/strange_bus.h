@@ -16,20 +16,20 @@
 
 namespace fuzz {
 
-// One thing that a service does.
+// One action of a service.
 struct Step {
   enum class Kind {
     kAnswer,  // a good answer to the next call
     kError,   // an error
     kSignal,  // a signal, or a call on an object of the program's
-    kLeaves,  // it is gone from the bus
-    kComes,   // it is back
+    kLeaves,  // it leaves the bus
+    kComes,   // it returns
   };
   Kind kind = Kind::kAnswer;
   linux_host::VariantPtr value;  // a tuple
-  int descriptors = 0;           // how many files come with an answer
+  int descriptors = 0;           // number of file descriptors sent with an answer
   const char* name = nullptr;    // of the error, the signal or the call
-  unsigned number = 0;           // the same for who knows messages by numbers
+  unsigned number = 0;           // the same, as a number
   bool isElsewhere = false;      // a signal from another object: kOtherPath
   const char* path = nullptr;    // of a signal, instead of the service's
   const char* interface = nullptr;
@@ -37,17 +37,17 @@ struct Step {
 
 inline constexpr const char* kOtherPath = "/a";
 
-// What a service does, from the first call to the last.
+// The actions of a service, from the first call to the last.
 struct Script {
   std::vector<Step> steps;
 
-  // How many signals of that name and type there are.
+  // The number of signals with that name and type.
   [[nodiscard]] long count(std::string_view signal, const char* type) const;
-  // What the first call is answered with; null when it is an error or is not `type`.
+  // The answer to the first call; null when it is an error or not of `type`.
   [[nodiscard]] GVariant* firstAnswer(const char* type) const;
 };
 
-// Whose names and objects the script is about.
+// The names and objects of the script's service.
 struct Service {
   const char* name;
   const char* path;        // empty: the object of the portal's last request
@@ -55,8 +55,8 @@ struct Service {
   bool callsOurs = false;  // its signals are calls on `path` and `interface` of the program's
 };
 
-// A message bus in this process, which itself is as it should be. Every service is on it, and does
-// what the script says. Lives as long as the process.
+// A message bus in this process, which itself behaves correctly. Every service is on it and follows
+// the script. Lives as long as the process.
 class StrangeBus {
  public:
   StrangeBus();
@@ -65,14 +65,15 @@ class StrangeBus {
 
   [[nodiscard]] const std::string& address() const { return address_; }
 
-  // For the calls to come. Before it answers one, the service sends the signals that come first.
+  // Sets the script for the following calls. Before it answers a call, the service sends the
+  // signals that come first.
   void play(const Service& service, std::shared_ptr<const Script> script);
-  // Sends the signals that are left.
+  // Sends the remaining signals.
   void playRest();
-  // How often a service has been called since play().
+  // The number of calls to the service since play().
   [[nodiscard]] int calls() const { return calls_; }
-  // Runs the main loop until all that was on its way to or from `client` has arrived, and the
-  // answers to what that set off, and so on, `rounds` times.
+  // Runs the main loop until everything sent to or from `client` has arrived, then the messages
+  // that this triggers, and so on, `rounds` times.
   static void settle(GDBusConnection* client, int rounds);
 
  private:
@@ -81,7 +82,7 @@ class StrangeBus {
   static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
                                  gboolean isIncoming, gpointer self);
   void receive(GDBusConnection* connection, GDBusMessage* message);
-  // With the mutex.
+  // With the mutex held.
   void answer(GDBusConnection* connection, GDBusMessage* call);
   void send(const Step& step);
   void announce(bool isThere);

@@ -16,12 +16,12 @@
 namespace fuzz {
 namespace {
 
-// The layer below: ICE.
+// The lower layer: ICE.
 constexpr std::uint8_t kIce = 0;
 constexpr std::uint8_t kByteOrder = 1;
 constexpr std::uint8_t kConnectionReply = 6;
 constexpr std::uint8_t kProtocolReply = 8;
-// The protocol: XSMP, under the number that this manager gives it.
+// The protocol: XSMP, with this manager's number for it.
 constexpr std::uint8_t kSession = 1;
 constexpr std::uint8_t kRegisterClientReply = 2;
 
@@ -55,7 +55,7 @@ StrangeSessionManager::StrangeSessionManager(std::vector<Message> messages)
 }
 
 StrangeSessionManager::~StrangeSessionManager() {
-  // Whatever it waits for.
+  // Wakes the thread, whatever it waits for.
   shutdown(listener_, SHUT_RDWR);
   if (client_ >= 0) shutdown(client_, SHUT_RDWR);
   thread_.join();
@@ -80,7 +80,7 @@ void StrangeSessionManager::serve() {
   const std::string_view id("\1\0\0\0a\0\0\0", kUnit_bytes);
   write(clientsOpcode_, kRegisterClientReply, std::string_view("\0\0", 2), id);
   send(false);
-  // What the client still has to say finds somebody who reads it.
+  // The client's remaining messages are still read.
   shutdown(client_, SHUT_WR);
   while (!receive().empty()) {
   }
@@ -101,7 +101,7 @@ std::string StrangeSessionManager::receive() {
 
 void StrangeSessionManager::reply(std::uint8_t opcode, std::uint8_t first, std::uint8_t second) {
   const std::array<char, 2> data{static_cast<char>(first), static_cast<char>(second)};
-  // Two empty texts: who made the manager, and which release it is.
+  // Two empty texts: the manager's vendor and release.
   write(kIce, opcode, {data.data(), data.size()}, std::string(kUnit_bytes, '\0'));
 }
 

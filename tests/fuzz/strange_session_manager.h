@@ -10,17 +10,17 @@
 
 namespace fuzz {
 
-// A session manager that speaks XSMP and takes one client on, as far as it has to for being
-// listened to. It sends it whole messages, which may be anything, and hangs up.
+// A session manager that speaks just enough XSMP to accept one client. It sends complete messages,
+// with any content, and hangs up.
 class StrangeSessionManager {
  public:
   struct Message {
     std::uint8_t opcode = 0;
     std::string_view content;  // cut and filled up to whole units of eight bytes
-    bool isEarly = false;      // before the client is taken on
+    bool isEarly = false;      // before the client is accepted
   };
 
-  // Announces itself in SESSION_MANAGER. What the messages hold outlives it.
+  // Announces itself in SESSION_MANAGER. The messages' content outlives it.
   explicit StrangeSessionManager(std::vector<Message> messages);
   // Ends the conversation.
   ~StrangeSessionManager();
@@ -29,7 +29,7 @@ class StrangeSessionManager {
 
  private:
   void serve();
-  // What the header says beside the length; empty when the client is gone.
+  // The header without the length; empty when the client is gone.
   std::string receive();
   void reply(std::uint8_t opcode, std::uint8_t first, std::uint8_t second);
   void send(bool areEarly);
@@ -39,7 +39,7 @@ class StrangeSessionManager {
   std::string folder_;
   int listener_ = -1;
   std::atomic<int> client_ = -1;
-  std::uint8_t clientsOpcode_ = 0;  // by which the client knows the protocol
+  std::uint8_t clientsOpcode_ = 0;  // the client's number for the protocol
   std::thread thread_;
 };
 

@@ -79,7 +79,7 @@ TEST_F(ConnectedHardwareTest, DevicesHaveNamesAndSides) {
   EXPECT_EQ(read.deviceWithUID("no.such.device"), kAudioObjectUnknown);
 }
 
-// While such a node runs its format holds the positions in another form than a device's does.
+// While such a node runs, its format has the positions in another form than a device's.
 TEST_F(ConnectedHardwareTest, PositionsOfARunningLoopbackAreRead) {
   control.createMicrophone("mic.a");
   control.setDefaultSource("mic.a");
@@ -115,7 +115,7 @@ TEST_F(ConnectedHardwareTest, OlderCallReadsTheUidWithTheInputFlagClear) {
   EXPECT_EQ(OwnedString(uid)->text(), "mic.a");
 }
 
-// PipeWire 1.4 tells of them only once the node has run, a mixer as little as us.
+// PipeWire 1.4 reports them only once the node has run, to us and to mixers.
 TEST_F(ConnectedHardwareTest, VolumeAndMuteFollowTheMixer) {
   control.createMicrophone("mic.a");
   const SignalFeed feed("feed", 2, test_support::tone1000Hz);
@@ -257,7 +257,7 @@ TEST_F(ConnectedHardwareTest, ActualRateOfADeviceThatIsRecordedIsThatOfItsStream
   control.createMicrophone("mic.a");
   control.createMicrophone("mic.b");
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.b") != 0; }));
-  // The graph has gone over to another rate since the stream was made.
+  // The graph has changed its rate since the stream was created.
   hardware.setRunningRate([](const std::string& uid) { return uid == "mic.a" ? 44100U : 0U; });
   const auto rateOf = [&](const char* name, std::uint32_t selector) {
     double rate = 0;
@@ -316,7 +316,7 @@ TEST_F(ConnectedHardwareTest, VisibleLoopbackHasAnInputSideWithoutVolume) {
   EXPECT_EQ(read.text(device, global(kAudioDevicePropertyDeviceManufacturerCFString)), "1.0.3");
 }
 
-// Here the driver's program is that of the test.
+// Here the test's own program counts as the driver's.
 class LoopbackHardwareTest : public AudioHardwareTest {
  protected:
   const base_test::Environment environment{{"KORVEL_LOOPBACK_DRIVER", "/proc/self/exe"}};
@@ -419,7 +419,7 @@ TEST_F(ConnectedHardwareTest, ClockReadsAsStoppedUntilAStreamPublishes) {
     EXPECT_GE(time.mSampleTime, 4800);
     EXPECT_NEAR(time.mSampleTime,
                 4800 + static_cast<double>(time.mHostTime - now_ns) * 48000 * 1.0003 / 1e9, 0.01);
-    // A clock that nobody has moved for long is that of a stopped device.
+    // A clock that has not been updated for long belongs to a stopped device.
     publisher.publish({now_ns - 2'000'000'000, 4800, 48000, 1.0});
     EXPECT_EQ(hardware.AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
   }

@@ -32,7 +32,7 @@ using test_support::measureTone;
 using test_support::ToneFigures;
 using test_support::withoutLeadingSilence;
 
-// The test thread as the main thread of a program.
+// The test thread acts as the program's main thread.
 class TestMainLoop {
  public:
   void post(std::function<void()> work) {
@@ -40,12 +40,12 @@ class TestMainLoop {
     posted_.push_back(std::move(work));
     wake_.notify_all();
   }
-  // How many are posted and have not been run.
+  // The number of posted items that have not run.
   std::size_t items() {
     const std::lock_guard lock(mutex_);
     return posted_.size();
   }
-  // Runs what is posted until `condition` holds; false when it does not within `limit`.
+  // Runs posted work until `condition` holds; false when it does not within `limit`.
   bool runUntil(const std::function<bool()>& condition,
                 std::chrono::milliseconds limit = std::chrono::seconds(10)) {
     const auto end = std::chrono::steady_clock::now() + limit;
@@ -97,7 +97,7 @@ class TestQueue : public platform::DispatchQueue {
   std::thread thread_;
 };
 
-// Keeps all samples that a data output delivers.
+// Collects all samples of a data output.
 class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDelegate {
  public:
   void captureOutput(platform::CaptureOutput& output,
@@ -109,7 +109,7 @@ class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDeleg
   [[nodiscard]] std::size_t channels() const;
   [[nodiscard]] double rate_Hz() const;
   void clear();
-  // The queue's thread sleeps that long in the next delivery.
+  // Makes the queue's thread sleep for this long in the next delivery.
   void stallOnce(std::chrono::milliseconds time) { stall_ms_ = time.count(); }
 
  private:
@@ -119,13 +119,13 @@ class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDeleg
   std::atomic<std::int64_t> stall_ms_{0};
 };
 
-// A sound server, and the capture host on it.
+// A sound server with the capture host on it.
 class CaptureFixture : public testing::Test {
  protected:
   explicit CaptureFixture(test_support::PrivatePipeWire::Options options = {});
   ~CaptureFixture() override;
 
-  // The device when the host has seen it; null when it does not within the usual time.
+  // Waits until the host has found the device; null when it does not within the usual time.
   platform::CaptureDevicePtr device(const std::string& nodeName);
   // A session from the device into `collector`.
   platform::CaptureSessionPtr dataSession(const std::string& nodeName,
@@ -146,7 +146,7 @@ class CaptureFixture : public testing::Test {
   M4aWriterFactory m4aWriters{nullptr, {RA_TEST_MODULE_FOLDER}};
   Permitted permission;
   PipeWireConnection connection;
-  TestQueue queue;  // runs that still end when the test does deliver to it
+  TestQueue queue;  // runs that end after the test still deliver to it
   PipeWireCapture capture;
 
  private:
@@ -154,14 +154,14 @@ class CaptureFixture : public testing::Test {
   std::vector<std::string> errors_;
 };
 
-// The number of places where a recording of test_support::frameNumber does not go on by one.
-// Silence in between does not count: it is the feed's, which did not get to play in time.
+// The number of places at which a recording of test_support::frameNumber does not advance by one.
+// Silence in between does not count: the feed did not play in time.
 std::size_t countJumps(std::vector<float> samples);
-// That it holds that much of the feed, and no jump.
+// Expects this much of the feed, without a jump.
 void expectUnbroken(const std::vector<float>& recorded, std::size_t least_frames);
 
-// For what a machine under load breaks now and then by not running the feed in time: passes when
-// one of three attempts returns no problem, so that what is wrong always still fails.
+// For tests that a machine under load sometimes breaks by not running the feed in time: passes when
+// one of three attempts returns no problem, so that a permanent bug still fails.
 void repeatOnSlowMachine(const std::function<std::string()>& attempt);
 
 }  // namespace linux_host

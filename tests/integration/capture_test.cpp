@@ -161,7 +161,7 @@ TEST_F(CaptureTest, NothingThatWasCapturedWhileTheHandlersRanIsMissing) {
   notifications.removeObserver(collector.get());
   const std::vector<float> samples = withoutLeadingSilence(collector->channel(0));
   ASSERT_FALSE(samples.empty());
-  // What was on its way when the handler began: one cycle of the feed, one of the stream.
+  // What was in transit when the handler began: one cycle of the feed, one of the stream.
   EXPECT_GT(playedAtHandler, 0U);
   EXPECT_LE(frameNumberOf(samples.front()), playedAtHandler + 2 * kQuantum_frames);
   expectUnbroken(samples, 24000);
@@ -229,10 +229,10 @@ TEST_F(CaptureTest, DevicesRateAndChannelsAreKept) {
   EXPECT_EQ(collector->channels(), 6U);
 }
 
-// A stream whose cycle takes long must not make another one late.
+// A stream with a long cycle must not delay another one.
 TEST_F(CaptureTest, TwoSessionsHaveADataThreadEach) {
-  // A stream's loop thread, and the data thread that it starts: PipeWire 0.3 leaves that its
-  // starter's name, 1.4 gives it one.
+  // A stream's loop thread, and the data thread that it starts. In PipeWire 0.3 that has its
+  // starter's name, in 1.4 its own.
   const auto streamThreads = [] {
     std::size_t count = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -258,7 +258,7 @@ TEST_F(CaptureTest, TwoSessionsHaveADataThreadEach) {
   EXPECT_TRUE(mainLoop.runUntil([&] { return other->frames() >= 4800; }));
 }
 
-// From the first samples on; all that comes is in the ring's first lap, where every page is new.
+// From the first samples on, in the ring's first lap, where every page is new.
 TEST_F(CaptureTest, DataThreadWaitsForNoPage) {
   control.createMicrophone("mic");
   const auto session = dataSession("mic", collector);
@@ -286,7 +286,7 @@ TEST_F(CaptureTest, UnpluggedSourceIsAnErrorThatNamesIt) {
   EXPECT_LT(steady_clock::now() - begin, 1s);
   EXPECT_THAT(errors(), ElementsAre(HasSubstr("\"Desk microphone\" is gone")));
   EXPECT_FALSE(session->isRunning());
-  // Not moved to the other device.
+  // The stream has not moved to the other device.
   pendingWork.waitUntilIdle();
   const std::size_t frames = collector->frames();
   EXPECT_FALSE(mainLoop.runUntil([&] { return collector->frames() > frames; }, 200ms));
@@ -343,7 +343,7 @@ TEST_F(CaptureTest, SourceThatIsLinkedTooLateForTheFirstStreamIsRecordedByTheSec
   const auto session = dataSession("mic", collector);
   server.sessionManager().sendSignal(SIGSTOP);
   session->startRunning();
-  // The stopped session manager links nothing; when it goes on, it serves the second stream.
+  // The stopped session manager links nothing; when it continues, it links the second stream.
   EXPECT_FALSE(mainLoop.runUntil([&] { return started() > 0 || !errors().empty(); }, 6s));
   server.sessionManager().sendSignal(SIGCONT);
   EXPECT_TRUE(mainLoop.runUntil([&] { return started() == 1; }));
@@ -356,10 +356,10 @@ TEST_F(CaptureTest, ErrorBeforeTheStartIsHandledIsTheOnlyThingSaid) {
   const auto session = dataSession("mic", collector);
   ASSERT_TRUE(mainLoop.runUntil([&] { return mainLoop.items() == 0; }));
   session->startRunning();
-  // The samples are announced, and the device goes, before the main loop hears of either.
+  // The samples are announced and the device goes before the main loop handles either.
   ASSERT_TRUE(test_support::waitUntil([&] { return mainLoop.items() == 1; }));
   control.destroyNode("mic");
-  // That a device has gone, and that the recording has failed.
+  // Two messages: a device has gone, and the recording has failed.
   ASSERT_TRUE(test_support::waitUntil([&] { return mainLoop.items() == 3; }));
   ASSERT_TRUE(mainLoop.runUntil([&] { return !errors().empty(); }));
   EXPECT_FALSE(mainLoop.runUntil([&] { return errors().size() > 1; }, 200ms));
@@ -452,7 +452,7 @@ TEST_F(CaptureTest, SilenceFromTheStartIsNoticedAfterThreeSeconds) {
   EXPECT_FALSE(isSilent(loud));
 }
 
-// Beside a player that asks for long cycles at another rate: the cycles' length changes whenever a
+// With a player that asks for long cycles at another rate, the cycle length changes whenever a
 // recording begins or ends.
 class ChangingCyclesTest : public CaptureFixture {
  protected:
@@ -461,8 +461,9 @@ class ChangingCyclesTest : public CaptureFixture {
     player = std::make_unique<test_support::SlowPlayer>(server.directory(), control, "mic");
   }
 
-  // Records again and again, with pauses that grow to `longestPause`, and tells which recordings
-  // were silent throughout: a player that a busy machine let wait is heard within seconds.
+  // Records repeatedly, with pauses that grow to `longestPause`, and returns the recordings that
+  // were completely silent. A player that is merely delayed by a busy machine is heard within
+  // seconds.
   std::vector<int> silentRounds(int rounds, std::chrono::milliseconds longestPause) {
     std::vector<int> silent;
     const auto collector = std::make_shared<SampleCollector>();
@@ -489,7 +490,7 @@ class ChangingCyclesTest : public CaptureFixture {
   std::unique_ptr<test_support::SlowPlayer> player;
 };
 
-// Where recordings ask for cycles of their own length every second one is silent.
+// If recordings requested a cycle length, every second one would be silent.
 TEST_F(ChangingCyclesTest, NoRecordingThatFollowsAtOnceIsSilent) {
   EXPECT_THAT(silentRounds(50, 0ms), ElementsAre());
 }
@@ -516,7 +517,7 @@ TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsConnectedAnewAndThen
   CaptureRun run({"mic", "Desk microphone", false, 48000, {3, 4}}, events,
                  std::make_shared<SourceRest>(), work);
   auto future = failure.get_future();
-  // Twice as long as one stream is waited for.
+  // Twice the time limit of one stream.
   ASSERT_EQ(future.wait_for(13s), std::future_status::ready);
   EXPECT_GT(steady_clock::now() - begin, 9s);
   EXPECT_THAT(future.get(), HasSubstr("Desk microphone"));

@@ -17,9 +17,8 @@
 #include "tests/support/amplitude_at.h"
 #include "tests/support/child_process.h"
 
-// Every channel of a source is found again where it belongs, by two decoders that share nothing
-// but the codec: one reads the file by itself, the other one's demuxer and channel orders are its
-// own.
+// Every channel of a source is found again where it belongs, by two decoders that share only the
+// codec: each has its own demuxer and channel orders.
 
 namespace linux_host {
 namespace {
@@ -32,11 +31,11 @@ using test_support::SignalFeed;
 constexpr double kRate_Hz = 48000;
 constexpr double kLevel = 0.25;
 constexpr double kOneDecibelLess = 0.891;
-// A tenth of a second holds whole periods of every tone.
+// A tenth of a second contains whole periods of every tone.
 constexpr std::size_t kPeriod_frames = 4800;
 constexpr double kDeepTone_Hz = 60;
 
-// The channel that carries deep sound alone; past the last one where there is none.
+// The low-frequency channel; past the last one where there is none.
 std::atomic<std::uint32_t> deepChannel{0};
 
 double tone_Hz(std::uint32_t channel) {
@@ -48,7 +47,7 @@ float toneOfItsOwn(std::uint64_t frame, std::uint32_t channel) {
   return static_cast<float>(kLevel * std::sin(2 * std::numbers::pi * turns));
 }
 
-// By the bits of a WAVE file's channel mask.
+// The bits of a WAVE file's channel mask.
 enum Bit : std::uint32_t {
   kFL = 0x1,
   kFR = 0x2,
@@ -64,9 +63,9 @@ enum Bit : std::uint32_t {
 struct ChannelSet {
   const char* name;
   const char* positions;  // of the source, in its order
-  // Where each channel of the source is found; 0: at its own number.
+  // Where each channel of the source is found; 0: at its own index.
   std::vector<std::uint32_t> places;
-  std::uint32_t mask;  // of all channels of the file; 0: whatever the decoder calls them
+  std::uint32_t mask;  // of all channels of the file; 0: not checked
 };
 
 const ChannelSet kSets[] = {
@@ -98,7 +97,7 @@ struct Wave {
   std::uint32_t mask = 0;
   std::vector<std::vector<float>> planes;
 
-  // Where the channel of that mask bit lies, else at its number.
+  // The index of the channel with that mask bit, else its own index.
   [[nodiscard]] std::size_t placeOf(std::uint32_t bit, std::size_t number) const {
     return bit == 0 ? number : static_cast<std::size_t>(std::popcount(mask & (bit - 1)));
   }
@@ -119,7 +118,7 @@ std::string contentsOf(const std::string& path) {
   return contents.str();
 }
 
-// A file of 32-bit float samples; without planes when it is none.
+// A file of 32-bit float samples; without planes if it is anything else.
 Wave readWave(const std::string& path) {
   const std::string bytes = contentsOf(path);
   constexpr std::size_t kFirstChunk = 12;
@@ -160,7 +159,7 @@ class FinishedFile : public platform::CaptureFileOutputRecordingDelegate {
 
 class ChannelsTest : public CaptureFixture, public testing::WithParamInterface<ChannelSet> {
  protected:
-  // Half a second of the microphone in a file; what went wrong.
+  // Records half a second of the microphone; returns what went wrong.
   std::string record() {
     const auto finished = std::make_shared<FinishedFile>();
     std::shared_ptr<platform::CaptureAudioFileOutput> output;
@@ -185,7 +184,7 @@ class ChannelsTest : public CaptureFixture, public testing::WithParamInterface<C
     return decode({"ffmpeg", "-v", "error", "-guess_layout_max", "0", "-i", path, "-c:a",
                    "pcm_f32le", "-f", "wav", wavePath});
   }
-  // Its WAVE files say nothing of the positions, but its log does.
+  // Its WAVE files do not contain the positions, but its log does.
   Wave decodeByGStreamer() {
     Wave wave = decode({"gst-launch-1.0", "-v", "filesrc", "location=" + path, "!", "decodebin",
                         "!", "audioconvert", "!", "audio/x-raw,format=F32LE", "!", "wavenc", "!",
@@ -197,13 +196,13 @@ class ChannelsTest : public CaptureFixture, public testing::WithParamInterface<C
         at == std::string::npos
             ? 0
             : static_cast<std::uint32_t>(std::stoul(log.substr(at + kMask.size()), nullptr, 16));
-    // A second deep channel has a bit here, before the sides.
+    // Here a second low-frequency channel has a bit before the sides.
     constexpr std::uint32_t kSides = 0xC00;
     wave.mask = (mask & ~kSides) | (mask & kSides) >> 1;
     return wave;
   }
 
-  // What of the sound is not where it belongs; empty when all is.
+  // What is misplaced; empty if nothing is.
   static std::string misplaced(const Wave& wave) {
     const ChannelSet& set = GetParam();
     if (wave.planes.empty() || wave.planes[0].size() < 3 * kPeriod_frames) return "no sound";
@@ -233,7 +232,7 @@ TEST_P(ChannelsTest, EachIsFoundInItsPlaceAtItsLevel) {
   const auto channels = static_cast<std::uint32_t>(set.places.size());
   const auto deep = std::ranges::find(set.places, std::uint32_t{kLFE}) - set.places.begin();
   deepChannel = static_cast<std::uint32_t>(deep);
-  // In brackets: of an odd number without them PipeWire 1.4 forgets the last.
+  // In brackets: without them PipeWire 1.4 drops the last of an odd number.
   control.createMicrophone("mic", {{"audio.position", "[ " + std::string(set.positions) + " ]"},
                                    {"audio.channels", std::to_string(channels)}});
   SignalFeed feed("feed", channels, toneOfItsOwn);

@@ -47,7 +47,7 @@ class FileOutputTest : public CaptureFixture {
 
   void makeSession(const std::string& nodeName, const char* preset = kCaptureSessionPresetHigh) {
     session = fileSession(nodeName, preset, &output);
-    // As the recorder does it: the file begins in the handler.
+    // Like the recorder, starts the file in the handler.
     notifications.addObserver(&output, platform::kCaptureSessionDidStartRunningNotification,
                               [this](const auto&) {
                                 output->startRecordingToOutputFileURL(
@@ -67,7 +67,7 @@ class FileOutputTest : public CaptureFixture {
     const std::size_t before = recorder->results.size();
     return mainLoop.runUntil([&] { return recorder->results.size() > before; });
   }
-  // The first channel of the file as an independent decoder sees it.
+  // The first channel of the file, from an independent decoder.
   std::vector<float> decode() {
     const std::string raw = server.directory() + "/decoded.raw";
     std::filesystem::remove(raw);
@@ -200,7 +200,7 @@ TEST_F(FileOutputTest, FileThatCannotBeMadeOrIsNotForItsTypeIsAnException) {
 
 TEST_F(FileOutputTest, FullDiskIsARuntimeErrorAndKeepsWhatIsThere) {
   control.createMicrophone("mic");
-  // No file of this process may grow beyond that: the next write fails as on a full disk.
+  // No file of this process may grow beyond this: the next write fails as on a full disk.
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);

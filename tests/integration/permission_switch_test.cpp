@@ -30,8 +30,7 @@ constexpr const char* kSchema = R"(<schemalist>
 </schemalist>
 )";
 
-// A desktop that has the switch, whatever this machine has, and settings that are not what their
-// names promise.
+// A desktop that has the switch, independent of this machine, and settings of unexpected types.
 class MicrophoneSwitchTest : public testing::Test {
  protected:
   MicrophoneSwitchTest() {
@@ -60,7 +59,7 @@ class MicrophoneSwitchTest : public testing::Test {
   PrivatePipeWire server_{folders()};
 };
 
-// One test, for GLib keeps the schemas and the settings' file of the process's first look.
+// A single test, because GLib keeps the schemas and the settings file of a process's first access.
 TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOffAndOddSettingsAreNone) {
   setSwitch(true);
   DesktopMicrophonePermission permission([]() -> GDBusConnection* { return nullptr; });

@@ -46,13 +46,13 @@ GDBusConnection* connect() {
       nullptr, nullptr, nullptr);
 }
 
-// The desktop's services, on a thread and a connection of their own.
+// The desktop's services, on a separate thread and connection.
 class FakeDesktop {
  public:
   enum class Portal { kGrants, kRefuses, kLeaves, kFails };
 
-  // `permissions`: the store's entries, in text form; empty: the store has no entry at all, which
-  // it answers with an error.
+  // `permissions`: the store's entries in text form; empty: the store has no entry and answers with
+  // an error.
   explicit FakeDesktop(std::string permissions, std::optional<Portal> portal = std::nullopt)
       : permissions_(std::move(permissions)), portal_(portal), thread_([this] { serve(); }) {
     ready_.get_future().wait();
@@ -166,7 +166,7 @@ class FakeDesktop {
   std::thread thread_;
 };
 
-// The schemas that GLib finds are fixed when it first looks: here it finds none.
+// GLib's schemas are fixed at its first access: here it finds none.
 const bool kNoSchemas = setenv("XDG_DATA_DIRS", "/nonexistent", 1) == 0;
 
 class PermissionTest : public testing::Test {
@@ -240,7 +240,7 @@ TEST_F(PermissionTest, NoServiceIsStartedJustToAsk) {
       << "Exec=/usr/bin/touch " << trace << "\n";
   EXPECT_EQ(permission.status(), AuthorizationStatus::kAuthorized);
   EXPECT_FALSE(std::ifstream(trace).good());
-  // The bus would have started it for anybody who wants it.
+  // The bus would start it for any client.
   g_dbus_connection_call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                          "org.freedesktop.DBus", "StartServiceByName",
                          g_variant_new("(su)", "org.freedesktop.impl.portal.PermissionStore", 0U),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The connection to the daemon, from its making over losses to its end.
+// The connection to the daemon: its creation, losses and its end.
 
 #include "hosts/linux/audio/pipewire_connection.h"
 
@@ -29,7 +29,7 @@ using test_support::PrivatePipeWire;
 using test_support::waitUntil;
 using testing::HasSubstr;
 
-// What a connection has told of itself and of the devices that can be recorded from.
+// Records a connection's reports about itself and the capture devices.
 class ConnectionDiary {
  public:
   PipeWireConnection::Callbacks callbacks() {
@@ -86,7 +86,7 @@ TEST(PipeWireConnectionTest, DevicesAreBackWithinASecondOfTheDaemon) {
     EXPECT_EQ(read.deviceWithUID("mic.a"), mic);
   }
 
-  // What is set goes to the daemon of now.
+  // Settings go to the current daemon.
   control->createSink("sink.a");
   control->createSink("sink.b");
   control->setDefaultSink("sink.a");
@@ -182,8 +182,8 @@ TEST(PipeWireConnectionTest, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
   server.daemon().sendSignal(SIGCONT);
 }
 
-// A daemon whose client goes before the session manager has told it of the defaults tells nobody of
-// any change of them for as long as that session manager lives.
+// If a client leaves before the session manager has sent it the defaults, the daemon reports no
+// change of them to any client for the life of that session manager.
 TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHeardOf) {
   PrivatePipeWire server;
   PipeWireControl control;
@@ -196,7 +196,7 @@ TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHear
   };
   server.sessionManager().sendSignal(SIGSTOP);
   auto connection = std::make_unique<PipeWireConnection>();
-  pass(100ms);  // by then it has asked, in vain
+  pass(100ms);  // by then it has asked without getting an answer
   const auto answer = std::async(std::launch::async, [&] {
     pass(50ms);
     server.sessionManager().sendSignal(SIGCONT);

@@ -17,11 +17,10 @@
 
 namespace linux_host {
 
-// What is heard on a sink: records its first channel from the sink's monitor, with the time of each
-// block.
+// Records the first channel of a sink's monitor, with the time of each block.
 class MonitorRecorder : private DeviceStream::Client {
  public:
-  // Room for that many seconds; what comes after is not kept.
+  // Has room for this many seconds; the rest is dropped.
   MonitorRecorder(const std::string& sinkName, double rate_Hz, std::uint32_t channels,
                   double room_s = 60);
   ~MonitorRecorder() override;
@@ -34,10 +33,9 @@ class MonitorRecorder : private DeviceStream::Client {
   [[nodiscard]] std::vector<float> samples(std::uint32_t channel, std::size_t from,
                                            std::size_t to) const;
   [[nodiscard]] std::vector<Block> blocks() const;
-  // CLOCK_MONOTONIC at which the first frame from `from` on passed that is louder; 0: none.
+  // The CLOCK_MONOTONIC time of the first louder frame from `from` on; 0: none.
   [[nodiscard]] double timeOfFirstLouder_s(float level, std::size_t from) const;
   [[nodiscard]] double rate_Hz() const { return rate_Hz_; }
-  // Why the stream ended, if it has.
   [[nodiscard]] bool hasEnded() const { return hasEnded_.load(); }
 
  private:
@@ -54,11 +52,11 @@ class MonitorRecorder : private DeviceStream::Client {
   std::unique_ptr<DeviceStream> stream_;
 };
 
-// The play-through of the core on this machine's sound server: nothing of it is replaced.
+// The core's play-through, unmodified, on the environment's sound server.
 class PlayThroughRig {
  public:
   PlayThroughRig();
-  // From the loopback device to that sink; waits until both are known.
+  // Plays from the loopback device to that sink; waits until both are known.
   platform::OSStatus start(const std::string& sinkName);
   void stop() { playThrough.reset(); }
 

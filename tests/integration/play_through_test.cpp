@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The play-through on a real sound server, from a loopback device to a sink, each on its own clock.
+// The play-through on a real sound server, from a loopback device to a sink, each with its own
+// clock.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,18 +36,18 @@ using test_support::waitUntil;
 
 constexpr char kSpeakers[] = "speakers";
 constexpr double kAmplitude = 0.5;
-constexpr std::uint32_t kBuffer_frames = 8192;  // what devices tell
+constexpr std::uint32_t kBuffer_frames = 8192;  // as devices report
 constexpr std::uint32_t kCycle_frames = kBuffer_frames / 2;
 
-// How long to listen to drifting clocks. Sanitizers look for faults that show in any second.
+// How long to listen to drifting clocks. Sanitizers find their faults within any second.
 double driftLength_s() {
   const char* wanted_s = std::getenv("RA_DRIFT_SECONDS");
   if (wanted_s != nullptr) return std::atof(wanted_s);
   return routing_test::kSanitized ? 4 : 12;
 }
 
-// Cycles of that length, whatever streams ask for: long ones where sound is listened to, for
-// virtual machines wake even real-time threads late.
+// Fixes the cycle length, whatever streams ask for. It is long where a test listens to sound,
+// because virtual machines wake even real-time threads late.
 PrivatePipeWire::Options withCycles(std::uint32_t frames) {
   PrivatePipeWire::Options options;
   const std::string number = std::to_string(frames);
@@ -80,7 +81,7 @@ class PlayThroughTest : public testing::Test {
     if (HasFailure()) std::fprintf(stderr, "%s\n", machine.server.log().c_str());
   }
 
-  // What is heard between those seconds of the recording.
+  // What is heard between these seconds of the recording.
   static ToneFigures heard(const MonitorRecorder& recorder, double from_s, double to_s) {
     const double rate_Hz = recorder.rate_Hz();
     EXPECT_TRUE(
@@ -90,7 +91,7 @@ class PlayThroughTest : public testing::Test {
                                         static_cast<std::size_t>(to_s * rate_Hz)),
                        rate_Hz);
   }
-  // From a sound's being played to the loopback until it is played on the speakers; without a feed.
+  // The delay from a sound on the loopback to the same sound on the speakers; without a feed.
   double measuredDelay_frames() {
     MonitorRecorder before(loopback::kLoopbackDeviceUID, 48000, 2);
     MonitorRecorder after(kSpeakers, 48000, 2);
@@ -141,7 +142,7 @@ TEST_F(PlayThroughTest, DelayIsTwoBuffersWhicheverStreamComesFirst) {
   }
 }
 
-// What a computer that is suspended does to it.
+// Like a computer that is suspended.
 TEST_F(PlayThroughTest, ServerThatStoodStillForSecondsIsHeardAsBeforeAndNoLater) {
   setUp();
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
@@ -200,7 +201,7 @@ TEST_F(PlayThroughTest, LoopbackRunsAtItsOwnRate) {
   setUp({{"audio.rate", "44100"}, {"node.force-rate", "44100"}}, {});
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
   MonitorRecorder recorder(kSpeakers, 48000, 2);
-  // The feed counts its frames for 48 kHz but plays them at 44.1.
+  // The feed generates frames for 48 kHz but plays them at 44.1.
   const ToneFigures figures = heard(recorder, 1.0, 3.0);
   EXPECT_NEAR(figures.frequency_Hz, 1000.0 * 44100 / 48000, 1);
   EXPECT_LT(figures.largestSecondDifference,
@@ -271,8 +272,8 @@ DeviceRun* runOf(platform::AudioUnit handle) {
   return dynamic_cast<DeviceUnit&>(*reinterpret_cast<Unit*>(handle)).run();
 }
 
-// Both streams' callbacks with everything behind them: clocks, the core's callbacks, the ring, the
-// converter. The server stands still, so that they are called by nobody else.
+// Both streams' callbacks with everything that they call: clocks, the core's callbacks, the ring,
+// the converter. The server is stopped, so that it does not call them.
 TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
   setUp({}, {{"audio.rate", "44100"}, {"node.force-rate", "44100"}});
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);  // waits until all devices are known
@@ -308,7 +309,7 @@ TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
   machine.server.daemon().sendSignal(SIGCONT);
 }
 
-// For a lap of the ring, in which every page of it is new.
+// For the ring's first lap, in which every page is new.
 TEST_F(PlayThroughTest, DataThreadsWaitForNoPage) {
   setUp();
   const auto others = test_support::threads();
@@ -331,7 +332,7 @@ TEST_F(PlayThroughTest, DataThreadsWaitForNoPage) {
   EXPECT_EQ(after, before);
 }
 
-// The speakers' crystal is off by more than any real one's.
+// The speakers' crystal is off by more than any real crystal.
 class PlayThroughDriftTest : public PlayThroughTest, public testing::WithParamInterface<int> {};
 
 TEST_P(PlayThroughDriftTest, SoundIsUnbrokenAndTheDelayStaysWhatItWas) {

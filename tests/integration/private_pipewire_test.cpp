@@ -43,12 +43,13 @@ TEST(PrivatePipeWire, HasNoDevicesOfTheMachine) {
   }
 }
 
-// A machine without devices would not show that they are looked for; what is loaded to look does.
+// A machine without devices would not reveal a search for them; the modules loaded for the search
+// do.
 TEST(PrivatePipeWire, LooksForNoDevicesAndNoLoginManager) {
   PrivatePipeWire server;
   PipeWireControl control;
   control.createMicrophone("mic");
-  control.setDefaultSource("mic");  // the session manager has loaded what it wants
+  control.setDefaultSource("mic");  // by now the session manager has loaded its modules
   const std::string maps = "/proc/" + std::to_string(server.sessionManager().pid()) + "/maps";
   std::stringstream loaded;
   loaded << std::ifstream(maps).rdbuf();
@@ -72,7 +73,7 @@ TEST(PrivatePipeWire, ChoosesTheMicrophoneThatAMixerChooses) {
             std::string::npos);
 }
 
-// The daemon tells nobody of a change while another client is being told of all keys.
+// The daemon reports no change while it sends all keys to another client.
 TEST(PrivatePipeWire, HearsOfItsChoiceWhileOthersAreToldOfAll) {
   PrivatePipeWire server;
   PipeWireControl control;

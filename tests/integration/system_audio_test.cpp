@@ -67,7 +67,7 @@ class SystemAudioTest : public e2e::ToolFixture {
     startPlayer();
   }
 
-  // The tool ends its recording by itself, and then as it is asked to.
+  // The tool ends its recording by itself, and then ends when asked to.
   void killTheSoundServer(ChildProcess& tool) {
     player.reset();
     feed.reset();
@@ -78,16 +78,16 @@ class SystemAudioTest : public e2e::ToolFixture {
   }
 
   void plugInDevices() {
-    plugInMicrophone();  // without any, nothing is recorded
+    plugInMicrophone();  // without one, nothing is recorded
     control->createSink(kHeadphones, {{"priority.session", "500"}});
     control->createSink(kSpeaker, {{"priority.session", "900"}});
   }
-  // `target`: the sink it plays to whenever that is there; empty: wherever the default leads.
+  // `target`: the sink that it plays to whenever that is there; empty: the default output.
   void startPlayer(const std::string& target = "") {
     std::string properties = std::string("{ node.name = ") + kPlayer;
     if (!target.empty()) properties += " target.object = " + target;
-    // It fills its buffers on an ordinary thread; on a busy machine its sound would have holes as
-    // long as a cycle, and so would the recording.
+    // It fills its buffers on an ordinary thread: on a busy machine its sound, and thus the
+    // recording, would have gaps as long as a cycle.
     player = std::make_unique<ChildProcess>(ChildProcess::Command{
         {"nice", "-n", "-15", "pw-cat", "-p", "-P", properties + " }", toneFile()}, {}, {}});
     EXPECT_TRUE(target.empty() ? waitUntilHeardOn(kHeadphones)
@@ -138,7 +138,7 @@ class SystemAudioTest : public e2e::ToolFixture {
   bool waitUntilHeardOn(const std::string& sink, std::chrono::milliseconds limit = 10s) {
     return waitUntil([&] { return sinksHeardOn() == std::vector<std::string>{sink}; }, limit);
   }
-  // As it was before anything was recorded.
+  // Everything is as it was before the recording.
   testing::AssertionResult isAsTheUserHadIt(std::chrono::milliseconds limit) {
     const bool isBack = waitUntil(
         [&] {
@@ -161,7 +161,7 @@ class SystemAudioTest : public e2e::ToolFixture {
     EXPECT_LT(figures.largestSecondDifference,
               test_support::secondDifferenceOfSine(1000, kAmplitude, rate_Hz) * tolerance);
   }
-  // What is heard on a sink in the `length_s` after the first second from now.
+  // What is heard on a sink for `length_s`, after the first second from now.
   static void expectToneHeardOn(const std::string& sink, double length_s) {
     MonitorRecorder recorder(sink, 48000, 2);
     const auto frames = [](double seconds) { return static_cast<std::size_t>(seconds * 48000); };
@@ -187,7 +187,7 @@ TEST_P(SystemAudioFormatTest, IsRecordedAndHeardAndEverythingIsPutBack) {
   const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
   EXPECT_EQ(sound.error, "");
   EXPECT_GT(sound.duration_s(), 3.5);
-  // The second in which the player was moved, and what the codec does at the end, are left out.
+  // Leaves out the second in which the player was moved, and the codec's edge at the end.
   std::vector<float> inner = innerPart(sound, 1.0);
   expectTone(inner, sound.rate_Hz, 1.3);
   EXPECT_TRUE(endsAtOnce(*tool));
@@ -207,7 +207,7 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenTheOldOutputVanishes) {
   }
   EXPECT_EQ(status().value("state", ""), "recording");
   EXPECT_EQ(run({"--stop"}).exitStatus, 0);
-  // The choice is kept for when the device comes back; until then the other one plays.
+  // The choice is kept until the device comes back; meanwhile the other one plays.
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
   EXPECT_EQ(configuredDefault(), kHeadphones);
   const DecodedSound sound = decodeSound(onlyFileIn(musicFolder()), server.directory());
@@ -259,7 +259,7 @@ TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
   EXPECT_GT(sound.duration_s(), 1.9) << "what was heard meanwhile";
 }
 
-// The session manager of the next session finds the loopback in its files.
+// The next session's session manager finds the loopback in its files.
 TEST_F(SystemAudioTest, RestartOfTheSoundServerGivesBackWhatTheUserHadAndRecordsAnew) {
   useFormat(kMp3);
   auto tool = startRecording();
@@ -316,7 +316,7 @@ TEST_P(WaitInTrayTest, EndsAtOnceAndRecordsNothing) {
   const auto tool = start();
   ASSERT_TRUE(waitForState("waiting"));
   EXPECT_TRUE(e2e::TrayMenu(server.busAddress(), tool->pid()).choose(GetParam()));
-  // A stop tells that nothing was saved, for ten seconds; after a cancel nothing is left to show.
+  // A stop shows for ten seconds that nothing was saved; after a cancel there is nothing to show.
   const bool isStop = std::string(GetParam()) == "Stop";
   EXPECT_TRUE(isStop ? waitForState("idle") : endsByItself(*tool));
   kill(pid, SIGCONT);
@@ -326,7 +326,7 @@ TEST_P(WaitInTrayTest, EndsAtOnceAndRecordsNothing) {
   if (isStop) {
     EXPECT_TRUE(endsAtOnce(*tool));
   }
-  // Nothing had begun that could be told of.
+  // Nothing had begun that could be reported.
   EXPECT_THAT(eventNames(), testing::Not(testing::Contains("Start")));
 }
 
@@ -337,7 +337,7 @@ class NoDriverTest : public SystemAudioTest {
  protected:
   NoDriverTest() : SystemAudioTest(!kWithDriver) { useFormat(kMp3); }
 
-  // There the driver can be installed; here they have no screen.
+  // There the user could install the driver; here there is no screen.
   void expectThePreferencesInsteadOfARecording() {
     const auto tool = start();
     EXPECT_TRUE(endsByItself(*tool, e2e::kNoScreen));
@@ -373,7 +373,7 @@ TEST_F(SystemAudioTest, AClientThatSaysItIsTheDriverChangesNothing) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-// As at a login, where it is the tool that wakes the sound server.
+// As at login, where the tool wakes the sound server.
 TEST_F(NoDriverTest, OneThatComesLateIsWaitedFor) {
   const auto tool = start();
   ASSERT_TRUE(waitUntil([this] {
@@ -392,8 +392,8 @@ TEST_F(NoDriverTest, OneThatComesLateIsWaitedFor) {
   late.terminate();
 }
 
-// Two activations of a recording, one soon after the other: stop, and start again. The device is on
-// its way out meanwhile. RA_RESTARTS has it done that often, with 0 to 400 ms between.
+// Two clicks during a recording, one soon after the other: stop, and start again. The device is
+// being removed meanwhile. RA_RESTARTS sets how often, with 0 to 400 ms between the clicks.
 class RestartTest : public SystemAudioTest, public testing::WithParamInterface<const char*> {
  protected:
   // The tool's own sound, on the user's device.
@@ -421,7 +421,7 @@ class RestartTest : public SystemAudioTest, public testing::WithParamInterface<c
     EXPECT_EQ(first.waitForExit(10s), 0);
     EXPECT_EQ(second.waitForExit(10s), 0);
   }
-  // The last half second of what was recorded, which leaves the time to move the player there.
+  // The last half second of the recording, which leaves time to move the player there.
   bool endsInTone(const std::string& file) {
     const DecodedSound sound = decodeSound(file, server.directory());
     if (sound.duration_s() < 1) return false;
@@ -481,7 +481,7 @@ TEST_P(RestartTest, EveryRecordingIsFollowedByOneThatHoldsTheTone) {
 INSTANTIATE_TEST_SUITE_P(Players, RestartTest, testing::Values("", loopback::kLoopbackDeviceUID),
                          [](const auto& test) { return *test.param ? "Pinned" : "Free"; });
 
-// At any moment of start, recording and stop.
+// At random moments of start, recording and stop.
 TEST_F(SystemAudioTest, KilledRecorderLeavesTheUsersOwnOutputWithinASecond) {
   const char* wanted = std::getenv("RA_KILLS");
   const int kills = wanted == nullptr ? 12 : std::atoi(wanted);

@@ -19,7 +19,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Speakers = std::vector<Speaker>;
 
-// The speaker of the file that each channel of the source goes to, where it is one.
+// The file's speaker for each channel of the source that has one.
 Speakers placesOf(const Speakers& source) {
   const AacChannels channels = aacChannelsFor(source);
   Speakers places(source.size(), kNowhere);
@@ -105,8 +105,8 @@ TEST(AacChannels, MoreThanEightAreMixedByTheirSide) {
   EXPECT_THAT(channels.remark, HasSubstr("9 channels"));
 }
 
-// Whatever a device calls its channels: none is lost, none shares a place, and only deep sound goes
-// where nothing but deep sound is kept.
+// Whatever a device calls its channels: none is lost, none shares a place, and only the LFE channel
+// goes to LFE.
 TEST(AacChannels, NoChannelIsEverLostOrLosesItsVoice) {
   std::mt19937 random(2);
   std::uniform_int_distribution<int> anySpeaker(0, static_cast<int>(kNowhere));

@@ -66,12 +66,12 @@ std::optional<WalkedBox> boxAt(FileBytes bytes, const std::string& path) {
 namespace {
 
 struct Table {
-  std::uint64_t at = 0;  // of the first byte behind version and flags
+  std::uint64_t at = 0;  // of the first byte after version and flags
   std::uint64_t entries = 0;
   bool wide = false;  // version 1
 };
 
-// A box of version, flags, a count and as many entries, which must fill it exactly.
+// A box with version, flags, a count and that many entries, which must fill it exactly.
 std::optional<Table> tableAt(FileBytes bytes, const std::string& path, std::uint64_t before,
                              std::uint64_t entrySize) {
   const auto box = boxAt(bytes, path);

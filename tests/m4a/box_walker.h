@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// A reader of MP4 boxes of the tests' own, so that nothing is checked with the code under test.
+// The tests' own reader of MP4 boxes, so that nothing is checked with the code under test.
 
 namespace linux_host::test {
 

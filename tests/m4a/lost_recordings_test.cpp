@@ -21,7 +21,7 @@
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/recording.h"
 
-// Which files of a temporary folder are lost recordings, and what becomes of them on a real disk.
+// Which files in a temporary folder are lost recordings, and what happens to them on a real disk.
 
 namespace linux_host::test {
 namespace {
@@ -57,7 +57,7 @@ std::string interruptedM4a(std::uint64_t frames = 2 * kRate_hz) {
   return asText(interruptedRecording(frames, {kRate_hz, 2, 128000}));
 }
 
-// An MP3 stream as an end of the process leaves it: nothing is flushed.
+// An MP3 stream as left by a process that ends: nothing is flushed.
 std::string interruptedMp3(int rate_hz, int bitrate_kbps, int frames) {
   lame_t lame = lame_init();
   lame_set_num_channels(lame, 2);
@@ -203,7 +203,7 @@ TEST_F(LostRecordingsTest, WhatIsNoRecordingIsSaidAndLeftAlone) {
   }
 }
 
-// Whose it is.
+// The owner.
 
 TEST_F(LostRecordingsTest, AFileThatIsBeingWrittenIsLeftAlone) {
   OpenFiles files;
@@ -212,7 +212,7 @@ TEST_F(LostRecordingsTest, AFileThatIsBeingWrittenIsLeftAlone) {
   EXPECT_EQ(lost.claim(path).outcome, Outcome::kNotOurs);
   EXPECT_EQ(writer->append(asBytes("more")), "");
   writer->close();
-  // The last flush may still be under way.
+  // The last flush may still be running.
   EXPECT_TRUE(base_test::soon([&] { return lost.claim(path).outcome == Outcome::kClaimed; }));
 }
 
@@ -323,7 +323,7 @@ TEST_F(LostRecordingsTest, LinksAndStrangeThingsAreRefused) {
   EXPECT_EQ(contentsOf(output / "diary"), sound);
 }
 
-// What can go wrong on the way.
+// Failures.
 
 TEST_F(LostRecordingsTest, ATakenNameIsNeverReplaced) {
   const std::string sound = interruptedMp3(8000, 32, 8000);

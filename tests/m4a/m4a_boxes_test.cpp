@@ -11,8 +11,7 @@
 #include "hosts/linux/m4a/m4a_index.h"
 #include "tests/m4a/box_walker.h"
 
-// The boxes of a growing file, byte by byte: what the players that do not take part in the other
-// tests go by.
+// The boxes of a growing file, byte by byte, for the players that the other tests do not use.
 
 namespace linux_host::test {
 namespace {

@@ -24,7 +24,7 @@ std::uint64_t playableFrames(FileBytes bytes) {
   return decoded.planes.empty() ? 0 : decoded.planes[0].size();
 }
 
-// What the libraries have to say of what `work` does with a file.
+// The libraries' messages about what `work` does with a file.
 template <typename Work>
 std::string complaintsOf(const Work& work) {
   static std::string complaints;
@@ -40,7 +40,7 @@ std::string complaintsOf(const Work& work) {
   return complaints;
 }
 
-// What a file held at some moment, and what had been recorded by then.
+// A file's content at some moment, and how much had been recorded by then.
 struct Snapshot {
   std::uint64_t fed_frames;
   std::size_t size_bytes;
@@ -61,7 +61,7 @@ TEST(M4aInterruptionTest, FileCutAtEveryFragmentPlaysToWithinASecondOfTheEnd) {
   const auto snapshots = recordWithSnapshots(&recording, 6 * kRate_hz);
   std::size_t lastSize_bytes = 0;
   for (const Snapshot& snapshot : snapshots) {
-    // The worst moment of each fragment is the last one before the next fragment.
+    // The worst moment of each fragment is just before the next fragment.
     if (snapshot.size_bytes == lastSize_bytes && snapshot.fed_frames % 4800 != 0) continue;
     lastSize_bytes = snapshot.size_bytes;
     const auto played = playableFrames(FileBytes(recording.file->bytes).first(snapshot.size_bytes));
@@ -87,7 +87,7 @@ std::uint64_t fedBefore_frames(const std::vector<Snapshot>& snapshots, std::size
   return moment == snapshots.end() ? 0 : moment->fed_frames;
 }
 
-// Where a process that is killed in mid-write leaves the end of its file.
+// Where the file of a process that is killed during a write ends.
 TEST(M4aInterruptionTest, FileCutAtEveryPagePlaysToWithinASecond) {
   Recording recording({48000, 2, 256000});
   const auto snapshots = recordWithSnapshots(&recording, 8 * kRate_hz);
@@ -140,7 +140,7 @@ TEST(M4aInterruptionTest, FileCutAtAnyByteOfItsSoundPlaysToWithinASecond) {
 TEST(M4aInterruptionTest, CrashBetweenIndexAndHeadLeavesAFileThatPlays) {
   Recording recording;
   ASSERT_EQ(recording.feed(3 * kRate_hz), "");
-  // Finishing appends the last fragment and the index, then mends the head.
+  // Finishing appends the last fragment and the index, then patches the head.
   recording.file->failingOperation = recording.file->operations + 3;
   EXPECT_NE(recording.writer.finish(), "");
   EXPECT_THAT(topLevel(recording.file->bytes), StartsWith("ftyp free moov moof mdat"));
@@ -186,7 +186,7 @@ TEST_P(FailingOperationTest, OneFailureStopsTheRecordingAndFinishStillCompletesI
   const std::string finishError = recording.writer.finish();
   EXPECT_TRUE(file->closed);
   if (error.empty()) {
-    // The failure met finish() itself.
+    // The failure happened in finish() itself.
     EXPECT_THAT(finishError, HasSubstr("Cannot write tone.m4a"));
     EXPECT_GE(playableFrames(file->bytes) + kRate_hz, fed);
     return;
@@ -248,12 +248,12 @@ TEST(M4aFaultTest, FullDiskLeavesAFileThatPlaysToTheLastPacketWithRoom) {
     const auto boxes = walkBoxes(file->bytes);
     ASSERT_TRUE(boxes) << room_bytes;
     EXPECT_EQ(boxes->back().offset + boxes->back().size, file->bytes.size()) << room_bytes;
-    // Not a whole packet more would have fitted.
+    // Not one more packet would have fitted.
     EXPECT_GT(file->bytes.size() + 2000, room_bytes);
   }
 }
 
-// The worst places for the disk to be full are within the head of a fragment.
+// The worst places for the disk to be full are inside the header of a fragment.
 TEST(M4aFaultTest, FullDiskNeverLeavesAFileThatEndsInTheHeadOfAFragment) {
   const auto bytes = interruptedRecording(2 * kRate_hz);
   const auto boxes = walkBoxes(bytes);

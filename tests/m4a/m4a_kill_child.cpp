@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Records a tone for the test that kills this process: m4a_kill_child FILE PROGRESS MODULE_FOLDER.
-// After every piece the number of frames recorded so far goes to PROGRESS as eight bytes.
+// After every piece it writes the number of frames recorded so far to PROGRESS as eight bytes.
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -53,7 +53,7 @@ std::unique_ptr<M4aWriter> newWriter(M4aWriterFactory* factory) {
   return writer;
 }
 
-// A tone that the module records into a new file.
+// Records a tone into a new file with the module.
 struct FileRecording {
   FileRecording(const std::string& path, const Format& format, M4aLog log = nullptr)
       : tone(format), factory(log, {RA_TEST_MODULE_FOLDER}), writer(newWriter(&factory)) {
@@ -91,7 +91,7 @@ TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
   EXPECT_EQ(decoded.containerFrames, 100100U);
 }
 
-// The file goes to another disk, by another thread, while it is written.
+// Another thread moves the file to another disk while it is written.
 TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
   const TemporaryFolder from("/dev/shm");
   const TemporaryFolder to("/var/tmp");
@@ -112,7 +112,7 @@ TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
   EXPECT_EQ(decoded.containerFrames, 600U * 480);
 }
 
-// A file on the disk as bytes, without reading its holes.
+// The bytes of a file on the disk, without reading its holes.
 class MappedFile {
  public:
   explicit MappedFile(const std::string& path) : size_(std::filesystem::file_size(path)) {
@@ -134,7 +134,7 @@ TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
   const TemporaryFolder folder("/var/tmp");
   FileRecording recording(folder / "long.m4a", {48000, 1, 128000});
   ASSERT_EQ(recording.write(48000), "");
-  // A hole stands for the days of sound that would take this room.
+  // A hole replaces the days of sound that would take this room.
   constexpr std::uint64_t kHoleEnd_bytes = std::uint64_t{5} << 30;
   ASSERT_EQ(recording.file->truncate(kHoleEnd_bytes), "");
   ASSERT_EQ(recording.write(48000), "");
@@ -154,7 +154,7 @@ TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
   EXPECT_NEAR(amplitudeAt(second, Tone::frequency_hz(0), 48000), 0.25, 0.01);
 }
 
-// A child that records, and reports what it recorded until it was killed.
+// A child process that records, and reports how much until it is killed.
 class KilledRecording {
  public:
   explicit KilledRecording(const TemporaryFolder& folder)
@@ -166,7 +166,7 @@ class KilledRecording {
   KilledRecording(const KilledRecording&) = delete;
   KilledRecording& operator=(const KilledRecording&) = delete;
 
-  // Frames recorded when the process ended; 0 when it never began.
+  // The frames recorded when the process ended; 0 when it never began.
   std::uint64_t recordUntil(const std::string& path, std::uint64_t frames) {
     test_support::ChildProcess child(
         {{RA_TEST_KILL_CHILD, path, progressPath_, RA_TEST_MODULE_FOLDER}, {}, ""});
@@ -204,7 +204,7 @@ TEST(M4aKillTest, FileOfAKilledProcessPlaysToWithinASecondAndIsRecovered) {
     const std::uint64_t recorded = recording.recordUntil(path, wanted);
     ASSERT_GE(recorded, wanted);
     const auto bytes = contents(path);
-    // The last piece may have been recorded and not yet reported.
+    // The last piece may have been recorded but not reported yet.
     ASSERT_GE(playableFrames(bytes) + 48000, recorded);
     ASSERT_LE(playableFrames(bytes), recorded + 480 + 1024);
 
@@ -316,7 +316,7 @@ std::vector<std::string> logLines;
 
 TEST(M4aLogTest, MessagesOfTheCodecLibraryAreWholeLinesOfTheLog) {
   const TemporaryFolder folder;
-  // More bits than AAC can use at this rate: the encoder says that it takes fewer.
+  // More bits than AAC can use at this rate: the encoder logs that it takes fewer.
   FileRecording recording(folder / "tone.m4a", {8000, 1, 1'000'000}, [](const char* line) {
     const std::lock_guard lock(logMutex);
     logLines.emplace_back(line);

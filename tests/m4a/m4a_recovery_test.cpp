@@ -41,8 +41,8 @@ Recovered recover(std::vector<std::byte> bytes) {
   return {report, file->bytes};
 }
 
-// The packets of a growing file: those of the finished recording of the same sound that lie whole
-// before `size_bytes`.
+// The packets of a growing file: those of the finished recording of the same sound that are
+// complete before `size_bytes`.
 std::vector<IndexedPacket> packetsBefore(const std::vector<std::byte>& finished,
                                          std::uint64_t size_bytes) {
   std::string why;
@@ -78,7 +78,7 @@ TEST(M4aRecoveryTest, CompletesAFileCutAtAnyByteWithEveryPacketThatIsWhole) {
     const auto index = walkIndex(bytes, &why);
     ASSERT_TRUE(index) << cut << " " << why;
     auto expected = packetsBefore(finished, cut);
-    if (expected.size() == 1) expected.clear();  // the encoder's delay alone
+    if (expected.size() == 1) expected.clear();  // only the encoder's delay
     ASSERT_EQ(index->packets, expected) << cut;
     const std::uint64_t held = expected.size() * 1024;
     ASSERT_EQ(report.frames, held > 1024 ? held - 1024 : 0);
@@ -252,7 +252,7 @@ TEST(M4aRecoveryTest, SurvivesAnyBytes) {
     const auto changes = 1 + random() % 20;
     for (unsigned i = 0; i < changes; ++i)
       bytes[random() % bytes.size()] = std::byte(random() & 0xff);
-    // Sizes and counts are what a parser trusts wrongly: most damage goes there.
+    // Parsers wrongly trust sizes and counts: most damage is done there.
     const auto boxes = walkBoxes(growing);
     const auto& victim = boxes->at(random() % boxes->size());
     bytes[victim.offset + random() % std::min<std::uint64_t>(victim.size, 120)] ^=

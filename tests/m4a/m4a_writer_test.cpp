@@ -26,7 +26,7 @@ constexpr double kHalfADecibel = 0.25 * 0.056;
 void expectTone(const Decoded& decoded, std::uint32_t channels) {
   ASSERT_EQ(decoded.planes.size(), channels);
   for (std::uint32_t channel = 0; channel < channels; ++channel) {
-    // Whole seconds hold whole periods of every tone.
+    // Whole seconds contain whole periods of every tone.
     const auto& plane = decoded.planes[channel];
     const auto rate = static_cast<std::size_t>(decoded.sampleRate_hz);
     ASSERT_GE(plane.size(), rate);
@@ -57,7 +57,8 @@ TEST_P(FormatTest, FirstFrameIsTheFirstRecorded) {
   const Format& format = GetParam();
   auto decoded = decodeM4a(finishedRecording(format.sampleRate_hz, format));
   ASSERT_EQ(decoded.error, "");
-  // The sine's own phase: a shift by one frame would show as 2 pi f / rate times the amplitude.
+  // Including the sine's phase: a shift by one frame would show as 2 pi f / rate times the
+  // amplitude.
   Tone tone(format);
   const float* const* expected = tone.next(format.sampleRate_hz);
   double difference = 0;
@@ -152,7 +153,7 @@ TEST_P(LengthTest, EveryStatementOfTheLengthIsExact) {
     ASSERT_EQ(decoded.error, "");
     EXPECT_EQ(decoded.containerFrames, frames);
     EXPECT_EQ(decoded.packetFrames, frames);
-    // libav decodes the last packet whole; a player stops where the edit does.
+    // libav decodes the last packet completely; a player stops at the end of the edit.
     EXPECT_EQ(decoded.planes.at(0).size(), (frames + 1023) / 1024 * 1024);
   }
 }
@@ -245,7 +246,7 @@ TEST(M4aWriterTest, CreationTimeIsTheMomentOfTheOpening) {
   EXPECT_EQ(index->creationTime, growing);
 }
 
-// Puts the process's time zone back when it goes.
+// Sets the process's time zone for its lifetime.
 class InTimeZone {
  public:
   explicit InTimeZone(const char* name) {

@@ -14,7 +14,7 @@
 
 namespace linux_host::test {
 
-// A file in memory that outlives its sinks, any operation of which can be made to fail.
+// A file in memory that outlives its sinks. Any operation can be made to fail.
 struct MemoryFile {
   std::vector<std::byte> bytes;
   std::size_t capacity_bytes = std::numeric_limits<std::size_t>::max();
@@ -35,7 +35,7 @@ class MemorySink final : public M4aRepairableFile {
   explicit MemorySink(std::shared_ptr<MemoryFile> file) : file_(std::move(file)) {}
   ~MemorySink() override { file_->closed = true; }
 
-  // A failing append leaves half of its bytes behind, a full one what fits.
+  // A failing append leaves half of its bytes, one on a full disk as many as fit.
   std::string append(std::span<const std::byte> data) override {
     const bool fails = file_->nextFails();
     const std::size_t room =

@@ -17,7 +17,8 @@ struct Recording {
   explicit Recording(const Format& recordedFormat = {}, std::shared_ptr<MemoryFile> into = {},
                      const M4aLabels& labels = {});
 
-  // In pieces of a size that never fits the packets. The first error text, empty on success.
+  // Writes in pieces of a size that never matches the packets. Returns the first error text, empty
+  // on success.
   std::string feed(std::uint64_t frames);
 
   Format format;
@@ -27,7 +28,7 @@ struct Recording {
   std::string openError;
 };
 
-// The bytes of a recording of a tone: after finish(), or as an end of the process leaves it.
+// The bytes of a recording of a tone: after finish(), or as left by a process that ends.
 [[nodiscard]] std::vector<std::byte> finishedRecording(std::uint64_t frames,
                                                        const Format& format = {});
 [[nodiscard]] std::vector<std::byte> interruptedRecording(std::uint64_t frames,

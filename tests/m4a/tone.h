@@ -14,15 +14,15 @@ struct Format {
   std::uint32_t bitrate_bps = 160000;
 };
 
-// With the positions that so many channels usually have; of seven and of more than eight, none.
+// With the usual positions for that number of channels; none for seven or more than eight.
 [[nodiscard]] M4aFormat m4aFormat(const Format& format);
 
-// Channel c carries a sine of frequency_hz(c), amplitude 0.25, from frame 0 on.
+// Channel c has a sine of frequency_hz(c), amplitude 0.25, from frame 0 on.
 class Tone {
  public:
   explicit Tone(const Format& format) : format_(format), planes_(format.channels) {}
 
-  // The fourth of six and of eight channels takes deep sound only.
+  // The fourth of six and of eight channels is for low frequencies only.
   static double frequency_hz(std::uint32_t channel) {
     return channel == 3 ? 100.0 : 400.0 + 150.0 * channel;
   }

@@ -23,14 +23,14 @@
 #include "tests/capture/recorder_fixture.h"
 #include "tests/capture/threaded_parts.h"
 
-// An hour of recording on a clock that runs many times as fast: an audio thread fills the ring, a
+// An hour of recording on a clock that runs many times faster: an audio thread fills the ring, a
 // drain thread empties it into the recorder and its encoder (MP3) or into the m4a writer, and both
 // write a real file.
 //
 //   soak_simulation mp3|m4a FOLDER [MINUTES] [SPEED]
 //
-// Prints the memory as it goes, then one line of the path, a tab and the frames. Fails when a frame
-// is lost or memory grows.
+// Prints memory figures, then one line with the path, a tab and the number of frames. Fails when a
+// frame is lost or memory grows.
 
 namespace {
 
@@ -41,12 +41,12 @@ constexpr std::uint32_t kBlock_frames = 1024;
 constexpr std::uint32_t kRing_s = 10;
 constexpr std::uint64_t kLargestBacklog_frames = 2 * kRate_Hz;
 constexpr int kLooks = 12;
-// An m4a has to keep the size of each packet and the position of each fragment until its end: 12
-// bytes for 21 ms of sound, in arrays that double.
+// An m4a writer keeps the size of each packet and the position of each fragment until the end: 12
+// bytes for 21 ms of sound, in arrays whose capacity doubles.
 constexpr double kIndexGrowth_kB_per_hour = 2048;
 constexpr long kMostGrowth_kB = 512;
 
-// Where the samples go. Drain thread.
+// The destination of the samples. Drain thread.
 class Outlet {
  public:
   virtual ~Outlet() = default;
@@ -74,11 +74,11 @@ class Mp3Outlet : public Outlet {
     const auto& output = memory_.capture.dataOutputs.front();
     *backlog_frames_ += frames;
     output->deliver(linux_host::makeSampleBuffer(planes, 1, frames, kRate_Hz));
-    // Behind it in the same queue.
+    // Runs after it in the same queue.
     output->queue->async([backlog = backlog_frames_, frames] { *backlog -= frames; });
   }
   std::string finish() override {
-    // A stop drops what waits for the encoder; here every frame is counted.
+    // A stop drops what waits for the encoder; here every frame counts.
     dispatch_.waitUntilIdle();
     recorder_->stopRecord();
     dispatch_.waitUntilIdle();
@@ -148,7 +148,7 @@ Memory memoryNow() {
   return memory;
 }
 
-// One second of a tone that has as many whole periods in it.
+// One second of a tone with a whole number of periods.
 std::vector<float> secondOfTone() {
   constexpr double kTone_Hz = 997;
   std::vector<float> second(kRate_Hz);
@@ -158,10 +158,11 @@ std::vector<float> secondOfTone() {
   return second;
 }
 
-// Plays the audio thread: writes block after block, each when its time on the fast clock has come.
+// Acts as the audio thread: writes one block after the other, each when it is due on the fast
+// clock.
 void feed(linux_host::CaptureRing& ring, std::uint64_t blocks, double speed) {
   std::vector<float> second = secondOfTone();
-  // So that a block may begin anywhere.
+  // So that a block can begin anywhere.
   second.insert(second.end(), second.begin(), second.begin() + kBlock_frames);
   const auto begin = steady_clock::now();
   for (std::uint64_t block = 0; block < blocks; ++block) {
@@ -200,8 +201,8 @@ struct Soak {
   }
 };
 
-// Of six looks; what waits for the encoder comes and goes, what leaks stays. (The very first look
-// comes before everything is warm.)
+// The least of six checks: samples that wait for the encoder come and go, leaks stay. (The very
+// first check comes before everything has been loaded.)
 long leastResident_kB(const std::vector<Memory>& looks, std::size_t first) {
   long least_kB = looks.at(first).resident_kB;
   for (std::size_t i = first; i < first + kLooks / 2; ++i) {

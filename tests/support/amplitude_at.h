@@ -9,7 +9,7 @@
 namespace test_support {
 
 // The amplitude of the sine of `frequency_hz` in the samples: their Fourier transform at that
-// point.
+// frequency.
 template <typename Samples>
 double amplitudeAt(const Samples& samples, double frequency_hz, double sampleRate_hz) {
   double cosine = 0;

@@ -21,7 +21,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
   return pointers;
 }
 
-// The test's environment with `changes` in place of the variables of the same name.
+// The test's environment with `changes` replacing variables of the same name.
 std::vector<std::string> mergedEnvironment(const std::vector<std::string>& changes) {
   auto nameOf = [](const std::string& entry) { return entry.substr(0, entry.find('=') + 1); };
   std::vector<std::string> merged = changes;
@@ -36,7 +36,7 @@ std::vector<std::string> mergedEnvironment(const std::vector<std::string>& chang
 }  // namespace
 
 ChildProcess::ChildProcess(const Command& command) {
-  // All memory is made ready before the fork: the child may only make raw system calls.
+  // All memory is prepared before the fork: the child may only make raw system calls.
   std::vector<std::string> arguments = command.arguments;
   std::vector<std::string> environment = mergedEnvironment(command.environment);
   const std::vector<char*> argumentPointers = pointersTo(arguments);

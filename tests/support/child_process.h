@@ -10,18 +10,19 @@
 
 namespace test_support {
 
-// A child that never outlives the test: it is killed with the object, and by the kernel when the
-// test process dies. One thread at a time; start it on a thread that lives as long as the child.
+// A child process that never outlives the test: it is killed with the object, and by the kernel
+// when the test process dies. One thread at a time; start it on a thread that lives as long as the
+// child.
 class ChildProcess {
  public:
   struct Command {
-    std::vector<std::string> arguments;    // the program first, looked up in PATH
+    std::vector<std::string> arguments;    // starts with the program, looked up in PATH
     std::vector<std::string> environment;  // "KEY=value", added to the test's own environment
     std::string outputFile;                // receives stdout and stderr; empty: the test's own
   };
 
-  // Throws std::runtime_error when the child cannot be forked; a program that is not there ends
-  // with exit code 127.
+  // Throws std::runtime_error when the child cannot be forked; a missing program ends with exit
+  // code 127.
   explicit ChildProcess(const Command& command);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
@@ -32,7 +33,7 @@ class ChildProcess {
   [[nodiscard]] bool isRunning();
   // The exit code, or 128 + the signal that ended it; null when it still runs after `limit`.
   std::optional<int> waitForExit(std::chrono::milliseconds limit);
-  // SIGTERM, and SIGKILL to what is left after two seconds. Idempotent.
+  // Sends SIGTERM, and SIGKILL if it still runs after two seconds. Idempotent.
   void terminate();
   void kill();
 

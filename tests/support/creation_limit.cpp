@@ -12,11 +12,11 @@
 #include <cstdlib>
 #include <cstring>
 
-// Loaded in front of a program (LD_PRELOAD), it counts the threads and loops that the program
-// makes, and lets one fail as at a limit of the system:
+// Preloaded into a program (LD_PRELOAD), it counts the threads and loops that the program creates,
+// and makes one fail as at a system limit:
 //   RA_CREATION_FAILS   the number of the one that fails, from 1; "3+": it and all that follow
 //   RA_CREATION_LOG     a file that gets a line for each: its number, what it is, who makes it
-// What GLib makes for itself counts for nothing: it ends the program when that fails.
+// GLib's own do not count: it ends the program when they fail.
 
 namespace {
 

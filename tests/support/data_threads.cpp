@@ -19,7 +19,7 @@ std::string fileOf(pid_t thread, const char* name) {
 }
 
 std::uint64_t pageFaultsOf(pid_t thread) {
-  // Behind the name, which may hold blanks: state, five numbers, flags, minor faults, those of
+  // After the name, which may contain spaces: state, five numbers, flags, minor faults, those of
   // children, major faults.
   const std::string line = fileOf(thread, "stat");
   std::istringstream fields(line.substr(std::min(line.size(), line.rfind(')') + 1)));
@@ -43,8 +43,8 @@ std::set<pid_t> threads() {
 }
 
 std::vector<pid_t> dataThreads(const std::set<pid_t>& threadsBefore) {
-  // A stream's data thread is started by its loop's: PipeWire 0.3 leaves it its starter's name, 1.4
-  // gives it one. The later of two has the greater number.
+  // A stream's loop thread starts its data thread: in PipeWire 0.3 that has its starter's name, in
+  // 1.4 its own. The later thread has the higher id.
   std::vector<pid_t> found;
   std::set<std::string> loops;
   for (const pid_t thread : threads()) {

@@ -20,7 +20,7 @@ namespace test_support {
 namespace {
 
 constexpr double kNsPerSecond = 1e9;
-// Between two looks whether the device runs.
+// The pause between two checks whether the device runs.
 constexpr double kPause_ns = 5e6;
 
 double now_ns() {
@@ -43,7 +43,7 @@ struct DrivenDevice::Impl {
 
   const Wiring wiring;
   std::atomic<int> late{0};
-  std::atomic<std::uint64_t> frame{0};  // the number of the cycle's first
+  std::atomic<std::uint64_t> frame{0};  // the number of the cycle's first frame
   std::atomic<spa_io_position*> position{nullptr};
   std::atomic<bool> streaming{false};
   std::atomic<bool> quit{false};
@@ -81,7 +81,7 @@ void DrivenDevice::Impl::onProcess(void* data) {
 // Starts the cycles as the device's interrupt would.
 void DrivenDevice::Impl::run() {
   const sched_param priority{80};
-  pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);  // where it is allowed
+  pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);  // if permitted
   double next_ns = now_ns();
   while (!quit) {
     spa_io_position* const io = position;

@@ -11,8 +11,8 @@
 
 namespace test_support {
 
-// A device of its own that starts the graph's cycles, as a sound card's interrupt does, at the rate
-// of 48 kHz by a crystal of its own.
+// A device that starts the graph's cycles, like a sound card's interrupt, at 48 kHz by its own
+// crystal.
 class DrivenDevice {
  public:
   static constexpr std::uint32_t kRate_Hz = 48000;
@@ -21,13 +21,13 @@ class DrivenDevice {
     std::string nodeName;
     bool isSink = false;                   // else it is a microphone
     std::vector<std::uint32_t> positions;  // enum spa_audio_channel, one for each channel
-    // Above 1 its cycles come faster than the nominal rate says.
+    // Above 1, its cycles come faster than at the nominal rate.
     double speed = 1;
     // On the data thread: fills a cycle's buffer, or empties it. `frame` counts from the start,
-    // with the cycles that were left out.
+    // including skipped cycles.
     std::function<void(spa_buffer& buffer, std::uint64_t frame, std::uint32_t frames)> exchange;
-    // On the crystal's thread, for each cycle: how many are left out before it, as by a device that
-    // nobody served in time.
+    // On the crystal's thread, for each cycle: how many cycles to skip before it, like a device
+    // that was not served in time.
     std::function<std::uint64_t(std::uint64_t cycle_frames)> leftOut = [](std::uint64_t) {
       return std::uint64_t{0};
     };
@@ -35,12 +35,12 @@ class DrivenDevice {
 
   // Throws when it cannot connect.
   explicit DrivenDevice(Wiring wiring);
-  // Returns when nothing of the wiring is called any more.
+  // Returns when the wiring's functions are no longer called.
   ~DrivenDevice();
   DrivenDevice(const DrivenDevice&) = delete;
   DrivenDevice& operator=(const DrivenDevice&) = delete;
 
-  // Cycles whose turn had passed before they could be started, for want of processor time.
+  // Cycles that could not be started in time for lack of processor time.
   [[nodiscard]] int lateCycles() const;
 
  private:

@@ -45,7 +45,7 @@ struct DrivenMicrophone::Impl {
 
   std::atomic<int> toSkip{0};
   std::atomic<std::uint64_t> skipped_frames{0};
-  DrivenDevice device;  // last: its end is the end of all calls
+  DrivenDevice device;  // last, so destroyed first, which ends all calls
 };
 
 DrivenMicrophone::DrivenMicrophone(std::string nodeName)

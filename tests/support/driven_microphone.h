@@ -7,9 +7,8 @@
 
 namespace test_support {
 
-// A microphone of one channel at 48 kHz, a device of its own that starts the graph's cycles. It
-// sends the signal frameNumber() of its clock, and may leave cycles out as a device does that
-// nobody served in time.
+// A microphone with one channel at 48 kHz, a device that starts the graph's cycles. It sends the
+// signal frameNumber() of its clock, and can skip cycles like a device that was not served in time.
 class DrivenMicrophone {
  public:
   explicit DrivenMicrophone(std::string nodeName);
@@ -17,9 +16,9 @@ class DrivenMicrophone {
   DrivenMicrophone(const DrivenMicrophone&) = delete;
   DrivenMicrophone& operator=(const DrivenMicrophone&) = delete;
 
-  // Leaves the next `cycles` out: their sound is lost.
+  // Skips the next `cycles`: their sound is lost.
   void skip(int cycles);
-  // Frames left out so far.
+  // Frames skipped so far.
   [[nodiscard]] std::uint64_t skippedFrames() const;
 
  private:

@@ -37,7 +37,7 @@ struct DrivenSink::Impl {
 
   std::vector<float> samples;
   std::atomic<std::size_t> frames{0};
-  DrivenDevice device;  // last: its end is the end of all calls
+  DrivenDevice device;  // last, so destroyed first, which ends all calls
 };
 
 DrivenSink::DrivenSink(std::string nodeName, double speed_ppm, double room_s)

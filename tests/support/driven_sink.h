@@ -9,11 +9,11 @@
 
 namespace test_support {
 
-// A stereo sink with a crystal of its own: its cycles come faster or slower than the nominal rate
-// of 48 kHz says. Keeps what is played to its first channel.
+// A stereo sink with its own crystal: its cycles come faster or slower than at the nominal rate of
+// 48 kHz. Records what is played to its first channel.
 class DrivenSink {
  public:
-  // `speed_ppm` above 0 is fast. Room for that many seconds.
+  // `speed_ppm` above 0 is fast. Has room for this many seconds.
   DrivenSink(std::string nodeName, double speed_ppm, double room_s);
   ~DrivenSink();
   DrivenSink(const DrivenSink&) = delete;
@@ -22,7 +22,7 @@ class DrivenSink {
   // Frames played since the start; silence counts.
   [[nodiscard]] std::size_t frames() const;
   [[nodiscard]] std::vector<float> samples(std::size_t from, std::size_t to) const;
-  // Cycles whose turn had passed before they could be started, for want of processor time.
+  // Cycles that could not be started in time for lack of processor time.
   [[nodiscard]] int lateCycles() const;
 
  private:

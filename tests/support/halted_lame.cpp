@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// For LD_PRELOAD: an MP3 encoder that stands still as long as the file named by RA_HALT_LAME is
-// there, as one does on a computer that has other things to do.
+// For LD_PRELOAD: an MP3 encoder that stalls as long as the file named by RA_HALT_LAME exists, as
+// on a computer that is busy with other work.
 
 #include <dlfcn.h>
 #include <lame/lame.h>

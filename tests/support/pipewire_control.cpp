@@ -47,7 +47,7 @@ pw_properties* toProperties(const PipeWireControl::Properties& map) {
 
 }  // namespace
 
-// Everything in here is touched with the loop locked.
+// Everything in here is used only with the loop locked.
 struct PipeWireControl::Impl {
   pw_thread_loop* loop = nullptr;
   pw_context* context = nullptr;
@@ -60,7 +60,7 @@ struct PipeWireControl::Impl {
   spa_hook defaultsListener{};
   std::map<std::uint32_t, Global> globals;
   std::map<std::string, std::string> metadata;
-  std::optional<std::map<std::string, std::string>> freshMetadata;  // of a bind not yet answered
+  std::optional<std::map<std::string, std::string>> freshMetadata;  // of a pending bind
   int bindSequence = -1;
   std::chrono::steady_clock::time_point lastNews;
   std::map<std::string, pw_proxy*> created;
@@ -69,7 +69,7 @@ struct PipeWireControl::Impl {
   bool dead = false;
   bool readsAgain = true;
 
-  // Also when the daemon never answered, with the loop running.
+  // Also works if the daemon never answered while the loop was running.
   ~Impl() {
     if (core == nullptr) return;
     pw_thread_loop_stop(loop);
@@ -134,8 +134,8 @@ struct PipeWireControl::Impl {
     self->globals.erase(id);
     if (id == self->defaultsGlobal) self->forgetDefaults();
   }
-  // What is heard until the daemon has answered takes the place of all that was known. Before that
-  // the object must not be let go: the daemon uses what it has of it once more.
+  // Everything received until the daemon answers replaces the old copy. Before that the object must
+  // not be destroyed: the daemon uses its memory once more.
   void bindDefaults() {
     if (freshMetadata) return;
     static constexpr pw_metadata_events kEvents{PW_VERSION_METADATA_EVENTS, onMetadata};
@@ -157,7 +157,7 @@ struct PipeWireControl::Impl {
     spa_hook_remove(&defaultsListener);
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(defaults, nullptr)));
   }
-  // They go with the session manager that held them.
+  // They go with the session manager that owned them.
   void forgetDefaults() {
     unbindDefaults();
     defaultsGlobal = SPA_ID_INVALID;
@@ -166,7 +166,7 @@ struct PipeWireControl::Impl {
   }
 
   std::vector<std::uint32_t> portsOf(std::uint32_t node, const std::string& direction) {
-    std::vector<std::pair<int, std::uint32_t>> ports;  // by their number on the node
+    std::vector<std::pair<int, std::uint32_t>> ports;  // by their index on the node
     for (auto& [id, global] : globals) {
       if (global.type != PW_TYPE_INTERFACE_Port ||
           global.properties[PW_KEY_NODE_ID] != std::to_string(node) ||
@@ -189,7 +189,7 @@ struct PipeWireControl::Impl {
     }
     return std::nullopt;
   }
-  // The condition is asked with the loop locked.
+  // The condition is checked with the loop locked.
   void waitFor(const std::string& what, const std::function<bool()>& condition) {
     const bool held = waitUntil(
         [&] {
@@ -199,7 +199,7 @@ struct PipeWireControl::Impl {
         std::chrono::seconds(10));
     if (!held) throw std::runtime_error("PipeWire control: waited in vain for " + what);
   }
-  // `addProperties` adds to the Props object that the node then gets.
+  // `addProperties` adds to the Props object, which is then set on the node.
   void setProps(std::uint32_t node, const std::function<void(spa_pod_builder*)>& addProperties) {
     std::array<std::uint8_t, 1024> buffer{};
     spa_pod_builder builder{};

@@ -15,7 +15,7 @@
 
 namespace test_support {
 
-// Waits until `condition` holds; false when it did not within `limit`. Looks every millisecond.
+// Waits until `condition` holds; false when it did not within `limit`. Checks every millisecond.
 bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = std::chrono::seconds(5));
 
@@ -23,13 +23,13 @@ bool waitUntil(const std::function<bool()>& condition,
 // long.
 bool socketAnswers(const std::string& path);
 
-// A whole sound server of the test's own: PipeWire, WirePlumber and a session bus as children, with
-// their own run-time, configuration, state and home folders, all removed at the end. No hardware is
-// looked for; make devices with PipeWireControl.
+// A complete private sound server: PipeWire, WirePlumber and a session bus as child processes, with
+// their own runtime, configuration, state and home folders, all removed at the end. It uses no
+// hardware; create devices with PipeWireControl.
 //
-// While it lives, this process's environment points at it too (and at no system bus), so build it
-// before the first thread and destroy it after the last. A test that takes longer than its watchdog
-// allows is aborted, and the children with it.
+// While it lives, this process's environment points at it, too (and at no system bus). So create it
+// before the first thread and destroy it after the last. A watchdog aborts a test that takes too
+// long, together with the children.
 class PrivatePipeWire {
  public:
   struct Options {
@@ -50,8 +50,7 @@ class PrivatePipeWire {
     }
   };
 
-  // Returns when all servers answer. Throws std::runtime_error, with the servers' log, when they do
-  // not.
+  // Returns when all servers answer. Otherwise throws std::runtime_error with the servers' log.
   PrivatePipeWire();
   explicit PrivatePipeWire(Options options);
   ~PrivatePipeWire();
@@ -63,18 +62,19 @@ class PrivatePipeWire {
   [[nodiscard]] std::string stateHome() const { return directory_ + "/state"; }
   [[nodiscard]] std::string home() const { return directory_ + "/home"; }
   [[nodiscard]] std::string busAddress() const { return "unix:path=" + directory_ + "/bus"; }
-  // Services that the bus may start: put .service files there before their first use.
+  // The folder of services that the bus may start: put .service files there before their first use.
   [[nodiscard]] std::string busServices() const { return directory_ + "/services"; }
-  // For programs under test: all that makes them use these servers, as "KEY=value".
+  // For programs under test: the variables that make them use these servers, as "KEY=value".
   [[nodiscard]] std::vector<std::string> environment() const;
-  // What the servers said.
+  // The servers' output.
   [[nodiscard]] std::string log() const;
 
   ChildProcess& daemon() { return *daemon_; }
   ChildProcess& sessionManager() { return *sessionManager_; }
-  // The daemon dies at once, as by SIGKILL; the session manager is ended too.
+  // Kills the daemon with SIGKILL and ends the session manager.
   void killDaemon();
-  // Starts what killDaemon() ended (or what was not started) and waits until it answers.
+  // Starts the servers again after killDaemon() (or for the first time) and waits until they
+  // answer.
   void startDaemon();
 
  private:

@@ -7,8 +7,9 @@
 
 namespace test_support {
 
-// A connection to the daemon whose audio callbacks run with real-time priority, as those of devices
-// and players do. For a loop that does not run yet or is locked; outlives what is made on it.
+// A connection to the daemon whose audio callbacks run with real-time priority, like those of
+// devices and players. For a loop that does not run yet or is locked; outlives the objects created
+// on it.
 class RealtimeConnection {
  public:
   explicit RealtimeConnection(pw_loop* loop)

@@ -45,7 +45,7 @@ namespace {
 using detail::Counts;
 using detail::counts;
 
-// What the child tells its parent.
+// The child's message to its parent.
 struct Message {
   Counts::Snapshot counts;
   std::uint32_t bodyResult;
@@ -65,8 +65,8 @@ void onTrappedSystemCall(int /*signal*/, siginfo_t* info, void* context) {
 constexpr std::uint32_t kDataNr = offsetof(seccomp_data, nr);
 constexpr std::uint32_t kDataFirstArgument = offsetof(seccomp_data, args[0]);
 
-// From now on every system call of the process raises SIGSYS, except the three with which the
-// child returns from that signal, reports and ends.
+// From now on every system call of the process raises SIGSYS, except the three that the child needs
+// to return from that signal, report and exit.
 bool trapSystemCalls(int reportFd) {
   struct sigaction action {};
   action.sa_sigaction = onTrappedSystemCall;

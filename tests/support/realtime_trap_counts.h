@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// Between the trap and the functions it puts in front of the system's: what was called while a
-// thread was watched. Safe in a signal handler and within malloc.
+// Shared by the trap and its replacements of the system's functions: what was called while a thread
+// was watched. Safe in a signal handler and within malloc.
 
 namespace realtime_trap::detail {
 
@@ -73,7 +73,7 @@ class Counts {
 };
 
 Counts& counts();
-// Whether the current thread is watched right now.
+// Whether the current thread is being watched.
 bool watching();
 void watch(int change);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The functions that stand in front of the C library's. Linked into the program under test, they
-// are found first by it and by every shared library it loads.
+// Replacements of C library functions. Linked into the program under test, they are found first by
+// it and by every shared library that it loads.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -62,7 +62,7 @@ namespace {
 using realtime_trap::detail::Call;
 using realtime_trap::detail::note;
 
-// The next function of that name behind this program's own.
+// The next function of that name after this program's own.
 template <typename Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The trap itself: a trap that catches nothing would prove nothing.
+// Tests the trap itself: a trap that catches nothing would prove nothing.
 
 #include "tests/support/realtime_trap.h"
 

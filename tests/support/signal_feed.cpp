@@ -19,7 +19,7 @@ constexpr double kFeedRate_Hz = 48000.0;
 constexpr std::uint64_t kNumbers = 1U << 23;
 
 float tone(double frequency_Hz, std::uint64_t frame) {
-  // Whole periods are taken off first: the phase stays exact for hours.
+  // Whole periods are subtracted first, so that the phase stays exact for hours.
   const double phase =
       std::fmod(static_cast<double>(frame) * frequency_Hz, kFeedRate_Hz) / kFeedRate_Hz;
   return static_cast<float>(0.5 * std::sin(2.0 * std::numbers::pi * phase));

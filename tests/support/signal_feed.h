@@ -8,13 +8,13 @@
 
 namespace test_support {
 
-// A program that plays a known signal without end, each sample a function of its number alone, so
-// that whoever records it can tell a lost, doubled or bent sample. Link it into a microphone with
+// Plays a known signal without end. Each sample depends only on its number, so that a recording
+// shows every lost, repeated or changed sample. Link it to a microphone with
 // PipeWireControl::link(feed.nodeName(), "microphone"); with the same rate on both sides the
 // samples arrive bit for bit.
 class SignalFeed {
  public:
-  // Called on an audio thread, once for each channel and sample in their order.
+  // Called on an audio thread, once for each channel and sample, in order.
   using Signal = float (*)(std::uint64_t frame, std::uint32_t channel);
 
   SignalFeed(std::string nodeName, std::uint32_t channels, Signal signal);
@@ -35,10 +35,10 @@ class SignalFeed {
 float tone1000Hz(std::uint64_t frame, std::uint32_t channel);
 // 1 kHz on even, 500 Hz on odd channels.
 float toneEachChannel(std::uint64_t frame, std::uint32_t channel);
-// The frame's number, counted from 1 to 2^23 and round again, as a fraction of 2^23: exact in a
-// float and never zero, so that every frame names itself.
+// The frame's number, which repeats from 1 to 2^23, as a fraction of 2^23: exact in a float and
+// never zero, so that every frame identifies itself.
 float frameNumber(std::uint64_t frame, std::uint32_t channel);
-// The number that such a sample stands for.
+// The frame number in such a sample.
 std::uint64_t frameNumberOf(float sample);
 
 }  // namespace test_support

@@ -10,7 +10,7 @@ namespace {
 constexpr std::uint32_t kNoiseRate_Hz = 22050;
 constexpr std::uint32_t kNoise_frames = 600 * kNoiseRate_Hz;
 
-// A WAV of one channel of 16 bits, for a machine of the usual byte order.
+// A 16-bit WAV file with one channel, for a little-endian machine.
 std::string writtenNoise(const std::string& path) {
   std::ofstream file(path);
   const auto put = [&](std::uint32_t value, int bytes) {

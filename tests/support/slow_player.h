@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// A player that is heard by a microphone and asks for long cycles at a rate of its own: the cycles'
-// length changes whenever somebody who asks for shorter ones comes or goes.
+// A player that plays into a microphone and asks for long cycles at another rate: the cycle length
+// changes whenever a client that asks for shorter ones comes or goes.
 class SlowPlayer {
  public:
   // Noise at half of full scale for ten minutes. `directory`: for its files.

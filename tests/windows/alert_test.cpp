@@ -13,7 +13,7 @@ class AlertTest : public WindowsTest {
     auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
     return box != nullptr && box->isVisible() ? box : nullptr;
   }
-  // What the alert comes to when the user does `act`.
+  // The alert's answer when the user does `act`.
   static int answer(const platform::Alert& alert, const std::function<void(QMessageBox&)>& act) {
     InModalDialog user([&] {
       QMessageBox* box = shownBox();
@@ -118,7 +118,7 @@ TEST_F(AlertTest, IsRaisedOverTheOtherWindows) {
     EXPECT_TRUE(box.isVisible());
     box.reject();
   });
-  windowsModule().raiseAlert();  // with none there
+  windowsModule().raiseAlert();  // without any alert
 }
 
 TEST_F(AlertTest, LetsTheMainLoopGoOn) {

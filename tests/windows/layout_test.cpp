@@ -35,8 +35,7 @@ class LayoutTest : public WindowsTest, public testing::WithParamInterface<std::s
         QTest::qWaitFor([&] { return widget<QComboBox>("audioSource").currentIndex() == 0; }));
   }
 
-  // The style leaves a pixel at both ends; a little more is for fonts that are wider than the one
-  // the test finds.
+  // The style leaves a pixel at both ends; the rest is for fonts that are wider than the test's.
   static double roomForText(const QComboBox& box) {
     constexpr double kWidestFont = 1.05;
     QStyleOptionComboBox option;
@@ -88,7 +87,7 @@ TEST_P(LayoutTest, EveryLabelIsLevelWithItsControl) {
   const auto middle = [&](const QWidget& one) {
     return one.mapTo(&dialog(), one.rect().center()).y();
   };
-  // Also where the script's lines are taller than those of the font that the test finds.
+  // Even if the script's lines are taller than those of the test's font.
   for (const char* name : {"audioSourceLabel", "soundFormatLabel", "qualityLabel",
                            "outputLocationLabel", "shortcutLabel"}) {
     auto& label = widget<QLabel>(name);

@@ -30,7 +30,7 @@ class OutputLocationTest : public WindowsTest {
   }
   QPushButton& button() const { return widget<QPushButton>("outputLocation"); }
 
-  // As the pointer does it, which a modal dialog keeps out.
+  // Like the pointer, which a modal dialog blocks.
   void clickOnScreen() const {
     QTest::mouseClick(dialog().windowHandle(), Qt::LeftButton, {},
                       button().mapTo(&dialog(), button().rect().center()));
@@ -87,7 +87,7 @@ TEST_F(OutputLocationTest, ShowsTheFolderWithAnIcon) {
   EXPECT_FALSE(button().toolTip().contains(QStringLiteral("<b>")));
 }
 
-// A theme's drawings for light windows, in a dark one.
+// A theme's icons for light windows, in a dark one.
 TEST_F(OutputLocationTest, TheIconIsSeenOnADarkButton) {
   const QString folder = root_.filePath(QStringLiteral("theme/trial/16/places"));
   ASSERT_TRUE(QDir().mkpath(folder));
@@ -212,7 +212,7 @@ TEST_F(OutputLocationTest, ShowsItsOwnChooserWhenTheDesktopsFails) {
 TEST_F(OutputLocationTest, ADialogDoesNotKeepTheProgramFromEnding) {
   EXPECT_TRUE(change([](QFileDialog&) { services().endDialogs(); }).success);
   EXPECT_THAT(services().asked, IsEmpty());
-  // Another program's dialog that nobody answers.
+  // Another program's dialog that is never answered.
   services().desktopChooser = [](const std::string&, const auto&) {
     QTimer::singleShot(0, qApp, [] { services().endDialogs(); });
   };

@@ -20,7 +20,7 @@ class PopUpButtonTest : public WindowsTest {
   QComboBox& box() const { return widget<QComboBox>("audioSource"); }
   QAbstractItemView& menu() const { return *box().view(); }
 
-  // As the audio source list fills it.
+  // Fills it like the audio source list.
   void fill(const std::vector<std::string>& microphones, int selected) {
     port_->removeAllItems();
     if (!microphones.empty()) port_->addItem("Default input device");
@@ -193,7 +193,7 @@ TEST_P(DeviceNameTest, IsShownSafelyAndChosen) {
   EXPECT_EQ(port_->indexOfSelectedItem(), 2);
   EXPECT_TRUE(QTest::qWaitFor([&] { return box().currentText() == GetParam().shown; }));
   EXPECT_EQ(dialog().size(), size) << "a name must not change the window's size";
-  // Tool tips are drawn as what their tags say; the name's own must not be.
+  // Tool tips are drawn with their markup; tags in the name must not be.
   EXPECT_FALSE(box().itemData(2, Qt::ToolTipRole).toString().contains(QStringLiteral("<b>")));
 }
 

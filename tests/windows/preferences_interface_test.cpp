@@ -24,7 +24,7 @@ class PreferencesInterfaceTest : public WindowsTest {
     return PreferencesWindowController::initWithWindowNibName(
         machine_.environment, "AudioPreferencesWindow", {}, [this] { ++quits_; });
   }
-  // Names the controls in the order in which the Tab key visits them.
+  // The names of the controls in the order of the Tab key.
   std::vector<std::string> tabOrder() {
     std::vector<std::string> order;
     QWidget* const first = &widget("audioSource");
@@ -45,7 +45,7 @@ TEST_F(PreferencesInterfaceTest, HasEveryOutletOfTheControllerAndNoOther) {
   const auto controller = makeController();
   std::set<std::string> declared;
   for (const std::string& name : controller->outletNames()) declared.insert(name);
-  // This tool's window goes without the check box.
+  // This tool's window does not have the check box.
   EXPECT_EQ(declared.erase("highlightMouseClicksButton"), 1U);
   for (const std::string& name : declared) {
     EXPECT_NE(dialog().findChild<QWidget*>(QString::fromStdString(name)), nullptr) << name;
@@ -183,7 +183,7 @@ TEST_P(LanguageTest, EveryFieldHasAMnemonicOfItsOwn) {
   EXPECT_EQ(users.size(), 6U);
 }
 
-// What assistive technology is told.
+// What assistive technology gets.
 TEST_P(LanguageTest, EveryControlHasAnAccessibleNameAndRole) {
   show();
   const std::map<std::string, QAccessible::Role> roles{

@@ -21,11 +21,11 @@
 #include "hosts/linux/base/string_table.h"
 #include "hosts/linux/windows/windows_module.h"
 
-// The module with the windows, as the program loads it, on a screen in memory.
+// The windows module, loaded as in the program, on a virtual screen.
 
 namespace linux_host {
 
-// The program's side: texts of one language, and an output folder that may refuse a change.
+// The program's side: texts in one language, and an output folder that can refuse a change.
 class FakeServices : public WindowsServices {
  public:
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
@@ -42,30 +42,30 @@ class FakeServices : public WindowsServices {
                       std::function<void(const ShortcutChoice&)> done) override {
     shortcutChoices.push_back(std::move(done));
   }
-  // The shortcut becomes this one, which the window is told.
+  // Changes the shortcut and tells the window.
   void changeShortcut(const Shortcut& shortcut) {
     shortcut_ = shortcut;
     if (shortcutFollower_) shortcutFollower_(shortcut_);
   }
-  // What the user has asked for and nobody has answered.
+  // The user's requests that have not been answered.
   std::vector<std::function<void(const ShortcutChoice&)>> shortcutChoices;
 
   void runLoopBy(std::function<void()>, std::function<void()> ends) override {
     endDialogs = std::move(ends);
   }
-  // What the program calls when it ends.
+  // Called by the program when it ends.
   std::function<void()> endDialogs;
 
   // The name of a string table, e.g. "de".
   void speak(const std::string& language);
-  // Back to English, and a folder that takes every change.
+  // Resets to English and a folder that accepts every change.
   void reset();
 
   std::optional<std::string> folder = "/home/somebody/Music";
-  // What the next changes of the folder come to; empty: they succeed.
+  // The result of the next changes of the folder; empty: they succeed.
   std::string refusal;
   std::vector<std::string> asked;
-  // What the desktop's folder chooser does; null: there is none.
+  // The action of the desktop's folder chooser; null: there is none.
   std::function<void(const std::string& opened, const std::function<void(FolderChoice)>& done)>
       desktopChooser;
 
@@ -75,14 +75,14 @@ class FakeServices : public WindowsServices {
   std::function<void(const Shortcut&)> shortcutFollower_;
 };
 
-// Every language there is a string table for.
+// Every language that has a string table.
 std::vector<std::string> languages();
 
-// The whole process has one module and one application. The module's side of the main thread.
+// The process's only module, with its only application.
 WindowsModule& windowsModule();
 FakeServices& services();
 
-// Keeps what an interface file connects and what its controls send.
+// Records what an interface file connects and what its controls send.
 class FakeOwner : public platform::InterfaceOwner {
  public:
   void connectOutlet(const std::string& name,
@@ -104,8 +104,8 @@ class FakeOwner : public platform::InterfaceOwner {
   std::function<void(const std::string&, platform::View*)> onAction;
 };
 
-// Runs `act` from the event loop, again and again until it returns true: for dialogs that are
-// modal to whoever opened them.
+// Runs `act` from the event loop until it returns true: for modal dialogs, which block the code
+// that opens them.
 class InModalDialog {
  public:
   explicit InModalDialog(std::function<bool()> act);
@@ -116,14 +116,14 @@ class InModalDialog {
   bool done_ = false;
 };
 
-// The preferences window, not shown yet, and whom it sends its actions to.
+// The preferences window, not shown yet, and the receiver of its actions.
 class WindowsTest : public testing::Test {
  protected:
   WindowsTest();
   ~WindowsTest() override;
 
   void load();
-  // Loads the window unless it is there, shows it and makes it the active one.
+  // Loads the window unless it is there, shows it and makes it active.
   void show();
 
   [[nodiscard]] QDialog& dialog() const;
@@ -133,7 +133,7 @@ class WindowsTest : public testing::Test {
     if (found == nullptr) throw std::runtime_error(std::string("no widget ") + name);
     return *found;
   }
-  // Every widget the interface file names, its window included.
+  // Every widget named in the interface file, including its window.
   [[nodiscard]] std::vector<QWidget*> namedWidgets() const;
   // The text as the user sees it in the current language.
   [[nodiscard]] static QString text(const char* key) {

@@ -175,6 +175,7 @@ TEST_F(ApplicationTest, AnAlertThatWaitsIsRaisedInsteadOfAReopen) {
   EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish"));
 }
 
+// A user who clicks twice wants to see what is wrong, not a second attempt later.
 TEST_F(ApplicationTest, WhoAsksDuringAnAlertOfTheLaunchIsAnsweredAtOnceAndAClickIsNotKept) {
   bool waits = false;
   int raised = 0;

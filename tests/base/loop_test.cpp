@@ -135,6 +135,7 @@ TEST_F(CoreTimerTest, FiresLikeAnyOtherWhileNothingHoldsIt) {
   loop_.run();
 }
 
+// An alert that a timer closes would go unread.
 TEST_F(CoreTimerTest, IsHeldWhileAnAlertWaitsAndFiresOnceAfterwards) {
   core_.hold();
   core_.hold();

@@ -14,6 +14,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
+// No sound is lost because of a wrong number.
 TEST(SettingsInRangeTest, ANumberThatIsNoCodeReadsAsTheDefaultAndIsKept) {
   const base_test::TemporaryFolder folder;
   const std::string path = folder / "defaults.json";

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The desktop entry is valid, is found by the words people look for in every language, and tells
-the desktop what the program does.
+"""Checks that the desktop entry is valid, is found by common search words in every language, and
+tells the desktop what the program does.
 
 usage: check_desktop_entry.py DESKTOP_FILE
 """
@@ -15,9 +15,9 @@ sys.dont_write_bytecode = True  # the sources may be read-only
 
 from check_string_tables import LANGUAGES  # noqa: E402
 
-# Under Sound, and as a recorder.
+# In the Sound category, as a recorder.
 CATEGORIES = {"AudioVideo", "Audio", "Recorder"}
-# What the program makes is called the same everywhere.
+# The file formats have the same names in every language.
 WORDS_EVERYWHERE = {"mp3", "m4a"}
 FEWEST_KEYWORDS = 6
 
@@ -31,10 +31,10 @@ def check(entry):
     problems = []
     if missing := CATEGORIES - words(main.get("Categories", "")):
         problems.append(f"Categories lacks {sorted(missing)}")
-    # Without it a desktop does not offer to switch the program's notifications on and off.
+    # Without this a desktop does not offer to switch the program's notifications on and off.
     if main.get("X-GNOME-UsesNotifications") != "true":
         problems.append("X-GNOME-UsesNotifications is not true")
-    # By it a desktop finds the windows of this launcher, and offers no second one.
+    # Through these a desktop matches windows to this launcher, and offers no second window.
     if main.get("StartupWMClass") != pathlib.Path(sys.argv[1]).stem:
         problems.append("StartupWMClass is not the name of the file, which the windows have")
     if main.get("SingleMainWindow") != "true":
@@ -52,7 +52,7 @@ def check(entry):
 
 
 def refusals(path):
-    """What the validator says, which for a release or two does not know the newest key."""
+    """The validator's complaints, except about the newest key, which it may not know yet."""
     text = pathlib.Path(path).read_text(encoding="utf-8")
     with tempfile.TemporaryDirectory() as folder:
         known = pathlib.Path(folder, pathlib.Path(path).name)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The icons read at 16 pixels, on light and on dark panels, and tell the two phases apart.
+"""Checks that the icons are legible at 16 pixels on light and dark panels, and differ clearly.
 
 usage: check_icons.py ICON_THEME_FOLDER
 """
@@ -12,10 +12,10 @@ import xml.etree.ElementTree as ElementTree
 
 NAME = "com.vantrel.korvel.RecordAudio"
 SIZE_PX = 16
-# Panels of light and dark desktops, and the colour that such a desktop draws symbolic icons in.
+# Panels of light and dark desktops, and the colour of symbolic icons on them.
 PANELS = {"light": ("#fafafa", "#2e3436"), "dark": ("#242424", "#f6f5f4")}
-# What has to differ clearly from the panel for a shape to be seen: the contrast of graphics that
-# the accessibility guidelines ask for, in that share of all pixels.
+# A shape is visible if this share of all pixels has the contrast to the panel that the
+# accessibility guidelines require for graphics.
 CONTRAST = 3.0
 SHARE = 0.12
 
@@ -23,7 +23,7 @@ problems = []
 
 
 def pixels(svg, background, colour=None):
-    """Rows of (r, g, b), drawn at SIZE_PX on the background."""
+    """Returns rows of (r, g, b), drawn at SIZE_PX on the background."""
     with tempfile.TemporaryDirectory() as folder:
         command = ["rsvg-convert", "-w", str(SIZE_PX), "-h", str(SIZE_PX), "-b", background]
         if colour:
@@ -65,18 +65,18 @@ def check(kind, suffix):
             drawn[phase, panel] = picture
             if len(picture) != SIZE_PX * SIZE_PX:
                 problems.append(f"{svg.name} is not {SIZE_PX} pixels wide and high")
-            # A light shape in a dark one reads on both: what stands out from its surroundings.
+            # A light shape inside a dark one is visible on both panels.
             share = sum(contrast(pixel, rgb(background)) >= CONTRAST
                         for pixel in picture) / len(picture)
             if share < SHARE:
-                problems.append(f"{svg.name} is hardly seen on a {panel} panel: {share:.0%}")
+                problems.append(f"{svg.name} is hardly visible on a {panel} panel: {share:.0%}")
             if share > 0.95:
                 problems.append(f"{svg.name} is a mere square on a {panel} panel")
     for panel in PANELS:
         different = sum(one != other
                         for one, other in zip(drawn["", panel], drawn["-active", panel]))
         if different < 0.1 * SIZE_PX * SIZE_PX:
-            problems.append(f"{kind}: rest and active look alike on a {panel} panel ({different})")
+            problems.append(f"{kind}: idle and active look alike on a {panel} panel ({different})")
 
 
 folder = pathlib.Path(sys.argv[1])

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What `cmake --install` puts in place is complete and fits together.
+"""Checks that what `cmake --install` installs is complete and consistent.
 
-Installs into a folder of its own and looks at the result as the desktop, the shells and a reader
+Installs into a temporary folder and examines the result as the desktop, the shells and a reader
 would.
 
 usage: check_installation.py SOURCE_FOLDER BUILD_FOLDER PREFIX LIBRARY_FOLDER
@@ -38,7 +38,7 @@ def expect_success(*command):
 
 
 def installed_files(root, prefix, library_folder):
-    """Paths as in installed_files.txt: {prefix} and {lib} stand for what the build was told."""
+    """Paths as in installed_files.txt, with {prefix} and {lib} for the configured folders."""
     lines = []
     for path in sorted(root.rglob("*")):
         if path.is_dir():
@@ -59,14 +59,14 @@ def check_list(source, found):
 
 
 def libraries_of(program):
-    """Libraries that the file is linked to or names to open them, without the number of the
-    interface: each release of the system has another one."""
+    """Returns the libraries that the file links to or opens by name, without the interface number,
+    which differs between releases of the system."""
     return {name.decode() for name in
             re.findall(rb"\b(lib[A-Za-z0-9_+.-]+\.so)\.[0-9]+\b", program.read_bytes())}
 
 
 def check_third_party(source, root):
-    """docs/third-party.md lists the libraries of all that is installed, and no others."""
+    """Checks that docs/third-party.md lists the libraries of all installed files, and no others."""
     listed = set(re.findall(r"^\| `([^`]+)`", (source / "docs/third-party.md").read_text(),
                             re.MULTILINE))
     used = {}
@@ -74,7 +74,7 @@ def check_third_party(source, root):
         if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF":
             for library in libraries_of(path):
                 used.setdefault(library, path.name)
-    # The sanitizers' own come with a build for tests alone.
+    # Only builds for tests use the sanitizers' libraries.
     used = {name: by for name, by in used.items() if not re.match(r"lib(a|t|ub)san\.so", name)}
     for name in sorted(set(used) - listed):
         problems.append(f"docs/third-party.md does not list {name}, which {used[name]} uses")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Every text that the user is shown is in every string table, and nothing else is.
+"""Checks that every text shown to the user is in every string table, and nothing else is.
 
 Reads the sources, the windows and the tables, so it fails when a text is added and not translated.
 
@@ -18,7 +18,7 @@ LANGUAGES = "de es fr it ja ko nl pl pt_BR ru tr uk zh_CN zh_TW".split()
 ROOMS = """app settings capture routing suite hosts/linux/indicator hosts/linux/host
     hosts/linux/windows hosts/linux/windows_qt hosts/linux/notifications hosts/linux/power""".split()
 
-# What goes to the log, to standard output or over the bus, and is English there.
+# Calls whose texts go to the log, to standard output or over the bus, and stay English.
 UNSHOWN_CALLS = re.compile(
     r"VKLogVariadic|log\w*|reportOnce|failRecording|runtime_error|logic_error|invalid_argument|CommandLineError"
     r"|g_dbus\w*|g_variant\w*|printf|snprintf|asm|volatile|assert\w*|static_assert|emit|warn\w*")
@@ -45,7 +45,7 @@ def decoded(literal):
 
 
 def literals(source):
-    """(literal, names of the calls it stands in), adjacent literals joined."""
+    """Yields (literal, names of the enclosing calls), with adjacent literals joined."""
     calls, name, joined = [], "", None
     for token in TOKEN.finditer(source):
         kind = token.lastgroup if token.lastgroup != "mark" else "raw"
@@ -74,14 +74,14 @@ def literals(source):
 
 
 def looks_like_text(literal):
-    """A sentence, several words, or one word as on a button."""
+    """Whether the literal is a sentence, several words, or one word as on a button."""
     if re.search(r"[A-Za-z]{2,} [A-Za-z&]", literal):
         return True
     return re.fullmatch(r"[A-Z][a-z]+[….:]?", literal) is not None
 
 
 def texts_in_code(root):
-    """Literals that may be shown, with the file that has them; and all literals there are."""
+    """Returns the literals that may be shown, with their files; and all literals."""
     shown, everything = {}, set()
     for room in ROOMS:
         for path in sorted((root / room).glob("*.cpp")) + sorted((root / room).glob("*.h")):
@@ -106,7 +106,7 @@ def texts_in_windows(root):
 
 
 def table(path):
-    """msgid to msgstr, as the toolkit's own tool reads it."""
+    """Returns msgid to msgstr, as read by gettext's own tool."""
     lines = subprocess.run(["msgcat", "--no-wrap", "--no-location", path], check=True,
                            capture_output=True, encoding="utf-8").stdout.splitlines()
     entries, key, current = {}, None, None
@@ -128,7 +128,7 @@ def table(path):
 
 
 def shape(text):
-    """What a translation must keep of its key."""
+    """Returns the parts of a key that a translation must keep."""
     return {
         "placeholders": sorted(PLACEHOLDER.findall(text)),
         "line breaks": text.count("\n"),
@@ -145,7 +145,7 @@ def check(root):
     windows = texts_in_windows(root)
     shown = {text: name for text, name in shown.items() if text.strip() not in not_shown}
     used = set(shown) | windows
-    problems = [f"tests/desktop/texts_not_shown.txt has {text!r}, which the code has not"
+    problems = [f"tests/desktop/texts_not_shown.txt has {text!r}, which is not in the code"
                 for text in not_shown - {text.strip() for text in everything} - {""}]
 
     folder = root / "resources/strings"
@@ -171,7 +171,7 @@ def check(root):
                 if shape(text)[what] != wanted:
                     problems.append(f"{path.name}: other {what} in {text!r} than in {key!r}")
     if len(used) < 40:
-        problems.append(f"only {len(used)} texts found: the sources are not read rightly")
+        problems.append(f"only {len(used)} texts found: the sources are not parsed correctly")
     return problems, len(used)
 
 

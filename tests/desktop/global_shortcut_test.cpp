@@ -165,6 +165,7 @@ TEST_F(GlobalShortcutTest, EachPressOfOurKeyIsOneAndNoOther) {
   EXPECT_EQ(presses_.back(), "token-9");
 }
 
+// A held key repeats, and each repetition would start or stop a recording.
 TEST_F(GlobalShortcutTest, AKeyThatIsHeldDownIsPressedOnce) {
   startWithKey();
   press();
@@ -224,6 +225,7 @@ TEST_F(GlobalShortcutTest, ALaterRunBindsAgainWithoutTheUser) {
   press();
 }
 
+// Binding again could open a dialog, which a user who starts a recording does not want.
 TEST_F(GlobalShortcutTest, AKeyThatTheDesktopKnowsIsNotAskedForAgain) {
   wish_.want(true);
   startPortal({.isKnown = true});
@@ -250,6 +252,7 @@ TEST_F(GlobalShortcutTest, AgreementInFewWordsIsLookedUp) {
   EXPECT_EQ(shown_.trigger, "Ctrl+Meta+R");
 }
 
+// Asking again at every start would only annoy the user.
 TEST_F(GlobalShortcutTest, ANoAtALaterRunEndsTheAsking) {
   wish_.want(true);
   startPortal({.binding = 1});

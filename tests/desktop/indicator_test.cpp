@@ -276,6 +276,7 @@ class Asked {
   VariantPtr answer;
 };
 
+// GNOME's tray drops properties that it gets before the bus has named the owner.
 TEST_F(TrayIconTest, AllPropertiesAtOnceComeWhenTheBusHasHadTimeToSayWhoHasTheName) {
   showAndWait();
   Asked asked(client_.get());

@@ -180,6 +180,7 @@ TEST_F(DesktopToolTest, ADiskWithLittleRoomHasALineOfItsOwn) {
 }
 
 #ifdef HALTED_LAME
+// The recorder waits for the encoder rather than drop samples, which would leave a gap.
 TEST_F(DesktopToolTest, AnEncoderThatIsFarBehindIsToldOfUntilItHasCaughtUp) {
   const std::string halt = server.directory() + "/halt-lame";
   setEnvironment("LD_PRELOAD", HALTED_LAME);
@@ -361,6 +362,7 @@ TEST_F(DesktopToolTest, ARecordingOutlivesTheWaylandCompositor) {
   expectTheRecordingGoesOn(*tool);
 }
 
+// Only the compositor may raise a window, so the program shows it again as a new one.
 TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
   plugInMicrophone();
   const auto compositor = startCompositor();

@@ -81,6 +81,7 @@ class LauncherTest : public ToolFixture {
   }
 };
 
+// Nobody sees stderr when a launcher or a key runs the command; the exit status stays the same.
 TEST_F(LauncherTest, WhoSeesNoTerminalIsToldByTheDesktopThatThereIsNothingToEnd) {
   const NotificationServer notifications(server.busAddress());
   EXPECT_EQ(run({"--status"}).exitStatus, 3);
@@ -94,6 +95,7 @@ TEST_F(LauncherTest, WhoSeesNoTerminalIsToldByTheDesktopThatThereIsNothingToEnd)
   EXPECT_EQ(run({"--stop"}).exitStatus, 3);
 }
 
+// A script that keeps one output on a terminal must not cause a notification.
 TEST_F(LauncherTest, WhoSeesATerminalIsToldThere) {
   const NotificationServer notifications(server.busAddress());
   const FinishedCommand result = runInTerminal("--stop");

@@ -83,7 +83,7 @@ TEST_F(CaptureDevicesTest, PlugsAreNotified) {
   ASSERT_TRUE(connection.withGraph([](const AudioGraph&) {}));
   control.createMicrophone("mic.a");
   EXPECT_TRUE(mainLoop.runUntil([&] { return connected == 1; }));
-  control.createSink("sink.a");  // nothing to record from
+  control.createSink("sink.a");  // not a source
   control.destroyNode("mic.a");
   EXPECT_TRUE(mainLoop.runUntil([&] { return disconnected == 1; }));
   EXPECT_EQ(connected, 1);

@@ -70,6 +70,7 @@ TEST_F(AlertTest, WithoutButtonsHasOneThatClosesIt) {
             platform::kAlertFirstButtonReturn);
 }
 
+// Return and Escape must keep closing the alert, not open what the extra button opens.
 TEST_F(AlertTest, AnExtraButtonAnswersForItselfAndChangesNothingForTheOthers) {
   alert_.extraButton = "Preferences";
   for (const bool hasOthers : {true, false}) {

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: MIT
-"""Reads the preferences window as a screen reader does, through AT-SPI: every control has a name,
-the right role, and nobody reads a mnemonic's ampersand aloud; microphones that are plugged in and
-out while the menu of audio sources is open come and go in it at once.
+"""Reads the preferences window through AT-SPI, as a screen reader does. Checks that every control
+has a name and the right role, that no name contains a mnemonic's ampersand, and that microphones
+that are plugged in and out while the menu of audio sources is open come and go in it at once.
 
-Usage: check_accessibility.py PROGRAM, in a session of its own that has a bus (private-session).
+Usage: check_accessibility.py PROGRAM, in a private session with a bus (scripts/private-session).
 """
 
 import os
@@ -14,13 +14,13 @@ import time
 PREFERENCES = "a5f597ea-d3f3-4347-bbe6-344e240acc7e"
 LAUNCHER = "/usr/libexec/at-spi-bus-launcher"
 DEADLINE_S = 30
-# From the moment in which a device is there, or gone, to the menu that says so.
+# From the moment at which a device has come or gone until the menu shows it.
 UPDATE_LIMIT_S = 0.2
 PLUGGINGS = 5
-# Role names as AT-SPI gives them, with how many there are: the link to the privacy settings shows
-# only while access to the microphone is denied.
+# AT-SPI's role names, with the number of each: the link to the privacy settings is visible only
+# while access to the microphone is denied.
 EXPECTED = {"combo box": 3, "button": 3}
-# What earlier releases of AT-SPI call a role.
+# The names of roles in earlier releases of AT-SPI.
 EARLIER_NAMES = {"push button": "button"}
 
 
@@ -31,7 +31,7 @@ def wait_for(what, condition):
         if value:
             return value
         time.sleep(0.05)
-    sys.exit(f"waited in vain for {what}")
+    sys.exit(f"gave up waiting for {what}")
 
 
 def start_screen(children):
@@ -83,7 +83,7 @@ def problems_of(window, pyatspi):
             if not node.name:
                 problems.append(f"a {role} has no name")
             labels = labels_of(node, pyatspi)
-            # A combo box's own name is what is chosen in it; what it is for, its label says.
+            # A combo box's name is its current choice; its label says what it is for.
             if role == "combo box" and not any(labels):
                 problems.append(f"nothing says what the combo box {node.name!r} is for")
             print(f"{role}: {labels} {node.name!r}; {node.description!r}")
@@ -118,7 +118,7 @@ def is_open(box, pyatspi):
 
 
 class SoundServer:
-    """A shell of PipeWire's that stays open, so that no start of a program is measured."""
+    """A PipeWire shell that stays open, so that no program's start is measured."""
 
     def __init__(self):
         self.shell = subprocess.Popen(["pw-cli"], stdin=subprocess.PIPE,
@@ -143,7 +143,7 @@ class SoundServer:
 
 
 def late_updates(box, pyatspi):
-    """Opens the menu, plugs microphones in and out, and measures until the menu shows it."""
+    """Opens the menu, plugs microphones in and out, and measures how soon the menu shows it."""
     server = SoundServer()
     times_ms = []
     try:
@@ -166,7 +166,7 @@ def late_updates(box, pyatspi):
     finally:
         server.close()
     print(f"open menu: updated after {times_ms} ms")
-    # A busy machine may be late once; a menu that is late always is not live.
+    # A busy machine may be late once; a menu that is always late is not live.
     usual_s = sorted(times_ms)[len(times_ms) // 2] / 1000
     return [] if usual_s < UPDATE_LIMIT_S else [f"the menu is updated after {usual_s} s only"]
 
@@ -177,7 +177,7 @@ def main():
     try:
         start_screen(children)
         children.append(subprocess.Popen([LAUNCHER, "--launch-immediately"]))
-        # Only now: the library looks for the bus when it is loaded.
+        # Imported only now, because the library looks for the bus when it is loaded.
         wait_for("the accessibility bus", lambda: subprocess.run(
             ["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path",
              "/org/a11y/bus", "--method", "org.a11y.Bus.GetAddress"],

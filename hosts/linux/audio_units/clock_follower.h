@@ -16,11 +16,11 @@ struct GraphCycle {
 // Follows the clock of a running device from cycle to cycle and measures its actual speed.
 //
 // A second-order delay-locked loop on the times at which cycles begin. It publishes only the
-// integral part as the speed. That part is the sum of all phase errors; as long as it stays within
-// bounds, so does the sum, and a consumer at the published speed stays within a few frames of the
-// device forever. (The proportional part would make the speed jump with every late cycle.) It uses
-// times, never the graph's frame positions: those stand still, repeat or jump when a graph is
-// overloaded or its driver changes.
+// integral part as the speed. That part changes with the sum of all phase errors. As long as it
+// stays within bounds, so does the sum, and a consumer at the published speed stays within a few
+// frames of the device forever. (The proportional part would make the speed jump with every late
+// cycle.) It uses times, never the graph's frame positions: those stand still, repeat or jump when
+// a graph is overloaded or its driver changes.
 //
 // REAL-TIME, on the stream's thread: allocates nothing, takes no lock, makes no system call.
 class ClockFollower {

@@ -60,9 +60,9 @@ class FileCalls : public std::enable_shared_from_this<FileCalls> {
   [[nodiscard]] std::uint64_t progress() const;
 
   // Runs `work` on a separate thread and returns its result, or null when no call has ended for
-  // kPatience. `work` then goes on alone, so it must own everything that it uses; it can check
-  // *isGivenUp, if given, which becomes true. If no thread can be started, the caller runs `work`
-  // itself, for as long as it takes.
+  // kPatience. `work` then goes on alone, so it must own everything that it uses. If `isGivenUp` is
+  // given, it becomes true at that moment, so that `work` can check it. If no thread can be
+  // started, the caller runs `work` itself, for as long as it takes.
   template <typename Work>
   auto within(Work work, const std::shared_ptr<std::atomic<bool>>& isGivenUp = nullptr)
       -> std::optional<decltype(work())>;

@@ -116,7 +116,7 @@ class WindowsModule {
   virtual platform::SystemColors& systemColors() = 0;
 };
 
-// The module's one exported symbol. Null when there is no screen; *error then says why.
+// The module's only exported symbol. Null when there is no screen; *error then says why.
 using CreateWindowsModule = WindowsModule* (*)(WindowsServices& services, std::string* error);
 inline constexpr const char* kCreateWindowsModuleSymbol = "record_audio_create_windows_module";
 inline constexpr const char* kWindowsModuleFileName = "record-audio-windows.so";

@@ -147,9 +147,14 @@ std::shared_ptr<platform::Window> MemoryInterfaceLoader::loadWindow(
   return windows.back();
 }
 
+void MemoryAuthorization::note(const std::string& entry) {
+  journal.push_back(entry);
+  if (timeline_ != nullptr) timeline_->add(entry);
+}
+
 OSStatus MemoryAuthorization::AuthorizationCreate(platform::AuthorizationFlags flags,
                                                   platform::AuthorizationRef* outAuthorization) {
-  journal.push_back("create " + std::to_string(flags));
+  note("create " + std::to_string(flags));
   *outAuthorization = nullptr;
   if (createStatus != noErr) return createStatus;
   ++living;
@@ -160,20 +165,20 @@ OSStatus MemoryAuthorization::AuthorizationCreate(platform::AuthorizationFlags f
 OSStatus MemoryAuthorization::AuthorizationCopyRights(platform::AuthorizationRef,
                                                       const std::string& right,
                                                       platform::AuthorizationFlags flags) {
-  journal.push_back("copyRights " + right + " " + std::to_string(flags));
+  note("copyRights " + right + " " + std::to_string(flags));
   return copyRightsStatus;
 }
 
 OSStatus MemoryAuthorization::AuthorizationExecuteWithPrivileges(
     platform::AuthorizationRef, const std::string& pathToTool, platform::AuthorizationFlags flags,
     const std::vector<std::string>& arguments) {
-  journal.push_back("execute " + pathToTool + " " + std::to_string(flags) + " " +
-                    std::to_string(arguments.size()));
+  note("execute " + pathToTool + " " + std::to_string(flags) + " " +
+       std::to_string(arguments.size()));
   return executeStatus;
 }
 
 OSStatus MemoryAuthorization::AuthorizationFree(platform::AuthorizationRef) {
-  journal.push_back("free");
+  note("free");
   --living;
   return noErr;
 }
@@ -189,22 +194,24 @@ OSStatus MemoryAppleEvents::AECreateDesc(std::uint32_t typeCode, const void* dat
 }
 
 OSStatus MemoryAppleEvents::AECreateAppleEvent(std::uint32_t eventClass, std::uint32_t eventID,
-                                               const platform::AEDesc*, std::int16_t returnID,
-                                               std::int32_t transactionID,
+                                               const platform::AEDesc* target,
+                                               std::int16_t returnID, std::int32_t transactionID,
                                                platform::AEDesc* result) {
   journal.push_back("createEvent " + std::to_string(eventClass) + " " + std::to_string(eventID) +
                     " " + std::to_string(returnID) + " " + std::to_string(transactionID));
+  eventTarget = *target;
   if (createEventStatus != noErr) return createEventStatus;
   ++living;
   *result = {eventClass, this};
   return noErr;
 }
 
-OSStatus MemoryAppleEvents::AESend(const platform::AEDesc*, platform::AEDesc* reply,
+OSStatus MemoryAppleEvents::AESend(const platform::AEDesc* event, platform::AEDesc* reply,
                                    std::int32_t sendMode, std::int16_t sendPriority,
                                    std::int64_t timeout_ticks) {
   journal.push_back("send " + std::to_string(sendMode) + " " + std::to_string(sendPriority) + " " +
                     std::to_string(timeout_ticks));
+  sentEvent = *event;
   if (sendStatus == noErr) *reply = {};
   return sendStatus;
 }

@@ -186,6 +186,8 @@ class MemoryInterfaceLoader : public platform::InterfaceLoader {
 
 class MemoryAuthorization : public platform::Authorization {
  public:
+  // Its calls also go into `timeline`, if there is one.
+  explicit MemoryAuthorization(Timeline* timeline = nullptr) : timeline_(timeline) {}
   platform::OSStatus AuthorizationCreate(platform::AuthorizationFlags flags,
                                          platform::AuthorizationRef* outAuthorization) override;
   platform::OSStatus AuthorizationCopyRights(platform::AuthorizationRef authorization,
@@ -201,6 +203,11 @@ class MemoryAuthorization : public platform::Authorization {
   platform::OSStatus executeStatus = platform::noErr;
   int living = 0;  // created and not freed
   std::vector<std::string> journal;
+
+ private:
+  void note(const std::string& entry);
+
+  Timeline* timeline_;
 };
 
 class MemoryLaunchServices : public platform::LaunchServices {
@@ -233,6 +240,8 @@ class MemoryAppleEvents : public platform::AppleEvents {
   int living = 0;  // created and not disposed of
   std::vector<std::string> journal;
   platform::ProcessSerialNumber lastTarget{};
+  platform::AEDesc eventTarget;  // what the event was made for
+  platform::AEDesc sentEvent;
 };
 
 }  // namespace memory_host

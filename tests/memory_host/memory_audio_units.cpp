@@ -175,8 +175,9 @@ std::optional<std::uint32_t> MemoryAudioUnits::number(UnitKind kind, std::uint32
 
 OSStatus MemoryAudioUnits::driveInput(const platform::AudioTimeStamp& time, std::uint32_t frames,
                                       platform::AudioBufferList* list) const {
-  std::uint32_t flags = 0;
-  return inputCallback.inputProc(inputCallback.inputProcRefCon, &flags, &time, 1, frames, list);
+  std::uint32_t flags = kInputFlags;
+  return inputCallback.inputProc(inputCallback.inputProcRefCon, &flags, &time, kInputBus, frames,
+                                 list);
 }
 
 OSStatus MemoryAudioUnits::driveOutput(const platform::AudioTimeStamp& time, std::uint32_t frames,
@@ -368,10 +369,11 @@ OSStatus MemoryAudioUnits::AudioUnitSetParameter(AudioUnit unit, std::uint32_t p
   return noErr;
 }
 
-OSStatus MemoryAudioUnits::AudioUnitRender(AudioUnit unit, std::uint32_t* /*ioActionFlags*/,
+OSStatus MemoryAudioUnits::AudioUnitRender(AudioUnit unit, std::uint32_t* ioActionFlags,
                                            const platform::AudioTimeStamp* timeStamp,
-                                           std::uint32_t /*busNumber*/, std::uint32_t frameCount,
+                                           std::uint32_t busNumber, std::uint32_t frameCount,
                                            platform::AudioBufferList* ioData) {
+  lastRender = {*ioActionFlags, busNumber, frameCount};
   renderCalls.fetch_add(1, std::memory_order_relaxed);
   if (renderStatus != noErr) return renderStatus;
   if (known(unit, "AudioUnitRender") == nullptr) return kInvalidHandle;

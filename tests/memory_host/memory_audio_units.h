@@ -60,7 +60,9 @@ class MemoryAudioUnits : public platform::AudioUnits {
   // The callbacks that the core has installed. They stay known after the units are gone.
   platform::AURenderCallbackStruct inputCallback{};
   platform::AURenderCallbackStruct renderCallback{};
-  // Call them as the unit would. Nothing is recorded.
+  // Call them as the unit would, the first with these flags and this bus. Nothing is recorded.
+  static constexpr std::uint32_t kInputFlags = 4;
+  static constexpr std::uint32_t kInputBus = 1;
   platform::OSStatus driveInput(const platform::AudioTimeStamp& time, std::uint32_t frames,
                                 platform::AudioBufferList* list = nullptr) const;
   platform::OSStatus driveOutput(const platform::AudioTimeStamp& time, std::uint32_t frames,
@@ -72,6 +74,14 @@ class MemoryAudioUnits : public platform::AudioUnits {
   platform::OSStatus renderStatus = platform::noErr;
   platform::OSStatus setParameterStatus = platform::noErr;
   std::atomic<std::uint64_t> renderCalls{0};
+  // What the last call of AudioUnitRender was given; written by the callback's thread.
+  struct RenderCall {
+    std::uint32_t flags = 0;
+    std::uint32_t busNumber = 0;
+    std::uint32_t frames = 0;
+    friend bool operator==(const RenderCall&, const RenderCall&) = default;
+  };
+  RenderCall lastRender;
   std::atomic<std::uint64_t> setParameterCalls{0};
   struct ParameterSetting {
     UnitKind kind;

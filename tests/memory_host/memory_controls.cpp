@@ -107,6 +107,7 @@ void MemoryPreferencesInterface::installIn(MemoryInterfaceLoader& loader) {
                          platform::InterfaceOwner& owner) -> std::shared_ptr<platform::Window> {
     if (!hasScreen || name != "AudioPreferencesWindow") return nullptr;
     auto made = std::make_shared<MemoryPreferencesWindow>(owner);
+    onLoad(*made);
     for (const char* title : {"m4a", "MP3"}) made->soundFormatPopUp->addItem(title);
     for (const char* title : {"High", "Medium", "Low"}) made->qualityPopUp->addItem(title);
     const auto connect = [&](const std::string& outlet,

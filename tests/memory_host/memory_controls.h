@@ -102,7 +102,10 @@ class MemoryButton : public MemoryControl<platform::Button> {
 
 class MemoryOutputLocationButton : public MemoryControl<suite::OutputLocationButton> {
  public:
-  void updateState() override { ++updates; }
+  void updateState() override {
+    ++updates;
+    onUpdate();
+  }
   void handleOutputLocationChanged(Completion completion) override {
     pending.push_back(std::move(completion));
   }
@@ -111,6 +114,7 @@ class MemoryOutputLocationButton : public MemoryControl<suite::OutputLocationBut
               const platform::Dictionary& details);
 
   int updates = 0;
+  std::function<void()> onUpdate = [] {};
   std::vector<Completion> pending;
 };
 
@@ -154,6 +158,8 @@ class MemoryPreferencesInterface {
 
   bool hasScreen = true;
   std::set<std::string> missingOutlets;
+  // Called with each new window before its controls are connected.
+  std::function<void(MemoryPreferencesWindow&)> onLoad = [](MemoryPreferencesWindow&) {};
   std::vector<std::shared_ptr<MemoryPreferencesWindow>> windows;  // every one loaded
 };
 

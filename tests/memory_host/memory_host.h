@@ -40,7 +40,7 @@ class MemoryHost {
   MemoryCapture capture{notificationCenter, fileManager};
   MemoryAudioHardware audioHardware;
   MemoryAudioUnits audioUnits;
-  MemoryAuthorization authorization;
+  MemoryAuthorization authorization{&timeline};
   MemoryLaunchServices launchServices;
   MemoryAppleEvents appleEvents;
   MemoryInterruptedRecordings interruptedRecordings{fileManager};

@@ -258,6 +258,19 @@ TEST_F(DriverInstallation, TheRightsAreGivenBackBeforeTheLastAlert) {
   EXPECT_EQ(livingAtAlert, 0);
 }
 
+TEST_F(DriverInstallation, ComesToTheFrontAfterThePasswordAndGivesTheRightsBackBeforeAnyAlert) {
+  putSuite(kFallback, "1.0.3");
+  host.authorization.executeStatus = -60031;
+  host.timeline.entries.clear();
+  EXPECT_EQ(launch(), 3);
+  EXPECT_THAT(
+      host.timeline.entries,
+      ElementsAre("alert " + kNeeded, "dismissed", "create 0",
+                  "copyRights system.privilege.admin 19", "activateIgnoringOtherApps YES",
+                  std::string("execute ") + kFallback + "/Contents/MacOS/DriverInstaller 0 0",
+                  "free", "alert " + kFailed, "dismissed"));
+}
+
 TEST_F(DriverInstallation, RestartingLaterIsNotReady) {
   putSuite(kFallback, "1.0.3");
   host.alerts.answers = {kFirst, kSecond};

@@ -77,6 +77,14 @@ TEST_F(PlayThroughCallbacks, InputStoresWhatItRendersAtItsOwnTime) {
   EXPECT_EQ(host.audioUnits.renderCalls, 2U);
 }
 
+TEST_F(PlayThroughCallbacks, InputRendersWithTheFlagsAndTheBusItIsGiven) {
+  using memory_host::MemoryAudioUnits;
+  input(1000, 256);
+  EXPECT_EQ(host.audioUnits.lastRender,
+            (MemoryAudioUnits::RenderCall{MemoryAudioUnits::kInputFlags,
+                                          MemoryAudioUnits::kInputBus, 256}));
+}
+
 TEST_F(PlayThroughCallbacks, InputTruncatesTheSampleTime) {
   input(1000.9);
   EXPECT_EQ(held().second, 1512);

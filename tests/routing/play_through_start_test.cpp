@@ -254,6 +254,31 @@ TEST_F(PlayThroughStart, SizesTheBuffersForThePeriodAndTheRingForTwentyOfThem) {
   }
 }
 
+// 20 periods of 51 frames fit into 1024, and 20 of 52 do not. Of 21 and 19 periods this is not
+// true.
+TEST_F(PlayThroughStart, TheRingHasExactlyTwentyPeriodsOfTheInputUnit) {
+  for (const auto& [period_frames, capacity_frames] : {std::pair{51U, 1024U}, {52U, 2048U}}) {
+    host.audioUnits.setBufferFrameSize(period_frames);  // the device says another size
+    AudioPlayThrough other(host.host);
+    ASSERT_TRUE(other.initDevices(kSpeakers));
+    ASSERT_EQ(other.start(), noErr);
+    EXPECT_EQ(other.ringBuffer->capacityFrames, capacity_frames);
+    const platform::AudioBuffer* const buffers = other.inputBufferList->mBuffers;
+    EXPECT_EQ(buffers[0].mDataByteSize, period_frames * sizeof(float));
+  }
+}
+
+TEST_F(PlayThroughStart, TheClientFormatIsTheOneBehindTheInputUnit) {
+  auto client = platform::planarFloat(96000, 7);
+  client.mFormatFlags |= 1U << 30;
+  host.audioUnits.setFormat(UnitKind::kInput, kAudioUnitScope_Output, 1, client);
+  ASSERT_EQ(playThrough->start(), noErr);
+  EXPECT_EQ(host.audioUnits.format(UnitKind::kVarispeed, kAudioUnitScope_Input, 0).mFormatFlags,
+            client.mFormatFlags);
+  EXPECT_EQ(host.audioUnits.format(UnitKind::kOutput, kAudioUnitScope_Input, 0).mFormatFlags,
+            client.mFormatFlags);
+}
+
 TEST_F(PlayThroughStart, PresetsTheTimesAndTheOffset) {
   playThrough->firstInputTime = 5;
   playThrough->firstOutputTime = 5;
@@ -300,13 +325,16 @@ TEST_F(PlayThroughStart, WithoutAnOutputComponentItSaysUnspecified) {
 }
 
 TEST_F(PlayThroughStart, AnUnreadableNominalRateClosesTheGraph) {
-  for (const platform::AudioDeviceID device : {kLoopback, kSpeakers}) {
+  for (const auto& [device, callBefore] :
+       {std::pair{kLoopback, "AudioUnitGetProperty(output, StreamFormat, output 0)"},
+        {kSpeakers, "AudioUnitSetProperty(varispeed, StreamFormat, input 0)"}}) {
     host.audioHardware.fail(device, platform::kAudioDevicePropertyNominalSampleRate,
                             platform::kAudioObjectPropertyScopeGlobal, -61);
     EXPECT_EQ(playThrough->start(), -61);
     host.audioHardware.heal();
     const std::size_t cleanupStart = host.audioUnits.calls.size() - kDisposeGraphAndUnit.size();
     EXPECT_THAT(callsFrom(cleanupStart), ElementsAreArray(kDisposeGraphAndUnit));
+    EXPECT_EQ(host.audioUnits.calls[cleanupStart - 1], callBefore);
     EXPECT_FALSE(playThrough->running);
     EXPECT_EQ(host.audioUnits.livingUnits(), 0U);
   }

@@ -101,6 +101,17 @@ TEST_F(DriverInstallationTest, StartsWhenTheWindowFirstAppearsWithSystemAudioSto
   EXPECT_TRUE(visibleAtAlert);
 }
 
+TEST_F(DriverInstallationTest, AsksNothingWhenTheWindowFirstAppearsAndTheDriverIsLoaded) {
+  stored() = {{"AudioSourceType", 3}};
+  loadDriver();
+  const auto controller = showController();
+  machine_.runLoop.settle();
+  EXPECT_THAT(machine_.alerts.shown, IsEmpty());
+  EXPECT_EQ(controller->audioSourceType(), 3);
+  EXPECT_EQ(stored()["AudioSourceType"], Value(3));
+  EXPECT_EQ(mirrored("AudioSource"), Value("KCSystemAudio"));
+}
+
 TEST_F(DriverInstallationTest, StartsOnceHoweverOftenTheWindowIsShown) {
   stored() = {{"AudioSourceType", 3}};
   installDriverButDoNotLoadIt();
@@ -169,6 +180,8 @@ TEST_F(RebootTest, SendsTheRestartEventToTheSystemProcess) {
   EXPECT_EQ(events().lastTarget.lowLongOfPSN, 1U);
   EXPECT_THAT(events().journal, ElementsAre(createTarget_, createEvent_, disposeTarget_,
                                             "send 1 0 -1", disposeEvent_, disposeReply_));
+  EXPECT_EQ(events().eventTarget.descriptorType, platform::fourCharCode("psn "));
+  EXPECT_EQ(events().sentEvent.descriptorType, platform::fourCharCode("aevt"));
   EXPECT_EQ(events().living, 0);
 }
 

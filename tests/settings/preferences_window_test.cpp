@@ -277,6 +277,38 @@ TEST_F(PreferencesWindowTest, StoresPlainlyWhereTheBundleAllowsNoMirror) {
   EXPECT_EQ(stored()["HihglightMouseClicks"], Value(true));
 }
 
+TEST_F(PreferencesWindowTest, ShowsTheFolderAfterAllElseAndBeforeTheWarningWhenLoaded) {
+  stored() = {{"Quality", 2}};
+  int updates = 0;
+  interface_.onLoad = [&](memory_host::MemoryPreferencesWindow& loading) {
+    loading.outputLocation->onUpdate = [&] {
+      ++updates;
+      EXPECT_NE(loading.window->delegate.lock(), nullptr);
+      EXPECT_EQ(loading.qualityPopUp->selectedTitle(), "Low");
+      EXPECT_EQ(loading.audioSource->selectedTitle(), "Don't record audio");
+      EXPECT_FALSE(loading.audioWarning->hidden);
+    };
+  };
+  const auto controller = makeController();
+  controller->window();
+  EXPECT_EQ(updates, 1);
+  EXPECT_TRUE(shown().audioWarning->hidden);
+}
+
+TEST_F(PreferencesWindowTest, ShowsTheWarningBeforeTheFolderWhenKey) {
+  const auto controller = makeController();
+  controller->window();
+  ASSERT_TRUE(shown().audioWarning->hidden);
+  machine_.capture.authorization = platform::AuthorizationStatus::kDenied;
+  int updates = 0;
+  shown().outputLocation->onUpdate = [&] {
+    ++updates;
+    EXPECT_FALSE(shown().audioWarning->hidden);
+  };
+  shown().window->becomeKey();
+  EXPECT_EQ(updates, 1);
+}
+
 TEST_F(PreferencesWindowTest, RefreshesTheOutputFolderWhenLoadedAndWhenKey) {
   const auto controller = makeController();
   controller->window();

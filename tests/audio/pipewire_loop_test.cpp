@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pipewire/pipewire.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@
 #include <optional>
 #include <thread>
 #include <utility>
+
+#include "hosts/linux/audio/pipewire_context.h"
 
 namespace linux_host {
 namespace {
@@ -71,6 +74,25 @@ TEST(PipeWireLoopTest, WorkIsDoneWithoutALoopWhereNoDescriptorIsLeft) {
   auto loop = std::make_unique<PipeWireLoop>("test-loop");
   EXPECT_EQ(getsALoop(*loop), false);
   EXPECT_TRUE(comesToAnEnd(std::move(loop)));
+}
+
+// What a stream makes of a context that was made in time.
+TEST(PipeWireContextTest, DataThreadEndsWhereNoDescriptorIsLeft) {
+  auto loop = std::make_unique<PipeWireLoop>("test-loop");
+  auto promise = std::make_shared<std::promise<bool>>();
+  std::future<bool> end = promise->get_future();
+  loop->post([promise](pw_loop* given) {
+    pw_context* context = makeContext(given, ContextKind::kAudio);
+    const NoDescriptors none;
+    const bool hasDataThread = pw_context_get_data_loop(context) != nullptr;
+    pw_context_destroy(context);
+    promise->set_value(hasDataThread);
+  });
+  if (end.wait_for(10s) != std::future_status::ready) {
+    static_cast<void>(loop.release());  // its thread is stuck
+    FAIL() << "the data thread is waited for";
+  }
+  EXPECT_TRUE(end.get());
 }
 
 }  // namespace

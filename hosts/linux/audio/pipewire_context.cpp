@@ -3,6 +3,10 @@
 
 #include <pipewire/pipewire.h>
 
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
 #include "platform/mutex.h"
 
 namespace linux_host {
@@ -13,16 +17,41 @@ platform::Mutex& setUpMutex() {
   return mutex;
 }
 
-}  // namespace
+// A data thread is ended by a call into its loop, and since PipeWire 1.4 the first such call takes
+// a descriptor. So it is made here. Where it fails, destroying the context would wait for that
+// thread forever.
+bool canEndDataThread(pw_data_loop* dataLoop) {
+  const auto nothing = [](spa_loop*, bool, std::uint32_t, const void*, std::size_t, void*) {
+    return 0;
+  };
+  const int result = pw_data_loop_invoke(dataLoop, nothing, 0, nullptr, 0, false, nullptr);
+  if (result < 0) errno = -result;
+  return result >= 0;
+}
 
-pw_context* makeContext(pw_loop* loop, ContextKind kind) {
-  const platform::MutexLock lock(setUpMutex());
+pw_context* newContext(pw_loop* loop, ContextKind kind) {
   pw_context* context = nullptr;
   if (kind == ContextKind::kAudio) {
     context =
         pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
   }
   return context != nullptr ? context : pw_context_new(loop, nullptr, 0);
+}
+
+}  // namespace
+
+pw_context* makeContext(pw_loop* loop, ContextKind kind) {
+  const platform::MutexLock lock(setUpMutex());
+  pw_context* context = newContext(loop, kind);
+  if (context == nullptr || kind != ContextKind::kAudio) return context;
+  pw_data_loop* dataLoop = pw_context_get_data_loop(context);
+  if (dataLoop == nullptr) {
+    const int reason = errno;
+    pw_context_destroy(context);
+    errno = reason;
+    return nullptr;
+  }
+  return canEndDataThread(dataLoop) ? context : nullptr;
 }
 
 pw_core* connectContext(pw_context* context, pw_properties* properties) {

@@ -17,7 +17,8 @@ enum class ContextKind {
   kAudio,  // asks for real-time priority for its data thread where the system allows it
 };
 
-// Null, with errno set, when the client library is not installed completely.
+// Null, with errno set, when the client library is not installed completely, or the system has no
+// descriptor or thread left. For kAudio the data thread runs already.
 pw_context* makeContext(pw_loop* loop, ContextKind kind);
 
 // Takes ownership of `properties`, which may be null. Null, with errno set, when no daemon listens.

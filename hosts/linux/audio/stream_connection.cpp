@@ -24,8 +24,9 @@ pw_properties* streamProperties(const StreamRequest& request) {
       PW_KEY_MEDIA_ROLE, "Production", PW_KEY_MEDIA_NAME, request.mediaName.c_str(),
       PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID, "com.vantrel.korvel.RecordAudio",
       PW_KEY_NODE_NAME, request.nodeName.c_str(), PW_KEY_TARGET_OBJECT, request.deviceNode.c_str(),
-      // Without this the session manager would silently link another device when ours goes away.
-      PW_KEY_NODE_DONT_RECONNECT, "true",
+      // Without these the session manager would silently link another device when ours goes away,
+      // or has gone already.
+      PW_KEY_NODE_DONT_RECONNECT, "true", "node.dont-fallback", "true",
       // Other programs that come and go with other latencies must not make ours glitch.
       PW_KEY_NODE_LOCK_QUANTUM, "true",
       // The session manager must not restore another device or level for us either.
@@ -152,7 +153,10 @@ void StreamConnection::onDeviceInfo(void* data, const pw_node_info* info) {
 
 void StreamConnection::onGlobalRemove(void* data, std::uint32_t id) {
   auto* self = static_cast<StreamConnection*>(data);
-  if (self->deviceId_ == id) self->stateChanged(PW_STREAM_STATE_UNCONNECTED, nullptr);
+  if (self->deviceId_ != id) return;
+  // At once: nobody is to link what is left of it with another device.
+  self->disconnectStream();
+  self->stateChanged(PW_STREAM_STATE_UNCONNECTED, nullptr);
 }
 
 void StreamConnection::connectStream() {

@@ -155,6 +155,16 @@ TEST_F(LostRecordingsTest, AnMp3IsMovedWithoutTheFrameThatIsTorn) {
   EXPECT_LT(stream.size() - back.size(), 627U);
 }
 
+// Players know a stream by its second header.
+TEST_F(LostRecordingsTest, AnMp3OfOneFrameKeepsWhatThereIsOfTheSecond) {
+  const std::string stream = interruptedMp3(48000, 320, 48000).substr(0, 960 + 449);
+  writeFile(path, stream);
+  const auto recording = claimed();
+  EXPECT_EQ(recording->examine().contents, Contents::kMp3);
+  EXPECT_EQ(recording->finish(), "");
+  EXPECT_EQ(contentsOf(path), stream);
+}
+
 TEST_F(LostRecordingsTest, WherePartOfAnMp3IsNoFrameNothingIsCut) {
   std::string stream = interruptedMp3(44100, 192, 3 * 44100);
   for (std::size_t i = 20000; i < 21500; ++i) stream[i] = 0;

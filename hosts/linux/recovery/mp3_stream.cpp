@@ -9,6 +9,8 @@ namespace {
 
 constexpr std::size_t kHeader_bytes = 4;
 constexpr unsigned kLayer3 = 1;
+// Players recognise a stream by its second header.
+constexpr int kFewestFrames = 2;
 // By the header's version bits; 1 is reserved.
 constexpr unsigned kMpeg25 = 0;
 constexpr unsigned kMpeg1 = 3;
@@ -69,13 +71,16 @@ std::optional<double> mp3Duration_s(const OpenFile& file) {
 std::optional<std::uint64_t> tornMp3Frame_bytes(const OpenFile& file) {
   const std::uint64_t size_bytes = file.size_bytes();
   std::uint64_t position_bytes = 0;
+  int wholeFrames = 0;
   while (position_bytes + kHeader_bytes <= size_bytes) {
     const auto frame = frameAt(file, position_bytes);
     if (!frame) return std::nullopt;
     if (position_bytes + frame->size_bytes > size_bytes) break;
     position_bytes += frame->size_bytes;
+    ++wholeFrames;
   }
-  return position_bytes < size_bytes ? std::optional(position_bytes) : std::nullopt;
+  if (wholeFrames < kFewestFrames || position_bytes == size_bytes) return std::nullopt;
+  return position_bytes;
 }
 
 }  // namespace linux_host

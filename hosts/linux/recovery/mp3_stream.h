@@ -14,8 +14,9 @@ namespace linux_host {
 // with a frame header, or the next frame does not belong to the same stream.
 [[nodiscard]] std::optional<double> mp3Duration_s(const OpenFile& file);
 
-// The offset of the incomplete frame at the end of such a stream. Null when there is none, or when
-// something before it is not a frame, as the next frame cannot be found then.
+// The offset of the incomplete frame at the end of such a stream. Null when there is none, when
+// players would refuse what is left without it, or when something before it is not a frame, as the
+// next frame cannot be found then.
 [[nodiscard]] std::optional<std::uint64_t> tornMp3Frame_bytes(const OpenFile& file);
 
 }  // namespace linux_host

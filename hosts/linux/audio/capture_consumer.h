@@ -29,7 +29,7 @@ class CaptureConsumer {
   [[nodiscard]] virtual std::chrono::milliseconds patience() const { return kUsualPatience; }
 
  protected:
-  static constexpr std::chrono::milliseconds kUsualPatience{10};
+  static constexpr std::chrono::milliseconds kUsualPatience{25};
 };
 
 }  // namespace linux_host

@@ -31,10 +31,13 @@ class DispatchThreads::Worker {
   }
 
   void add(std::function<void()> item) {
-    const platform::MutexLock lock(mutex_);
-    if (closed_ || item == nullptr) return;
-    pending_.begin();
-    items_.push_back(std::move(item));
+    {
+      const platform::MutexLock lock(mutex_);
+      if (closed_ || item == nullptr) return;
+      pending_.begin();
+      items_.push_back(std::move(item));
+    }
+    // Under the lock the thread would wake up only to wait for that.
     changed_.notify_one();
   }
 

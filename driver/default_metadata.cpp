@@ -24,12 +24,18 @@ bool DefaultMetadata::start(pw_context* context, std::string remote, std::functi
   onLost_ = std::move(onLost);
   loop_ = pw_context_get_main_loop(context);
   if (!connect()) return false;
-  limitTimer_ = pw_loop_add_timer(
-      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->answerIsLate(); },
-      this);
-  laterTimer_ = pw_loop_add_timer(
-      loop_, [](void* data, std::uint64_t) { static_cast<DefaultMetadata*>(data)->lookAgain(); },
-      this);
+  limitTimer_ = LoopSource(loop_, pw_loop_add_timer(
+                                      loop_,
+                                      [](void* data, std::uint64_t) {
+                                        static_cast<DefaultMetadata*>(data)->answerIsLate();
+                                      },
+                                      this));
+  laterTimer_ = LoopSource(loop_, pw_loop_add_timer(
+                                      loop_,
+                                      [](void* data, std::uint64_t) {
+                                        static_cast<DefaultMetadata*>(data)->lookAgain();
+                                      },
+                                      this));
   return true;
 }
 
@@ -57,37 +63,32 @@ bool DefaultMetadata::connect() {
             static_cast<DefaultMetadata*>(data)->globalRemoved(id);
           },
   };
-  core_ = pw_context_connect(
+  core_.reset(pw_context_connect(
       context_,
       pw_properties_new(PW_KEY_REMOTE_NAME, remote_.c_str(), PW_KEY_APP_NAME, "loopback-driver",
                         PW_KEY_MEDIA_CATEGORY, "Manager", nullptr),
-      0);
-  if (core_ == nullptr) return false;
-  coreListener_ = {};
-  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
-  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-  registryListener_ = {};
-  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+      0));
+  if (!core_) return false;
+  core_.listen(&kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  registry_.listen(&kRegistryEvents, this);
   return true;
 }
 
 void DefaultMetadata::stop() {
   awaited_ = nullptr;
   disconnect();
-  for (spa_source** timer : {&limitTimer_, &laterTimer_}) {
-    if (*timer != nullptr) pw_loop_destroy_source(loop_, std::exchange(*timer, nullptr));
-  }
+  limitTimer_.reset();
+  laterTimer_.reset();
 }
 
 void DefaultMetadata::disconnect() {
-  if (core_ == nullptr) return;
+  if (!core_) return;
   release();
   global_ = SPA_ID_INVALID;
   isStuck_ = false;
-  spa_hook_remove(&registryListener_);
-  pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-  spa_hook_remove(&coreListener_);
-  pw_core_disconnect(std::exchange(core_, nullptr));
+  registry_.reset();
+  core_.reset();
 }
 
 void DefaultMetadata::globalAppeared(std::uint32_t global, const char* type,
@@ -113,7 +114,7 @@ void DefaultMetadata::globalRemoved(std::uint32_t global) {
   release();
   global_ = SPA_ID_INVALID;
   guard_->sessionManagerGone();
-  if (isStuck_) startTimer(laterTimer_, kAtOnce);
+  if (isStuck_) laterTimer_.startTimer(kAtOnce);
 }
 
 void DefaultMetadata::bind() {
@@ -131,13 +132,13 @@ void DefaultMetadata::bind() {
   mustReadAgain_ = isReading_;
   if (mustReadAgain_ || global_ == SPA_ID_INVALID) return;
   release();
-  metadata_.reset(
-      pw_registry_bind(registry_, global_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+  metadata_.reset(pw_registry_bind(registry_.as<pw_registry>(), global_, PW_TYPE_INTERFACE_Metadata,
+                                   PW_VERSION_METADATA, 0));
   if (!metadata_) return;
   metadata_.listen(&kEvents, this);
   read_ = {};
   isReading_ = true;
-  readSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
+  readSequence_ = pw_core_sync(core_.get(), PW_ID_CORE, 0);
 }
 
 void DefaultMetadata::release() {
@@ -161,7 +162,7 @@ void DefaultMetadata::afterWrites(std::function<void()> action) {
 }
 
 void DefaultMetadata::readAgainLater() {
-  if (!isStuck_) startTimer(laterTimer_, kSecondLook);
+  if (!isStuck_) laterTimer_.startTimer(kSecondLook);
 }
 
 void DefaultMetadata::lookAgain() {
@@ -225,8 +226,8 @@ void DefaultMetadata::reportRead() {
 
 void DefaultMetadata::await(std::function<void()> action) {
   awaited_ = std::move(action);
-  awaitedSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
-  startTimer(limitTimer_, kAnswerLimit);
+  awaitedSequence_ = pw_core_sync(core_.get(), PW_ID_CORE, 0);
+  limitTimer_.startTimer(kAnswerLimit);
 }
 
 void DefaultMetadata::answered(int sequence) {
@@ -250,12 +251,8 @@ void DefaultMetadata::answerIsLate() {
 
 void DefaultMetadata::runAwaited() {
   if (!awaited_) return;
-  startTimer(limitTimer_, {});
+  limitTimer_.startTimer({});
   std::exchange(awaited_, nullptr)();
-}
-
-void DefaultMetadata::startTimer(spa_source* timer, timespec delay) {
-  pw_loop_update_timer(loop_, timer, &delay, nullptr, false);
 }
 
 }  // namespace loopback

@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
-#include "driver/bound_proxy.h"
 #include "driver/default_guard.h"
+#include "driver/pipewire_owners.h"
 
 namespace loopback {
 
@@ -88,17 +88,14 @@ class DefaultMetadata : public DefaultKeys {
   void answerIsLate();
   void runAwaited();
   void lookAgain();
-  void startTimer(spa_source* timer, timespec delay);
 
   DefaultGuard* guard_ = nullptr;
   std::function<void()> onLost_;
   pw_context* context_ = nullptr;
   std::string remote_;
   pw_loop* loop_ = nullptr;
-  pw_core* core_ = nullptr;
-  pw_registry* registry_ = nullptr;
-  spa_hook coreListener_{};
-  spa_hook registryListener_{};
+  CorePtr core_;
+  BoundProxy registry_;
 
   std::uint32_t global_ = SPA_ID_INVALID;
   BoundProxy metadata_;
@@ -114,8 +111,8 @@ class DefaultMetadata : public DefaultKeys {
 
   int awaitedSequence_ = 0;
   std::function<void()> awaited_;
-  spa_source* limitTimer_ = nullptr;
-  spa_source* laterTimer_ = nullptr;
+  LoopSource limitTimer_;
+  LoopSource laterTimer_;
 };
 
 }  // namespace loopback

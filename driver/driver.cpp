@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "driver/bound_proxy.h"
 #include "driver/choice_file.h"
 #include "driver/loopback_protocol.h"
 #include "driver/report.h"
@@ -69,35 +68,33 @@ Driver::Driver(const Options& options)
   defaults_.follow(defaultGuard_);
 }
 
-Driver::~Driver() {
-  sink_.hide();
-  clients_.clear();
-  defaults_.stop();
-  if (registry_ != nullptr) pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-  if (core_ != nullptr) pw_core_disconnect(core_);
-  if (context_ != nullptr) pw_context_destroy(context_);
-  if (mainLoop_ != nullptr) pw_main_loop_destroy(mainLoop_);
-}
+Driver::~Driver() = default;
 
 int Driver::run() {
   guardProcess_.start();
-  mainLoop_ = pw_main_loop_new(nullptr);
+  mainLoop_.reset(pw_main_loop_new(nullptr));
   if (mainLoop_ == nullptr) {
     reportErrno("cannot create an event loop");
     return EXIT_FAILURE;
   }
-  loop_ = pw_main_loop_get_loop(mainLoop_);
-  departureTimer_ = pw_loop_add_timer(
-      loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->awaitDeparture(); }, this);
-  predecessorTimer_ = pw_loop_add_timer(
-      loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->yieldToAnotherDriver(); },
-      this);
+  loop_ = pw_main_loop_get_loop(mainLoop_.get());
+  departureTimer_ = LoopSource(
+      loop_,
+      pw_loop_add_timer(
+          loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->awaitDeparture(); },
+          this));
+  predecessorTimer_ = LoopSource(loop_, pw_loop_add_timer(
+                                            loop_,
+                                            [](void* data, std::uint64_t) {
+                                              static_cast<Driver*>(data)->yieldToAnotherDriver();
+                                            },
+                                            this));
   watchSignals();
   watchGuard();
   if (!connect()) return EXIT_FAILURE;
   // The first round trip reports the existing objects, the second their details.
   afterRoundTrip([this] { afterRoundTrip([this] { announce(); }); });
-  pw_main_loop_run(mainLoop_);
+  pw_main_loop_run(mainLoop_.get());
   return exitCode_;
 }
 
@@ -129,27 +126,27 @@ bool Driver::connect() {
   // Loads none of the user's client configuration, only the two modules that are used. The library
   // warns about that in the daemon's log.
   if (std::getenv("PIPEWIRE_DEBUG") == nullptr) pw_log_set_level(SPA_LOG_LEVEL_ERROR);
-  context_ = pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0);
+  context_.reset(pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0));
   if (context_ == nullptr ||
-      pw_context_load_module(context_, "libpipewire-module-protocol-native", nullptr, nullptr) ==
-          nullptr ||
-      pw_context_load_module(context_, "libpipewire-module-metadata", nullptr, nullptr) ==
+      pw_context_load_module(context_.get(), "libpipewire-module-protocol-native", nullptr,
+                             nullptr) == nullptr ||
+      pw_context_load_module(context_.get(), "libpipewire-module-metadata", nullptr, nullptr) ==
           nullptr) {
     reportErrno("cannot set up PipeWire's client library");
     return false;
   }
-  core_ = pw_context_connect(
-      context_,
+  core_.reset(pw_context_connect(
+      context_.get(),
       pw_properties_new(PW_KEY_REMOTE_NAME, remote.c_str(), PW_KEY_APP_NAME, "loopback-driver",
                         PW_KEY_MEDIA_CATEGORY, "Manager", nullptr),
-      0);
-  if (core_ == nullptr || !defaults_.start(context_, remote, [this] { daemonGone(); })) {
+      0));
+  if (!core_ || !defaults_.start(context_.get(), remote, [this] { daemonGone(); })) {
     reportErrno("cannot connect to the PipeWire daemon at \"" + remote + "\"");
     return false;
   }
-  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
-  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+  core_.listen(&kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  registry_.listen(&kRegistryEvents, this);
   return true;
 }
 
@@ -162,22 +159,22 @@ void Driver::watchSignals() {
 
 void Driver::watchGuard() {
   if (guardProcess_.fd() < 0) return;
-  guardSource_ = pw_loop_add_io(
-      loop_, guardProcess_.fd(), SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false,
-      [](void* data, int, std::uint32_t) { static_cast<Driver*>(data)->guardDied(); }, this);
+  guardSource_ = LoopSource(
+      loop_,
+      pw_loop_add_io(
+          loop_, guardProcess_.fd(), SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false,
+          [](void* data, int, std::uint32_t) { static_cast<Driver*>(data)->guardDied(); }, this));
 }
 
 void Driver::guardDied() {
-  pw_loop_destroy_source(loop_, guardSource_);
-  guardSource_ = nullptr;
+  guardSource_.reset();
   if (guardProcess_.bury() && guardProcess_.start()) watchGuard();
 }
 
 void Driver::announce() {
   if (phase_ != DevicePhase::kStarting || requests_.isClosed()) return;
   if (!otherDrivers_.empty()) {
-    timespec limit = kPredecessorLimit;
-    pw_loop_update_timer(loop_, predecessorTimer_, &limit, nullptr, false);
+    predecessorTimer_.startTimer(kPredecessorLimit);
     return;
   }
   enter(DevicePhase::kHidden);
@@ -199,16 +196,18 @@ void Driver::stop() {
   if (phase_ != DevicePhase::kStarting) publish(kLoopbackDriverKey, {});
   followRequests();
   // A daemon that does not answer must not hold up the end of the session.
-  spa_source* limit = pw_loop_add_timer(
-      loop_,
-      [](void* data, std::uint64_t) { pw_main_loop_quit(static_cast<Driver*>(data)->mainLoop_); },
-      this);
-  timespec value = kStopLimit;
-  pw_loop_update_timer(loop_, limit, &value, nullptr, false);
+  stopTimer_ =
+      LoopSource(loop_, pw_loop_add_timer(
+                            loop_,
+                            [](void* data, std::uint64_t) {
+                              pw_main_loop_quit(static_cast<Driver*>(data)->mainLoop_.get());
+                            },
+                            this));
+  stopTimer_.startTimer(kStopLimit);
 }
 
 void Driver::afterRoundTrip(std::function<void()> action) {
-  roundTrips_[pw_core_sync(core_, PW_ID_CORE, 0)] = std::move(action);
+  roundTrips_[pw_core_sync(core_.get(), PW_ID_CORE, 0)] = std::move(action);
 }
 
 void Driver::globalAppeared(std::uint32_t global, const char* type, const spa_dict* properties) {
@@ -259,8 +258,8 @@ void Driver::clientAppeared(std::uint32_t global) {
     return events;
   }();
   auto client = std::make_unique<Client>(*this, global);
-  client->proxy.reset(
-      pw_registry_bind(registry_, global, PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
+  client->proxy.reset(pw_registry_bind(registry_.as<pw_registry>(), global,
+                                       PW_TYPE_INTERFACE_Client, PW_VERSION_CLIENT, 0));
   if (!client->proxy) return;
   client->proxy.listen(&kEvents, client.get());
   clients_[global] = std::move(client);
@@ -278,7 +277,8 @@ void Driver::clientInfo(std::uint32_t global, const spa_dict& properties) {
 }
 
 void Driver::driverFound(std::uint32_t global) {
-  const auto own = pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(core_)));
+  const auto own =
+      pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(core_.get())));
   if (global == own) return;
   otherDrivers_.insert(global);
   // If two drivers start at the same moment, one has to go, and both have to agree which.
@@ -287,8 +287,7 @@ void Driver::driverFound(std::uint32_t global) {
 
 void Driver::driverGone(std::uint32_t global) {
   if (otherDrivers_.erase(global) == 0 || !otherDrivers_.empty()) return;
-  timespec never{};
-  pw_loop_update_timer(loop_, predecessorTimer_, &never, nullptr, false);
+  predecessorTimer_.startTimer({});
   // The details of the other clients must be known first.
   if (phase_ == DevicePhase::kStarting) afterRoundTrip([this] { announce(); });
 }
@@ -296,7 +295,7 @@ void Driver::driverGone(std::uint32_t global) {
 void Driver::daemonGone() {
   if (!requests_.isClosed()) report("the connection to PipeWire has ended");
   requests_.close();
-  pw_main_loop_quit(mainLoop_);
+  pw_main_loop_quit(mainLoop_.get());
 }
 
 void Driver::followRequests() {
@@ -334,7 +333,7 @@ void Driver::startShowing() {
 void Driver::makeDevice() {
   if (!requests_.anyoneAsks()) return startLeaving();
   defaultGuard_.willShow();
-  if (sink_.show(core_, sinks_.channelsFor(defaultGuard_.lastRealDefault()))) return;
+  if (sink_.show(core_.get(), sinks_.channelsFor(defaultGuard_.lastRealDefault()))) return;
   requests_.forgetAll();
   startLeaving();
 }
@@ -345,8 +344,7 @@ void Driver::deviceMade() {
 
 void Driver::stay() {
   enter(DevicePhase::kShowing);
-  timespec never{};
-  pw_loop_update_timer(loop_, departureTimer_, &never, nullptr, false);
+  departureTimer_.startTimer({});
   defaultGuard_.willShow();
   // A client that is told that the device stays may make it the default; our earlier writes must
   // arrive before that.
@@ -380,8 +378,7 @@ void Driver::awaitDeparture() {
   quietLooks_ = isInUse() ? 0 : quietLooks_ + 1;
   const bool isNeeded = sink_.exists() && quietLooks_ <= kQuietLooks && ++looks_ <= kMostLooks;
   if (!isNeeded) return takeAway();
-  timespec interval = kLookInterval;
-  pw_loop_update_timer(loop_, departureTimer_, &interval, nullptr, false);
+  departureTimer_.startTimer(kLookInterval);
 }
 
 bool Driver::isInUse() const {
@@ -412,11 +409,11 @@ void Driver::publishGrants() {
 void Driver::publish(const char* key, const std::string& value) {
   const spa_dict_item item{key, value.empty() ? nullptr : value.c_str()};
   const spa_dict properties = SPA_DICT_INIT(&item, 1);
-  pw_client_update_properties(pw_core_get_client(core_), &properties);
+  pw_client_update_properties(pw_core_get_client(core_.get()), &properties);
 }
 
 void Driver::endWhenHidden() {
-  defaults_.afterWrites([this] { afterRoundTrip([this] { pw_main_loop_quit(mainLoop_); }); });
+  defaults_.afterWrites([this] { afterRoundTrip([this] { pw_main_loop_quit(mainLoop_.get()); }); });
 }
 
 }  // namespace loopback

@@ -16,6 +16,7 @@
 #include "driver/device_phase.h"
 #include "driver/guard_process.h"
 #include "driver/loopback_sink.h"
+#include "driver/pipewire_owners.h"
 #include "driver/request_book.h"
 #include "driver/sink_directory.h"
 #include "driver/vouched_program.h"
@@ -90,18 +91,22 @@ class Driver {
   void endWhenHidden();
 
   Options options_;
-  pw_main_loop* mainLoop_ = nullptr;
-  pw_loop* loop_ = nullptr;
-  pw_context* context_ = nullptr;
-  pw_core* core_ = nullptr;
-  pw_registry* registry_ = nullptr;
-  spa_hook coreListener_{};
-  spa_hook registryListener_{};
-  spa_source* guardSource_ = nullptr;
-
+  // These two wait at their end, for another process and for the disk: the connection is closed by
+  // then.
   GuardProcess guardProcess_;
-  const VouchedProgram ownProgram_ = VouchedProgram::ownProgram();
   ChoiceWriter choices_;
+
+  MainLoopPtr mainLoop_;
+  pw_loop* loop_ = nullptr;
+  ContextPtr context_;
+  CorePtr core_;
+  BoundProxy registry_;
+  LoopSource guardSource_;
+  LoopSource predecessorTimer_;
+  LoopSource departureTimer_;
+  LoopSource stopTimer_;
+
+  const VouchedProgram ownProgram_ = VouchedProgram::ownProgram();
   DefaultMetadata defaults_;
   DefaultGuard defaultGuard_;
   RequestBook requests_;
@@ -112,8 +117,6 @@ class Driver {
   std::map<int, std::function<void()>> roundTrips_;
   DevicePhase phase_ = DevicePhase::kStarting;
   std::string granted_;  // as last published
-  spa_source* predecessorTimer_ = nullptr;
-  spa_source* departureTimer_ = nullptr;
   // While leaving: the number of checks so far, and of the last consecutive ones that found the
   // device unused.
   int looks_ = 0;

@@ -59,7 +59,7 @@ bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels)
     };
     return events;
   }();
-  pw_properties* properties = pw_properties_new(
+  const PropertiesPtr properties(pw_properties_new(
       SPA_KEY_FACTORY_NAME, "support.null-audio-sink", PW_KEY_NODE_NAME, kLoopbackDeviceUID,
       PW_KEY_NODE_DESCRIPTION, localizedDeviceName().c_str(), PW_KEY_MEDIA_CLASS, "Audio/Sink",
       kLoopbackDeviceManufacturerKey, version_.c_str(), PW_KEY_NODE_VIRTUAL, "true",
@@ -67,12 +67,11 @@ bool LoopbackSink::show(pw_core* core, const std::vector<std::string>& channels)
       // The recording is what is played, whatever this device's volume.
       "monitor.channel-volumes", "false",
       // Always ready to play or record, but the last choice as a default device.
-      "session.suspend-timeout-seconds", "0", PW_KEY_PRIORITY_SESSION, "-1000", nullptr);
-  pw_properties_set(properties, "audio.position", joined(channels).c_str());
-  pw_properties_setf(properties, PW_KEY_AUDIO_CHANNELS, "%zu", channels.size());
+      "session.suspend-timeout-seconds", "0", PW_KEY_PRIORITY_SESSION, "-1000", nullptr));
+  pw_properties_set(properties.get(), "audio.position", joined(channels).c_str());
+  pw_properties_setf(properties.get(), PW_KEY_AUDIO_CHANNELS, "%zu", channels.size());
   proxy_.reset(pw_core_create_object(core, "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE,
                                      &properties->dict, 0));
-  pw_properties_free(properties);
   if (!proxy_) {
     reportErrno("cannot ask PipeWire for the device");
     return false;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/bound_proxy.h"
+#include "driver/pipewire_owners.h"
 
 namespace loopback {
 

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "driver/bound_proxy.h"
 #include "driver/default_value.h"
 #include "driver/loopback_protocol.h"
 #include "hosts/linux/audio/pipewire_context.h"
@@ -57,27 +56,17 @@ bool GraphWatcher::connect(pw_context* context) {
   }();
   static constexpr pw_registry_events kRegistryEvents{PW_VERSION_REGISTRY_EVENTS, onGlobal,
                                                       onGlobalRemove};
-  core_ = connectContext(context, pw_properties_new(PW_KEY_APP_NAME, "Record Audio", PW_KEY_APP_ID,
-                                                    kApplicationId, nullptr));
-  if (core_ == nullptr) return false;
-  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
-  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
-  globalsSequence_ = pw_core_sync(core_, PW_ID_CORE, 0);
+  core_.reset(connectContext(context, pw_properties_new(PW_KEY_APP_NAME, "Record Audio",
+                                                        PW_KEY_APP_ID, kApplicationId, nullptr)));
+  if (!core_) return false;
+  core_.listen(&kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  registry_.listen(&kRegistryEvents, this);
+  globalsSequence_ = pw_core_sync(core_.get(), PW_ID_CORE, 0);
   return true;
 }
 
-GraphWatcher::~GraphWatcher() {
-  bindings_.clear();
-  if (registry_ != nullptr) {
-    spa_hook_remove(&registryListener_);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-  }
-  if (core_ != nullptr) {
-    spa_hook_remove(&coreListener_);
-    pw_core_disconnect(core_);
-  }
-}
+GraphWatcher::~GraphWatcher() = default;
 
 void GraphWatcher::onDone(void* data, std::uint32_t id, int sequence) {
   auto* self = static_cast<GraphWatcher*>(data);
@@ -89,10 +78,10 @@ void GraphWatcher::onDone(void* data, std::uint32_t id, int sequence) {
     self->markKnown(nodeId);
   }
   if (sequence == self->globalsSequence_) {
-    self->detailsSequence_ = pw_core_sync(self->core_, PW_ID_CORE, 0);
+    self->detailsSequence_ = pw_core_sync(self->core_.get(), PW_ID_CORE, 0);
   } else if (sequence == self->detailsSequence_) {
     const std::uint32_t own =
-        pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(self->core_)));
+        pw_proxy_get_bound_id(reinterpret_cast<pw_proxy*>(pw_core_get_client(self->core_.get())));
     self->owner_.update([own](AudioGraph& graph) { graph.loopbackState.ownClientIs(own); });
     self->owner_.pictureIsComplete();
   }
@@ -146,7 +135,7 @@ void GraphWatcher::onGlobalRemove(void* data, std::uint32_t id) {
 
 GraphWatcher::Binding* GraphWatcher::bind(std::uint32_t id, const char* type,
                                           std::uint32_t version) {
-  void* proxy = pw_registry_bind(registry_, id, type, version, 0);
+  void* proxy = pw_registry_bind(registry_.as<pw_registry>(), id, type, version, 0);
   if (proxy == nullptr) return nullptr;
   return (bindings_[id] = std::make_unique<Binding>(this, id, proxy)).get();
 }
@@ -167,7 +156,7 @@ void GraphWatcher::bindNode(std::uint32_t id, const NodeProperties& properties) 
   auto* node = binding->proxy.as<pw_node>();
   std::uint32_t params[] = {SPA_PARAM_Props, SPA_PARAM_EnumFormat, SPA_PARAM_Format};
   pw_node_subscribe_params(node, params, std::size(params));
-  nodeSyncs_[pw_core_sync(core_, PW_ID_CORE, 0)] = id;
+  nodeSyncs_[pw_core_sync(core_.get(), PW_ID_CORE, 0)] = id;
 }
 
 void GraphWatcher::markKnown(std::uint32_t nodeId) {
@@ -283,7 +272,7 @@ void GraphWatcher::bindMetadata(std::uint32_t id, const NodeProperties& properti
   if (!owner_.metadataAsked()) return;
   Binding* binding = bind(id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA);
   // Answered after the object, whether it could be bound or not.
-  metadataSyncs_.insert(pw_core_sync(core_, PW_ID_CORE, 0));
+  metadataSyncs_.insert(pw_core_sync(core_.get(), PW_ID_CORE, 0));
   if (binding == nullptr) return;
   auto* metadata = binding->proxy.as<pw_metadata>();
   if (isDefaults) defaults_ = metadata;
@@ -325,7 +314,7 @@ void GraphWatcher::setOwnProperties(const NodeProperties& properties) {
   items.reserve(properties.size());
   for (const auto& [key, value] : properties) items.push_back({key.c_str(), value.c_str()});
   const spa_dict dictionary{0, static_cast<std::uint32_t>(items.size()), items.data()};
-  pw_client_update_properties(pw_core_get_client(core_), &dictionary);
+  pw_client_update_properties(pw_core_get_client(core_.get()), &dictionary);
 }
 
 }  // namespace linux_host

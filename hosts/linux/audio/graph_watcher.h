@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <spa/utils/hook.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -10,19 +8,14 @@
 #include <set>
 #include <string>
 
+#include "driver/pipewire_owners.h"
 #include "driver/vouched_program.h"
 #include "hosts/linux/audio/audio_graph.h"
 
 struct pw_client_info;
-struct pw_context;
-struct pw_core;
 struct pw_device_info;
 struct pw_metadata;
 struct pw_node_info;
-struct pw_proxy;
-struct pw_registry;
-struct spa_dict;
-struct spa_pod;
 
 namespace linux_host {
 
@@ -93,10 +86,8 @@ class GraphWatcher {
 
   Owner& owner_;
   const loopback::VouchedProgram& driver_;
-  pw_core* core_ = nullptr;
-  pw_registry* registry_ = nullptr;
-  spa_hook coreListener_{};
-  spa_hook registryListener_{};
+  loopback::CorePtr core_;
+  loopback::BoundProxy registry_;
   std::map<std::uint32_t, std::unique_ptr<Binding>> bindings_;
   pw_metadata* defaults_ = nullptr;
   bool hasBroken_ = false;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "driver/loopback_protocol.h"
+#include "driver/pipewire_owners.h"
 #include "hosts/linux/audio/graph_watcher.h"
 #include "hosts/linux/audio/pipewire_context.h"
 
@@ -47,7 +48,6 @@ std::string notRunningMessage(const std::string& reason) {
 class PipeWireConnection::Remote final : public GraphWatcher::Owner {
  public:
   explicit Remote(PipeWireConnection& owner) : owner_(owner) {}
-  ~Remote() override;
   Remote(const Remote&) = delete;
   Remote& operator=(const Remote&) = delete;
 
@@ -81,17 +81,11 @@ class PipeWireConnection::Remote final : public GraphWatcher::Owner {
 
   PipeWireConnection& owner_;
   pw_loop* loop_ = nullptr;
-  pw_context* context_ = nullptr;
-  spa_source* timer_ = nullptr;
+  loopback::ContextPtr context_;
+  loopback::LoopSource timer_;
   Stage stage_ = Stage::kNone;
   std::unique_ptr<GraphWatcher> watcher_;
 };
-
-PipeWireConnection::Remote::~Remote() {
-  watcher_.reset();
-  if (timer_ != nullptr) pw_loop_destroy_source(loop_, timer_);
-  if (context_ != nullptr) pw_context_destroy(context_);
-}
 
 void PipeWireConnection::Remote::begin(pw_loop* loop) {
   if (loop == nullptr) {
@@ -99,15 +93,17 @@ void PipeWireConnection::Remote::begin(pw_loop* loop) {
     return;
   }
   loop_ = loop;
-  context_ = makeContext(loop, ContextKind::kControl);
+  context_.reset(makeContext(loop, ContextKind::kControl));
   if (context_ == nullptr) {
     owner_.lose("PipeWire's client library cannot be set up (" + std::string(strerror(errno)) +
                 "). Check that PipeWire's client configuration is installed.");
     return;
   }
-  timer_ = pw_loop_add_timer(
-      loop_, [](void* self, std::uint64_t) { static_cast<Remote*>(self)->onTime(); }, this);
-  if (timer_ == nullptr) {
+  timer_ = loopback::LoopSource(
+      loop_,
+      pw_loop_add_timer(
+          loop_, [](void* self, std::uint64_t) { static_cast<Remote*>(self)->onTime(); }, this));
+  if (!timer_) {
     owner_.lose(noResourcesMessage(strerror(errno)));
     return;
   }
@@ -115,14 +111,13 @@ void PipeWireConnection::Remote::begin(pw_loop* loop) {
 }
 
 void PipeWireConnection::Remote::wakeAfter(std::chrono::nanoseconds time) {
-  timespec value = toTimespec(time);
-  pw_loop_update_timer(loop_, timer_, &value, nullptr, false);
+  timer_.startTimer(toTimespec(time));
 }
 
 void PipeWireConnection::Remote::tryToConnect() {
   update([](AudioGraph& graph) { graph = AudioGraph{}; });
   watcher_ = std::make_unique<GraphWatcher>(*this, owner_.driver_);
-  if (!watcher_->connect(context_)) {
+  if (!watcher_->connect(context_.get())) {
     const std::string reason = strerror(errno);
     watcher_.reset();
     owner_.lose(notRunningMessage(reason));

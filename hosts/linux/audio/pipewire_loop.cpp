@@ -6,6 +6,8 @@
 
 #include <utility>
 
+#include "driver/pipewire_owners.h"
+
 namespace linux_host {
 
 PipeWireLoop::PipeWireLoop(std::string threadName)
@@ -70,29 +72,28 @@ void PipeWireLoop::run(const std::string& threadName) {
   static std::once_flag initialised;
   std::call_once(initialised, [] { pw_init(nullptr, nullptr); });
 
-  pw_loop* loop = pw_loop_new(nullptr);
-  spa_source* wakeSource = loop == nullptr ? nullptr : pw_loop_add_event(loop, onWake, this);
-  if (wakeSource == nullptr) {
-    if (loop != nullptr) pw_loop_destroy(loop);
+  loopback::LoopPtr loop(pw_loop_new(nullptr));
+  loopback::LoopSource wakeSource;
+  if (loop) {
+    wakeSource = loopback::LoopSource(loop.get(), pw_loop_add_event(loop.get(), onWake, this));
+  }
+  if (!wakeSource) {
+    loop.reset();
     runWithoutLoop();
     return;
   }
   {
     const platform::MutexLock lock(mutex_);
-    loop_ = loop;
-    wakeSource_ = wakeSource;
+    loop_ = loop.get();
+    wakeSource_ = wakeSource.get();
     if (quit_ || !posted_.empty()) wake();
   }
   // Not the library's main loop: that takes a descriptor to be ended, and without one never ends.
-  pw_loop_enter(loop);
-  while (isRunning_) pw_loop_iterate(loop, -1);
-  pw_loop_leave(loop);
-  {
-    const platform::MutexLock lock(mutex_);
-    pw_loop_destroy_source(loop, wakeSource_);
-    wakeSource_ = nullptr;
-  }
-  pw_loop_destroy(loop);
+  pw_loop_enter(loop.get());
+  while (isRunning_) pw_loop_iterate(loop.get(), -1);
+  pw_loop_leave(loop.get());
+  const platform::MutexLock lock(mutex_);
+  wakeSource_ = nullptr;
 }
 
 }  // namespace linux_host

@@ -76,9 +76,7 @@ StreamConnection::StreamConnection(StreamRequest request,
                                    std::function<void(const std::string&)> onFailed)
     : request_(std::move(request)), onFailed_(std::move(onFailed)) {}
 
-StreamConnection::~StreamConnection() {
-  disconnect();
-}
+StreamConnection::~StreamConnection() = default;
 
 void StreamConnection::connect(pw_loop* loop) {
   static constexpr pw_core_events kCoreEvents = [] {
@@ -96,18 +94,18 @@ void StreamConnection::connect(pw_loop* loop) {
     fail(noResourcesMessage(strerror(EMFILE)));
     return;
   }
-  context_ = makeContext(loop, ContextKind::kAudio);
+  context_.reset(makeContext(loop, ContextKind::kAudio));
   if (context_ == nullptr) {
     fail("PipeWire's client library cannot be set up" + inBrackets(strerror(errno)));
     return;
   }
-  core_ = connectContext(context_, nullptr);
-  if (core_ == nullptr) {
+  core_.reset(connectContext(context_.get(), nullptr));
+  if (!core_) {
     fail(notRunningMessage(strerror(errno)));
     return;
   }
   // Before the stream listens, so that a lost daemon is not taken for a lost device.
-  pw_core_add_listener(core_, &coreListener_, &kCoreEvents, this);
+  core_.listen(&kCoreEvents, this);
   watchDevice();
   connectStream();
 }
@@ -115,9 +113,8 @@ void StreamConnection::connect(pw_loop* loop) {
 void StreamConnection::watchDevice() {
   static constexpr pw_registry_events kRegistryEvents{PW_VERSION_REGISTRY_EVENTS, onGlobal,
                                                       onGlobalRemove};
-  registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-  if (registry_ == nullptr) return;
-  pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  if (registry_) registry_.listen(&kRegistryEvents, this);
 }
 
 void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, const char* type,
@@ -133,10 +130,9 @@ void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, con
     events.info = onDeviceInfo;
     return events;
   }();
-  self->device_ = static_cast<pw_node*>(
-      pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
-  if (self->device_ == nullptr) return;
-  pw_node_add_listener(self->device_, &self->deviceListener_, &kDeviceEvents, self);
+  self->device_.reset(pw_registry_bind(self->registry_.as<pw_registry>(), id,
+                                       PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
+  if (self->device_) self->device_.listen(&kDeviceEvents, self);
 }
 
 // A device that was suspended while it ran for the stream runs again at once, but its link may
@@ -144,9 +140,9 @@ void StreamConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t, con
 void StreamConnection::onDeviceInfo(void* data, const pw_node_info* info) {
   auto* self = static_cast<StreamConnection*>(data);
   if (info->state == PW_NODE_STATE_RUNNING) {
-    self->deviceHasRun_ = self->stream_ != nullptr;
+    self->deviceHasRun_ = static_cast<bool>(self->stream_);
   } else if (info->state == PW_NODE_STATE_SUSPENDED && self->deviceHasRun_) {
-    self->disconnectStream();
+    self->disconnect();
     self->connectStream();
   }
 }
@@ -155,7 +151,7 @@ void StreamConnection::onGlobalRemove(void* data, std::uint32_t id) {
   auto* self = static_cast<StreamConnection*>(data);
   if (self->deviceId_ != id) return;
   // At once: nobody is to link what is left of it with another device.
-  self->disconnectStream();
+  self->disconnect();
   self->stateChanged(PW_STREAM_STATE_UNCONNECTED, nullptr);
 }
 
@@ -173,12 +169,12 @@ void StreamConnection::connectStream() {
     events.process = [](void* data) { static_cast<StreamConnection*>(data)->process(); };
     return events;
   }();
-  stream_ = pw_stream_new(core_, "Record Audio", streamProperties(request_));
-  if (stream_ == nullptr) {
+  stream_.reset(pw_stream_new(core_.get(), "Record Audio", streamProperties(request_)));
+  if (!stream_) {
     fail("PipeWire cannot create a stream" + inBrackets(strerror(errno)));
     return;
   }
-  pw_stream_add_listener(stream_, &streamListener_, &kStreamEvents, this);
+  stream_.listen(&kStreamEvents, this);
 
   spa_audio_info_raw info{};
   info.format = SPA_AUDIO_FORMAT_F32P;
@@ -192,7 +188,7 @@ void StreamConnection::connectStream() {
   const auto flags = static_cast<pw_stream_flags>(
       PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS);
   const pw_direction direction = request_.isPlaying ? PW_DIRECTION_OUTPUT : PW_DIRECTION_INPUT;
-  const int result = pw_stream_connect(stream_, direction, PW_ID_ANY, flags, &format, 1);
+  const int result = pw_stream_connect(stream_.get(), direction, PW_ID_ANY, flags, &format, 1);
   if (result < 0) stateChanged(PW_STREAM_STATE_ERROR, strerror(-result));
 }
 
@@ -200,8 +196,8 @@ void StreamConnection::ioChanged(std::uint32_t id, void* area, std::uint32_t siz
   if (id != SPA_IO_Position) return;
   const void* now = size_bytes >= sizeof(spa_io_position) ? area : nullptr;
   // Waits for the data thread, so that it no longer uses the old area when that is unmapped.
-  pw_data_loop_invoke(pw_context_get_data_loop(context_), takePosition, 0, &now, sizeof now, true,
-                      this);
+  pw_data_loop_invoke(pw_context_get_data_loop(context_.get()), takePosition, 0, &now, sizeof now,
+                      true, this);
 }
 
 int StreamConnection::takePosition(spa_loop*, bool, std::uint32_t, const void* data, std::size_t,
@@ -210,30 +206,9 @@ int StreamConnection::takePosition(spa_loop*, bool, std::uint32_t, const void* d
   return 0;
 }
 
-void StreamConnection::disconnectStream() {
-  deviceHasRun_ = false;
-  if (stream_ == nullptr) return;
-  spa_hook_remove(&streamListener_);
-  // A cycle may be running until this returns.
-  pw_stream_destroy(stream_);
-  stream_ = nullptr;
-}
-
 void StreamConnection::disconnect() {
-  disconnectStream();
-  if (device_ != nullptr) {
-    spa_hook_remove(&deviceListener_);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(device_, nullptr)));
-  }
-  if (registry_ != nullptr) {
-    spa_hook_remove(&registryListener_);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(registry_, nullptr)));
-  }
-  if (core_ != nullptr) {
-    spa_hook_remove(&coreListener_);
-    pw_core_disconnect(std::exchange(core_, nullptr));
-  }
-  if (context_ != nullptr) pw_context_destroy(std::exchange(context_, nullptr));
+  deviceHasRun_ = false;
+  stream_.reset();
 }
 
 void StreamConnection::fail(const std::string& message) {

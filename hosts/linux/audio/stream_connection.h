@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <spa/utils/hook.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -11,17 +9,10 @@
 #include <string>
 #include <vector>
 
-struct pw_context;
-struct pw_core;
-struct pw_loop;
-struct pw_node;
+#include "driver/pipewire_owners.h"
+
 struct pw_node_info;
-struct pw_registry;
-struct pw_stream;
-struct spa_buffer;
-struct spa_dict;
 struct spa_io_position;
-struct spa_loop;
 
 namespace linux_host {
 
@@ -81,7 +72,7 @@ class StreamConnection {
   [[nodiscard]] std::uint32_t channels() const {
     return static_cast<std::uint32_t>(request_.positions.size());
   }
-  [[nodiscard]] pw_stream* stream() const { return stream_; }
+  [[nodiscard]] pw_stream* stream() const { return stream_.get(); }
 
  private:
   static void onGlobal(void* data, std::uint32_t id, std::uint32_t permissions, const char* type,
@@ -91,7 +82,6 @@ class StreamConnection {
 
   void watchDevice();
   void connectStream();
-  void disconnectStream();
   void fail(const std::string& message);
   void stateChanged(int state, const char* error);
   // A shared memory area of the daemon (enum spa_io_type) has been added, or removed when `area` is
@@ -103,18 +93,14 @@ class StreamConnection {
   const StreamRequest request_;
   const std::function<void(const std::string&)> onFailed_;
   bool hasFailed_ = false;
-  pw_context* context_ = nullptr;
-  pw_core* core_ = nullptr;
-  pw_registry* registry_ = nullptr;
-  pw_stream* stream_ = nullptr;
-  std::optional<std::uint32_t> deviceId_;  // in the registry
-  pw_node* device_ = nullptr;
-  bool deviceHasRun_ = false;  // for the current stream
-  spa_hook coreListener_{};
-  spa_hook registryListener_{};
-  spa_hook deviceListener_{};
-  spa_hook streamListener_{};
-  const spa_io_position* position_ = nullptr;  // data thread only
+  std::optional<std::uint32_t> deviceId_;      // in the registry
+  bool deviceHasRun_ = false;                  // for the stream that there is now
+  const spa_io_position* position_ = nullptr;  // the data thread's
+  loopback::ContextPtr context_;
+  loopback::CorePtr core_;
+  loopback::BoundProxy registry_;
+  loopback::BoundProxy device_;
+  loopback::StreamPtr stream_;
 };
 
 using StreamPlanes = std::array<float*, kMostStreamChannels>;

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace loopback {
@@ -23,6 +24,10 @@ class UniqueFd {
   [[nodiscard]] int get() const { return fd_; }
   [[nodiscard]] bool valid() const { return fd_ >= 0; }
   void reset() { *this = UniqueFd(); }
+  // Whoever calls it closes the descriptor.
+  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
+  // 0 or errno: what is written late may fail here. The descriptor is gone whatever it says.
+  [[nodiscard]] int closeNow() { return close(release()) == 0 || errno == EINTR ? 0 : errno; }
 
  private:
   int fd_ = -1;

@@ -12,11 +12,11 @@
 namespace linux_host {
 
 MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (eventFd_ < 0) {
+  if (!eventFd_.valid()) {
     throw std::system_error(errno, std::generic_category(),
                             "Cannot create the main queue's eventfd");
   }
-  source_ = g_unix_fd_source_new(eventFd_, G_IO_IN);
+  source_ = g_unix_fd_source_new(eventFd_.get(), G_IO_IN);
   g_source_set_callback(source_, G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
   g_source_set_can_recurse(source_, TRUE);
   g_source_attach(source_, nullptr);
@@ -25,7 +25,6 @@ MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 MainQueue::~MainQueue() {
   g_source_destroy(source_);
   g_source_unref(source_);
-  close(eventFd_);
 }
 
 void MainQueue::async(std::function<void()> work) {
@@ -39,7 +38,7 @@ void MainQueue::async(std::function<void()> work) {
 void MainQueue::wake() {
   // This fails only when the counter is at its limit, and then the loop is awake anyway.
   const std::uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = write(eventFd_, &one, sizeof one);
+  [[maybe_unused]] const ssize_t written = write(eventFd_.get(), &one, sizeof one);
 }
 
 gboolean MainQueue::onWake(gint fd, GIOCondition, gpointer self) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "driver/unique_fd.h"
 #include "platform/dispatch.h"
 #include "platform/mutex.h"
 
@@ -34,7 +35,7 @@ class MainQueue : public platform::DispatchQueue {
   void runNext();
 
   const std::string label_ = "main";
-  int eventFd_ = -1;
+  const loopback::UniqueFd eventFd_;
   GSource* source_ = nullptr;
   platform::Mutex mutex_;
   std::deque<std::function<void()>> items_ RA_GUARDED_BY(mutex_);

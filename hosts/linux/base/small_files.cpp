@@ -11,32 +11,16 @@
 #include <system_error>
 #include <utility>
 
+#include "driver/unique_fd.h"
+
 namespace linux_host {
 namespace {
 
 namespace fs = std::filesystem;
+using loopback::UniqueFd;
 
 constexpr off_t kLargestFile_bytes = off_t{16} << 20;
 constexpr int kMostLinks = 40;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int get() const { return fd_; }
-  // Returns 0 or errno.
-  int closeNow() {
-    const int fd = std::exchange(fd_, -1);
-    return close(fd) == 0 || errno == EINTR ? 0 : errno;
-  }
-
- private:
-  int fd_;
-};
 
 int readAll(int fd, std::string* bytes) {
   char buffer[16384];
@@ -61,7 +45,7 @@ int writeAll(int fd, std::string_view bytes) {
 }
 
 int writeNew(int fd, std::string_view bytes, mode_t mode) {
-  Descriptor file(fd);
+  UniqueFd file(fd);
   if (fchmod(fd, mode) != 0) return errno;
   if (const int error = writeAll(fd, bytes)) return error;
   if (fsync(fd) != 0) return errno;
@@ -71,8 +55,8 @@ int writeNew(int fd, std::string_view bytes, mode_t mode) {
 // A rename is on the disk only once its folder is. On a file system that cannot flush folders the
 // new file is no less safe than the old one was.
 void flushFolder(const std::string& folder) {
-  const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.get() >= 0) fsync(directory.get());
+  const UniqueFd directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.valid()) fsync(directory.get());
 }
 
 const char* advice(int error) {
@@ -127,7 +111,7 @@ FileContents readSmallFile(const std::string& path) {
     return contents;
   }
   // Something that replaces the file at this moment must not keep the program waiting.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     contents.error = errno;
     return contents;

@@ -56,33 +56,29 @@ ControlSocket::~ControlSocket() {
     g_dbus_server_stop(server_.get());
     unlink(socket_.c_str());
   }
-  // The lock file stays: removing it could remove one that another instance has just locked.
-  if (lockFd_ >= 0) close(lockFd_);
 }
 
 bool ControlSocket::lock(std::string* error) {
-  const int fd = open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile);
-  if (fd < 0) {
+  loopback::UniqueFd fd(
+      open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
+  if (!fd.valid()) {
     *error = errorText("lock", lockFile_, errno);
     return false;
   }
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+  if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK) *error = errorText("lock", lockFile_, errno);
-    close(fd);
     return false;
   }
-  lockFd_ = fd;
+  lockFd_ = std::move(fd);
   return true;
 }
 
 bool ControlSocket::isHeldByOther() const {
-  if (lockFd_ >= 0) return false;
-  const int fd = open(lockFile_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return false;
+  if (lockFd_.valid()) return false;
+  const loopback::UniqueFd fd(open(lockFile_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!fd.valid()) return false;
   // Shared, so that two processes that only look do not take each other for the holder.
-  const bool held = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(fd);
-  return held;
+  return flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 std::string ControlSocket::address() const {

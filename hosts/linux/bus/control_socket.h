@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/tool_object.h"
 
@@ -48,7 +49,8 @@ class ControlSocket {
 
   const std::string socket_;
   const std::string lockFile_;
-  int lockFd_ = -1;
+  // The lock file stays: removing it could remove one that another instance has just locked.
+  loopback::UniqueFd lockFd_;
   std::unique_ptr<GDBusServer, ObjectUnref> server_;
 };
 

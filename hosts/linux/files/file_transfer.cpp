@@ -14,6 +14,9 @@
 #include <vector>
 
 namespace linux_host {
+
+using loopback::UniqueFd;
+
 namespace {
 
 // Small enough that even the slowest USB stick takes it long before it counts as hanging.
@@ -34,9 +37,9 @@ int renameByReservation(const char* from, const char* to) {
     return error;
   }
   if (!hasNoSuchCall(errno) && errno != EMLINK) return errno;
-  const int reserved = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (reserved < 0) return errno;
-  close(reserved);
+  UniqueFd reserved(open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!reserved.valid()) return errno;
+  reserved.reset();
   if (rename(from, to) == 0) return 0;
   const int error = errno;
   unlink(to);
@@ -90,10 +93,8 @@ int copyUpTo(int source, int target, off_t end_bytes, off_t* copied_bytes) {
 }
 
 void flushFolder(const std::string& folder) {
-  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  fsync(fd);
-  close(fd);
+  const UniqueFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.valid()) fsync(fd.get());
 }
 
 }  // namespace
@@ -106,20 +107,19 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
 
 HiddenCopy::~HiddenCopy() {
   if (!hidden_.empty()) unlink(hidden_.c_str());
-  if (fd_ >= 0) close(fd_);
 }
 
 int HiddenCopy::create(int sourceFd) {
   // An early check, so as not to copy in vain; the rename at the end decides.
   if (access(to_.c_str(), F_OK) == 0) return EEXIST;
   std::string name = std::filesystem::path(to_).parent_path().string() + "/.record-audio-XXXXXX";
-  fd_ = mkostemp(name.data(), O_CLOEXEC);
-  if (fd_ < 0) return errno;
+  fd_ = UniqueFd(mkostemp(name.data(), O_CLOEXEC));
+  if (!fd_.valid()) return errno;
   hidden_ = name;
   struct stat status {};
   if (fstat(sourceFd, &status) != 0) return errno;
   // File systems without permissions refuse this; the copy then has their defaults.
-  [[maybe_unused]] const int changed = fchmod(fd_, status.st_mode & kPermissions);
+  [[maybe_unused]] const int changed = fchmod(fd_.get(), status.st_mode & kPermissions);
   return 0;
 }
 
@@ -134,9 +134,9 @@ int HiddenCopy::copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_
     if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
     const FileCalls::Call call(calls_, to_);
     const off_t before_bytes = copied_bytes;
-    error =
-        copyUpTo(sourceFd, fd_, std::min(copied_bytes + kStep_bytes, last_bytes), &copied_bytes);
-    if (error == 0 && fsync(fd_) != 0) error = errno;
+    error = copyUpTo(sourceFd, fd_.get(), std::min(copied_bytes + kStep_bytes, last_bytes),
+                     &copied_bytes);
+    if (error == 0 && fsync(fd_.get()) != 0) error = errno;
     if (copied_bytes == before_bytes) break;
   }
   return error;
@@ -144,21 +144,21 @@ int HiddenCopy::copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_
 
 int HiddenCopy::truncate(std::uint64_t size_bytes) {
   struct stat status {};
-  if (fstat(fd_, &status) != 0) return errno;
+  if (fstat(fd_.get(), &status) != 0) return errno;
   if (status.st_size <= static_cast<off_t>(size_bytes)) return 0;
-  return ftruncate(fd_, static_cast<off_t>(size_bytes)) == 0 ? 0 : errno;
+  return ftruncate(fd_.get(), static_cast<off_t>(size_bytes)) == 0 ? 0 : errno;
 }
 
-int HiddenCopy::publish(std::uint64_t size_bytes, int* copyFd) {
+int HiddenCopy::publish(std::uint64_t size_bytes, UniqueFd* copy) {
   if (isGivenUp_.load(std::memory_order_relaxed)) return ECANCELED;
   struct stat status {};
-  if (fstat(fd_, &status) != 0) return errno;
+  if (fstat(fd_.get(), &status) != 0) return errno;
   // Another program has truncated the source.
   if (status.st_size != static_cast<off_t>(size_bytes)) return EIO;
   if (const int error = renameWithoutReplacing(hidden_, to_)) return error;
   hidden_.clear();
   flushFolder(std::filesystem::path(to_).parent_path().string());
-  *copyFd = std::exchange(fd_, -1);
+  *copy = std::move(fd_);
   return 0;
 }
 

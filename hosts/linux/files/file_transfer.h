@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/files/file_calls.h"
 
 // The system calls for moving a file. Any thread; all return errno, 0 on success.
@@ -34,16 +35,16 @@ class HiddenCopy {
   int copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes);
   // Drops what the source no longer has.
   int truncate(std::uint64_t size_bytes);
-  // Gives the copy its name if it has that size, else returns EIO. *copyFd receives its descriptor,
+  // Gives the copy its name if it has that size, else returns EIO. *copy receives its descriptor,
   // open for reading and writing.
-  int publish(std::uint64_t size_bytes, int* copyFd);
+  int publish(std::uint64_t size_bytes, loopback::UniqueFd* copy);
 
  private:
   const std::string to_;
   FileCalls& calls_;
   const std::atomic<bool>& isGivenUp_;
   std::string hidden_;  // empty before create() and after publish()
-  int fd_ = -1;
+  loopback::UniqueFd fd_;
 };
 
 }  // namespace linux_host

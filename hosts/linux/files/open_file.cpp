@@ -18,6 +18,9 @@
 #include "hosts/linux/files/file_transfer.h"
 
 namespace linux_host {
+
+using loopback::UniqueFd;
+
 namespace {
 
 // The output folder and the umask decide who may read a recording. Until it is there, only its
@@ -46,10 +49,9 @@ mode_t currentUmask() {
 
 // File systems without permissions refuse this; the file then has their defaults.
 void openToOthersByUmask(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return;
-  [[maybe_unused]] const int changed = fchmod(fd, kFinishedMode & ~currentUmask());
-  ::close(fd);
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return;
+  [[maybe_unused]] const int changed = fchmod(fd.get(), kFinishedMode & ~currentUmask());
 }
 
 bool isSameFile(const struct stat& left, const struct stat& right) {
@@ -62,8 +64,8 @@ bool isNamed(int fd, const std::string& path) {
   return fstat(fd, &own) == 0 && lstat(path.c_str(), &named) == 0 && isSameFile(own, named);
 }
 
-int duplicateOf(int fd) {
-  return fd < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
+UniqueFd duplicateOf(const UniqueFd& fd) {
+  return UniqueFd(fd.valid() ? fcntl(fd.get(), F_DUPFD_CLOEXEC, 0) : -1);
 }
 
 // The checks of OpenFiles::claim() on an open file. On success it is locked.
@@ -106,51 +108,41 @@ int openFlags(OpenFiles::Mode mode) {
   return 0;
 }
 
-// The result of opening a file. Closes the descriptor unless it was taken.
+// The result of opening a file.
 struct Opened {
-  Opened() = default;
-  ~Opened() {
-    if (fd >= 0) ::close(fd);
-  }
-  Opened(Opened&& other) noexcept
-      : fd(std::exchange(other.fd, -1)), error(other.error), size_bytes(other.size_bytes) {}
-  Opened(const Opened&) = delete;
-  Opened& operator=(const Opened&) = delete;
-  Opened& operator=(Opened&&) = delete;
-
-  int fd = -1;
+  UniqueFd fd;
   int error = 0;  // errno
   std::uint64_t size_bytes = 0;
 };
 
-Opened openedAs(int fd) {
+Opened openedAs(UniqueFd fd) {
   Opened opened;
-  opened.fd = fd;
   struct stat status {};
-  if (fd < 0 || fstat(fd, &status) != 0) opened.error = errno;
+  if (!fd.valid() || fstat(fd.get(), &status) != 0) opened.error = errno;
+  opened.fd = std::move(fd);
   opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
   return opened;
 }
 
 Opened openAndLock(const std::string& path, int flags) {
-  Opened opened =
-      openedAs(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode));
+  Opened opened = openedAs(
+      UniqueFd(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode)));
   if (opened.error != 0) return opened;
   // Only a search for lost files needs the lock; it notices by itself where locks do not work.
-  [[maybe_unused]] const int locked = flock(opened.fd, LOCK_EX | LOCK_NB);
+  [[maybe_unused]] const int locked = flock(opened.fd.get(), LOCK_EX | LOCK_NB);
   return opened;
 }
 
 Opened openForReading(const std::string& path) {
-  return openedAs(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return openedAs(UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)));
 }
 
 }  // namespace
 
-OpenFile::OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner)
+OpenFile::OpenFile(UniqueFd fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner)
     : owner_(owner),
       calls_(owner.calls_),
-      fd_(fd),
+      fd_(std::move(fd)),
       path_(std::move(path)),
       size_bytes_(size_bytes) {}
 
@@ -178,7 +170,7 @@ std::uint64_t OpenFile::size_bytes() const {
 std::string OpenFile::truncate(std::uint64_t size_bytes) {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
-  if (ftruncate(fd_, static_cast<off_t>(size_bytes)) != 0) return failure(errno);
+  if (ftruncate(fd_.get(), static_cast<off_t>(size_bytes)) != 0) return failure(errno);
   isWritten_ = true;
   rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, size_bytes);
   rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, size_bytes_);
@@ -188,18 +180,16 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
 
 std::string OpenFile::close() {
   const platform::MutexLock lock(mutex_);
-  if (fd_ < 0) return {};
+  if (!fd_.valid()) return {};
   const FileCalls::Call underWay = call();
-  if (!hasMoved_ && !isNamed(fd_, path_)) owner_.keepNameless(path_, duplicateOf(fd_));
+  if (!hasMoved_ && !isNamed(fd_.get(), path_)) owner_.keepNameless(path_, duplicateOf(fd_));
   const int lateError = flush_.takeError();
   if (isWritten_) {
-    flush_.now(fd_, [path = path_](int error) {
+    flush_.now(fd_.get(), [path = path_](int error) {
       logMessage(LogLevel::kError, errorText("flush the end of", path, error));
     });
   }
-  // The descriptor is gone whatever close() returns; its error is a late error of a write.
-  const int error = ::close(fd_) == 0 || errno == EINTR ? 0 : errno;
-  fd_ = -1;
+  const int error = fd_.closeNow();
   return failure(lateError != 0 ? lateError : error);
 }
 
@@ -208,7 +198,7 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
   const FileCalls::Call underWay = call();
   std::size_t done_bytes = 0;
   while (done_bytes < to.size()) {
-    const ssize_t count = pread(fd_, to.data() + done_bytes, to.size() - done_bytes,
+    const ssize_t count = pread(fd_.get(), to.data() + done_bytes, to.size() - done_bytes,
                                 static_cast<off_t>(offset_bytes + done_bytes));
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
@@ -220,7 +210,7 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
 std::string OpenFile::waitForDisk() {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
-  if (fdatasync(fd_) != 0) return failure(errno);
+  if (fdatasync(fd_.get()) != 0) return failure(errno);
   isWritten_ = false;
   return {};
 }
@@ -229,10 +219,10 @@ int OpenFile::describe(struct statx* description) const {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
-  return statx(fd_, "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
+  return statx(fd_.get(), "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
 }
 
-int OpenFile::duplicate() const {
+UniqueFd OpenFile::duplicate() const {
   const platform::MutexLock lock(mutex_);
   return duplicateOf(fd_);
 }
@@ -244,11 +234,11 @@ std::string OpenFile::path() const {
 
 bool OpenFile::isOpenAt(const std::string& path) const {
   const platform::MutexLock lock(mutex_);
-  return fd_ >= 0 && path_ == path;
+  return fd_.valid() && path_ == path;
 }
 
 int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
-  if (fd_ < 0) return EBADF;
+  if (!fd_.valid()) return EBADF;
   if (const int error = flush_.takeError()) return error;
   isWritten_ = true;
   const FileCalls::Call underWay = call();
@@ -257,14 +247,15 @@ int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> dat
     rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, offset_bytes + data.size());
   }
   while (!data.empty()) {
-    const ssize_t count = pwrite(fd_, data.data(), data.size(), static_cast<off_t>(offset_bytes));
+    const ssize_t count =
+        pwrite(fd_.get(), data.data(), data.size(), static_cast<off_t>(offset_bytes));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
     data = data.subspan(static_cast<std::size_t>(count));
     offset_bytes += static_cast<std::uint64_t>(count);
     size_bytes_ = std::max(size_bytes_, offset_bytes);
   }
-  flush_.nowAndThen(fd_);
+  flush_.nowAndThen(fd_.get());
   return 0;
 }
 
@@ -279,14 +270,14 @@ void OpenFile::copyBegins() {
 }
 
 int OpenFile::continueIn(HiddenCopy* copy, const std::string& to, int sourceFd,
-                         std::uint64_t copied_bytes, int* unusedFd) {
+                         std::uint64_t copied_bytes, UniqueFd* unused) {
   const platform::MutexLock lock(mutex_);
   int error = copy->truncate(std::min(copied_bytes, size_bytes_));
   if (error == 0) error = copy->copy(sourceFd, rewrittenBegin_bytes_, rewrittenEnd_bytes_);
   if (error == 0) error = copy->copy(sourceFd, copied_bytes, size_bytes_);
-  if (error == 0) error = copy->publish(size_bytes_, unusedFd);
-  if (error != 0 || fd_ < 0) return error;
-  std::swap(fd_, *unusedFd);
+  if (error == 0) error = copy->publish(size_bytes_, unused);
+  if (error != 0 || !fd_.valid()) return error;
+  std::swap(fd_, *unused);
   path_ = normal(to);
   hasMoved_ = true;
   flush_ = BackgroundFlush();  // without the old file's state
@@ -295,7 +286,6 @@ int OpenFile::continueIn(HiddenCopy* copy, const std::string& to, int sourceFd,
 
 OpenFiles::~OpenFiles() {
   moves_.waitUntilIdle();
-  for (const auto& [path, fd] : nameless_) ::close(fd);
 }
 
 std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
@@ -311,12 +301,12 @@ std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, st
     *error = errorText("open", path, opened->error);
     return nullptr;
   }
-  return keep(std::exchange(opened->fd, -1), path, opened->size_bytes);
+  return keep(std::move(opened->fd), path, opened->size_bytes);
 }
 
-std::shared_ptr<OpenFile> OpenFiles::keep(int fd, const std::string& path,
+std::shared_ptr<OpenFile> OpenFiles::keep(UniqueFd fd, const std::string& path,
                                           std::uint64_t size_bytes) {
-  std::shared_ptr<OpenFile> file(new OpenFile(fd, normal(path), size_bytes, *this));
+  std::shared_ptr<OpenFile> file(new OpenFile(std::move(fd), normal(path), size_bytes, *this));
   const platform::MutexLock lock(mutex_);
   files_.emplace(file.get(), file);
   return file;
@@ -324,17 +314,14 @@ std::shared_ptr<OpenFile> OpenFiles::keep(int fd, const std::string& path,
 
 std::shared_ptr<OpenFile> OpenFiles::claim(const std::string& path, std::string* error) {
   error->clear();
-  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) {
+  UniqueFd fd(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!fd.valid()) {
     if (errno != ENOENT) *error = errorText("open", path, errno);
     return nullptr;
   }
   std::uint64_t size_bytes = 0;
-  if (!lockLostFile(fd, path, &size_bytes, error)) {
-    ::close(fd);
-    return nullptr;
-  }
-  return keep(fd, path, size_bytes);
+  if (!lockLostFile(fd.get(), path, &size_bytes, error)) return nullptr;
+  return keep(std::move(fd), path, size_bytes);
 }
 
 void OpenFiles::forget(OpenFile* file) {
@@ -397,20 +384,21 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
                              const GivenUp& isGivenUp) {
   const Opened source = [&] {
     Opened named = openForReading(from);
-    const int nameless = named.error == ENOENT ? openNameless(file, normal(from)) : -1;
-    return nameless < 0 ? std::move(named) : openedAs(nameless);
+    if (named.error != ENOENT) return named;
+    UniqueFd nameless = openNameless(file, normal(from));
+    return nameless.valid() ? openedAs(std::move(nameless)) : std::move(named);
   }();
   if (source.error != 0) return source.error;
   if (file != nullptr) file->copyBegins();
   HiddenCopy copy(to, *calls_, isGivenUp);
-  int error = copy.create(source.fd);
+  int error = copy.create(source.fd.get());
   // Copies nearly everything while the writer goes on; it waits only for the rest.
-  if (error == 0) error = copy.copy(source.fd, 0, source.size_bytes);
+  if (error == 0) error = copy.copy(source.fd.get(), 0, source.size_bytes);
   if (error != 0) return error;
 
-  int unusedFd = -1;
-  error = file != nullptr ? file->continueIn(&copy, to, source.fd, source.size_bytes, &unusedFd)
-                          : copy.publish(source.size_bytes, &unusedFd);
+  UniqueFd unused;
+  error = file != nullptr ? file->continueIn(&copy, to, source.fd.get(), source.size_bytes, &unused)
+                          : copy.publish(source.size_bytes, &unused);
   if (error != 0) return error;
   // The old file keeps its lock until its name is gone, so that no program takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
@@ -421,28 +409,26 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
                                      to
                                : errorText("remove", from, errno) + " It was copied to " + to);
   }
-  ::close(unusedFd);
   return 0;
 }
 
-int OpenFiles::openNameless(const OpenFile* file, const std::string& path) {
-  if (const int fd = file != nullptr ? file->duplicate() : -1; fd >= 0) return fd;
+UniqueFd OpenFiles::openNameless(const OpenFile* file, const std::string& path) {
+  if (file != nullptr) {
+    if (UniqueFd fd = file->duplicate(); fd.valid()) return fd;
+  }
   const platform::MutexLock lock(namelessMutex_);
   const auto kept = nameless_.find(path);
-  return kept == nameless_.end() ? -1 : duplicateOf(kept->second);
+  return kept == nameless_.end() ? UniqueFd() : duplicateOf(kept->second);
 }
 
-void OpenFiles::keepNameless(const std::string& path, int fd) {
+void OpenFiles::keepNameless(const std::string& path, UniqueFd fd) {
   const platform::MutexLock lock(namelessMutex_);
-  if (fd >= 0 && !nameless_.emplace(path, fd).second) ::close(fd);
+  if (fd.valid()) nameless_.emplace(path, std::move(fd));
 }
 
 void OpenFiles::dropNameless(const std::string& path) {
   const platform::MutexLock lock(namelessMutex_);
-  const auto kept = nameless_.find(path);
-  if (kept == nameless_.end()) return;
-  ::close(kept->second);
-  nameless_.erase(kept);
+  nameless_.erase(path);
 }
 
 }  // namespace linux_host

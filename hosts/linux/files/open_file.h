@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/base/pending_work.h"
 #include "hosts/linux/files/background_flush.h"
 #include "hosts/linux/files/file_calls.h"
@@ -59,10 +60,10 @@ class OpenFile {
 
  private:
   friend class OpenFiles;
-  OpenFile(int fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner);
+  OpenFile(loopback::UniqueFd fd, std::string path, std::uint64_t size_bytes, OpenFiles& owner);
 
-  // A duplicate of the file's descriptor; -1 when the file is closed.
-  [[nodiscard]] int duplicate() const;
+  // A duplicate of the file's descriptor; none when the file is closed.
+  [[nodiscard]] loopback::UniqueFd duplicate() const;
   // Registers that the following code may wait for the disk.
   [[nodiscard]] FileCalls::Call call() const RA_REQUIRES(mutex_) {
     return {*calls_, path_, FileCalls::Kind::kContent};
@@ -72,10 +73,10 @@ class OpenFile {
   // A copy of the file begins: remembers what is overwritten from now on.
   void copyBegins();
   // Completes a copy that has the first `copied_bytes` of the source. The writer waits meanwhile,
-  // and then continues in the copy. Returns errno; on success *unusedFd is the descriptor that is
-  // no longer written.
+  // and then continues in the copy. Returns errno; on success *unused is the descriptor that is no
+  // longer written.
   int continueIn(HiddenCopy* copy, const std::string& to, int sourceFd, std::uint64_t copied_bytes,
-                 int* unusedFd);
+                 loopback::UniqueFd* unused);
   // Returns errno.
   int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) RA_REQUIRES(mutex_);
   [[nodiscard]] std::string failure(int error) const RA_REQUIRES(mutex_);
@@ -83,7 +84,7 @@ class OpenFile {
   OpenFiles& owner_;
   const std::shared_ptr<FileCalls> calls_;
   mutable platform::Mutex mutex_;
-  int fd_ RA_GUARDED_BY(mutex_);  // -1 when closed
+  loopback::UniqueFd fd_ RA_GUARDED_BY(mutex_);  // none when closed
   std::string path_ RA_GUARDED_BY(mutex_);
   std::uint64_t size_bytes_ RA_GUARDED_BY(mutex_);
   bool hasMoved_ RA_GUARDED_BY(mutex_) = false;
@@ -150,7 +151,8 @@ class OpenFiles {
  private:
   friend class OpenFile;
   using GivenUp = std::atomic<bool>;
-  std::shared_ptr<OpenFile> keep(int fd, const std::string& path, std::uint64_t size_bytes);
+  std::shared_ptr<OpenFile> keep(loopback::UniqueFd fd, const std::string& path,
+                                 std::uint64_t size_bytes);
   void forget(OpenFile* file);
   std::shared_ptr<OpenFile> find(const std::string& path);
   // As move(), but without a time limit, except that it can be given up between two steps.
@@ -160,10 +162,9 @@ class OpenFiles {
                     const GivenUp& isGivenUp);
 
   // Keeps a file open that is closed before it was moved and has lost its name.
-  void keepNameless(const std::string& path, int fd);
-  // A descriptor of the file that was written at `path` and has lost that name; -1 when there is
-  // none.
-  int openNameless(const OpenFile* file, const std::string& path);
+  void keepNameless(const std::string& path, loopback::UniqueFd fd);
+  // A descriptor of the file that was written at `path` and has lost that name, if there is one.
+  loopback::UniqueFd openNameless(const OpenFile* file, const std::string& path);
   void dropNameless(const std::string& path);
 
   const std::shared_ptr<FileCalls> calls_ = std::make_shared<FileCalls>();
@@ -175,7 +176,7 @@ class OpenFiles {
 
   // Locked after an OpenFile's own mutex.
   platform::Mutex namelessMutex_;
-  std::unordered_map<std::string, int> nameless_ RA_GUARDED_BY(namelessMutex_);  // descriptors
+  std::unordered_map<std::string, loopback::UniqueFd> nameless_ RA_GUARDED_BY(namelessMutex_);
 };
 
 }  // namespace linux_host

@@ -16,18 +16,14 @@ constexpr const char* kLogin1Path = "/org/freedesktop/login1";
 constexpr const char* kOwnSession = "/org/freedesktop/login1/session/auto";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
-void closeAndForget(int* descriptor) {
-  if (*descriptor >= 0) close(*descriptor);
-  *descriptor = -1;
-}
-
-// A duplicate, owned by the caller, of the descriptor that the answer "(h)" names; -1 if it names
-// none of those that came with it.
-int descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
+// A duplicate of the descriptor that the answer "(h)" names; none if it names none of those that
+// came with it.
+loopback::UniqueFd descriptorOf(GVariant* answer, GUnixFDList* descriptors) {
   gint32 index = -1;
   g_variant_get(answer, "(h)", &index);
   const int count = descriptors != nullptr ? g_unix_fd_list_get_length(descriptors) : 0;
-  return index >= 0 && index < count ? g_unix_fd_list_get(descriptors, index, nullptr) : -1;
+  return loopback::UniqueFd(
+      index >= 0 && index < count ? g_unix_fd_list_get(descriptors, index, nullptr) : -1);
 }
 
 }  // namespace
@@ -41,7 +37,7 @@ bool isRecording(const suite::ToolData& data) {
 // A pending call. If the session is gone when the answer comes, the call was cancelled.
 struct LoginSession::Lock {
   LoginSession* session;
-  int LoginSession::*descriptor;
+  loopback::UniqueFd LoginSession::*descriptor;
 };
 
 LoginSession::LoginSession(std::string why, std::function<void()> onShutdown,
@@ -55,8 +51,6 @@ LoginSession::~LoginSession() {
   g_cancellable_cancel(cancellable_);
   g_object_unref(cancellable_);
   forgetBus();
-  closeAndForget(&sleepLock_);
-  closeAndForget(&shutdownLock_);
 }
 
 void LoginSession::toolDataDidChange(const suite::ToolData& data) {
@@ -131,16 +125,17 @@ void LoginSession::askForSession() {
 }
 
 void LoginSession::end() {
-  closeAndForget(&sleepLock_);
-  if (!saving_) closeAndForget(&shutdownLock_);
+  sleepLock_.reset();
+  if (!saving_) shutdownLock_.reset();
 }
 
 void LoginSession::releaseShutdown() {
   saving_ = false;
-  closeAndForget(&shutdownLock_);
+  shutdownLock_.reset();
 }
 
-void LoginSession::inhibit(const char* what, const char* mode, int LoginSession::*descriptor) {
+void LoginSession::inhibit(const char* what, const char* mode,
+                           loopback::UniqueFd LoginSession::*descriptor) {
   g_dbus_connection_call_with_unix_fd_list(
       bus_.get(), kLogin1, kLogin1Path, kInterface, "Inhibit",
       g_variant_new("(ssss)", what, "Record Audio", why_.c_str(), mode), G_VARIANT_TYPE("(h)"),
@@ -152,15 +147,11 @@ void LoginSession::inhibit(const char* what, const char* mode, int LoginSession:
             G_DBUS_CONNECTION(bus), &sent, result, nullptr));
         const std::unique_ptr<GUnixFDList, ObjectUnref> descriptors(sent);
         if (!answer) return;
-        int granted = descriptorOf(answer.get(), descriptors.get());
-        if (granted < 0) return;
-        closeAndForget(&(lock->session->*lock->descriptor));
+        loopback::UniqueFd granted = descriptorOf(answer.get(), descriptors.get());
+        if (!granted.valid()) return;
         // The recording may have ended before the answer came.
-        if (lock->session->recording_) {
-          lock->session->*lock->descriptor = granted;
-        } else {
-          closeAndForget(&granted);
-        }
+        if (!lock->session->recording_) granted.reset();
+        lock->session->*lock->descriptor = std::move(granted);
       },
       new Lock{this, descriptor});
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "suite/embedded_suite.h"
 
@@ -33,7 +34,7 @@ class LoginSession : public suite::ToolDataObserver {
   void forgetBus();
   void begin();
   void end();
-  void inhibit(const char* what, const char* mode, int LoginSession::*descriptor);
+  void inhibit(const char* what, const char* mode, loopback::UniqueFd LoginSession::*descriptor);
   void askForSession();
   void prepareForShutdown(GVariant* parameters);
   void sessionRemoved(GVariant* parameters);
@@ -51,8 +52,8 @@ class LoginSession : public suite::ToolDataObserver {
   bool connecting_ = false;
   bool recording_ = false;
   bool saving_ = false;  // the shutdown lock is kept until the files are closed
-  int sleepLock_ = -1;
-  int shutdownLock_ = -1;
+  loopback::UniqueFd sleepLock_;
+  loopback::UniqueFd shutdownLock_;
 };
 
 // Whether a recording runs or has been accepted, by what the suite's menu shows.

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/small_files.h"
 #include "hosts/linux/files/file_transfer.h"
@@ -49,10 +50,10 @@ class FolderLock {
  public:
   explicit FolderLock(const std::string& folder)
       : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (fd_ < 0) return;
+    if (!fd_.valid()) return;
     const auto limit =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(JsonFile::kLockLimit_ms);
-    while (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+    while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
       // The file system has no locks, or another program holds on to it.
       if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > limit) {
         return;
@@ -60,14 +61,9 @@ class FolderLock {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
-  ~FolderLock() {
-    if (fd_ >= 0) close(fd_);
-  }
-  FolderLock(const FolderLock&) = delete;
-  FolderLock& operator=(const FolderLock&) = delete;
 
  private:
-  const int fd_;
+  const loopback::UniqueFd fd_;
 };
 
 }  // namespace

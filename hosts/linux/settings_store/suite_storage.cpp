@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/small_files.h"
 
@@ -45,30 +46,28 @@ bool endsWithinLine(int fd) {
 
 // A single write, so that lines of several programs do not mix. Returns 0 or errno.
 int appendLine(const std::string& path, std::string line) {
-  const int fd = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFile);
-  if (fd < 0) return errno;
-  if (endsWithinLine(fd)) line.insert(0, "\n");
+  const loopback::UniqueFd fd(
+      open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFile));
+  if (!fd.valid()) return errno;
+  if (endsWithinLine(fd.get())) line.insert(0, "\n");
   ssize_t written = 0;
   do {
-    written = write(fd, line.data(), line.size());
+    written = write(fd.get(), line.data(), line.size());
   } while (written < 0 && errno == EINTR);
-  const int error = written < 0 ? errno : written < std::ssize(line) ? ENOSPC : 0;
-  close(fd);
-  return error;
+  if (written < 0) return errno;
+  return written < std::ssize(line) ? ENOSPC : 0;
 }
 
 // Permissions alone do not tell: some file systems refuse in spite of them. Returns 0 or errno.
 int makeAndForgetFile(const std::string& folder) {
-  int fd = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kPrivateFile);
-  if (fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT)) {
+  loopback::UniqueFd fd(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kPrivateFile));
+  if (!fd.valid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT)) {
     // The file system does not support files without a name.
     std::string name = folder + "/.record-audio-XXXXXX";
-    fd = mkostemp(name.data(), O_CLOEXEC);
-    if (fd >= 0) unlink(name.c_str());
+    fd = loopback::UniqueFd(mkostemp(name.data(), O_CLOEXEC));
+    if (fd.valid()) unlink(name.c_str());
   }
-  if (fd < 0) return errno;
-  close(fd);
-  return 0;
+  return fd.valid() ? 0 : errno;
 }
 
 struct FolderLook {

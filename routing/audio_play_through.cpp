@@ -292,21 +292,21 @@ OSStatus AudioPlayThrough::setFormats(AudioUnit outputUnit, Formats& formats) {
 OSStatus AudioPlayThrough::allocateBuffers(const Formats& formats) {
   const std::uint32_t channels = formats.client.mChannelsPerFrame;
   const std::uint32_t channel_bytes = formats.buffer_frames * std::uint32_t{sizeof(float)};
-  inputBufferList =
-      static_cast<AudioBufferList*>(std::calloc(1, platform::audioBufferListSize_bytes(channels)));
+  inputBufferList.reset(
+      static_cast<AudioBufferList*>(std::calloc(1, platform::audioBufferListSize_bytes(channels))));
   if (inputBufferList == nullptr) return kNoMemory;
   inputBufferList->mNumberBuffers = channels;
   platform::AudioBuffer* const buffers = inputBufferList->mBuffers;
   for (std::uint32_t i = 0; i < channels; ++i) {
     buffers[i] = {1, channel_bytes, std::malloc(channel_bytes)};
     if (buffers[i].mData == nullptr) {
-      freeInputBufferList();
+      inputBufferList.reset();
       return kNoMemory;
     }
     makeResident(buffers[i].mData, channel_bytes);
   }
 
-  ringBuffer = new (std::nothrow) RingBuffer;
+  ringBuffer.reset(new (std::nothrow) RingBuffer);
   if (ringBuffer != nullptr) {
     ringBuffer->allocate(static_cast<std::int32_t>(channels), formats.client.mBytesPerFrame,
                          kRingCapacity_buffers * formats.buffer_frames);
@@ -318,18 +318,15 @@ OSStatus AudioPlayThrough::allocateBuffers(const Formats& formats) {
   return noErr;
 }
 
-void AudioPlayThrough::freeInputBufferList() {
-  if (inputBufferList == nullptr) return;
-  platform::AudioBuffer* const buffers = inputBufferList->mBuffers;
-  for (std::uint32_t i = 0; i < inputBufferList->mNumberBuffers; ++i) std::free(buffers[i].mData);
-  std::free(inputBufferList);
-  inputBufferList = nullptr;
+void AudioPlayThrough::FreeBufferList::operator()(AudioBufferList* list) const {
+  platform::AudioBuffer* const buffers = list->mBuffers;
+  for (std::uint32_t i = 0; i < list->mNumberBuffers; ++i) std::free(buffers[i].mData);
+  std::free(list);
 }
 
 void AudioPlayThrough::freeBuffers() {
-  delete ringBuffer;
-  ringBuffer = nullptr;
-  freeInputBufferList();
+  ringBuffer.reset();
+  inputBufferList.reset();
 }
 
 OSStatus AudioPlayThrough::runGraph(platform::AUNode varispeedNode, platform::AUNode outputNode) {
@@ -374,8 +371,8 @@ OSStatus AudioPlayThrough::render(std::uint32_t* ioActionFlags, const AudioTimeS
   if (firstInputTime.load(std::memory_order_relaxed) < 0) {
     firstInputTime.store(timeStamp.mSampleTime, std::memory_order_relaxed);
   }
-  const OSStatus status = host_.audioUnits.AudioUnitRender(inputUnit, ioActionFlags, &timeStamp,
-                                                           busNumber, frameCount, inputBufferList);
+  const OSStatus status = host_.audioUnits.AudioUnitRender(
+      inputUnit, ioActionFlags, &timeStamp, busNumber, frameCount, inputBufferList.get());
   if (status != noErr) return status;
   return ringBuffer->store(*inputBufferList, frameCount, truncated(timeStamp.mSampleTime));
 }

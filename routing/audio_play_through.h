@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "platform/host.h"
 #include "routing/ring_buffer.h"
@@ -61,14 +62,20 @@ class AudioPlayThrough {
                                        std::uint32_t busNumber, std::uint32_t frameCount,
                                        platform::AudioBufferList* ioData);
 
+  // Frees a list and its buffers, allocated by malloc().
+  struct FreeBufferList {
+    void operator()(platform::AudioBufferList* list) const;
+  };
+
   PlayThroughDevice inputDevice;   // the loopback
   PlayThroughDevice outputDevice;  // the real one
   bool running = false;
-  platform::AudioUnit inputUnit = nullptr;               // owned while running
-  platform::AudioBufferList* inputBufferList = nullptr;  // owned; one buffer per channel
-  RingBuffer* ringBuffer = nullptr;                      // owned
-  platform::AUGraph graph = nullptr;                     // owned while running
-  platform::AudioUnit varispeedUnit = nullptr;           // the graph's
+  platform::AudioUnit inputUnit = nullptr;  // owned while running
+  // One buffer per channel.
+  std::unique_ptr<platform::AudioBufferList, FreeBufferList> inputBufferList;
+  std::unique_ptr<RingBuffer> ringBuffer;
+  platform::AUGraph graph = nullptr;            // owned while running
+  platform::AudioUnit varispeedUnit = nullptr;  // the graph's
   // Sample time of the first input callback; -1 before it. While running, the input thread writes
   // it once and the output thread polls it. Relaxed order is enough: the number is used by itself,
   // and everything else passes through the ring, which orders it.
@@ -94,7 +101,6 @@ class AudioPlayThrough {
   platform::OSStatus readFormats(platform::AudioUnit outputUnit, Formats& formats);
   platform::OSStatus setFormats(platform::AudioUnit outputUnit, Formats& formats);
   platform::OSStatus allocateBuffers(const Formats& formats);
-  void freeInputBufferList();
   void freeBuffers();
   platform::OSStatus runGraph(platform::AUNode varispeedNode, platform::AUNode outputNode);
   platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,

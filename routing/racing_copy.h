@@ -22,9 +22,10 @@
 // On x86-64 a string instruction with steps of four bytes does the work at memcpy's speed, outside
 // the language's memory model. If it is aligned, the processor performs each step as a whole and
 // takes interrupts only between steps. `rep movsb`, with steps of one byte, promises neither. Words
-// moved by std::atomic_ref do the same on any processor, but compilers do not combine them, which
-// takes six to eight times as long. They are used on other processors, and under sanitizers, which
-// must see each access.
+// moved by std::atomic_ref do the same on any processor, but compilers do not combine them. They
+// are used on other processors, and under sanitizers, which must see each access. Measured, with
+// memcpy's time as 1: `rep movsb` 0.99 to 1.03, `rep movsl` 0.99 to 1.04, relaxed 64-bit
+// atomics 3.0 to 5.8, 32-bit ones 6.0 to 8.2.
 
 #if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define RA_RACING_STRING_INSTRUCTIONS 1

@@ -127,8 +127,8 @@ bool LinuxFileManager::isUsableForTemporaryFiles(const std::string& folder) cons
   });
   if (error && *error == 0) return true;
   logOnce(LogLevel::kWarning, "TMPDIR " + folder,
-          failure("use TMPDIR", folder, error) + " Recordings grow in " + kTemporaryDirectory +
-              " instead.");
+          failure("use TMPDIR", folder, error) + " Recordings are written to " +
+              kTemporaryDirectory + " instead.");
   return false;
 }
 

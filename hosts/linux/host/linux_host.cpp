@@ -232,8 +232,8 @@ void LinuxHost::trayDidChange(bool present) {
 void LinuxHost::reportSilence(bool silent) {
   if (silent) {
     logMessage(LogLevel::kWarning,
-               "No sound is coming in: what is recorded has been silent for several seconds. Look "
-               "whether the source is the right one, switched on and not muted.");
+               "No sound is coming in: the recording has been silent for several seconds. Check "
+               "that the source is the right one, switched on and not muted.");
   }
   silenceRemark_ = silent ? bundle_->localizedString("No sound is coming in.") : "";
   refreshRemark();
@@ -390,9 +390,8 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
 
 void LinuxHost::goOnWithoutScreen() {
   const bool isRecordingOnly = !windows_.isAlertShowing() && !windows_.hasVisibleWindows();
-  logMessage(LogLevel::kError, isRecordingOnly
-                                   ? "The screen has gone. What is being recorded goes on."
-                                   : "The screen has gone, and the program with its window.");
+  logMessage(LogLevel::kError, isRecordingOnly ? "The screen has gone. The recording goes on."
+                                               : "The screen has gone, so the program ends.");
   windows_.loseScreen();
   shortcut_.follow({});
   mainLoop_.runBy({}, {});

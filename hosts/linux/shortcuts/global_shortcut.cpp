@@ -96,8 +96,7 @@ void GlobalShortcut::enter(ShortcutPhase phase) {
   if (!mayFollow(phase_, phase)) {
     // The key does not work, but a recording goes on.
     logMessage(LogLevel::kError,
-               "The shortcut is in a state that it should not be in. Set it "
-               "again in the preferences.");
+               "The shortcut is in an invalid state. Set it again in the preferences.");
   }
   phase_ = phase;
   tell();

@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: MIT
-"""What the kernel tells about a process that runs: its CPU time, its wake-ups, its memory and to
-whom that belongs."""
+"""What the kernel reports about a running process: its CPU time, its wake-ups, and its memory by
+origin."""
 
 import pathlib
 import re
 import time
 
-# Who a mapped file belongs to, by its name; the first that fits. Other libraries are counted with
-# those that only the m4a's encoder loads, see owner().
+# The owner of a mapped file, by its name; the first match counts. Other libraries count as loaded
+# by the m4a's encoder, see owner().
 OWNERS = [
     ("record-audio", r"record-audio"),
     ("C and C++ library", r"(ld-linux|libc|libm|libstdc\+\+|libgcc_s)[.-]"),
@@ -30,13 +30,13 @@ def cpu_s(pid):
 
 
 def wake_ups(pid):
-    """How many times each thread that runs now has gone to sleep so far, by the thread's number."""
+    """Returns how often each running thread has gone to sleep so far, by thread id."""
     counts = {}
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         try:
             status = (task / "status").read_text()
         except (FileNotFoundError, ProcessLookupError):
-            continue  # it has just ended
+            continue  # the thread has just ended
         counts[task.name] = int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status, re.M)[1])
     return counts
 
@@ -60,7 +60,7 @@ def owner(path):
 
 
 def memory_by_owner_mb(pid):
-    """What is in memory now: of files, by whom they belong to; what has no file, together."""
+    """Returns the resident memory: of mapped files by owner, and the rest as one figure."""
     sums_kb = {}
     current = UNNAMED
     for line in pathlib.Path(f"/proc/{pid}/smaps").read_text().splitlines():

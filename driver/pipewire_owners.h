@@ -6,9 +6,9 @@
 #include <memory>
 #include <utility>
 
-// What holds PipeWire's objects: each is destroyed with its owner, after what listens to it. A
-// class declares its owners in the order of their making: loop, context, core, registry, other
-// proxies, stream; it then takes them down in the right one. All of them on their loop's thread.
+// Owners of PipeWire's objects: each object is destroyed with its owner, after its listener. A
+// class declares its owners in the order of creation: loop, context, core, registry, other proxies,
+// stream. They are then destroyed in the right order. All on their loop's thread.
 
 namespace loopback {
 
@@ -24,21 +24,21 @@ using MainLoopPtr = std::unique_ptr<pw_main_loop, PipeWireDeleter<pw_main_loop_d
 using ContextPtr = std::unique_ptr<pw_context, PipeWireDeleter<pw_context_destroy>>;
 using PropertiesPtr = std::unique_ptr<pw_properties, PipeWireDeleter<pw_properties_free>>;
 
-// An object and the one listener to it.
+// An object and its only listener.
 template <typename Handle, auto kDestroy>
 class Listened {
  public:
-  // Takes the handle over; null holds nothing.
+  // Takes ownership of the handle, which may be null.
   explicit Listened(Handle* handle = nullptr) : handle_(handle) {}
   ~Listened() { reset(); }
   Listened(const Listened&) = delete;
   Listened& operator=(const Listened&) = delete;
 
-  // Destroys what is held, and holds that instead.
+  // Destroys the current handle and takes ownership of another.
   void reset(Handle* handle = nullptr) {
     if (handle_ != nullptr) {
       if (std::exchange(isListening_, false)) spa_hook_remove(&listener_);
-      // A stream's last cycle, which may still ask for the handle, is over when this returns.
+      // When this returns, a stream's last cycle, which may still use the handle, is over.
       kDestroy(handle_);
     }
     handle_ = handle;
@@ -47,7 +47,7 @@ class Listened {
   explicit operator bool() const { return handle_ != nullptr; }
 
  protected:
-  // For the one call that adds the listener; once for each handle.
+  // For the call that adds the listener; once for each handle.
   spa_hook* newListener() {
     listener_ = {};
     isListening_ = true;
@@ -77,18 +77,18 @@ class StreamPtr : public Listened<pw_stream, pw_stream_destroy> {
   }
 };
 
-// An object of the daemon's that this process holds: the registry, a node, a client, metadata. To
-// be gone before the connection is.
+// A proxy of one of the daemon's objects: the registry, a node, a client, metadata. Must be
+// destroyed before the connection.
 class BoundProxy : public Listened<pw_proxy, pw_proxy_destroy> {
  public:
   explicit BoundProxy(void* proxy = nullptr) : Listened(static_cast<pw_proxy*>(proxy)) {}
   void reset(void* proxy = nullptr) { Listened::reset(static_cast<pw_proxy*>(proxy)); }
 
-  // `events`: the events structure of the object's interface, which stays.
+  // `events`: the events structure of the object's interface, which must stay valid.
   void listen(const void* events, void* data) {
     pw_proxy_add_object_listener(get(), newListener(), events, data);
   }
-  // The same for what becomes of the proxy itself.
+  // The same for events of the proxy itself.
   void listenToProxy(const pw_proxy_events* events, void* data) {
     pw_proxy_add_listener(get(), newListener(), events, data);
   }
@@ -98,11 +98,11 @@ class BoundProxy : public Listened<pw_proxy, pw_proxy_destroy> {
   }
 };
 
-// Something that a loop waits for: a timer, an event. To be gone before the loop is.
+// A source of a loop: a timer or an event. Must be destroyed before the loop.
 class LoopSource {
  public:
   LoopSource() = default;
-  // Takes the source over; null holds nothing.
+  // Takes ownership of the source, which may be null.
   LoopSource(pw_loop* loop, spa_source* source) : loop_(loop), source_(source) {}
   ~LoopSource() { reset(); }
   LoopSource(LoopSource&& other) noexcept
@@ -116,7 +116,7 @@ class LoopSource {
   void reset() {
     if (source_ != nullptr) pw_loop_destroy_source(loop_, std::exchange(source_, nullptr));
   }
-  // For a timer: goes off once, after that time.
+  // For a timer: fires once after the delay.
   void startTimer(timespec delay) { pw_loop_update_timer(loop_, source_, &delay, nullptr, false); }
   [[nodiscard]] spa_source* get() const { return source_; }
   explicit operator bool() const { return source_ != nullptr; }

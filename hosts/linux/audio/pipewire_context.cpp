@@ -17,9 +17,9 @@ platform::Mutex& setUpMutex() {
   return mutex;
 }
 
-// A data thread is ended by a call into its loop, and since PipeWire 1.4 the first such call takes
-// a descriptor. So it is made here. Where it fails, destroying the context would wait for that
-// thread forever.
+// A data thread is ended by a call into its loop, and since PipeWire 1.4 the first such call needs
+// a descriptor. So the first call is made here. If it failed later, destroying the context would
+// wait for the thread forever.
 bool canEndDataThread(pw_data_loop* dataLoop) {
   const auto nothing = [](spa_loop*, bool, std::uint32_t, const void*, std::size_t, void*) {
     return 0;

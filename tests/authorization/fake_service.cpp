@@ -17,9 +17,9 @@ FakeService::FakeService(const std::string& address, const std::string& name,
                          const std::string& object, const std::string& introspection,
                          Handler handler)
     : handler_(std::move(handler)) {
-  std::string error;
-  connection_ = linux_host::connectTo(address, true, linux_host::kBusTimeout_ms, &error);
-  if (connection_ == nullptr) throw std::runtime_error(error);
+  auto connection = linux_host::connectTo(address, true, linux_host::kBusTimeout_ms);
+  if (!connection) throw std::runtime_error(connection.error());
+  connection_ = *std::move(connection);
   node_ = g_dbus_node_info_new_for_xml(introspection.c_str(), nullptr);
   static constexpr GDBusInterfaceVTable kTable{onCall, nullptr, nullptr, {}};
   registration_ =

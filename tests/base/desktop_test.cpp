@@ -176,8 +176,8 @@ TEST_F(ToolObjectTest, TheLeaveToBringAWindowForwardComesAheadOfTheRequest) {
   } requests;
   ToolObject object(requests);
   const ConnectionPtr server = connected(daemon_.address());
-  std::string error;
-  ASSERT_TRUE(object.exportOn(server.get(), &error)) << error;
+  const auto exported = object.exportOn(server.get());
+  ASSERT_TRUE(exported) << exported.error();
   const auto call = [&](const char* method, const char* arguments) {
     g_dbus_connection_call(bus_.get(), g_dbus_connection_get_unique_name(server.get()), kObjectPath,
                            kApplicationInterface, method, g_variant_new_parsed(arguments, nullptr),
@@ -195,9 +195,9 @@ TEST_F(ToolObjectTest, PropertiesFollowTheToolAndChangesAreAnnounced) {
   NoRequests requests;
   ToolObject object(requests);
   const ConnectionPtr server = connected(daemon_.address());
-  std::string error;
-  ASSERT_TRUE(object.exportOn(server.get(), &error)) << error;
-  EXPECT_FALSE(object.exportOn(server.get(), &error)) << "already there";
+  const auto exported = object.exportOn(server.get());
+  ASSERT_TRUE(exported) << exported.error();
+  EXPECT_FALSE(object.exportOn(server.get())) << "already there";
 
   std::vector<std::string> announced;
   const std::string name = g_dbus_connection_get_unique_name(server.get());

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <stdexcept>
+
 #include "hosts/linux/base/bundle.h"
 #include "hosts/linux/notifications/notification_center.h"
 #include "tests/base/private_bus.h"
@@ -58,8 +60,9 @@ class DunstTest : public ::testing::Test {
     std::ifstream(folder_ / "display") >> display;
     environment_ = {"DISPLAY=:" + display, "DBUS_SESSION_BUS_ADDRESS=" + daemon_.address(),
                     "HOME=" + folder_.path()};
-    std::string error;
-    bus_ = connectTo(daemon_.address(), true, 5000, &error);
+    auto bus = connectTo(daemon_.address(), true, 5000);
+    if (!bus) throw std::runtime_error(bus.error());
+    bus_ = *std::move(bus);
     startServer();
     center_ = std::make_unique<DesktopNotificationCenter>(bus_.get(), bundle_);
     center_->setDelegate(delegate_);

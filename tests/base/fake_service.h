@@ -20,10 +20,10 @@ using linux_host::ConnectionPtr;
 using linux_host::VariantPtr;
 
 inline ConnectionPtr connected(const std::string& address) {
-  std::string error;
-  ConnectionPtr connection = linux_host::connectTo(address, true, 5000, &error);
-  EXPECT_NE(connection, nullptr) << error;
-  return connection;
+  auto connection = linux_host::connectTo(address, true, 5000);
+  if (connection) return *std::move(connection);
+  ADD_FAILURE() << connection.error();
+  return nullptr;
 }
 
 // An object on the bus that records its calls and answers as the test says.

@@ -18,6 +18,7 @@
 #include "hosts/linux/base/json_values.h"
 #include "hosts/linux/bus/control_socket.h"
 #include "hosts/linux/bus/instance_client.h"
+#include "tests/base/fake_service.h"
 #include "tests/base/no_requests.h"
 #include "tests/base/private_bus.h"
 #include "tests/base/temporary_folder.h"
@@ -28,6 +29,7 @@
 namespace linux_host {
 namespace {
 
+using base_test::connected;
 using base_test::contentsOf;
 using base_test::Environment;
 using base_test::NoRequests;
@@ -321,8 +323,7 @@ class BusInstanceTest : public InstanceTest {
                 g_variant_new("(sava{sv})", name, nullptr, nullptr), error);
   }
   GDBusConnection* connection() {
-    std::string error;
-    if (connection_ == nullptr) connection_ = connectTo(bus_->address(), true, 5000, &error);
+    if (connection_ == nullptr) connection_ = connected(bus_->address());
     return connection_.get();
   }
 
@@ -384,46 +385,51 @@ TEST(CommandLineTest, UnknownOptionsAreRefusedByTheProgram) {
   EXPECT_EQ(program.waitForExit(kLimit), 2);
 }
 
-std::string safeFolderIn(const std::string& temporaryFolder, std::string* error) {
-  return ControlSocket::safeFolder([&] { return temporaryFolder; }, error);
+linux_host::Expected<std::string> safeFolderIn(const std::string& temporaryFolder) {
+  return ControlSocket::safeFolder([&] { return temporaryFolder; });
 }
 
 TEST(ControlSocketTest, LiesInTheRuntimeFolderOrInAFolderOfTheUsersAlone) {
   const TemporaryFolder folder;
-  std::string error;
   {
     const Environment environment{{"XDG_RUNTIME_DIR", folder.path()}};
     const auto mayHang = []() -> std::string {
       ADD_FAILURE() << "the temporary folder is not asked for where it is not needed";
       return {};
     };
-    EXPECT_EQ(ControlSocket::safeFolder(mayHang, &error), folder.path());
+    const auto named = ControlSocket::safeFolder(mayHang);
+    ASSERT_TRUE(named) << named.error();
+    EXPECT_EQ(*named, folder.path());
   }
   const Environment environment{{"XDG_RUNTIME_DIR", std::nullopt}};
-  const std::string made = safeFolderIn(folder.path(), &error);
-  EXPECT_EQ(made, folder / ("record-audio-" + std::to_string(geteuid())));
+  const auto made = safeFolderIn(folder.path());
+  ASSERT_TRUE(made) << made.error();
+  EXPECT_EQ(*made, folder / ("record-audio-" + std::to_string(geteuid())));
   struct stat status {};
-  ASSERT_EQ(stat(made.c_str(), &status), 0);
+  ASSERT_EQ(stat(made->c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700U);
-  EXPECT_EQ(safeFolderIn(folder.path(), &error), made) << "again";
+  const auto again = safeFolderIn(folder.path());
+  ASSERT_TRUE(again) << again.error();
+  EXPECT_EQ(*again, *made);
 }
 
 TEST(ControlSocketTest, RefusesFoldersThatOthersCanReachOrOwn) {
   const TemporaryFolder folder;
   const Environment environment{{"XDG_RUNTIME_DIR", std::nullopt}};
   const std::string path = folder / ("record-audio-" + std::to_string(geteuid()));
-  std::string error;
   std::filesystem::create_directories(path);
   chmod(path.c_str(), 0755);
-  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
-  EXPECT_THAT(error, HasSubstr("0700"));
+  const auto ofAll = safeFolderIn(folder.path());
+  ASSERT_FALSE(ofAll);
+  EXPECT_THAT(ofAll.error(), HasSubstr("0700"));
   chmod(path.c_str(), 0700);
   ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
-  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
-  EXPECT_THAT(error, HasSubstr("another user"));
+  const auto ofAnother = safeFolderIn(folder.path());
+  ASSERT_FALSE(ofAnother);
+  EXPECT_THAT(ofAnother.error(), HasSubstr("another user"));
   std::filesystem::remove(path);
   std::filesystem::create_directory_symlink("/tmp", path);
-  EXPECT_EQ(safeFolderIn(folder.path(), &error), "");
+  EXPECT_FALSE(safeFolderIn(folder.path()));
 }
 
 // Connects as another user; returns 0 or errno.
@@ -450,10 +456,12 @@ TEST(ControlSocketTest, IsTheUsersAloneEvenInAFolderThatIsOpen) {
   NoRequests requests;
   ToolObject object(requests);
   ControlSocket socket(folder.path());
-  std::string error;
-  const bool listens = socket.lock(&error) && socket.listen(object, &error);
+  const auto isLocked = socket.lock();
+  const auto listens = socket.listen(object);
   umask(before);
-  ASSERT_TRUE(listens) << error;
+  ASSERT_TRUE(isLocked) << isLocked.error();
+  ASSERT_TRUE(*isLocked);
+  ASSERT_TRUE(listens) << listens.error();
   const auto names = base_test::namesIn(folder.path());
   EXPECT_THAT(names, Contains(std::string(kBusName) + ".sock"));
   for (const std::string& name : names) {
@@ -472,11 +480,11 @@ TEST(BusConnectionTest, ABusThatNeverAnswersIsGivenUp) {
   (folder / "bus").copy(address.sun_path, sizeof address.sun_path - 1);
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ASSERT_EQ(listen(listener, 1), 0);
-  std::string error;
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(connectTo("unix:path=" + (folder / "bus"), true, 200, &error), nullptr);
+  const auto connection = connectTo("unix:path=" + (folder / "bus"), true, 200);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
-  EXPECT_EQ(error, "it does not answer");
+  ASSERT_FALSE(connection);
+  EXPECT_EQ(connection.error(), "it does not answer");
   close(listener);
 }
 
@@ -497,10 +505,9 @@ GDBusMessage* answerWithANumber(GDBusConnection* connection, GDBusMessage* messa
 
 TEST(InstanceClientTest, AnAnswerOfAnotherTypeIsAFailure) {
   const PrivateBus bus;
-  std::string error;
-  const ConnectionPtr other = connectTo(bus.address(), true, 5000, &error);
-  const ConnectionPtr ours = connectTo(bus.address(), true, 5000, &error);
-  ASSERT_TRUE(other != nullptr && ours != nullptr) << error;
+  const ConnectionPtr other = connected(bus.address());
+  const ConnectionPtr ours = connected(bus.address());
+  ASSERT_TRUE(other != nullptr && ours != nullptr);
   const VariantPtr named(g_dbus_connection_call_sync(
       other.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "RequestName", g_variant_new("(su)", kBusName, 4U), nullptr, G_DBUS_CALL_FLAGS_NONE, 5000,

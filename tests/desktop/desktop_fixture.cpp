@@ -22,11 +22,9 @@ constexpr int kScreenWidth_px = 640;
 constexpr int kScreenHeight_px = 480;
 
 ConnectionPtr connected(const std::string& address) {
-  std::string error;
-  ConnectionPtr connection =
-      linux_host::connectTo(address, true, linux_host::kBusTimeout_ms, &error);
-  if (connection == nullptr) throw std::runtime_error(error);
-  return connection;
+  auto connection = linux_host::connectTo(address, true, linux_host::kBusTimeout_ms);
+  if (!connection) throw std::runtime_error(connection.error());
+  return *std::move(connection);
 }
 
 struct Answer {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 
+#include <stdexcept>
+
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_shortcuts_portal.h"
 #include "tests/e2e/tool_fixture.h"
@@ -15,9 +17,9 @@ using ::testing::IsEmpty;
 class ShortcutToolTest : public e2e::ToolFixture {
  protected:
   ShortcutToolTest() {
-    std::string error;
-    client_ = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms, &error);
-    EXPECT_NE(client_, nullptr) << error;
+    auto client = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms);
+    if (!client) throw std::runtime_error(client.error());
+    client_ = *std::move(client);
     portal_ = std::make_unique<FakeShortcutsPortal>(client_.get());
     plugInMicrophone();
   }

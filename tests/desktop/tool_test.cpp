@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <stdexcept>
 
 #include "tests/desktop/desktop_fixture.h"
 #include "tests/desktop/fake_session_manager.h"
@@ -41,9 +42,9 @@ test_support::PrivatePipeWire::Options patientServers() {
 class DesktopToolTest : public e2e::ToolFixture {
  protected:
   DesktopToolTest() : ToolFixture(patientServers()) {
-    std::string error;
-    client_ = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms, &error);
-    EXPECT_NE(client_, nullptr) << error;
+    auto client = linux_host::connectTo(server.busAddress(), true, linux_host::kBusTimeout_ms);
+    if (!client) throw std::runtime_error(client.error());
+    client_ = *std::move(client);
   }
 
   VariantPtr call(const std::string& name, const char* path, const char* interface,

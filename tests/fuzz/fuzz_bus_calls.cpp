@@ -98,8 +98,7 @@ class Wire {
     expect(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == 0, "a socket");
     server_ = connectionOver(ends[0]);
     client_ = connectionOver(ends[1]);
-    std::string error;
-    expect(tool_.exportOn(server_.get(), &error), "the tool's object");
+    expect(tool_.exportOn(server_.get()).has_value(), "the tool's object");
     showMenu();
   }
 
@@ -137,8 +136,7 @@ class Wire {
       chosen_ = id;
       if (id == kGoes) menu_.reset();
     });
-    std::string error;
-    expect(menu_->exportOn(server_.get(), &error), "the menu's object");
+    expect(menu_->exportOn(server_.get()).has_value(), "the menu's object");
     menu_->setItems(
         {{kStays, "Stop _recording"}, {4, ""}, {kDisabled, "0:01", false}, {kGoes, "Quit"}});
   }

@@ -32,11 +32,14 @@ bool SystemBus::connect() {
     if (found != nullptr) address = found;
     g_free(found);
   }
-  std::string error = "the system has none";
-  if (!address.empty()) connection_ = connectTo(address, true, kBusTimeout_ms, &error);
-  if (connection_ != nullptr) return true;
-  logMessage(LogLevel::kError, "cannot connect to the system bus: " + error);
-  return false;
+  auto connection = address.empty() ? Unexpected("the system has none")
+                                    : connectTo(address, true, kBusTimeout_ms);
+  if (!connection) {
+    logMessage(LogLevel::kError, "cannot connect to the system bus: " + connection.error());
+    return false;
+  }
+  connection_ = *std::move(connection);
+  return true;
 }
 
 SystemBus::Reply SystemBus::call(const Method& method, GVariant* arguments, const char* resultType,

@@ -35,17 +35,18 @@ std::string whyNotSafe(const std::string& folder, bool mayBeOpen) {
 
 }  // namespace
 
-std::string ControlSocket::safeFolder(const std::function<std::string()>& temporaryDirectory,
-                                      std::string* error) {
+Expected<std::string> ControlSocket::safeFolder(
+    const std::function<std::string()>& temporaryDirectory) {
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime != nullptr && *runtime == '/' && whyNotSafe(runtime, true).empty()) return runtime;
+  if (runtime != nullptr && *runtime == '/' && whyNotSafe(runtime, true).empty()) {
+    return runtime;
+  }
   std::string folder = temporaryDirectory() + "/record-audio-" + std::to_string(geteuid());
   if (mkdir(folder.c_str(), kPrivateFolder) != 0 && errno != EEXIST) {
-    *error = errorText("create the folder", folder, errno);
-    return {};
+    return Unexpected(errorText("create the folder", folder, errno));
   }
-  *error = whyNotSafe(folder, false);
-  return error->empty() ? folder : std::string();
+  if (std::string why = whyNotSafe(folder, false); !why.empty()) return Unexpected(std::move(why));
+  return folder;
 }
 
 ControlSocket::ControlSocket(const std::string& folder)
@@ -58,16 +59,13 @@ ControlSocket::~ControlSocket() {
   }
 }
 
-bool ControlSocket::lock(std::string* error) {
+Expected<bool> ControlSocket::lock() {
   loopback::UniqueFd fd(
       open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
-  if (!fd.valid()) {
-    *error = errorText("lock", lockFile_, errno);
-    return false;
-  }
+  if (!fd.valid()) return Unexpected(errorText("lock", lockFile_, errno));
   if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK) *error = errorText("lock", lockFile_, errno);
-    return false;
+    if (errno == EWOULDBLOCK) return false;
+    return Unexpected(errorText("lock", lockFile_, errno));
   }
   lockFd_ = std::move(fd);
   return true;
@@ -88,10 +86,10 @@ std::string ControlSocket::address() const {
   return address;
 }
 
-bool ControlSocket::listen(ToolObject& object, std::string* error) {
+Status ControlSocket::listen(ToolObject& object) {
   if (socket_.size() >= sizeof(sockaddr_un::sun_path)) {
-    *error = "the path " + socket_ + " is too long. Set XDG_RUNTIME_DIR to a shorter one.";
-    return false;
+    return Unexpected("the path " + socket_ +
+                      " is too long. Set XDG_RUNTIME_DIR to a shorter one.");
   }
   // A killed instance may have left its socket; the lock proves that it is gone.
   unlink(socket_.c_str());
@@ -101,35 +99,29 @@ bool ControlSocket::listen(ToolObject& object, std::string* error) {
                                        G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid,
                                        nullptr, nullptr, &failure));
   g_free(guid);
-  if (failure != nullptr) {
-    *error = failure->message;
-    g_error_free(failure);
-    return false;
-  }
+  const ErrorPtr error(failure);
+  if (error != nullptr) return Unexpected(error->message);
   // The umask may leave it open to others; until the chmod, the server's same-user check guards it.
   chmod(socket_.c_str(), kPrivateFile);
   g_signal_connect(server_.get(), "new-connection", G_CALLBACK(&ControlSocket::onConnection),
                    &object);
   g_dbus_server_start(server_.get());
-  return true;
+  return {};
 }
 
 gboolean ControlSocket::onConnection(GDBusServer*, GDBusConnection* connection, gpointer object) {
-  std::string ignored;
-  return static_cast<ToolObject*>(object)->exportOn(connection, &ignored) ? TRUE : FALSE;
+  return static_cast<ToolObject*>(object)->exportOn(connection) ? TRUE : FALSE;
 }
 
-ConnectionPtr ControlSocket::connect(int timeout_ms, std::string* error) const {
+Expected<ConnectionPtr> ControlSocket::connect(int timeout_ms) const {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (true) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         end - std::chrono::steady_clock::now());
-    if (ConnectionPtr connection =
-            connectTo(address(), false, static_cast<int>(std::max<long>(left.count(), 1)), error)) {
-      return connection;
-    }
+    auto connection =
+        connectTo(address(), false, static_cast<int>(std::max<long>(left.count(), 1)));
     // The holder of the lock may not listen yet. Without a holder, nothing will ever listen.
-    if (left.count() <= 0 || !isHeldByOther()) return nullptr;
+    if (connection || left.count() <= 0 || !isHeldByOther()) return connection;
     std::this_thread::sleep_for(kRetry);
   }
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "driver/unique_fd.h"
+#include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/tool_object.h"
 
@@ -25,23 +26,21 @@ class ControlSocket {
   ControlSocket& operator=(const ControlSocket&) = delete;
 
   // Returns $XDG_RUNTIME_DIR, or else a folder of mode 0700 in `temporaryDirectory`, created if
-  // missing. Empty with *error set if that folder is not safe: it belongs to another user or is
-  // open to others.
-  static std::string safeFolder(const std::function<std::string()>& temporaryDirectory,
-                                std::string* error);
+  // missing. Fails if that folder is not safe: it belongs to another user or is open to others.
+  static Expected<std::string> safeFolder(const std::function<std::string()>& temporaryDirectory);
 
-  // Takes the lock. False when another instance has it, or, with *error set, when that is unknown.
-  bool lock(std::string* error);
+  // Takes the lock. False when another instance has it; fails when that is unknown.
+  Expected<bool> lock();
   // Whether another instance has the lock. Does not take it.
   [[nodiscard]] bool isHeldByOther() const;
 
-  // Offers `object` to every client that connects. Call with the lock held. False with *error set
-  // on failure. The object outlives the socket.
-  bool listen(ToolObject& object, std::string* error);
+  // Offers `object` to every client that connects. Call with the lock held. The object outlives the
+  // socket.
+  Status listen(ToolObject& object);
 
   // Connects to the instance that holds the lock, even if it is still starting. Waits at most
-  // `timeout_ms`. Null with *error set on failure.
-  [[nodiscard]] ConnectionPtr connect(int timeout_ms, std::string* error) const;
+  // `timeout_ms`.
+  Expected<ConnectionPtr> connect(int timeout_ms) const;
 
  private:
   static gboolean onConnection(GDBusServer* server, GDBusConnection* connection, gpointer object);

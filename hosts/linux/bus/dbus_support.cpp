@@ -47,8 +47,8 @@ class Deadline {
 
 }  // namespace
 
-ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
-                        std::string* error) try {
+Expected<ConnectionPtr> connectTo(const std::string& address, bool isMessageBus,
+                                  int timeout_ms) try {
   const Deadline deadline(timeout_ms);
   auto flags = G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT;
   if (isMessageBus) {
@@ -58,15 +58,12 @@ ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeo
   GError* failure = nullptr;
   ConnectionPtr connection(g_dbus_connection_new_for_address_sync(
       address.c_str(), flags, nullptr, deadline.cancellable(), &failure));
-  if (failure != nullptr) {
-    *error = g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CANCELLED) ? "it does not answer"
-                                                                        : failure->message;
-    g_error_free(failure);
-  }
-  return connection;
+  const ErrorPtr error(failure);
+  if (error == nullptr) return connection;
+  const bool isTooLate = g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+  return Unexpected(isTooLate ? "it does not answer" : error->message);
 } catch (const std::system_error& noThread) {
-  *error = noThread.code().message();
-  return nullptr;
+  return Unexpected(noThread.code().message());
 }
 
 bool areOfType(GVariant* parameters, const char* type, const char* signal) {

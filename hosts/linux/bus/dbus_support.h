@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "hosts/linux/base/expected.h"
+
 // Owners for GLib's objects, and the only way to connect that cannot hang.
 
 namespace linux_host {
@@ -27,10 +29,9 @@ using ErrorPtr = std::unique_ptr<GError, ErrorFree>;
 inline constexpr int kBusTimeout_ms = 5000;
 
 // Connects to a D-Bus address and waits for it, at most `timeout_ms`. With `isMessageBus` it
-// registers with a message bus, otherwise it talks to a single peer. Null with *error set on
-// failure. A connection that breaks later does not end the process.
-ConnectionPtr connectTo(const std::string& address, bool isMessageBus, int timeout_ms,
-                        std::string* error);
+// registers with a message bus, otherwise it talks to a single peer. A connection is never
+// null. One that breaks later does not end the process.
+Expected<ConnectionPtr> connectTo(const std::string& address, bool isMessageBus, int timeout_ms);
 
 // Whether the parameters of the signal with that name are of `type`, which GLib does not check. If
 // not, the caller ignores the signal; this logs it once for each name. Any thread.

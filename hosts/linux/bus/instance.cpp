@@ -33,8 +33,11 @@ Instance::~Instance() {
 
 ControlSocket* Instance::socket() {
   if (socket_ == nullptr && socketError_.empty()) {
-    const std::string folder = ControlSocket::safeFolder(temporaryDirectory_, &socketError_);
-    if (!folder.empty()) socket_ = std::make_unique<ControlSocket>(folder);
+    if (const auto folder = ControlSocket::safeFolder(temporaryDirectory_)) {
+      socket_ = std::make_unique<ControlSocket>(*folder);
+    } else {
+      socketError_ = folder.error();
+    }
   }
   return socket_.get();
 }
@@ -48,10 +51,10 @@ Instance::Claim Instance::claim(ToolObject& object) {
 }
 
 Instance::Claim Instance::claimOnBus(ToolObject& object) {
-  std::string failure;
   // Before the name: a client that finds the name must find the object.
   if (closedHandler_ == 0) {
-    if (!object.exportOn(bus_.connection(), &failure)) return claimSocket(object, failure);
+    const Status exported = object.exportOn(bus_.connection());
+    if (!exported) return claimSocket(object, exported.error());
     closedHandler_ =
         g_signal_connect(bus_.connection(), "closed", G_CALLBACK(&Instance::onBusClosed), this);
   }
@@ -79,13 +82,10 @@ Instance::Claim Instance::claimSocket(ToolObject& object, const std::string& why
     sayUnreachable(socketError_);
     return Claim::kOurs;
   }
-  std::string error;
-  if (!socket_->lock(&error)) {
-    if (error.empty()) return Claim::kOthers;
-    sayUnreachable(error);
-    return Claim::kOurs;
-  }
-  if (!socket_->listen(object, &error)) sayUnreachable(error);
+  const Expected<bool> isLocked = socket_->lock();
+  if (isLocked && !*isLocked) return Claim::kOthers;
+  const Status listens = isLocked ? socket_->listen(object) : Unexpected(isLocked.error());
+  if (!listens) sayUnreachable(listens.error());
   return Claim::kOurs;
 }
 
@@ -102,10 +102,9 @@ std::optional<InstanceClient> Instance::find() {
     if (client.isRunning()) return client;
   }
   if (socket() == nullptr || !socket_->isHeldByOther()) return std::nullopt;
-  std::string error;
-  ConnectionPtr connection = socket_->connect(kSocketTimeout_ms, &error);
-  if (connection == nullptr) return std::nullopt;
-  return InstanceClient::onSocket(std::move(connection));
+  auto connection = socket_->connect(kSocketTimeout_ms);
+  if (!connection) return std::nullopt;
+  return InstanceClient::onSocket(*std::move(connection));
 }
 
 void Instance::release() {

@@ -13,7 +13,12 @@ SessionBus::SessionBus() {
     error_ = "the environment names none";
     return;
   }
-  connection_ = connectTo(where, true, kBusTimeout_ms, &error_);
+  auto connection = connectTo(where, true, kBusTimeout_ms);
+  if (connection) {
+    connection_ = *std::move(connection);
+  } else {
+    error_ = connection.error();
+  }
 }
 
 std::string SessionBus::address() {

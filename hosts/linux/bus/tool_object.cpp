@@ -87,7 +87,7 @@ ToolObject::~ToolObject() {
   g_dbus_node_info_unref(node_);
 }
 
-bool ToolObject::exportOn(GDBusConnection* connection, std::string* error) {
+Status ToolObject::exportOn(GDBusConnection* connection) {
   static const GDBusInterfaceVTable kCalls = {
       &ToolObject::onMethodCall, &ToolObject::onGetProperty, nullptr, {}};
   auto entry = std::make_unique<Export>();
@@ -97,17 +97,16 @@ bool ToolObject::exportOn(GDBusConnection* connection, std::string* error) {
     const guint registration = g_dbus_connection_register_object(connection, kObjectPath, *info,
                                                                  &kCalls, this, nullptr, &failure);
     if (registration == 0) {
-      *error = failure->message;
-      g_error_free(failure);
+      const ErrorPtr error(failure);
       withdraw(*entry);
-      return false;
+      return Unexpected(error->message);
     }
     entry->registrations.push_back(registration);
   }
   entry->closedHandler =
       g_signal_connect(connection, "closed", G_CALLBACK(&ToolObject::onClosed), this);
   exports_.push_back(std::move(entry));
-  return true;
+  return {};
 }
 
 void ToolObject::withdraw(Export& entry) {

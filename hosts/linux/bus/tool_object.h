@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/requests.h"
 #include "suite/embedded_suite.h"
@@ -32,9 +33,9 @@ class ToolObject : public suite::ToolDataObserver {
   ToolObject(const ToolObject&) = delete;
   ToolObject& operator=(const ToolObject&) = delete;
 
-  // Offers the object on the connection until that closes. False with *error set when the
-  // connection already has such an object.
-  bool exportOn(GDBusConnection* connection, std::string* error);
+  // Offers the object on the connection until that closes. Fails when the connection already
+  // has such an object.
+  Status exportOn(GDBusConnection* connection);
 
   // Publishes the values and tells every connection which of them have changed.
   void toolDataDidChange(const suite::ToolData& data) override;

@@ -69,18 +69,15 @@ DBusMenu::~DBusMenu() {
   g_dbus_node_info_unref(node_);
 }
 
-bool DBusMenu::exportOn(GDBusConnection* connection, std::string* error) {
+Status DBusMenu::exportOn(GDBusConnection* connection) {
   static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
   GError* failure = nullptr;
   registration_ = g_dbus_connection_register_object(connection, kPath, node_->interfaces[0],
                                                     &kTable, this, nullptr, &failure);
-  const ErrorPtr owned(failure);
-  if (registration_ == 0) {
-    *error = failure->message;
-    return false;
-  }
+  const ErrorPtr error(failure);
+  if (registration_ == 0) return Unexpected(error->message);
   connection_ = connection;
-  return true;
+  return {};
 }
 
 void DBusMenu::setItems(std::vector<MenuItem> items) {

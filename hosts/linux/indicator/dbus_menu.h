@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
 
 namespace linux_host {
@@ -29,8 +30,8 @@ class DBusMenu {
   DBusMenu(const DBusMenu&) = delete;
   DBusMenu& operator=(const DBusMenu&) = delete;
 
-  // Offers the menu on the connection, which outlives it. False with *error set on failure.
-  bool exportOn(GDBusConnection* connection, std::string* error);
+  // Offers the menu on the connection, which outlives it.
+  Status exportOn(GDBusConnection* connection);
   // Tells the tray what changed: only labels, or the whole menu.
   void setItems(std::vector<MenuItem> items);
 

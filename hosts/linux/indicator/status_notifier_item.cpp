@@ -175,9 +175,9 @@ void StatusNotifierItem::exportObjects() {
   static const GDBusInterfaceVTable kTable = {onMethodCall, nullptr, nullptr, {}};
   registration_ = g_dbus_connection_register_object(connection_, kPath, node_->interfaces[0],
                                                     &kTable, this, nullptr, nullptr);
-  std::string error;
   menu_ = std::make_unique<DBusMenu>([this](int id) { callbacks_.onMenuChoice(id); });
-  menu_->exportOn(connection_, &error);
+  // The icon is worth showing without its menu: a click on it stops the recording, too.
+  static_cast<void>(menu_->exportOn(connection_));
   menu_->setItems(menuItems_);
 }
 

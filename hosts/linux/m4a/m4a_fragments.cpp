@@ -8,7 +8,7 @@
 namespace linux_host {
 namespace {
 
-constexpr std::size_t kBoxHeader_bytes = 8;
+constexpr std::size_t kMediaHead_bytes = 8;
 // Flags of a tfhd: offsets count from the moof; the tfhd has the duration and flags of all packets.
 constexpr std::uint32_t kTrackFragmentFlags = 0x020028;
 constexpr std::uint32_t kNeedsNoOtherPacket = 0x02000000;
@@ -56,7 +56,7 @@ M4aFragment M4aFragments::end() {
   const auto head = [&](std::size_t media_bytes) {
     return headOf(fragments_, begin_frames, fragment.packetSizes_bytes, media_bytes);
   };
-  fragment.mediaOffset_bytes = head(0).size() + kBoxHeader_bytes;
+  fragment.mediaOffset_bytes = head(0).size() + kMediaHead_bytes;
 
   BoxBuilder out;
   out.reserve(fragment.mediaOffset_bytes + media_.size());

@@ -23,8 +23,6 @@ constexpr std::array kOptions = {
     Option{"--version", CommandLine::Command::kVersion},
 };
 
-// The bus passes it when it starts the program.
-constexpr std::string_view kStartedByBus = "--gapplication-service";
 // The suite passes it to all its tools; this one ignores it.
 constexpr std::string_view kPreferences = "--preferences";
 constexpr std::string_view kEndOfOptions = "--";
@@ -52,8 +50,6 @@ std::variant<CommandLine, CommandLineError> parseCommandLine(
       line.pathsToOpen.push_back(argument);
     } else if (argument == kEndOfOptions) {
       optionsOver = true;
-    } else if (argument == kStartedByBus) {
-      line.startedByBus = true;
     } else if (const Option* option = optionNamed(argument)) {
       if (!chosen.empty() && chosen != argument) {
         return usageError(chosen + " and " + argument + " exclude each other.");
@@ -100,7 +96,7 @@ int printRecovery(const RecoveryReport& report, std::ostream& out, std::ostream&
     err << "record-audio: " << path << " ended before it had any sound; you may delete it.\n";
   }
   for (const std::string& problem : report.problems) err << "record-audio: " << problem << '\n';
-  return report.problems.empty() ? 0 : 1;
+  return report.problems.empty() ? kExitDone : kExitFailed;
 }
 
 }  // namespace record_audio

@@ -17,15 +17,17 @@ struct CommandLine {
   Command command = Command::kRun;
   // With kRun: paths as given, or the bare tool identifier.
   std::vector<std::string> pathsToOpen;
-  // With kRun: started by the bus on behalf of a request that follows.
-  bool startedByBus = false;
 };
+
+// The exit statuses that the core decides. A host adds its own from 3 on.
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
 
 // What is wrong with the arguments, for the user. The process exits with kExitUsage.
 struct CommandLineError {
   std::string text;
 };
-inline constexpr int kExitUsage = 2;
 
 // `arguments` without the program's path. Pure.
 std::variant<CommandLine, CommandLineError> parseCommandLine(

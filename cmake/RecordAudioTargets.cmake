@@ -87,7 +87,7 @@ function(ra_precompile_headers target)
 endfunction()
 
 # The targets that a core target may link. Anything else stops the configuration.
-set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_app ra_lame)
+set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_command_line ra_app ra_lame)
 
 # ra_core_library(NAME SOURCES ... LINKS ...)
 function(ra_core_library name)

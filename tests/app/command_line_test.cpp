@@ -36,7 +36,6 @@ TEST(CommandLineTest, EachOptionIsACommand) {
   EXPECT_EQ(parsed({"--recover"}).command, CommandLine::Command::kRecover);
   EXPECT_EQ(parsed({"--help"}).command, CommandLine::Command::kHelp);
   EXPECT_EQ(parsed({"--version", "--version"}).command, CommandLine::Command::kVersion);
-  EXPECT_TRUE(parsed({"--gapplication-service"}).startedByBus);
 }
 
 TEST(CommandLineTest, ASingleDashIsAPath) {

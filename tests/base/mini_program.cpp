@@ -21,6 +21,7 @@
 #include "hosts/linux/application/request_router.h"
 #include "hosts/linux/bus/client_commands.h"
 #include "hosts/linux/bus/instance.h"
+#include "hosts/linux/bus/service_start.h"
 #include "platform/file_url.h"
 
 namespace {
@@ -97,7 +98,7 @@ class Delegate : public platform::ApplicationDelegate, public platform::RemoteCo
 };
 
 // When `run` returns, everything that refers to the bus is destroyed before the bus.
-int runInstance(const CommandLine& line) {
+int runInstance(const CommandLine& line, bool isStartedByBus) {
   MainLoop loop;
   DispatchThreads dispatch;
   SessionBus bus;
@@ -119,7 +120,7 @@ int runInstance(const CommandLine& line) {
   application.setDelegate(delegate);
   router.attach(delegate, delegate, "/preferences");
   const QuitSignals signals(application);
-  if (line.startedByBus) {
+  if (isStartedByBus) {
     router.launchOnFirstRequest();
   } else {
     router.launch(line.pathsToOpen);
@@ -149,11 +150,14 @@ int runClient(CommandLine::Command command) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto parsed = record_audio::parseCommandLine({argv + 1, argv + argc});
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  const bool isStartedByBus = takeServiceStart(&arguments);
+  const auto parsed = record_audio::parseCommandLine(arguments);
   if (const auto* error = std::get_if<record_audio::CommandLineError>(&parsed)) {
     std::cerr << error->text << "\n";
     return record_audio::kExitUsage;
   }
   const auto& line = std::get<CommandLine>(parsed);
-  return line.command == CommandLine::Command::kRun ? runInstance(line) : runClient(line.command);
+  return line.command == CommandLine::Command::kRun ? runInstance(line, isStartedByBus)
+                                                    : runClient(line.command);
 }

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "app/app_delegate.h"
-#include "app/command_line.h"
-#include "app/recording_recovery.h"
+#include "app/entry_point.h"
 #include "hosts/linux/bus/client_commands.h"
+#include "hosts/linux/bus/service_start.h"
 #include "hosts/linux/host/linux_host.h"
 #include "hosts/linux/notifications/lone_notice.h"
 #include "platform/file_url.h"
@@ -42,7 +42,7 @@ int endRecording(CommandLine::Command command, linux_host::SessionBus& bus,
 }
 
 // Commands that only talk to a running instance.
-int runClientCommand(CommandLine::Command command) {
+int askInstance(CommandLine::Command command) {
   linux_host::SessionBus bus;
   linux_host::Instance instance(bus,
                                 [] { return linux_host::LinuxFileManager().temporaryDirectory(); });
@@ -61,53 +61,35 @@ std::vector<std::string> urisOf(const std::vector<std::string>& paths) {
   return uris;
 }
 
-int runTool(const CommandLine& commandLine, std::vector<std::string> arguments) {
-  linux_host::LinuxHost host(std::move(arguments));
+// `arguments` with the program's path, as the core is told of them.
+int runTool(const std::vector<std::string>& arguments, const CommandLine& commandLine,
+            bool isStartedByBus) {
+  linux_host::LinuxHost host(arguments);
   if (const auto status = host.becomeInstance(urisOf(commandLine.pathsToOpen))) return *status;
   auto delegate = record_audio::AppDelegate::create(host.environment());
   // The log has said where an unsaved recording is, and why it could not be saved.
-  return host.run(delegate, delegate, {commandLine.pathsToOpen, commandLine.startedByBus, [&] {
+  return host.run(delegate, delegate, {commandLine.pathsToOpen, isStartedByBus, [&] {
                                          return delegate->hasUnsavedRecording();
                                        }});
 }
 
-int runRecovery(std::vector<std::string> arguments) {
-  linux_host::LinuxHost host(std::move(arguments), linux_host::LinuxHost::Purpose::kFiles);
-  suite::Environment environment = host.environment();
-  const auto folder = environment.suite.locationManager.locationForCurrentTool();
-  // The log has said what is wrong with the folder.
-  if (!folder) return linux_host::kExitFailed;
-  const auto recovery = record_audio::RecordingRecovery::create(environment, *folder);
-  return record_audio::printRecovery(recovery->run(), std::cout, std::cerr);
+int recover(const std::vector<std::string>& arguments) {
+  linux_host::LinuxHost host(arguments, linux_host::LinuxHost::Purpose::kFiles);
+  return record_audio::recoverRecordings(host.environment(), std::cout, std::cerr);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
-  std::vector<std::string> arguments(argv, argv + argc);
-  const auto parsed = record_audio::parseCommandLine({arguments.begin() + 1, arguments.end()});
-  if (const auto* error = std::get_if<record_audio::CommandLineError>(&parsed)) {
-    std::cerr << error->text << '\n';
-    return record_audio::kExitUsage;
-  }
-  const auto& commandLine = std::get<CommandLine>(parsed);
-  switch (commandLine.command) {
-    case CommandLine::Command::kHelp:
-      std::cout << record_audio::helpText();
-      return 0;
-    case CommandLine::Command::kVersion:
-      std::cout << record_audio::versionText(RA_VERSION);
-      return 0;
-    case CommandLine::Command::kRecover:
-      return runRecovery(std::move(arguments));
-    case CommandLine::Command::kRun:
-      return runTool(commandLine, std::move(arguments));
-    case CommandLine::Command::kStop:
-    case CommandLine::Command::kCancel:
-    case CommandLine::Command::kStatus:
-      return runClientCommand(commandLine.command);
-  }
-  return record_audio::kExitUsage;
+  const std::vector<std::string> arguments(argv, argv + argc);
+  std::vector<std::string> ownArguments(arguments.begin() + 1, arguments.end());
+  const bool isStartedByBus = linux_host::takeServiceStart(&ownArguments);
+  const record_audio::HostCommands commands{[&](const CommandLine& commandLine) {
+                                              return runTool(arguments, commandLine,
+                                                             isStartedByBus);
+                                            },
+                                            askInstance, [&] { return recover(arguments); }};
+  return record_audio::runCommand(ownArguments, RA_VERSION, commands, std::cout, std::cerr);
 } catch (const std::system_error& error) {
   // A limit of the system, reached before there was anything to lose.
   std::cerr << "Record Audio cannot start: " << error.what() << ". Close other programs.\n";

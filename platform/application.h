@@ -90,7 +90,7 @@ class Workspace {
   virtual bool setIcon(const ImagePtr& image, const std::string& forFile, unsigned options) = 0;
   // Opens the desktop's settings of who may use the microphone or, where there are none, of sound;
   // false when there are neither.
-  virtual bool openPrivacySettings() { return false; }
+  virtual bool openPrivacySettings() = 0;
 };
 
 }  // namespace platform

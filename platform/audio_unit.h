@@ -7,6 +7,36 @@
 
 // Audio units and graphs of them, as status-returning calls on opaque handles. Main thread, except
 // the two calls marked REAL-TIME, which audio callbacks make.
+//
+// The life of a unit
+//
+//     component --InstanceNew--> made --Initialize--> initialised --OutputUnitStart--> running
+//                                 ^  <--Uninitialize--      ^      <--OutputUnitStop--
+//                                 |                         |
+//                          InstanceDispose          device, sides, formats and callbacks are
+//                                                   set here or before, never while it runs
+//
+// A unit that stands alone is made, bound, started and taken down by its owner. This one records
+// from a device and is called for each block:
+//
+//     AudioUnit unit = nullptr;
+//     const AudioComponent component = units.AudioComponentFindNext(nullptr, kHALOutputUnit);
+//     units.AudioComponentInstanceNew(component, &unit);
+//     units.AudioUnitInitialize(unit);
+//     set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, 1, std::uint32_t{1});
+//     set(kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output, 0, std::uint32_t{0});
+//     set(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0, deviceID);
+//     set(kAudioOutputUnitProperty_SetInputCallback, kAudioUnitScope_Global, 0, callback);
+//     units.AudioOutputUnitStart(unit);  // the callback fetches each block by AudioUnitRender()
+//     units.AudioOutputUnitStop(unit);   // from here on no callback runs
+//     units.AudioUnitUninitialize(unit);
+//     units.AudioComponentInstanceDispose(unit);
+//
+// Units that feed each other are the nodes of a graph, which makes them, starts them and takes them
+// down together: NewAUGraph, AUGraphOpen, AUGraphAddNode for each, AUGraphNodeInfo to reach a unit
+// and set its properties, AUGraphConnectNodeInput, AUGraphInitialize, AUGraphStart; then
+// AUGraphStop, AUGraphClose, DisposeAUGraph. A step that fails leaves the graph where it was: its
+// owner undoes the steps before it, the last one first.
 
 namespace platform {
 
@@ -69,9 +99,9 @@ inline constexpr OSStatus kAUGraphErr_InvalidAudioUnit = -10864;
 inline constexpr OSStatus kAudio_ParamError = -50;
 
 // Ratio of frames consumed to frames produced; 1.0 is unchanged speed. The unit pulls its input
-// with time stamps that count the frames it has consumed; frames that the output device has skipped
-// (an overload) count as consumed, so that the delay stays what it was. Only when its source keeps
-// coming up short, because cycles have become longer, does it step back, once and far enough.
+// with time stamps that count the frames it has consumed, so the sample times of two pulls in a row
+// differ by the frames of the first. Free for the host: where it goes on when the output device has
+// skipped frames or the input has none; it may pull anew from an earlier or a later sample time.
 inline constexpr std::uint32_t kVarispeedParam_PlaybackRate = 0;
 
 // Called on an audio thread with a buffer list to fill (or, for input callbacks, null).

@@ -14,6 +14,45 @@
 #include "platform/sample_buffer.h"
 
 // Capture devices, sessions and outputs. Main thread unless a declaration says otherwise.
+//
+// The life of a recording
+//
+// A session takes sound from one input and gives it to one output. It is put together while it does
+// not run, and may run more than once:
+//
+//             startRunning()             first samples
+//     idle ----------------> starting ----------------> running
+//       ^                       |  |                     |  |
+//       |  stopRunning()        |  |                     |  |
+//       +-----------------------+--|---------------------+  |
+//       |  a failure, or no sound  |                        |
+//       +--------------------------+------------------------+
+//
+// On the way from "starting" to "running" the session posts its did-start notification; on the way
+// back to "idle" after a failure, its runtime error. isRunning() is true in "starting" and
+// "running". No call waits: what takes time is told by a notification or to a delegate.
+//
+// A file is recorded like this (what is refused is left out):
+//
+//     auto session = capture.createSession();
+//     auto input = capture.createDeviceInput(device, &error);  // null: the device is gone
+//     auto output = capture.createAudioFileOutput();
+//     session->setSessionPreset(kCaptureSessionPresetHigh);    // before the start
+//     session->addInput(input);
+//     session->addOutput(output);
+//     session->startRunning();
+//
+//     // kCaptureSessionDidStartRunningNotification: the first samples are there, and wait.
+//     output->startRecordingToOutputFileURL(url, kFileTypeMPEG4, delegate);
+//
+//     // The user stops. What was captured up to now is still written, in the background.
+//     output->stopRecording();
+//     session->stopRunning();
+//
+//     // delegate->captureOutputDidFinishRecording(): the file is complete.
+//
+// With createAudioDataOutput() the samples go to a delegate instead, on a queue of the caller's. It
+// gets all of them, from the first one on, and captureOutputDidEndDelivery() behind the last one.
 
 namespace platform {
 
@@ -26,7 +65,9 @@ enum class AuthorizationStatus : int {
   kAuthorized = 3,
 };
 
-// The manufacturer that a host reports for devices built into the computer.
+// A host that knows which devices belong to the computer itself reports this as their manufacturer;
+// the core lists those first. A host that does not know reports the makers as they are, and none is
+// taken for built in.
 inline constexpr const char* kBuiltInManufacturer = "Apple Inc.";
 
 inline constexpr const char* kCaptureSessionPresetHigh = "AVCaptureSessionPresetHigh";
@@ -35,8 +76,7 @@ inline constexpr const char* kCaptureSessionPresetLow = "AVCaptureSessionPresetL
 
 inline constexpr const char* kFileTypeMPEG4 = "AVFileTypeMPEG4";
 
-// The object of both is the session: captureSessionNotification() puts it there and
-// captureSessionOf() takes it out, for a pointer to void forgets which of its types it pointed at.
+// The object of both is the session; captureSessionOf() gives it back.
 // Posted by a session on the main thread when it runs and its first samples are there.
 inline constexpr const char* kCaptureSessionDidStartRunningNotification =
     "AVCaptureSessionDidStartRunningNotification";
@@ -45,13 +85,13 @@ inline constexpr const char* kCaptureSessionDidStartRunningNotification =
 inline constexpr const char* kCaptureSessionRuntimeErrorNotification =
     "AVCaptureSessionRuntimeErrorNotification";
 inline constexpr const char* kCaptureSessionErrorKey = "AVCaptureSessionErrorKey";
-// Posted on the main thread when a capture device came or went. No user info.
+// Posted on the main thread when a capture device came or went. No object, no user info.
 inline constexpr const char* kCaptureDeviceWasConnectedNotification =
     "AVCaptureDeviceWasConnectedNotification";
 inline constexpr const char* kCaptureDeviceWasDisconnectedNotification =
     "AVCaptureDeviceWasDisconnectedNotification";
 
-// A device as it was when it was asked for; immutable.
+// A device as it was when it was asked for; immutable, also when the device has gone.
 class CaptureDevice {
  public:
   virtual ~CaptureDevice() = default;
@@ -128,7 +168,7 @@ class CaptureAudioDataOutputSampleBufferDelegate {
                              const std::shared_ptr<SampleBuffer>& didOutputSampleBuffer,
                              CaptureConnection& fromConnection) = 0;
   // On the same queue: a run of the session is over, and its last samples were handed over.
-  virtual void captureOutputDidEndDelivery(CaptureOutput& /*output*/) {}
+  virtual void captureOutputDidEndDelivery(CaptureOutput& output) = 0;
 };
 
 // Hands the captured samples to a delegate: 32-bit float, non-interleaved, at the device's rate.
@@ -141,19 +181,24 @@ class CaptureAudioDataOutput : public CaptureOutput {
       std::shared_ptr<DispatchQueue> queue) = 0;
 };
 
-class CaptureSession {
+class CaptureSession : public NotificationObject {
  public:
   virtual ~CaptureSession() = default;
+  // For the runs that start from now on.
   virtual void setSessionPreset(const std::string& preset) = 0;
+  // False for null, and where the session has one already.
   [[nodiscard]] virtual bool canAddInput(const CaptureDeviceInputPtr& input) const = 0;
   [[nodiscard]] virtual bool canAddOutput(const CaptureOutputPtr& output) const = 0;
+  // Both do nothing with what cannot be added.
   virtual void addInput(const CaptureDeviceInputPtr& input) = 0;
   virtual void addOutput(const CaptureOutputPtr& output) = 0;
   [[nodiscard]] virtual std::vector<CaptureDeviceInputPtr> inputs() const = 0;
   [[nodiscard]] virtual std::vector<CaptureOutputPtr> outputs() const = 0;
   // Returns at once. Later posts either the did-start notification (again also when the session
-  // already runs) or, within a bounded time, the runtime error.
+  // already runs) or, within a bounded time, the runtime error, never during the call itself.
   virtual void startRunning() = 0;
+  // Returns at once; what was captured up to now still reaches the output. Nothing more is posted
+  // of this run. Does nothing where the session does not run.
   virtual void stopRunning() = 0;
   [[nodiscard]] virtual bool isRunning() const = 0;
 };
@@ -164,9 +209,9 @@ inline Notification captureSessionNotification(const char* name, CaptureSessionP
                                                Dictionary userInfo) {
   return {name, std::move(session), std::move(userInfo)};
 }
-// The session that such a notification is about; null when it has no object.
+// The session that such a notification is about; null when its object is none.
 inline CaptureSessionPtr captureSessionOf(const Notification& notification) {
-  return std::static_pointer_cast<CaptureSession>(notification.object);
+  return std::dynamic_pointer_cast<CaptureSession>(notification.object);
 }
 
 // The class-level calls of the capture framework.
@@ -175,7 +220,7 @@ class Capture {
   virtual ~Capture() = default;
   // Every device of the type that can be recorded from, in the system's order.
   [[nodiscard]] virtual std::vector<CaptureDevicePtr> devicesWithMediaType(MediaType type) = 0;
-  // Null when there is none.
+  // Both are null when there is none.
   [[nodiscard]] virtual CaptureDevicePtr defaultDeviceWithMediaType(MediaType type) = 0;
   [[nodiscard]] virtual CaptureDevicePtr deviceWithUniqueID(const std::string& uniqueID) = 0;
 
@@ -189,8 +234,8 @@ class Capture {
   // A session that only listens, beside whatever records: it posts no notification, hands samples
   // to its outputs from the first one on, and isRunning() says from startRunning() until
   // stopRunning() or a failure. Null on a host that cannot do that.
-  virtual CaptureSessionPtr createMonitoringSession() { return nullptr; }
-  // Null with *error set when the device cannot be used.
+  virtual CaptureSessionPtr createMonitoringSession() = 0;
+  // Null with *error set when the device is null, is not there (any more) or cannot be used.
   virtual CaptureDeviceInputPtr createDeviceInput(const CaptureDevicePtr& device,
                                                   std::string* error) = 0;
   virtual std::shared_ptr<CaptureAudioFileOutput> createAudioFileOutput() = 0;

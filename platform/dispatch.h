@@ -11,7 +11,8 @@ namespace platform {
 class DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;
-  // Never blocks on the work itself. Any thread except an audio callback: it may allocate.
+  // Never blocks on the work itself, and never runs it during the call. An empty item is dropped.
+  // Any thread except an audio callback: it may allocate.
   virtual void async(std::function<void()> work) = 0;
   [[nodiscard]] virtual const std::string& label() const = 0;
 };
@@ -21,8 +22,9 @@ class Dispatch {
   virtual ~Dispatch() = default;
   // Runs its items from the main run loop.
   virtual std::shared_ptr<DispatchQueue> mainQueue() = 0;
-  // A new queue with a thread of its own. Items queued before the last reference went still run;
-  // the process does not end before they have. Null when the system has no thread to spare.
+  // A new queue with a thread of its own, also where another has the same label. Items queued
+  // before the last reference went still run; the process does not end before they have. Null when
+  // the system has no thread to spare.
   virtual std::shared_ptr<DispatchQueue> createSerialQueue(const std::string& label) = 0;
 };
 

@@ -16,6 +16,11 @@
 #include "platform/property_list.h"
 
 // Foundation: settings, files, bundles, process information, timers, notifications and dates.
+//
+// In every port a path is absolute, UTF-8, and written the same way on all systems: it begins with
+// "/", which also separates its parts. A host whose system writes paths otherwise translates them
+// at its border, both ways ("C:\a" is "/C:/a" to the core).
+//
 // Unless a declaration says otherwise every call is made on the main thread and none throws.
 
 namespace platform {
@@ -54,32 +59,40 @@ class UserDefaults {
   virtual bool synchronize() = 0;
 };
 
-// An open file for updating. Closing happens in closeFile() or, at the latest, on destruction.
-// All calls on one thread at a time; the recorder makes them on its encode queue.
+// An open file for updating; its write position is the first byte at first. Closing happens in
+// closeFile() or, at the latest, on destruction. All calls on one thread at a time; the recorder
+// makes them on its encode queue.
 class FileHandle {
  public:
   virtual ~FileHandle() = default;
   // Moves the write position behind the last byte and returns it, bytes from the start.
   virtual std::uint64_t seekToEndOfFile() = 0;
-  // Appends all of `data` at the write position. Returns an error text, empty on success; after an
-  // error an unknown part of `data` may have been written.
+  // Writes all of `data` at the write position, which then stands behind it. Returns an error text,
+  // empty on success; after an error an unknown part of `data` may have been written. An error, and
+  // nothing written, on a closed handle.
   [[nodiscard]] virtual std::string writeData(std::span<const std::byte> data) = 0;
+  // Idempotent.
   virtual void closeFile() = 0;
 };
 
 class FileManager {
  public:
   virtual ~FileManager() = default;
-  // Follows symbolic links; any kind of file counts. Any thread.
+  // Follows symbolic links; any kind of file counts, a folder too. Any thread.
   [[nodiscard]] virtual bool fileExists(const std::string& path) const = 0;
-  // Makes an empty file, or empties the one that is there. False when it could not.
+  // Makes an empty file, or empties the one that is there. False when it could not, as where the
+  // folder is missing. Free for the host: who else may read the file, and what becomes of a handle
+  // that is open on a file that is emptied.
   virtual bool createFile(const std::string& path) = 0;
   // Null when the file cannot be opened for reading and writing.
   [[nodiscard]] virtual std::unique_ptr<FileHandle> fileHandleForUpdating(
       const std::string& path) = 0;
-  // Moves a file, also while somebody writes into it: what is written later ends up under the new
-  // name, on another file system too. Never replaces a file. Returns an error text, empty on
-  // success; on an error the file is whole at `from`.
+  // Moves a file, also while this program writes into it: what is written later ends up under the
+  // new name, on another file system too. The core relies on that here and nowhere else: it moves a
+  // recording whose last part is still being written. A host whose system cannot move an open file
+  // takes the new name at once and moves the file when its writer closes it. Never replaces a file.
+  // Returns an error text, empty on success; on an error the file is whole at `from`, and whoever
+  // writes into it goes on.
   [[nodiscard]] virtual std::string moveItem(const std::string& from, const std::string& to) = 0;
   // Returns an error text, empty on success.
   virtual std::string removeItem(const std::string& path) = 0;
@@ -121,7 +134,8 @@ class ProcessInfo {
 class Timer {
  public:
   virtual ~Timer() = default;
-  // Idempotent; the action is never called again and is released.
+  // Idempotent; the action is never called again and is released, when it has returned if it is
+  // running.
   virtual void invalidate() = 0;
   [[nodiscard]] virtual bool isValid() const = 0;
   [[nodiscard]] virtual const std::any& userInfo() const = 0;
@@ -132,21 +146,31 @@ using TimerAction = std::function<void(const TimerPtr&)>;
 class RunLoop {
  public:
   virtual ~RunLoop() = default;
-  // First fires after `interval_s` seconds, then (if `repeats`) at every further multiple of it;
-  // firings missed while the loop was busy are skipped, never bunched.
+  // First fires from the loop after `interval_s` seconds, then (if `repeats`, for which it must be
+  // above 0) at every further multiple of it. Firings missed while the loop was busy are skipped,
+  // never bunched: one comes late, the next at its own multiple. Timers that are due fire in the
+  // order of their times.
   virtual TimerPtr scheduledTimer(double interval_s, std::any userInfo, bool repeats,
                                   TimerAction action) = 0;
   // Runs `action` once from the loop, after the current event and after `delay_s` seconds.
   virtual void performAfterDelay(double delay_s, std::function<void()> action) = 0;
 };
 
+// Whatever may post notifications about itself: the receiver asks for the type it expects, and gets
+// null for any other.
+class NotificationObject {
+ public:
+  virtual ~NotificationObject() = default;
+};
+
 // Names of notifications are compared exactly.
 struct Notification {
   std::string name;
-  std::shared_ptr<void> object;  // the poster; may be null
+  std::shared_ptr<NotificationObject> object;  // the poster; may be null
   Dictionary userInfo;
 };
 
+// Main thread.
 class NotificationCenter {
  public:
   using Observer = const void*;
@@ -154,9 +178,11 @@ class NotificationCenter {
   virtual ~NotificationCenter() = default;
   // Registers for `name` from any poster. `observer` only identifies the registration.
   virtual void addObserver(Observer observer, const std::string& name, Handler handler) = 0;
-  // Removes every registration of `observer`; none of its handlers runs afterwards.
+  // Removes every registration of `observer`, if there is any. None of its handlers runs
+  // afterwards, not even for a post that is under way.
   virtual void removeObserver(Observer observer) = 0;
-  // Calls the handlers at once, on the calling thread, in the order of their registration.
+  // Calls the handlers at once, in the order of their registration; one that is registered during
+  // the call hears the next. A handler may post.
   virtual void post(const Notification& notification) = 0;
 };
 

@@ -62,6 +62,9 @@ class LevelMeter::PeakTap : public platform::CaptureAudioDataOutputSampleBufferD
     for (std::uint32_t i = 0; i < list->mNumberBuffers; ++i) raise(peakOf(buffers[i]));
   }
 
+  // Nothing is kept, so nothing is left to do.
+  void captureOutputDidEndDelivery(platform::CaptureOutput&) override {}
+
   // The highest peak since the last call. Any thread.
   float take() { return peak_.exchange(0, std::memory_order_relaxed); }
 

@@ -103,6 +103,7 @@ class SampleCollector : public platform::CaptureAudioDataOutputSampleBufferDeleg
   void captureOutput(platform::CaptureOutput& output,
                      const std::shared_ptr<platform::SampleBuffer>& buffer,
                      platform::CaptureConnection& connection) override;
+  void captureOutputDidEndDelivery(platform::CaptureOutput&) override {}
 
   [[nodiscard]] std::size_t frames() const;
   [[nodiscard]] std::vector<float> channel(std::size_t channel) const;

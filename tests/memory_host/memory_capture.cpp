@@ -199,7 +199,7 @@ std::shared_ptr<MemoryCaptureDevice> MemoryCapture::connect(const std::string& u
                                                             const std::string& manufacturer) {
   audioDevices.push_back(std::make_shared<MemoryCaptureDevice>(uniqueID, name, manufacturer));
   if (defaultAudioID.empty()) defaultAudioID = uniqueID;
-  center_.post({platform::kCaptureDeviceWasConnectedNotification, audioDevices.back(), {}});
+  center_.post({platform::kCaptureDeviceWasConnectedNotification, nullptr, {}});
   return audioDevices.back();
 }
 

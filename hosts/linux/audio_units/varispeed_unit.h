@@ -36,6 +36,10 @@ class Shortfall {
 // Converts from its input rate to its output rate, times the playback rate. The playback rate may
 // change at any time; each cycle glides from the previous rate to the newest.
 //
+// Frames that the output device has skipped (an overload) count as consumed, so that the delay
+// stays what it was. Only when its source keeps coming up short, because cycles have become longer,
+// does it step back, once and far enough (Shortfall).
+//
 // Pulls its input from the render callback in pieces of an eighth of the largest cycle, so that it
 // reads little more than it needs. The converter is libsamplerate's fastest sinc: its error is 97
 // dB below the signal, and at 48 kHz its pass band ends at 19 kHz. The better ones take two and six

@@ -28,6 +28,7 @@ MainQueue::~MainQueue() {
 }
 
 void MainQueue::async(std::function<void()> work) {
+  if (work == nullptr) return;
   {
     const platform::MutexLock lock(mutex_);
     items_.push_back(std::move(work));

@@ -79,6 +79,7 @@ TEST_F(LaunchTest, WithoutAFolderLaterRequestsFindNothingToWorkWith) {
 
 TEST_F(LaunchTest, RecordsIntoTheToolsOutputFolder) {
   machine.suite.location = "/music/out";
+  machine.fileManager.folders.insert("/music/out");
   launchAndRecord();
   app->stopRecord();
   ASSERT_EQ(machine.userNotificationCenter.showing.size(), 1U);

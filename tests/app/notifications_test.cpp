@@ -57,6 +57,7 @@ TEST_F(NotificationsTest, ASaveThatFailedSaysWhereTheRecordingIsKept) {
   std::string temporary;
   ASSERT_TRUE(platform::stringValue(app->status().at("outputFile"), &temporary));
   machine.fileManager.failMove = "read-only";
+  machine.fileManager.folders.erase("/out");
   app->stopRecord();
   EXPECT_EQ(newest()->informativeText, kUnsavedText);
   const std::string kept =

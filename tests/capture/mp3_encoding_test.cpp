@@ -44,7 +44,7 @@ class Mp3EncodingTest : public RecorderFixture {
                               platform::kAudioHardwareUnspecifiedError);
   }
   [[nodiscard]] bool temporaryIsOpen() const {
-    return memory.fileManager.files.at(kTemporaryMp3)->open;
+    return memory.fileManager.files.at(kTemporaryMp3)->handles > 0;
   }
 };
 
@@ -284,7 +284,7 @@ TEST_F(Mp3EncodingTest, FinishesTheOldFileWhenANewRecordingStartsBeforeTheQueueH
   memory.runLoop.settle();
   recorder->stopRecord();
   memory.runLoop.settle();
-  EXPECT_FALSE(memory.fileManager.files.at(first)->open);
+  EXPECT_EQ(memory.fileManager.files.at(first)->handles, 0);
   EXPECT_NEAR(static_cast<double>(memory.fileManager.contents(first).size()), 40000, 4000);
   EXPECT_NEAR(static_cast<double>(memory.fileManager.contents(recorder->outputFilePath()).size()),
               80000, 4000);

@@ -60,10 +60,14 @@ std::shared_ptr<MemorySampleBuffer> floatSampleBuffer(const std::vector<std::vec
 
 void MemoryAudioFileOutput::startRecordingToOutputFileURL(
     const std::string& fileURL, const std::string& outputFileType,
-    std::weak_ptr<platform::CaptureFileOutputRecordingDelegate>) {
+    std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) {
   startedURLs.push_back(fileURL);
   fileTypes.push_back(outputFileType);
   if (!throwOnStart.empty()) throw platform::CaptureException(throwOnStart);
+  if (live_ != nullptr) {
+    startLive(fileURL, std::move(recordingDelegate));
+    return;
+  }
   if (const auto path = platform::pathWithFileURL(fileURL)) {
     fileManager_.addFile(*path, "aac samples");
   }
@@ -90,28 +94,40 @@ void MemoryAudioDataOutput::endDelivery() {
   });
 }
 
-bool MemoryCaptureSession::canAddInput(const platform::CaptureDeviceInputPtr&) const {
-  journal.push_back("canAddInput");
-  return !refuseInput;
+bool MemoryCaptureSession::takes(const platform::CaptureDeviceInputPtr& input) const {
+  return !refuseInput && input != nullptr && inputs_.empty();
 }
 
-bool MemoryCaptureSession::canAddOutput(const platform::CaptureOutputPtr&) const {
+bool MemoryCaptureSession::takes(const platform::CaptureOutputPtr& output) const {
+  return !refuseOutput && output != nullptr && outputs_.empty();
+}
+
+bool MemoryCaptureSession::canAddInput(const platform::CaptureDeviceInputPtr& input) const {
+  journal.push_back("canAddInput");
+  return takes(input);
+}
+
+bool MemoryCaptureSession::canAddOutput(const platform::CaptureOutputPtr& output) const {
   journal.push_back("canAddOutput");
-  return !refuseOutput;
+  return takes(output);
 }
 
 void MemoryCaptureSession::addInput(const platform::CaptureDeviceInputPtr& input) {
   journal.push_back("addInput");
-  inputs_.push_back(input);
+  if (takes(input)) inputs_.push_back(input);
 }
 
 void MemoryCaptureSession::addOutput(const platform::CaptureOutputPtr& output) {
   journal.push_back("addOutput");
-  outputs_.push_back(output);
+  if (takes(output)) outputs_.push_back(output);
 }
 
 void MemoryCaptureSession::startRunning() {
   journal.push_back("startRunning");
+  if (live_ != nullptr) {
+    startLive();
+    return;
+  }
   running = true;
 }
 
@@ -119,6 +135,7 @@ void MemoryCaptureSession::stopRunning() {
   onStop();
   journal.push_back("stopRunning");
   if (!std::exchange(running, false)) return;
+  if (live_ != nullptr) stopLive();
   for (const auto& output : outputs_) {
     if (auto* dataOutput = dynamic_cast<MemoryAudioDataOutput*>(output.get())) {
       dataOutput->endDelivery();
@@ -133,6 +150,7 @@ void MemoryCaptureSession::reportStarted() {
 
 void MemoryCaptureSession::reportError(const std::string& error) {
   running = false;
+  if (notices_ == Notices::kNone) return;
   center_.post(platform::captureSessionNotification(
       platform::kCaptureSessionRuntimeErrorNotification, shared_from_this(),
       {{platform::kCaptureSessionErrorKey, error}}));
@@ -160,7 +178,7 @@ void MemoryCapture::requestAccessForMediaType(MediaType, std::function<void(bool
 }
 
 platform::CaptureSessionPtr MemoryCapture::createSession() {
-  sessions.push_back(std::make_shared<MemoryCaptureSession>(center_));
+  sessions.push_back(std::make_shared<MemoryCaptureSession>(center_, live_.get()));
   sessions.back()->refuseInput = refuseInput;
   sessions.back()->refuseOutput = refuseOutput;
   return sessions.back();
@@ -168,7 +186,8 @@ platform::CaptureSessionPtr MemoryCapture::createSession() {
 
 platform::CaptureSessionPtr MemoryCapture::createMonitoringSession() {
   if (!canMonitor) return nullptr;
-  monitoringSessions.push_back(std::make_shared<MemoryCaptureSession>(center_));
+  monitoringSessions.push_back(std::make_shared<MemoryCaptureSession>(
+      center_, live_.get(), MemoryCaptureSession::Notices::kNone));
   monitoringSessions.back()->refuseInput = refuseInput;
   monitoringSessions.back()->refuseOutput = refuseOutput;
   return monitoringSessions.back();
@@ -176,15 +195,17 @@ platform::CaptureSessionPtr MemoryCapture::createMonitoringSession() {
 
 platform::CaptureDeviceInputPtr MemoryCapture::createDeviceInput(
     const platform::CaptureDevicePtr& device, std::string* error) {
-  if (!inputError.empty()) {
-    *error = inputError;
-    return nullptr;
+  *error = inputError;
+  if (device == nullptr) *error = "There is no sound source to record from.";
+  if (error->empty() && deviceWithUniqueID(device->uniqueID()) == nullptr) {
+    *error = "The sound source \"" + device->localizedName() + "\" is not there.";
   }
+  if (!error->empty()) return nullptr;
   return std::make_shared<MemoryCaptureDeviceInput>(device);
 }
 
 std::shared_ptr<platform::CaptureAudioFileOutput> MemoryCapture::createAudioFileOutput() {
-  fileOutputs.push_back(std::make_shared<MemoryAudioFileOutput>(fileManager_));
+  fileOutputs.push_back(std::make_shared<MemoryAudioFileOutput>(fileManager_, live_.get()));
   fileOutputs.back()->throwOnStart = throwOnFileStart;
   return fileOutputs.back();
 }
@@ -207,6 +228,9 @@ void MemoryCapture::disconnect(const std::string& uniqueID) {
   std::erase_if(audioDevices, [&](const auto& device) { return device->id == uniqueID; });
   if (defaultAudioID == uniqueID) {
     defaultAudioID = audioDevices.empty() ? "" : audioDevices.front()->id;
+  }
+  for (const auto& list : {sessions, monitoringSessions}) {
+    for (const auto& session : list) session->loseDevice(uniqueID);
   }
   center_.post({platform::kCaptureDeviceWasDisconnectedNotification, nullptr, {}});
 }

@@ -10,11 +10,22 @@
 #include "platform/capture.h"
 #include "platform/foundation.h"
 #include "tests/memory_host/memory_foundation.h"
+#include "tests/memory_host/memory_run_loop.h"
 
 // Capture devices, sessions and outputs in memory. Single-threaded. A session starts, fails and
-// delivers when the test says so.
+// delivers when the test says so, or by itself, as a real one does, after MemoryCapture::goLive().
 
 namespace memory_host {
+
+class MemoryCapture;
+class MemoryCaptureSession;
+
+// What sessions that act by themselves act with.
+struct LiveMachine {
+  MemoryRunLoop& runLoop;
+  MemoryDispatch& dispatch;
+  MemoryCapture& capture;
+};
 
 class MemoryCaptureDevice : public platform::CaptureDevice {
  public:
@@ -79,16 +90,27 @@ class MemoryCaptureDeviceInput : public platform::CaptureDeviceInput {
   platform::CaptureDevicePtr device_;
 };
 
-class MemoryAudioFileOutput : public platform::CaptureAudioFileOutput {
+class MemoryAudioFileOutput : public platform::CaptureAudioFileOutput,
+                              public std::enable_shared_from_this<MemoryAudioFileOutput> {
  public:
-  explicit MemoryAudioFileOutput(MemoryFileManager& fileManager) : fileManager_(fileManager) {}
+  explicit MemoryAudioFileOutput(MemoryFileManager& fileManager, const LiveMachine* live = nullptr)
+      : fileManager_(fileManager), live_(live) {}
   void startRecordingToOutputFileURL(
       const std::string& fileURL, const std::string& outputFileType,
       std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) override;
   void setMetadata(platform::CaptureMetadata newMetadata) override {
     metadata = std::move(newMetadata);
   }
-  void stopRecording() override { ++stopCount; }
+  void stopRecording() override {
+    ++stopCount;
+    finish("");
+  }
+
+  // For a live session: it runs; these samples were captured (an error text, empty on success); it
+  // has stopped.
+  void attach(bool isCapturing) { isCapturing_ = isCapturing; }
+  std::string write(const platform::BlockBuffer& samples);
+  void finish(const std::string& error);
 
   std::string throwOnStart;  // text of the exception; empty means none
   std::vector<std::string> startedURLs;
@@ -97,7 +119,19 @@ class MemoryAudioFileOutput : public platform::CaptureAudioFileOutput {
   int stopCount = 0;
 
  private:
+  // Of the file that a live output writes.
+  struct Recording {
+    std::string fileURL;
+    std::unique_ptr<platform::FileHandle> file;
+    std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> delegate;
+  };
+  void startLive(const std::string& fileURL,
+                 std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> delegate);
+
   MemoryFileManager& fileManager_;
+  const LiveMachine* live_;
+  bool isCapturing_ = false;
+  std::unique_ptr<Recording> recording_;
 };
 
 class MemoryAudioDataOutput : public platform::CaptureAudioDataOutput {
@@ -117,7 +151,12 @@ class MemoryAudioDataOutput : public platform::CaptureAudioDataOutput {
 class MemoryCaptureSession : public platform::CaptureSession,
                              public std::enable_shared_from_this<MemoryCaptureSession> {
  public:
-  explicit MemoryCaptureSession(MemoryNotificationCenter& center) : center_(center) {}
+  enum class Notices { kPosted, kNone };
+
+  // `live`: null for a session that does what the test says.
+  explicit MemoryCaptureSession(MemoryNotificationCenter& center, const LiveMachine* live = nullptr,
+                                Notices notices = Notices::kPosted)
+      : center_(center), live_(live), notices_(notices) {}
   void setSessionPreset(const std::string& newPreset) override { preset = newPreset; }
   [[nodiscard]] bool canAddInput(const platform::CaptureDeviceInputPtr& input) const override;
   [[nodiscard]] bool canAddOutput(const platform::CaptureOutputPtr& output) const override;
@@ -137,6 +176,8 @@ class MemoryCaptureSession : public platform::CaptureSession,
   void reportStarted();
   // Posts the runtime error and stops.
   void reportError(const std::string& error);
+  // Its device has gone, if that is the one: a live session fails.
+  void loseDevice(const std::string& uniqueID);
 
   std::string preset;
   bool refuseInput = false;
@@ -147,7 +188,24 @@ class MemoryCaptureSession : public platform::CaptureSession,
   mutable std::vector<std::string> journal;
 
  private:
+  [[nodiscard]] bool takes(const platform::CaptureDeviceInputPtr& input) const;
+  [[nodiscard]] bool takes(const platform::CaptureOutputPtr& output) const;
+
+  void startLive();
+  void stopLive();
+  void failLive(const std::string& error);
+  void deliverLive();
+  // Runs `work` from the main loop, if this run of the session is still the newest then.
+  void later(void (MemoryCaptureSession::*work)(const std::string&), const std::string& text);
+  void announceLive(const std::string&);
+  void refuseLive(const std::string& error);
+  [[nodiscard]] std::string whyNotLive() const;
+
   MemoryNotificationCenter& center_;
+  const LiveMachine* live_;
+  const Notices notices_;
+  int run_ = 0;
+  platform::TimerPtr delivery_;
   std::vector<platform::CaptureDeviceInputPtr> inputs_;
   std::vector<platform::CaptureOutputPtr> outputs_;
 };
@@ -176,6 +234,12 @@ class MemoryCapture : public platform::Capture {
   std::shared_ptr<platform::CaptureAudioFileOutput> createAudioFileOutput() override;
   std::shared_ptr<platform::CaptureAudioDataOutput> createAudioDataOutput() override;
 
+  // From now on what is made here acts by itself, from the main loop: sessions start, hand out
+  // samples every 10 ms and fail when their device goes; files are written and completed.
+  void goLive(MemoryRunLoop& runLoop, MemoryDispatch& dispatch) {
+    live_ = std::make_unique<LiveMachine>(LiveMachine{runLoop, dispatch, *this});
+  }
+
   // Plugs a microphone in and posts that. The first one becomes the default.
   std::shared_ptr<MemoryCaptureDevice> connect(const std::string& uniqueID, const std::string& name,
                                                const std::string& manufacturer = "Maker");
@@ -203,6 +267,7 @@ class MemoryCapture : public platform::Capture {
  private:
   MemoryNotificationCenter& center_;
   MemoryFileManager& fileManager_;
+  std::unique_ptr<LiveMachine> live_;
 };
 
 }  // namespace memory_host

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_foundation.h"
 
+#include <algorithm>
 #include <ctime>
+#include <utility>
 
 namespace memory_host {
 
@@ -62,9 +64,9 @@ class MemoryFileHandle : public platform::FileHandle {
   MemoryFileHandle(MemoryFileManager& manager, std::shared_ptr<MemoryFileManager::File> file,
                    std::string path)
       : manager_(manager), file_(std::move(file)), path_(std::move(path)) {
-    file_->open = true;
+    ++file_->handles;
   }
-  ~MemoryFileHandle() override { file_->open = false; }
+  ~MemoryFileHandle() override { letGo(); }
 
   std::uint64_t seekToEndOfFile() override {
     position_ = file_->contents.size();
@@ -72,12 +74,14 @@ class MemoryFileHandle : public platform::FileHandle {
   }
 
   std::string writeData(std::span<const std::byte> data) override {
-    if (!file_->open) return "The file is closed";
+    if (!open_) return "The file is closed";
     if (manager_.freeSpace_bytes) {
       if (data.size() > *manager_.freeSpace_bytes) return "No space left on device";
       *manager_.freeSpace_bytes -= data.size();
     }
     const auto* text = reinterpret_cast<const char*>(data.data());
+    // The file may have been emptied since.
+    if (file_->contents.size() < position_) file_->contents.resize(position_);
     file_->contents.replace(position_, data.size(), text, data.size());
     position_ += data.size();
     manager_.journal.push_back("write " + path_ + " " + std::to_string(data.size()));
@@ -85,14 +89,17 @@ class MemoryFileHandle : public platform::FileHandle {
   }
 
   void closeFile() override {
-    file_->open = false;
+    letGo();
     manager_.journal.push_back("close " + path_);
   }
 
  private:
+  void letGo() { file_->handles -= std::exchange(open_, false) ? 1 : 0; }
+
   MemoryFileManager& manager_;
   std::shared_ptr<MemoryFileManager::File> file_;
   std::string path_;  // under which it was opened
+  bool open_ = true;
   std::size_t position_ = 0;
 };
 
@@ -103,14 +110,28 @@ void MemoryFileManager::note(const std::string& entry) {
   if (timeline_ != nullptr) timeline_->add(entry);
 }
 
+bool MemoryFileManager::isFolder(const std::string& path) const {
+  if (path.empty()) return false;
+  const auto inside = files.lower_bound(path + "/");
+  return folders.contains(path) || (inside != files.end() && inside->first.starts_with(path + "/"));
+}
+
+bool MemoryFileManager::hasFolderOf(const std::string& path) const {
+  return isFolder(path.substr(0, std::max<std::size_t>(path.rfind('/'), 1)));
+}
+
 bool MemoryFileManager::fileExists(const std::string& path) const {
-  return files.contains(path);
+  return files.contains(path) || isFolder(path);
 }
 
 bool MemoryFileManager::createFile(const std::string& path) {
   journal.push_back("create " + path);
-  if (failCreate) return false;
-  files[path] = std::make_shared<File>();
+  if (failCreate || !hasFolderOf(path) || isFolder(path)) return false;
+  if (const auto found = files.find(path); found != files.end()) {
+    found->second->contents.clear();
+  } else {
+    files[path] = std::make_shared<File>();
+  }
   return true;
 }
 
@@ -126,7 +147,8 @@ std::string MemoryFileManager::moveItem(const std::string& from, const std::stri
   note("move " + from + " -> " + to);
   if (!failMove.empty()) return failMove;
   if (!files.contains(from)) return "No such file";
-  if (files.contains(to)) return "File exists";
+  if (fileExists(to)) return "File exists";
+  if (!hasFolderOf(to)) return "No such folder";
   files[to] = files[from];
   files.erase(from);
   return {};
@@ -144,7 +166,7 @@ std::string MemoryFileManager::contents(const std::string& path) const {
 }
 
 void MemoryFileManager::addFile(const std::string& path, std::string contents) {
-  files[path] = std::make_shared<File>(File{std::move(contents), false});
+  files[path] = std::make_shared<File>(File{std::move(contents), 0});
 }
 
 std::string MemoryBundle::localizedString(const std::string& key) const {

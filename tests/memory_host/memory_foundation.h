@@ -42,7 +42,7 @@ class MemoryFileManager : public platform::FileManager {
  public:
   struct File {
     std::string contents;
-    bool open = false;
+    int handles = 0;  // that are open
   };
 
   // Moves and removals also go into `timeline`, if there is one.
@@ -57,6 +57,8 @@ class MemoryFileManager : public platform::FileManager {
   [[nodiscard]] std::string temporaryDirectory() const override { return "/tmp-of-memory"; }
 
   std::map<std::string, std::shared_ptr<File>> files;
+  // Beside those that files lie in.
+  std::set<std::string> folders{"/", "/tmp-of-memory", "/out"};
   bool failCreate = false;
   bool failOpen = false;
   std::string failMove;    // why every move fails; empty: moves work
@@ -71,6 +73,8 @@ class MemoryFileManager : public platform::FileManager {
 
  private:
   void note(const std::string& entry);
+  [[nodiscard]] bool isFolder(const std::string& path) const;
+  [[nodiscard]] bool hasFolderOf(const std::string& path) const;
 
   Timeline* timeline_;
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_run_loop.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -104,8 +105,10 @@ bool MemoryRunLoop::fireOneDueBefore(std::uint64_t limit_ns) {
   timer->action(timer);
   timer->firing = false;
   if (timer->repeats && timer->isValid()) {
-    const std::uint64_t next_ns = due_ns + nanoseconds(timer->interval_s);
-    timers_.emplace(std::pair{std::max(next_ns, clock_.now_ns), nextOrder_++}, timer);
+    // What was missed is skipped: the next one comes at its own multiple.
+    const std::uint64_t interval_ns = std::max<std::uint64_t>(nanoseconds(timer->interval_s), 1);
+    const std::uint64_t multiples = (clock_.now_ns - due_ns) / interval_ns + 1;
+    timers_.emplace(std::pair{due_ns + multiples * interval_ns, nextOrder_++}, timer);
   } else {
     timer->invalidate();
   }

@@ -40,7 +40,9 @@ class MemoryClock : public platform::HostClock, public platform::WallClock {
 class MemoryDispatchQueue : public platform::DispatchQueue {
  public:
   explicit MemoryDispatchQueue(std::string label) : label_(std::move(label)) {}
-  void async(std::function<void()> work) override { items.push_back(std::move(work)); }
+  void async(std::function<void()> work) override {
+    if (work) items.push_back(std::move(work));
+  }
   [[nodiscard]] const std::string& label() const override { return label_; }
 
   // Runs what is queued, and what is queued meanwhile. Returns whether anything ran.

@@ -5,7 +5,7 @@
 #include "app/app_delegate.h"
 #include "app/tool_status.h"
 #include "platform/host.h"
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 // Shows that a recording runs: in the Dock icon, the suite's status menu and the application's icon
 // in the file browser.

@@ -8,9 +8,9 @@
 #include "routing/audio_driver.h"
 #include "routing/audio_play_through.h"
 #include "routing/audio_waiter.h"
-#include "settings/auxiliary.h"
 #include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
+#include "shared/auxiliary.h"
 
 // The launch and its two modes, the Dock icon, and requests to the running application.
 

@@ -5,7 +5,7 @@
 #include "app/placeholder.h"
 #include "platform/file_url.h"
 #include "platform/host.h"
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 // What the tool tells the user. Each notification keeps the process alive until its own timer
 // removes it.

@@ -9,9 +9,9 @@
 #include "routing/audio_driver.h"
 #include "routing/audio_play_through.h"
 #include "routing/audio_waiter.h"
-#include "settings/auxiliary.h"
 #include "settings/preference_keys.h"
 #include "settings/preferences_window_controller.h"
+#include "shared/auxiliary.h"
 
 // One recording session at a time: start, the recorder's callbacks, stop, cancel, usage events,
 // and quitting when nothing is left to show.

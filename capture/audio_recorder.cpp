@@ -7,7 +7,7 @@
 
 #include "capture/recording_path.h"
 #include "platform/file_url.h"
-#include "settings/preference_keys.h"
+#include "shared/sound_format.h"
 
 namespace record_audio {
 namespace {

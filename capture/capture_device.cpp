@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 namespace record_audio {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/host.h"
-#include "routing/loopback_device.h"
+#include "shared/loopback_device.h"
 
 namespace record_audio {
 

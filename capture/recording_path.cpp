@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "capture/recording_path.h"
 
-#include "settings/auxiliary.h"
-#include "settings/file_name.h"
+#include "shared/auxiliary.h"
+#include "shared/file_name.h"
 
 namespace record_audio {
 std::string recordingTitle(const platform::Host& host, platform::Date start) {

@@ -86,34 +86,63 @@ function(ra_precompile_headers target)
   endif()
 endfunction()
 
-# The targets that a core target may link. Anything else stops the configuration.
-set(RA_CORE_TARGETS ra_platform ra_suite ra_settings ra_preferences ra_capture ra_routing ra_command_line ra_app ra_lame)
+# ra_room(NAME USES ...): rooms.cmake lists them all.
+function(ra_room name)
+  cmake_parse_arguments(ARG "" "" "USES" ${ARGN})
+  set_property(GLOBAL PROPERTY "RA_ROOM_${name}" ${name} ${ARG_USES})
+endfunction()
+include(rooms)
 
-# ra_core_library(NAME SOURCES ... LINKS ...)
-function(ra_core_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+# Sets `result` to the room of this folder: its own, or the nearest one above it.
+function(ra_room_here result)
+  file(RELATIVE_PATH room ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  while(room)
+    get_property(rooms GLOBAL PROPERTY "RA_ROOM_${room}")
+    if(rooms)
+      set(${result} ${room} PARENT_SCOPE)
+      return()
+    endif()
+    get_filename_component(room "${room}" DIRECTORY)
+  endwhile()
+  message(FATAL_ERROR "${CMAKE_CURRENT_SOURCE_DIR} is in no room of cmake/rooms.cmake")
+endfunction()
+
+# ra_room_library(NAME SOURCES ... LINKS ... MAY_LINK ...): a library of this folder's room. It links
+# libraries of its own room, of the rooms that this one uses, and what MAY_LINK names. Configuring
+# fails if it links anything else.
+function(ra_room_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;MAY_LINK" ${ARGN})
+  ra_room_here(room)
+  get_property(usable GLOBAL PROPERTY "RA_ROOM_${room}")
   foreach(link IN LISTS ARG_LINKS)
-    if(NOT link IN_LIST RA_CORE_TARGETS)
-      message(FATAL_ERROR "${name} belongs to the core and must not link ${link}")
+    get_property(room_of_link GLOBAL PROPERTY "RA_ROOM_OF_${link}")
+    if(NOT room_of_link IN_LIST usable AND NOT link IN_LIST ARG_MAY_LINK)
+      message(FATAL_ERROR "${name} is in ${room}/ and must not link ${link} (cmake/rooms.cmake)")
     endif()
   endforeach()
+  set_property(GLOBAL PROPERTY "RA_ROOM_OF_${name}" ${room})
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC ra_options ${ARG_LINKS})
   ra_precompile_headers(${name})
 endfunction()
 
-# ra_host_library(NAME SOURCES ... LINKS ...): a room of a host; may not link core targets beyond
-# the ports and the suite's interfaces.
+# ra_core_library(NAME SOURCES ... LINKS ...): of the core, which links the core and LAME only.
+function(ra_core_library name)
+  ra_room_library(${name} ${ARGN} MAY_LINK ra_lame)
+endfunction()
+
+# ra_host_library(NAME SOURCES ... LINKS ...): of a host. Besides its own room, the ports and the
+# suite's interfaces it may link any library that belongs to no room.
 function(ra_host_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  set(outside)
   foreach(link IN LISTS ARG_LINKS)
-    if(link IN_LIST RA_CORE_TARGETS AND NOT link MATCHES "^(ra_platform|ra_suite)$")
-      message(FATAL_ERROR "${name} belongs to a host and must not link ${link}")
+    get_property(room_of_link GLOBAL PROPERTY "RA_ROOM_OF_${link}")
+    if(NOT room_of_link)
+      list(APPEND outside ${link})
     endif()
   endforeach()
-  add_library(${name} STATIC ${ARG_SOURCES})
-  target_link_libraries(${name} PUBLIC ra_options ra_platform ${ARG_LINKS})
-  ra_precompile_headers(${name})
+  ra_room_library(${name} SOURCES ${ARG_SOURCES} LINKS ra_platform ${ARG_LINKS} MAY_LINK ${outside})
 endfunction()
 
 add_library(ra_test_options INTERFACE)

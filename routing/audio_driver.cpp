@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "routing/driver_paths.h"
-#include "routing/loopback_device.h"
+#include "shared/loopback_device.h"
 
 namespace record_audio {
 

@@ -7,8 +7,8 @@
 #include <limits>
 #include <new>
 
-#include "routing/loopback_device.h"
 #include "routing/resident_memory.h"
+#include "shared/loopback_device.h"
 
 namespace record_audio {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "routing/audio_driver.h"
-#include "routing/loopback_device.h"
+#include "shared/loopback_device.h"
 
 namespace record_audio {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 namespace record_audio {
 namespace {

@@ -6,6 +6,8 @@
 #include <string>
 #include <variant>
 
+#include "shared/sound_format.h"
+
 namespace record_audio {
 
 // The stored codes of the audio source's type.
@@ -18,12 +20,6 @@ enum AudioSourceType : std::int64_t {
 
 // Stands before a microphone's unique id where a source is named.
 inline constexpr const char* kMicrophonePrefix = "microphone:";
-
-// The stored codes of the sound format.
-enum SoundFormat : std::uint64_t {
-  kM4aFormat = 0,
-  kMp3Format = 1,
-};
 
 // The stored settings. A setting that is absent from the store has the value given here.
 struct PreferenceValues {
@@ -62,8 +58,5 @@ inline constexpr std::array kPreferences{
     kAudioSourceTypePreference, kAudioSourceIDPreference,        kSoundFormatPreference,
     kQualityPreference,         kHighlightMouseClicksPreference,
 };
-
-// The key of the mirror, a dictionary with a slot for each of the suite's tools, in the same store.
-inline constexpr const char* kQuickLookKey = "QuickLook";
 
 }  // namespace record_audio

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "platform/file_url.h"
-#include "settings/auxiliary.h"
 #include "settings/preference_store.h"
+#include "shared/auxiliary.h"
 
 namespace record_audio {
 namespace {

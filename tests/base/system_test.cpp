@@ -14,7 +14,7 @@
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/string_table.h"
 #include "hosts/linux/base/system_info.h"
-#include "settings/file_name.h"
+#include "shared/file_name.h"
 #include "tests/base/temporary_folder.h"
 
 namespace linux_host {

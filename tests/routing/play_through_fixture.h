@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "routing/audio_play_through.h"
-#include "routing/loopback_device.h"
+#include "shared/loopback_device.h"
 #include "tests/memory_host/memory_host.h"
 
 namespace routing_test {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "routing/loopback_device.h"
+#include "shared/loopback_device.h"
 #include "tests/memory_host/memory_host.h"
 
 namespace routing_test {

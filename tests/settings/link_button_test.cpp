@@ -6,8 +6,8 @@
 
 #include "tests/memory_host/memory_controls.h"
 #include "tests/memory_host/memory_host.h"
-#include "tests/settings/own_process.h"
 #include "tests/settings/preferences_fixture.h"
+#include "tests/shared/own_process.h"
 
 namespace record_audio {
 namespace {

@@ -2,6 +2,7 @@
 #include <set>
 
 #include "settings/preference_keys.h"
+#include "shared/auxiliary.h"
 #include "tests/settings/preferences_fixture.h"
 
 namespace record_audio {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "settings/file_name.h"
+#include "shared/file_name.h"
 
 namespace record_audio {
 

@@ -10,6 +10,9 @@
 
 namespace record_audio {
 
+// The key of the mirror, a dictionary with a slot for each of the suite's tools, in the same store.
+inline constexpr const char* kQuickLookKey = "QuickLook";
+
 // Stateless helpers that the tool's classes share. Main thread; none reports an error. Those that
 // nothing in this tool calls belong to the suite's common set.
 class Auxiliary {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/memory_host/memory_host.h"
-#include "tests/settings/own_process.h"
+#include "tests/shared/own_process.h"
 
 namespace record_audio {
 namespace {

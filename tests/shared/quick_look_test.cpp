@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 #include "tests/memory_host/memory_host.h"
 
 namespace record_audio {

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "settings/auxiliary.h"
+#include "shared/auxiliary.h"
 
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
-#include "settings/file_name.h"
-#include "settings/preference_keys.h"
+#include "shared/file_name.h"
 
 namespace record_audio {
 namespace {

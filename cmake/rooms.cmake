@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # The rooms, and which others each may use: link, and include. Nothing else is allowed; a library
 # that links more stops the configuration, and scripts/draw-rooms looks at the includes. That script
-# also draws this list, as docs/rooms.svg: run it after each change.
+# also draws this list, as docs/images/rooms.svg: run it after each change.
 
 ra_room(platform)
 ra_room(suite USES platform)

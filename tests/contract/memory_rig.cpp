@@ -20,6 +20,8 @@ class MemoryRig : public ContractRig {
     memory_.capture.goLive(memory_.runLoop, memory_.dispatch);
     memory_.audioHardware.setList<platform::AudioDeviceID>(
         platform::kAudioObjectSystemObject, global(platform::kAudioHardwarePropertyDevices), {});
+    memory_.audioHardware.setDefaultOutput(platform::kAudioObjectUnknown);
+    memory_.application.missingImages.insert("no such image");
   }
   ~MemoryRig() override { memory_.runLoop.clear(); }
 

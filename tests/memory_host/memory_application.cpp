@@ -9,6 +9,13 @@ namespace memory_host {
 using platform::noErr;
 using platform::OSStatus;
 
+namespace {
+
+// The reference stands for no authorization.
+constexpr OSStatus kNoAuthorization = -60002;
+
+}  // namespace
+
 void MemoryApplication::note(const std::string& entry) {
   journal.push_back(entry);
   timeline_.add(entry);
@@ -162,19 +169,19 @@ OSStatus MemoryAuthorization::AuthorizationCreate(platform::AuthorizationFlags f
   return noErr;
 }
 
-OSStatus MemoryAuthorization::AuthorizationCopyRights(platform::AuthorizationRef,
+OSStatus MemoryAuthorization::AuthorizationCopyRights(platform::AuthorizationRef authorization,
                                                       const std::string& right,
                                                       platform::AuthorizationFlags flags) {
   note("copyRights " + right + " " + std::to_string(flags));
-  return copyRightsStatus;
+  return authorization == nullptr ? kNoAuthorization : copyRightsStatus;
 }
 
 OSStatus MemoryAuthorization::AuthorizationExecuteWithPrivileges(
-    platform::AuthorizationRef, const std::string& pathToTool, platform::AuthorizationFlags flags,
-    const std::vector<std::string>& arguments) {
+    platform::AuthorizationRef authorization, const std::string& pathToTool,
+    platform::AuthorizationFlags flags, const std::vector<std::string>& arguments) {
   note("execute " + pathToTool + " " + std::to_string(flags) + " " +
        std::to_string(arguments.size()));
-  return executeStatus;
+  return authorization == nullptr ? kNoAuthorization : executeStatus;
 }
 
 OSStatus MemoryAuthorization::AuthorizationFree(platform::AuthorizationRef) {

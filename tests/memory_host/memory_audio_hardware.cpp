@@ -215,6 +215,7 @@ OSStatus MemoryAudioHardware::read(AudioObjectID object, const AudioObjectProper
   }
   if (object == kAudioObjectSystemObject &&
       address == globalAddress(platform::kAudioHardwarePropertyTranslateUIDToDevice)) {
+    if (qualifier.empty()) return platform::kAudioHardwareBadPropertySizeError;
     return translateUID(qualifier, ioSize_bytes, outData);
   }
   const Property* found = find(object, address);
@@ -244,6 +245,12 @@ OSStatus MemoryAudioHardware::write(AudioObjectID object, const AudioObjectPrope
   if (found == properties_.end()) return missing(object);
   if (found->second.shape != Shape::kValue) return platform::kAudioHardwareIllegalOperationError;
   if (size_bytes != found->second.bytes.size()) return platform::kAudioHardwareBadPropertySizeError;
+  if (object == kAudioObjectSystemObject &&
+      address == globalAddress(platform::kAudioHardwarePropertyDefaultOutputDevice)) {
+    AudioDeviceID device = platform::kAudioObjectUnknown;
+    std::memcpy(&device, data, sizeof device);
+    if (!hasObject(device)) return platform::kAudioHardwareBadDeviceError;
+  }
   found->second.bytes = bytesOf(data, size_bytes);
   return noErr;
 }

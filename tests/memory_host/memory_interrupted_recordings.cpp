@@ -65,8 +65,10 @@ std::vector<std::string> MemoryInterruptedRecordings::find(const std::string& na
 
 platform::InterruptedRecordings::Claim MemoryInterruptedRecordings::claim(const std::string& path) {
   journal.push_back("claim " + path);
-  Leftover& leftover = leftovers.at(path);
   Claim claim;
+  const auto found = leftovers.find(path);
+  if (found == leftovers.end()) return claim;
+  Leftover& leftover = found->second;
   claim.outcome = leftover.outcome;
   claim.problem = leftover.claimProblem;
   if (claim.outcome == Claim::Outcome::kClaimed) {

@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "hosts/linux/base/dispatch.h"
-#include "hosts/linux/base/notification_center.h"
 #include "hosts/linux/base/run_loop.h"
 #include "tests/base/soon.h"
 
@@ -328,39 +327,6 @@ TEST(PendingWorkTest, TellsWhenTheLastTokenIsGone) {
   }
   EXPECT_EQ(told, 2);
   pending.waitUntilIdle();
-}
-
-TEST(NotificationCenterTest, CallsTheHandlersOfANameInTheOrderOfRegistration) {
-  LinuxNotificationCenter center;
-  std::vector<std::string> calls;
-  const int a = 0;
-  const int b = 0;
-  center.addObserver(&a, "N", [&](const platform::Notification&) { calls.push_back("a"); });
-  center.addObserver(&b, "N", [&](const platform::Notification& notification) {
-    calls.push_back("b");
-    EXPECT_EQ(notification.userInfo.at("k"), platform::Value(1));
-  });
-  center.addObserver(&a, "n", [&](const platform::Notification&) { calls.push_back("other"); });
-  center.post({"N", nullptr, {{"k", 1}}});
-  EXPECT_THAT(calls, ElementsAre("a", "b"));
-}
-
-TEST(NotificationCenterTest, NeverCallsAHandlerRemovedOrAddedDuringThePost) {
-  LinuxNotificationCenter center;
-  std::vector<std::string> calls;
-  const int a = 0;
-  const int b = 0;
-  center.addObserver(&a, "N", [&](const platform::Notification&) {
-    calls.push_back("a");
-    center.removeObserver(&b);
-    center.removeObserver(&a);
-    center.addObserver(&a, "N", [&](const platform::Notification&) { calls.push_back("new"); });
-  });
-  center.addObserver(&b, "N", [&](const platform::Notification&) { calls.push_back("b"); });
-  center.post({"N", nullptr, {}});
-  EXPECT_THAT(calls, ElementsAre("a"));
-  center.post({"N", nullptr, {}});
-  EXPECT_THAT(calls, ElementsAre("a", "new"));
 }
 
 }  // namespace

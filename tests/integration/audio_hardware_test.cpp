@@ -104,17 +104,6 @@ TEST_F(ConnectedHardwareTest, PositionsOfARunningLoopbackAreRead) {
                           SPA_AUDIO_CHANNEL_RR, SPA_AUDIO_CHANNEL_FC, SPA_AUDIO_CHANNEL_LFE));
 }
 
-TEST_F(ConnectedHardwareTest, OlderCallReadsTheUidWithTheInputFlagClear) {
-  control.createMicrophone("mic.a");
-  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
-  StringRef uid = nullptr;
-  std::uint32_t size = sizeof uid;
-  ASSERT_EQ(hardware.AudioDeviceGetProperty(read.deviceWithUID("mic.a"), 0, false,
-                                            kAudioDevicePropertyDeviceUID, &size, &uid),
-            noErr);
-  EXPECT_EQ(OwnedString(uid)->text(), "mic.a");
-}
-
 // PipeWire 1.4 reports them only once the node has run, to us and to mixers.
 TEST_F(ConnectedHardwareTest, VolumeAndMuteFollowTheMixer) {
   control.createMicrophone("mic.a");
@@ -235,22 +224,6 @@ TEST_F(ConnectedHardwareTest, ChannelLayoutIsCutToTheReadersRoomButKeepsItsNumbe
   EXPECT_EQ(size, 32U);
   EXPECT_EQ(layout.mNumberChannelDescriptions, 4U);
   EXPECT_EQ(layout.mChannelDescriptions[0].mChannelLabel, 1U);
-}
-
-TEST_F(ConnectedHardwareTest, ScalarsThatDoNotFitAreRefusedAndLeaveTheValueAlone) {
-  control.createMicrophone("mic.a");
-  ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.a") != 0; }));
-  const AudioDeviceID mic = read.deviceWithUID("mic.a");
-  double rate = -1;
-  std::uint32_t size = 4;
-  EXPECT_EQ(hardware.AudioObjectGetPropertyData(mic, input(kAudioDevicePropertyActualSampleRate), 0,
-                                                nullptr, &size, &rate),
-            kAudioHardwareBadPropertySizeError);
-  EXPECT_EQ(rate, -1);
-  size = 7;
-  EXPECT_EQ(hardware.AudioObjectGetPropertyData(mic, global(kAudioDevicePropertyDeviceUID), 0,
-                                                nullptr, &size, &rate),
-            kAudioHardwareBadPropertySizeError);
 }
 
 TEST_F(ConnectedHardwareTest, ActualRateOfADeviceThatIsRecordedIsThatOfItsStream) {

@@ -191,15 +191,6 @@ TEST_F(CaptureTest, RestartsBringFreshSamplesOnly) {
   EXPECT_THAT(errors(), ElementsAre());
 }
 
-TEST_F(CaptureTest, StartOfARunningSessionIsAnnouncedAgain) {
-  control.createMicrophone("mic");
-  const auto session = dataSession("mic", collector);
-  ASSERT_TRUE(start(session));
-  ASSERT_TRUE(start(session));
-  EXPECT_EQ(started(), 2);
-  EXPECT_TRUE(session->isRunning());
-}
-
 TEST_F(CaptureTest, StopBeforeTheFirstSamplesIsSilent) {
   control.createMicrophone("mic");
   const auto session = dataSession("mic", collector);

@@ -15,7 +15,7 @@ import xml.etree.ElementTree as ElementTree
 LANGUAGES = "de es fr it ja ko nl pl pt_BR ru tr uk zh_CN zh_TW".split()
 
 # Where texts for the user are.
-ROOMS = """app settings capture routing suite hosts/linux/indicator hosts/linux/host
+ROOMS = """app settings shared capture routing suite hosts/linux hosts/linux/indicator hosts/linux/host
     hosts/linux/windows hosts/linux/windows_qt hosts/linux/notifications hosts/linux/power""".split()
 
 # Calls whose texts go to the log, to standard output or over the bus, and stay English.

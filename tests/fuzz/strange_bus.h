@@ -82,11 +82,10 @@ class StrangeBus {
   static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
                                  gboolean isIncoming, gpointer self);
   void receive(GDBusConnection* connection, GDBusMessage* message);
-  // With the mutex held.
-  void answer(GDBusConnection* connection, GDBusMessage* call);
-  void send(const Step& step);
-  void announce(bool isThere);
-  void broadcast(GDBusMessage* message);
+  void answer(GDBusConnection* connection, GDBusMessage* call) RA_REQUIRES(mutex_);
+  void send(const Step& step) RA_REQUIRES(mutex_);
+  void announce(bool isThere) RA_REQUIRES(mutex_);
+  void broadcast(GDBusMessage* message) RA_REQUIRES(mutex_);
 
   const std::string address_;
   std::atomic<int> calls_ = 0;

@@ -42,7 +42,7 @@ class AlertWaitTest : public AppTest {
 
 // An alert that only the user closes.
 
-TEST_F(AlertWaitTest, ANotificationThatEndsMeanwhileDoesNotEndTheTool) {
+TEST_F(AlertWaitTest, ANotificationThatExpiresMeanwhileDoesNotEndTheTool) {
   launchRecordAndSave();
   setMuted(true);
   meanwhile([&] {
@@ -62,7 +62,7 @@ TEST_F(AlertWaitTest, ANotificationThatEndsMeanwhileDoesNotEndTheTool) {
             (Entries{"Launch", "Start", "Stop", "Start", "Stop", "Quit"}));
 }
 
-TEST_F(AlertWaitTest, TheToolEndsAfterTheAlertAboutTheMissingDeviceNotDuringIt) {
+TEST_F(AlertWaitTest, TheToolQuitsAfterTheAlertAboutTheMissingDeviceNotDuringIt) {
   launchRecordAndSave();
   machine.capture.disconnect("mic-1");
   meanwhile([&] {
@@ -75,7 +75,7 @@ TEST_F(AlertWaitTest, TheToolEndsAfterTheAlertAboutTheMissingDeviceNotDuringIt) 
   EXPECT_TRUE(ended());
 }
 
-TEST_F(AlertWaitTest, ARecoveredRecordingIsToldAfterwardsAndOutlivesTheQuit) {
+TEST_F(AlertWaitTest, ARecoveredRecordingIsAnnouncedAfterwardsAndDelaysTheQuit) {
   machine.interruptedRecordings.add("Audio_recording_old", [] {
     platform::RecordingFindings findings;
     findings.contents = platform::RecordingFindings::Contents::kM4a;
@@ -97,7 +97,7 @@ TEST_F(AlertWaitTest, ARecoveredRecordingIsToldAfterwardsAndOutlivesTheQuit) {
   EXPECT_TRUE(ended());
 }
 
-TEST_F(AlertWaitTest, ThePermissionsAnswerDoesNotOpenASecondAlert) {
+TEST_F(AlertWaitTest, ThePermissionAnswerDoesNotOpenASecondAlert) {
   machine.capture.authorization = platform::AuthorizationStatus::kNotDetermined;
   launch();
   setMuted(true);
@@ -111,7 +111,7 @@ TEST_F(AlertWaitTest, ThePermissionsAnswerDoesNotOpenASecondAlert) {
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
 }
 
-TEST_F(AlertWaitTest, ACancelOfTheLastStartNotificationWaitsForNobodyAndEndsNothing) {
+TEST_F(AlertWaitTest, CancelInAnEarlierStartNotificationEndsNothing) {
   launchAndRecord();
   failRecording();
   const auto started = machine.userNotificationCenter.delivered.front();
@@ -143,7 +143,7 @@ TEST_F(AlertWaitTest, ARecordingGoesOnWhileAnAlertOfThePreferencesWaits) {
 
 // Clicks and requests.
 
-TEST_F(AlertWaitTest, AClickIsNotKept) {
+TEST_F(AlertWaitTest, AClickIsDropped) {
   for (const bool muted : {true, false}) {
     setMuted(muted);
     useSource(muted ? 1 : 0);
@@ -165,7 +165,7 @@ TEST_F(AlertWaitTest, AClickIsNotKept) {
   machine.application.delegate = app.get();
 }
 
-TEST_F(AlertWaitTest, TheStatusSaysWhichAlertWaits) {
+TEST_F(AlertWaitTest, TheStatusSaysWhichAlertIsOpen) {
   useSource(0);
   meanwhile([&] { EXPECT_EQ(state(), "no device"); });
   launch();
@@ -217,7 +217,7 @@ TEST_F(AlertWaitTest, AQuitAtTheAlertAboutTheMissingDeviceEndsTheToolOnce) {
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Quit"}));
 }
 
-TEST_F(AlertWaitTest, ThePreferencesMayBeAskedForAndKeepTheToolAfterwards) {
+TEST_F(AlertWaitTest, ThePreferencesCanBeOpenedAndKeepTheToolRunning) {
   useSource(0);
   meanwhile([&] { app->application(kPreferencesPath); });
   launch();

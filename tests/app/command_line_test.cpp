@@ -47,7 +47,7 @@ TEST(CommandLineTest, TheSuitesPreferencesArgumentIsTolerated) {
   EXPECT_THAT(parsed({"--preferences"}).pathsToOpen, IsEmpty());
 }
 
-TEST(CommandLineTest, WhatMakesNoSenseIsAnErrorThatNamesIt) {
+TEST(CommandLineTest, InvalidArgumentsGiveAnErrorThatNamesThem) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"--dance"}, "--dance"},
       {{"-x"}, "-x"},

@@ -43,7 +43,7 @@ class EntryPointTest : public testing::Test {
   std::ostringstream err_;
 };
 
-TEST_F(EntryPointTest, TheHostDoesWhatNeedsAMachineAndSaysHowItEnded) {
+TEST_F(EntryPointTest, TheHostRunsTheCommandsThatNeedAMachineAndReturnsTheirStatus) {
   EXPECT_EQ(start({"/a"}), 10);
   EXPECT_EQ(start({"--stop"}), 11);
   EXPECT_EQ(start({"--cancel"}), 11);
@@ -66,7 +66,7 @@ TEST_F(EntryPointTest, HelpAndVersionNeedNoMachine) {
   EXPECT_EQ(err_.str(), "");
 }
 
-TEST_F(EntryPointTest, ArgumentsThatMakeNoSenseReachNoHost) {
+TEST_F(EntryPointTest, InvalidArgumentsDoNotReachTheHost) {
   EXPECT_EQ(start({"--dance"}), kExitUsage);
   EXPECT_THAT(err_.str(), HasSubstr("--dance"));
   EXPECT_EQ(out_.str(), "");
@@ -84,7 +84,7 @@ TEST(RecoverRecordingsTest, WithoutAnOutputFolderItFailsAndTouchesNothing) {
   EXPECT_THAT(memory.interruptedRecordings.journal, IsEmpty());
 }
 
-TEST(RecoverRecordingsTest, PrintsWhereWhatItSavedLies) {
+TEST(RecoverRecordingsTest, PrintsWhereItSavedARecording) {
   memory_host::MemoryHost memory;
   platform::RecordingFindings findings;
   findings.contents = platform::RecordingFindings::Contents::kM4a;

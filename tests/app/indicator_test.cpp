@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
                       RunningTime{3600, "01:00:00"}, RunningTime{3661, "01:01:01"},
                       RunningTime{359999, "99:59:59"}, RunningTime{360000, "100:00:00"}));
 
-TEST_F(IndicatorTest, ASkippedTickDoesNotFalsifyTheRunningTime) {
+TEST_F(IndicatorTest, ASkippedTickLeavesTheRunningTimeRight) {
   launchAndRecord();
   machine.clock.now_ns += 5'500'000'000;
   machine.runLoop.settle();

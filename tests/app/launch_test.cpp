@@ -206,7 +206,7 @@ TEST_F(LaunchTest, TheStatusAtTheTimeOfActingCountsNotTheAnswer) {
   EXPECT_THAT(showingTexts(), ElementsAre(kPrivacyText));
 }
 
-TEST_F(LaunchTest, PermissionDeniedEarlierIsSaidWithoutAsking) {
+TEST_F(LaunchTest, AnEarlierDenialIsReportedWithoutAsking) {
   machine.capture.authorization = AuthorizationStatus::kDenied;
   EXPECT_THAT(during([&] { launch(); }),
               ElementsAre(kHideFromDock, "disableRelaunchOnLogin", "createToolDataClientProvider",

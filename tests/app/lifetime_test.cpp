@@ -49,7 +49,7 @@ TEST_F(LifetimeTest, DoneAfterTheEndDoesNothing) {
   EXPECT_THAT(machine.timeline.entries, IsEmpty());
 }
 
-TEST_F(LifetimeTest, AWaiterThatAnswersAfterTheEndFindsNobody) {
+TEST_F(LifetimeTest, AWaiterThatAnswersAfterTheEndIsIgnored) {
   useSource(3);
   plugLoopbackDriver();
   launch();
@@ -89,7 +89,7 @@ TEST_F(LifetimeTest, ARemoteStopThatIsQueuedAtTheEndDoesNothing) {
   EXPECT_THAT(machine.timeline.entries, IsEmpty());
 }
 
-TEST_F(LifetimeTest, ASessionThatReportsAfterTheEndFindsNobody) {
+TEST_F(LifetimeTest, ASessionThatReportsAfterTheEndIsIgnored) {
   launch();
   const auto session = machine.capture.sessions.back();
   end();
@@ -98,7 +98,7 @@ TEST_F(LifetimeTest, ASessionThatReportsAfterTheEndFindsNobody) {
   EXPECT_THAT(machine.timeline.entries, IsEmpty());
 }
 
-TEST_F(LifetimeTest, TheRunLoopKeepsTheDelegateWhileATimerOfItsIsPending) {
+TEST_F(LifetimeTest, TheRunLoopKeepsTheDelegateWhileOneOfItsTimersIsPending) {
   launch();
   app->showNotificationError();
   app->applicationWillTerminate();

@@ -52,7 +52,7 @@ TEST_F(NotificationsTest, ACompletionWithoutAFileHasNoButton) {
   EXPECT_EQ(newest()->soundName, platform::kUserNotificationDefaultSoundName);
 }
 
-TEST_F(NotificationsTest, ASaveThatFailedSaysWhereTheRecordingIsKept) {
+TEST_F(NotificationsTest, AFailedSaveSaysWhereTheRecordingIs) {
   launchAndRecord();
   std::string temporary;
   ASSERT_TRUE(platform::stringValue(app->status().at("outputFile"), &temporary));
@@ -68,7 +68,7 @@ TEST_F(NotificationsTest, ASaveThatFailedSaysWhereTheRecordingIsKept) {
   EXPECT_EQ(newest()->details, "Nothing could be written into the folder /out.\n" + kept);
 }
 
-TEST_F(NotificationsTest, WhereNothingIsKeptNothingIsSaidOfIt) {
+TEST_F(NotificationsTest, SaysNothingOfAFileThatWasNotKept) {
   launchAndRecord();
   machine.fileManager.failMove = "read-only";
   app->stopRecord();
@@ -78,7 +78,7 @@ TEST_F(NotificationsTest, WhereNothingIsKeptNothingIsSaidOfIt) {
   EXPECT_EQ(newest()->details, "");
 }
 
-TEST_F(NotificationsTest, OnlyThoseOfAFileTakeAClickOnThemselves) {
+TEST_F(NotificationsTest, OnlyNotificationsAboutAFileCanBeClicked) {
   launchAndRecord();
   EXPECT_FALSE(newest()->hasContentsAction);
   app->stopRecord();
@@ -185,7 +185,7 @@ TEST_F(NotificationsTest, ANotificationThatTheUserRemovedKeepsItsTimer) {
   EXPECT_TRUE(ended());
 }
 
-TEST_F(NotificationsTest, RemovingAllTakesThemInOrderEndsTheirTimersAndDoesNotQuit) {
+TEST_F(NotificationsTest, RemovingAllGoesInOrderEndsTheTimersAndDoesNotQuit) {
   launch();
   app->showNotificationError();
   machine.capture.authorization = platform::AuthorizationStatus::kDenied;
@@ -198,7 +198,7 @@ TEST_F(NotificationsTest, RemovingAllTakesThemInOrderEndsTheirTimersAndDoesNotQu
   EXPECT_FALSE(ended());
 }
 
-TEST_F(NotificationsTest, TheStartNotificationGoesByItselfWhileTheRecordingRuns) {
+TEST_F(NotificationsTest, TheStartNotificationDisappearsByItselfWhileRecording) {
   launchAndRecord();
   machine.runLoop.advance(10);
   EXPECT_THAT(showingTexts(), IsEmpty());
@@ -208,7 +208,7 @@ TEST_F(NotificationsTest, TheStartNotificationGoesByItselfWhileTheRecordingRuns)
 
 // Activation.
 
-TEST_F(NotificationsTest, OpenOpensTheFileAndTheProcessQuitsInTimeAllTheSame) {
+TEST_F(NotificationsTest, OpenOpensTheFileAndTheProcessStillQuitsInTime) {
   launchAndRecord();
   clickDock();
   activate(newest(), UserNotificationActivationType::kActionButtonClicked);

@@ -68,7 +68,7 @@ TEST_F(QuitTest, TheNotificationOfTheLastRecordingDoesNotEndTheProgramUnderAStar
   EXPECT_FALSE(app->canQuit());
 }
 
-TEST_F(QuitTest, AProgramWhoseStartFailsEndsAllTheSame) {
+TEST_F(QuitTest, AProgramWhoseStartFailsStillQuits) {
   launchAndRecord();
   clickDock();
   machine.runLoop.advance(9.9);

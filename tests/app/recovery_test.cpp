@@ -65,7 +65,7 @@ TEST_F(RecoveryTest, AnInterruptedRecordingComesBackUnderItsOwnStartTime) {
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText, kRecoveredText));
 }
 
-TEST_F(RecoveryTest, WithoutAThreadTheNextStartLooks) {
+TEST_F(RecoveryTest, WithoutAThreadTheNextStartTriesAgain) {
   leaveOne();
   machine.dispatch.hasThreads = false;
   launchRecordAndSettle();
@@ -93,7 +93,7 @@ TEST_F(RecoveryTest, TheNotificationIsSilentAndShowsTheFile) {
   EXPECT_EQ(app->status().at("state"), "recording");
 }
 
-TEST_F(RecoveryTest, TheNotificationGoesByItselfLikeAnyOther) {
+TEST_F(RecoveryTest, TheNotificationDisappearsByItselfLikeAnyOther) {
   leaveOne();
   launchRecordAndSettle();
   machine.runLoop.advance(10);
@@ -144,7 +144,7 @@ TEST_F(RecoveryTest, HappensOncePerProcess) {
   EXPECT_EQ(std::ranges::count(lost.journal, "find"), 1);
 }
 
-TEST_F(RecoveryTest, AStopInTheMeantimeIsNotHeldUp) {
+TEST_F(RecoveryTest, DoesNotHoldUpAStop) {
   leaveOne();
   launchAndRecord();
   machine.dispatch.main->runAll();
@@ -156,7 +156,7 @@ TEST_F(RecoveryTest, AStopInTheMeantimeIsNotHeldUp) {
   EXPECT_THAT(showingTexts(), ElementsAre(kSavedText, kRecoveredText));
 }
 
-TEST_F(RecoveryTest, AnEndOfTheApplicationInItsMiddleLeavesTheFileInOneOfBothPlaces) {
+TEST_F(RecoveryTest, QuittingHalfwayLeavesTheFileInOneOfTheTwoPlaces) {
   leaveOne();
   launchAndRecord();
   machine.dispatch.main->runAll();
@@ -248,7 +248,7 @@ TEST_F(RecoveryTest, WithEveryUsualNameTakenItGetsAHigherNumber) {
               ElementsAre("/out/Audio recording 2024-05-17 at 12.00.00 (102).m4a"));
 }
 
-TEST_F(RecoveryTest, WhatIsNotOursIsLeftAloneWithoutAWord) {
+TEST_F(RecoveryTest, FilesThatAreNotOursAreSilentlyLeftAlone) {
   leaveOne();
   lost.leftovers.at(kLeftover).outcome = Outcome::kNotOurs;
   const RecoveryReport report = recover();
@@ -258,7 +258,7 @@ TEST_F(RecoveryTest, WhatIsNotOursIsLeftAloneWithoutAWord) {
   EXPECT_THAT(lost.journal, ElementsAre("find", std::string("claim ") + kLeftover));
 }
 
-TEST_F(RecoveryTest, LeftoversWithoutSoundStayAndAreNoProblem) {
+TEST_F(RecoveryTest, LeftoversWithoutSoundStayAndAreNotAProblem) {
   leaveOne();
   lost.leftovers.at(kLeftover).outcome = Outcome::kEmpty;
   leave("Audio_recording_silent", recordingOf(Contents::kNoSound));
@@ -275,7 +275,7 @@ TEST_F(RecoveryTest, ARefusedClaimIsAProblem) {
   EXPECT_THAT(recover().problems, ElementsAre("no right to read it"));
 }
 
-TEST_F(RecoveryTest, WhatCannotBeFinishedStaysAndTheOthersComeBack) {
+TEST_F(RecoveryTest, ARecordingThatCannotBeFinishedStaysAndTheOthersComeBack) {
   leaveOne();
   lost.leftovers.at(kLeftover).finishProblem = "no room for its index";
   leave("Audio_recording_other", recordingOf(Contents::kMp3));
@@ -285,7 +285,7 @@ TEST_F(RecoveryTest, WhatCannotBeFinishedStaysAndTheOthersComeBack) {
   EXPECT_EQ(machine.fileManager.contents(kLeftover), "sound");
 }
 
-TEST_F(RecoveryTest, WhatCannotBeFinishedWhereItLiesIsFinishedWhereItIsMovedTo) {
+TEST_F(RecoveryTest, ARecordingThatCannotBeFinishedInPlaceIsFinishedAfterItsMove) {
   leaveOne();
   lost.leftovers.at(kLeftover).finishProblem = "no room for its index";
   lost.leftovers.at(kLeftover).finishesElsewhere = true;
@@ -296,7 +296,7 @@ TEST_F(RecoveryTest, WhatCannotBeFinishedWhereItLiesIsFinishedWhereItIsMovedTo) 
   EXPECT_EQ(machine.fileManager.contents(kRecovered), "sound");
 }
 
-TEST_F(RecoveryTest, WhatIsNoRecordingIsNeverTouched) {
+TEST_F(RecoveryTest, AFileThatIsNotARecordingIsNeverTouched) {
   leave("Audio_recording_strange", {}).findings.problem = "strange";
   EXPECT_THAT(recover().problems, ElementsAre("strange"));
   EXPECT_THAT(lost.journal, ElementsAre("find", "claim /tmp-of-memory/Audio_recording_strange"));
@@ -349,13 +349,13 @@ TEST(RecoveryThreadsTest, TheQueueAndTheMainThreadTakeTurns) {
 
 // When a recording began.
 
-TEST(StartOfRecordingTest, IsWhenTheFileWasMade) {
+TEST(StartOfRecordingTest, IsWhenTheFileWasCreated) {
   const RecordingFindings findings{Contents::kM4a,       "",     60,
                                    kStart + seconds(61), kStart, kStart + seconds(1)};
   EXPECT_EQ(startOfRecording(findings), kStart);
 }
 
-TEST(StartOfRecordingTest, OfACopyIsWhatTheFileSaysOrItsLengthTells) {
+TEST(StartOfRecordingTest, OfACopyComesFromItsOwnDateOrItsLength) {
   RecordingFindings copy{Contents::kM4a, "", 60, kStart + seconds(60), kStart + hours(1), kStart};
   EXPECT_EQ(startOfRecording(copy), kStart);
   copy.stated = std::nullopt;
@@ -364,7 +364,7 @@ TEST(StartOfRecordingTest, OfACopyIsWhatTheFileSaysOrItsLengthTells) {
   EXPECT_EQ(startOfRecording(copy), kStart);
 }
 
-TEST(StartOfRecordingTest, WithoutAnyTimeIsByItsLength) {
+TEST(StartOfRecordingTest, WithoutAnyDateComesFromTheLength) {
   const RecordingFindings findings{Contents::kMp3,       "",           90,
                                    kStart + seconds(90), std::nullopt, std::nullopt};
   EXPECT_EQ(startOfRecording(findings), kStart);
@@ -381,7 +381,7 @@ TEST(PrintRecoveryTest, PathsGoToTheOutputAndReasonsToTheErrors) {
   EXPECT_THAT(err.str(), AllOf(HasSubstr("record-audio: c is strange.\n"), HasSubstr("/tmp/d")));
 }
 
-TEST(PrintRecoveryTest, LeftoversWithoutSoundAreNoFailure) {
+TEST(PrintRecoveryTest, LeftoversWithoutSoundAreNotAFailure) {
   std::ostringstream out;
   std::ostringstream err;
   EXPECT_EQ(printRecovery({{}, {}, {"/tmp/d"}}, out, err), 0);

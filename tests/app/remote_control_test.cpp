@@ -167,7 +167,7 @@ TEST_F(RemoteControlTest, AConfirmationAfterTheBoundIsStillEnded) {
   EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
 }
 
-TEST_F(RemoteControlTest, AnErrorOfAStartThatWasGivenUpIsNotToldAgain) {
+TEST_F(RemoteControlTest, TheErrorOfAnAbandonedStartIsNotReportedAgain) {
   launch();
   app->stop();
   machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
@@ -194,7 +194,7 @@ TEST_F(RemoteControlTest, ARecordingEndedOtherwiseMeanwhileIsNotEndedTwice) {
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
 }
 
-TEST_F(RemoteControlTest, AClickBetweenTheConfirmationAndTheStopThatIsDueCountsToo) {
+TEST_F(RemoteControlTest, AClickBetweenTheConfirmationAndThePendingStopCountsToo) {
   launch();
   clickDock();
   confirmStart();
@@ -216,7 +216,7 @@ TEST_F(RemoteControlTest, ANewStartForgetsTheRequestToEndTheLastOne) {
 
 // An earlier recording's file is not reported as the result of a later session.
 
-TEST_F(RemoteControlTest, AStopOfAWaitDoesNotTellTheFileOfAnEarlierRecording) {
+TEST_F(RemoteControlTest, StoppingAWaitDoesNotReportTheFileOfAnEarlierRecording) {
   launchAndRecordSystemAudio();
   clickDock();
   ASSERT_TRUE(app->status().contains("outputFile"));
@@ -226,7 +226,7 @@ TEST_F(RemoteControlTest, AStopOfAWaitDoesNotTellTheFileOfAnEarlierRecording) {
   EXPECT_FALSE(app->status().contains("outputFile"));
 }
 
-TEST_F(RemoteControlTest, AStopOfAnUnconfirmedStartDoesNotTellTheFileOfAnEarlierRecording) {
+TEST_F(RemoteControlTest, StoppingAnUnconfirmedStartDoesNotReportTheFileOfAnEarlierRecording) {
   launchAndRecord();
   clickDock();
   clickDock();
@@ -238,7 +238,7 @@ TEST_F(RemoteControlTest, AStopOfAnUnconfirmedStartDoesNotTellTheFileOfAnEarlier
   EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
 }
 
-TEST_F(RemoteControlTest, ARefusedStartTakesTheEarlierFileFromTheStatusToo) {
+TEST_F(RemoteControlTest, ARefusedStartRemovesTheEarlierFileFromTheStatusToo) {
   launchAndRecord();
   clickDock();
   machine.audioHardware.removeObject(kMicrophone);
@@ -249,7 +249,7 @@ TEST_F(RemoteControlTest, ARefusedStartTakesTheEarlierFileFromTheStatusToo) {
 
 // A chosen microphone that is missing.
 
-TEST_F(RemoteControlTest, StatusAndLogSayWhichMicrophoneIsRecordedForTheMissingOne) {
+TEST_F(RemoteControlTest, StatusAndLogSayWhichMicrophoneStandsInForTheMissingOne) {
   machine.userDefaults.values = {{"AudioSourceType", 2}, {"AudioSourceID", "mic-9"}};
   launchAndRecord();
   const Dictionary status = app->status();
@@ -263,7 +263,7 @@ TEST_F(RemoteControlTest, StatusAndLogSayWhichMicrophoneIsRecordedForTheMissingO
   EXPECT_FALSE(app->status().contains("absentSource"));
 }
 
-TEST_F(RemoteControlTest, AChosenMicrophoneThatIsThereIsNoNews) {
+TEST_F(RemoteControlTest, AConnectedMicrophoneIsNotMentioned) {
   machine.userDefaults.values = {{"AudioSourceType", 2}, {"AudioSourceID", "mic-1"}};
   launchAndRecord();
   EXPECT_EQ(app->status().at("source"), "microphone:mic-1");
@@ -271,7 +271,7 @@ TEST_F(RemoteControlTest, AChosenMicrophoneThatIsThereIsNoNews) {
   EXPECT_THAT(machine.suite.logLines, IsEmpty());
 }
 
-TEST_F(RemoteControlTest, EveryChangeOfTheStateIsTold) {
+TEST_F(RemoteControlTest, EveryStateChangeIsReported) {
   Entries states;
   app->setOnStateChange([&] {
     if (states.empty() || states.back() != state()) states.push_back(state());
@@ -299,7 +299,7 @@ TEST_F(RemoteControlTest, AClickWhileStartingStopsAsSoonAsThereIsSomethingToSave
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start", "Stop"}));
 }
 
-TEST_F(RemoteControlTest, ClicksInABurstFollowTheirNumber) {
+TEST_F(RemoteControlTest, InABurstTheNumberOfClicksDecides) {
   launchAndRecord();
   for (const int clicks : {2, 3, 4, 5, 500, 501}) {
     ASSERT_EQ(state(), "recording");
@@ -314,7 +314,7 @@ TEST_F(RemoteControlTest, ClicksInABurstFollowTheirNumber) {
   }
 }
 
-TEST_F(RemoteControlTest, AStartAskedForTwiceIsLoggedOnce) {
+TEST_F(RemoteControlTest, AStartRequestedTwiceIsLoggedOnce) {
   launch();
   clickDock();
   clickDock();
@@ -324,7 +324,7 @@ TEST_F(RemoteControlTest, AStartAskedForTwiceIsLoggedOnce) {
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Start"}));
 }
 
-TEST_F(RemoteControlTest, AClickDuringThePermissionQuestionIsNotStartedAgainByTheAnswer) {
+TEST_F(RemoteControlTest, ThePermissionAnswerDoesNotStartAgainWhatAClickHasStarted) {
   machine.capture.authorization = platform::AuthorizationStatus::kNotDetermined;
   launch();
   clickDock();
@@ -365,7 +365,7 @@ TEST_F(RemoteControlTest, StatusFollowsARecordingFromStartToEnd) {
                         {"outputFile", "/out/Audio recording 2024-05-17 at 14.03.27.m4a"}}));
 }
 
-TEST_F(RemoteControlTest, StatusNamesNoFileThatIsNotThere) {
+TEST_F(RemoteControlTest, StatusNamesNoFileAfterACancelOrAFailedSave) {
   launchAndRecord();
   EXPECT_TRUE(app->cancel());
   EXPECT_FALSE(app->status().contains("outputFile")) << "after a cancel";

@@ -237,7 +237,7 @@ TEST_F(SessionTest, TheProcessQuitsOnlyWhenTheAlertIsDismissed) {
   EXPECT_TRUE(ended());
 }
 
-TEST_F(SessionTest, TheAlertSpeaksTheUsersLanguage) {
+TEST_F(SessionTest, TheAlertIsInTheUsersLanguage) {
   useSource(0);
   launchIntoPreferences();
   auto& strings = machine.mainBundle.strings;
@@ -252,7 +252,7 @@ TEST_F(SessionTest, TheAlertSpeaksTheUsersLanguage) {
   EXPECT_EQ(machine.alerts.shown[0].informativeText, "In Record Audio ist kein Ton gew\u00e4hlt.");
 }
 
-TEST_F(SessionTest, TheAlertDoesWithoutADisplayNameAndATranslationWithoutAPlaceholder) {
+TEST_F(SessionTest, TheAlertWorksWithoutADisplayNameAndWithoutAPlaceholder) {
   useSource(0);
   machine.mainBundle.localizedInfo.reset();
   launch();
@@ -296,7 +296,7 @@ TEST_F(SessionTest, AMutedMicrophoneGivesItsAlertThenTheErrorThenTheQuit) {
   EXPECT_TRUE(ended());
 }
 
-TEST_F(SessionTest, TheMutedAlertSpeaksTheUsersLanguage) {
+TEST_F(SessionTest, TheMutedAlertIsInTheUsersLanguage) {
   muteMicrophone();
   machine.mainBundle.strings["Microphone muted"] = "Mikrofon stumm";
   machine.mainBundle.strings["Computer microphone is muted. Un-mute microphone to record sound."] =
@@ -427,7 +427,7 @@ class NoNameLeftTest : public SessionTest {
   std::string growing;
 };
 
-TEST_F(NoNameLeftTest, NobodyElsesFileIsReportedAsTheRecording) {
+TEST_F(NoNameLeftTest, SomebodyElsesFileIsNotReportedAsTheRecording) {
   EXPECT_FALSE(app->hasUnsavedRecording());
   app->stopRecord();
   EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));

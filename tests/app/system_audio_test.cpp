@@ -120,7 +120,7 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeStarted) {
   expectNotHeard();
 }
 
-TEST_F(SystemAudioTest, WhatIsHeardIsNotTalkedAbout) {
+TEST_F(SystemAudioTest, ThereIsNoNoticeAboutAPlayThroughThatWorks) {
   launchAndRecordSystemAudio();
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText));
   EXPECT_THAT(machine.suite.logLines, IsEmpty());
@@ -172,7 +172,7 @@ TEST_F(SystemAudioTest, WithoutAnyMicrophoneTheAlertLeavesThePlayThroughAsItIs) 
   EXPECT_EQ(machine.suite.eventNames(), (Entries{"Launch", "Quit"}));
 }
 
-TEST_F(SystemAudioTest, APlayThroughLeftOverIsReplacedByTheNextSession) {
+TEST_F(SystemAudioTest, ALeftoverPlayThroughIsReplacedByTheNextSession) {
   launch();
   app->showNotificationError();
   machine.capture.disconnect("mic-1");

@@ -53,7 +53,7 @@ TEST(AudioGraph, FallbackSinkIsNeverTheLoopback) {
 }
 
 // The play-through goes to the default output, which must not be a device that is being removed.
-TEST(AudioGraph, ALoopbackThatLeavesIsNoDefaultSink) {
+TEST(AudioGraph, ALoopbackThatIsLeavingIsNotTheDefaultSink) {
   AudioGraph graph;
   addNode(graph, 40, loopback::kLoopbackDeviceUID, "Audio/Sink");
   addNode(graph, 41, "best", "Audio/Sink", {{"priority.session", "9000"}});
@@ -76,7 +76,7 @@ TEST(AudioGraph, ALoopbackThatLeavesIsNoDefaultSink) {
   EXPECT_EQ(graph.defaultSink()->name, "best");
 }
 
-TEST(AudioGraph, NodesWhosePropertiesHaveNotArrivedAreNotThere) {
+TEST(AudioGraph, NodesWhosePropertiesHaveNotArrivedAreNotListed) {
   AudioGraph graph;
   addNode(graph, 40, "mic", "Audio/Source").known = false;
   EXPECT_EQ(graph.findNode("mic"), nullptr);
@@ -173,7 +173,7 @@ TEST(AudioGraph, DisplayNameFallsBackToTheNickAndTheName) {
   EXPECT_EQ(AudioGraph::displayName(node), "Description");
 }
 
-TEST(DefaultMetadata, NamesSurviveTheWayThroughJson) {
+TEST(DefaultMetadata, NamesSurviveJson) {
   for (const std::string name : {"sink", "a \"quoted\" \\ name", "tab\tand umlaut \xc3\xa4", ""}) {
     EXPECT_EQ(nameInDefault(defaultWithName(name)), name);
   }

@@ -30,7 +30,7 @@ struct Block {
   std::vector<float> right;
 };
 
-TEST(CaptureRing, GivesBackWhatWasWritten) {
+TEST(CaptureRing, ReturnsWhatWasWritten) {
   CaptureRing ring(2, 1000);
   EXPECT_EQ(ring.readable_frames(), 0U);
   ASSERT_TRUE(ring.write(Block(0, 300).planes().data(), 300));
@@ -74,7 +74,7 @@ TEST(CaptureRing, DropsABlockThatDoesNotFitAndCountsIt) {
   EXPECT_EQ(ring.lost_frames(), 402U);
 }
 
-TEST(CaptureRing, KeepsWhereSoundIsMissing) {
+TEST(CaptureRing, RemembersWhereSoundIsMissing) {
   CaptureRing ring(2, 1000);
   EXPECT_EQ(ring.nextGap(), std::nullopt);
   ASSERT_TRUE(ring.write(Block(0, 600).planes().data(), 600));
@@ -100,7 +100,7 @@ TEST(CaptureRing, KeepsWhereSoundIsMissing) {
   EXPECT_EQ(ring.nextGap(), std::nullopt);
 }
 
-TEST(CaptureRing, LosesNoLengthWhenThereAreMoreGapsThanItCanKeepApart) {
+TEST(CaptureRing, KeepsTheLengthWhenThereAreMoreGapsThanItHasRoomFor) {
   CaptureRing ring(1, 1000);
   const Block block(0, 1);
   for (int i = 0; i < 200; ++i) {
@@ -185,7 +185,7 @@ struct StreamBuffer {
   spa_buffer buffer{};
 };
 
-TEST(StoreBuffer, TakesWhatTheChunksSay) {
+TEST(StoreBuffer, CopiesWhatTheChunksDescribe) {
   CaptureRing ring(2, 1000);
   Block block(0, 512);
   StreamBuffer stream(block, 16, 400);
@@ -206,7 +206,7 @@ TEST(StoreBuffer, NeverReadsBeyondThePlanes) {
   EXPECT_EQ(ring.readable_frames(), 508U);
 }
 
-TEST(StoreBuffer, LeavesOutBuffersWithoutAllPlanes) {
+TEST(StoreBuffer, SkipsBuffersThatLackAPlane) {
   CaptureRing ring(2, 1000);
   Block block(0, 512);
   StreamBuffer stream(block, 0, 2048);
@@ -218,7 +218,7 @@ TEST(StoreBuffer, LeavesOutBuffersWithoutAllPlanes) {
   EXPECT_EQ(ring.readable_frames(), 0U);
 }
 
-TEST(StoreBuffer, LeavesOutSamplesThatAreMarkedAsCorrupted) {
+TEST(StoreBuffer, SkipsSamplesMarkedAsCorrupted) {
   CaptureRing ring(2, 1000);
   Block block(0, 512);
   StreamBuffer stream(block, 0, 2048);

@@ -152,7 +152,7 @@ TEST_F(CaptureRunTest, ConsumerThatIsNotReadyLeavesItsSamplesInTheRing) {
   EXPECT_TRUE(gaps(keeper->samples()).empty());
 }
 
-TEST_F(CaptureRunTest, EndHandsOverEverythingCapturedBeforeItAlsoToTheUnwilling) {
+TEST_F(CaptureRunTest, EndDeliversEverythingCapturedEvenToConsumersThatAreNotReady) {
   auto run = makeRun(10);
   keeper->isWilling = false;
   ASSERT_TRUE(run->addConsumer(keeper));
@@ -185,7 +185,7 @@ TEST_F(CaptureRunTest, ConsumersThatFollowOneAnotherShareTheSamplesWithoutGapOrO
   EXPECT_EQ(announced, 1);
 }
 
-TEST_F(CaptureRunTest, StartThatIsAskedForAgainAndAgainIsAnnouncedAllTheSame) {
+TEST_F(CaptureRunTest, StartRequestedAgainAndAgainIsStillAnnounced) {
   // Often enough that one request comes between the first samples and the check for them.
   for (int round = 0; round < 20; ++round) {
     announced = 0;
@@ -197,7 +197,7 @@ TEST_F(CaptureRunTest, StartThatIsAskedForAgainAndAgainIsAnnouncedAllTheSame) {
   }
 }
 
-TEST_F(CaptureRunTest, PatientConsumerGetsMoreAtATimeAndStillEverything) {
+TEST_F(CaptureRunTest, PatientConsumerGetsMoreAtOnceAndMissesNothing) {
   keeper->patient = true;
   auto run = makeRun(10);
   ASSERT_TRUE(run->addConsumer(keeper));

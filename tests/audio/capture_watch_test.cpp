@@ -31,14 +31,14 @@ struct Device {
   spa_io_clock clock{};
 };
 
-TEST(CycleWatch, CountsNothingWhileEveryCycleComes) {
+TEST(CycleWatch, CountsNothingWhileEveryCycleArrives) {
   Device device;
   CycleWatch watch(48000);
   for (int i = 0; i < 1000; ++i) EXPECT_EQ(watch.see(device.next()), 0U);
   EXPECT_EQ(watch.cycle_frames(), 1024U);
 }
 
-TEST(CycleWatch, CountsTheFramesOfCyclesThatDidNotComeAtTheStreamsRate) {
+TEST(CycleWatch, CountsTheFramesOfMissedCyclesAtTheStreamsRate) {
   Device device;
   CycleWatch watch(48000);
   CycleWatch slower(16000);
@@ -50,7 +50,7 @@ TEST(CycleWatch, CountsTheFramesOfCyclesThatDidNotComeAtTheStreamsRate) {
   EXPECT_EQ(watch.see(device.next()), 0U);
 }
 
-TEST(CycleWatch, TakesNoChangeOfTheCyclesLengthForALoss) {
+TEST(CycleWatch, DoesNotTakeAChangeOfCycleLengthForALoss) {
   CycleWatch watch(48000);
   // Both kinds of drivers: the position advances by the old length or by the new one.
   for (const bool byOld : {true, false}) {
@@ -66,7 +66,7 @@ TEST(CycleWatch, TakesNoChangeOfTheCyclesLengthForALoss) {
   }
 }
 
-TEST(CycleWatch, BeginsAnewWithAnotherDeviceAndWithAClockThatWasSet) {
+TEST(CycleWatch, StartsOverWithAnotherDeviceAndWithAClockThatWasSet) {
   Device device;
   CycleWatch watch(48000);
   EXPECT_EQ(watch.see(device.next()), 0U);
@@ -84,7 +84,7 @@ TEST(CycleWatch, BeginsAnewWithAnotherDeviceAndWithAClockThatWasSet) {
   EXPECT_EQ(watch.see(device.next()), 0U);
 }
 
-TEST(CycleWatch, CountsTheTimeInWhichADeviceStoodStill) {
+TEST(CycleWatch, CountsTheTimeForWhichADeviceStalled) {
   Device device;
   CycleWatch watch(48000);
   EXPECT_EQ(watch.see(device.next()), 0U);
@@ -96,7 +96,7 @@ TEST(CycleWatch, CountsTheTimeInWhichADeviceStoodStill) {
   EXPECT_NEAR(static_cast<double>(watch.see(device.clock)), 2 * 48000, 48);
 }
 
-TEST(CycleWatch, LeavesOutClocksThatMakeNoSense) {
+TEST(CycleWatch, IgnoresImplausibleClocks) {
   CycleWatch watch(48000);
   spa_io_clock clock{};
   EXPECT_EQ(watch.see(clock), 0U);
@@ -137,7 +137,7 @@ class SoundWatchTest : public testing::Test {
   std::vector<float> right_ = std::vector<float>(kRate_Hz / 10);
 };
 
-TEST_F(SoundWatchTest, SilenceFromTheStartIsToldAfterThreeSeconds) {
+TEST_F(SoundWatchTest, SilenceFromTheStartIsReportedAfterThreeSeconds) {
   send(2.9, 0, 0);
   EXPECT_FALSE(watch.isSilent());
   send(0.1, 0, 0);
@@ -146,7 +146,7 @@ TEST_F(SoundWatchTest, SilenceFromTheStartIsToldAfterThreeSeconds) {
   EXPECT_FALSE(watch.isSilent());
 }
 
-TEST_F(SoundWatchTest, SilenceAfterSoundIsToldAfterTenSeconds) {
+TEST_F(SoundWatchTest, SilenceAfterSoundIsReportedAfterTenSeconds) {
   send(5, 0.1F, 0);
   send(9.9, 0, 0);
   EXPECT_FALSE(watch.isSilent());
@@ -169,14 +169,14 @@ TEST_F(SoundWatchTest, OnlyWhatIsRecordedCounts) {
   EXPECT_FALSE(watch.hasSoundElsewhere());
 }
 
-TEST(SourceRest, ASourceThatNobodyRecordedFromIsReadyAtOnce) {
+TEST(SourceRest, ASourceThatNobodyHasRecordedIsReadyAtOnce) {
   SourceRest rest;
   EXPECT_EQ(rest.left("mic").count(), 0);
   rest.ending("other");
   EXPECT_EQ(rest.left("mic").count(), 0);
 }
 
-TEST(SourceRest, LastsFromTheEndOfTheLastStreamOn) {
+TEST(SourceRest, LastsFromTheEndOfTheLastStream) {
   SourceRest rest;
   rest.ending("mic");
   rest.ending("mic");

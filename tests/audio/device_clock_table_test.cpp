@@ -34,7 +34,7 @@ TEST(DeviceClockTable, NextOwnerOfAnEntryDoesNotInheritItsClock) {
   EXPECT_FALSE(table.read(8));
 }
 
-TEST(DeviceClockTable, StreamBeyondTheTableHasNoClockAndHarmsNobody) {
+TEST(DeviceClockTable, StreamBeyondTheTableHasNoClockAndDoesNoHarm) {
   DeviceClockTable table;
   std::vector<DeviceClockTable::Publisher> publishers;
   for (std::uint32_t i = 0; i < DeviceClockTable::kEntries; ++i) {
@@ -53,7 +53,7 @@ TEST(DeviceClockTable, StreamBeyondTheTableHasNoClockAndHarmsNobody) {
   EXPECT_EQ(table.read(99)->host_ns, 5U);
 }
 
-TEST(DeviceClockTable, ReaderNeverSeesValuesOfTwoMoments) {
+TEST(DeviceClockTable, ReaderNeverSeesValuesOfTwoUpdates) {
   DeviceClockTable table;
   auto publisher = table.claim(7);
   std::atomic<bool> isDone{false};

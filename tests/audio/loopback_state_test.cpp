@@ -42,7 +42,7 @@ TEST_F(LoopbackStateTest, ARequestIsGrantedByTheAnswerToItsOwnNumber) {
   EXPECT_FALSE(state.isGranted()) << "the answer to the first is none to the second";
 }
 
-TEST_F(LoopbackStateTest, WhereNobodyCanSayADeviceCountsAsGranted) {
+TEST_F(LoopbackStateTest, WithoutAnAnswerTheDeviceCountsAsGranted) {
   EXPECT_TRUE(state.isGranted());
   state.request(true, 1);
   EXPECT_TRUE(state.isGranted()) << "no driver";
@@ -50,7 +50,7 @@ TEST_F(LoopbackStateTest, WhereNobodyCanSayADeviceCountsAsGranted) {
   EXPECT_TRUE(state.isGranted()) << "a driver that does not answer";
 }
 
-TEST_F(LoopbackStateTest, TheDeviceLeavesWhenNobodyElseHasIt) {
+TEST_F(LoopbackStateTest, TheDeviceLeavesWhenNobodyElseUsesIt) {
   EXPECT_FALSE(state.isLeaving()) << "nobody can say";
   answer("none");
   EXPECT_TRUE(state.isLeaving());

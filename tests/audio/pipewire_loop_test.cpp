@@ -67,7 +67,7 @@ TEST(PipeWireLoopTest, EndsWhereNoDescriptorIsLeft) {
   EXPECT_TRUE(comesToAnEnd(std::move(loop)));
 }
 
-TEST(PipeWireLoopTest, WorkIsDoneWithoutALoopWhereNoDescriptorIsLeft) {
+TEST(PipeWireLoopTest, WorkStillRunsWhereNoDescriptorIsLeftForALoop) {
   // Lets the library open its own descriptors, which it does once.
   ASSERT_EQ(getsALoop(*std::make_unique<PipeWireLoop>("first")), true);
   const NoDescriptors none;

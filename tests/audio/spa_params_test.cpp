@@ -69,7 +69,7 @@ TEST_F(SpaParamsTest, PositionsThatAreTheOnlyChoiceAreRead) {
   EXPECT_THAT(format->positions, testing::ElementsAreArray(kPositions));
 }
 
-TEST_F(SpaParamsTest, PositionsOfAnotherTypeAreNone) {
+TEST_F(SpaParamsTest, PositionsOfAnotherTypeAreIgnored) {
   testing::internal::CaptureStderr();
   const auto format = readFormat(rawFormat([&] { spa_pod_builder_string(&builder, "FL,FR,LFE"); }));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

@@ -48,7 +48,7 @@ class UnitStatusesTest : public testing::Test {
   PipeWireAudioUnits units{connection, hardware, clocks};
 };
 
-TEST_F(UnitStatusesTest, ComponentsAreFoundByWhatIsAskedAndOneAfterTheOther) {
+TEST_F(UnitStatusesTest, ComponentsAreFoundByDescriptionOneAfterAnother) {
   EXPECT_NE(units.AudioComponentFindNext(nullptr, kGeneral), nullptr);
   const platform::AudioComponent varispeed = units.AudioComponentFindNext(nullptr, kVarispeed);
   EXPECT_NE(varispeed, nullptr);
@@ -65,7 +65,7 @@ TEST_F(UnitStatusesTest, ComponentsAreFoundByWhatIsAskedAndOneAfterTheOther) {
   EXPECT_EQ(units.AudioComponentFindNext(nullptr, any), nullptr);
 }
 
-TEST_F(UnitStatusesTest, HandlesThatAreNoneAreRefused) {
+TEST_F(UnitStatusesTest, InvalidHandlesAreRefused) {
   platform::AudioUnit unit = newUnit(kVarispeed);
   EXPECT_EQ(units.AudioComponentInstanceDispose(unit), noErr);
   EXPECT_EQ(units.AudioComponentInstanceDispose(unit), platform::kAUGraphErr_InvalidAudioUnit);

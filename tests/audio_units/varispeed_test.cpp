@@ -110,7 +110,7 @@ TEST_F(VarispeedTest, ConsumesExactlyAtTheQuotientOfTheRatesTimesThePlaybackRate
   }
 }
 
-TEST_F(VarispeedTest, KeepsTheToneAsItIs) {
+TEST_F(VarispeedTest, KeepsTheToneUnchanged) {
   setUp(48000, 44100, 2);
   std::vector<float> heard;
   for (int i = 0; i < 50; ++i) {
@@ -178,7 +178,7 @@ TEST_F(VarispeedTest, StepsBackOnceWhenItsSourceKeepsComingUpShort) {
   EXPECT_GT(source.times.back(), 2000 * kBlock_frames - 9 * kBlock_frames);
 }
 
-TEST_F(VarispeedTest, RefusesWhatMakesNoSense) {
+TEST_F(VarispeedTest, RefusesInvalidValues) {
   std::uint32_t flags = 0;
   const platform::AudioTimeStamp time;
   PlaneList none(2);
@@ -231,7 +231,7 @@ TEST_F(VarispeedTest, RenderingNeitherAllocatesNorLocksNorMakesASystemCall) {
 
 // Times measured with a sanitizer say nothing about the converter.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(VarispeedTest, TakesALittlePartOfThePeriodWithEightChannels) {
+TEST_F(VarispeedTest, TakesASmallPartOfThePeriodWithEightChannels) {
   setUp(48000, 44100, 8);
   const auto threadTime_s = [] {
     timespec now{};

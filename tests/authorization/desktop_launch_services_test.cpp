@@ -58,7 +58,7 @@ TEST_F(DesktopLaunchServicesTest, FindsApplicationsInTheOrderOfTheFolders) {
   EXPECT_THAT(find(), ElementsAre("/opt/a2", "/opt/b", "/opt/in-second"));
 }
 
-TEST_F(DesktopLaunchServicesTest, AnEntryHidesItsNamesakesAndAPathCountsOnce) {
+TEST_F(DesktopLaunchServicesTest, AnEntryHidesOthersOfItsNameAndAPathCountsOnce) {
   writeEntry("first/applications/suite.desktop", kSuite, "/opt/new");
   writeEntry("second/applications/suite.desktop", kSuite, "/opt/old");
   writeEntry("second/applications/twice.desktop", kSuite, "/opt/new");
@@ -74,7 +74,7 @@ TEST_F(DesktopLaunchServicesTest, OtherApplicationsAndOddEntriesDoNotCount) {
   EXPECT_THAT(find(), IsEmpty());
 }
 
-TEST_F(DesktopLaunchServicesTest, LeavesOutWhatSomebodyElseCouldHaveWritten) {
+TEST_F(DesktopLaunchServicesTest, LeavesOutFilesThatSomebodyElseCouldHaveWritten) {
   writeEntry("first/applications/a.desktop", kSuite, "/opt/a");
   writeEntry("first/applications/b.desktop", kSuite, "/opt/b");
   writeEntry("first/applications/c.desktop", kSuite, "/opt/c");
@@ -84,7 +84,7 @@ TEST_F(DesktopLaunchServicesTest, LeavesOutWhatSomebodyElseCouldHaveWritten) {
 }
 
 // The right to install is bound to one path: for any other, pkexec would ask a second time.
-TEST_F(DesktopLaunchServicesTest, LeavesOutWhatTheRightIsNotAbout) {
+TEST_F(DesktopLaunchServicesTest, LeavesOutApplicationsThatTheRightDoesNotCover) {
   writeEntry("first/applications/a.desktop", kSuite, "/opt/a");
   writeEntry("first/applications/b.desktop", kSuite, "/opt/b");
   EXPECT_THAT(find({}, "/opt/b"), ElementsAre("/opt/b"));
@@ -101,7 +101,7 @@ TEST_F(DesktopLaunchServicesTest, ByDefaultAnApplicationOfTheUsersOwnIsLeftOut) 
   EXPECT_THAT(services.copyApplicationPathsForBundleIdentifier(kSuite), IsEmpty());
 }
 
-TEST(SystemDataDirectories, ComeFromTheEnvironmentElseAreTheUsualOnes) {
+TEST(SystemDataDirectories, ComeFromTheEnvironmentOrAreTheUsualOnes) {
   setenv("XDG_DATA_DIRS", "/a:relative:/b", 1);
   EXPECT_THAT(DesktopLaunchServices::systemDataDirectories(), ElementsAre("/a", "/b"));
   unsetenv("XDG_DATA_DIRS");

@@ -95,7 +95,7 @@ class PolkitAuthorizationTest : public testing::Test {
   PolkitAuthorization authorization{bus, linux_host::refusalBySystem, pkexec};
 };
 
-TEST_F(PolkitAuthorizationTest, AsksForTheSuitesOwnActionInTheNameOfThisProcess) {
+TEST_F(PolkitAuthorizationTest, AsksForTheSuitesOwnActionOnBehalfOfThisProcess) {
   answer(true, false);
   AuthorizationRef reference = created();
   EXPECT_EQ(copyRights(reference), 0);
@@ -135,7 +135,7 @@ TEST_F(PolkitAuthorizationTest, TellsARefusalFromACancelledDialog) {
   authorization.AuthorizationFree(reference);
 }
 
-TEST_F(PolkitAuthorizationTest, AnErrorOfPolkitsIsNoRight) {
+TEST_F(PolkitAuthorizationTest, AnErrorInPolkitGrantsNothing) {
   respond = [](GDBusMethodInvocation* invocation, GVariant*) {
     g_dbus_method_invocation_return_dbus_error(
         invocation, "org.freedesktop.PolicyKit1.Error.Failed", "Action is not registered");

@@ -101,7 +101,7 @@ TEST_F(ApplicationTest, MayTerminateWithinItsLaunch) {
               ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
 }
 
-TEST_F(ApplicationTest, GoesOnWhenItsDelegateCancelsTheEnd) {
+TEST_F(ApplicationTest, GoesOnWhenItsDelegateCancelsTheQuit) {
   router_.launch({});
   delegate_->reply = TerminateReply::kCancel;
   application_.terminate();
@@ -166,7 +166,7 @@ TEST_F(ApplicationTest, ReopenSaysWhetherWindowsAreVisible) {
   EXPECT_EQ(delegate_->journal.back(), "reopen with windows");
 }
 
-TEST_F(ApplicationTest, AnAlertThatWaitsIsRaisedInsteadOfAReopen) {
+TEST_F(ApplicationTest, AReopenRaisesAnOpenAlertInstead) {
   int raised = 0;
   router_.setWindows([] { return true; }, [] { return true; }, [&] { ++raised; });
   router_.launch({});
@@ -176,7 +176,7 @@ TEST_F(ApplicationTest, AnAlertThatWaitsIsRaisedInsteadOfAReopen) {
 }
 
 // A user who clicks twice wants to see what is wrong, not a second attempt later.
-TEST_F(ApplicationTest, WhoAsksDuringAnAlertOfTheLaunchIsAnsweredAtOnceAndAClickIsNotKept) {
+TEST_F(ApplicationTest, RequestsDuringAnAlertAtLaunchAreAnsweredAtOnceAndAClickIsDropped) {
   bool waits = false;
   int raised = 0;
   router_.setWindows([] { return false; }, [&] { return waits; }, [&] { ++raised; });
@@ -198,7 +198,7 @@ TEST_F(ApplicationTest, WhoAsksDuringAnAlertOfTheLaunchIsAnsweredAtOnceAndAClick
   EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish", "stop", "stop"));
 }
 
-TEST_F(ApplicationTest, WhatAPathOpensDoesNotHideTheAlertThatWaits) {
+TEST_F(ApplicationTest, OpeningAPathDoesNotHideAnOpenAlert) {
   int raised = 0;
   router_.setWindows([] { return true; }, [] { return true; }, [&] { ++raised; });
   router_.launch({});
@@ -243,7 +243,7 @@ TEST_F(AlertEndTest, AQuitDismissesItAndAsksAgainWhenItsEventIsOver) {
                                               "should terminate", "will terminate"));
 }
 
-TEST_F(AlertEndTest, AnEndOfTheSessionWaitsForItsEventToo) {
+TEST_F(AlertEndTest, TheEndOfTheSessionWaitsForItsEventToo) {
   application_.terminateRegardless();
   EXPECT_FALSE(application_.hasTerminated());
   eventIsOver();
@@ -276,7 +276,7 @@ TEST_F(ApplicationTest, StopIsDoneWhenTheStateHasLeftRecordingAndAllWritersHaveC
 }
 
 // Waiting requests have timers and bus invocations, which belong to this thread.
-TEST_F(ApplicationTest, WhoWaitedForAStopIsForgottenOnTheMainThread) {
+TEST_F(ApplicationTest, CallersWaitingForAStopAreReleasedOnTheMainThread) {
   router_.launch({});
   delegate_->state = "recording";
   auto token = std::make_unique<PendingWork::Token>(dispatch_.pendingWork());
@@ -298,7 +298,7 @@ TEST_F(ApplicationTest, WhoWaitedForAStopIsForgottenOnTheMainThread) {
   EXPECT_EQ(forgottenOn, std::this_thread::get_id());
 }
 
-TEST_F(ApplicationTest, ThoseWhoStillWaitAreAnsweredAtTheEnd) {
+TEST_F(ApplicationTest, CallersStillWaitingAreAnsweredAtTheEnd) {
   router_.launch({});
   delegate_->state = "recording";
   const PendingWork::Token token(dispatch_.pendingWork());
@@ -309,7 +309,7 @@ TEST_F(ApplicationTest, ThoseWhoStillWaitAreAnsweredAtTheEnd) {
   EXPECT_EQ(result, RequestResult::kDone);
 }
 
-TEST_F(ApplicationTest, UnknownActionsAndNothingToStopAreSaid) {
+TEST_F(ApplicationTest, UnknownActionsAndNothingToStopAreReported) {
   router_.launch({});
   std::vector<RequestResult> results;
   const auto note = [&](RequestResult result) { results.push_back(result); };
@@ -320,7 +320,7 @@ TEST_F(ApplicationTest, UnknownActionsAndNothingToStopAreSaid) {
                                    RequestResult::kNothingToDo));
 }
 
-TEST_F(ApplicationTest, AClickThatFindsNothingToStopIsTold) {
+TEST_F(ApplicationTest, AClickThatFindsNothingToStopIsAnswered) {
   int told = 0;
   router_.setOnNothingRecorded([&] { ++told; });
   router_.launch({});
@@ -335,7 +335,7 @@ TEST_F(ApplicationTest, AClickThatFindsNothingToStopIsTold) {
   EXPECT_EQ(told, 1) << "the click was another";
 }
 
-TEST_F(ApplicationTest, StartedToStopSomethingItTellsThatThereIsNothing) {
+TEST_F(ApplicationTest, StartedOnlyToStopItSaysThatThereIsNothingToStop) {
   int told = 0;
   router_.setOnNothingRecorded([&] { ++told; });
   router_.launchOnFirstRequest();
@@ -412,7 +412,7 @@ TEST(WindowsLoaderTest, WithoutAScreenAlertsAreLoggedAndDismissedWithTheLastButt
   EXPECT_FALSE(windows.isModuleLoaded());
 }
 
-TEST(WindowsLoaderTest, AMissingOrForeignModuleIsAsGoodAsNoScreen) {
+TEST(WindowsLoaderTest, AMissingOrForeignModuleCountsAsNoScreen) {
   const Environment environment{{"QT_QPA_PLATFORM", "offscreen"}};
   const TemporaryFolder folder;
   base_test::write(folder / kWindowsModuleFileName, "no library");

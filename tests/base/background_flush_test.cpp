@@ -75,7 +75,7 @@ TEST_F(BackgroundFlushTest, FlushesAgainAndAgainButNotAtEachWrite) {
   EXPECT_EQ(flush.takeError(), 0);
 }
 
-TEST_F(BackgroundFlushTest, NobodyWaitsForOneThatHangsAndNoSecondOneIsBegun) {
+TEST_F(BackgroundFlushTest, NobodyWaitsForOneThatHangsAndNoOtherIsStarted) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   isHeld = true;
   for (int i = 0; i < 1000; ++i) flush.nowAndThen(fd_);
@@ -84,7 +84,7 @@ TEST_F(BackgroundFlushTest, NobodyWaitsForOneThatHangsAndNoSecondOneIsBegun) {
   EXPECT_TRUE(soon([] { return flushes == 1; }));
 }
 
-TEST_F(BackgroundFlushTest, SlowDiskIsLeftInPeaceForAMultipleOfWhatItTook) {
+TEST_F(BackgroundFlushTest, SlowDiskGetsAPauseInProportionToItsSlowness) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   isHeld = true;
   flush.nowAndThen(fd_);
@@ -111,7 +111,7 @@ TEST_F(BackgroundFlushTest, TheLastOneIsDoneEvenWhileAnotherIsUnderWayAndTheFile
   EXPECT_EQ(flush.takeError(), 0);
 }
 
-TEST_F(BackgroundFlushTest, FailureIsToldOnce) {
+TEST_F(BackgroundFlushTest, FailureIsReportedOnce) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   answer = EIO;
   flush.now(fd_);
@@ -133,7 +133,7 @@ TEST_F(BackgroundFlushTest, FileSystemWithNothingToFlushHasNotFailed) {
   EXPECT_EQ(error, EIO) << "and nothing before it";
 }
 
-TEST_F(BackgroundFlushTest, FailureOfTheLastOneIsToldWithoutBeingAskedFor) {
+TEST_F(BackgroundFlushTest, FailureOfTheLastOneIsReportedUnasked) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   std::atomic<int> told{0};
   answer = EROFS;

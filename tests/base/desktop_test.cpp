@@ -45,7 +45,7 @@ TEST_F(WorkspaceTest, RevealsFilesInTheFileManager) {
   EXPECT_THAT(manager.calls, ElementsAre("ShowItems(['file:///out/a%20b.mp3'], '')"));
 }
 
-TEST_F(WorkspaceTest, TheLeaveToBringAWindowForwardGoesToTheFileManager) {
+TEST_F(WorkspaceTest, TheActivationTokenGoesToTheFileManager) {
   FakeService manager(daemon_.address(), "org.freedesktop.FileManager1",
                       "/org/freedesktop/FileManager1", kFileManagerXml,
                       [](const std::string&, const std::string&) { return g_variant_new("()"); });
@@ -67,7 +67,7 @@ constexpr const char* kPortalXml = R"(<node><interface name="org.freedesktop.por
     <arg type="a{sv}" direction="in"/><arg type="o" direction="out"/></method>
 </interface></node>)";
 
-TEST_F(WorkspaceTest, OpensFilesAndAddressesByThePortal) {
+TEST_F(WorkspaceTest, OpensFilesAndAddressesThroughThePortal) {
   FakeService portal(
       daemon_.address(), "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
       kPortalXml,
@@ -84,7 +84,7 @@ TEST_F(WorkspaceTest, OpensFilesAndAddressesByThePortal) {
   EXPECT_THAT(portal.calls[1], testing::StartsWith("OpenURI('', 'https://example.org/'"));
 }
 
-TEST_F(WorkspaceTest, TheLeaveToBringAWindowForwardGoesToThePortal) {
+TEST_F(WorkspaceTest, TheActivationTokenGoesToThePortal) {
   FakeService portal(
       daemon_.address(), "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
       kPortalXml,
@@ -149,7 +149,7 @@ TEST(FileIconTest, SettingsEndAndAnImageWithoutAFileIsRefused) {
   }).setIcon(image("known"), folder.path(), 0);
 }
 
-TEST(PrivacySettingsTest, AreThoseOfTheDesktopElseOfWhatIsInstalled) {
+TEST(PrivacySettingsTest, AreTheDesktopsOrThoseOfWhatIsInstalled) {
   const auto installed = [](std::set<std::string> programs) {
     return [programs](const std::string& program) { return programs.contains(program); };
   };
@@ -166,7 +166,7 @@ TEST(PrivacySettingsTest, AreThoseOfTheDesktopElseOfWhatIsInstalled) {
 using ToolObjectTest = DesktopTest;
 
 // The launching desktop's token reaches the code that shows the window.
-TEST_F(ToolObjectTest, TheLeaveToBringAWindowForwardComesAheadOfTheRequest) {
+TEST_F(ToolObjectTest, TheActivationTokenArrivesBeforeTheRequest) {
   class Recorded : public NoRequests {
    public:
     void useActivationToken(const std::string& token) override { said.push_back(token); }

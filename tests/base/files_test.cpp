@@ -134,7 +134,7 @@ TEST(MoveTest, ToAnotherFileSystemNothingWrittenBeforeDuringOrAfterIsLost) {
   EXPECT_EQ(namesIn(disk.path()).size(), 20U) << "and nothing hidden is left";
 }
 
-TEST(MoveTest, WhatIsWrittenOverAndCutOffDuringTheCopyIsSoInTheCopy) {
+TEST(MoveTest, OverwritesAndTruncationsDuringTheCopyReachTheCopy) {
   constexpr std::size_t kStart_bytes = 256 << 10;
   const TemporaryFolder disk;
   for (int i = 0; i < 20; ++i) {
@@ -285,7 +285,7 @@ std::size_t namelessDescriptors() {
   return base_test::openDescriptors(" (deleted)");
 }
 
-TEST(MoveTest, AFileThatSomebodyRemovedIsSavedFromWhatIsOpenOfIt) {
+TEST(MoveTest, ARemovedFileIsSavedFromItsOpenDescriptor) {
   const TemporaryFolder folder;
   const SmallDisk other(kRoomy_bytes);
   const std::size_t before = namelessDescriptors();
@@ -298,7 +298,7 @@ TEST(MoveTest, AFileThatSomebodyRemovedIsSavedFromWhatIsOpenOfIt) {
   EXPECT_TRUE(base_test::soon([&] { return namelessDescriptors() <= before; }));
 }
 
-TEST(MoveTest, AFileWhoseDiskWasTakenOutOfTheFoldersIsSavedTheSameWay) {
+TEST(MoveTest, AFileOnADetachedDiskIsSavedTheSameWay) {
   const TemporaryFolder folder;
   for (const bool isClosedFirst : {false, true}) {
     const SmallDisk disk(kRoomy_bytes);
@@ -340,7 +340,7 @@ TEST(OpenFileTest, WritesAtTheEndAndInPlaceAndTruncates) {
   EXPECT_THAT(error, HasSubstr(folder / "b"));
 }
 
-TEST(OpenFileTest, AFullDiskIsAnErrorThatSaysWhatFitted) {
+TEST(OpenFileTest, AFullDiskIsAnErrorThatSaysHowMuchFitted) {
   const SmallDisk tiny(std::size_t{64} << 10);
   OpenFiles files;
   std::string error;
@@ -391,7 +391,7 @@ TEST(OpenFileTest, ATemporaryFileIsReadableByItsOwnerAloneAndAMovedOneByTheUmask
   EXPECT_EQ(modeOf(otherDisk / "m4a.saved"), 0640U);
 }
 
-TEST(OpenFileTest, DoesNotWriteThroughALinkThatSomebodyPutInItsPlace) {
+TEST(OpenFileTest, DoesNotWriteThroughALinkPutInItsPlace) {
   const TemporaryFolder folder;
   base_test::write(folder / "precious", "precious");
   symlink((folder / "precious").c_str(), (folder / "recording").c_str());
@@ -421,7 +421,7 @@ TEST(FileManagerTest, CreatesEmptiesFindsAndRemoves) {
   EXPECT_FALSE(manager.fileExists(folder / "link")) << "links are followed";
 }
 
-TEST(FileManagerTest, TheTemporaryFolderIsNoRamDiskUnlessChosen) {
+TEST(FileManagerTest, TheTemporaryFolderIsNotARamDiskUnlessChosen) {
   const LinuxFileManager manager;
   {
     const Environment environment{{"TMPDIR", std::nullopt}};
@@ -436,7 +436,7 @@ TEST(FileManagerTest, TheTemporaryFolderIsNoRamDiskUnlessChosen) {
   EXPECT_EQ(manager.temporaryDirectory(), "/var/tmp");
 }
 
-TEST(FileManagerTest, ATemporaryFolderThatCannotServeIsReplacedWithAWord) {
+TEST(FileManagerTest, AnUnusableTemporaryFolderIsReplacedAndTheLogSaysSo) {
   const TemporaryFolder folder;
   base_test::write(folder / "file", "");
   const LinuxFileManager manager;
@@ -451,7 +451,7 @@ TEST(FileManagerTest, ATemporaryFolderThatCannotServeIsReplacedWithAWord) {
   }
 }
 
-TEST(FileManagerTest, AnotherUsersTemporaryFolderServesOnlyWhereAllMayUseIt) {
+TEST(FileManagerTest, AnotherUsersTemporaryFolderIsUsedOnlyWhenItIsSharedByAll) {
   const TemporaryFolder folder;
   const std::string foreign = folder / "foreign";
   ASSERT_EQ(mkdir(foreign.c_str(), 0700), 0);
@@ -477,7 +477,7 @@ TEST(SmallFileTest, ReplacesInOneStepAndLeavesTheOldOneWhenItCannot) {
   EXPECT_THAT(namesIn(tiny.path()), ElementsAre("f"));
 }
 
-TEST(SmallFileTest, FollowsLinksToTheirEnd) {
+TEST(SmallFileTest, FollowsLinksToTheLastOne) {
   const TemporaryFolder folder;
   std::filesystem::create_directories(folder / "real");
   symlink("real/file", (folder / "one").c_str());

@@ -132,7 +132,7 @@ TEST_P(InstanceTest, ASecondStartHandsItsPathsOver) {
   EXPECT_EQ(count("reopen"), 0);
 }
 
-TEST_P(InstanceTest, ManyStartsInOneInstantGiveOneInstanceThatHearsOfAllOthers) {
+TEST_P(InstanceTest, ManyStartsAtOnceGiveOneInstanceThatHearsOfAllOthers) {
   constexpr int kStarts = 8;
   std::vector<std::unique_ptr<ChildProcess>> starts;
   for (int i = 0; i < kStarts; ++i) starts.push_back(start({}));
@@ -162,7 +162,7 @@ TEST_P(InstanceTest, AStartDuringTheLaunchReachesTheInstanceWhenThatIsComplete) 
   EXPECT_THAT(journal(), ElementsAre("will finish", "finishing", "did finish", "reopen"));
 }
 
-TEST_P(InstanceTest, AStartThatNobodyAnswersEndsWithAStatusOfItsOwn) {
+TEST_P(InstanceTest, AStartThatNobodyAnswersHasItsOwnExitStatus) {
   const std::string gate = folder_ / "gate";
   const auto first = start({}, {"MINI_LAUNCH_GATE=" + gate});
   waitFor("finishing");
@@ -389,7 +389,7 @@ linux_host::Expected<std::string> safeFolderIn(const std::string& temporaryFolde
   return ControlSocket::safeFolder([&] { return temporaryFolder; });
 }
 
-TEST(ControlSocketTest, LiesInTheRuntimeFolderOrInAFolderOfTheUsersAlone) {
+TEST(ControlSocketTest, IsInTheRuntimeFolderOrInOneThatOnlyTheUserCanReach) {
   const TemporaryFolder folder;
   {
     const Environment environment{{"XDG_RUNTIME_DIR", folder.path()}};
@@ -449,7 +449,7 @@ int connectAsSomebodyElse(const std::string& path) {
   return WEXITSTATUS(status);
 }
 
-TEST(ControlSocketTest, IsTheUsersAloneEvenInAFolderThatIsOpen) {
+TEST(ControlSocketTest, IsOnlyTheUsersEvenInAnOpenFolder) {
   const TemporaryFolder folder;
   chmod(folder.path().c_str(), 0755);
   const mode_t before = umask(0);

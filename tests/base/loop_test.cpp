@@ -31,7 +31,7 @@ class LoopTest : public ::testing::Test {
   platform::TimerPtr watchdog_;
 };
 
-TEST_F(LoopTest, RunsByTheStepOfAToolkitFromTheMomentItIsThereAndEndsItsInnerLoops) {
+TEST_F(LoopTest, RunsByAToolkitsStepOnceThereIsOneAndEndsItsInnerLoops) {
   int steps = 0;
   bool isInner = false;
   loop_.performAfterDelay(0, [&] {
@@ -160,7 +160,7 @@ TEST_F(CoreTimerTest, IsHeldWhileAnAlertWaitsAndFiresOnceAfterwards) {
   EXPECT_THAT(fired_, ElementsAre("host", "first", "again"));
 }
 
-TEST_F(CoreTimerTest, IsNotFiredOnceItWasInvalidatedMeanwhile) {
+TEST_F(CoreTimerTest, IsNotFiredIfInvalidatedMeanwhile) {
   core_.hold();
   auto timer = core_.scheduledTimer(
       0, {}, false, [&](const platform::TimerPtr&) { fired_.emplace_back("late"); });

@@ -144,7 +144,7 @@ TEST_F(NotificationTest, StaysTenSecondsAndKeepsItsButtonWhenItIsClicked) {
   EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'resident'")));
 }
 
-TEST_F(NotificationTest, OneOfAProgramThatIsGoneByThenIsKeptInNoList) {
+TEST_F(NotificationTest, OneThatOutlivesItsProgramIsKeptInNoList) {
   serve({"actions", "body", "persistence"});
   deliverAndWait(started());
   EXPECT_THAT(server_->calls.back(), testing::Not(HasSubstr("'transient'")));
@@ -154,7 +154,7 @@ TEST_F(NotificationTest, OneOfAProgramThatIsGoneByThenIsKeptInNoList) {
 }
 
 // A server that draws a button for the default action, and closes a notification that is clicked.
-TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
+TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoUselessButton) {
   serve({"actions", "body"});
   deliverAndWait(started());
   EXPECT_THAT(server_->calls.back(), HasSubstr("['button', 'Cancel']"));
@@ -167,7 +167,7 @@ TEST_F(NotificationTest, ABubbleAsksForNoClickAndHasNoButtonThatDoesNothing) {
 }
 
 // Without a default action these servers start the program again, which ends the recording.
-TEST_F(NotificationTest, AServerWithAListIsAskedForTheClickAndMayHaveItAlways) {
+TEST_F(NotificationTest, AServerWithAListGetsTheClickWithEveryNotification) {
   serve({"actions", "body", "persistence"});
   deliverAndWait(started());
   EXPECT_THAT(server_->calls.back(), HasSubstr("['default', 'Show', 'button', 'Cancel']"));
@@ -177,7 +177,7 @@ TEST_F(NotificationTest, AServerWithAListIsAskedForTheClickAndMayHaveItAlways) {
   EXPECT_THAT(server_->calls.back(), HasSubstr("'Saved.\\nClick here.'"));
 }
 
-TEST_F(NotificationTest, AButtonThatHasDoneAllItCanTakesTheNotificationAway) {
+TEST_F(NotificationTest, AButtonThatWorksOnlyOnceClosesTheNotification) {
   serve({"actions", "body", "persistence"});
   deliverAndWait(started());
   deliverAndWait(saved());
@@ -189,7 +189,7 @@ TEST_F(NotificationTest, AButtonThatHasDoneAllItCanTakesTheNotificationAway) {
   EXPECT_EQ(callsOf("CloseNotification"), 1) << "the file can be opened again";
 }
 
-TEST_F(NotificationTest, AServerWithRoomForOneLineGetsTheTextAsThat) {
+TEST_F(NotificationTest, AServerWithRoomForOneLineGetsTheTextAsThatLine) {
   serve({});
   deliverAndWait(saved());
   EXPECT_THAT(server_->calls.back(), HasSubstr("'Saved <here> & there', ''"));
@@ -210,7 +210,7 @@ TEST_F(NotificationTest, CapabilitiesAreAskedOnce) {
   EXPECT_EQ(callsOf("GetCapabilities"), 1);
 }
 
-TEST_F(NotificationTest, BodyAndButtonReachTheDelegateAsLongAsItIsShown) {
+TEST_F(NotificationTest, ClicksReachTheDelegateAsLongAsItIsShown) {
   serve({"actions", "body"});
   const auto notification = saved();
   deliverAndWait(notification);
@@ -233,7 +233,7 @@ TEST_F(NotificationTest, BodyAndButtonReachTheDelegateAsLongAsItIsShown) {
   EXPECT_EQ(callsOf("CloseNotification"), 0) << "the user closed it";
 }
 
-TEST_F(NotificationTest, TheLeaveToBringAWindowForwardComesAheadOfTheClick) {
+TEST_F(NotificationTest, TheActivationTokenArrivesBeforeTheClick) {
   serve({"actions", "body"});
   deliverAndWait(saved());
   server_->emit(kNotificationsPath, "ActivationToken", g_variant_new("(us)", 99U, "another's"));
@@ -262,7 +262,7 @@ TEST_F(NotificationTest, SignalsWithOtherArgumentsAreIgnored) {
   EXPECT_EQ(faults.count(), 0);
 }
 
-TEST_F(NotificationTest, TheDelegateMayRemoveWhatItIsCalledFor) {
+TEST_F(NotificationTest, TheDelegateMayRemoveTheNotificationItIsCalledFor) {
   serve({"actions", "body"});
   delegate_->removeWhenActivated = true;
   deliverAndWait(saved());
@@ -300,7 +300,7 @@ TEST_F(NotificationTest, OneRemovedBeforeTheServerIsKnownIsNeverShown) {
   EXPECT_EQ(callsOf("Notify"), 1);
 }
 
-TEST_F(NotificationTest, OneTheDelegateDoesNotPresentIsNotShown) {
+TEST_F(NotificationTest, OneThatTheDelegateDoesNotPresentIsNotShown) {
   serve({"body"});
   delegate_->present = false;
   center_.deliverNotification(saved());
@@ -311,7 +311,7 @@ TEST_F(NotificationTest, OneTheDelegateDoesNotPresentIsNotShown) {
   EXPECT_EQ(callsOf("Notify"), 1);
 }
 
-TEST_F(NotificationTest, WithoutAServerNothingBreaksAndItIsSaidOnce) {
+TEST_F(NotificationTest, WithoutAServerNothingBreaksAndTheLogSaysSoOnce) {
   ::testing::internal::CaptureStderr();
   center_.deliverNotification(saved());
   center_.deliverNotification(saved());
@@ -323,7 +323,7 @@ TEST_F(NotificationTest, WithoutAServerNothingBreaksAndItIsSaidOnce) {
   EXPECT_EQ(said.find("Notifications are not shown"), said.rfind("Notifications are not shown"));
 }
 
-TEST_F(NotificationTest, AServerThatIsReplacedIsAskedAnew) {
+TEST_F(NotificationTest, AServerThatIsReplacedIsAskedAgain) {
   serve({"body"});
   const auto notification = saved();
   deliverAndWait(notification);
@@ -338,7 +338,7 @@ TEST_F(NotificationTest, AServerThatIsReplacedIsAskedAnew) {
   EXPECT_FALSE(wasCalled("CloseNotification")) << "that number is another server's";
 }
 
-TEST_F(NotificationTest, TheCenterMayGoWhileCallsAreUnderWay) {
+TEST_F(NotificationTest, TheCenterMayBeDestroyedDuringACall) {
   serve({"body"});
   {
     DesktopNotificationCenter shortLived(bus_.get(), bundle_);

@@ -91,7 +91,7 @@ TEST_F(RecordingNoticeTest, StaysWithItsButtonsAndComesUpOverNothing) {
   EXPECT_TRUE(server_->calls.back().ends_with(", 0)")) << server_->calls.back();
 }
 
-TEST_F(RecordingNoticeTest, ABubbleHasNoButtonThatDoesNothing) {
+TEST_F(RecordingNoticeTest, ABubbleHasNoUselessButton) {
   serve(false);
   recordAndWait();
   EXPECT_THAT(server_->calls.back(),
@@ -111,7 +111,7 @@ TEST_F(RecordingNoticeTest, OnlyWhereThereIsNoTrayAndOnlyWhileRecording) {
   EXPECT_EQ(server_->calls.back(), "CloseNotification(7,)");
 }
 
-TEST_F(RecordingNoticeTest, TheRunningTimeIsNotNewsAndARemarkChangesIt) {
+TEST_F(RecordingNoticeTest, ARemarkChangesItAndTheRunningTimeDoesNot) {
   serve(true);
   recordAndWait();
   record("00:01");
@@ -140,7 +140,7 @@ TEST_F(RecordingNoticeTest, GoesWithTheRecordingAndWithTheProgram) {
   EXPECT_EQ(callsOf("CloseNotification(7,)"), 2);
 }
 
-TEST_F(RecordingNoticeTest, ARemarkThatEndsWithTheRecordingChangesNothingMore) {
+TEST_F(RecordingNoticeTest, ARemarkThatEndsWithTheRecordingIsNotSentAgain) {
   serve(true);
   recordAndWait();
   notice_->setRemark("No sound.");
@@ -154,7 +154,7 @@ TEST_F(RecordingNoticeTest, ARemarkThatEndsWithTheRecordingChangesNothingMore) {
   EXPECT_EQ(server_->calls.back(), "CloseNotification(7,)");
 }
 
-TEST_F(RecordingNoticeTest, OneThatIsNotThereYetGoesAsSoonAsItIs) {
+TEST_F(RecordingNoticeTest, OneThatIsNotShownYetIsClosedAsSoonAsItIs) {
   serve(true);
   notice_->setNeeded(true);
   record();
@@ -177,7 +177,7 @@ TEST_F(RecordingNoticeTest, ItStopsAndCancels) {
   EXPECT_THAT(requests_.names, ElementsAre("stop", "cancel", "stop"));
 }
 
-TEST_F(RecordingNoticeTest, OneThatTheUserTookAwayStaysAwayForThatRecording) {
+TEST_F(RecordingNoticeTest, OneThatTheUserClosedStaysClosedForThatRecording) {
   serve(true);
   recordAndWait();
   emit("NotificationClosed", g_variant_new("(uu)", 7U, 2U));
@@ -190,7 +190,7 @@ TEST_F(RecordingNoticeTest, OneThatTheUserTookAwayStaysAwayForThatRecording) {
   EXPECT_EQ(callsOf("CloseNotification"), 0) << "it was closed already";
 }
 
-TEST_F(RecordingNoticeTest, AServerThatComesAnewShowsItAgain) {
+TEST_F(RecordingNoticeTest, AServerThatRestartsShowsItAgain) {
   serve(true);
   recordAndWait();
   server_.reset();
@@ -203,7 +203,7 @@ TEST_F(RecordingNoticeTest, AServerThatComesAnewShowsItAgain) {
               AllOf(HasSubstr("'Record Audio', 0, "), Not(HasSubstr("default"))));
 }
 
-TEST_F(RecordingNoticeTest, WithoutAServerNothingBreaksAndItMayGoWhileACallIsUnderWay) {
+TEST_F(RecordingNoticeTest, WithoutAServerNothingBreaksAndItMayBeDestroyedDuringACall) {
   notice_->setNeeded(true);
   record();
   settle();

@@ -10,13 +10,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST(ServiceStartTest, TheOptionIsTakenOutWhereverItStands) {
+TEST(ServiceStartTest, TheOptionIsRemovedInAnyPosition) {
   std::vector<std::string> arguments{"--gapplication-service", "/a", "--gapplication-service"};
   EXPECT_TRUE(takeServiceStart(&arguments));
   EXPECT_THAT(arguments, ElementsAre("/a"));
 }
 
-TEST(ServiceStartTest, OtherArgumentsStayAsTheyAre) {
+TEST(ServiceStartTest, OtherArgumentsStayUnchanged) {
   std::vector<std::string> none;
   EXPECT_FALSE(takeServiceStart(&none));
   EXPECT_THAT(none, IsEmpty());

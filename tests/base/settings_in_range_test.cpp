@@ -15,7 +15,7 @@ namespace {
 using ::testing::HasSubstr;
 
 // No sound is lost because of a wrong number.
-TEST(SettingsInRangeTest, ANumberThatIsNoCodeReadsAsTheDefaultAndIsKept) {
+TEST(SettingsInRangeTest, ANumberThatIsNotACodeReadsAsTheDefaultAndIsKept) {
   const base_test::TemporaryFolder folder;
   const std::string path = folder / "defaults.json";
   for (const char* number : {"2", "7", "-1", "9223372036854775807", "1e30"}) {

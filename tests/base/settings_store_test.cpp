@@ -49,7 +49,7 @@ TEST_F(DefaultsTest, WithoutAFileEverythingIsAbsentAndNoFileIsMade) {
   EXPECT_FALSE(std::filesystem::exists(file()));
 }
 
-TEST_F(DefaultsTest, WhatIsWrittenIsReadByTheNextProgram) {
+TEST_F(DefaultsTest, TheNextProgramReadsWhatWasWritten) {
   {
     LinuxUserDefaults defaults(file());
     defaults.setInteger(3, "AudioSourceType");
@@ -78,7 +78,7 @@ TEST_F(DefaultsTest, PendingChangesReachTheDiskAtTheLatestAtTheEnd) {
   EXPECT_EQ(contentsOf(file()), "{\n  \"SoundFormat\": 1\n}\n");
 }
 
-TEST_F(DefaultsTest, TheFileIsTheUsersAlone) {
+TEST_F(DefaultsTest, OnlyTheUserCanReadTheFile) {
   LinuxUserDefaults defaults(file());
   defaults.setInteger(1, "Quality");
   ASSERT_TRUE(defaults.synchronize());
@@ -104,7 +104,7 @@ TEST_F(DefaultsTest, ForeignKeysStayInTheirOrder) {
   EXPECT_EQ(json["Quality"], 2);
 }
 
-TEST_F(DefaultsTest, WhatOthersChangeMeanwhileUnderOtherKeysIsKept) {
+TEST_F(DefaultsTest, ChangesByOthersUnderOtherKeysAreKept) {
   base_test::write(file(), R"({"Quality": 0, "other": 1})");
   LinuxUserDefaults defaults(file());
   base_test::write(file(), R"({"Quality": 1, "other": 2, "new": 3})");
@@ -259,7 +259,7 @@ TEST_F(DefaultsTest, AFileThatIsTooLargeToBeOursIsSetAside) {
   EXPECT_THAT(namesIn(folder_ / "config/app"), ElementsAre(StartsWith("defaults.json.damaged-")));
 }
 
-TEST_F(DefaultsTest, WhatOthersWriteInsideADictionaryMeanwhileIsKept) {
+TEST_F(DefaultsTest, ChangesByOthersInsideADictionaryAreKept) {
   base_test::write(file(),
                    R"({"QuickLook": {"A.app": {"x": 1}, "Mine.app": {"Quality": 0, "y": 1}}})");
   LinuxUserDefaults defaults(file());
@@ -275,7 +275,7 @@ TEST_F(DefaultsTest, WhatOthersWriteInsideADictionaryMeanwhileIsKept) {
   EXPECT_TRUE(defaults.dictionaryForKey("QuickLook")->contains("B.app")) << "seen from now on";
 }
 
-TEST_F(DefaultsTest, WhatThisProgramTakesOutOfADictionaryIsGone) {
+TEST_F(DefaultsTest, WhatThisProgramRemovesFromADictionaryIsGone) {
   base_test::write(file(), R"({"QuickLook": {"A.app": {"x": 1}, "Mine.app": {"y": 1}}})");
   LinuxUserDefaults defaults(file());
   defaults.setObject(Dictionary{{"A.app", Dictionary{{"x", 1}}}}, "QuickLook");
@@ -319,7 +319,7 @@ TEST_F(DefaultsTest, WritersAtOnceLoseNothing) {
             static_cast<std::size_t>(kWriters * kEntries));
 }
 
-TEST_F(DefaultsTest, SomebodyWhoKeepsTheLockIsNotWaitedForForEver) {
+TEST_F(DefaultsTest, DoesNotWaitForeverForAHeldLock) {
   std::filesystem::create_directories(folder_ / "config/app");
   const int fd = open((folder_ / "config/app").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_EQ(flock(fd, LOCK_EX), 0);
@@ -330,7 +330,7 @@ TEST_F(DefaultsTest, SomebodyWhoKeepsTheLockIsNotWaitedForForEver) {
   close(fd);
 }
 
-TEST_F(DefaultsTest, WithALoopAChangeThatNobodyFlushesIsOnTheDiskWithinASecond) {
+TEST_F(DefaultsTest, WithALoopAnUnflushedChangeReachesTheDiskWithinASecond) {
   MainLoop loop;
   LinuxUserDefaults defaults(file(), &loop);
   const auto begin = std::chrono::steady_clock::now();
@@ -386,7 +386,7 @@ TEST_F(DefaultsTest, ALinkedFileStaysLinked) {
   EXPECT_EQ(Json::parse(contentsOf(folder_ / "dotfiles/settings"))["Quality"], 2);
 }
 
-TEST_F(DefaultsTest, TextThatIsNoUtf8IsWrittenAsUtf8) {
+TEST_F(DefaultsTest, TextThatIsNotUtf8IsWrittenAsUtf8) {
   LinuxUserDefaults defaults(file());
   defaults.setObject(std::string("mic\xff"), "AudioSourceID");
   ASSERT_TRUE(defaults.synchronize());
@@ -406,7 +406,7 @@ class SuiteStorageTest : public ::testing::Test {
   XdgFolders folders_{folder_ / "config", folder_ / "state", folder_ / "home/Music"};
 };
 
-TEST_F(SuiteStorageTest, RecordingsGoIntoTheMusicFolderWhichIsMade) {
+TEST_F(SuiteStorageTest, RecordingsGoIntoTheMusicFolderWhichIsCreated) {
   EXPECT_EQ(storage().outputFolder("tool"), folders_.music);
   EXPECT_TRUE(std::filesystem::is_directory(folders_.music));
 }
@@ -418,7 +418,7 @@ TEST_F(SuiteStorageTest, TheEntryOfTheToolChoosesTheFolder) {
   EXPECT_EQ(storage().outputFolder("another"), folders_.music);
 }
 
-TEST_F(SuiteStorageTest, AChosenFolderThatCannotBeUsedIsAnsweredWithAWordWhy) {
+TEST_F(SuiteStorageTest, AChosenFolderThatCannotBeUsedIsReturnedAndTheLogSaysWhy) {
   base_test::write(folder_ / "file", "");
   for (const std::string& folder : {folder_ / "file/sub", folder_ / "file", std::string("/proc")}) {
     base_test::write(locations(), "{\"tool\": \"" + folder + "\"}");
@@ -432,7 +432,7 @@ TEST_F(SuiteStorageTest, AChosenFolderThatCannotBeUsedIsAnsweredWithAWordWhy) {
   }
 }
 
-TEST_F(SuiteStorageTest, AProblemOfAFolderIsForgottenWithIt) {
+TEST_F(SuiteStorageTest, AFoldersProblemIsForgottenWithIt) {
   base_test::write(locations(), "{\"tool\": \"/proc\"}");
   SuiteStorage store = storage();
   EXPECT_EQ(store.outputFolder("tool"), "/proc");
@@ -443,7 +443,7 @@ TEST_F(SuiteStorageTest, AProblemOfAFolderIsForgottenWithIt) {
   EXPECT_EQ(store.outputFolderProblem(), "");
 }
 
-TEST_F(SuiteStorageTest, TheMusicFolderIsAnsweredWhereItIsThereAndElseThereIsNone) {
+TEST_F(SuiteStorageTest, TheMusicFolderIsReturnedIfItExistsOrElseNone) {
   folders_.music = "/proc";
   EXPECT_EQ(storage().outputFolder("tool"), "/proc");
   base_test::write(folder_ / "file", "");
@@ -456,7 +456,7 @@ TEST_F(SuiteStorageTest, TheMusicFolderIsAnsweredWhereItIsThereAndElseThereIsNon
               AllOf(HasSubstr("no folder for recordings"), HasSubstr(folder_ / "file")));
 }
 
-TEST_F(SuiteStorageTest, BadEntriesFallBackToMusicAndTheFileStays) {
+TEST_F(SuiteStorageTest, BadEntriesFallBackToTheMusicFolderAndTheFileStays) {
   for (const char* bad : {"{\"tool\": 7}", "{\"tool\": \"relative\"}", "{\"tool\": \"\"}", "{"}) {
     base_test::write(locations(), bad);
     EXPECT_EQ(storage().outputFolder("tool"), folders_.music) << bad;
@@ -482,7 +482,7 @@ TEST_F(SuiteStorageTest, AFolderThatCannotBeWrittenIsRefusedAndTheOldOneStays) {
   EXPECT_EQ(storage().outputFolder("tool"), folder_ / "old");
 }
 
-TEST_F(SuiteStorageTest, EventsAreAppendedOnePerLineForTheUserAlone) {
+TEST_F(SuiteStorageTest, EventsAreAppendedOnePerLineForTheUserOnly) {
   SuiteStorage store = storage();
   store.appendEvent({"2024-05-17T12:03:27.042Z", "tool", "Launch", std::nullopt, std::nullopt});
   store.appendEvent({"t", "tool", "Stop", Dictionary{{"Size", std::uint64_t{0}}},
@@ -555,7 +555,7 @@ TEST_F(EmbeddedSuiteTest, LogsEventsOfThisToolWithTheirTime) {
   EXPECT_TRUE(line["details"].is_null());
 }
 
-TEST_F(EmbeddedSuiteTest, TellsObserversOfEachChangeOnce) {
+TEST_F(EmbeddedSuiteTest, NotifiesObserversOfEachChangeOnce) {
   Observer observer;
   suite_.addObserver(observer);
   const auto provider = suite_.createToolDataClientProvider();

@@ -49,7 +49,7 @@ TEST_F(FileCallsTest, ReturnsWhatTheCallReturns) {
   EXPECT_EQ(calls_->within([] { return 7; }), 7);
 }
 
-TEST_F(FileCallsTest, GivesUpACallThatDoesNotReturnAndTheNextOnesSooner) {
+TEST_F(FileCallsTest, GivesUpACallThatDoesNotReturnAndLaterOnesSooner) {
   const auto isGivenUp = std::make_shared<std::atomic<bool>>(false);
   const auto isOver = std::make_shared<std::atomic<bool>>(false);
   const auto hang = [gate = gate_, calls = calls_, isOver] {
@@ -70,7 +70,7 @@ TEST_F(FileCallsTest, GivesUpACallThatDoesNotReturnAndTheNextOnesSooner) {
   EXPECT_EQ(calls_->within(hang), true);
 }
 
-TEST_F(FileCallsTest, WaitsForACallThatGetsOnAsLongAsItTakes) {
+TEST_F(FileCallsTest, WaitsAsLongAsACallMakesProgress) {
   const auto work = [calls = calls_] {
     const auto end = Clock::now() + FileCalls::kPatience + 1s;
     while (Clock::now() < end) {
@@ -93,7 +93,7 @@ TEST_F(FileCallsTest, NamesTheOldestCallOfAKind) {
   EXPECT_EQ(calls_->progress(), 1U);
 }
 
-TEST_F(FileCallsTest, OnlyOneCallThatIsSeenAgainAndAgainIsAStall) {
+TEST_F(FileCallsTest, OnlyTheSameCallSeenAgainAndAgainIsAStall) {
   StallDetector detector(*calls_);
   for (int i = 0; i < 20; ++i) {
     const FileCalls::Call brief(*calls_, "/busy", FileCalls::Kind::kContent);
@@ -104,7 +104,7 @@ TEST_F(FileCallsTest, OnlyOneCallThatIsSeenAgainAndAgainIsAStall) {
   EXPECT_EQ(detector.look(), "/hangs");
 }
 
-TEST(FreeSpaceTest, TellsOfAFolderThatIsLowAndOfTheEndOfThat) {
+TEST(FreeSpaceTest, ReportsAFolderThatRunsLowAndItsRecovery) {
   // A check may still be running when the test is over.
   struct Disk {
     std::atomic<std::uint64_t> free_bytes{FreeSpace::kLow_bytes};
@@ -146,7 +146,7 @@ TEST(FreeSpaceTest, AFolderThatHangsHoldsUpNeitherTheOtherNorTheEnd) {
   gate->open();
 }
 
-TEST(FreeSpaceTest, WhatCannotBeToldIsNotLow) {
+TEST(FreeSpaceTest, AnUnknownAmountIsNotLow) {
   EXPECT_EQ(freeSpace_bytes("/no/such/folder"), std::nullopt);
   EXPECT_EQ(freeSpace_bytes("/proc"), std::nullopt) << "it has no size";
   EXPECT_GT(freeSpace_bytes("/tmp"), 0U);

@@ -40,7 +40,7 @@ const platform::Date kAfternoon = utc(2024, 5, 17, 14, 3, 27);
 // The kind of space depends on the release of ICU.
 const auto kAfternoonWithPM = ::testing::AnyOf("2:03:27\u202fPM", "2:03:27 PM");
 
-TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
+TEST(DateFormatterTest, ReturnsTheLocalesMediumTime) {
   const LinuxDateFormatter formatter;
   {
     const auto environment = locale("de_DE.UTF-8", "UTC");
@@ -55,7 +55,7 @@ TEST(DateFormatterTest, GivesTheLocalesMediumTime) {
 }
 
 // With the core's help: locales write times with all kinds of spaces and punctuation.
-TEST(DateFormatterTest, GivesTimesThatCanBeMadeFitForADiskInEveryLocale) {
+TEST(DateFormatterTest, ReturnsTimesThatCanBeMadeFitForADiskInEveryLocale) {
   const LinuxDateFormatter formatter;
   for (const char* name : {"en_US", "en_AU", "fr_CA", "fr_FR", "bg_BG", "ja_JP", "zh_TW", "ko_KR",
                            "ar_EG", "fa_IR", "fi_FI", "da_DK", "th_TH", "hi_IN", "C", ""}) {
@@ -87,7 +87,7 @@ TEST(DateFormatterTest, FollowsTheTimeZoneInEachOfItsForms) {
   EXPECT_EQ(formatter.stringFromDate(utc(2024, 1, 1, 2, 0, 0), "yyyy-MM-dd"), "2023-12-31");
 }
 
-TEST(DateFormatterTest, GivesDatesByPattern) {
+TEST(DateFormatterTest, ReturnsDatesByPattern) {
   const LinuxDateFormatter formatter;
   const auto environment = locale("en_US.UTF-8", "UTC");
   EXPECT_EQ(formatter.stringFromDate(kAfternoon, "yyyy-MM-dd"), "2024-05-17");
@@ -118,7 +118,7 @@ std::size_t residentOf_kB(const std::string& name) {
   return sum_kB;
 }
 
-TEST(DateFormatterTest, IcuStaysInMemoryNoLongerThanADateIsMade) {
+TEST(DateFormatterTest, IcuIsInMemoryOnlyWhileADateIsMade) {
   const LinuxDateFormatter formatter;
   const auto environment = locale("en_US.UTF-8", "UTC");
   EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
@@ -161,7 +161,7 @@ TEST(SystemInfoTest, TheHostClockCountsNanosecondsForward) {
                         std::chrono::duration_cast<std::chrono::nanoseconds>(after).count()));
 }
 
-TEST(SystemInfoTest, TheHomeFolderIsThatOfTheAccountWhateverTheEnvironmentSays) {
+TEST(SystemInfoTest, TheHomeFolderIsTheAccountsWhateverTheEnvironmentSays) {
   const Environment environment{{"HOME", "/nonexistent"}};
   const auto home = LinuxUserAccount().homeDirectory();
   ASSERT_TRUE(home);
@@ -177,7 +177,7 @@ TEST(SystemInfoTest, ExistenceNeedsNoPermissionToRead) {
   EXPECT_FALSE(LinuxUserAccount().accessExists(folder / "other"));
 }
 
-TEST(LogTest, IsPlainForPeopleAndLeveledLineByLineForTheJournal) {
+TEST(LogTest, IsPlainForPeopleAndHasALevelPerLineForTheJournal) {
   EXPECT_EQ(formattedLog(LogLevel::kError, "one\ntwo\n", false), "record-audio: one\ntwo\n");
   EXPECT_EQ(formattedLog(LogLevel::kError, "one\ntwo\n", true), "<3>one\n<3>two\n");
 }
@@ -254,7 +254,7 @@ TEST(StringTableTest, AsksTheUsersLanguagesInTurnAndEnglishLast) {
   EXPECT_EQ(tables.lookUp("absent"), nullptr);
 }
 
-TEST(StringTableTest, EnglishReadersDoNotGetTheLanguagesBehindIt) {
+TEST(StringTableTest, EnglishIsNotFollowedByOtherLanguages) {
   const TemporaryFolder folder;
   base_test::write(folder / "en/LC_MESSAGES/d.mo", catalogue({{"a", "A"}}, false));
   base_test::write(folder / "de/LC_MESSAGES/d.mo", catalogue({{"b", "B"}}, false));

@@ -75,7 +75,7 @@ TEST(CaptureDeviceTest, NeverListsTheLoopbackDeviceWhateverItsManufacturer) {
   }
 }
 
-TEST(CaptureDeviceTest, ListsAnotherMakersMicrophoneOfABuiltInNameInTheSecondGroup) {
+TEST(CaptureDeviceTest, ListsAnotherMakersMicrophoneNamedBuiltInInTheSecondGroup) {
   MemoryHost memory;
   memory.capture.connect("other", "Built-in Microphone", "Other Maker");
   memory.capture.connect("own", "Built-in Microphone", platform::kBuiltInManufacturer);
@@ -83,7 +83,7 @@ TEST(CaptureDeviceTest, ListsAnotherMakersMicrophoneOfABuiltInNameInTheSecondGro
 }
 
 // The id tells them apart; leaving one out would make it unreachable.
-TEST(CaptureDeviceTest, ListsTwoDevicesOfOneNameBoth) {
+TEST(CaptureDeviceTest, ListsBothOfTwoDevicesWithTheSameName) {
   MemoryHost memory;
   memory.capture.connect("a", "Microphone");
   memory.capture.connect("b", "Microphone");
@@ -104,7 +104,7 @@ TEST(CaptureDeviceTest, ListsNothingWithoutAudioDevices) {
   EXPECT_TRUE(CaptureDevice::enumerateMics(memory.host).empty());
 }
 
-TEST(CaptureDeviceTest, ListsBuiltInCamerasFirstUnderTheirNamesAsTheyStand) {
+TEST(CaptureDeviceTest, ListsBuiltInCamerasFirstWithUnchangedNames) {
   MemoryHost memory;
   addCamera(memory, "u", "USB Camera");
   addCamera(memory, "f", "FaceTime HD Camera");

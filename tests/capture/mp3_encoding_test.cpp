@@ -86,7 +86,7 @@ TEST_F(Mp3EncodingTest, KeepsTheEmptyFileOpenWhenTheLayoutCannotBeRead) {
   EXPECT_EQ(errorCount, 1);
 }
 
-TEST_F(Mp3EncodingTest, FailsWhenTheDeviceWentAwayMeanwhile) {
+TEST_F(Mp3EncodingTest, FailsWhenTheDeviceHasGone) {
   ASSERT_TRUE(recorder->startRecord(mic, 0, kMp3));
   memory.audioHardware.removeObject(kMicId);
   session().reportStarted();
@@ -186,7 +186,7 @@ class EncoderBehindTest : public Mp3EncodingTest {
   [[nodiscard]] const std::vector<std::string>& log() const { return memory.suite.logLines; }
 };
 
-TEST_F(EncoderBehindTest, IsSaidOnceWhenTenSecondsWait) {
+TEST_F(EncoderBehindTest, IsLoggedOnceWhenTenSecondsAreWaiting) {
   stopEncoding();
   deliverSeconds(9.9);
   EXPECT_EQ(recorder->encoderBehind_s(), 0);
@@ -206,7 +206,7 @@ TEST_F(EncoderBehindTest, IsSaidOnceWhenTenSecondsWait) {
   EXPECT_THAT(log(), SizeIs(1));  // nothing was dropped
 }
 
-TEST_F(EncoderBehindTest, IsSaidAgainWhenItHadCaughtUp) {
+TEST_F(EncoderBehindTest, IsLoggedAgainAfterItHasCaughtUp) {
   for (int i = 0; i < 2; ++i) {
     stopEncoding();
     deliverSeconds(11);
@@ -229,7 +229,7 @@ TEST(EncoderBacklogTest, LastsUntilLessThanFiveSecondsWait) {
   EXPECT_TRUE(backlog.add(6000));
 }
 
-TEST_F(EncoderBehindTest, WhatTheStopDropsIsSaid) {
+TEST_F(EncoderBehindTest, TheLogSaysHowMuchTheStopDropped) {
   deliverSeconds(1);
   stopEncoding();
   deliverSeconds(3);
@@ -239,7 +239,7 @@ TEST_F(EncoderBehindTest, WhatTheStopDropsIsSaid) {
                                  "encoder had not come to them."));
 }
 
-TEST_F(EncoderBehindTest, WhatComesAfterTheStopIsDroppedToo) {
+TEST_F(EncoderBehindTest, SamplesAfterTheStopAreDroppedToo) {
   deliverSeconds(1);
   stopEncoding();
   deliverSeconds(1);
@@ -252,7 +252,7 @@ TEST_F(EncoderBehindTest, WhatComesAfterTheStopIsDroppedToo) {
   EXPECT_THAT(log(), ElementsAre(HasSubstr("The last 1.5 seconds")));
 }
 
-TEST_F(EncoderBehindTest, WhatEveryStopDropsIsNotSaid) {
+TEST_F(EncoderBehindTest, WhatEveryStopDropsIsNotLogged) {
   deliverSeconds(1);
   stopEncoding();
   deliverSeconds(0.05);
@@ -358,7 +358,7 @@ TEST_F(Mp3EncodingTest, DropsABufferOfSamplesWithoutBits) {
   EXPECT_THAT(memory.suite.logLines, ElementsAre(HasSubstr("BitsPerChannel: 0")));
 }
 
-TEST_F(Mp3EncodingTest, DropsABufferOfImpossibleSampleCount) {
+TEST_F(Mp3EncodingTest, DropsABufferWithAnImpossibleSampleCount) {
   record(kMp3);
   for (const std::int64_t count : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1} << 40}) {
     memory.suite.logLines.clear();

@@ -44,7 +44,7 @@ TEST_F(RecorderSessionTest, RecordsWithoutCallbacks) {
   EXPECT_FALSE(recorder->isRecording());
 }
 
-TEST_F(RecorderSessionTest, TurnsAFileOutputThatRaisesIntoTheErrorCallback) {
+TEST_F(RecorderSessionTest, ReportsAFileOutputThatThrowsAsAnError) {
   memory.capture.throwOnFileStart = "no such folder";
   record(kM4a);
   EXPECT_THAT(memory.suite.logLines,
@@ -338,7 +338,7 @@ TEST_F(RecorderSessionTest, UnregistersWhenItIsDestroyed) {
   EXPECT_EQ(startedCount, 1);
 }
 
-TEST_F(RecorderSessionTest, SurvivesACallbackThatLetsGoOfIt) {
+TEST_F(RecorderSessionTest, SurvivesACallbackThatReleasesIt) {
   recorder->setOnRecordSuccessStarted([this] { recorder.reset(); });
   record(kMp3);
   EXPECT_EQ(recorder, nullptr);

@@ -221,7 +221,7 @@ TEST_F(RecorderStartTest, ReportsAMutedDeviceOfFullVolume) {
 }
 
 // Without a callback nobody could say why there is no recording.
-TEST_F(RecorderStartTest, RecordsAMutedDeviceWhenNobodyWantsToKnow) {
+TEST_F(RecorderStartTest, RecordsAMutedDeviceWithoutTheMutedCallback) {
   setVolume(0.0F);
   setMute(1);
   EXPECT_TRUE(recorder->startRecord(mic, 0, kMp3));
@@ -292,7 +292,7 @@ TEST_F(RecorderStartTest, AddsNothingWhenTheSessionRefusesTheOutput) {
 }
 
 // The stored codes alone choose the branch at the next start, and the extension.
-TEST_F(RecorderStartTest, DoesNothingWhileRecordingButToStoreTheCodes) {
+TEST_F(RecorderStartTest, OnlyStoresTheCodesWhileRecording) {
   record(kMp3);
   const auto other = memory.capture.connect("other", "Other");
   addInputDevice(memory.audioHardware, 41, "other");

@@ -46,7 +46,7 @@ class RecorderThreadsTest : public testing::Test {
   std::shared_ptr<record_audio::AudioRecorder> recorder;
 };
 
-TEST_F(RecorderThreadsTest, LosesNoSampleWhileTheDiskStands) {
+TEST_F(RecorderThreadsTest, LosesNoSampleWhileTheDiskStalls) {
   start();
   fileManager.holdWrites();
   feed(300).join();
@@ -85,7 +85,7 @@ TEST_F(RecorderThreadsTest, StopsAndStartsAgainUnderFullLoadWithEveryFileReadabl
   EXPECT_EQ(files, 8U);
 }
 
-TEST_F(RecorderThreadsTest, IsDestroyedOnTheMainThreadWhoeverLetsGoLast) {
+TEST_F(RecorderThreadsTest, IsDestroyedOnTheMainThreadWhoeverReleasesItLast) {
   std::thread::id destroyedOn;
   // Only the recorder keeps it, through a callback.
   recorder->setOnMuted([sentinel = std::shared_ptr<void>(

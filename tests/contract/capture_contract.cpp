@@ -172,7 +172,7 @@ TEST_F(CaptureContract, AnOnlyMicrophoneIsTheDefault) {
   }));
 }
 
-TEST_F(CaptureContract, DevicesThatComeAndGoAreTold) {
+TEST_F(CaptureContract, DevicesThatComeAndGoAreAnnounced) {
   // A host may take what comes before it is first asked for one that was always there.
   EXPECT_THAT(capture().devicesWithMediaType(MediaType::kAudio), IsEmpty());
   const int observer = 0;
@@ -242,7 +242,7 @@ TEST_F(CaptureContract, ASessionTakesOneInputAndOneOutput) {
   EXPECT_FALSE(session->isRunning());
 }
 
-TEST_F(CaptureContract, AStartIsToldOnceTheFirstSamplesAreThere) {
+TEST_F(CaptureContract, AStartIsAnnouncedOnceTheFirstSamplesAreThere) {
   const auto session = dataSession(rig->plugInMicrophone("mic"));
   ASSERT_TRUE(start(session));
   EXPECT_EQ(about, session);
@@ -288,7 +288,7 @@ TEST_F(CaptureContract, TheEndOfTheDeliveryComesBehindTheLastSamplesOnce) {
   EXPECT_FALSE(receiver->isBehindEnd());
 }
 
-TEST_F(CaptureContract, ARunningSessionThatIsStartedTellsItAgain) {
+TEST_F(CaptureContract, StartingARunningSessionAnnouncesItAgain) {
   const auto session = dataSession(rig->plugInMicrophone("mic"));
   ASSERT_TRUE(start(session));
   ASSERT_TRUE(start(session));
@@ -387,7 +387,7 @@ class FileOutputContract : public CaptureContract {
   std::shared_ptr<platform::CaptureAudioFileOutput> output;
 };
 
-TEST_F(FileOutputContract, AFileIsBegunAndCompletedAndBothAreToldFromTheLoop) {
+TEST_F(FileOutputContract, AFileIsBegunAndCompletedAndBothAreReportedFromTheLoop) {
   const auto session = fileSession(rig->plugInMicrophone("mic"));
   output->setMetadata({"title", {}});
   ASSERT_TRUE(start(session));

@@ -68,7 +68,7 @@ TEST_F(FilesContract, AMissingFileHasNoHandle) {
   EXPECT_FALSE(files().fileExists(path("missing")));
 }
 
-TEST_F(FilesContract, AHandleWritesFromTheFirstByteUntilItIsSentToTheEnd) {
+TEST_F(FilesContract, AHandleWritesFromTheFirstByteUntilItSeeksToTheEnd) {
   const auto first = open("a");
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(first->seekToEndOfFile(), 0U);
@@ -154,7 +154,7 @@ TEST_F(FilesContract, AFileIsRemovedOnceAndThenMissing) {
   EXPECT_THAT(files().removeItem(path("a")), Not(StrEq("")));
 }
 
-TEST_F(FilesContract, WhatFindsNoRoomIsAnErrorAndWhatWasWrittenBeforeStays) {
+TEST_F(FilesContract, AWriteWithoutRoomIsAnErrorAndWhatWasWrittenBeforeStays) {
   const auto handle = open("a");
   ASSERT_NE(handle, nullptr);
   EXPECT_EQ(handle->writeData(bytesOf("0123456789")), "");

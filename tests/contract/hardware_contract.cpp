@@ -102,7 +102,7 @@ TEST_F(HardwareContract, AnUnknownUidIsNoDeviceAndNoError) {
   EXPECT_EQ(deviceWithUID("no such device"), platform::kAudioObjectUnknown);
 }
 
-TEST_F(HardwareContract, AUidThatIsNoneIsRefused) {
+TEST_F(HardwareContract, AnInvalidUidIsRefused) {
   AudioDeviceID device = 12345;
   std::uint32_t size_bytes = sizeof device;
   EXPECT_EQ(

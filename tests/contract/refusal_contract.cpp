@@ -146,7 +146,7 @@ TEST_F(RefusalContract, PropertiesOfAudioObjectsThatAreNotThere) {
             platform::kAudioHardwareNotRunningError);
 }
 
-TEST_F(RefusalContract, UnitsAndGraphsThatAreNone) {
+TEST_F(RefusalContract, InvalidUnitsAndGraphs) {
   auto& units = host().audioUnits;
   EXPECT_EQ(units.AudioComponentFindNext(nullptr, {platform::fourCharCode("none"), 0, 0, 0, 0}),
             nullptr);
@@ -188,7 +188,7 @@ TEST_F(RefusalContract, RightsThatNobodyHas) {
             noErr);
 }
 
-TEST_F(RefusalContract, TheNullDescriptorIsDisposedOfAsOftenAsOneLikes) {
+TEST_F(RefusalContract, TheNullDescriptorMayBeDisposedOfAnyNumberOfTimes) {
   platform::AEDesc none;
   EXPECT_EQ(host().appleEvents.AEDisposeDesc(&none), noErr);
   EXPECT_EQ(host().appleEvents.AEDisposeDesc(&none), noErr);

@@ -177,7 +177,7 @@ TEST_F(FolderChooserTest, TheUsersChoiceIsAPath) {
   EXPECT_THAT(outcomes_, ElementsAre(Pair(Outcome::kChosen, "/home/x/A % b")));
 }
 
-TEST_F(FolderChooserTest, APortalThatNamesTheRequestItselfIsHeardToo) {
+TEST_F(FolderChooserTest, APortalThatNamesTheRequestItselfIsUnderstoodToo) {
   startPortal();
   portal_->hasOwnPaths = true;
   choose();
@@ -190,7 +190,7 @@ TEST_F(FolderChooserTest, APortalThatNamesTheRequestItselfIsHeardToo) {
   EXPECT_THAT(outcomes_, ElementsAre(Pair(Outcome::kChosen, "/home/x")));
 }
 
-TEST_F(FolderChooserTest, CancelIsNoFailure) {
+TEST_F(FolderChooserTest, CancelIsNotAFailure) {
   openDialog();
   portal_->respond(1);
   ASSERT_TRUE(isAnswered());
@@ -243,7 +243,7 @@ TEST_F(FolderChooserTest, WithoutPortalOrBusThereIsNoDialog) {
               ElementsAre(Pair(Outcome::kUnavailable, ""), Pair(Outcome::kUnavailable, "")));
 }
 
-TEST_F(FolderChooserTest, TheDialogGoesWithTheChooserAndTellsNobody) {
+TEST_F(FolderChooserTest, TheDialogClosesWithTheChooserWithoutAnAnswer) {
   openDialog();
   chooser_.reset();
   EXPECT_TRUE(runUntil([&] { return portal_->closed == 1; }));

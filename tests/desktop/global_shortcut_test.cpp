@@ -126,7 +126,7 @@ TEST_F(GlobalShortcutTest, IsOfferedButNotAskedForBeforeTheUserWantsIt) {
   EXPECT_THAT(portal_->calls, IsEmpty());
 }
 
-TEST_F(GlobalShortcutTest, TheUsersWishMakesASessionAndBindsTheKey) {
+TEST_F(GlobalShortcutTest, TheUsersWishCreatesASessionAndBindsTheKey) {
   startPortal();
   portal_->behaviour.isSlow = true;
   follow();
@@ -146,12 +146,12 @@ TEST_F(GlobalShortcutTest, TheUsersWishMakesASessionAndBindsTheKey) {
   EXPECT_TRUE(wish_.isWanted());
 }
 
-TEST_F(GlobalShortcutTest, SaysWhoItIsBeforeAnythingElse) {
+TEST_F(GlobalShortcutTest, IdentifiesItselfBeforeAnythingElse) {
   startWithKey({.hasRegistry = true});
   EXPECT_EQ(portal_->calls.front(), "Register com.vantrel.korvel.RecordAudio");
 }
 
-TEST_F(GlobalShortcutTest, EachPressOfOurKeyIsOneAndNoOther) {
+TEST_F(GlobalShortcutTest, EachPressOfOurKeyCountsOnceAndOtherKeysDoNot) {
   startWithKey();
   press();
   press();
@@ -166,7 +166,7 @@ TEST_F(GlobalShortcutTest, EachPressOfOurKeyIsOneAndNoOther) {
 }
 
 // A held key repeats, and each repetition would start or stop a recording.
-TEST_F(GlobalShortcutTest, AKeyThatIsHeldDownIsPressedOnce) {
+TEST_F(GlobalShortcutTest, AKeyHeldDownCountsAsOnePress) {
   startWithKey();
   press();
   for (int i = 0; i < 100; ++i) {
@@ -179,7 +179,7 @@ TEST_F(GlobalShortcutTest, AKeyThatIsHeldDownIsPressedOnce) {
   EXPECT_EQ(presses_.size(), 2U);
 }
 
-TEST_F(GlobalShortcutTest, TheUsersNoIsKept) {
+TEST_F(GlobalShortcutTest, TheUsersRefusalIsRemembered) {
   startPortal({.binding = 1});
   follow();
   choose();
@@ -191,7 +191,7 @@ TEST_F(GlobalShortcutTest, TheUsersNoIsKept) {
   ASSERT_TRUE(runUntil([&] { return !portal_->hasSession(); })) << "the session is ended";
 }
 
-TEST_F(GlobalShortcutTest, ARefusalIsToldWithItsReason) {
+TEST_F(GlobalShortcutTest, ARefusalIsReportedWithItsReason) {
   startPortal({.refuses = true});
   follow();
   choose();
@@ -236,7 +236,7 @@ TEST_F(GlobalShortcutTest, AKeyThatTheDesktopKnowsIsNotAskedForAgain) {
   press();
 }
 
-TEST_F(GlobalShortcutTest, ASessionThatComesWithTheKeyNeedsNoMore) {
+TEST_F(GlobalShortcutTest, ASessionThatBringsTheKeyNeedsNothingElse) {
   wish_.want(true);
   startPortal({.bindsAtOnce = true});
   follow();
@@ -246,14 +246,14 @@ TEST_F(GlobalShortcutTest, ASessionThatComesWithTheKeyNeedsNoMore) {
   press();
 }
 
-TEST_F(GlobalShortcutTest, AgreementInFewWordsIsLookedUp) {
+TEST_F(GlobalShortcutTest, AnAnswerWithoutTheTriggerIsLookedUp) {
   startWithKey({.version = 2, .agreesInFewWords = true});
   EXPECT_THAT(portal_->calls, ElementsAre("CreateSession", kBind, "ListShortcuts"));
   EXPECT_EQ(shown_.trigger, "Ctrl+Meta+R");
 }
 
 // Asking again at every start would only annoy the user.
-TEST_F(GlobalShortcutTest, ANoAtALaterRunEndsTheAsking) {
+TEST_F(GlobalShortcutTest, ARefusalAtALaterRunEndsTheAsking) {
   wish_.want(true);
   startPortal({.binding = 1});
   follow();
@@ -272,7 +272,7 @@ TEST_F(GlobalShortcutTest, AnotherKeyIsChosenInTheDesktopsOwnSettings) {
   press();
 }
 
-TEST_F(GlobalShortcutTest, AnotherKeyTakesANewSessionWhereTheDesktopHasNoSettingsForIt) {
+TEST_F(GlobalShortcutTest, AnotherKeyNeedsANewSessionWhereTheDesktopHasNoSettingsForIt) {
   startWithKey();
   portal_->behaviour.trigger = "F9";
   choose();
@@ -319,7 +319,7 @@ TEST_F(GlobalShortcutTest, APortalThatComesBackGivesTheKeyAgain) {
   press();
 }
 
-TEST_F(GlobalShortcutTest, APortalThatLeavesWhileTheUserChoosesHasFailed) {
+TEST_F(GlobalShortcutTest, APortalThatLeavesWhileTheUserChoosesIsAFailure) {
   startPortal();
   portal_->behaviour.isSlow = true;
   follow();
@@ -370,7 +370,7 @@ TEST_F(GlobalShortcutTest, SignalsOfAnotherKindAreIgnored) {
   press();
 }
 
-TEST_F(GlobalShortcutTest, ATriggerOfAnotherTypeIsNone) {
+TEST_F(GlobalShortcutTest, ATriggerOfAnotherTypeIsIgnored) {
   startPortal();
   portal_->behaviour.strangeResults = [](const std::string& asked) {
     if (asked == "CreateSession") {
@@ -385,7 +385,7 @@ TEST_F(GlobalShortcutTest, ATriggerOfAnotherTypeIsNone) {
   EXPECT_EQ(shown_.trigger, "");
 }
 
-TEST_F(GlobalShortcutTest, LeavingEndsTheSessionAndIsTheEnd) {
+TEST_F(GlobalShortcutTest, LeavingEndsTheSessionForGood) {
   startWithKey();
   shortcut_->leave();
   ASSERT_TRUE(runUntil([&] { return !portal_->hasSession(); }));
@@ -396,7 +396,7 @@ TEST_F(GlobalShortcutTest, LeavingEndsTheSessionAndIsTheEnd) {
   EXPECT_TRUE(wish_.isWanted()) << "for the next run";
 }
 
-TEST_F(GlobalShortcutTest, WhoIsGoneIsToldNothing) {
+TEST_F(GlobalShortcutTest, NothingIsReportedAfterDestruction) {
   startPortal();
   portal_->behaviour.isSlow = true;
   choose();
@@ -411,7 +411,7 @@ TEST_F(GlobalShortcutTest, WhoIsGoneIsToldNothing) {
   settle();
 }
 
-TEST(ShortcutPhaseTest, NobodyGoesOnFromNothing) {
+TEST(ShortcutPhaseTest, SkipsNoPhase) {
   EXPECT_TRUE(mayFollow(ShortcutPhase::kUnknown, ShortcutPhase::kLooking));
   EXPECT_FALSE(mayFollow(ShortcutPhase::kUnknown, ShortcutPhase::kBound));
   EXPECT_FALSE(mayFollow(ShortcutPhase::kBound, ShortcutPhase::kBinding));
@@ -424,7 +424,7 @@ class ShortcutWishTest : public ::testing::Test {
   ShortcutWish wish_{path_};
 };
 
-TEST_F(ShortcutWishTest, IsKeptFromRunToRunBesideWhatElseIsThere) {
+TEST_F(ShortcutWishTest, IsKeptFromRunToRunBesideOtherKeys) {
   EXPECT_FALSE(wish_.isWanted());
   wish_.want(false);
   EXPECT_FALSE(std::filesystem::exists(path_)) << "nothing has changed";
@@ -436,7 +436,7 @@ TEST_F(ShortcutWishTest, IsKeptFromRunToRunBesideWhatElseIsThere) {
   EXPECT_FALSE(ShortcutWish(path_).isWanted());
 }
 
-TEST_F(ShortcutWishTest, WhatIsNoWishIsNone) {
+TEST_F(ShortcutWishTest, WhatIsNotAWishCountsAsNone) {
   for (const char* text : {"{", "[]", R"({"GlobalShortcut": 1})", R"({"GlobalShortcut": "yes"})"}) {
     base_test::write(path_, text);
     EXPECT_FALSE(wish_.isWanted()) << text;

@@ -210,7 +210,7 @@ TEST_F(TrayIconTest, PixmapsAreTheIconAtEverySizeForTraysWithoutThemes) {
   EXPECT_THAT(sizes, ElementsAre(16, 22, 24, 32, 48));
 }
 
-TEST_F(TrayIconTest, ToolTipTellsTheRunningTime) {
+TEST_F(TrayIconTest, ToolTipShowsTheRunningTime) {
   showAndWait();
   EXPECT_EQ(item("ToolTip"), "('', [], '[Record Audio]', '')");
   record("00:07");
@@ -226,7 +226,7 @@ TEST_F(TrayIconTest, ToolTipHasOneMoreLineForARemark) {
   EXPECT_EQ(item("ToolTip"), "('', [], '[Record Audio]', '00:07')");
 }
 
-TEST_F(TrayIconTest, TellsTheTrayOfChangesAndOfNothingElse) {
+TEST_F(TrayIconTest, SignalsChangesToTheTrayAndNothingElse) {
   showAndWait();
   Ear ear(client_.get());
   settle();
@@ -240,7 +240,7 @@ TEST_F(TrayIconTest, TellsTheTrayOfChangesAndOfNothingElse) {
               ElementsAre("NewIcon()", "NewToolTip()", "XAyatanaNewLabel('00:01', '00:00')"));
 }
 
-TEST_F(TrayIconTest, ServesWhatSomeTraysAskForBesides) {
+TEST_F(TrayIconTest, ServesWhatOnlySomeTraysAskFor) {
   showAndWait();
   EXPECT_EQ(item("IconAccessibleDesc"), "'[Record Audio]'");
   EXPECT_EQ(item("AttentionAccessibleDesc"), "'[Record Audio]'");
@@ -277,7 +277,7 @@ class Asked {
 };
 
 // GNOME's tray drops properties that it gets before the bus has named the owner.
-TEST_F(TrayIconTest, AllPropertiesAtOnceComeWhenTheBusHasHadTimeToSayWhoHasTheName) {
+TEST_F(TrayIconTest, GetAllIsAnsweredOnceTheBusHasHadTimeToAnnounceTheName) {
   showAndWait();
   Asked asked(client_.get());
   EXPECT_EQ(item("Id"), "'record-audio'");
@@ -293,7 +293,7 @@ TEST_F(TrayIconTest, AllPropertiesAtOnceComeWhenTheBusHasHadTimeToSayWhoHasTheNa
   EXPECT_STREQ(label, "00:07");
 }
 
-TEST_F(TrayIconTest, WhoWaitsForAllPropertiesIsAnsweredWhenTheProgramEnds) {
+TEST_F(TrayIconTest, APendingGetAllIsAnsweredWhenTheProgramEnds) {
   showAndWait();
   Asked asked(client_.get());
   EXPECT_EQ(item("Id"), "'record-audio'");
@@ -303,7 +303,7 @@ TEST_F(TrayIconTest, WhoWaitsForAllPropertiesIsAnsweredWhenTheProgramEnds) {
   EXPECT_NE(asked.answer, nullptr);
 }
 
-TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotTold) {
+TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotSignalled) {
   showAndWait();
   record("00:01");
   settle();
@@ -318,7 +318,7 @@ TEST_F(TrayIconTest, ChangesThatCancelEachOtherAreNotTold) {
 
 // A tray asks for changes a moment after it was told of them, and logs an error when nobody
 // answers.
-TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
+TEST_F(TrayIconTest, LeavesWithoutASignalAndStillAnswersCallsOnTheirWay) {
   showAndWait();
   record("00:01");
   setIcon("ActiveIcon.icns");
@@ -343,7 +343,7 @@ TEST_F(TrayIconTest, LeavesWithoutAWordAndStillAnswersWhatIsOnItsWay) {
   }));
 }
 
-TEST_F(TrayIconTest, GoesOnlyWhenTheTrayHasHadTimeForTheLastChange) {
+TEST_F(TrayIconTest, LeavesOnlyAfterTheTrayHasHadTimeForTheLastChange) {
   showAndWait();
   record("00:01");
   settle();
@@ -354,7 +354,7 @@ TEST_F(TrayIconTest, GoesOnlyWhenTheTrayHasHadTimeForTheLastChange) {
   EXPECT_TRUE(runUntil([&] { return !hasOwner(itemName()); }));
 }
 
-TEST_F(TrayIconTest, ShownAgainWhileItLeavesItStays) {
+TEST_F(TrayIconTest, StaysIfShownAgainWhileLeaving) {
   showAndWait();
   hide();
   show();
@@ -413,7 +413,7 @@ TEST_F(TrayIconTest, RunningTimeChangesOneLineAndNotTheMenu) {
               HasSubstr("ItemsPropertiesUpdated([(1, {'label': <'00:02'>"));
 }
 
-TEST_F(TrayIconTest, AnswersAllThatTraysAskOfAMenu) {
+TEST_F(TrayIconTest, AnswersEverythingThatTraysAskOfAMenu) {
   showAndWait();
   record("00:01");
   EXPECT_THAT(layout(), HasSubstr("'children-display': <'submenu'>"));
@@ -435,7 +435,7 @@ TEST_F(TrayIconTest, AnswersAllThatTraysAskOfAMenu) {
   EXPECT_EQ(property(client_.get(), itemName(), kMenuPath, kMenu, "Status"), "'normal'");
 }
 
-TEST_F(TrayIconTest, EachChoiceIsTheRequestOfItsName) {
+TEST_F(TrayIconTest, EachChoiceSendsTheRequestOfItsName) {
   showAndWait();
   record("00:01");
   for (const char* label : {"[Stop]", "[Cancel]", "[Stop and Open Preferences…]", "[Quit]"}) {
@@ -453,7 +453,7 @@ TEST_F(TrayIconTest, HoveringAndTheTimeLineChooseNothing) {
   EXPECT_THAT(requests_.received, IsEmpty());
 }
 
-TEST_F(TrayIconTest, AChoiceMayTakeTheIconAway) {
+TEST_F(TrayIconTest, AMenuChoiceMayRemoveTheIcon) {
   showAndWait();
   record("00:01");
   requests_.onAction = [this](const std::string&) { hide(); };
@@ -468,7 +468,7 @@ TEST_F(TrayIconTest, AChoiceMayTakeTheIconAway) {
   EXPECT_TRUE(runUntil([&] { return !hasOwner(itemName()); }));
 }
 
-TEST_F(TrayIconTest, AClickIsAClickOnTheDockIconAndOtherButtonsAreNot) {
+TEST_F(TrayIconTest, AClickCountsAsADockClickAndOtherButtonsDoNot) {
   showAndWait();
   const auto click = [&](const char* method) {
     return call(client_.get(), itemName(), kItemPath, kItem, method, g_variant_new("(ii)", 3, 4));
@@ -480,7 +480,7 @@ TEST_F(TrayIconTest, AClickIsAClickOnTheDockIconAndOtherButtonsAreNot) {
   EXPECT_THAT(requests_.received, ElementsAre("activate"));
 }
 
-TEST_F(TrayIconTest, TheLeaveToBringAWindowForwardComesAheadOfTheClick) {
+TEST_F(TrayIconTest, TheActivationTokenArrivesBeforeTheClick) {
   showAndWait();
   call(client_.get(), itemName(), kItemPath, kItem, "ProvideXdgActivationToken",
        g_variant_new("(s)", "leave"));

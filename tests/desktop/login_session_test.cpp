@@ -152,7 +152,7 @@ TEST_F(LoginSessionTest, AShutdownWaitsUntilTheRecordingIsSaved) {
   EXPECT_TRUE(waitForLocks({}));
 }
 
-TEST_F(LoginSessionTest, AShutdownWithoutRecordingOrCalledOffChangesNothing) {
+TEST_F(LoginSessionTest, AShutdownWithoutARecordingOrCalledOffChangesNothing) {
   startService();
   session_->toolDataDidChange(kRecording);
   ASSERT_TRUE(waitForLocks(both_));
@@ -215,7 +215,7 @@ TEST_F(LoginSessionTest, TheEndOfTheUsersOwnSessionEndsARecordingAndNoOtherDoes)
 }
 
 // Every user of the machine can send signals over the system bus.
-TEST_F(LoginSessionTest, AnAnnouncementThatIsNotTheServicesIsIgnored) {
+TEST_F(LoginSessionTest, AnAnnouncementFromAnotherServiceIsIgnored) {
   startService();
   session_->toolDataDidChange(kRecording);
   ASSERT_TRUE(waitForLocks(both_));
@@ -276,7 +276,7 @@ class OddLogin {
   guint name_ = 0;
 };
 
-TEST_F(LoginSessionTest, AnAnswerWithoutTheLockItNamesIsNone) {
+TEST_F(LoginSessionTest, AnAnswerThatLacksItsLockIsIgnored) {
   const GlibFaults faults;
   for (const gint32 index : {1, -1, G_MININT32}) {
     OddLogin service(client_.get(), index);
@@ -290,7 +290,7 @@ TEST_F(LoginSessionTest, AnAnswerWithoutTheLockItNamesIsNone) {
   EXPECT_EQ(faults.count(), 0);
 }
 
-TEST_F(LoginSessionTest, AMachineWithoutTheServiceJustGoesWithout) {
+TEST_F(LoginSessionTest, AMachineWithoutTheServiceWorks) {
   session_->toolDataDidChange(kRecording);
   session_->toolDataDidChange(kResting);
   // The service starts: the next recording gets its locks.
@@ -299,7 +299,7 @@ TEST_F(LoginSessionTest, AMachineWithoutTheServiceJustGoesWithout) {
   EXPECT_TRUE(waitForLocks(both_));
 }
 
-TEST_F(LoginSessionTest, AMachineWithoutSystemBusJustGoesWithout) {
+TEST_F(LoginSessionTest, AMachineWithoutASystemBusWorks) {
   const Environment nowhere{{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"}};
   session_->toolDataDidChange(kRecording);
   EXPECT_TRUE(runUntil([pings = 0]() mutable { return ++pings > 20; }));

@@ -47,7 +47,7 @@ class RecordingWatchTest : public ::testing::Test {
                         [this](bool begins) { recordings_.push_back(begins); }};
 };
 
-TEST_F(RecordingWatchTest, LooksOnceASecondWhileRecordingAndNeverElse) {
+TEST_F(RecordingWatchTest, ChecksOnceASecondWhileRecordingAndNeverOtherwise) {
   loop_.advance(5);
   EXPECT_EQ(looks_, 0);
   watch_.toolDataDidChange(kRecording);
@@ -69,7 +69,7 @@ TEST_F(RecordingWatchTest, ARecordingBeginsWithItsAcceptedStartAlsoTheSecondTime
   EXPECT_THAT(recordings_, ElementsAre(true, false));
 }
 
-TEST_F(RecordingWatchTest, SilenceIsToldOnceAndClearedWhenSoundComes) {
+TEST_F(RecordingWatchTest, SilenceIsReportedOnceAndClearedWhenSoundComes) {
   watch_.toolDataDidChange(kRecording);
   sourceIsSilent_ = true;
   loop_.advance(10);
@@ -92,7 +92,7 @@ TEST_F(RecordingWatchTest, TheEndOfTheRecordingClearsIt) {
   EXPECT_THAT(changes_, ElementsAre(true, false, true));
 }
 
-TEST_F(RecordingWatchTest, TheBeginningAndTheEndOfARecordingAreToldOnce) {
+TEST_F(RecordingWatchTest, TheStartAndTheEndOfARecordingAreReportedOnce) {
   watch_.toolDataDidChange(kResting);
   EXPECT_THAT(recordings_, IsEmpty());
   watch_.toolDataDidChange(kRecording);
@@ -101,7 +101,7 @@ TEST_F(RecordingWatchTest, TheBeginningAndTheEndOfARecordingAreToldOnce) {
   EXPECT_THAT(recordings_, ElementsAre(true, false));
 }
 
-TEST_F(RecordingWatchTest, EachFindingIsToldOfByItself) {
+TEST_F(RecordingWatchTest, EachFindingIsReportedSeparately) {
   watch_.toolDataDidChange(kRecording);
   isDiskFull_ = true;
   loop_.advance(1);
@@ -114,7 +114,7 @@ TEST_F(RecordingWatchTest, EachFindingIsToldOfByItself) {
   EXPECT_THAT(watch_.trueKeys(), IsEmpty());
 }
 
-TEST_F(RecordingWatchTest, NothingIsLookedForOnceAFindingHasEndedTheRecording) {
+TEST_F(RecordingWatchTest, NothingMoreIsCheckedOnceAFindingHasEndedTheRecording) {
   int looks = 0;
   RecordingWatch* ending = nullptr;
   RecordingWatch watch(loop_,
@@ -151,7 +151,7 @@ TEST_F(RecordingWatchTest, StatusSaysSilentWhileItIs) {
   EXPECT_EQ(control.status().count("silent"), 0U);
 }
 
-TEST_F(RecordingWatchTest, StatusTellsHowMuchSoundWasLostOnceSomeWas) {
+TEST_F(RecordingWatchTest, StatusSaysHowMuchSoundWasLostOnceSomeWas) {
   std::uint64_t lost_frames = 0;
   FindingsInStatus control(std::make_shared<FakeControl>(), watch_, [&] { return lost_frames; });
   EXPECT_EQ(control.status().count("lostFrames"), 0U);

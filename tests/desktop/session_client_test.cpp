@@ -79,7 +79,7 @@ TEST_F(SessionClientTest, TheManagerKnowsTheProgramOnceItRecordsAndNotBefore) {
   EXPECT_EQ(nobodies_, 0);
 }
 
-TEST_F(SessionClientTest, TheManagerIsToldAtOnceThatTheUserMayLogOut) {
+TEST_F(SessionClientTest, TheManagerHearsAtOnceThatTheUserMayLogOut) {
   startRecording();
   manager_->tell("QueryEndSession");
   EXPECT_TRUE(runUntil([&] { return !manager_->answers.empty(); }));
@@ -114,7 +114,7 @@ TEST_F(SessionClientTest, ALogOutThatIsCalledOffChangesNothing) {
   EXPECT_EQ(saves_ + quits_, 0);
 }
 
-TEST_F(SessionClientTest, WhatIsToldWithOtherArgumentsIsIgnored) {
+TEST_F(SessionClientTest, SignalsWithOtherArgumentsAreIgnored) {
   startRecording();
   manager_->tell("QueryEndSession", nullptr);
   manager_->tell("EndSession", g_variant_new("(s)", "now"));
@@ -126,7 +126,7 @@ TEST_F(SessionClientTest, WhatIsToldWithOtherArgumentsIsIgnored) {
   EXPECT_TRUE(runUntil([&] { return !manager_->answers.empty(); }));
 }
 
-TEST_F(SessionClientTest, AProgramThatIsRefusedGoesWithoutUntilItsNextRecording) {
+TEST_F(SessionClientTest, AProgramThatIsRefusedTriesAgainAtItsNextRecording) {
   startManager();
   manager_->refuseClients();
   tool_->toolDataDidChange(kRecordingOn);
@@ -140,7 +140,7 @@ TEST_F(SessionClientTest, AProgramThatIsRefusedGoesWithoutUntilItsNextRecording)
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 2; }));
 }
 
-TEST_F(SessionClientTest, AnAnswerMayComeWhenTheProgramIsGone) {
+TEST_F(SessionClientTest, AnAnswerMayComeAfterTheProgramHasEnded) {
   startManager();
   tool_->toolDataDidChange(kRecordingOn);
   tool_.reset();
@@ -148,7 +148,7 @@ TEST_F(SessionClientTest, AnAnswerMayComeWhenTheProgramIsGone) {
   EXPECT_EQ(nobodies_, 0);
 }
 
-TEST_F(SessionClientTest, GoesWithoutAManagerAndSaysSoOncePerRecording) {
+TEST_F(SessionClientTest, WorksWithoutAManagerAndSaysSoOncePerRecording) {
   tool_->toolDataDidChange(kRecordingOn);
   EXPECT_TRUE(runUntil([&] { return nobodies_ == 1; }));
   tool_->toolDataDidChange({1, "", "", "00:02"});
@@ -156,7 +156,7 @@ TEST_F(SessionClientTest, GoesWithoutAManagerAndSaysSoOncePerRecording) {
   EXPECT_EQ(nobodies_, 1);
 }
 
-TEST_F(SessionClientTest, GoesWithoutABus) {
+TEST_F(SessionClientTest, WorksWithoutABus) {
   int nobodies = 0;
   SessionClient client(nullptr, "", {}, [&] { ++nobodies; });
   client.toolDataDidChange(kRecordingOn);

@@ -70,7 +70,7 @@ TEST_P(SessionNamesTest, ASessionWithoutAManagerIsNotOver) {
   EXPECT_TRUE(runUntil([&] { return over_ == 1; })) << "a session that began meanwhile";
 }
 
-TEST_P(SessionNamesTest, ALogoutAfterTheRecordingIsNobodysConcern) {
+TEST_P(SessionNamesTest, ALogoutAfterTheRecordingIsIgnored) {
   logIn();
   names_->toolDataDidChange(kRunning);
   settle();

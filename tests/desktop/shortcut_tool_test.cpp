@@ -62,14 +62,14 @@ TEST_F(ShortcutToolTest, TheKeyStopsTheRecordingAndStartsTheNext) {
   EXPECT_THAT(portal_->description, ::testing::Not(IsEmpty()));
 }
 
-TEST_F(ShortcutToolTest, WhoWantsNoKeyIsNotAskedForOne) {
+TEST_F(ShortcutToolTest, NobodyIsAskedForAKeyTheyDoNotWant) {
   auto tool = start();
   ASSERT_TRUE(comesToState("recording"));
   EXPECT_TRUE(endsAtOnce(*tool));
   EXPECT_THAT(portal_->calls, IsEmpty());
 }
 
-TEST_F(ShortcutToolTest, APortalThatAnswersNothingHoldsNothingUp) {
+TEST_F(ShortcutToolTest, APortalThatNeverAnswersDelaysNothing) {
   wantKey();
   portal_->behaviour.isSlow = true;
   auto tool = start();

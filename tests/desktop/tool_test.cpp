@@ -140,7 +140,7 @@ class DesktopToolTest : public e2e::ToolFixture {
   ConnectionPtr client_;
 };
 
-TEST_F(DesktopToolTest, ASilentSourceIsToldOfUntilSoundComes) {
+TEST_F(DesktopToolTest, ASilentSourceIsShownUntilSoundComes) {
   control = std::make_unique<PipeWireControl>();
   control->createMicrophone("microphone");
   control->setDefaultSource("microphone");
@@ -162,7 +162,7 @@ TEST_F(DesktopToolTest, ASilentSourceIsToldOfUntilSoundComes) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-TEST_F(DesktopToolTest, ADiskWithLittleRoomHasALineOfItsOwn) {
+TEST_F(DesktopToolTest, ADiskWithLittleSpaceHasItsOwnLine) {
   const e2e::SmallDisk disk(temporaryFolder());
   if (!disk.isMounted()) GTEST_SKIP() << "this user may not mount a disk in memory";
   control = std::make_unique<PipeWireControl>();
@@ -182,7 +182,7 @@ TEST_F(DesktopToolTest, ADiskWithLittleRoomHasALineOfItsOwn) {
 
 #ifdef HALTED_LAME
 // The recorder waits for the encoder rather than drop samples, which would leave a gap.
-TEST_F(DesktopToolTest, AnEncoderThatIsFarBehindIsToldOfUntilItHasCaughtUp) {
+TEST_F(DesktopToolTest, AnEncoderFarBehindIsShownUntilItHasCaughtUp) {
   const std::string halt = server.directory() + "/halt-lame";
   setEnvironment("LD_PRELOAD", HALTED_LAME);
   setEnvironment("RA_HALT_LAME", halt);
@@ -215,7 +215,7 @@ TEST_F(DesktopToolTest, AnEncoderThatIsFarBehindIsToldOfUntilItHasCaughtUp) {
 }
 #endif
 
-TEST_F(DesktopToolTest, ASourceThatSoundsIsNotSaidToBeSilent) {
+TEST_F(DesktopToolTest, ASourceWithSoundIsNotShownAsSilent) {
   plugInMicrophone();
   auto tool = startRecording();
   ASSERT_TRUE(waitUntil([&] { return status().value("elapsedSeconds", 0) >= 5; }, e2e::kStepLimit));

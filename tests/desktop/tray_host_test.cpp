@@ -79,7 +79,7 @@ TEST_F(TrayHostTest, HidingRemovesTheIconAndShowingPutsItBack) {
   EXPECT_TRUE(runUntil([&] { return isIconDrawn(); }));
 }
 
-TEST_F(TrayHostTest, TheIconComesToATrayThatComesLaterAndBackAfterItsCrash) {
+TEST_F(TrayHostTest, TheIconAppearsInALaterTrayAndAgainAfterACrash) {
   show();
   ASSERT_TRUE(runUntil([&] { return !trays_.empty(); }));
   EXPECT_FALSE(trays_.back());

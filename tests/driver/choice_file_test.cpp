@@ -31,14 +31,14 @@ class ChoiceFileTest : public testing::Test {
 
 const DefaultChoice kSpeaker = MetadataValue{"Spa:String:JSON", R"({ "name": "speaker" })"};
 
-TEST_F(ChoiceFileTest, GivesBackWhatWasStored) {
+TEST_F(ChoiceFileTest, ReturnsWhatWasStored) {
   ChoiceFile(path).store(kSpeaker);
   EXPECT_EQ(ChoiceFile(path).load(), kSpeaker);
   ChoiceFile(path).store({});
   EXPECT_EQ(ChoiceFile(path).load(), std::nullopt);
 }
 
-TEST_F(ChoiceFileTest, LeavesNoTemporaryFileAndKeepsOthersOut) {
+TEST_F(ChoiceFileTest, LeavesNoTemporaryFileAndIsReadableByTheUserOnly) {
   ChoiceFile(path).store(kSpeaker);
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
@@ -54,19 +54,19 @@ TEST_F(ChoiceFileTest, ADamagedFileCountsAsAbsent) {
   }
 }
 
-TEST_F(ChoiceFileTest, NeverGivesTheLoopbackItself) {
+TEST_F(ChoiceFileTest, NeverReturnsTheLoopbackItself) {
   write("configured\nSpa:String:JSON\n{\"name\":\"com.vantrel.loopbackdevice\"}\n");
   EXPECT_EQ(ChoiceFile(path).load(), std::nullopt);
 }
 
-TEST_F(ChoiceFileTest, AnUnwritablePlaceIsReportedAndSurvived) {
+TEST_F(ChoiceFileTest, AnUnwritablePlaceIsReportedAndDoesNoHarm) {
   std::ofstream(directory + "/some") << "a file where a folder is needed";
   testing::internal::CaptureStderr();
   ChoiceFile(path).store(kSpeaker);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot write " + path), std::string::npos);
 }
 
-TEST_F(ChoiceFileTest, LiesInTheStateFolderElseInTheHomeElseInTheRuntimeFolder) {
+TEST_F(ChoiceFileTest, IsInTheStateFolderOrTheHomeFolderOrTheRuntimeFolder) {
   const std::string name = "/com.vantrel.loopbackdevice/configured-default";
   setenv("XDG_RUNTIME_DIR", "/run/x", 1);
   setenv("HOME", "/home/x", 1);

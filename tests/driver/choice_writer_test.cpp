@@ -67,7 +67,7 @@ TEST_F(ChoiceWriterTest, LoadsAndWrites) {
   EXPECT_EQ(disk->written, std::vector<DefaultChoice>{choiceOf("a")});
 }
 
-TEST_F(ChoiceWriterTest, ADiskThatHangsDelaysNobodyAndTheLatestChoiceIsWritten) {
+TEST_F(ChoiceWriterTest, AHangingDiskDelaysNobodyAndTheLatestChoiceIsWritten) {
   disk->hangs = true;
   writer->store(choiceOf("a"));
   disk->awaitBegun(1);
@@ -80,7 +80,7 @@ TEST_F(ChoiceWriterTest, ADiskThatHangsDelaysNobodyAndTheLatestChoiceIsWritten) 
   EXPECT_EQ(disk->written, (std::vector<DefaultChoice>{choiceOf("a"), choiceOf("c")}));
 }
 
-TEST_F(ChoiceWriterTest, AWriteThatHangsForEverIsLeftBehind) {
+TEST_F(ChoiceWriterTest, AWriteThatHangsForeverIsLeftBehind) {
   disk->hangs = true;
   writer->store(choiceOf("a"));
   disk->awaitBegun(1);

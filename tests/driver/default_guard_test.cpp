@@ -101,7 +101,7 @@ TEST_F(DefaultGuardTest, KeepsWhatTheUserChoosesDuringTheRecording) {
   EXPECT_EQ(memory.choice, choiceOf("headphones"));
 }
 
-TEST_F(DefaultGuardTest, KeepsThatTheUserClearsTheChoiceDuringTheRecording) {
+TEST_F(DefaultGuardTest, KeepsTheChoiceClearedIfTheUserClearsItDuringTheRecording) {
   start(choiceOf("speaker"), "speaker");
   recordingStarts();
   guard.configuredChanged({});
@@ -123,7 +123,7 @@ TEST_F(DefaultGuardTest, ClearsALeftoverWhenNothingIsRemembered) {
   EXPECT_EQ(keys.configured, std::vector<DefaultChoice>{std::nullopt});
 }
 
-TEST_F(DefaultGuardTest, AnEmptySessionManagerDoesNotMakeItForget) {
+TEST_F(DefaultGuardTest, AnEmptySessionManagerDoesNotEraseTheChoice) {
   memory.choice = choiceOf("speaker");
   DefaultGuard fresh(keys, memory);
   fresh.serve();

@@ -13,7 +13,7 @@ using loopback::mayFollow;
 constexpr std::array kAll = {DevicePhase::kStarting, DevicePhase::kHidden, DevicePhase::kShowing,
                              DevicePhase::kShown, DevicePhase::kLeaving};
 
-TEST(DevicePhase, EveryOneLeadsBackToTheHiddenDevice) {
+TEST(DevicePhase, EveryPhaseLeadsBackToTheHiddenDevice) {
   for (const DevicePhase from : kAll) {
     std::set<DevicePhase> reached = {from};
     for (std::size_t i = 0; i < kAll.size(); ++i) {
@@ -32,7 +32,7 @@ TEST(DevicePhase, TheDeviceIsNeverTakenAwayWithoutPuttingTheDefaultsBack) {
   }
 }
 
-TEST(DevicePhase, ADeviceThatLeavesIsNotShownBeforeItHasBeenMadeToStay) {
+TEST(DevicePhase, ADeviceThatLeavesIsShownOnlyOnceItHasBeenKept) {
   EXPECT_FALSE(mayFollow(DevicePhase::kLeaving, DevicePhase::kShown));
   EXPECT_TRUE(mayFollow(DevicePhase::kLeaving, DevicePhase::kShowing));
 }

@@ -84,7 +84,7 @@ TEST_F(DriverTest, DoesNotBecomeTheDefaultByItselfAfterEarlierRecordings) {
   EXPECT_EQ(control().metadata(loopback::kConfiguredDefaultSinkKey), std::nullopt);
 }
 
-TEST_F(DriverTest, WhatPlaysMovesToTheLoopbackAndBack) {
+TEST_F(DriverTest, PlayingStreamsMoveToTheLoopbackAndBack) {
   control().setDefaultSink(kSpeaker);
   const auto player = playSomething();
   ASSERT_TRUE(waitUntilHeardOn(kSpeaker));
@@ -139,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(EndedBy, SessionManagerRestartTest, testing::Values(SIG
                            return std::string(sigabbrev_np(signal.param));
                          });
 
-TEST_P(SessionManagerRestartTest, InARecordingDoesNotCostTheChoice) {
+TEST_P(SessionManagerRestartTest, DuringARecordingKeepsTheUsersChoice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
   makeLoopbackTheDefault();
@@ -162,7 +162,7 @@ TEST_P(SessionManagerRestartTest, InARecordingDoesNotCostTheChoice) {
 }
 
 // The daemon reports no change while it sends all keys to another client.
-TEST_F(DriverTest, RespectsAChoiceThatItDidNotHearOf) {
+TEST_F(DriverTest, RespectsAChoiceMadeUnnoticed) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
   makeLoopbackTheDefault();
@@ -174,7 +174,7 @@ TEST_F(DriverTest, RespectsAChoiceThatItDidNotHearOf) {
   EXPECT_EQ(configuredDefault(), kHeadphones);
 }
 
-TEST_F(DriverTest, LeavesTheLoopbackToThoseWhoChoseItUnheard) {
+TEST_F(DriverTest, LeavesTheLoopbackToAUserWhoChoseItUnnoticed) {
   control().setDefaultSink(kSpeaker);
   const auto player = playSomething();
   const auto asker = startAsker();
@@ -191,7 +191,7 @@ TEST_F(DriverTest, LeavesTheLoopbackToThoseWhoChoseItUnheard) {
 }
 
 // Nor does the daemon listen to a client that waits for the keys.
-TEST_F(DriverTest, ASessionManagerThatHangsDoesNotKeepTheDevice) {
+TEST_F(DriverTest, AHangingSessionManagerDoesNotKeepTheDevice) {
   control().setDefaultSink(kSpeaker);
   const auto asker = startAsker();
   makeLoopbackTheDefault();

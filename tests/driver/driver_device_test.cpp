@@ -67,7 +67,7 @@ TEST_F(DriverTest, StaysShownWhileOneOfTwoAsks) {
   EXPECT_TRUE(waitUntil([this] { return deviceIsHidden(); }));
 }
 
-TEST_F(DriverTest, ARemovedDeviceStaysAwayUntilItIsAskedForAnew) {
+TEST_F(DriverTest, ARemovedDeviceStaysAwayUntilItIsRequestedAgain) {
   const auto asker = startAsker();
   makeLoopbackTheDefault();
   outputOf("pw-cli destroy " + std::to_string(control().nodeId(loopback::kLoopbackDeviceUID)));

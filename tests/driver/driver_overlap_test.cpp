@@ -73,7 +73,7 @@ TEST_F(DriverTest, WhateverThePauseADeviceThatWasGrantedStays) {
   EXPECT_TRUE(waitUntilHeardOn(kSpeaker));
 }
 
-TEST_F(DriverTest, AfterACrashTheNextRequestCountsThoughTheOldOneWasNotTakenBack) {
+TEST_F(DriverTest, AfterACrashTheNextRequestCountsAlthoughTheOldOneStillStands) {
   const auto asker = startAsker();
   const pid_t killed = driverPid().value();
   ASSERT_EQ(kill(killed, SIGKILL), 0);
@@ -114,7 +114,7 @@ TEST_F(DriverlessTest, OneThatStartsWhileAnotherLeavesServes) {
 
 // Any client may carry the driver's key: here this test's own client, which is older than the
 // driver.
-TEST_F(DriverlessTest, AClientThatSaysItIsADriverEndsNone) {
+TEST_F(DriverlessTest, AClientThatClaimsToBeADriverEndsNone) {
   const std::string own = std::to_string(getpid());
   control().setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
   const auto driver = startDriver();

@@ -30,7 +30,7 @@ using test_support::waitUntil;
 // In the state folder.
 constexpr char kChoiceFile[] = "/com.vantrel.loopbackdevice/configured-default";
 
-TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsSucceeded) {
+TEST_F(DriverTest, AKilledDriverGivesTheSoundBackAndIsReplaced) {
   control().setDefaultSink(kSpeaker);
   const auto player = playSomething();
   const auto asker = startAsker();
@@ -94,7 +94,7 @@ TEST_F(DriverTest, ASecondOneLeavesTheFirstAlone) {
   EXPECT_EQ(driverPid(), first);
 }
 
-TEST_F(DriverlessTest, OfTwoThatStartInTheSameMomentOneStays) {
+TEST_F(DriverlessTest, OfTwoThatStartAtTheSameTimeOneStays) {
   for (int round = 0; round < 5; ++round) {
     const auto first = startDriver();
     const auto second = startDriver();
@@ -150,7 +150,7 @@ TEST_F(DriverlessTest, AChoiceFileThatCannotBeReadOrWrittenDelaysNothing) {
   driver->terminate();
 }
 
-TEST_F(DriverlessTest, CleansAStaleChoiceThatNobodyRemembersAnAlternativeTo) {
+TEST_F(DriverlessTest, CleansAStaleChoiceWithoutARememberedAlternative) {
   control().setMetadata(loopback::kConfiguredDefaultSinkKey,
                         R"({"name":"com.vantrel.loopbackdevice"})");
   const auto driver = startDriver();

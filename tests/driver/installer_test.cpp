@@ -116,7 +116,7 @@ TEST_F(InstallerTest, CopiesTheDriverAndItsStartUpFile) {
   expectInstalled("1.0.3");
 }
 
-TEST_F(InstallerTest, SetsTheModesWhateverTheOriginalsHad) {
+TEST_F(InstallerTest, SetsTheModesWhateverTheOriginalsHave) {
   chmod((root + kSuite + '/' + loopback::kBundleProgram).c_str(), 0400);
   chmod((root + kSuite + '/' + loopback::kBundleInformation).c_str(), 0700);
   umask(077);
@@ -145,7 +145,7 @@ TEST_F(InstallerTest, ASecondRunFindsNothingToDo) {
   expectInstalled("1.0.3");
 }
 
-TEST_F(InstallerTest, MendsWhateverDiffers) {
+TEST_F(InstallerTest, RepairsWhateverDiffers) {
   const std::function<void()> damages[] = {
       [&] { std::ofstream(dropIn()) << "something else"; },
       [&] { fs::remove(dropIn()); },
@@ -187,7 +187,7 @@ TEST_F(InstallerTest, RemovesWhatItInstalledAndNothingElse) {
   EXPECT_EQ(installer().uninstall(), Installer::Result::kNothingToDo);
 }
 
-TEST_F(InstallerTest, LeavesAPlugInFolderThatOthersUse) {
+TEST_F(InstallerTest, KeepsAPlugInFolderThatOthersUse) {
   installer().install();
   write(std::string(kPlugIns) + "/Other.driver/file", "x");
   installer().uninstall();
@@ -212,7 +212,7 @@ TEST_F(InstallerTest, RefusesSymbolicLinksInTheSource) {
   expectRefused(program + " is a symbolic link");
 }
 
-TEST_F(InstallerTest, RefusesWhatOthersMayWrite) {
+TEST_F(InstallerTest, RefusesFilesThatOthersMayWrite) {
   const std::string bundlePath = kSuite;
   for (const std::string& path :
        {std::string("/"), std::string("/opt"), std::string("/opt/suite/Contents"), bundlePath,
@@ -229,7 +229,7 @@ TEST_F(InstallerTest, RefusesWhatOthersMayWrite) {
   }
 }
 
-TEST_F(InstallerTest, RefusesWhatBelongsToSomebodyElse) {
+TEST_F(InstallerTest, RefusesFilesOfSomebodyElse) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
   for (const std::string path : {"/opt/suite", "/opt/suite/Contents/PlugIns"}) {
     ASSERT_EQ(chown((root + path).c_str(), 1000, 0), 0);
@@ -238,7 +238,7 @@ TEST_F(InstallerTest, RefusesWhatBelongsToSomebodyElse) {
   }
 }
 
-TEST_F(InstallerTest, RefusesWhatIsNotAFileAndDoesNotWaitForIt) {
+TEST_F(InstallerTest, RefusesWhatIsNotARegularFileWithoutWaitingForIt) {
   const std::string program = std::string(kSuite) + '/' + loopback::kBundleProgram;
   fs::remove(root + program);
   ASSERT_EQ(mkfifo((root + program).c_str(), 0600), 0);
@@ -282,7 +282,7 @@ TEST_F(InstallerTest, TwoAtOnceDoNotMix) {
 }
 
 // Another user can lock anything that they can open.
-TEST_F(InstallerTest, WhatOthersCanLockHoldsNothingUp) {
+TEST_F(InstallerTest, LocksHeldByOthersDelayNothing) {
   installer().install();
   std::vector<loopback::UniqueFd> locks;
   for (const char* folder : {kPlugIns, kDropIns, "/usr/lib"}) {

@@ -26,7 +26,7 @@ TEST(RequestBook, StaysWhileAtLeastOneAsks) {
   EXPECT_FALSE(book.anyoneAsks());
 }
 
-TEST(RequestBook, AnyOtherValueIsNoRequest) {
+TEST(RequestBook, AnyOtherValueIsNotARequest) {
   RequestBook book;
   for (const char* value : {"", "0", "1", "0xFACE", "64206 ", "064206", "show"}) {
     book.requestIs(7, {value, ""}, true);
@@ -37,7 +37,7 @@ TEST(RequestBook, AnyOtherValueIsNoRequest) {
   EXPECT_FALSE(book.anyoneAsks());
 }
 
-TEST(RequestBook, WhatWasAskedBeforeTheStartHasToBeAskedAnew) {
+TEST(RequestBook, RequestsFromBeforeTheStartMustBeMadeAgain) {
   RequestBook book;
   book.requestIs(7, {"64206", ""}, false);
   EXPECT_FALSE(book.anyoneAsks());
@@ -87,7 +87,7 @@ TEST(RequestBook, AnswersThoseWhoAskByTheirNumbers) {
   EXPECT_EQ(book.askers(), "none");
 }
 
-TEST(RequestBook, ANumberThatIsNoneMakesNoAnswerForAnother) {
+TEST(RequestBook, AnInvalidNumberAnswersNobodyElse) {
   RequestBook book;
   for (const char* number : {"1 9:2", "1:2", "-1", "x", " ", "123456789012345678901"}) {
     book.requestIs(8, {"64206", number}, true);

@@ -42,7 +42,7 @@ TEST(SinkDirectory, AnythingUnusualIsStereo) {
   EXPECT_EQ(directoryWith({"MONO"}).channelsFor(""), kStereo);
 }
 
-TEST(SinkDirectory, KnowsWhatIsPlayedTo) {
+TEST(SinkDirectory, KnowsWhichSinksArePlayedTo) {
   loopback::SinkDirectory directory;
   EXPECT_FALSE(directory.isPlayedTo(10));
   directory.addLink(50, 10);

@@ -71,12 +71,12 @@ class Sleeper {
   pid_t pid_ = -1;
 };
 
-TEST(VouchedProgram, KnowsItsOwn) {
+TEST(VouchedProgram, RecognisesItself) {
   EXPECT_TRUE(Client{kOwnPid}.runs(VouchedProgram::ownProgram()));
   EXPECT_TRUE(Client{kOwnPid}.runs(VouchedProgram("/proc/self/exe")));
 }
 
-TEST(VouchedProgram, TellsAnotherProgramFromIt) {
+TEST(VouchedProgram, RecognisesAnotherProgramAsAnother) {
   const base_test::TemporaryFolder folder;
   const Sleeper sleeper(folder / "driver");
   EXPECT_FALSE(sleeper.client().runs(VouchedProgram::ownProgram()));
@@ -94,7 +94,7 @@ TEST(VouchedProgram, OneThatWasReplacedWhileItRunsIsStillTheProgram) {
   EXPECT_TRUE(successor.client().runs(VouchedProgram(folder / "driver")));
 }
 
-TEST(VouchedProgram, OneThatOthersCanWriteCountsOnlyWhereItLies) {
+TEST(VouchedProgram, OneThatOthersCanWriteCountsOnlyInItsPlace) {
   const base_test::TemporaryFolder folder;
   const Sleeper sleeper(folder / "driver");
   std::filesystem::permissions(folder / "driver", std::filesystem::perms(0777));
@@ -103,7 +103,7 @@ TEST(VouchedProgram, OneThatOthersCanWriteCountsOnlyWhereItLies) {
   EXPECT_FALSE(sleeper.client().runs(VouchedProgram(folder / "driver")));
 }
 
-TEST(VouchedProgram, WhatNamesNoProcessOfThisUsersRunsNothing) {
+TEST(VouchedProgram, AClientWithoutAProcessOfThisUserRunsNothing) {
   const auto own = VouchedProgram::ownProgram();
   for (const char* pid : {"", "x", "0", "-1", "1x", " 1", "99999999999999999999", "4194304999"}) {
     EXPECT_FALSE(Client{pid}.runs(own)) << pid;
@@ -117,7 +117,7 @@ TEST(VouchedProgram, WhatNamesNoProcessOfThisUsersRunsNothing) {
   EXPECT_FALSE(own.isRunBy(nothing));
 }
 
-TEST(VouchedProgram, WithoutAPathNothingIsIt) {
+TEST(VouchedProgram, WithoutAPathNoProgramMatches) {
   EXPECT_FALSE(Client{kOwnPid}.runs(VouchedProgram("")));
 }
 

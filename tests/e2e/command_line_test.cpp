@@ -22,7 +22,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-TEST(CommandLine, WrongArgumentsAreSaidAndEndWithTwo) {
+TEST(CommandLine, WrongArgumentsAreReportedAndExitWithTwo) {
   const base_test::TemporaryFolder folder;
   for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
            {"--record"}, {"-x"}, {"--stop", "--cancel"}, {"--status", "/some/path"}, {""}}) {
@@ -62,7 +62,7 @@ class ScriptTest : public ToolFixture, public testing::WithParamInterface<Bus> {
   }
 };
 
-TEST_P(ScriptTest, CommandsFindNothingToTalkToAndEndWithThree) {
+TEST_P(ScriptTest, CommandsFindNoInstanceAndExitWithThree) {
   for (const char* option : {"--stop", "--cancel", "--status"}) {
     const FinishedCommand result = run({option});
     EXPECT_EQ(result.exitStatus, 3) << option;
@@ -82,7 +82,7 @@ class LauncherTest : public ToolFixture {
 };
 
 // Nobody sees stderr when a launcher or a key runs the command; the exit status stays the same.
-TEST_F(LauncherTest, WhoSeesNoTerminalIsToldByTheDesktopThatThereIsNothingToEnd) {
+TEST_F(LauncherTest, WithoutATerminalANotificationSaysThatThereIsNothingToEnd) {
   const NotificationServer notifications(server.busAddress());
   EXPECT_EQ(run({"--status"}).exitStatus, 3);
   EXPECT_THAT(notifications.shown(), IsEmpty());
@@ -96,7 +96,7 @@ TEST_F(LauncherTest, WhoSeesNoTerminalIsToldByTheDesktopThatThereIsNothingToEnd)
 }
 
 // A script that keeps one output on a terminal must not cause a notification.
-TEST_F(LauncherTest, WhoSeesATerminalIsToldThere) {
+TEST_F(LauncherTest, WithATerminalTheMessageIsPrintedThere) {
   const NotificationServer notifications(server.busAddress());
   const FinishedCommand result = runInTerminal("--stop");
   EXPECT_EQ(result.exitStatus, 3);
@@ -148,7 +148,7 @@ TEST_P(ScriptTest, CancelDeletesTheFileAndTheProgramEnds) {
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
 }
 
-TEST_P(ScriptTest, SecondStartIsAClickAndEndsWithZero) {
+TEST_P(ScriptTest, SecondStartIsAClickAndExitsWithZero) {
   const auto tool = startRecording();
   EXPECT_EQ(run({}).exitStatus, 0);
   ASSERT_TRUE(waitForState("idle"));
@@ -173,7 +173,7 @@ TEST_P(ScriptTest, SignalsSaveTheRecording) {
   EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
 }
 
-TEST_P(ScriptTest, StartsInTheSameInstantGiveOneInstance) {
+TEST_P(ScriptTest, StartsAtTheSameTimeGiveOneInstance) {
   constexpr int kRounds = 12;
   for (int round = 0; round < kRounds; ++round) {
     std::vector<std::unique_ptr<ChildProcess>> tools;
@@ -193,7 +193,7 @@ TEST_P(ScriptTest, StartsInTheSameInstantGiveOneInstance) {
   }
 }
 
-TEST_P(ScriptTest, IdentifierAtTheFirstStartAsksForThePreferencesBeforeTheLaunchIsComplete) {
+TEST_P(ScriptTest, IdentifierAtTheFirstStartRequestsThePreferencesBeforeTheLaunchIsComplete) {
   const auto tool = start({std::string("/suite/") + kToolIdentifier});
   ASSERT_TRUE(waitUntil([&] { return !events().empty(); }, kStepLimit));
   const Json launch = events().front();

@@ -102,7 +102,7 @@ class CreationLimitTest : public ToolFixture, public testing::WithParamInterface
   }
 };
 
-TEST_P(CreationLimitTest, NoThreadOrLoopThatFailsEndsInAnAbort) {
+TEST_P(CreationLimitTest, NoThreadOrLoopThatCannotStartEndsInAnAbort) {
   const auto tool = startWith("0");
   ASSERT_EQ(outcomeOf(*tool), Outcome::kRecords);
   EXPECT_EQ(run({"--stop"}).exitStatus, 0);

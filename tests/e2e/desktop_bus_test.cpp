@@ -44,7 +44,7 @@ TEST_F(DesktopBusTest, ActivateIsTheClick) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-TEST_F(DesktopBusTest, ClicksInABurstFollowTheirNumber) {
+TEST_F(DesktopBusTest, InABurstTheNumberOfClicksDecides) {
   const auto tool = startRecording();
   for (const int clicks : {2, 3, 4, 5, 500, 501}) {
     for (int i = 0; i < clicks; ++i) ASSERT_EQ(desktop.activate(), "");

@@ -56,7 +56,7 @@ TEST_P(DiskTest, OutputFolderThatIsGoneAtTheStopLeavesTheFileWhereItWasWritten) 
   expectUnsaved(*tool);
 }
 
-TEST_P(DiskTest, StopFromAScriptSaysWhyThereIsNoFileAndWhereTheRecordingLies) {
+TEST_P(DiskTest, StopFromAScriptSaysWhyThereIsNoFileAndWhereTheRecordingIs) {
   const auto tool = startRecording(2.0);
   std::filesystem::remove_all(musicFolder());
   const FinishedCommand result = run({"--stop"});
@@ -104,7 +104,7 @@ TEST_P(DiskTest, FullDiskEndsTheRecordingAndKeepsWhatIsThere) {
   expectPlays(onlyFileIn(musicFolder()));
 }
 
-TEST_P(DiskTest, RecordingMovesFromAMemoryDiskToAnotherWhole) {
+TEST_P(DiskTest, RecordingMovesWholeFromAMemoryDiskToAnotherDisk) {
   const SmallDisk disk(temporaryFolder());
   struct stat temporary {};
   struct stat music {};
@@ -135,7 +135,7 @@ class FolderTest : public ToolFixture {
   }
 };
 
-TEST_F(FolderTest, OutputFolderIsMadeWhenMissing) {
+TEST_F(FolderTest, OutputFolderIsCreatedWhenMissing) {
   const std::string folder = server.home() + "/to be made/of two";
   useOutputFolder(folder);
   const auto tool = startRecording();
@@ -154,7 +154,7 @@ TEST_F(FolderTest, FolderThatCannotBeWrittenCostsNoSound) {
   EXPECT_THAT(filesIn(folder), IsEmpty());
 }
 
-TEST_F(FolderTest, FolderThatCannotBeMadeCostsNoSound) {
+TEST_F(FolderTest, FolderThatCannotBeCreatedCostsNoSound) {
   const std::string file = server.home() + "/a file";
   std::ofstream(file) << "x";
   useOutputFolder(file + "/folder");

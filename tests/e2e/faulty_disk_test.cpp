@@ -147,7 +147,7 @@ TEST_P(FailingDiskTest, DeviceThatFailsAfterTheWritesEndsTheRecordingAndHoldsWha
   expectPlays(file, 2 * kRecorded_s - 1.7);
 }
 
-TEST_P(FailingDiskTest, DiskTakenOutOfTheFoldersIsWrittenOnAndTheRecordingIsSaved) {
+TEST_P(FailingDiskTest, DetachedDiskIsStillWrittenAndTheRecordingIsSaved) {
   SmallDisk disk(temporaryFolder());
   if (!disk.isMounted()) GTEST_SKIP() << "this user may not mount a disk in memory";
   const auto tool = startRecording(1.0);
@@ -180,7 +180,7 @@ TEST_P(FailingDiskTest, NetworkFolderThatHangsEndsTheRecordingAndGetsTheRestWhen
 INSTANTIATE_TEST_SUITE_P(Formats, FailingDiskTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });
 
-TEST_F(FaultyDiskTest, ToolCanBeEndedWhileANetworkFolderHangs) {
+TEST_F(FaultyDiskTest, ToolCanQuitWhileANetworkFolderHangs) {
   NetworkFolder folder(temporaryFolder(), server.directory() + "/served", scratch());
   if (!folder.refusal().empty()) GTEST_SKIP() << "no network folder: " << folder.refusal();
   const auto tool = startRecording(kRecorded_s);
@@ -218,7 +218,7 @@ TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStopLeavesTheFileWhereItWasWrit
   expectPlays(onlyFileIn(temporaryFolder()), kRecorded_s - 0.2);
 }
 
-TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStartIsSaidAndCostsNoSound) {
+TEST_F(FaultyDiskTest, OutputFolderThatHangsAtTheStartIsReportedAndCostsNoSound) {
   std::filesystem::create_directories(musicFolder());
   NetworkFolder folder(musicFolder(), server.directory() + "/served", scratch());
   if (!folder.refusal().empty()) GTEST_SKIP() << "no network folder: " << folder.refusal();
@@ -257,7 +257,7 @@ TEST_F(FaultyDiskTest, OutputDiskPulledOutLeavesTheFileWhereItWasWritten) {
   EXPECT_TRUE(endsAtOnce(*tool, 1));
 }
 
-TEST_F(FaultyDiskTest, DiskWithLittleRoomIsToldOfUntilThereIsMore) {
+TEST_F(FaultyDiskTest, DiskWithLittleSpaceIsReportedUntilThereIsMore) {
   SmallDisk disk(temporaryFolder());
   if (!disk.isMounted()) GTEST_SKIP() << "this user may not mount a disk in memory";
   disk.resize("300m");

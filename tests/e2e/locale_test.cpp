@@ -19,7 +19,7 @@ struct Locale {
 
 class LocaleTest : public ToolFixture, public testing::WithParamInterface<Locale> {};
 
-TEST_P(LocaleTest, WithoutATableOfItsOwnTheTextsAreEnglishAndNoKeys) {
+TEST_P(LocaleTest, WithoutItsOwnTableTheTextsAreEnglishNotKeys) {
   setEnvironment("LC_ALL", GetParam().locale);
   setEnvironment("LANGUAGE", GetParam().languages);
   const NotificationServer notifications(server.busAddress());

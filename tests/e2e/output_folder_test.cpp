@@ -56,7 +56,7 @@ TEST_F(OutputFolderTest, AChosenFolderThatCannotBeWrittenCostsNoSound) {
   EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
 }
 
-TEST_F(OutputFolderTest, WithoutAnyFolderTheToolEndsWithAWordAndAStatus) {
+TEST_F(OutputFolderTest, WithoutAnyFolderTheToolExitsWithAMessageAndAStatus) {
   std::ofstream(server.home() + "/file") << "no folder";
   setEnvironment("XDG_MUSIC_DIR", server.home() + "/file/Music");
   const NotificationServer notifications(server.busAddress());

@@ -280,7 +280,7 @@ TEST_P(ClickTest, ProgramEndsTenSecondsAfterTheFileWasSaved) {
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Quit"));
 }
 
-TEST_P(ClickTest, ThirdClickRecordsAnewInTheSameProcess) {
+TEST_P(ClickTest, ThirdClickRecordsAgainInTheSameProcess) {
   writeSettings({{"SoundFormat", GetParam()}});
   plugInMicrophone();
   const auto tool = startRecording();
@@ -299,7 +299,7 @@ TEST_P(ClickTest, ThirdClickRecordsAnewInTheSameProcess) {
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Start", "Stop", "Start", "Stop", "Quit"));
 }
 
-TEST_P(ClickTest, RecordingProgramCarriesNoWindowsAndForMp3NoM4aWriter) {
+TEST_P(ClickTest, RecordingProgramLoadsNoWindowsAndForMp3NoM4aWriter) {
   writeSettings({{"SoundFormat", GetParam()}});
   plugInMicrophone();
   const auto tool = startRecording();
@@ -369,7 +369,7 @@ TEST_P(ClickTest, TalksToNobodyOnTheInternet) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-TEST_P(ClickTest, EventsTellTheSettingsAndNothingElse) {
+TEST_P(ClickTest, EventsContainTheSettingsAndNothingElse) {
   writeSettings({{"SoundFormat", GetParam()},
                  {"Quality", 1},
                  {"AudioSourceID", "microphone"},

@@ -99,7 +99,7 @@ TEST_P(RecoveryAtLaunchTest, AKilledRecordingComesBackWhileTheNextOneRuns) {
 INSTANTIATE_TEST_SUITE_P(Formats, RecoveryAtLaunchTest, testing::Values(kM4a, kMp3),
                          [](const auto& format) { return extensionOf(format.param); });
 
-TEST_F(RecoveryTest, RecoveryInMp3ModeCarriesNoCodecLibraries) {
+TEST_F(RecoveryTest, RecoveryInMp3ModeLoadsNoCodecLibraries) {
   recordAndKill(kM4a, 1.0);
   writeSettings({{"SoundFormat", kMp3}});
   const auto tool = startRecording();
@@ -151,7 +151,7 @@ TEST_F(RecoveryTest, TheRecordingOfALivingProgramIsLeftAlone) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-TEST_F(RecoveryTest, OfTwoProgramsAtOnceOneTakesTheFile) {
+TEST_F(RecoveryTest, OfTwoProgramsAtOnceOnlyOneTakesTheFile) {
   recordAndKill(kMp3, 1.0);
   const auto one = start({"--recover"});
   const auto other = start({"--recover"});
@@ -161,7 +161,7 @@ TEST_F(RecoveryTest, OfTwoProgramsAtOnceOneTakesTheFile) {
   EXPECT_THAT(filesIn(temporaryFolder()), IsEmpty());
 }
 
-TEST_F(RecoveryTest, WhatCannotBeRecoveredStaysAndIsSaid) {
+TEST_F(RecoveryTest, AFileThatCannotBeRecoveredStaysAndIsReported) {
   const Interrupted interrupted = recordAndKill(kM4a, 1.0);
   const std::string strange = leaveStrange("no recording at all");
   const std::string empty = temporaryFolder() + "/Audio_recording_empty";

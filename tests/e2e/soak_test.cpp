@@ -81,7 +81,7 @@ class SoakTest : public ToolFixture, public testing::WithParamInterface<int> {
   }
 };
 
-TEST_P(SoakTest, MemoryStaysAndTheFileIsAsLongAsTheClockSays) {
+TEST_P(SoakTest, MemoryStaysLevelAndTheFileIsAsLongAsTheClockSays) {
   const double length_s = soakLength_s();
   const auto tool = startRecording(length_s * kWarmUpShare);
   const auto born = birthOf(status()["outputFile"]);

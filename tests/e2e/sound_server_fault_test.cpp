@@ -63,7 +63,7 @@ TEST_P(LostSoundTest, RecordingDoesNotMoveToAnotherMicrophone) {
   expectTheErrorsPath(*tool);
 }
 
-TEST_P(LostSoundTest, ClickAfterTheLossRecordsAnew) {
+TEST_P(LostSoundTest, ClickAfterTheLossRecordsAgain) {
   const auto tool = recordTwoSeconds();
   control->destroyNode("microphone");
   ASSERT_TRUE(waitForState("idle"));
@@ -96,7 +96,7 @@ class StoppedToolTest : public ToolFixture,
   }
 };
 
-TEST_P(StoppedToolTest, WhatItMissedIsSilentCountedAndSaid) {
+TEST_P(StoppedToolTest, WhatItMissedIsSilenceAndIsCountedAndReported) {
   const auto [format, stopped_s] = GetParam();
   writeSettings({{"SoundFormat", format}});
   plugInMicrophone();
@@ -161,7 +161,7 @@ class QuietMicrophoneTest : public ToolFixture, public testing::WithParamInterfa
   std::unique_ptr<test_support::ChildProcess> tool;
 };
 
-TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsToldOfUntilSoundComesAgain) {
+TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsReportedUntilSoundComesAgain) {
   feed.reset();
   EXPECT_TRUE(waitForSilence(true));
   EXPECT_THAT(log(), HasSubstr("No sound is coming in"));
@@ -175,7 +175,7 @@ TEST_P(QuietMicrophoneTest, SilenceAfterSoundIsToldOfUntilSoundComesAgain) {
 }
 
 // The server resumes it at once, but existing links may stay silent.
-TEST_P(QuietMicrophoneTest, SuspendedInMidRecordingItIsHeardAgain) {
+TEST_P(QuietMicrophoneTest, IsHeardAgainAfterASuspensionInMidRecording) {
   const auto suspended = Clock::now();
   control->suspend("microphone");
   waitSeconds(2.0);
@@ -218,7 +218,7 @@ class HeldStartTest : public ToolFixture, public testing::WithParamInterface<int
   std::string first;  // what the first --stop printed
 };
 
-TEST_P(HeldStartTest, AStopWaitsForTheSecondTryAndTellsItsFile) {
+TEST_P(HeldStartTest, AStopWaitsForTheSecondTryAndReportsItsFile) {
   clickWhileTheServerIsHeld();
   const FinishedCommand stop = stopAndRelease(7.0);
   EXPECT_EQ(stop.exitStatus, 0) << stop.errors;
@@ -228,7 +228,7 @@ TEST_P(HeldStartTest, AStopWaitsForTheSecondTryAndTellsItsFile) {
   EXPECT_TRUE(endsAtOnce(*tool));
 }
 
-TEST_P(HeldStartTest, AStopOfAStartThatFailsTellsNoOtherFile) {
+TEST_P(HeldStartTest, StoppingAFailingStartReportsNoOtherFile) {
   clickWhileTheServerIsHeld();
   const auto begin = Clock::now();
   const FinishedCommand stop = stopAndRelease(15.0);
@@ -274,7 +274,7 @@ TEST_F(NoSoundTest, StartWithoutAMicrophoneSaysSoAndEnds) {
   EXPECT_THAT(eventNames(), ElementsAre("Launch", "Quit"));
 }
 
-TEST_F(NoSoundTest, MonitorOfASinkIsNoMicrophone) {
+TEST_F(NoSoundTest, MonitorOfASinkIsNotAMicrophone) {
   control = std::make_unique<test_support::PipeWireControl>();
   control->createSink("speakers");
   const auto tool = start();
@@ -290,7 +290,7 @@ TEST_F(NoSoundTest, SourceNoSoundRecordsNothing) {
   expectNoRecording("No sound recorded");
 }
 
-TEST_F(NoSoundTest, MutedMicrophoneIsSaidAndRefused) {
+TEST_F(NoSoundTest, MutedMicrophoneIsReportedAndRefused) {
   plugInMicrophone();
   control->setMute("microphone", true);
   const auto tool = start();
@@ -301,7 +301,7 @@ TEST_F(NoSoundTest, MutedMicrophoneIsSaidAndRefused) {
   EXPECT_EQ(events()[2]["details"], (Json{{"Error", true}}));
 }
 
-TEST_F(NoSoundTest, MicrophoneTurnedDownToNothingIsAsGoodAsMuted) {
+TEST_F(NoSoundTest, MicrophoneTurnedDownToNothingCountsAsMuted) {
   plugInMicrophone();
   control->setVolume("microphone", 0.0F);
   const auto tool = start();

@@ -210,7 +210,7 @@ TEST_F(ConnectedHardwareTest, SettingTheDefaultOutputConfiguresIt) {
       kAudioHardwareUnknownPropertyError);
 }
 
-TEST_F(ConnectedHardwareTest, ChannelLayoutIsCutToTheReadersRoomButKeepsItsNumber) {
+TEST_F(ConnectedHardwareTest, ChannelLayoutIsCutToTheReadersBufferButKeepsItsCount) {
   control.createMicrophone("mic.4", {{"audio.position", "FL,FR,RL,RR"}});
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.4") != 0; }));
   const AudioDeviceID mic = read.deviceWithUID("mic.4");
@@ -226,7 +226,7 @@ TEST_F(ConnectedHardwareTest, ChannelLayoutIsCutToTheReadersRoomButKeepsItsNumbe
   EXPECT_EQ(layout.mChannelDescriptions[0].mChannelLabel, 1U);
 }
 
-TEST_F(ConnectedHardwareTest, ActualRateOfADeviceThatIsRecordedIsThatOfItsStream) {
+TEST_F(ConnectedHardwareTest, ActualRateOfARecordedDeviceIsThatOfItsStream) {
   control.createMicrophone("mic.a");
   control.createMicrophone("mic.b");
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("mic.b") != 0; }));
@@ -298,7 +298,7 @@ class LoopbackHardwareTest : public AudioHardwareTest {
   HardwareReader read{hardware};
 };
 
-TEST_F(LoopbackHardwareTest, ADriverThatIsToBeThereIsWaitedForButNotForEver) {
+TEST_F(LoopbackHardwareTest, WaitsForAnExpectedDriverButNotForever) {
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(read.deviceWithUID("mic.a"), kAudioObjectUnknown);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, PipeWireConnection::kStartLimit);
@@ -321,7 +321,7 @@ TEST_F(LoopbackHardwareTest, ADriverThatComesLateIsFound) {
 }
 
 // Any client may carry the driver's key.
-TEST_F(ConnectedHardwareTest, AClientThatSaysItIsTheDriverIsNone) {
+TEST_F(ConnectedHardwareTest, AClientThatClaimsToBeTheDriverIsNotBelieved) {
   control.setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
   control.createSink("a.sink");
   ASSERT_TRUE(waitUntil([&] { return read.deviceWithUID("a.sink") != 0; }));

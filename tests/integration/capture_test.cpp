@@ -73,7 +73,7 @@ TEST_F(CaptureDevicesTest, DefaultIsTheUsersChoice) {
   }));
 }
 
-TEST_F(CaptureDevicesTest, PlugsAreNotified) {
+TEST_F(CaptureDevicesTest, PluggingAndUnpluggingIsNotified) {
   int connected = 0;
   int disconnected = 0;
   notifications.addObserver(&connected, platform::kCaptureDeviceWasConnectedNotification,
@@ -99,7 +99,7 @@ class CaptureTest : public CaptureFixture {
   }
 };
 
-TEST_F(CaptureTest, ToneArrivesWithItsFrequencyAndLevelAndNoGlitch) {
+TEST_F(CaptureTest, ToneArrivesWithItsFrequencyAndLevelWithoutAGlitch) {
   control.createMicrophone("mic");
   SignalFeed feed("feed", 2, toneEachChannel);
   control.link("feed", "mic");
@@ -250,7 +250,7 @@ TEST_F(CaptureTest, TwoSessionsHaveADataThreadEach) {
 }
 
 // From the first samples on, in the ring's first lap, where every page is new.
-TEST_F(CaptureTest, DataThreadWaitsForNoPage) {
+TEST_F(CaptureTest, DataThreadNeverWaitsForAPage) {
   control.createMicrophone("mic");
   const auto session = dataSession("mic", collector);
   const auto others = test_support::threads();
@@ -329,7 +329,7 @@ TEST_F(CaptureTest, ReceiverThatStallsForFiveSecondsLosesNothing) {
   EXPECT_THAT(errors(), ElementsAre());
 }
 
-TEST_F(CaptureTest, SourceThatIsLinkedTooLateForTheFirstStreamIsRecordedByTheSecond) {
+TEST_F(CaptureTest, SourceLinkedTooLateForTheFirstStreamIsRecordedByTheSecond) {
   control.createMicrophone("mic");
   const auto session = dataSession("mic", collector);
   server.sessionManager().sendSignal(SIGSTOP);
@@ -342,7 +342,7 @@ TEST_F(CaptureTest, SourceThatIsLinkedTooLateForTheFirstStreamIsRecordedByTheSec
   EXPECT_THAT(errors(), ElementsAre());
 }
 
-TEST_F(CaptureTest, ErrorBeforeTheStartIsHandledIsTheOnlyThingSaid) {
+TEST_F(CaptureTest, ErrorBeforeTheStartIsHandledIsTheOnlyReport) {
   control.createMicrophone("mic");
   const auto session = dataSession("mic", collector);
   ASSERT_TRUE(mainLoop.runUntil([&] { return mainLoop.items() == 0; }));
@@ -372,7 +372,7 @@ TEST_F(CaptureTest, LoopbackIsNeverSilentWhenItIsRecordedAgainAtOnce) {
   }
 }
 
-TEST_F(CaptureTest, LevelThatAMixerGaveToAnEarlierRecordingIsNotRemembered) {
+TEST_F(CaptureTest, LevelSetByAMixerForAnEarlierRecordingIsNotRemembered) {
   control.createMicrophone("mic");
   SignalFeed feed("feed", 2, tone1000Hz);
   control.link("feed", "mic");
@@ -397,7 +397,7 @@ TEST_F(CaptureTest, LevelThatAMixerGaveToAnEarlierRecordingIsNotRemembered) {
   EXPECT_NEAR(measureTone(samples, 48000).amplitude, 0.5, 0.01);
 }
 
-TEST_F(CaptureTest, CyclesThatADeviceLeavesOutAreCountedAndSilenceStandsInTheirPlace) {
+TEST_F(CaptureTest, CyclesThatADeviceSkipsAreCountedAndReplacedBySilence) {
   test_support::DrivenMicrophone microphone("mic");
   const auto session = dataSession("mic", collector);
   ASSERT_TRUE(start(session));
@@ -490,7 +490,7 @@ TEST_F(ChangingCyclesTest, NoRecordingThatFollowsSoonIsSilent) {
   EXPECT_THAT(silentRounds(25, 100ms), ElementsAre());
 }
 
-TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsConnectedAnewAndThenAnError) {
+TEST(CaptureWithoutSessionManager, StreamThatIsNeverLinkedIsConnectedAgainAndThenFails) {
   test_support::PrivatePipeWire::Options options;
   options.sessionManager = false;
   test_support::PrivatePipeWire server(options);

@@ -146,7 +146,7 @@ TEST_F(FileOutputTest, FileIsCompleteUnderTheNameItWasMovedTo) {
   EXPECT_GT(decode().size(), 20000U);
 }
 
-TEST_F(FileOutputTest, WhatWasRecordedBeforeAFaultIsCompleted) {
+TEST_F(FileOutputTest, SoundRecordedBeforeAFaultIsCompleted) {
   control.createMicrophone("mic");
   makeSession("mic");
   ASSERT_TRUE(recordFor(500ms));
@@ -173,7 +173,7 @@ TEST_F(FileOutputTest, UnpluggedSourceLeavesACompleteFileAndTheNextStartAnother)
   EXPECT_THAT(recorder->results, ElementsAre("", ""));
 }
 
-TEST_F(FileOutputTest, FileThatCannotBeMadeOrIsNotForItsTypeIsAnException) {
+TEST_F(FileOutputTest, FileThatCannotBeCreatedOrHasTheWrongTypeIsAnException) {
   control.createMicrophone("mic");
   session = fileSession("mic", kCaptureSessionPresetHigh, &output);
   const auto record = [&](const std::string& where, const char* type) {
@@ -219,7 +219,7 @@ TEST_F(FileOutputTest, FullDiskIsARuntimeErrorAndKeepsWhatIsThere) {
   EXPECT_GT(decode().size(), 30000U);
 }
 
-TEST_F(FileOutputTest, SessionThatIsGivenUpStillCompletesItsFile) {
+TEST_F(FileOutputTest, AbandonedSessionStillCompletesItsFile) {
   control.createMicrophone("mic");
   makeSession("mic");
   ASSERT_TRUE(recordFor(500ms));
@@ -230,7 +230,7 @@ TEST_F(FileOutputTest, SessionThatIsGivenUpStillCompletesItsFile) {
   EXPECT_GT(decode().size(), 20000U);
 }
 
-TEST(AacRate, IsTheDevicesOrTheNearestThatAacKnows) {
+TEST(AacRate, IsTheDevicesOrTheNearestThatAacSupports) {
   OpenFiles files;
   M4aWriterFactory writers(nullptr, {RA_TEST_MODULE_FOLDER});
   const FileOutput output(files, writers, [](const std::function<void()>&) {});
@@ -240,7 +240,7 @@ TEST(AacRate, IsTheDevicesOrTheNearestThatAacKnows) {
   EXPECT_EQ(output.wantedRate_Hz(50000), 48000U);
 }
 
-TEST(AacBitrate, IsThePresetsForStereoAndHalfOfItForMono) {
+TEST(AacBitrate, IsThePresetsForStereoAndHalfOfThatForMono) {
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetHigh, 2), 256'000U);
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetMedium, 2), 160'000U);
   EXPECT_EQ(aacBitrate_bps(platform::kCaptureSessionPresetLow, 2), 80'000U);

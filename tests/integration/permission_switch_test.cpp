@@ -60,7 +60,7 @@ class MicrophoneSwitchTest : public testing::Test {
 };
 
 // A single test, because GLib keeps the schemas and the settings file of a process's first access.
-TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOffAndOddSettingsAreNone) {
+TEST_F(MicrophoneSwitchTest, DeniesAllProgramsWhenItIsOffAndIgnoresOddSettings) {
   setSwitch(true);
   DesktopMicrophonePermission permission([]() -> GDBusConnection* { return nullptr; });
   EXPECT_TRUE(permission.isKnown());

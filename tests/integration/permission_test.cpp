@@ -204,7 +204,7 @@ TEST_F(PermissionTest, StoreWithoutAnyEntryPermits) {
   EXPECT_EQ(permission.status(), AuthorizationStatus::kAuthorized);
 }
 
-TEST_F(PermissionTest, StoresEntriesForOtherProgramsDoNotCount) {
+TEST_F(PermissionTest, EntriesForOtherProgramsDoNotCount) {
   FakeDesktop desktop("{'org.example.Other': ['no'], 'com.vantrel.korvel.RecordAudio': ['yes']}");
   EXPECT_EQ(permission.status(), AuthorizationStatus::kAuthorized);
 }
@@ -224,7 +224,7 @@ TEST_F(PermissionTest, EmptyEntryPermits) {
   EXPECT_EQ(permission.status(), AuthorizationStatus::kAuthorized);
 }
 
-TEST_F(PermissionTest, StoreThatDoesNotAnswerIsNotWaitedForLong) {
+TEST_F(PermissionTest, StoreThatDoesNotAnswerIsSoonGivenUp) {
   FakeDesktop desktop("{'com.vantrel.korvel.RecordAudio': ['yes']}");
   desktop.stopAnswering();
   const auto begin = std::chrono::steady_clock::now();
@@ -248,7 +248,7 @@ TEST_F(PermissionTest, NoServiceIsStartedJustToAsk) {
   EXPECT_TRUE(test_support::waitUntil([&] { return std::ifstream(trace).good(); }));
 }
 
-TEST_F(PermissionTest, PortalsAnswerIsTheUsers) {
+TEST_F(PermissionTest, PortalsAnswerIsTakenAsTheUsers) {
   {
     FakeDesktop desktop("", FakeDesktop::Portal::kGrants);
     EXPECT_EQ(ask(), true);

@@ -109,7 +109,7 @@ TEST(PipeWireConnectionTest, DaemonThatIsStartedLateIsFound) {
       << testing::PrintToString(diary.entries());
 }
 
-TEST(PipeWireConnectionTest, DaemonThatAnswersTooLateIsStillHeard) {
+TEST(PipeWireConnectionTest, DaemonThatAnswersLateIsStillHeard) {
   PrivatePipeWire server;
   PipeWireControl control;
   control.createMicrophone("mic.a");
@@ -184,7 +184,7 @@ TEST(PipeWireConnectionTest, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {
 
 // If a client leaves before the session manager has sent it the defaults, the daemon reports no
 // change of them to any client for the life of that session manager.
-TEST(PipeWireConnectionTest, OneThatEndsAtOnceLeavesChangesOfTheDefaultsToBeHeardOf) {
+TEST(PipeWireConnectionTest, ShortConnectionDoesNotHideChangesOfTheDefaults) {
   PrivatePipeWire server;
   PipeWireControl control;
   control.createSink("speakers");

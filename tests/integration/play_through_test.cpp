@@ -125,7 +125,7 @@ class PlayThroughTest : public testing::Test {
   std::unique_ptr<PlayThroughRig> rig;
 };
 
-TEST_F(PlayThroughTest, ToneIsHeardWithoutABreakAfterTheFirstSecond) {
+TEST_F(PlayThroughTest, ToneIsUnbrokenAfterTheFirstSecond) {
   setUp();
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
   MonitorRecorder recorder(kSpeakers, 48000, 2);
@@ -143,7 +143,7 @@ TEST_F(PlayThroughTest, DelayIsTwoBuffersWhicheverStreamComesFirst) {
 }
 
 // Like a computer that is suspended.
-TEST_F(PlayThroughTest, ServerThatStoodStillForSecondsIsHeardAsBeforeAndNoLater) {
+TEST_F(PlayThroughTest, ServerThatStalledForSecondsIsHeardAsBeforeAndNoLater) {
   setUp();
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
   MonitorRecorder recorder(kSpeakers, 48000, 2);
@@ -208,7 +208,7 @@ TEST_F(PlayThroughTest, LoopbackRunsAtItsOwnRate) {
             test_support::secondDifferenceOfSine(1000, kAmplitude, 48000) * 1.1);
 }
 
-TEST_F(PlayThroughTest, StopsAndStartsAnewAtOnce) {
+TEST_F(PlayThroughTest, StopsAndStartsAgainAtOnce) {
   setUp();
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
@@ -310,7 +310,7 @@ TEST_F(PlayThroughTest, NoCycleAllocatesLocksOrMakesASystemCall) {
 }
 
 // For the ring's first lap, in which every page is new.
-TEST_F(PlayThroughTest, DataThreadsWaitForNoPage) {
+TEST_F(PlayThroughTest, DataThreadsNeverWaitForAPage) {
   setUp();
   const auto others = test_support::threads();
   ASSERT_EQ(rig->start(kSpeakers), platform::noErr);
@@ -335,7 +335,7 @@ TEST_F(PlayThroughTest, DataThreadsWaitForNoPage) {
 // The speakers' crystal is off by more than any real crystal.
 class PlayThroughDriftTest : public PlayThroughTest, public testing::WithParamInterface<int> {};
 
-TEST_P(PlayThroughDriftTest, SoundIsUnbrokenAndTheDelayStaysWhatItWas) {
+TEST_P(PlayThroughDriftTest, SoundIsUnbrokenAndTheDelayStaysTheSame) {
   machine.control.createSink(loopback::kLoopbackDeviceUID,
                              {{"session.suspend-timeout-seconds", "0"}});
   const double length_s = driftLength_s();

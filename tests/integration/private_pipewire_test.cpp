@@ -45,7 +45,7 @@ TEST(PrivatePipeWire, HasNoDevicesOfTheMachine) {
 
 // A machine without devices would not reveal a search for them; the modules loaded for the search
 // do.
-TEST(PrivatePipeWire, LooksForNoDevicesAndNoLoginManager) {
+TEST(PrivatePipeWire, SearchesNoDevicesAndNoLoginManager) {
   PrivatePipeWire server;
   PipeWireControl control;
   control.createMicrophone("mic");
@@ -74,7 +74,7 @@ TEST(PrivatePipeWire, ChoosesTheMicrophoneThatAMixerChooses) {
 }
 
 // The daemon reports no change while it sends all keys to another client.
-TEST(PrivatePipeWire, HearsOfItsChoiceWhileOthersAreToldOfAll) {
+TEST(PrivatePipeWire, HearsOfItsChoiceWhileOthersAreNotified) {
   PrivatePipeWire server;
   PipeWireControl control;
   control.createSink("sink.one");

@@ -174,7 +174,7 @@ class SystemAudioTest : public e2e::ToolFixture {
 
 class SystemAudioFormatTest : public SystemAudioTest, public testing::WithParamInterface<int> {};
 
-TEST_P(SystemAudioFormatTest, IsRecordedAndHeardAndEverythingIsPutBack) {
+TEST_P(SystemAudioFormatTest, IsRecordedAndHeardAndEverythingIsRestored) {
   useFormat(GetParam());
   const auto tool = startRecording();
   EXPECT_TRUE(waitUntil([this] { return usedDefault() == loopback::kLoopbackDeviceUID; }));
@@ -260,7 +260,7 @@ TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
 }
 
 // The next session's session manager finds the loopback in its files.
-TEST_F(SystemAudioTest, RestartOfTheSoundServerGivesBackWhatTheUserHadAndRecordsAnew) {
+TEST_F(SystemAudioTest, RestartOfTheSoundServerRestoresTheUsersChoiceAndRecordsAgain) {
   useFormat(kMp3);
   auto tool = startRecording();
   ASSERT_TRUE(waitUntil([this] {
@@ -358,12 +358,12 @@ TEST_F(NoDriverTest, WithOneThatIsTooOldThePreferencesAreShown) {
   expectThePreferencesInsteadOfARecording();
 }
 
-TEST_F(NoDriverTest, WithAClientThatOnlySaysItIsOneThePreferencesAreShown) {
+TEST_F(NoDriverTest, WithAClientThatOnlyClaimsToBeOneThePreferencesAreShown) {
   control->setClientProperty(loopback::kLoopbackDriverKey, "9.9.9");
   expectThePreferencesInsteadOfARecording();
 }
 
-TEST_F(SystemAudioTest, AClientThatSaysItIsTheDriverChangesNothing) {
+TEST_F(SystemAudioTest, AClientThatClaimsToBeTheDriverChangesNothing) {
   control->setClientProperty(loopback::kLoopbackDriverKey, "0.0.1");
   useFormat(kMp3);
   const auto tool = startRecording();
@@ -374,7 +374,7 @@ TEST_F(SystemAudioTest, AClientThatSaysItIsTheDriverChangesNothing) {
 }
 
 // As at login, where the tool wakes the sound server.
-TEST_F(NoDriverTest, OneThatComesLateIsWaitedFor) {
+TEST_F(NoDriverTest, WaitsForOneThatComesLate) {
   const auto tool = start();
   ASSERT_TRUE(waitUntil([this] {
     const auto clients = control->clientProperties();

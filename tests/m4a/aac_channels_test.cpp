@@ -29,7 +29,7 @@ Speakers placesOf(const Speakers& source) {
   return places;
 }
 
-TEST(AacChannels, PositionsOfALayoutAreKeptInWhateverOrder) {
+TEST(AacChannels, PositionsOfALayoutAreKeptInAnyOrder) {
   const std::vector<Speakers> sets{
       {kFrontLeft, kFrontRight},
       {kFrontLeft, kFrontRight, kLowFrequency},
@@ -58,7 +58,7 @@ TEST(AacChannels, OneChannelIsMonoWhateverItIsCalled) {
   }
 }
 
-TEST(AacChannels, SidesWithoutABackAreTheBack) {
+TEST(AacChannels, SidesWithoutABackCountAsTheBack) {
   const Speakers source{kFrontLeft,    kFrontRight, kFrontCenter,
                         kLowFrequency, kSideLeft,   kSideRight};
   EXPECT_THAT(placesOf(source), ElementsAre(kFrontLeft, kFrontRight, kFrontCenter, kLowFrequency,
@@ -75,7 +75,7 @@ TEST(AacChannels, SetBetweenTwoLayoutsKeepsItsPositionsInTheLargerOne) {
   EXPECT_EQ(placesOf(seven), seven);
 }
 
-TEST(AacChannels, WhatHasNoPlaceOfItsOwnTakesAFreeOneAndIsTold) {
+TEST(AacChannels, AChannelWithoutAPlaceTakesAFreeOneAndIsReported) {
   const Speakers source{kFrontLeft, kFrontRight,    kFrontCenter,    kLowFrequency,
                         kBackLeft,  kElsewhereLeft, kElsewhereRight, kBackRight};
   EXPECT_THAT(placesOf(source), ElementsAre(kFrontLeft, kFrontRight, kFrontCenter, kLowFrequency,
@@ -107,7 +107,7 @@ TEST(AacChannels, MoreThanEightAreMixedByTheirSide) {
 
 // Whatever a device calls its channels: none is lost, none shares a place, and only the LFE channel
 // goes to LFE.
-TEST(AacChannels, NoChannelIsEverLostOrLosesItsVoice) {
+TEST(AacChannels, NoChannelIsEverLostOrMuted) {
   std::mt19937 random(2);
   std::uniform_int_distribution<int> anySpeaker(0, static_cast<int>(kNowhere));
   for (int round = 0; round < 20000; ++round) {

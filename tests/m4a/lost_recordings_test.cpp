@@ -104,7 +104,7 @@ TEST_F(LostRecordingsTest, FindsWhatIsNamedLikeAGrowingRecordingAndNothingElse) 
   EXPECT_EQ(error, "");
 }
 
-TEST_F(LostRecordingsTest, AFolderThatCannotBeReadIsSaid) {
+TEST_F(LostRecordingsTest, AFolderThatCannotBeReadIsReported) {
   LostRecordings none(folder / "nothing here");
   EXPECT_THAT(none.find(kPrefix, &error), IsEmpty());
   EXPECT_THAT(error, HasSubstr(folder / "nothing here"));
@@ -138,7 +138,7 @@ TEST_F(LostRecordingsTest, AnM4aThatWasCompletedBeforeItsProcessDiedIsMovedAsItI
   EXPECT_EQ(contentsOf(output / "back.m4a"), complete);
 }
 
-TEST_F(LostRecordingsTest, AnMp3IsMovedWithoutTheFrameThatIsTorn) {
+TEST_F(LostRecordingsTest, AnMp3IsMovedWithoutItsTornFrame) {
   const std::string stream = interruptedMp3(44100, 192, 3 * 44100);
   writeFile(path, stream);
   const auto recording = claimed();
@@ -165,7 +165,7 @@ TEST_F(LostRecordingsTest, AnMp3OfOneFrameKeepsWhatThereIsOfTheSecond) {
   EXPECT_EQ(contentsOf(path), stream);
 }
 
-TEST_F(LostRecordingsTest, WherePartOfAnMp3IsNoFrameNothingIsCut) {
+TEST_F(LostRecordingsTest, AnMp3WithPartsThatAreNotFramesIsNotCut) {
   std::string stream = interruptedMp3(44100, 192, 3 * 44100);
   for (std::size_t i = 20000; i < 21500; ++i) stream[i] = 0;
   writeFile(path, stream);
@@ -185,7 +185,7 @@ TEST_F(LostRecordingsTest, EveryKindOfMp3StreamIsMeasured) {
   }
 }
 
-TEST_F(LostRecordingsTest, HeadsWithoutSoundAreNoRecordings) {
+TEST_F(LostRecordingsTest, HeadersWithoutSoundAreNotRecordings) {
   // At 48 kHz and 320 kbit/s a frame has 960 bytes.
   const std::string stream = interruptedMp3(48000, 320, 48000);
   for (const std::size_t size_bytes : {4U, 500U, 960U, 963U}) {
@@ -198,7 +198,7 @@ TEST_F(LostRecordingsTest, HeadsWithoutSoundAreNoRecordings) {
   EXPECT_EQ(claimed()->examine().contents, Contents::kNoSound);
 }
 
-TEST_F(LostRecordingsTest, WhatIsNoRecordingIsSaidAndLeftAlone) {
+TEST_F(LostRecordingsTest, AFileThatIsNotARecordingIsReportedAndLeftAlone) {
   const std::string stream = interruptedMp3(48000, 320, 48000);
   std::string brokenStream = stream;
   brokenStream[960] = 0;
@@ -271,7 +271,7 @@ TEST_F(LostRecordingsTest, AWriterThatStopsAcrossDisksNeverLosesItsFileToAnother
   }
 }
 
-TEST_F(LostRecordingsTest, OfManyWhoTryAtOnceOneGetsIt) {
+TEST_F(LostRecordingsTest, OfManyThatTryAtOnceOneGetsIt) {
   for (int round = 0; round < 50; ++round) {
     writeFile(path, interruptedMp3(8000, 32, 8000));
     std::atomic<int> moved = 0;
@@ -316,7 +316,7 @@ TEST_F(LostRecordingsTest, AMissingFileIsNotOurs) {
   EXPECT_EQ(error, "");
 }
 
-TEST_F(LostRecordingsTest, LinksAndStrangeThingsAreRefused) {
+TEST_F(LostRecordingsTest, LinksAndSpecialFilesAreRefused) {
   const std::string sound = interruptedMp3(8000, 32, 8000);
   writeFile(output / "diary", sound);
   ASSERT_EQ(symlink((output / "diary").c_str(), path.c_str()), 0);
@@ -387,7 +387,7 @@ TEST_F(LostRecordingsTest, ADiskWithoutRoomForTheIndexLeavesAFileThatPlays) {
   EXPECT_GT(decoded.containerFrames, 19U * kRate_hz);
 }
 
-TEST_F(LostRecordingsTest, AFullTemporaryDiskIsNoHindranceWhereTheOutputHasRoom) {
+TEST_F(LostRecordingsTest, AFullTemporaryDiskDoesNotMatterWhereTheOutputHasRoom) {
   const std::string sound = interruptedM4a(20 * kRate_hz);
   const std::string size = "size=" + std::to_string((sound.size() / 4096 + 1) * 4096);
   ASSERT_EQ(mount("tmpfs", folder.path().c_str(), "tmpfs", 0, size.c_str()), 0)
@@ -407,7 +407,7 @@ TEST_F(LostRecordingsTest, AFullTemporaryDiskIsNoHindranceWhereTheOutputHasRoom)
   EXPECT_EQ(decodeM4a(asBytes(back)).error, "");
 }
 
-TEST_F(LostRecordingsTest, WhatIsMovedBackIsNobodyElsesAsBefore) {
+TEST_F(LostRecordingsTest, AFileThatIsMovedBackIsStillReadableByItsOwnerOnly) {
   writeFile(path, interruptedMp3(8000, 32, 8000));
   const auto recording = claimed();
   ASSERT_EQ(recording->moveTo(output / "there.mp3", &error), Move::kMoved);
@@ -418,7 +418,7 @@ TEST_F(LostRecordingsTest, WhatIsMovedBackIsNobodyElsesAsBefore) {
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(LostRecordingsTest, AReadOnlyDiskIsSaid) {
+TEST_F(LostRecordingsTest, AReadOnlyDiskIsReported) {
   ASSERT_EQ(mount("tmpfs", folder.path().c_str(), "tmpfs", 0, ""), 0) << std::strerror(errno);
   writeFile(path, interruptedMp3(8000, 32, 8000));
   ASSERT_EQ(mount("tmpfs", folder.path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, ""), 0);

@@ -57,13 +57,13 @@ TEST(M4aBoxesTest, TheDescriptionNamesTheDecoderItsRateAndItsConfiguration) {
                    "00000014 62747274 00000000 0001f400 0001f400"));       // btrt
 }
 
-TEST(M4aBoxesTest, ARateBeyondSixteenBitsStandsInTheConfigurationAlone) {
+TEST(M4aBoxesTest, ARateBeyondSixteenBitsIsInTheConfigurationOnly) {
   constexpr std::uint64_t kRate = 16 + 8 + 24;  // in the entry of the stsd
   const auto description = m4aSampleDescription({96000, 128000, {}});
   EXPECT_EQ(bigEndian(description, kRate, 4), 0U);
 }
 
-TEST(M4aBoxesTest, TheTitleStandsWherePlayersLookForIt) {
+TEST(M4aBoxesTest, TheTitleIsWherePlayersLookForIt) {
   EXPECT_EQ(hexOf(m4aLabelsBox({"Ab", 0})),
             joined("00000057 75647461"                                      // udta
                    "0000004f 6d657461 00000000"                             // meta
@@ -104,7 +104,7 @@ TEST(M4aBoxesTest, FragmentsFollowEachOtherInNumberAndTime) {
   EXPECT_EQ(bigEndian(second.bytes, time->offset + 12, 8), 2U * kAacPacket_frames);
 }
 
-TEST(M4aBoxesTest, TheGrowingIndexHoldsNoPacketsAndTellsThatFragmentsFollow) {
+TEST(M4aBoxesTest, TheGrowingIndexHoldsNoPacketsAndSaysThatFragmentsFollow) {
   M4aTrack track;
   track.sampleRate_hz = 48000;
   track.sampleDescription = m4aSampleDescription({48000, 128000, {}});

@@ -224,7 +224,7 @@ TEST_P(FailingOperationTest, FailureThatStaysLeavesAFileThatPlays) {
 INSTANTIATE_TEST_SUITE_P(All, FailingOperationTest,
                          ::testing::Range(1, kOperationsOfTwoSeconds + 1));
 
-TEST(M4aFaultTest, TwoSecondsTakeAsManyOperationsAsTheTestsAboveLetFail) {
+TEST(M4aFaultTest, TwoSecondsNeedAsManyOperationsAsTheTestsAboveLetFail) {
   Recording recording;
   ASSERT_EQ(recording.feed(2 * kRate_hz), "");
   ASSERT_EQ(recording.writer.finish(), "");
@@ -288,7 +288,7 @@ TEST(M4aFaultTest, RoomMadeBeforeTheEndCompletesTheFileWithEveryFrameTaken) {
   EXPECT_GE(decoded.containerFrames + 480, fed);
 }
 
-TEST(M4aFaultTest, IndexThatDoesNotFitIsTakenAwayAgain) {
+TEST(M4aFaultTest, IndexThatDoesNotFitIsRemovedAgain) {
   auto file = std::make_shared<MemoryFile>();
   Recording recording({}, file);
   ASSERT_EQ(recording.feed(12 * 1024 * 5 - 1024), "");

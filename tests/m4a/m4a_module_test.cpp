@@ -72,7 +72,7 @@ struct FileRecording {
   std::unique_ptr<M4aWriter> writer;
 };
 
-TEST(M4aModuleTest, LeavesTheFileToItsOwnerWhoseCloseTellsLateErrors) {
+TEST(M4aModuleTest, LeavesTheFileToItsOwnerWhoseCloseReportsLateErrors) {
   const TemporaryFolder folder;
   FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});
   ASSERT_EQ(recording.write(44100), "");
@@ -92,7 +92,7 @@ TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
 }
 
 // Another thread moves the file to another disk while it is written.
-TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemMeanwhileIsComplete) {
+TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemWhileGrowingIsComplete) {
   const TemporaryFolder from("/dev/shm");
   const TemporaryFolder to("/var/tmp");
   FileRecording recording(from / "recording", {48000, 2, 256000});
@@ -244,7 +244,7 @@ TEST(M4aWriterFactoryTest, BackgroundLoadServesEveryThread) {
   EXPECT_THAT(errors, ::testing::ElementsAre("made"));
 }
 
-TEST(M4aWriterFactoryTest, FactoryMayGoWhileItLoads) {
+TEST(M4aWriterFactoryTest, FactoryMayBeDestroyedWhileItLoads) {
   M4aWriterFactory factory(nullptr, {RA_TEST_MODULE_FOLDER});
   factory.loadInBackground();
 }
@@ -290,7 +290,7 @@ class LoadedModule : public ::testing::Test {
   void* const handle_;
 };
 
-TEST_F(LoadedModule, ExportsItsFactoryAlone) {
+TEST_F(LoadedModule, ExportsOnlyItsFactory) {
   FILE* const listing = popen(("nm -D --defined-only '" + path_ + "'").c_str(), "r");
   ASSERT_TRUE(listing);
   std::vector<std::string> names;

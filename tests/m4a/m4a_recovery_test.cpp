@@ -59,7 +59,7 @@ std::size_t headSize_bytes(FileBytes growing) {
   return walkBoxes(growing)->at(3).offset;
 }
 
-TEST(M4aRecoveryTest, CompletesAFileCutAtAnyByteWithEveryPacketThatIsWhole) {
+TEST(M4aRecoveryTest, CompletesAFileCutAtAnyByteWithEveryWholePacket) {
   const auto growing = interruptedRecording(kSmall_frames, kSmall);
   const auto finished = finishedRecording(kSmall_frames, kSmall);
   const std::size_t head_bytes = headSize_bytes(growing);
@@ -185,7 +185,7 @@ TEST(M4aRecoveryTest, RebuildsTheIndexThatACompleteFileLost) {
   }
 }
 
-TEST(M4aRecoveryTest, PassesOverDamageAndKeepsTheFragmentsBehindIt) {
+TEST(M4aRecoveryTest, SkipsDamageAndKeepsTheFragmentsBehindIt) {
   const auto growing = interruptedRecording(10 * kSmall_frames, kSmall);
   const auto boxes = walkBoxes(growing);
   ASSERT_TRUE(boxes);
@@ -212,7 +212,7 @@ TEST(M4aRecoveryTest, PassesOverDamageAndKeepsTheFragmentsBehindIt) {
   EXPECT_GT(fragments, 20);
 }
 
-TEST(M4aRecoveryTest, KeepsFragmentsBehindALongStretchOfAnything) {
+TEST(M4aRecoveryTest, KeepsFragmentsBehindALongStretchOfGarbage) {
   const auto growing = interruptedRecording(2 * kSmall_frames, kSmall);
   const auto boxes = walkBoxes(growing);
   ASSERT_TRUE(boxes);

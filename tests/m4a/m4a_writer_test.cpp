@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(All, LengthTest,
                                            2049, 10 * 1024, 10 * 1024 - 1, 10 * 1024 + 1, 12345,
                                            44099, 44100, 44101, 65537, 100003));
 
-TEST(M4aWriterTest, RecordingHasExactlyTheFramesItWasGivenWhateverTheirPieces) {
+TEST(M4aWriterTest, RecordingHasExactlyTheFramesItWasGivenWhateverTheBlockSizes) {
   for (const std::uint32_t piece : {1U, 7U, 1023U, 1024U, 1025U, 5000U}) {
     Recording recording;
     std::uint64_t fed = 0;
@@ -269,7 +269,7 @@ class InTimeZone {
   std::optional<std::string> before_;
 };
 
-TEST(M4aWriterTest, GrowingAndFinishedFileCarryTheTitleAndTheLocalDate) {
+TEST(M4aWriterTest, GrowingAndFinishedFileHaveTheTitleAndTheLocalDate) {
   const InTimeZone zone("XYZ-5:30");  // five and a half hours ahead
   const M4aLabels labels{"Tonaufnahme 2024-05-18 um 00.33.27 \xe2\x80\x93 \xc3\xa4",
                          1715972607};  // 2024-05-17 19:03:27 UTC
@@ -292,7 +292,7 @@ TEST(M4aWriterTest, WithoutLabelsThereIsNoTitle) {
   EXPECT_EQ(tags.count("date"), 0U);
 }
 
-TEST(M4aWriterTest, TitlesOfAnyLengthAndBytesSpoilNothing) {
+TEST(M4aWriterTest, TitlesOfAnyLengthAndBytesDoNoHarm) {
   for (const std::string& title : {std::string(100000, 'x'), std::string("a\x01\xff\n")}) {
     Recording recording(Format{}, {}, {title, 1});
     ASSERT_EQ(recording.openError, "");
@@ -343,7 +343,7 @@ TEST(M4aWriterTest, NoSamplesGiveAValidFileOfLengthZero) {
   EXPECT_EQ(decoded.containerFrames, 0U);
 }
 
-TEST(M4aWriterTest, ValuesThatAreNoNumbersCountAsSilenceAndSpoilNothing) {
+TEST(M4aWriterTest, ValuesThatAreNotNumbersCountAsSilenceAndDoNoHarm) {
   const Format format{48000, 1, 128000};
   Recording recording(format);
   ASSERT_EQ(recording.openError, "");
@@ -373,7 +373,7 @@ TEST(M4aWriterTest, HugeValuesAreTaken) {
   EXPECT_EQ(decodeM4a(recording.file->bytes).containerFrames, 10000U);
 }
 
-TEST(M4aWriterTest, FinishCostsTheIndexAloneHoweverLongTheRecording) {
+TEST(M4aWriterTest, FinishCostsOnlyTheIndexHoweverLongTheRecording) {
   Recording recording({8000, 1, 24000});
   constexpr std::uint32_t kSecond_frames = 8000;
   constexpr std::uint64_t kLength_s = 2400;

@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-TEST(FileURL, PlainPathsAreTakenAsTheyAre) {
+TEST(FileURL, PlainPathsStayUnchanged) {
   EXPECT_EQ(fileURLWithPath("/home/user/a-b._~9.mp3"), "file:///home/user/a-b._~9.mp3");
 }
 
@@ -32,14 +32,14 @@ TEST(FileURL, LowerCaseDigitsAndUnencodedCharactersAreRead) {
   EXPECT_EQ(pathWithFileURL("file:///%c3%bc a+b"), "/\u00fc a+b");
 }
 
-TEST(FileURL, OtherSchemesAndHostsAreNoPaths) {
+TEST(FileURL, OtherSchemesAndHostsAreNotPaths) {
   for (const char* url : {"", "/tmp/a", "http://host/a", "file:/tmp/a", "FILE:///tmp/a", "file://",
                           "file://elsewhere/tmp/a", "file://localhost", "file://localhostile/a"}) {
     EXPECT_EQ(pathWithFileURL(url), std::nullopt) << url;
   }
 }
 
-TEST(FileURL, BrokenEscapesAreNoPaths) {
+TEST(FileURL, BrokenEscapesAreNotPaths) {
   for (const char* url : {"file:///a%", "file:///a%4", "file:///a%zz", "file:///a%4g",
                           "file:///a%%41", "file:///a%-1", "file:///a%00b"}) {
     EXPECT_EQ(pathWithFileURL(url), std::nullopt) << url;

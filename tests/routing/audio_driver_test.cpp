@@ -219,7 +219,7 @@ TEST_F(DriverInstallation, AnInstalledDriverThatIsNotLoadedNeedsARestart) {
   EXPECT_THAT(host.launchServices.requested, IsEmpty());
 }
 
-TEST_F(DriverInstallation, AnInstalledDriverThatIsTooOldIsInstalledAnew) {
+TEST_F(DriverInstallation, AnInstalledDriverThatIsTooOldIsReplaced) {
   install("1.0.2");
   host.alerts.answers = {kSecond};
   EXPECT_EQ(launch(), 3);
@@ -278,7 +278,7 @@ TEST_F(DriverInstallation, RestartingLaterIsNotReady) {
   EXPECT_THAT(alertTexts(), ElementsAre(kNeeded, kDone));
 }
 
-TEST_F(DriverInstallation, WithoutAFoundSuiteItTriesTheUsualPlace) {
+TEST_F(DriverInstallation, WithoutASuiteItTriesTheUsualPlace) {
   putSuite(kFallback, "1.0.3");
   EXPECT_EQ(launch(), 2);
   EXPECT_THAT(host.bundleLoader.requestedPaths,
@@ -290,7 +290,7 @@ TEST_F(DriverInstallation, WithoutAFoundSuiteItTriesTheUsualPlace) {
 }
 
 // The usual place is only a guess for systems that know of no suite.
-TEST_F(DriverInstallation, TheUsualPlaceIsNotTriedBesideFoundSuites) {
+TEST_F(DriverInstallation, TheUsualPlaceIsNotTriedWhenSuitesAreFound) {
   host.launchServices.paths = {"/Elsewhere.app"};
   putSuite(kFallback, "1.0.3");
   EXPECT_EQ(launch(), 3);

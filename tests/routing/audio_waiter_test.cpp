@@ -61,7 +61,7 @@ TEST_F(AudioWaiterTest, TheOutputIsTheLoopbackIfThatWasTheDefaultAlready) {
   EXPECT_EQ(wait()->output(), kLoopbackID);
 }
 
-TEST_F(AudioWaiterTest, SucceedsWithTheFirstPollWhenTheDeviceIsListedAlready) {
+TEST_F(AudioWaiterTest, SucceedsAtTheFirstPollWhenTheDeviceIsAlreadyListed) {
   deviceAppears();
   const auto waiter = wait();
   host.runLoop.advance(0.009);
@@ -86,7 +86,7 @@ TEST_F(AudioWaiterTest, SucceedsAsSoonAsTheDeviceAppearsAndReportsOnce) {
   EXPECT_EQ(waiter->counter(), 50);
 }
 
-TEST_F(AudioWaiterTest, HandsTheObjectOn) {
+TEST_F(AudioWaiterTest, PassesTheObjectOn) {
   deviceAppears();
   const auto waiter = wait(std::string("mine"));
   poll(1);
@@ -205,7 +205,7 @@ TEST_F(AudioWaiterTest, AWaiterThatEndsWhilePollingInvalidatesItsTimerAndHidesTh
   EXPECT_THAT(results, IsEmpty());
 }
 
-TEST_F(AudioWaiterTest, AWaiterWhoseWaitHasEndedHidesNothingWhenItGoes) {
+TEST_F(AudioWaiterTest, AWaiterWhoseWaitHasEndedHidesNothingWhenDestroyed) {
   deviceAppears();
   auto waiter = wait();
   poll(1);

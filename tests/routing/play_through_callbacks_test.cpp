@@ -91,7 +91,7 @@ TEST_F(PlayThroughCallbacks, InputTruncatesTheSampleTime) {
   EXPECT_EQ(playThrough->firstInputTime.load(), 1000.9);
 }
 
-TEST_F(PlayThroughCallbacks, InputTimesBeyondAllNumbersDoNoHarm) {
+TEST_F(PlayThroughCallbacks, InputTimesOutOfRangeDoNoHarm) {
   EXPECT_EQ(input(1e300), noErr);
   EXPECT_EQ(input(std::nan("")), noErr);
 }
@@ -186,7 +186,7 @@ TEST_F(PlayThroughCallbacks, OutputTruncatesTheAddressOfTheRing) {
   EXPECT_EQ(out.plane(0)[0], 10000.0F);
 }
 
-TEST_F(PlayThroughCallbacks, WhatIsNotHeldIsSilenceWithoutANewAnchor) {
+TEST_F(PlayThroughCallbacks, FramesThatAreNotHeldAreSilenceWithoutANewAnchor) {
   input(1000);
   output(0);
   const double offset = playThrough->inputToOutputOffset;

@@ -296,7 +296,7 @@ TEST_F(PlayThroughStart, TheOffsetIsASignedThirtyTwoBitSum) {
   EXPECT_EQ(playThrough->inputToOutputOffset, -2147483648.0);
 }
 
-TEST_F(PlayThroughStart, EveryCallThatFailsIsReturnedAfterExactlyItsCleanup) {
+TEST_F(PlayThroughStart, TheStatusOfAFailedCallIsReturnedAfterExactlyItsCleanup) {
   for (std::size_t i = 0; i < startSteps().size(); ++i) {
     const Step& step = startSteps()[i];
     SCOPED_TRACE(step.call);
@@ -410,7 +410,7 @@ TEST_F(PlayThroughStart, DestructionStops) {
   EXPECT_EQ(host.audioUnits.livingGraphs(), 0U);
 }
 
-TEST_F(PlayThroughStart, ARecordOnlyConfiguredIsDestroyedWithoutACall) {
+TEST_F(PlayThroughStart, ARecordThatWasOnlyConfiguredIsDestroyedWithoutACall) {
   playThrough.reset();
   EXPECT_THAT(host.audioUnits.calls, IsEmpty());
 }

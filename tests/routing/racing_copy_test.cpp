@@ -21,7 +21,7 @@ std::vector<std::byte> counted(std::size_t size_bytes) {
 }
 
 // For every alignment of the two sides and every number of bytes.
-TEST(RacingCopy, CarriesEveryByteAndNoOther) {
+TEST(RacingCopy, CopiesEveryByteAndNoOther) {
   constexpr std::size_t kRoom_bytes = 64;
   const std::vector<std::byte> source = counted(kRoom_bytes);
   for (std::size_t shared = 0; shared < 9; ++shared) {
@@ -115,19 +115,19 @@ class RacingCopySteps : public testing::Test {
   alignas(8) Samples own{};
 };
 
-TEST_F(RacingCopySteps, NobodySeesAPartOfASampleThatComesIn) {
+TEST_F(RacingCopySteps, NoPartOfAnIncomingSampleIsSeen) {
   stepThrough(shared, false, [&] { racing::copyIn(bytesOf(shared), bytesOf(own), sizeof own); });
   EXPECT_EQ(watched.torn, 0U);
   EXPECT_EQ(shared, own);
 }
 
-TEST_F(RacingCopySteps, NobodySeesAPartOfASampleThatBecomesSilence) {
+TEST_F(RacingCopySteps, NoPartOfASampleThatBecomesSilenceIsSeen) {
   stepThrough(shared, false, [&] { racing::zero(bytesOf(shared), sizeof shared); });
   EXPECT_EQ(watched.torn, 0U);
   EXPECT_EQ(shared, Samples{});
 }
 
-TEST_F(RacingCopySteps, NoSampleThatGoesOutIsMadeOfTwo) {
+TEST_F(RacingCopySteps, NoOutgoingSampleIsMadeOfTwo) {
   stepThrough(shared, true, [&] { racing::copyOut(bytesOf(own), bytesOf(shared), sizeof own); });
   for (const std::uint32_t sample : own) EXPECT_TRUE(sample == kOld || sample == kNew) << sample;
 }

@@ -183,7 +183,7 @@ class RingAgainstReference {
   ReferenceRing reference_;
 };
 
-TEST(RingBufferModel, BehavesAsANaiveRingInMillionsOfRandomSteps) {
+TEST(RingBufferModel, BehavesLikeANaiveRingForMillionsOfRandomSteps) {
   constexpr std::array<Shape, 6> kShapes{
       {{1, 1, 1}, {2, 4, 20}, {3, 2, 64}, {1, 4, 2}, {2, 3, 33}, {kMostChannels, 4, 7}}};
   constexpr std::uint32_t kSequences = 40;

@@ -391,7 +391,7 @@ TEST_F(RingBufferTest, TheIndexWrapsAroundAtThirtyTwoBits) {
   EXPECT_EQ(bounds(), Bounds(3, 4));
 }
 
-TEST_F(RingBufferTest, SampleTimesAtTheEndOfTheNumbersDoNoHarm) {
+TEST_F(RingBufferTest, SampleTimesAtTheLimitsDoNoHarm) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
   Block block(2, 8);
   EXPECT_EQ(ring.fetch(block.list(), 8, kMost), RingBufferErrorNone);

@@ -117,7 +117,7 @@ bool isMarkedSample(std::uint32_t sample, std::uint32_t channel) {
   return sample == markedSampleAt(sample, channel);
 }
 
-TEST(RingBufferThreads, AReaderThatIsOverrunStillGetsOrderlyBoundsAndSamples) {
+TEST(RingBufferThreads, AnOverrunReaderStillGetsConsistentBoundsAndWholeSamples) {
   RingBuffer ring;
   ring.allocate(kChannels, sizeof(std::uint32_t), kCapacity_frames);
   const std::int64_t blocks = routing_test::budget(4'000'000);

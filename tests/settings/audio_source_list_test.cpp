@@ -57,7 +57,7 @@ TEST_F(AudioSourceListTest, NeverListsTheLoopbackDevice) {
   EXPECT_THAT(shown().audioSource->titles(), ElementsAre("-", kComputer, "-", kNone));
 }
 
-TEST_F(AudioSourceListTest, LocalisesTheFixedTitlesAndShowsNamesAsTheyCome) {
+TEST_F(AudioSourceListTest, LocalisesTheFixedTitlesAndShowsNamesUnchanged) {
   auto& strings = machine_.mainBundle.strings;
   strings = {{kDefault, "Standardeingang"},
              {kComputer, "Rechner"},
@@ -69,7 +69,7 @@ TEST_F(AudioSourceListTest, LocalisesTheFixedTitlesAndShowsNamesAsTheyCome) {
               ElementsAre("Standardeingang", "Mic", "-", "Rechner", "-", "Kein Ton"));
 }
 
-TEST_F(AudioSourceListTest, TakesOddNamesAsTheyComeAndTellsThemApart) {
+TEST_F(AudioSourceListTest, ShowsOddNamesUnchangedAndTellsThemApart) {
   const std::string longName(4000, 'x');
   machine_.capture.connect("a", "");
   machine_.capture.connect("b", longName);
@@ -126,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(EveryType, SelectTest,
                                          SelectCase{"Negative", -1, "mic a", 6, 3}),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(AudioSourceListTest, TakesTheFirstOfTwoMicrophonesWithOneId) {
+TEST_F(AudioSourceListTest, TakesTheFirstOfTwoMicrophonesWithTheSameId) {
   stored() = {{"AudioSourceType", 2}, {"AudioSourceID", "twin"}};
   machine_.capture.connect("twin", "First");
   machine_.capture.connect("twin", "Second");

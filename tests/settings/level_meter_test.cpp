@@ -58,7 +58,7 @@ TEST_F(LevelMeterTest, ListensToTheChosenDeviceWhileTheWindowIsVisible) {
   EXPECT_FALSE(indicator().hidden);
 }
 
-TEST_F(LevelMeterTest, NeverPostsWhatARecorderWouldTakeForItsOwn) {
+TEST_F(LevelMeterTest, NeverPostsANotificationThatARecorderWouldTakeForItsOwn) {
   const auto controller = showController();
   EXPECT_THAT(machine_.capture.sessions, IsEmpty());
 }
@@ -112,7 +112,7 @@ TEST_F(LevelMeterTest, DoesNotOpenTheDeviceWithoutAThread) {
   EXPECT_TRUE(indicator().hidden);
 }
 
-TEST_F(LevelMeterTest, OpensTheDeviceWhenAccessWasGrantedAndLetsGoWhenWithdrawn) {
+TEST_F(LevelMeterTest, OpensTheDeviceOnceAccessIsGrantedAndReleasesItOnceWithdrawn) {
   machine_.capture.authorization = platform::AuthorizationStatus::kDenied;
   const auto controller = showController();
   machine_.capture.authorization = platform::AuthorizationStatus::kAuthorized;
@@ -135,7 +135,7 @@ TEST_F(LevelMeterTest, NeverListensWhileARecordingRuns) {
   EXPECT_TRUE(isListening());
 }
 
-TEST_F(LevelMeterTest, LetsGoWithinOneStepWhenARecordingStarts) {
+TEST_F(LevelMeterTest, ReleasesTheDeviceWithinOneStepWhenARecordingStarts) {
   bool recording = false;
   const auto controller = makeController();
   controller->setRecordingProbe([&] { return recording; });
@@ -212,7 +212,7 @@ TEST_F(LevelMeterTest, ShowsTheHighestPeakSinceTheLastStep) {
   EXPECT_FLOAT_EQ(indicator().level(), 0.75F);
 }
 
-TEST_F(LevelMeterTest, NeverShowsMoreThanFullScaleOrWhatIsNoNumber) {
+TEST_F(LevelMeterTest, ShowsNothingAboveFullScaleAndNothingThatIsNotANumber) {
   const auto controller = showController();
   deliver({{4.0F, std::numeric_limits<float>::infinity()}});
   step();
@@ -285,7 +285,7 @@ TEST_F(LevelMeterTest, IgnoresSamplesItCannotRead) {
   EXPECT_THAT(indicator().levels, IsEmpty());
 }
 
-TEST_F(LevelMeterTest, ShowsNothingOfTheDeviceBefore) {
+TEST_F(LevelMeterTest, ShowsNothingOfThePreviousDevice) {
   machine_.capture.connect("usb", "USB");
   const auto controller = showController();
   const auto earlier = machine_.capture.dataOutputs.back();
@@ -296,7 +296,7 @@ TEST_F(LevelMeterTest, ShowsNothingOfTheDeviceBefore) {
   EXPECT_EQ(indicator().level(), 0);
 }
 
-TEST_F(LevelMeterTest, GivesADeviceUpThatFailsUntilSomethingChanges) {
+TEST_F(LevelMeterTest, GivesUpADeviceThatFailsUntilSomethingChanges) {
   const auto controller = showController();
   sessions().back()->running = false;
   machine_.runLoop.advance(10);
@@ -307,7 +307,7 @@ TEST_F(LevelMeterTest, GivesADeviceUpThatFailsUntilSomethingChanges) {
   EXPECT_FALSE(indicator().hidden);
 }
 
-TEST_F(LevelMeterTest, SaysOnceThatADeviceCannotBeOpened) {
+TEST_F(LevelMeterTest, LogsOnceThatADeviceCannotBeOpened) {
   machine_.capture.inputError = "The device is busy";
   const auto controller = showController();
   machine_.runLoop.advance(10);
@@ -318,7 +318,7 @@ TEST_F(LevelMeterTest, SaysOnceThatADeviceCannotBeOpened) {
   EXPECT_THAT(machine_.suite.logLines[0], testing::HasSubstr("The device is busy"));
 }
 
-TEST_F(LevelMeterTest, LivesWithASessionThatRefusesInputOrOutput) {
+TEST_F(LevelMeterTest, SurvivesASessionThatRefusesInputOrOutput) {
   machine_.capture.refuseInput = true;
   const auto first = showController();
   machine_.capture.refuseInput = false;
@@ -327,7 +327,7 @@ TEST_F(LevelMeterTest, LivesWithASessionThatRefusesInputOrOutput) {
   EXPECT_FALSE(isListening());
 }
 
-TEST_F(LevelMeterTest, LivesWithAHostThatCannotListen) {
+TEST_F(LevelMeterTest, SurvivesAHostThatCannotListen) {
   machine_.capture.canMonitor = false;
   const auto controller = showController();
   machine_.runLoop.advance(5);

@@ -62,7 +62,7 @@ TEST_F(PreferencesWindowTest, ReadsValuesOfOtherTypesByConversionInsteadOfTheDef
   EXPECT_TRUE(controller->highlightMouseClicks());
 }
 
-TEST_F(PreferencesWindowTest, TakesAnIdThatIsNoTextForEmpty) {
+TEST_F(PreferencesWindowTest, TakesAnIdThatIsNotATextForEmpty) {
   stored() = {{"AudioSourceID", Dictionary()}};
   EXPECT_EQ(makeController()->audioSourceID(), "");
 }
@@ -194,7 +194,7 @@ TEST_F(PreferencesWindowTest, DerivesFrameRatePresetAndScaleFromTheQuality) {
   }
 }
 
-TEST_F(PreferencesWindowTest, DerivesAnewAfterTheQualityWasChanged) {
+TEST_F(PreferencesWindowTest, DerivesThemAgainAfterTheQualityHasChanged) {
   const auto controller = showController();
   shown().pickQuality(2);
   EXPECT_EQ(controller->fps(), 18);
@@ -232,7 +232,7 @@ TEST_F(PreferencesWindowTest, TakesTheFormatFromTheSender) {
   EXPECT_EQ(controller->soundFormat(), 1U);
 }
 
-TEST_F(PreferencesWindowTest, IgnoresAFormatFromASenderThatIsNoPopUp) {
+TEST_F(PreferencesWindowTest, IgnoresAFormatFromASenderThatIsNotAPopUp) {
   const auto controller = showController();
   controller->performAction("onSoundFormatSelected", nullptr);
   controller->performAction("onSoundFormatSelected", shown().audioWarning.get());
@@ -265,7 +265,7 @@ TEST_F(PreferencesWindowTest, MirrorsTheCheckBoxUnderOneSpellingAndStoresItUnder
   EXPECT_EQ(stored()["HihglightMouseClicks"], Value(false));
 }
 
-TEST_F(PreferencesWindowTest, StoresPlainlyWhereTheBundleAllowsNoMirror) {
+TEST_F(PreferencesWindowTest, StoresWithoutMirroringWhereTheBundleAllowsNoMirror) {
   machine_.mainBundle.info = Dictionary();
   const auto controller = showController();
   shown().pickSoundFormat(1);
@@ -277,7 +277,7 @@ TEST_F(PreferencesWindowTest, StoresPlainlyWhereTheBundleAllowsNoMirror) {
   EXPECT_EQ(stored()["HihglightMouseClicks"], Value(true));
 }
 
-TEST_F(PreferencesWindowTest, ShowsTheFolderAfterAllElseAndBeforeTheWarningWhenLoaded) {
+TEST_F(PreferencesWindowTest, ShowsTheFolderAfterEverythingElseAndBeforeTheWarningWhenLoaded) {
   stored() = {{"Quality", 2}};
   int updates = 0;
   interface_.onLoad = [&](memory_host::MemoryPreferencesWindow& loading) {
@@ -339,7 +339,7 @@ TEST_F(PreferencesWindowTest, LogsTheMessageOfAFailedFolderChangeAndTheEvent) {
   EXPECT_THAT(machine_.suite.eventNames(), ElementsAre("OutputLocation"));
 }
 
-TEST_F(PreferencesWindowTest, LogsNoMessageOfAFolderChangeWithoutOneOrThatWorked) {
+TEST_F(PreferencesWindowTest, LogsNoMessageOfAFolderChangeThatWorkedOrHasNone) {
   const auto controller = showController();
   shown().clickOutputLocation();
   shown().outputLocation->answer(false, 1, std::nullopt, {});
@@ -380,7 +380,7 @@ TEST_F(PreferencesWindowTest, HidesTheWindowBeforeItQuits) {
   EXPECT_FALSE(visibleAtQuit);
 }
 
-TEST_F(PreferencesWindowTest, OutlivesAQuitThatLetsGoOfIt) {
+TEST_F(PreferencesWindowTest, SurvivesAQuitCallbackThatReleasesIt) {
   std::shared_ptr<PreferencesWindowController> controller;
   controller = PreferencesWindowController::initWithWindowNibName(
       machine_.environment, "AudioPreferencesWindow", {}, [&] { controller.reset(); });
@@ -436,7 +436,7 @@ TEST_F(PreferencesWindowTest, OpensThePrivacySettings) {
   EXPECT_THAT(machine_.suite.logLines, IsEmpty());
 }
 
-TEST_F(PreferencesWindowTest, SaysSoWhereTheDesktopHasNoPrivacySettings) {
+TEST_F(PreferencesWindowTest, LogsThatTheDesktopHasNoPrivacySettings) {
   machine_.workspace.hasPrivacySettings = false;
   const auto controller = showController();
   shown().clickPrivacySettings();
@@ -451,7 +451,7 @@ TEST_F(PreferencesWindowTest, RevealsTheOutputFolder) {
               ElementsAre(ElementsAre("file:///home/user/My%20Music")));
 }
 
-TEST_F(PreferencesWindowTest, SaysSoWhenThereIsNoOutputFolderToReveal) {
+TEST_F(PreferencesWindowTest, LogsThatThereIsNoOutputFolderToReveal) {
   machine_.suite.location.reset();
   const auto controller = showController();
   shown().clickOutputFolder();
@@ -470,7 +470,7 @@ TEST_F(PreferencesWindowTest, ClearsStartupAtTheFirstOcclusionChangeAndForGood) 
   EXPECT_FALSE(controller->startup());
 }
 
-TEST_F(PreferencesWindowTest, LivesWithoutAScreen) {
+TEST_F(PreferencesWindowTest, WorksWithoutAScreen) {
   interface_.hasScreen = false;
   machine_.capture.connect("mic", "Mic");
   const auto controller = showController();
@@ -532,7 +532,7 @@ TEST_F(PreferencesWindowTest, DoesTheRestWhenOneControlIsMissing) {
   }
 }
 
-TEST_F(PreferencesWindowTest, LetsGoOfTheDeviceNotificationsWhenItGoes) {
+TEST_F(PreferencesWindowTest, UnregistersFromDeviceNotificationsWhenDestroyed) {
   auto controller = makeController();
   auto& center = machine_.notificationCenter;
   EXPECT_EQ(center.observerCount(platform::kCaptureDeviceWasConnectedNotification), 1U);

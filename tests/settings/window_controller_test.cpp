@@ -110,7 +110,7 @@ TEST_F(WindowControllerTest, PerformsActionsByNameAndIgnoresUnknownOnes) {
   EXPECT_THAT(controller_.senders, ElementsAre(&box, nullptr));
 }
 
-TEST_F(WindowControllerTest, TellsWhatAnInterfaceFileMayConnectTo) {
+TEST_F(WindowControllerTest, ListsWhatAnInterfaceFileMayConnectTo) {
   EXPECT_THAT(controller_.outletNames(), ElementsAre("box", "label"));
   EXPECT_THAT(controller_.actionNames(), ElementsAre("press"));
 }

@@ -71,7 +71,7 @@ TEST(TickToMsecs, KeepsTheFirstTimebaseForTheLifeOfTheProcess) {
   EXPECT_IN_OWN_PROCESS(asksForTheTimebaseOnce());
 }
 
-TEST_F(AuxiliaryTest, FindsAnArgumentWhereverItStands) {
+TEST_F(AuxiliaryTest, FindsAnArgumentInAnyPosition) {
   machine_.processInfo.args = {"/usr/bin/record-audio", "one", "--preferences", "two"};
   EXPECT_TRUE(Auxiliary::launchedWithArgument(host_, "--preferences"));
   EXPECT_TRUE(Auxiliary::launchedWithArgument(host_, "two"));
@@ -105,18 +105,18 @@ TEST_F(AuxiliaryTest, KeepsTheDayPeriodOfATwelveHourLocale) {
   EXPECT_EQ(Auxiliary::getFilenameWithDateTime(host_, moment()), "2024-05-17 at 2.03.27 PM");
 }
 
-TEST_F(AuxiliaryTest, WritesPlainBlanksForTheBlanksOfALocale) {
+TEST_F(AuxiliaryTest, WritesPlainSpacesForTheSpacesOfALocale) {
   machine_.dateFormatter.timePattern = "2:03:27\u202f'PM'\u00a0x\u2009x";
   EXPECT_EQ(Auxiliary::getFilenameWithDateTime(host_, moment()), "2024-05-17 at 2.03.27 PM x x");
 }
 
-TEST_F(AuxiliaryTest, LeavesNothingInAFileNameThatADiskRefuses) {
+TEST_F(AuxiliaryTest, ReplacesWhatADiskRefusesInAFileName) {
   machine_.mainBundle.strings["at"] = "a:\"<>|?*b";
   machine_.dateFormatter.timePattern = "14/03\\27\n\x7f";
   EXPECT_EQ(Auxiliary::getFilenameWithDateTime(host_, moment()), "2024-05-17 a.......b 14.03.27..");
 }
 
-TEST_F(AuxiliaryTest, LeavesOtherScriptsInAFileNameAlone) {
+TEST_F(AuxiliaryTest, KeepsOtherScriptsInAFileName) {
   machine_.mainBundle.strings["at"] = "в";
   machine_.dateFormatter.timePattern = "午後2:03:27";
   EXPECT_EQ(Auxiliary::getFilenameWithDateTime(host_, moment()), "2024-05-17 в 午後2.03.27");
@@ -147,23 +147,23 @@ TEST_F(AuxiliaryTest, NeverDecoratesAnythingInsideAnApplicationBundle) {
   EXPECT_THAT(machine_.workspace.icons, IsEmpty());
 }
 
-TEST_F(AuxiliaryTest, TakesALeadingDotForPartOfTheNameNotForAnExtension) {
+TEST_F(AuxiliaryTest, TakesALeadingDotAsPartOfTheNameNotAsAnExtension) {
   Auxiliary::setIcon(host_, nullptr, "/home/user/.app");
   EXPECT_THAT(machine_.workspace.icons, IsEmpty());
 }
 
-TEST_F(AuxiliaryTest, IgnoresWhatTheWorkspaceSaysToAnIcon) {
+TEST_F(AuxiliaryTest, IgnoresAnIconThatTheWorkspaceRefuses) {
   machine_.workspace.setIconResult = false;
   Auxiliary::setIcon(host_, nullptr, "/home/user/take.mp3");
   EXPECT_EQ(machine_.workspace.icons.size(), 1U);
 }
 
-TEST_F(AuxiliaryTest, GivesTheLocalisedNameOfTheTool) {
+TEST_F(AuxiliaryTest, ReturnsTheLocalisedNameOfTheTool) {
   (*machine_.mainBundle.localizedInfo)["CFBundleName"] = "Ton aufnehmen";
   EXPECT_EQ(Auxiliary::getLocalizedAppName(host_), "Ton aufnehmen");
 }
 
-TEST_F(AuxiliaryTest, GivesNoNameWhereTheBundleHasNone) {
+TEST_F(AuxiliaryTest, ReturnsNoNameWhereTheBundleHasNone) {
   machine_.mainBundle.localizedInfo->erase("CFBundleName");
   EXPECT_EQ(Auxiliary::getLocalizedAppName(host_), std::nullopt);
   machine_.mainBundle.localizedInfo.reset();

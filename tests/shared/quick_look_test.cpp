@@ -43,7 +43,7 @@ TEST_F(QuickLookTest, IsOffWithoutToolCapabilities) {
   expectMirrorIsOff();
 }
 
-TEST_F(QuickLookTest, IsOffWhenToolCapabilitiesAreNoDictionary) {
+TEST_F(QuickLookTest, IsOffWhenToolCapabilitiesAreNotADictionary) {
   machine_.mainBundle.info = Dictionary{{"ToolCapabilities", "Copyable"}};
   expectMirrorIsOff();
 }
@@ -75,7 +75,7 @@ TEST_F(QuickLookTest, GivesCopiesInDifferentFoldersDifferentSlots) {
                                  {"Record Audio 2.app", Dictionary{{"Quality", 1}}}}));
 }
 
-TEST_F(QuickLookTest, GivesAllCopiesOfAnUncopyableToolOneSlot) {
+TEST_F(QuickLookTest, GivesAllCopiesOfAnUncopyableToolTheSameSlot) {
   setCopyable(false);
   Auxiliary::setQuickLookParametersObject(host_, 0, "Quality");
   machine_.mainBundle.path = "/Apps/Record Audio 2.app";

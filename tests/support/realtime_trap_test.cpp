@@ -66,7 +66,7 @@ TEST(RealtimeTrap, WatchesLocksAndSystemCallsExceptUnderASanitizer) {
 #endif
 }
 
-TEST(RealtimeTrap, AScopeWatchesItsOwnThreadOnly) {
+TEST(RealtimeTrap, AScopeWatchesOnlyItsOwnThread) {
   realtime_trap::takeScopeReport();
   std::thread([] {
     keep = std::malloc(8);

@@ -71,7 +71,7 @@ TEST_F(AlertTest, WithoutButtonsHasOneThatClosesIt) {
 }
 
 // Return and Escape must keep closing the alert, not open what the extra button opens.
-TEST_F(AlertTest, AnExtraButtonAnswersForItselfAndChangesNothingForTheOthers) {
+TEST_F(AlertTest, AnExtraButtonHasItsOwnAnswerAndDoesNotChangeTheOthers) {
   alert_.extraButton = "Preferences";
   for (const bool hasOthers : {true, false}) {
     if (!hasOthers) alert_.buttons.clear();
@@ -87,7 +87,7 @@ TEST_F(AlertTest, AnExtraButtonAnswersForItselfAndChangesNothingForTheOthers) {
   }
 }
 
-TEST_F(AlertTest, ShowsItsTextsAsTheyStandWithTheIconOfItsStyle) {
+TEST_F(AlertTest, ShowsItsTextsUnchangedWithTheIconOfItsStyle) {
   const std::pair<platform::AlertStyle, QMessageBox::Icon> styles[] = {
       {platform::AlertStyle::kWarning, QMessageBox::Warning},
       {platform::AlertStyle::kInformational, QMessageBox::Information},
@@ -122,7 +122,7 @@ TEST_F(AlertTest, IsRaisedOverTheOtherWindows) {
   windowsModule().raiseAlert();  // without any alert
 }
 
-TEST_F(AlertTest, LetsTheMainLoopGoOn) {
+TEST_F(AlertTest, KeepsTheMainLoopRunning) {
   bool ran = false;
   QTimer::singleShot(0, [&] { ran = true; });
   InModalDialog user([&] {

@@ -119,7 +119,7 @@ TEST_P(LayoutTest, IsMirroredFromRightToLeft) {
 INSTANTIATE_TEST_SUITE_P(AllLanguages, LayoutTest, testing::ValuesIn(languages()),
                          [](const auto& language) { return language.param; });
 
-TEST(ScaleTest, IsTheOneThatWasAskedFor) {
+TEST(ScaleTest, IsTheRequestedOne) {
   const double wanted = std::max(1.0, qEnvironmentVariable("QT_SCALE_FACTOR").toDouble());
   EXPECT_DOUBLE_EQ(qApp->devicePixelRatio(), wanted);
 }

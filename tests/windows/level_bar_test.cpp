@@ -52,7 +52,7 @@ TEST_F(LevelBarTest, Shows60DecibelsGreenThenAmberThenRed) {
   EXPECT_TRUE(isRedAt(0.97));
 }
 
-TEST_F(LevelBarTest, ShowsLevelsThatAreNoneAsSilenceAndTooHighOnesAsFullScale) {
+TEST_F(LevelBarTest, ShowsInvalidLevelsAsSilenceAndTooHighOnesAsFullScale) {
   for (const float level : {0.0F, -1.0F, std::numeric_limits<float>::quiet_NaN()}) {
     port_->setLevel(1);
     port_->setLevel(level);

@@ -88,7 +88,7 @@ TEST_F(OutputLocationTest, ShowsTheFolderWithAnIcon) {
 }
 
 // A theme's icons for light windows, in a dark one.
-TEST_F(OutputLocationTest, TheIconIsSeenOnADarkButton) {
+TEST_F(OutputLocationTest, TheIconIsVisibleOnADarkButton) {
   const QString folder = root_.filePath(QStringLiteral("theme/trial/16/places"));
   ASSERT_TRUE(QDir().mkpath(folder));
   QFile index(root_.filePath(QStringLiteral("theme/trial/index.theme")));
@@ -171,7 +171,7 @@ TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsOrTakesTheSameFolder)
   EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("before")));
 }
 
-TEST_F(OutputLocationTest, LetsTheDesktopsOwnChooserHaveItsWay) {
+TEST_F(OutputLocationTest, WaitsForTheDesktopsOwnChooser) {
   std::string openedAt;
   int blockedClicks = 0;
   services().desktopChooser = [&](const std::string& opened, const auto& done) {
@@ -209,7 +209,7 @@ TEST_F(OutputLocationTest, ShowsItsOwnChooserWhenTheDesktopsFails) {
   EXPECT_THAT(services().asked, ElementsAre(path("after")));
 }
 
-TEST_F(OutputLocationTest, ADialogDoesNotKeepTheProgramFromEnding) {
+TEST_F(OutputLocationTest, ADialogDoesNotKeepTheProgramFromQuitting) {
   EXPECT_TRUE(change([](QFileDialog&) { services().endDialogs(); }).success);
   EXPECT_THAT(services().asked, IsEmpty());
   // Another program's dialog that is never answered.

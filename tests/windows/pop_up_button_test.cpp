@@ -90,7 +90,7 @@ TEST_F(PopUpButtonTest, ChangesOnlyTheRowOfADeviceThatComesOrGoes) {
   EXPECT_TRUE(box().hasFocus());
 }
 
-TEST_F(PopUpButtonTest, UpdatesAnOpenMenuInPlaceAndLeavesTheUserWhereHeIs) {
+TEST_F(PopUpButtonTest, UpdatesAnOpenMenuInPlaceAndKeepsTheUsersPosition) {
   show();
   fillAndShow({"One", "Two"}, 1);
   box().showPopup();
@@ -133,7 +133,7 @@ TEST_F(PopUpButtonTest, SendsItsActionOnceForAPickAndNeverForTheProgramsOwnChoic
   EXPECT_EQ(port_->indexOfSelectedItem(), 2);
 }
 
-TEST_F(PopUpButtonTest, TellsTwoDevicesOfOneNameApart) {
+TEST_F(PopUpButtonTest, TellsTwoDevicesWithTheSameNameApart) {
   show();
   fillAndShow({"Twin", "Twin"}, 0);
   pickRow(2);
@@ -143,7 +143,7 @@ TEST_F(PopUpButtonTest, TellsTwoDevicesOfOneNameApart) {
   EXPECT_THAT(owner_.actions, ElementsAre("onAudioSelect", "onAudioSelect"));
 }
 
-TEST_F(PopUpButtonTest, TakesAPickThatOvertakesAnUpdateAsTheUserMeantIt) {
+TEST_F(PopUpButtonTest, TakesAPickDuringAnUpdateAsTheUserMeantIt) {
   show();
   fillAndShow({"One", "Two", "Three"}, 0);
   box().showPopup();

@@ -27,7 +27,7 @@ class ShortcutRowTest : public WindowsTest {
   }
 };
 
-TEST_F(ShortcutRowTest, IsThereOnlyWhileTheDesktopHasKeysForPrograms) {
+TEST_F(ShortcutRowTest, IsShownOnlyWhileTheDesktopHasKeysForPrograms) {
   show();
   EXPECT_FALSE(isShown());
   const QSize without = dialog().size();
@@ -55,7 +55,7 @@ TEST_F(ShortcutRowTest, ShowsTheKeyInTheDesktopsWords) {
   EXPECT_EQ(shownKey(), text("See keyboard settings"));
 }
 
-TEST_F(ShortcutRowTest, ShowsWhateverTheDesktopSaysAsOneHarmlessLine) {
+TEST_F(ShortcutRowTest, ShowsAnyTextOfTheDesktopAsOneHarmlessLine) {
   showOffered();
   services().changeShortcut({.offered = true, .set = true, .trigger = "Press\n<b>&R</b>"});
   EXPECT_EQ(shownKey(), QStringLiteral("Press <b>&R</b>"));
@@ -78,7 +78,7 @@ TEST_F(ShortcutRowTest, ItsButtonAsksTheDesktop) {
   EXPECT_EQ(dialog().findChild<QMessageBox*>(), nullptr) << "the user knows";
 }
 
-TEST_F(ShortcutRowTest, AFailureIsToldWithTheDesktopsReason) {
+TEST_F(ShortcutRowTest, AFailureIsShownWithTheDesktopsReason) {
   showOffered();
   button().click();
   ASSERT_EQ(services().shortcutChoices.size(), 1U);
@@ -91,7 +91,7 @@ TEST_F(ShortcutRowTest, AFailureIsToldWithTheDesktopsReason) {
   EXPECT_TRUE(QTest::qWaitFor([&] { return dialog().findChild<QMessageBox*>() == nullptr; }));
 }
 
-TEST_F(ShortcutRowTest, NobodyIsToldWhenTheWindowIsGone) {
+TEST_F(ShortcutRowTest, NothingIsShownWhenTheWindowIsGone) {
   showOffered();
   button().click();
   window_.reset();

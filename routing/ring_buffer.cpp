@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include "routing/racing_copy.h"
 #include "routing/resident_memory.h"
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::uint32_t kSlotMask = kRingBufferSlotCount - 1;
 constexpr int kBoundsTries = 8;
+constexpr std::size_t kCacheLine_bytes = 64;
 
 // Sample times wrap instead of overflowing.
 std::int64_t plus(std::int64_t time, std::int64_t frames) {
@@ -70,17 +72,21 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
 
   const std::size_t table_bytes = static_cast<std::size_t>(channels) * sizeof(std::byte*);
   const std::size_t total_bytes = table_bytes + static_cast<std::size_t>(channels) * channel_bytes;
-  void* const storage = std::calloc(1, std::max<std::size_t>(total_bytes, 1));
-  if (storage == nullptr) return;
-  makeResident(storage, total_bytes);
+  // Copies are fastest when the channels begin at a cache line. The table ends where they begin.
+  allocation_ = std::calloc(1, total_bytes + kCacheLine_bytes);
+  if (allocation_ == nullptr) return;
+  makeResident(allocation_, total_bytes + kCacheLine_bytes);
+  void* firstChannel = static_cast<std::byte*>(allocation_) + table_bytes;
+  std::size_t room_bytes = total_bytes - table_bytes + kCacheLine_bytes;
+  std::align(kCacheLine_bytes, 1, firstChannel, room_bytes);
 
-  buffers = static_cast<std::byte**>(storage);
+  std::byte* channel = static_cast<std::byte*>(firstChannel);
+  buffers = reinterpret_cast<std::byte**>(channel - table_bytes);
   channelCount = channels;
   bytesPerFrame = frameSize_bytes;
   capacityFrames = static_cast<std::uint32_t>(frames);
   capacityFramesMask = capacityFrames - 1;
   capacityBytes = static_cast<std::uint32_t>(channel_bytes);
-  std::byte* channel = static_cast<std::byte*>(storage) + table_bytes;
   for (std::int32_t i = 0; i < channels; ++i, channel += channel_bytes) buffers[i] = channel;
 
   for (RingBufferTimeBounds& slot : timeBounds) {
@@ -94,7 +100,8 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
 }
 
 void RingBuffer::deallocate() {
-  std::free(buffers);
+  std::free(allocation_);
+  allocation_ = nullptr;
   buffers = nullptr;
   channelCount = 0;
   capacityBytes = 0;

@@ -90,7 +90,7 @@ struct RingBuffer {
   // (end == start). On an error it stays as it is.
   RingBufferError clipTimeBounds(std::int64_t& start, std::int64_t& end);
 
-  std::byte** buffers = nullptr;  // owned; the channels follow the table in one allocation
+  std::byte** buffers = nullptr;  // the channels follow the table; both lie in allocation_
   std::int32_t channelCount = 0;
   std::uint32_t bytesPerFrame = 0;  // within one channel
   std::uint32_t capacityFrames = 0;
@@ -109,6 +109,7 @@ struct RingBuffer {
   void copyOut(platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
                std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
 
+  void* allocation_ = nullptr;  // owned
   [[no_unique_address]] platform::ThreadRole writer_;
   [[no_unique_address]] platform::ThreadRole reader_;
 };

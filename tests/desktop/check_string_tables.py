@@ -12,7 +12,8 @@ import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
 
-LANGUAGES = "de es fr it ja ko nl pl pt_BR ru tr uk zh_CN zh_TW".split()
+LANGUAGES = """ar cs da de el es fa fi fr he hi hu id it ja ko nb nl pl pt pt_BR ro ru sv th tr uk vi zh_CN
+    zh_TW""".split()
 
 # Where texts for the user are.
 ROOMS = """app settings shared capture routing suite hosts/linux hosts/linux/indicator hosts/linux/host

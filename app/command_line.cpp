@@ -83,7 +83,10 @@ std::string helpText() {
          "  --version   print the version\n"
          "\n"
          "Exit status: 0 on success (also when there was nothing to recover), 1 on failure, 2 for\n"
-         "wrong arguments, 3 when nothing runs or nothing is being recorded.\n";
+         "wrong arguments, 3 when nothing runs or nothing is being recorded, 4 when there was no\n"
+         "screen to show an alert or the preferences on, 5 when another instance runs and does "
+         "not\n"
+         "answer.\n";
 }
 
 std::string versionText(const std::string& version) {

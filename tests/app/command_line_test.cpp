@@ -72,5 +72,14 @@ TEST(CommandLineTest, HelpNamesEveryOption) {
   EXPECT_EQ(versionText("1.2.3"), "record-audio 1.2.3\n");
 }
 
+// Scripts read them. From 3 on they are the Linux host's.
+TEST(CommandLineTest, HelpNamesEveryExitStatus) {
+  const std::string help = helpText();
+  const std::string statuses = help.substr(help.find("Exit status:"));
+  for (const char* status : {" 0 ", " 1 ", " 2 ", " 3 ", " 4 ", " 5 "}) {
+    EXPECT_THAT(statuses, HasSubstr(status));
+  }
+}
+
 }  // namespace
 }  // namespace record_audio

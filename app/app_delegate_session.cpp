@@ -130,9 +130,16 @@ void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
   if (output == loopback) return;
   const platform::OSStatus status = _audioPlayThrough->start();
   if (isConfigured && status == platform::noErr) return;
-  environment_.suite.logging.VKLogVariadic(
-      "The computer's sound is recorded, but it cannot be played on the device %@ (status %@).",
-      {std::to_string(output), std::to_string(status)});
+  if (status != platform::noErr) {
+    environment_.suite.logging.VKLogVariadic(
+        "The computer's sound is recorded, but it cannot be played on the device %@ (status %@).",
+        {std::to_string(output), std::to_string(status)});
+  } else {
+    environment_.suite.logging.VKLogVariadic(
+        "The computer's sound is recorded, but it may not be heard on the device %@: a property of "
+        "that device or of the loopback device cannot be read.",
+        {std::to_string(output)});
+  }
   showNotificationNotHeard();
 }
 

@@ -23,13 +23,17 @@ class SystemAudioTest : public AppTest {
                                      platform::kAudioOutputUnitProperty_CurrentDevice,
                                      platform::kAudioUnitScope_Global, 0) == device;
   }
-  // The user is told without a sound, which would be recorded.
-  void expectNotHeard() {
+  // The user is told without a sound, which would be recorded. The log says why.
+  void expectNotHeard(const std::string& logged) {
     EXPECT_THAT(showingTexts(),
                 ElementsAre("The sound is recorded, but you will not hear it.", kStartedText));
     EXPECT_EQ(machine.userNotificationCenter.showing.at(0)->soundName, std::nullopt);
-    EXPECT_THAT(machine.suite.logLines,
-                ElementsAre(::testing::HasSubstr("it cannot be played on the device 30")));
+    EXPECT_THAT(
+        machine.suite.logLines,
+        ElementsAre(::testing::EndsWith("The computer's sound is recorded, but it " + logged)));
+  }
+  static std::string cannotBePlayed(platform::OSStatus status) {
+    return "cannot be played on the device 30 (status " + std::to_string(status) + ").";
   }
   void launchWithoutLoopback() {
     loopbackAppears = false;
@@ -107,7 +111,20 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeConfigured) {
   machine.runLoop.advance(0.01);
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
-  expectNotHeard();
+  expectNotHeard(cannotBePlayed(platform::kAudioHardwareBadObjectError));
+}
+
+// The play-through starts all the same.
+TEST_F(SystemAudioTest, RecordingGoesOnWhenAPropertyOfTheLoopbackCannotBeRead) {
+  machine.audioHardware.fail(kLoopback, platform::kAudioDevicePropertySafetyOffset,
+                             platform::kAudioDevicePropertyScopeInput, -1);
+  launch();
+  machine.runLoop.advance(0.01);
+  confirmStart();
+  EXPECT_TRUE(playsOn(kSpeakers));
+  expectNotHeard(
+      "may not be heard on the device 30: a property of that device or of the loopback device "
+      "cannot be read.");
 }
 
 TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeStarted) {
@@ -117,7 +134,7 @@ TEST_F(SystemAudioTest, RecordingGoesOnWhenThePlayThroughCannotBeStarted) {
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
   EXPECT_NE(app->audioPlayThrough(), nullptr);
-  expectNotHeard();
+  expectNotHeard(cannotBePlayed(platform::kAudioHardwareUnspecifiedError));
 }
 
 TEST_F(SystemAudioTest, ThereIsNoNoticeAboutAPlayThroughThatWorks) {

@@ -69,10 +69,16 @@ struct PipeWireControl::Impl {
   bool dead = false;
   bool readsAgain = true;
 
-  // Also works if the daemon never answered while the loop was running.
+  // Also works if the daemon was not there, or never answered while the loop was running.
   ~Impl() {
-    if (core == nullptr) return;
     pw_thread_loop_stop(loop);
+    if (core != nullptr) disconnect();
+    pw_context_destroy(context);
+    pw_thread_loop_destroy(loop);
+    pw_deinit();
+  }
+
+  void disconnect() {
     forgetDefaults();
     for (auto& [name, proxy] : created) pw_proxy_destroy(proxy);
     for (pw_proxy* proxy : links) pw_proxy_destroy(proxy);
@@ -80,9 +86,6 @@ struct PipeWireControl::Impl {
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
     spa_hook_remove(&coreListener);
     pw_core_disconnect(core);
-    pw_context_destroy(context);
-    pw_thread_loop_destroy(loop);
-    pw_deinit();
   }
 
   static void onDone(void* data, std::uint32_t, int sequence) {

@@ -29,6 +29,10 @@ void* operator new(std::size_t size_bytes) {
 void* operator new[](std::size_t size_bytes) {
   return allocate(size_bytes);
 }
+// Some libraries ask for buffers that they can do without.
+void* operator new(std::size_t size_bytes, const std::nothrow_t&) noexcept {
+  return std::malloc(size_bytes);
+}
 void operator delete(void* memory) noexcept {
   std::free(memory);
 }

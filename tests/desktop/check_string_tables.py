@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Checks that every text shown to the user is in every string table, and nothing else is.
+"""Checks that every text shown to the user is in every string table, and nothing else is, and that
+the translations keep to the rules of their languages (translation_rules.py).
 
 Reads the sources, the windows and the tables, so it fails when a text is added and not translated.
 
@@ -11,6 +12,10 @@ import re
 import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
+
+sys.dont_write_bytecode = True  # the sources may be read-only
+
+import translation_rules  # noqa: E402
 
 LANGUAGES = """ar cs da de el es fa fi fr he hi hu id it ja ko nb nl pl pt pt_BR ro ru sv th tr uk vi zh_CN
     zh_TW""".split()
@@ -34,9 +39,6 @@ TOKEN = re.compile(
       | (?P<name>[A-Za-z_]\w*)
       | (?P<space>\s+)
       | (?P<other>.)""", re.S | re.X | re.M)
-
-PLACEHOLDER = re.compile(r"%@|%d|%s|%\d\$@|%[.\d]*[a-z]")
-MNEMONIC = re.compile(r"&(?=[^\s&])")
 
 
 def decoded(literal):
@@ -128,17 +130,6 @@ def table(path):
     return entries
 
 
-def shape(text):
-    """Returns the parts of a key that a translation must keep."""
-    return {
-        "placeholders": sorted(PLACEHOLDER.findall(text)),
-        "line breaks": text.count("\n"),
-        "key marks (&)": len(MNEMONIC.findall(text)),
-        "ends with a colon": text.endswith((":", "：")),
-        "blanks around": (text != text.lstrip(), text != text.rstrip()),
-    }
-
-
 def check(root):
     shown, everything = texts_in_code(root)
     not_shown = set((root / "tests/desktop/texts_not_shown.txt")
@@ -168,9 +159,8 @@ def check(root):
                 problems.append(f"{path.name}: nothing uses {key!r}")
             if not text:
                 problems.append(f"{path.name}: {key!r} is not translated")
-            for what, wanted in shape(key).items():
-                if shape(text)[what] != wanted:
-                    problems.append(f"{path.name}: other {what} in {text!r} than in {key!r}")
+        problems += [f"{path.name}: {problem}" for problem in
+                     translation_rules.problems_of_table(path.stem, entries, windows)]
     if len(used) < 40:
         problems.append(f"only {len(used)} texts found: the sources are not parsed correctly")
     return problems, len(used)

@@ -54,6 +54,27 @@ TEST(DateFormatterTest, ReturnsTheLocalesMediumTime) {
   EXPECT_THAT(formatter.localizedMediumTime(kAfternoon), kAfternoonWithPM);
 }
 
+// The pattern fixes the order and the hyphens. The digits and the calendar stay those of the
+// locale: Persia counts from the Hijra by the sun, Thailand from the Buddha's death.
+TEST(DateFormatterTest, KeepsTheDigitsAndTheCalendarOfTheLocale) {
+  struct Expected {
+    const char* locale;
+    const char* date;
+    std::string time;
+  };
+  const LinuxDateFormatter formatter;
+  for (const Expected& expected :
+       {Expected{"ar_EG", "٢٠٢٤-٠٥-١٧", "٢:٠٣:٢٧ م"}, Expected{"fa_IR", "۱۴۰۳-۰۲-۲۸", "۱۴:۰۳:۲۷"},
+        Expected{"th_TH", "2567-05-17", "14:03:27"}, Expected{"he_IL", "2024-05-17", "14:03:27"}}) {
+    const auto environment = locale(std::string(expected.locale) + ".UTF-8", "UTC");
+    EXPECT_EQ(formatter.stringFromDate(kAfternoon, "yyyy-MM-dd"), expected.date) << expected.locale;
+    // The kind of space depends on the release of ICU.
+    EXPECT_EQ(record_audio::fitForFileName(formatter.localizedMediumTime(kAfternoon), ':'),
+              expected.time)
+        << expected.locale;
+  }
+}
+
 // With the core's help: locales write times with all kinds of spaces and punctuation.
 TEST(DateFormatterTest, ReturnsTimesThatCanBeMadeFitForADiskInEveryLocale) {
   const LinuxDateFormatter formatter;

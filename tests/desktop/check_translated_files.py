@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Checks that the files that carry their translations themselves have every language: the sound
-driver's entry for the password dialog, and the summary that software centres show, which is the
+driver's entry for the password dialog, and what software centres show, whose summary is the
 launcher's comment.
 
 usage: check_translated_files.py SOURCE_FOLDER
@@ -19,40 +19,48 @@ from translation_rules import letter_problems, punctuation_problems  # noqa: E40
 POLICY = "driver/polkit/com.vantrel.korvel.install-driver.policy.in"
 METAINFO = "resources/desktop/com.vantrel.korvel.RecordAudio.metainfo.xml"
 LAUNCHER = "resources/desktop/com.vantrel.korvel.RecordAudio.desktop"
+TEXTS = 8
 LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
 
-def texts(path, tag):
-    """Returns the texts of the elements by language; the English one under None."""
-    found = {}
-    for element in ElementTree.parse(path).iter(tag):
-        if element.get(LANGUAGE) in found:
-            raise SystemExit(f"{path.name} has two of {tag} {element.get(LANGUAGE)}")
-        found[element.get(LANGUAGE)] = element.text
-    return found
+def translated(path, tags):
+    """Yields each English text of those elements, and its translations by language."""
+    for parent in ElementTree.parse(path).iter():
+        english, by_language = None, {}
+        for element in list(parent) + [None]:
+            language = None if element is None else element.get(LANGUAGE)
+            if language is None:
+                if english is not None:
+                    yield english, by_language
+                english, by_language = None, {}
+                if element is not None and element.tag in tags:
+                    english = " ".join(element.text.split())
+            elif language in by_language:
+                raise SystemExit(f"{path.name} has {english!r} in {language} twice")
+            else:
+                by_language[language] = element.text
 
 
 def check(root):
-    problems = []
-    sources = {(POLICY, "description"): {}, (POLICY, "message"): {}, (METAINFO, "summary"): {}}
-    for (name, tag), by_language in sources.items():
-        by_language.update(texts(root / name, tag))
-        if set(by_language) != set(LANGUAGES) | {None}:
-            problems.append(f"{name}: {tag} is in {sorted(map(str, by_language))}")
-        english = by_language[None]
-        for language, text in by_language.items():
-            if language is None:
-                continue
-            for rule in (punctuation_problems, letter_problems):
-                problems += [f"{name}: {text!r} {problem}"
-                             for problem in rule(language, english, text)]
+    problems, count = [], 0
     launcher = configparser.ConfigParser(interpolation=None, delimiters="=")
     launcher.optionxform = str
     launcher.read(root / LAUNCHER, encoding="utf-8")
-    for language, summary in sources[METAINFO, "summary"].items():
-        key = f"Comment[{language}]" if language else "Comment"
-        if launcher["Desktop Entry"].get(key) != summary:
-            problems.append(f"{METAINFO}: {summary!r} is not the launcher's {key}")
+    entry = launcher["Desktop Entry"]
+    for name, tags in ((POLICY, {"description", "message"}),
+                       (METAINFO, {"summary", "p", "li", "caption"})):
+        for english, by_language in translated(root / name, tags):
+            count += 1
+            if set(by_language) != set(LANGUAGES):
+                problems.append(f"{name}: {english!r} is in {sorted(by_language)}")
+            for language, text in by_language.items():
+                for rule in (punctuation_problems, letter_problems):
+                    problems += [f"{name}: {text!r} {problem}"
+                                 for problem in rule(language, english, text)]
+                if english == entry["Comment"] and text != entry.get(f"Comment[{language}]"):
+                    problems.append(f"{name}: {text!r} is not the launcher's Comment[{language}]")
+    if count != TEXTS:
+        problems.append(f"{count} texts found instead of {TEXTS}: has one come or gone?")
     return problems
 
 

@@ -105,6 +105,7 @@ bool PlayThroughDevice::initDevice(platform::AudioHardware& hardware,
 }
 
 bool AudioPlayThrough::initDevices(platform::AudioDeviceID outputDeviceID) {
+  mainThread_.assertHeld();
   const platform::OwnedString uid(platform::StringObject::create(kLoopbackDeviceUID));
   const platform::StringRef qualifier = uid.get();
   const AudioObjectPropertyAddress address{platform::kAudioHardwarePropertyTranslateUIDToDevice,
@@ -132,6 +133,7 @@ void AudioPlayThrough::computeThroughOffset() {
 }
 
 OSStatus AudioPlayThrough::start() {
+  mainThread_.assertHeld();
   ringBuffer = nullptr;
   firstInputTime.store(-1.0, std::memory_order_relaxed);
   firstOutputTime = -1.0;
@@ -345,6 +347,7 @@ OSStatus AudioPlayThrough::runGraph(platform::AUNode varispeedNode, platform::AU
 
 OSStatus AudioPlayThrough::stop() {
   if (!running) return noErr;
+  mainThread_.assertHeld();
   running = false;
   platform::AudioUnits& units = host_.audioUnits;
   units.AudioOutputUnitStop(inputUnit);
@@ -362,8 +365,9 @@ OSStatus AudioPlayThrough::stop() {
 OSStatus AudioPlayThrough::inputProc(void* refCon, std::uint32_t* ioActionFlags,
                                      const AudioTimeStamp* timeStamp, std::uint32_t busNumber,
                                      std::uint32_t frameCount, AudioBufferList* /*ioData*/) {
-  return static_cast<AudioPlayThrough*>(refCon)->render(ioActionFlags, *timeStamp, busNumber,
-                                                        frameCount);
+  auto* const self = static_cast<AudioPlayThrough*>(refCon);
+  self->inputThread_.assertHeld();
+  return self->render(ioActionFlags, *timeStamp, busNumber, frameCount);
 }
 
 OSStatus AudioPlayThrough::render(std::uint32_t* ioActionFlags, const AudioTimeStamp& timeStamp,
@@ -380,7 +384,9 @@ OSStatus AudioPlayThrough::render(std::uint32_t* ioActionFlags, const AudioTimeS
 OSStatus AudioPlayThrough::outputProc(void* refCon, std::uint32_t* /*ioActionFlags*/,
                                       const AudioTimeStamp* timeStamp, std::uint32_t /*busNumber*/,
                                       std::uint32_t frameCount, AudioBufferList* ioData) {
-  return static_cast<AudioPlayThrough*>(refCon)->play(*timeStamp, frameCount, *ioData);
+  auto* const self = static_cast<AudioPlayThrough*>(refCon);
+  self->outputThread_.assertHeld();
+  return self->play(*timeStamp, frameCount, *ioData);
 }
 
 OSStatus AudioPlayThrough::play(const AudioTimeStamp& timeStamp, std::uint32_t frameCount,

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "platform/host.h"
+#include "platform/thread_role.h"
 #include "routing/ring_buffer.h"
 
 namespace record_audio {
@@ -28,6 +29,7 @@ static_assert(sizeof(PlayThroughDevice) == 12);
 // delay stays as it was at the start.
 //
 // Main thread, except the two callbacks. One record serves one recording; it is not started twice.
+// Debug builds assert the three threads.
 class AudioPlayThrough {
  public:
   explicit AudioPlayThrough(platform::Host& host) : host_(host) {}
@@ -103,16 +105,22 @@ class AudioPlayThrough {
   platform::OSStatus allocateBuffers(const Formats& formats);
   void freeBuffers();
   platform::OSStatus runGraph(platform::AUNode varispeedNode, platform::AUNode outputNode);
+  // REAL-TIME (all below): what the two callbacks do.
   platform::OSStatus render(std::uint32_t* ioActionFlags, const platform::AudioTimeStamp& timeStamp,
-                            std::uint32_t busNumber, std::uint32_t frameCount);
+                            std::uint32_t busNumber, std::uint32_t frameCount)
+      RA_REQUIRES(inputThread_);
   platform::OSStatus play(const platform::AudioTimeStamp& timeStamp, std::uint32_t frameCount,
-                          platform::AudioBufferList& list);
+                          platform::AudioBufferList& list) RA_REQUIRES(outputThread_);
   platform::OSStatus followClocks(const platform::AudioTimeStamp& inputNow,
-                                  const platform::AudioTimeStamp& outputNow);
-  void anchor(double outputTime_frames);
-  void reanchor(double outputTime_frames);
+                                  const platform::AudioTimeStamp& outputNow)
+      RA_REQUIRES(outputThread_);
+  void anchor(double outputTime_frames) RA_REQUIRES(outputThread_);
+  void reanchor(double outputTime_frames) RA_REQUIRES(outputThread_);
 
   platform::Host& host_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
+  platform::ThreadRole inputThread_;   // the loopback device's
+  platform::ThreadRole outputThread_;  // the real device's
 };
 
 }  // namespace record_audio

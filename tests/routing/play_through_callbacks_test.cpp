@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include "tests/routing/planar_block.h"
@@ -90,6 +91,15 @@ TEST_F(PlayThroughCallbacks, InputTruncatesTheSampleTime) {
   EXPECT_EQ(held().second, 1512);
   EXPECT_EQ(playThrough->firstInputTime.load(), 1000.9);
 }
+
+#ifndef NDEBUG
+TEST_F(PlayThroughCallbacks, ASecondThreadOnEitherSideIsCaught) {
+  input(0);
+  output(0);
+  EXPECT_DEATH(std::thread([this] { input(kBuffer_frames); }).join(), "a second thread");
+  EXPECT_DEATH(std::thread([this] { output(kBuffer_frames); }).join(), "a second thread");
+}
+#endif
 
 TEST_F(PlayThroughCallbacks, InputTimesOutOfRangeDoNoHarm) {
   EXPECT_EQ(input(1e300), noErr);

@@ -56,7 +56,7 @@ void AppDelegate::enter(SessionState next) {
   assert(next == session_ || mayBecome(session_, next));
   session_ = next;
   if (isDecided(next)) sessionIsDecided();
-  // Nobody is told of a start that is neither accepted nor refused yet.
+  // A start that is neither accepted nor refused yet is not announced.
   if (next != SessionState::kAsking) onStateChange_();
 }
 

@@ -33,16 +33,19 @@ struct AEDesc {
   void* dataHandle = nullptr;
 };
 
-// Main thread. A created descriptor is the caller's until AEDisposeDesc.
+// Main thread. A created descriptor is the caller's until AEDisposeDesc. A call that returns
+// anything but noErr has created and sent nothing.
 class AppleEvents {
  public:
   virtual ~AppleEvents() = default;
+  // Copies the data.
   virtual OSStatus AECreateDesc(std::uint32_t typeCode, const void* data, std::size_t size_bytes,
                                 AEDesc* result) = 0;
   virtual OSStatus AECreateAppleEvent(std::uint32_t eventClass, std::uint32_t eventID,
                                       const AEDesc* target, std::int16_t returnID,
                                       std::int32_t transactionID, AEDesc* result) = 0;
-  // `reply` receives the reply, or the null descriptor with kAENoReply.
+  // `reply` receives the reply, or the null descriptor with kAENoReply. A tick is a sixtieth of a
+  // second; kAEDefaultTimeout is the host's own limit.
   virtual OSStatus AESend(const AEDesc* event, AEDesc* reply, std::int32_t sendMode,
                           std::int16_t sendPriority, std::int64_t timeout_ticks) = 0;
   // Disposing of the null descriptor does nothing. Leaves *descriptor the null descriptor.

@@ -30,9 +30,12 @@ class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
   virtual void applicationWillFinishLaunching() = 0;
+  // Another program asks to open a path. Whether it was taken.
   virtual bool application(const std::string& openFile) = 0;
   virtual void applicationDidFinishLaunching() = 0;
+  // The user started the program again or clicked its Dock icon. The answer may be ignored.
   virtual bool applicationShouldHandleReopen(bool hasVisibleWindows) = 0;
+  // May end a recording before it answers.
   virtual TerminateReply applicationShouldTerminate() = 0;
   virtual void applicationWillTerminate() = 0;
 };
@@ -78,15 +81,17 @@ class Alerts {
   virtual int runModal(const Alert& alert) = 0;
 };
 
+// No call waits for the program that it starts.
 class Workspace {
  public:
   virtual ~Workspace() = default;
   // Opens with the default application; false when there is none.
   virtual bool openFile(const std::string& path) = 0;
+  // Likewise.
   virtual bool openURL(const std::string& url) = 0;
   // Shows the files, selected, in the file browser.
   virtual void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) = 0;
-  // Sets the file's custom icon, or removes it with null; false on failure.
+  // Sets the file's custom icon, or removes it with null; false on failure. `options` is 0.
   virtual bool setIcon(const ImagePtr& image, const std::string& forFile, unsigned options) = 0;
   // Opens the desktop's settings of who may use the microphone or, where there are none, of sound;
   // false when there are neither.

@@ -99,15 +99,15 @@ struct StringRefRelease {
 };
 using OwnedString = std::unique_ptr<const StringObject, StringRefRelease>;
 
-// All calls on any thread except audio callbacks, unless a call says otherwise. None waits on the
-// audio server without a bound: a server that does not answer reads as an error.
+// Main thread, except AudioDeviceGetCurrentTime(). No call waits for the audio server without a
+// limit: a server that does not answer reads as an error.
 class AudioHardware {
  public:
   virtual ~AudioHardware() = default;
 
   virtual bool AudioObjectHasProperty(AudioObjectID object,
                                       const AudioObjectPropertyAddress& address) = 0;
-  // The size of the value in bytes as it is now.
+  // The size of the value in bytes as it is now; on an error *outSize_bytes is not to be used.
   virtual OSStatus AudioObjectGetPropertyDataSize(AudioObjectID object,
                                                   const AudioObjectPropertyAddress& address,
                                                   std::uint32_t qualifierSize_bytes,
@@ -121,6 +121,7 @@ class AudioHardware {
                                               std::uint32_t qualifierSize_bytes,
                                               const void* qualifier, std::uint32_t* ioSize_bytes,
                                               void* outData) = 0;
+  // Writes the whole value.
   virtual OSStatus AudioObjectSetPropertyData(AudioObjectID object,
                                               const AudioObjectPropertyAddress& address,
                                               std::uint32_t qualifierSize_bytes,

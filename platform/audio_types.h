@@ -38,7 +38,7 @@ struct AudioStreamBasicDescription {
 };
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 
-// 32-bit float, a plane a channel: what all sound is on its way through the program.
+// 32-bit float, one plane per channel: the format of all sound on its way through the program.
 constexpr AudioStreamBasicDescription planarFloat(double sampleRate_hz, std::uint32_t channels) {
   AudioStreamBasicDescription format;
   format.mSampleRate = sampleRate_hz;
@@ -71,6 +71,7 @@ constexpr std::size_t audioBufferListSize_bytes(std::uint32_t bufferCount) {
   return offsetof(AudioBufferList, mBuffers) + bufferCount * sizeof(AudioBuffer);
 }
 
+// Where one channel is heard. The core only counts them.
 struct AudioChannelDescription {
   std::uint32_t mChannelLabel;
   std::uint32_t mChannelFlags;

@@ -100,11 +100,13 @@ inline constexpr OSStatus kAudio_ParamError = -50;
 
 // Ratio of frames consumed to frames produced; 1.0 is unchanged speed. The unit pulls its input
 // with time stamps that count the frames it has consumed, so the sample times of two pulls in a row
-// differ by the frames of the first. Free for the host: where it goes on when the output device has
-// skipped frames or the input has none; it may pull anew from an earlier or a later sample time.
+// differ by the frames of the first. Free for the host: where it continues when the output device
+// has skipped frames or the input has none; it may pull again from an earlier or a later sample
+// time.
 inline constexpr std::uint32_t kVarispeedParam_PlaybackRate = 0;
 
-// Called on an audio thread with a buffer list to fill (or, for input callbacks, null).
+// Called on an audio thread with a buffer list to fill (or, for input callbacks, null). REAL-TIME:
+// it allocates nothing, takes no lock, makes no system call.
 using AURenderCallback = OSStatus (*)(void* refCon, std::uint32_t* ioActionFlags,
                                       const AudioTimeStamp* timeStamp, std::uint32_t busNumber,
                                       std::uint32_t frameCount, AudioBufferList* ioData);
@@ -121,6 +123,7 @@ using AudioUnit = struct OpaqueAudioUnit*;
 using AUGraph = struct OpaqueAUGraph*;
 using AUNode = std::int32_t;
 
+// A call that returns anything but noErr has changed nothing, and its outputs are not to be used.
 class AudioUnits {
  public:
   virtual ~AudioUnits() = default;
@@ -135,9 +138,11 @@ class AudioUnits {
   virtual OSStatus AudioUnitSetProperty(AudioUnit unit, std::uint32_t property, std::uint32_t scope,
                                         std::uint32_t element, const void* data,
                                         std::uint32_t size_bytes) = 0;
+  // *ioSize_bytes is the room in `outData`, and then the size of what was copied there.
   virtual OSStatus AudioUnitGetProperty(AudioUnit unit, std::uint32_t property, std::uint32_t scope,
                                         std::uint32_t element, void* outData,
                                         std::uint32_t* ioSize_bytes) = 0;
+  // Returns at once; callbacks come when the device runs.
   virtual OSStatus AudioOutputUnitStart(AudioUnit unit) = 0;
   // Returns when the last callback of the unit has returned and none will come.
   virtual OSStatus AudioOutputUnitStop(AudioUnit unit) = 0;
@@ -146,7 +151,7 @@ class AudioUnits {
   virtual OSStatus AudioUnitSetParameter(AudioUnit unit, std::uint32_t parameter,
                                          std::uint32_t scope, std::uint32_t element, float value,
                                          std::uint32_t offset_frames) = 0;
-  // REAL-TIME: as above. Fills `ioData` (planar float, one buffer a channel) with the input of
+  // REAL-TIME: as above. Fills `ioData` (planar float, one buffer per channel) with the input of
   // this cycle; buffers smaller than frameCount are an error.
   virtual OSStatus AudioUnitRender(AudioUnit unit, std::uint32_t* ioActionFlags,
                                    const AudioTimeStamp* timeStamp, std::uint32_t busNumber,
@@ -158,6 +163,7 @@ class AudioUnits {
   virtual OSStatus AUGraphClose(AUGraph graph) = 0;
   virtual OSStatus AUGraphAddNode(AUGraph graph, const AudioComponentDescription& description,
                                   AUNode* outNode) = 0;
+  // The unit belongs to the graph. It exists once the graph is open; null before.
   virtual OSStatus AUGraphNodeInfo(AUGraph graph, AUNode node, AudioUnit* outUnit) = 0;
   virtual OSStatus AUGraphConnectNodeInput(AUGraph graph, AUNode sourceNode,
                                            std::uint32_t sourceOutput, AUNode destNode,

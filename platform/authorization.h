@@ -30,10 +30,12 @@ class Authorization {
   // One right without a value. Any non-zero status is a refusal, the user's "cancel" included.
   virtual OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const std::string& right,
                                            AuthorizationFlags flags) = 0;
-  // Starts the program and does not wait for it.
+  // Starts the program with the rights copied before, and does not wait for it. Any non-zero
+  // status: it was not started.
   virtual OSStatus AuthorizationExecuteWithPrivileges(
       AuthorizationRef authorization, const std::string& pathToTool, AuthorizationFlags flags,
       const std::vector<std::string>& arguments) = 0;
+  // Gives the rights back; the authorization must not be used afterwards.
   virtual OSStatus AuthorizationFree(AuthorizationRef authorization) = 0;
 };
 

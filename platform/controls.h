@@ -13,6 +13,7 @@
 
 namespace platform {
 
+// Each component from 0 to 1.
 struct Color {
   float red = 0;
   float green = 0;
@@ -42,6 +43,7 @@ struct AttributedString {
   ParagraphStyle paragraphStyle;
 };
 
+// Units and origin are the host's: the core only hands a control's bounds back to it.
 struct Rect {
   double x = 0;
   double y = 0;
@@ -149,9 +151,13 @@ class Window {
   // by the window's own controls and the keys that stand for them.
   virtual void setTitleBarButtons(bool preferences, bool close) = 0;
   [[nodiscard]] virtual bool isVisible() const = 0;
+  // Shows the window in front and gives it the keyboard.
   virtual void makeKeyAndOrderFront() = 0;
+  // Shows it in front of the program's other windows, without the keyboard.
   virtual void orderFront() = 0;
+  // Shows it in front of other programs' windows, too.
   virtual void orderFrontRegardless() = 0;
+  // Hides it.
   virtual void orderOut() = 0;
 };
 

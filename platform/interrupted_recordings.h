@@ -42,7 +42,7 @@ class InterruptedRecording {
   // Moves the file, to another file system too, and never replaces one. Unless moved, the file is
   // whole where it was, and *error says why.
   virtual Move moveTo(const std::string& path, std::string* error) = 0;
-  // Moves it to where it was found. Returns an error text, empty on success.
+  // Moves it back to where it was found. Returns an error text, empty on success.
   [[nodiscard]] virtual std::string moveBack() = 0;
 };
 
@@ -61,13 +61,13 @@ class InterruptedRecordings {
   };
 
   virtual ~InterruptedRecordings() = default;
-  // The files of the temporary directory named so, with a globally unique string behind, whosever
-  // they are, by name. *error is set when the directory cannot be read.
+  // The files of the temporary directory whose names are the prefix and a globally unique string,
+  // whoever owns them, sorted by name. *error is set when the directory cannot be read.
   [[nodiscard]] virtual std::vector<std::string> find(const std::string& namePrefix,
                                                       std::string* error) = 0;
-  // Claimed recordings go before this object.
+  // Claimed recordings must be destroyed before this object.
   [[nodiscard]] virtual Claim claim(const std::string& path) = 0;
-  // From now on the calling thread's work waits for everybody else's.
+  // From now on the calling thread's work yields to everybody else's.
   virtual void yieldToOthers() = 0;
 };
 

@@ -30,8 +30,10 @@ class AudioDriver {
   // The loopback device's id; 0 when it is not there.
   static platform::AudioDeviceID getLoopbackDeviceID(const suite::Environment& environment);
   static platform::AudioDeviceID getCurrentOutputAudioDevice(const suite::Environment& environment);
+  // Makes the device the default output.
   static bool setDeviceAsDefault(const suite::Environment& environment,
                                  platform::AudioDeviceID device);
+  // Asks the driver to show the device, or to hide it. False when there is no driver or it refuses.
   static bool showLoopbackDevice(const suite::Environment& environment, bool show);
 
   // Takes a text with exactly three groups of digits. Any other gives the unknown version.
@@ -41,12 +43,14 @@ class AudioDriver {
                                      const AudioDriverVersion& withVersion);
   // The loaded driver's version, which it gives as its device's manufacturer.
   static AudioDriverVersion version(const suite::Environment& environment);
+  // Whether a recent enough driver is in the plug-in folder, and whether one runs.
   static bool isInstalled(const suite::Environment& environment);
   static bool isLoaded(const suite::Environment& environment);
 
   // Asks the user and, with administrator rights, starts the installer of the first suite
   // application that holds a recent enough driver. Returns an AudioDriverInstallResult.
   static int launchInstallation(const suite::Environment& environment);
+  // The alerts. True when the user wants what they offer: the installation, or a restart now.
   static bool showDriverInstallNeeded(const suite::Environment& environment);
   static bool showRestartNeeded(const suite::Environment& environment);
   static void showFailedAlert(const suite::Environment& environment);

@@ -83,7 +83,8 @@ std::string formattedLogLine(const std::string& format, const std::vector<LogArg
   std::string line;
   auto next = arguments.begin();
   for (std::size_t i = 0; i < format.size(); ++i) {
-    const char kind = format[i] == '%' && i + 1 < format.size() ? format[i + 1] : '\0';
+    // What follows the last character is a NUL.
+    const char kind = format[i] == '%' ? format[i + 1] : '\0';
     if (kind == '%') {
       line += '%';
       ++i;

@@ -7,7 +7,6 @@ namespace {
 template <typename Entry>
 std::vector<std::string> namesOf(const std::map<std::string, Entry>& entries) {
   std::vector<std::string> names;
-  names.reserve(entries.size());
   for (const auto& [name, entry] : entries) names.push_back(name);
   return names;
 }

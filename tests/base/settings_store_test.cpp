@@ -535,11 +535,6 @@ class EmbeddedSuiteTest : public SuiteStorageTest {
       return platform::Date(std::chrono::milliseconds(1715947407042));
     }
   };
-  class Observer : public suite::ToolDataObserver {
-   public:
-    void toolDataDidChange(const suite::ToolData& data) override { seen.push_back(data); }
-    std::vector<suite::ToolData> seen;
-  };
   FixedClock clock_;
   SuiteStorage storage_{folders_};
   suite::EmbeddedSuite suite_{storage_, clock_};
@@ -555,43 +550,10 @@ TEST_F(EmbeddedSuiteTest, LogsEventsOfThisToolWithTheirTime) {
   EXPECT_TRUE(line["details"].is_null());
 }
 
-TEST_F(EmbeddedSuiteTest, NotifiesObserversOfEachChangeOnce) {
-  Observer observer;
-  suite_.addObserver(observer);
-  const auto provider = suite_.createToolDataClientProvider();
-  provider->setToolStatus(1);
-  provider->setToolStatus(1);
-  provider->setToolIcon(std::make_shared<platform::Image>(platform::Image{"KorvelIconOn"}));
-  provider->setMenuIcon(std::make_shared<platform::Image>(platform::Image{"MenuIconOn"}));
-  provider->setMenuText("00:01");
-  provider->setToolIcon(nullptr);
-  ASSERT_EQ(observer.seen.size(), 5U);
-  EXPECT_EQ(observer.seen[3], (suite::ToolData{1, "KorvelIconOn", "MenuIconOn", "00:01"}));
-  EXPECT_EQ(suite_.toolData().toolIcon, "");
-}
-
 TEST_F(EmbeddedSuiteTest, FindsTheToolsFolderByItsIdentifier) {
   base_test::write(locations(),
                    "{\"a5f597ea-d3f3-4347-bbe6-344e240acc7e\": \"" + (folder_ / "out") + "\"}");
   EXPECT_EQ(suite_.interfaces().locationManager.locationForCurrentTool(), folder_ / "out");
-}
-
-TEST(LogFormatTest, PutsArgumentsInPlace) {
-  using suite::formattedLogLine;
-  EXPECT_EQ(formattedLogLine("Can't move file from %@ to %@. Error: %@", {"a", "b", "c %@"}),
-            "Can't move file from a to b. Error: c %@");
-  EXPECT_EQ(formattedLogLine("%d of %d, 100 %%", {std::int64_t{-3}, std::int64_t{5}}),
-            "-3 of 5, 100 %");
-  EXPECT_EQ(formattedLogLine("%@ %d", {"only"}), "only %d");
-  EXPECT_EQ(formattedLogLine("%", {}), "%");
-  EXPECT_EQ(formattedLogLine("%x", {"a"}), "%x");
-}
-
-TEST(Iso8601Test, IsUtcWithMillisecondsAlsoBeforeTheEpoch) {
-  EXPECT_EQ(suite::iso8601(platform::Date(std::chrono::milliseconds(0))),
-            "1970-01-01T00:00:00.000Z");
-  EXPECT_EQ(suite::iso8601(platform::Date(std::chrono::milliseconds(-1))),
-            "1969-12-31T23:59:59.999Z");
 }
 
 }  // namespace

@@ -22,6 +22,8 @@ class PlainController : public KorvelWindowController {
     addOutlet("label", label);
     addAction("press", [this](platform::View* sender) { senders.push_back(sender); });
   }
+  [[nodiscard]] bool hidesPreferencesButton() const override { return isWithoutPreferences; }
+  [[nodiscard]] bool hidesCloseButton() const override { return isWithoutClose; }
   void windowDidLoad() override {
     ++loads;
     labelWasThereAtLoad = !label.expired();
@@ -30,6 +32,8 @@ class PlainController : public KorvelWindowController {
   std::weak_ptr<platform::CheckBox> box;
   std::weak_ptr<platform::TextField> label;
   std::vector<platform::View*> senders;
+  bool isWithoutPreferences = false;
+  bool isWithoutClose = false;
   int loads = 0;
   bool labelWasThereAtLoad = false;
 };
@@ -62,6 +66,18 @@ TEST_F(WindowControllerTest, HasBothTitleBarButtonsByDefault) {
   controller_.showWindow();
   EXPECT_TRUE(machine_.interfaceLoader.windows.at(0)->hasPreferencesButton);
   EXPECT_TRUE(machine_.interfaceLoader.windows.at(0)->hasCloseButton);
+}
+
+TEST_F(WindowControllerTest, HasOnlyTheTitleBarButtonsThatItDoesNotHide) {
+  PlainController other(machine_.environment);
+  controller_.isWithoutPreferences = true;
+  other.isWithoutClose = true;
+  controller_.showWindow();
+  other.showWindow();
+  EXPECT_FALSE(machine_.interfaceLoader.windows.at(0)->hasPreferencesButton);
+  EXPECT_TRUE(machine_.interfaceLoader.windows.at(0)->hasCloseButton);
+  EXPECT_TRUE(machine_.interfaceLoader.windows.at(1)->hasPreferencesButton);
+  EXPECT_FALSE(machine_.interfaceLoader.windows.at(1)->hasCloseButton);
 }
 
 TEST_F(WindowControllerTest, TriesAgainAfterAWindowCouldNotBeLoaded) {

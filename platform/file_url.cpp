@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/file_url.h"
 
+#include <charconv>
 #include <string_view>
 
 namespace platform {
@@ -15,13 +16,6 @@ bool isPlain(unsigned char c) {
          std::string_view("-._~/").find(static_cast<char>(c)) != std::string_view::npos;
 }
 
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 std::optional<std::string> percentDecoded(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -29,11 +23,11 @@ std::optional<std::string> percentDecoded(std::string_view text) {
       decoded += text[i];
       continue;
     }
-    if (i + 2 >= text.size()) return std::nullopt;
-    const int high = hexValue(text[i + 1]);
-    const int low = hexValue(text[i + 2]);
-    if (high < 0 || low < 0 || (high == 0 && low == 0)) return std::nullopt;
-    decoded += static_cast<char>(high * 16 + low);
+    const std::string_view digits = text.substr(i + 1, 2);
+    unsigned char byte = 0;
+    const char* const end = std::from_chars(digits.begin(), digits.end(), byte, 16).ptr;
+    if (end - digits.begin() != 2 || byte == 0) return std::nullopt;
+    decoded += static_cast<char>(byte);
     i += 2;
   }
   return decoded;

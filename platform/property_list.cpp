@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/property_list.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -8,19 +9,22 @@
 namespace platform {
 namespace {
 
-std::size_t skipBlanks(const std::string& text, std::size_t at) {
-  while (at < text.size() && (text[at] == ' ' || text[at] == '\t' || text[at] == '\n')) ++at;
-  return at;
+// The functions below read at most the NUL that ends every text. It is no sign, digit or letter.
+
+std::size_t afterBlanks(const std::string& text) {
+  return std::min(text.find_first_not_of(" \t\n"), text.size());
+}
+
+bool isSign(char character) {
+  return character == '+' || character == '-';
 }
 
 std::int64_t leadingInteger(const std::string& text) {
-  std::size_t at = skipBlanks(text, 0);
-  bool negative = false;
-  if (at < text.size() && (text[at] == '+' || text[at] == '-')) negative = text[at++] == '-';
-  const char* first = text.data() + at;
-  std::uint64_t magnitude = 0;
-  const auto [end, error] = std::from_chars(first, text.data() + text.size(), magnitude);
-  if (end == first) return 0;
+  std::size_t at = afterBlanks(text);
+  const bool negative = text[at] == '-';
+  if (isSign(text[at])) ++at;
+  std::uint64_t magnitude = 0;  // stays 0 without a digit
+  const std::errc error = std::from_chars(&text[at], &text[text.size()], magnitude).ec;
   constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
   if (error == std::errc::result_out_of_range || magnitude > kMax) {
     return negative ? std::numeric_limits<std::int64_t>::min()
@@ -39,10 +43,9 @@ std::int64_t truncated(double number) {
 }
 
 bool saysYes(const std::string& text) {
-  std::size_t at = skipBlanks(text, 0);
-  if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
-  while (at < text.size() && text[at] == '0') ++at;
-  if (at == text.size()) return false;
+  std::size_t at = afterBlanks(text);
+  if (isSign(text[at])) ++at;
+  while (text[at] == '0') ++at;
   return std::string_view("YyTt123456789").find(text[at]) != std::string_view::npos;
 }
 
@@ -59,7 +62,7 @@ std::int64_t integerValue(const Value& value) {
   if (const auto* number = value.as<std::int64_t>()) return *number;
   if (const auto* number = value.as<std::uint64_t>()) {
     constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-    return static_cast<std::int64_t>(*number > kMax ? kMax : *number);
+    return static_cast<std::int64_t>(std::min(*number, kMax));
   }
   if (const auto* number = value.as<double>()) return truncated(*number);
   if (const auto* text = value.as<std::string>()) return leadingInteger(*text);
@@ -67,7 +70,6 @@ std::int64_t integerValue(const Value& value) {
 }
 
 bool boolValue(const Value& value) {
-  if (const auto* flag = value.as<bool>()) return *flag;
   if (const auto* number = value.as<double>()) return *number != 0.0;
   if (const auto* text = value.as<std::string>()) return saysYes(*text);
   return integerValue(value) != 0;

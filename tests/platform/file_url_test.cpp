@@ -10,11 +10,13 @@ namespace {
 
 TEST(FileURL, PlainPathsStayUnchanged) {
   EXPECT_EQ(fileURLWithPath("/home/user/a-b._~9.mp3"), "file:///home/user/a-b._~9.mp3");
+  EXPECT_EQ(fileURLWithPath("/azAZ09"), "file:///azAZ09");
 }
 
 TEST(FileURL, EverythingElseIsPercentEncodedInUpperCase) {
   EXPECT_EQ(fileURLWithPath("/a b/100%?#[x]"), "file:///a%20b/100%25%3F%23%5Bx%5D");
   EXPECT_EQ(fileURLWithPath("/\u00fc\u2019"), "file:///%C3%BC%E2%80%99");
+  EXPECT_EQ(fileURLWithPath("/`{@[/:"), "file:///%60%7B%40%5B/%3A");
   EXPECT_EQ(fileURLWithPath("/line\nbreak\x7f"), "file:///line%0Abreak%7F");
 }
 
@@ -30,6 +32,7 @@ TEST(FileURL, LocalhostIsThisMachine) {
 
 TEST(FileURL, LowerCaseDigitsAndUnencodedCharactersAreRead) {
   EXPECT_EQ(pathWithFileURL("file:///%c3%bc a+b"), "/\u00fc a+b");
+  EXPECT_EQ(pathWithFileURL("file:///%aa%ff%AA%FF%09%90"), "/\xaa\xff\xaa\xff\x09\x90");
 }
 
 TEST(FileURL, OtherSchemesAndHostsAreNotPaths) {

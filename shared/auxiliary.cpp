@@ -29,10 +29,15 @@ std::string withoutTrailingSlashes(std::string path) {
   return path;
 }
 
+// Where the last component begins in a path without trailing slashes; 0 if it is the only one.
+std::size_t nameStart(const std::string& path) {
+  static_assert(std::string::npos + 1 == 0);
+  return path.rfind('/') + 1;
+}
+
 std::string lastPathComponent(const std::string& path) {
-  std::string trimmed = withoutTrailingSlashes(path);
-  const auto slash = trimmed.rfind('/');
-  return slash == std::string::npos || trimmed.size() == 1 ? trimmed : trimmed.substr(slash + 1);
+  const std::string trimmed = withoutTrailingSlashes(path);
+  return trimmed == "/" ? trimmed : trimmed.substr(nameStart(trimmed));
 }
 
 std::string appendingPathComponent(const std::string& folder, std::string_view component) {
@@ -43,12 +48,9 @@ std::string appendingPathComponent(const std::string& folder, std::string_view c
 
 // A leading dot belongs to the name and does not begin an extension.
 std::string deletingPathExtension(const std::string& path) {
-  std::string trimmed = withoutTrailingSlashes(path);
-  const auto slash = trimmed.rfind('/');
-  const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+  const std::string trimmed = withoutTrailingSlashes(path);
   const auto dot = trimmed.rfind('.');
-  if (dot == std::string::npos || dot <= nameStart) return trimmed;
-  return trimmed.substr(0, dot);
+  return dot <= nameStart(trimmed) ? trimmed : trimmed.substr(0, dot);
 }
 
 std::optional<Value> valueForKey(const Dictionary& dictionary, const std::string& key) {

@@ -12,6 +12,7 @@ namespace {
 
 using memory_host::MemoryHost;
 using platform::AuthorizationStatus;
+using platform::Dictionary;
 using platform::MediaType;
 using platform::TimebaseInfo;
 using testing::ElementsAre;
@@ -133,7 +134,9 @@ TEST_F(AuxiliaryTest, SetsTheIconOfAFileInAnOrdinaryFolder) {
 TEST_F(AuxiliaryTest, DecoratesAnApplicationBundleItself) {
   Auxiliary::setIcon(host_, nullptr, "/Apps/Record Audio.app");
   Auxiliary::setIcon(host_, nullptr, "/Apps/Record Audio.app/");
-  ASSERT_EQ(machine_.workspace.icons.size(), 2U);
+  Auxiliary::setIcon(host_, nullptr, "/Apps/a.app");
+  Auxiliary::setIcon(host_, nullptr, "a.app");
+  ASSERT_EQ(machine_.workspace.icons.size(), 4U);
   EXPECT_EQ(machine_.workspace.icons[0].path, "/Apps/Record Audio.app");
   EXPECT_EQ(machine_.workspace.icons[0].image, "");
 }
@@ -141,7 +144,7 @@ TEST_F(AuxiliaryTest, DecoratesAnApplicationBundleItself) {
 TEST_F(AuxiliaryTest, NeverDecoratesAnythingInsideAnApplicationBundle) {
   for (const char* path :
        {"/Apps/Tool.app/Contents/readme.txt", "/Apps/Tool.app/Inner.app", "/a.application/b.txt",
-        "/Apps/Tool.app/Contents/none", "/Apps/Tool.app.bak"}) {
+        "/Apps/Tool.app/Contents/none", "/Apps/Tool.app.bak", ".app/readme.txt"}) {
     Auxiliary::setIcon(host_, nullptr, path);
   }
   EXPECT_THAT(machine_.workspace.icons, IsEmpty());
@@ -164,6 +167,8 @@ TEST_F(AuxiliaryTest, ReturnsTheLocalisedNameOfTheTool) {
 }
 
 TEST_F(AuxiliaryTest, ReturnsNoNameWhereTheBundleHasNone) {
+  (*machine_.mainBundle.localizedInfo)["CFBundleName"] = Dictionary();
+  EXPECT_EQ(Auxiliary::getLocalizedAppName(host_), std::nullopt);
   machine_.mainBundle.localizedInfo->erase("CFBundleName");
   EXPECT_EQ(Auxiliary::getLocalizedAppName(host_), std::nullopt);
   machine_.mainBundle.localizedInfo.reset();
@@ -244,6 +249,9 @@ TEST_F(AuxiliaryTest, LooksForTheMarkerUnderAHomeThatIsTheRootOrEndsInASlash) {
   EXPECT_FALSE(Auxiliary::isCameraBlocked(host_));
   machine_.userAccount.existing.insert(std::string("/home/user/") + kMarker);
   EXPECT_TRUE(Auxiliary::isCameraBlocked(host_));
+  machine_.userAccount.home = "";
+  machine_.userAccount.existing = {std::string("/") + kMarker};
+  EXPECT_TRUE(Auxiliary::isCameraBlocked(host_));
 }
 
 TEST_F(AuxiliaryTest, WithholdsNoCamerasFromAUserWithoutAnAccountRecord) {
@@ -256,6 +264,17 @@ TEST_F(AuxiliaryTest, HashesTheApplicationFoldersName) {
   // 64-bit FNV-1a of "a", a published test value.
   machine_.mainBundle.path = "/Apps/a";
   EXPECT_EQ(stringWithAppHash(host_, "lock"), "lock_12638187200555641996");
+}
+
+TEST_F(AuxiliaryTest, HashesTheLastNameOfAnyPath) {
+  for (const char* path : {"a", "a/", "a//", "/a", "/a//", "/x/y/a/"}) {
+    machine_.mainBundle.path = path;
+    EXPECT_EQ(stringWithAppHash(host_, "x"), "x_12638187200555641996") << path;
+  }
+  for (const char* root : {"/", "//"}) {
+    machine_.mainBundle.path = root;
+    EXPECT_EQ(stringWithAppHash(host_, "x"), "x_12638123428881205758") << root;
+  }
 }
 
 TEST_F(AuxiliaryTest, GivesCopiesInFoldersOfOtherNamesOtherHashes) {

@@ -11,12 +11,14 @@ TEST(FileNameTest, LeavesOrdinaryTextOfAnyLanguageUnchanged) {
   EXPECT_EQ(fitForFileName("Audio recording 2024-05-17 at 14.03.27", '-'),
             "Audio recording 2024-05-17 at 14.03.27");
   EXPECT_EQ(fitForFileName("Enregistrement à 14.03, 録音", '-'), "Enregistrement à 14.03, 録音");
+  EXPECT_EQ(fitForFileName("a !~b", '-'), "a !~b");
   EXPECT_EQ(fitForFileName("", '-'), "");
 }
 
 TEST(FileNameTest, ReplacesWhatFatAndNtfsRefuse) {
   EXPECT_EQ(fitForFileName("a/b\\c:d*e?f\"g<h>i|j", '-'), "a-b-c-d-e-f-g-h-i-j");
   EXPECT_EQ(fitForFileName(std::string("a\tb\nc\x01") + '\0' + "d\x7F", '.'), "a.b.c..d.");
+  EXPECT_EQ(fitForFileName("\x1F", '-'), "-");
 }
 
 TEST(FileNameTest, MakesTheSpacesOfLocalesPlain) {

@@ -23,7 +23,6 @@ bool DefaultMetadata::start(pw_context* context, std::string remote, std::functi
   remote_ = std::move(remote);
   onLost_ = std::move(onLost);
   loop_ = pw_context_get_main_loop(context);
-  if (!connect()) return false;
   limitTimer_ = LoopSource(loop_, pw_loop_add_timer(
                                       loop_,
                                       [](void* data, std::uint64_t) {
@@ -36,7 +35,7 @@ bool DefaultMetadata::start(pw_context* context, std::string remote, std::functi
                                         static_cast<DefaultMetadata*>(data)->lookAgain();
                                       },
                                       this));
-  return true;
+  return limitTimer_ && laterTimer_ && connect();
 }
 
 bool DefaultMetadata::connect() {

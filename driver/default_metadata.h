@@ -35,7 +35,8 @@ class DefaultMetadata : public DefaultKeys {
 
   // The guard outlives this object.
   void follow(DefaultGuard& guard) { guard_ = &guard; }
-  // Connects to the daemon at the socket `remote`. False, with errno set, when there is none.
+  // Connects to the daemon at the socket `remote`. False, with errno set, when there is none or no
+  // descriptor is left.
   // `onLost` is called when the daemon is gone.
   bool start(pw_context* context, std::string remote, std::function<void()> onLost);
   // Call before the context is destroyed.

@@ -72,30 +72,35 @@ Driver::~Driver() = default;
 
 int Driver::run() {
   guardProcess_.start();
-  mainLoop_.reset(pw_main_loop_new(nullptr));
-  if (mainLoop_ == nullptr) {
+  if (!prepareLoop()) {
     reportErrno("cannot create an event loop");
     return EXIT_FAILURE;
   }
-  loop_ = pw_main_loop_get_loop(mainLoop_.get());
-  departureTimer_ = LoopSource(
-      loop_,
-      pw_loop_add_timer(
-          loop_, [](void* data, std::uint64_t) { static_cast<Driver*>(data)->awaitDeparture(); },
-          this));
-  predecessorTimer_ = LoopSource(loop_, pw_loop_add_timer(
-                                            loop_,
-                                            [](void* data, std::uint64_t) {
-                                              static_cast<Driver*>(data)->yieldToAnotherDriver();
-                                            },
-                                            this));
-  watchSignals();
   watchGuard();
   if (!connect()) return EXIT_FAILURE;
   // The first round trip reports the existing objects, the second their details.
   afterRoundTrip([this] { afterRoundTrip([this] { announce(); }); });
-  pw_main_loop_run(mainLoop_.get());
+  // Not the library's main loop: that takes a descriptor to be ended, and without one never ends.
+  pw_loop_enter(loop_.get());
+  while (isRunning_) pw_loop_iterate(loop_.get(), -1);
+  pw_loop_leave(loop_.get());
   return exitCode_;
+}
+
+template <void (Driver::*kAction)()>
+LoopSource Driver::timer() {
+  const auto fire = [](void* data, std::uint64_t) { (static_cast<Driver*>(data)->*kAction)(); };
+  return {loop_.get(), pw_loop_add_timer(loop_.get(), fire, this)};
+}
+
+// Everything that the end needs is made here: by then there may be no descriptor left.
+bool Driver::prepareLoop() {
+  loop_.reset(pw_loop_new(nullptr));
+  if (loop_ == nullptr) return false;
+  departureTimer_ = timer<&Driver::awaitDeparture>();
+  predecessorTimer_ = timer<&Driver::yieldToAnotherDriver>();
+  stopTimer_ = timer<&Driver::end>();
+  return departureTimer_ && predecessorTimer_ && stopTimer_ && watchSignals();
 }
 
 bool Driver::connect() {
@@ -126,7 +131,8 @@ bool Driver::connect() {
   // Loads none of the user's client configuration, only the two modules that are used. The library
   // warns about that in the daemon's log.
   if (std::getenv("PIPEWIRE_DEBUG") == nullptr) pw_log_set_level(SPA_LOG_LEVEL_ERROR);
-  context_.reset(pw_context_new(loop_, pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0));
+  context_.reset(
+      pw_context_new(loop_.get(), pw_properties_new(PW_KEY_CONFIG_NAME, "null", nullptr), 0));
   if (context_ == nullptr ||
       pw_context_load_module(context_.get(), "libpipewire-module-protocol-native", nullptr,
                              nullptr) == nullptr ||
@@ -150,19 +156,20 @@ bool Driver::connect() {
   return true;
 }
 
-void Driver::watchSignals() {
+bool Driver::watchSignals() {
+  const auto onSignal = [](void* data, int) { static_cast<Driver*>(data)->stop(); };
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-    pw_loop_add_signal(
-        loop_, number, [](void* data, int) { static_cast<Driver*>(data)->stop(); }, this);
+    if (pw_loop_add_signal(loop_.get(), number, onSignal, this) == nullptr) return false;
   }
+  return true;
 }
 
 void Driver::watchGuard() {
   if (guardProcess_.fd() < 0) return;
   guardSource_ = LoopSource(
-      loop_,
+      loop_.get(),
       pw_loop_add_io(
-          loop_, guardProcess_.fd(), SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false,
+          loop_.get(), guardProcess_.fd(), SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, false,
           [](void* data, int, std::uint32_t) { static_cast<Driver*>(data)->guardDied(); }, this));
 }
 
@@ -196,13 +203,6 @@ void Driver::stop() {
   if (phase_ != DevicePhase::kStarting) publish(kLoopbackDriverKey, {});
   followRequests();
   // A daemon that does not answer must not hold up the end of the session.
-  stopTimer_ =
-      LoopSource(loop_, pw_loop_add_timer(
-                            loop_,
-                            [](void* data, std::uint64_t) {
-                              pw_main_loop_quit(static_cast<Driver*>(data)->mainLoop_.get());
-                            },
-                            this));
   stopTimer_.startTimer(kStopLimit);
 }
 
@@ -295,7 +295,7 @@ void Driver::driverGone(std::uint32_t global) {
 void Driver::daemonGone() {
   if (!requests_.isClosed()) report("the connection to PipeWire has ended");
   requests_.close();
-  pw_main_loop_quit(mainLoop_.get());
+  end();
 }
 
 void Driver::followRequests() {
@@ -413,7 +413,7 @@ void Driver::publish(const char* key, const std::string& value) {
 }
 
 void Driver::endWhenHidden() {
-  defaults_.afterWrites([this] { afterRoundTrip([this] { pw_main_loop_quit(mainLoop_.get()); }); });
+  defaults_.afterWrites([this] { afterRoundTrip([this] { end(); }); });
 }
 
 }  // namespace loopback

@@ -46,7 +46,12 @@ class Driver {
   struct Client;
 
   bool connect();
-  void watchSignals();
+  // A timer that calls that function; empty, with errno set, when there is no descriptor for it.
+  template <void (Driver::*kAction)()>
+  LoopSource timer();
+  // False, with a message on stderr, when the system has no descriptors left for them.
+  bool prepareLoop();
+  bool watchSignals();
   void watchGuard();
   void guardDied();
   // Serves from now on, unless another driver does. That one may be leaving, and gets some time for
@@ -89,6 +94,8 @@ class Driver {
   void publish(const char* key, const std::string& value);
   // Ends the process when the daemon has received everything.
   void endWhenHidden();
+  // Ends the process after the current event.
+  void end() { isRunning_ = false; }
 
   Options options_;
   // These two wait at their end, for another process and for the disk: the connection is closed by
@@ -96,8 +103,8 @@ class Driver {
   GuardProcess guardProcess_;
   ChoiceWriter choices_;
 
-  MainLoopPtr mainLoop_;
-  pw_loop* loop_ = nullptr;
+  LoopPtr loop_;
+  bool isRunning_ = true;  // until the loop is to end
   ContextPtr context_;
   CorePtr core_;
   BoundProxy registry_;

@@ -20,7 +20,6 @@ struct PipeWireDeleter {
   }
 };
 using LoopPtr = std::unique_ptr<pw_loop, PipeWireDeleter<pw_loop_destroy>>;
-using MainLoopPtr = std::unique_ptr<pw_main_loop, PipeWireDeleter<pw_main_loop_destroy>>;
 using ContextPtr = std::unique_ptr<pw_context, PipeWireDeleter<pw_context_destroy>>;
 using PropertiesPtr = std::unique_ptr<pw_properties, PipeWireDeleter<pw_properties_free>>;
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -198,6 +199,28 @@ TEST_F(DriverlessTest, BlockedSignalsOfTheDaemonDoNotReachIt) {
   ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
   driver->sendSignal(SIGTERM);
   EXPECT_EQ(driver->waitForExit(std::chrono::seconds(5)), 0);
+}
+
+// The lowest descriptor that the process does not have.
+rlim_t lowestFreeDescriptorOf(pid_t pid) {
+  const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
+  rlim_t lowest = 0;
+  while (std::filesystem::is_symlink(folder + std::to_string(lowest))) ++lowest;
+  return lowest;
+}
+
+TEST_F(DriverlessTest, EndsWhereNoDescriptorIsLeft) {
+  // A leak checker needs descriptors of its own.
+  const base_test::Environment environment{{"ASAN_OPTIONS", "detect_leaks=0"}};
+  const auto driver = startDriver();
+  ASSERT_TRUE(waitUntil([this] { return driverPid().has_value(); }));
+  rlimit limit{};
+  ASSERT_EQ(prlimit(driver->pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  limit.rlim_cur = lowestFreeDescriptorOf(driver->pid());
+  ASSERT_EQ(prlimit(driver->pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  driver->sendSignal(SIGTERM);
+  EXPECT_EQ(driver->waitForExit(std::chrono::seconds(5)), 0);
+  EXPECT_TRUE(waitUntil([this] { return !driverPid().has_value(); })) << "none succeeds it";
 }
 
 // A second session on the same computer, of another user if the test has the right to switch users.

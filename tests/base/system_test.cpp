@@ -273,6 +273,7 @@ TEST(StringTableTest, AsksTheUsersLanguagesInTurnAndEnglishLast) {
   EXPECT_EQ(*tables.lookUp("Open"), "Ouvrir");
   EXPECT_EQ(*tables.lookUp("Finder"), "file manager");
   EXPECT_EQ(tables.lookUp("absent"), nullptr);
+  EXPECT_EQ(tables.language(), "de");
 }
 
 TEST(StringTableTest, EnglishIsNotFollowedByOtherLanguages) {
@@ -281,6 +282,7 @@ TEST(StringTableTest, EnglishIsNotFollowedByOtherLanguages) {
   base_test::write(folder / "de/LC_MESSAGES/d.mo", catalogue({{"b", "B"}}, false));
   const StringTables tables(folder.path(), "d", {"en_GB", "en", "de"});
   EXPECT_EQ(tables.lookUp("b"), nullptr);
+  EXPECT_EQ(tables.language(), "en");
 }
 
 TEST(StringTableTest, KnowsTheUsersLanguagesWithoutAnInstalledLocale) {

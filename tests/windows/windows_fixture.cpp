@@ -10,6 +10,11 @@
 namespace linux_host {
 namespace {
 
+constexpr const char* kDomain = "com.vantrel.korvel.RecordAudio";
+// The language in which the module is loaded; every test then speaks English until it says
+// otherwise. The process has only one module.
+constexpr const char* kLanguageVariable = "RA_WINDOWS_LANGUAGE";
+
 class ModuleEnvironment : public testing::Environment {
  public:
   void SetUp() override {
@@ -24,11 +29,13 @@ class ModuleEnvironment : public testing::Environment {
     std::string error;
     module.reset(create(fakeServices, &error));
     ASSERT_NE(module, nullptr) << error;
+    direction = QApplication::layoutDirection();
   }
   void TearDown() override { module.reset(); }
 
   FakeServices fakeServices;
   std::unique_ptr<WindowsModule> module;
+  Qt::LayoutDirection direction = Qt::LeftToRight;
 };
 
 // GoogleTest owns it.
@@ -37,8 +44,14 @@ auto* const environment =
 
 }  // namespace
 
+FakeServices::FakeServices() : complete_(RA_BUILT_LOCALES, kDomain, {"de"}) {
+  const char* language = std::getenv(kLanguageVariable);
+  speak(language != nullptr ? language : "en");
+}
+
 std::string FakeServices::localizedString(const std::string& key) const {
-  const std::string* found = table_ ? table_->lookUp(key) : nullptr;
+  const std::string* found = table_->lookUp(key);
+  EXPECT_NE(complete_.lookUp(key), nullptr) << "no string table has \"" << key << '"';
   return found != nullptr ? *found : key;
 }
 
@@ -58,8 +71,7 @@ void FakeServices::chooseFolder(const std::string&, const std::string&, const st
 }
 
 void FakeServices::speak(const std::string& language) {
-  table_ = std::make_unique<StringTables>(RA_BUILT_LOCALES, "com.vantrel.korvel.RecordAudio",
-                                          std::vector{language});
+  table_ = std::make_unique<StringTables>(RA_BUILT_LOCALES, kDomain, std::vector{language});
 }
 
 void FakeServices::reset() {
@@ -78,6 +90,14 @@ std::vector<std::string> languages() {
     names.push_back(entry.path().filename());
   }
   return names;
+}
+
+bool isWrittenFromRightToLeft(const std::string& language) {
+  return language == "ar" || language == "fa" || language == "he";
+}
+
+Qt::LayoutDirection directionAtStart() {
+  return environment->direction;
 }
 
 WindowsModule& windowsModule() {

@@ -28,7 +28,11 @@ namespace linux_host {
 // The program's side: texts in one language, and an output folder that can refuse a change.
 class FakeServices : public WindowsServices {
  public:
+  // In English, or in the language that the test run asks for.
+  FakeServices();
+  // Reports a failure for a text that is in no string table.
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
+  [[nodiscard]] std::string textLanguage() const override { return table_->language(); }
   [[nodiscard]] std::optional<std::string> outputLocation() override { return folder; }
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
@@ -71,12 +75,18 @@ class FakeServices : public WindowsServices {
 
  private:
   std::unique_ptr<StringTables> table_;
+  // A table with every text, to find those that are in none.
+  const StringTables complete_;
   Shortcut shortcut_;
   std::function<void(const Shortcut&)> shortcutFollower_;
 };
 
 // Every language that has a string table.
 std::vector<std::string> languages();
+
+bool isWrittenFromRightToLeft(const std::string& language);
+// The direction that the module gave its windows when it was loaded.
+Qt::LayoutDirection directionAtStart();
 
 // The process's only module, with its only application.
 WindowsModule& windowsModule();

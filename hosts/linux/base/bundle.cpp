@@ -85,6 +85,10 @@ std::string LinuxBundle::localizedString(const std::string& key) const {
   return text == nullptr ? key : *text;
 }
 
+std::string LinuxBundle::language() const {
+  return strings_ == nullptr ? "en" : strings_->language();
+}
+
 std::unique_ptr<platform::Bundle> LinuxBundleLoader::bundleWithPath(const std::string& path) const {
   std::error_code error;
   if (!fs::is_directory(path, error)) return nullptr;

@@ -36,6 +36,8 @@ class LinuxBundle : public platform::Bundle {
   // Names that people see are looked up in the string tables.
   [[nodiscard]] std::optional<platform::Dictionary> localizedInfoDictionary() const override;
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
+  // The language of those strings, as its table is named.
+  [[nodiscard]] std::string language() const;
 
   [[nodiscard]] std::string resourcesPath() const { return path_ + "/Contents/Resources"; }
 

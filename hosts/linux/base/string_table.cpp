@@ -87,8 +87,14 @@ const std::string* StringTables::lookUp(const std::string& key) const {
   return nullptr;
 }
 
+std::string StringTables::language() const {
+  if (!loaded_) load();
+  return language_;
+}
+
 void StringTables::load() const {
   loaded_ = true;
+  language_ = kLastLanguage;
   std::vector<std::string> languages = languages_;
   languages.emplace_back(kLastLanguage);
   for (const std::string& language : languages) {
@@ -98,6 +104,7 @@ void StringTables::load() const {
     const std::string bytes = readSmallFile(path).bytes;
     if (bytes.empty()) continue;
     if (auto table = parsedCatalogue(bytes)) {
+      if (tables_.empty()) language_ = language;
       tables_.push_back(std::move(*table));
     } else {
       logMessage(LogLevel::kWarning,

@@ -27,6 +27,9 @@ class StringTables {
   // Null when no table has the key.
   [[nodiscard]] const std::string* lookUp(const std::string& key) const;
 
+  // The language of the texts: that of the first table that was found. "en" without one.
+  [[nodiscard]] std::string language() const;
+
   // The user's languages from LANGUAGE, LC_ALL, LC_MESSAGES and LANG, including variants.
   [[nodiscard]] static std::vector<std::string> usersLanguages();
 
@@ -38,6 +41,7 @@ class StringTables {
   const std::vector<std::string> languages_;
   mutable bool loaded_ = false;
   mutable std::vector<StringTable> tables_;
+  mutable std::string language_;
 };
 
 }  // namespace linux_host

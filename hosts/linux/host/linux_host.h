@@ -69,7 +69,7 @@ class SystemBundleLoader : public platform::BundleLoader {
 class HostWindowsServices : public WindowsServices {
  public:
   // All outlive this object.
-  HostWindowsServices(const platform::Bundle& bundle, suite::Storage& storage, SessionBus& bus,
+  HostWindowsServices(const LinuxBundle& bundle, suite::Storage& storage, SessionBus& bus,
                       MainLoop& loop, ActivationTokens& activationTokens, GlobalShortcut& shortcut,
                       std::function<void()> goOn)
       : bundle_(bundle),
@@ -82,6 +82,7 @@ class HostWindowsServices : public WindowsServices {
         folderChooser_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
+  [[nodiscard]] std::string textLanguage() const override { return bundle_.language(); }
   [[nodiscard]] std::optional<std::string> outputLocation() override;
   std::string setOutputLocation(const std::string& path) override;
   void chooseFolder(const std::string& parentWindow, const std::string& title,
@@ -101,7 +102,7 @@ class HostWindowsServices : public WindowsServices {
   [[nodiscard]] Appearance appearance() const override;
 
  private:
-  const platform::Bundle& bundle_;
+  const LinuxBundle& bundle_;
   suite::Storage& storage_;
   SessionBus& bus_;
   MainLoop& loop_;

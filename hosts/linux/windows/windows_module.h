@@ -54,6 +54,9 @@ class WindowsServices {
   virtual ~WindowsServices() = default;
   // The text for a key of the string tables, in the user's language.
   [[nodiscard]] virtual std::string localizedString(const std::string& key) const = 0;
+  // The language of those texts, as its string table is named ("pt_BR"); it never changes. The
+  // toolkit's own texts and the direction of its windows follow it, not the environment.
+  [[nodiscard]] virtual std::string textLanguage() const { return "en"; }
   // The folder for finished recordings; null when there is no writable one.
   [[nodiscard]] virtual std::optional<std::string> outputLocation() = 0;
   // Stores another folder. Returns an empty string on success. If the folder cannot be written to,

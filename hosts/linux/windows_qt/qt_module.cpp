@@ -5,7 +5,6 @@
 #include <QDialog>
 #include <QFileInfo>
 #include <QIcon>
-#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include "hosts/linux/windows/windows_module.h"
 #include "hosts/linux/windows_qt/activation.h"
 #include "hosts/linux/windows_qt/appearance.h"
+#include "hosts/linux/windows_qt/language.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
 #include "hosts/linux/windows_qt/screen_loss.h"
 
@@ -90,7 +90,7 @@ class QtModule : public WindowsModule {
     QApplication::setApplicationName(QLatin1String(kApplicationId));
     QApplication::setDesktopFileName(QLatin1String(kApplicationId));
     QApplication::setQuitOnLastWindowClosed(false);
-    QApplication::setLayoutDirection(QLocale().textDirection());
+    applyLanguage(services.textLanguage());
     QApplication::setWindowIcon(QIcon::fromTheme(QLatin1String(kApplicationId),
                                                  QIcon(QStringLiteral(":/RecordAudio.svg"))));
     applyAppearance(services.appearance());

@@ -205,10 +205,10 @@ class EmptyCapture : public platform::Capture {
   [[nodiscard]] bool respondsToAuthorizationStatus() const override { return false; }
   [[nodiscard]] platform::AuthorizationStatus authorizationStatusForMediaType(
       platform::MediaType) override {
-    return platform::AuthorizationStatus::kDenied;
+    return platform::AuthorizationStatus::kAuthorized;
   }
   void requestAccessForMediaType(platform::MediaType, std::function<void(bool)> handler) override {
-    handler(false);
+    handler(true);
   }
   platform::CaptureSessionPtr createSession() override;
   platform::CaptureSessionPtr createMonitoringSession() override { return nullptr; }

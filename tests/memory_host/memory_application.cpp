@@ -11,8 +11,22 @@ using platform::OSStatus;
 
 namespace {
 
-// The reference stands for no authorization.
+// The reference stands for no authorization; the right was not granted.
 constexpr OSStatus kNoAuthorization = -60002;
+constexpr OSStatus kDenied = -60005;
+
+// Of Apple events.
+constexpr OSStatus kWrongParameter = -50;
+constexpr OSStatus kNoSuchProcess = -600;
+constexpr OSStatus kWrongDataType = -1703;
+constexpr OSStatus kNoEvent = -1704;
+constexpr OSStatus kEventNotHandled = -1708;
+constexpr std::uint32_t kEventType = platform::fourCharCode("aevt");
+
+int lastButton(const platform::Alert& alert) {
+  const int buttons = static_cast<int>(alert.buttons.size());
+  return platform::kAlertFirstButtonReturn + std::max(buttons - 1, 0);
+}
 
 }  // namespace
 
@@ -39,8 +53,11 @@ void MemoryApplication::activateIgnoringOtherApps(bool ignoringOtherApps) {
 void MemoryApplication::terminate() {
   ++terminateCount;
   note("terminate");
-  if (ended || delegate == nullptr) return;
-  if (delegate->applicationShouldTerminate() == platform::TerminateReply::kNow) {
+  if (ended || asking_ || delegate == nullptr) return;
+  asking_ = true;
+  const platform::TerminateReply reply = delegate->applicationShouldTerminate();
+  asking_ = false;
+  if (reply == platform::TerminateReply::kNow) {
     ended = true;
     delegate->applicationWillTerminate();
   } else if (alerts_.isWaiting()) {
@@ -49,12 +66,21 @@ void MemoryApplication::terminate() {
   }
 }
 
+void MemoryApplication::launch(const std::vector<std::string>& pathsToOpen) {
+  delegate->applicationWillFinishLaunching();
+  for (const std::string& path : pathsToOpen) {
+    if (!ended) delegate->application(path);
+  }
+  if (!ended) delegate->applicationDidFinishLaunching();
+}
+
 platform::ImagePtr MemoryApplication::imageNamed(const std::string& name) {
   if (missingImages.contains(name)) return nullptr;
   return std::make_shared<platform::Image>(platform::Image{name});
 }
 
 int MemoryAlerts::runModal(const platform::Alert& alert) {
+  if (!hasScreen) return lastButton(alert);
   shown.push_back(alert);
   timeline_.add("alert " + alert.messageText);
   waiting_ = true;
@@ -64,8 +90,7 @@ int MemoryAlerts::runModal(const platform::Alert& alert) {
   runLoop_.release();
   waiting_ = false;
   timeline_.add("dismissed");
-  const int buttons = static_cast<int>(alert.buttons.size());
-  if (dismissed_) return platform::kAlertFirstButtonReturn + std::max(buttons - 1, 0);
+  if (dismissed_) return lastButton(alert);
   if (answers.empty()) return platform::kAlertFirstButtonReturn;
   const int answer = answers.front();
   answers.erase(answers.begin());
@@ -96,6 +121,10 @@ bool MemoryWorkspace::setIcon(const platform::ImagePtr& image, const std::string
 
 void MemoryUserNotificationCenter::deliverNotification(
     const platform::UserNotificationPtr& notification) {
+  const auto target = delegate.lock();
+  if (target && !target->userNotificationCenterShouldPresentNotification(*this, notification)) {
+    return;
+  }
   timeline_.add("deliver " + notification->informativeText);
   delivered.push_back(notification);
   showing.push_back(notification);
@@ -173,7 +202,11 @@ OSStatus MemoryAuthorization::AuthorizationCopyRights(platform::AuthorizationRef
                                                       const std::string& right,
                                                       platform::AuthorizationFlags flags) {
   note("copyRights " + right + " " + std::to_string(flags));
-  return authorization == nullptr ? kNoAuthorization : copyRightsStatus;
+  if (authorization == nullptr) return kNoAuthorization;
+  const bool isKnown = right == platform::kAuthorizationRightAdmin;
+  const OSStatus status = isKnown ? copyRightsStatus : kDenied;
+  hasRight_ = status == noErr;
+  return status;
 }
 
 OSStatus MemoryAuthorization::AuthorizationExecuteWithPrivileges(
@@ -181,22 +214,47 @@ OSStatus MemoryAuthorization::AuthorizationExecuteWithPrivileges(
     platform::AuthorizationFlags flags, const std::vector<std::string>& arguments) {
   note("execute " + pathToTool + " " + std::to_string(flags) + " " +
        std::to_string(arguments.size()));
-  return authorization == nullptr ? kNoAuthorization : executeStatus;
+  if (authorization == nullptr) return kNoAuthorization;
+  if (!hasRight_) return kDenied;
+  if (executeStatus != noErr) return executeStatus;
+  started.push_back({pathToTool});
+  started.back().insert(started.back().end(), arguments.begin(), arguments.end());
+  return noErr;
 }
 
-OSStatus MemoryAuthorization::AuthorizationFree(platform::AuthorizationRef) {
+OSStatus MemoryAuthorization::AuthorizationFree(platform::AuthorizationRef authorization) {
   note("free");
+  if (authorization == nullptr) return kNoAuthorization;
   --living;
+  hasRight_ = false;
   return noErr;
+}
+
+platform::AEDesc MemoryAppleEvents::make(std::uint32_t type, const void* data,
+                                         std::size_t size_bytes) {
+  ++living;
+  const auto* bytes = static_cast<const std::byte*>(data);
+  return {type, new Data(bytes, bytes + size_bytes)};
+}
+
+template <typename Record>
+bool MemoryAppleEvents::read(const platform::AEDesc* descriptor, std::uint32_t type,
+                             Record* record) {
+  if (descriptor == nullptr || descriptor->descriptorType != type) return false;
+  const auto* data = static_cast<const Data*>(descriptor->dataHandle);
+  if (data == nullptr || data->size() != sizeof(Record)) return false;
+  std::memcpy(record, data->data(), sizeof(Record));
+  return true;
 }
 
 OSStatus MemoryAppleEvents::AECreateDesc(std::uint32_t typeCode, const void* data,
                                          std::size_t size_bytes, platform::AEDesc* result) {
   journal.push_back("createDesc " + std::to_string(typeCode));
+  *result = {};
   if (createDescStatus != noErr) return createDescStatus;
+  if (data == nullptr && size_bytes > 0) return kWrongParameter;
   if (size_bytes == sizeof lastTarget) std::memcpy(&lastTarget, data, size_bytes);
-  ++living;
-  *result = {typeCode, this};
+  *result = make(typeCode, data, size_bytes);
   return noErr;
 }
 
@@ -206,10 +264,12 @@ OSStatus MemoryAppleEvents::AECreateAppleEvent(std::uint32_t eventClass, std::ui
                                                platform::AEDesc* result) {
   journal.push_back("createEvent " + std::to_string(eventClass) + " " + std::to_string(eventID) +
                     " " + std::to_string(returnID) + " " + std::to_string(transactionID));
-  eventTarget = *target;
+  *result = {};
+  if (target != nullptr) eventTarget = *target;
   if (createEventStatus != noErr) return createEventStatus;
-  ++living;
-  *result = {eventClass, this};
+  Event event{eventClass, eventID, {}};
+  if (!read(target, platform::typeProcessSerialNumber, &event.target)) return kWrongDataType;
+  *result = make(kEventType, &event, sizeof event);
   return noErr;
 }
 
@@ -218,14 +278,27 @@ OSStatus MemoryAppleEvents::AESend(const platform::AEDesc* event, platform::AEDe
                                    std::int64_t timeout_ticks) {
   journal.push_back("send " + std::to_string(sendMode) + " " + std::to_string(sendPriority) + " " +
                     std::to_string(timeout_ticks));
-  sentEvent = *event;
-  if (sendStatus == noErr) *reply = {};
+  *reply = {};
+  if (event != nullptr) sentEvent = *event;
+  Event sent{};
+  return read(event, kEventType, &sent) ? handle(sent) : kNoEvent;
+}
+
+OSStatus MemoryAppleEvents::handle(const Event& event) {
+  if (event.target.highLongOfPSN != 0 || event.target.lowLongOfPSN != platform::kSystemProcess) {
+    return kNoSuchProcess;
+  }
+  if (event.eventClass != platform::kCoreEventClass || event.eventID != platform::kAERestart) {
+    return kEventNotHandled;
+  }
+  ++restarts;
   return sendStatus;
 }
 
 OSStatus MemoryAppleEvents::AEDisposeDesc(platform::AEDesc* descriptor) {
   journal.push_back("dispose " + std::to_string(descriptor->descriptorType));
   if (descriptor->dataHandle != nullptr) --living;
+  delete static_cast<Data*>(descriptor->dataHandle);
   *descriptor = {};
   return noErr;
 }

@@ -38,6 +38,7 @@ class MemoryAlerts : public platform::Alerts {
   std::vector<int> answers;
   // Called while the alert is open.
   std::function<void(const platform::Alert&)> onShow;
+  bool hasScreen = true;
 
  private:
   Timeline& timeline_;
@@ -57,6 +58,9 @@ class MemoryApplication : public platform::Application {
   void terminate() override;
   platform::ImagePtr imageNamed(const std::string& name) override;
 
+  // Tells the delegate of the launch, with those paths to open.
+  void launch(const std::vector<std::string>& pathsToOpen);
+
   // If set, terminate() asks it as the real application object does.
   platform::ApplicationDelegate* delegate = nullptr;
   platform::ActivationPolicy policy = platform::ActivationPolicy::kAccessory;
@@ -74,6 +78,7 @@ class MemoryApplication : public platform::Application {
   Timeline& timeline_;
   MemoryRunLoop& runLoop_;
   MemoryAlerts& alerts_;
+  bool asking_ = false;
 };
 
 class MemoryWorkspace : public platform::Workspace {
@@ -122,7 +127,7 @@ class MemoryUserNotificationCenter : public platform::UserNotificationCenter {
                 platform::UserNotificationActivationType type);
 
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate;
-  std::vector<platform::UserNotificationPtr> delivered;  // everything ever delivered
+  std::vector<platform::UserNotificationPtr> delivered;  // everything that was ever shown
   std::vector<platform::UserNotificationPtr> showing;
 
  private:
@@ -202,25 +207,31 @@ class MemoryAuthorization : public platform::Authorization {
   platform::OSStatus copyRightsStatus = platform::noErr;
   platform::OSStatus executeStatus = platform::noErr;
   int living = 0;  // created and not freed
+  // Each program that was started, with its arguments.
+  std::vector<std::vector<std::string>> started;
   std::vector<std::string> journal;
 
  private:
   void note(const std::string& entry);
 
   Timeline* timeline_;
+  bool hasRight_ = false;
 };
 
 class MemoryLaunchServices : public platform::LaunchServices {
  public:
   [[nodiscard]] std::vector<std::string> copyApplicationPathsForBundleIdentifier(
-      const std::string& identifier) override {
-    requested.push_back(identifier);
-    return paths;
+      const std::string& wanted) override {
+    requested.push_back(wanted);
+    return wanted == identifier ? paths : std::vector<std::string>();
   }
+  // The applications of that identifier; there are no others.
+  std::string identifier = "com.vantrel.korvel";
   std::vector<std::string> paths;
   std::vector<std::string> requested;
 };
 
+// The system process knows one event: the request to restart.
 class MemoryAppleEvents : public platform::AppleEvents {
  public:
   platform::OSStatus AECreateDesc(std::uint32_t typeCode, const void* data, std::size_t size_bytes,
@@ -242,6 +253,20 @@ class MemoryAppleEvents : public platform::AppleEvents {
   platform::ProcessSerialNumber lastTarget{};
   platform::AEDesc eventTarget;  // what the event was made for
   platform::AEDesc sentEvent;
+  int restarts = 0;  // how often the system was asked to restart, whatever it answered
+
+ private:
+  struct Event {
+    std::uint32_t eventClass;
+    std::uint32_t eventID;
+    platform::ProcessSerialNumber target;
+  };
+  using Data = std::vector<std::byte>;
+
+  platform::AEDesc make(std::uint32_t type, const void* data, std::size_t size_bytes);
+  template <typename Record>
+  static bool read(const platform::AEDesc* descriptor, std::uint32_t type, Record* record);
+  [[nodiscard]] platform::OSStatus handle(const Event& event);
 };
 
 }  // namespace memory_host

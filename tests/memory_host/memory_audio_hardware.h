@@ -94,6 +94,7 @@ class MemoryAudioHardware : public platform::AudioHardware {
   // What a device's clock returns, and its status. A device without a clock is not running.
   void setCurrentTime(platform::AudioDeviceID device, const platform::AudioTimeStamp& time);
   void setRateScalar(platform::AudioDeviceID device, double rateScalar);
+  void stopClock(platform::AudioDeviceID device) { clocks_.erase(device); }
   void failCurrentTime(platform::AudioDeviceID device, platform::OSStatus status);
 
   std::vector<Call> calls;

@@ -20,7 +20,7 @@ using platform::OSStatus;
 
 namespace {
 
-constexpr OSStatus kInvalidHandle = platform::kAudioHardwareBadObjectError;
+constexpr OSStatus kInvalidHandle = platform::kAUGraphErr_InvalidAudioUnit;
 
 const char* kindName(UnitKind kind) {
   switch (kind) {
@@ -89,21 +89,6 @@ Handle handleOf(Object* object) {
 
 struct MemoryAudioUnits::Component {
   KindEntry entry;
-};
-
-struct MemoryAudioUnits::Unit {
-  using Address = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>;
-  UnitKind kind;
-  bool initialized = false;
-  bool running = false;
-  std::map<Address, std::vector<std::byte>> properties;
-};
-
-struct MemoryAudioUnits::Graph {
-  bool open = false;
-  bool initialized = false;
-  bool running = false;
-  std::vector<std::unique_ptr<Unit>> nodes;
 };
 
 MemoryAudioUnits::MemoryAudioUnits() {
@@ -241,7 +226,7 @@ OSStatus MemoryAudioUnits::AudioComponentInstanceNew(AudioComponent component, A
   if (const OSStatus status = begin("AudioComponentInstanceNew"); status != noErr) return status;
   for (const auto& candidate : components_) {
     if (handleOf<AudioComponent>(candidate.get()) != component) continue;
-    units_.push_back(std::make_unique<Unit>(Unit{candidate->entry.kind, false, false, {}}));
+    units_.push_back(std::make_unique<Unit>(candidate->entry.kind));
     *outUnit = handleOf<AudioUnit>(units_.back().get());
     return noErr;
   }
@@ -258,10 +243,12 @@ OSStatus MemoryAudioUnits::AudioComponentInstanceDispose(AudioUnit unit) {
   if (found == nullptr) return kInvalidHandle;
   if (found->running) misuse("AudioComponentInstanceDispose of a running unit");
   if (found->initialized) misuse("AudioComponentInstanceDispose of an initialised unit");
+  stopLive(*found);
   const auto removed =
       std::erase_if(units_, [&](const auto& candidate) { return candidate.get() == found; });
-  if (removed == 0) misuse("AudioComponentInstanceDispose of a graph's unit");
-  return noErr;
+  if (removed == 1) return noErr;
+  misuse("AudioComponentInstanceDispose of a graph's unit");
+  return kInvalidHandle;
 }
 
 OSStatus MemoryAudioUnits::AudioUnitInitialize(AudioUnit unit) {
@@ -296,6 +283,9 @@ OSStatus MemoryAudioUnits::AudioUnitSetProperty(AudioUnit unit, std::uint32_t pr
   }
   Unit* found = known(unit, "AudioUnitSetProperty");
   if (found == nullptr) return kInvalidHandle;
+  if (const OSStatus refusal = refusalOf(*found, property, data, size_bytes); refusal != noErr) {
+    return refusal;
+  }
   std::vector<std::byte> bytes(size_bytes);
   std::memcpy(bytes.data(), data, size_bytes);
   found->properties[{property, scope, element}] = std::move(bytes);
@@ -344,6 +334,7 @@ OSStatus MemoryAudioUnits::AudioOutputUnitStart(AudioUnit unit) {
   }
   Unit* found = known(unit, "AudioOutputUnitStart");
   if (found == nullptr) return kInvalidHandle;
+  if (hardware_ != nullptr) return startLive(*found);
   found->running = true;
   return noErr;
 }
@@ -354,6 +345,7 @@ OSStatus MemoryAudioUnits::AudioOutputUnitStop(AudioUnit unit) {
   }
   Unit* found = known(unit, "AudioOutputUnitStop");
   if (found == nullptr) return kInvalidHandle;
+  stopLive(*found);
   found->running = false;
   return noErr;
 }
@@ -363,8 +355,9 @@ OSStatus MemoryAudioUnits::AudioUnitSetParameter(AudioUnit unit, std::uint32_t p
                                                  float value, std::uint32_t offset_frames) {
   setParameterCalls.fetch_add(1, std::memory_order_relaxed);
   if (setParameterStatus != noErr) return setParameterStatus;
-  const Unit* found = known(unit, "AudioUnitSetParameter");
+  Unit* found = known(unit, "AudioUnitSetParameter");
   if (found == nullptr) return kInvalidHandle;
+  if (parameter == platform::kVarispeedParam_PlaybackRate) found->rate = double{value};
   lastParameter = {found->kind, parameter, scope, element, value, offset_frames};
   return noErr;
 }
@@ -376,7 +369,12 @@ OSStatus MemoryAudioUnits::AudioUnitRender(AudioUnit unit, std::uint32_t* ioActi
   lastRender = {*ioActionFlags, busNumber, frameCount};
   renderCalls.fetch_add(1, std::memory_order_relaxed);
   if (renderStatus != noErr) return renderStatus;
-  if (known(unit, "AudioUnitRender") == nullptr) return kInvalidHandle;
+  const Unit* found = known(unit, "AudioUnitRender");
+  if (found == nullptr) return kInvalidHandle;
+  if (const OSStatus refusal = refusalOf(*found, busNumber, frameCount, *ioData);
+      refusal != noErr) {
+    return refusal;
+  }
   for (std::uint32_t i = 0; i < ioData->mNumberBuffers; ++i) {
     const platform::AudioBuffer& buffer = ioData->mBuffers[i];
     if (buffer.mDataByteSize < frameCount * sizeof(float)) {
@@ -400,6 +398,7 @@ OSStatus MemoryAudioUnits::DisposeAUGraph(AUGraph graph) {
   Graph* found = known(graph, "DisposeAUGraph");
   if (found == nullptr) return kInvalidHandle;
   if (found->running) misuse("DisposeAUGraph of a running graph");
+  for (const auto& unit : found->nodes) stopLive(*unit);
   std::erase_if(graphs_, [&](const auto& candidate) { return candidate.get() == found; });
   return noErr;
 }
@@ -420,7 +419,9 @@ OSStatus MemoryAudioUnits::AUGraphOpen(AUGraph graph) {
 OSStatus MemoryAudioUnits::AUGraphClose(AUGraph graph) {
   return graphStep(graph, "AUGraphClose", [this](Graph& found) {
     if (!found.open) misuse("AUGraphClose of a graph that is not open");
+    for (const auto& unit : found.nodes) stopLive(*unit);
     found.open = false;
+    found.initialized = false;
   });
 }
 
@@ -435,7 +436,7 @@ OSStatus MemoryAudioUnits::AUGraphAddNode(AUGraph graph,
   if (const OSStatus status = begin("AUGraphAddNode(" + name + ")"); status != noErr) return status;
   Graph* found = known(graph, "AUGraphAddNode");
   if (found == nullptr || component == components_.end()) return kInvalidHandle;
-  found->nodes.push_back(std::make_unique<Unit>(Unit{(*component)->entry.kind, false, false, {}}));
+  found->nodes.push_back(std::make_unique<Unit>((*component)->entry.kind));
   *outNode = static_cast<AUNode>(found->nodes.size());
   return noErr;
 }
@@ -446,10 +447,12 @@ OSStatus MemoryAudioUnits::AUGraphNodeInfo(AUGraph graph, AUNode node, AudioUnit
     return status;
   }
   const Graph* found = known(graph, "AUGraphNodeInfo");
-  if (found == nullptr || node < 1 || node > static_cast<AUNode>(found->nodes.size())) {
-    return kInvalidHandle;
+  if (found == nullptr) return kInvalidHandle;
+  if (node < 1 || node > static_cast<AUNode>(found->nodes.size())) {
+    return platform::kAUGraphErr_NodeNotFound;
   }
-  *outUnit = handleOf<AudioUnit>(found->nodes[static_cast<std::size_t>(node) - 1].get());
+  Unit* unit = found->nodes[static_cast<std::size_t>(node) - 1].get();
+  *outUnit = found->open ? handleOf<AudioUnit>(unit) : nullptr;
   return noErr;
 }
 
@@ -459,19 +462,39 @@ OSStatus MemoryAudioUnits::AUGraphConnectNodeInput(AUGraph graph, AUNode sourceN
   const std::string call = "AUGraphConnectNodeInput(" + std::to_string(sourceNode) + ":" +
                            std::to_string(sourceOutput) + " -> " + std::to_string(destNode) + ":" +
                            std::to_string(destInput) + ")";
-  return graphStep(graph, call.c_str(), [](Graph&) {});
+  OSStatus refusal = noErr;
+  const OSStatus status = graphStep(graph, call.c_str(), [&](Graph& found) {
+    refusal = refusalOf(found, sourceNode, sourceOutput, destNode, destInput);
+    if (refusal != noErr) return;
+    found.nodes[static_cast<std::size_t>(destNode) - 1]->source =
+        found.nodes[static_cast<std::size_t>(sourceNode) - 1].get();
+  });
+  return status == noErr ? refusal : status;
 }
 
 OSStatus MemoryAudioUnits::AUGraphInitialize(AUGraph graph) {
-  return graphStep(graph, "AUGraphInitialize", [](Graph& found) { found.initialized = true; });
+  OSStatus refusal = noErr;
+  const OSStatus status = graphStep(graph, "AUGraphInitialize", [&](Graph& found) {
+    if (hardware_ != nullptr && !found.open) refusal = platform::kAudioUnitErr_Uninitialized;
+    found.initialized = refusal == noErr;
+  });
+  return status == noErr ? refusal : status;
 }
 
 OSStatus MemoryAudioUnits::AUGraphStart(AUGraph graph) {
-  return graphStep(graph, "AUGraphStart", [](Graph& found) { found.running = true; });
+  OSStatus refusal = noErr;
+  const OSStatus status = graphStep(graph, "AUGraphStart", [&](Graph& found) {
+    if (hardware_ != nullptr) refusal = startLive(found);
+    found.running = refusal == noErr;
+  });
+  return status == noErr ? refusal : status;
 }
 
 OSStatus MemoryAudioUnits::AUGraphStop(AUGraph graph) {
-  return graphStep(graph, "AUGraphStop", [](Graph& found) { found.running = false; });
+  return graphStep(graph, "AUGraphStop", [](Graph& found) {
+    for (const auto& unit : found.nodes) stopLive(*unit);
+    found.running = false;
+  });
 }
 
 }  // namespace memory_host

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,10 +13,11 @@
 #include <vector>
 
 #include "platform/audio_unit.h"
+#include "tests/memory_host/memory_audio_hardware.h"
 
 // Audio units and graphs in memory. Every call is recorded in order, and any one can be made to
-// fail. The test calls the callbacks that the core has installed. Single-threaded, except the two
-// calls that audio callbacks make.
+// fail. The test calls the callbacks that the core has installed, or lets the units run by
+// themselves. Single-threaded, except the two calls that audio callbacks make.
 
 namespace memory_host {
 
@@ -56,6 +58,14 @@ class MemoryAudioUnits : public platform::AudioUnits {
   [[nodiscard]] std::optional<std::uint32_t> number(UnitKind kind, std::uint32_t property,
                                                     std::uint32_t scope,
                                                     std::uint32_t element) const;
+
+  // Calls `cycle` every kPeriod_s until the function that it returned is called.
+  using Pulse = std::function<std::function<void()>(std::function<void()> cycle)>;
+  static constexpr double kPeriod_s = 0.01;
+  static constexpr std::uint32_t kCycle_frames = 480;
+  // From now on units run by themselves while they are started, in stereo at 48 kHz, on the devices
+  // of `hardware`, whose clocks run meanwhile. They refuse what they cannot do.
+  void goLive(MemoryAudioHardware& hardware, Pulse pulse);
 
   // The callbacks that the core has installed. They stay known after the units are gone.
   platform::AURenderCallbackStruct inputCallback{};
@@ -133,8 +143,39 @@ class MemoryAudioUnits : public platform::AudioUnits {
   platform::OSStatus AUGraphStop(platform::AUGraph graph) override;
 
  private:
-  struct Unit;
-  struct Graph;
+  struct Unit {
+    using Address = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>;
+    explicit Unit(UnitKind itsKind) : kind(itsKind) {}
+    UnitKind kind;
+    bool initialized = false;
+    bool running = false;
+    std::map<Address, std::vector<std::byte>> properties;
+
+    // While it runs by itself.
+    std::function<void()> stopPulse;
+    platform::AudioTimeStamp time;
+    std::uint32_t renderable_frames = 0;  // within its input callback
+    Unit* source = nullptr;               // that it pulls
+    double rate = 1;
+
+    // A property that was set; all zero when it was not.
+    template <typename T>
+    [[nodiscard]] T value(std::uint32_t property, std::uint32_t scope,
+                          std::uint32_t element) const {
+      T result{};
+      const auto found = properties.find({property, scope, element});
+      if (found != properties.end() && found->second.size() == sizeof result) {
+        std::memcpy(&result, found->second.data(), sizeof result);
+      }
+      return result;
+    }
+  };
+  struct Graph {
+    bool open = false;
+    bool initialized = false;
+    bool running = false;
+    std::vector<std::unique_ptr<Unit>> nodes;
+  };
   struct Component;
   using Place = std::tuple<UnitKind, std::uint32_t, std::uint32_t>;  // kind, scope, element
 
@@ -148,6 +189,25 @@ class MemoryAudioUnits : public platform::AudioUnits {
   platform::OSStatus graphStep(platform::AUGraph graph, const char* caller,
                                const std::function<void(Graph&)>& step);
 
+  // For units that run by themselves: noErr, or why not.
+  [[nodiscard]] platform::OSStatus refusalOf(const Unit& unit, std::uint32_t property,
+                                             const void* data, std::uint32_t size_bytes) const;
+  [[nodiscard]] platform::OSStatus refusalOf(const Unit& unit, std::uint32_t busNumber,
+                                             std::uint32_t frames,
+                                             const platform::AudioBufferList& list) const;
+  [[nodiscard]] platform::OSStatus refusalOf(const Graph& graph, platform::AUNode source,
+                                             std::uint32_t output, platform::AUNode destination,
+                                             std::uint32_t input) const;
+  [[nodiscard]] platform::AudioDeviceID deviceOf(const Unit& unit) const;
+  [[nodiscard]] bool isDevice(platform::AudioDeviceID device) const;
+  platform::OSStatus startLive(Unit& unit);
+  static void stopLive(Unit& unit);
+  platform::OSStatus startLive(Graph& graph);
+  void cycleOf(Unit& unit, platform::AudioDeviceID device);
+  static void pull(Unit& unit);
+
+  MemoryAudioHardware* hardware_ = nullptr;  // when live
+  Pulse pulse_;
   std::vector<std::unique_ptr<Component>> components_;
   std::vector<std::unique_ptr<Unit>> units_;    // created as instances
   std::vector<std::unique_ptr<Graph>> graphs_;  // own their nodes' units

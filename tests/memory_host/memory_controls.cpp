@@ -14,7 +14,6 @@ void MemoryPopUpButton::removeAllItems() {
 
 void MemoryPopUpButton::addItem(const std::string& title) {
   items.push_back({title, false});
-  if (selected == -1) selected = numberOfItems() - 1;
 }
 
 void MemoryPopUpButton::addSeparator() {
@@ -110,6 +109,7 @@ void MemoryPreferencesInterface::installIn(MemoryInterfaceLoader& loader) {
     onLoad(*made);
     for (const char* title : {"m4a", "MP3"}) made->soundFormatPopUp->addItem(title);
     for (const char* title : {"High", "Medium", "Low"}) made->qualityPopUp->addItem(title);
+    for (const auto& menu : {made->soundFormatPopUp, made->qualityPopUp}) menu->selected = 0;
     const auto connect = [&](const std::string& outlet,
                              const std::shared_ptr<platform::View>& view) {
       if (!missingOutlets.contains(outlet)) owner.connectOutlet(outlet, view);

@@ -21,7 +21,7 @@ template <class Port>
 class MemoryControl : public Port {
  public:
   void setHidden(bool hide) override { hidden = hide; }
-  [[nodiscard]] bool isHidden() const override { return hidden; }
+  [[nodiscard]] bool isHidden() const override { return hidden || removed; }
   void removeFromSuperview() override { removed = true; }
 
   bool hidden = false;

@@ -52,8 +52,9 @@ void MemoryUserDefaults::setBool(bool value, const std::string& forKey) {
 }
 
 bool MemoryUserDefaults::synchronize() {
-  onDisk = values;
   journal.push_back("synchronize");
+  if (isDiskFull) return false;
+  onDisk = values;
   return true;
 }
 
@@ -94,7 +95,9 @@ class MemoryFileHandle : public platform::FileHandle {
   }
 
  private:
-  void letGo() { file_->handles -= std::exchange(open_, false) ? 1 : 0; }
+  void letGo() {
+    if (std::exchange(open_, false) && --file_->handles == 0) manager_.moveWaiting(file_);
+  }
 
   MemoryFileManager& manager_;
   std::shared_ptr<MemoryFileManager::File> file_;
@@ -124,9 +127,24 @@ bool MemoryFileManager::fileExists(const std::string& path) const {
   return files.contains(path) || isFolder(path);
 }
 
+bool MemoryFileManager::isTaken(const std::string& path) const {
+  return fileExists(path) || unmoved_.contains(path);
+}
+
+bool MemoryFileManager::isAwaitingMove(const std::string& path) const {
+  const auto found = files.find(path);
+  return found != files.end() && std::ranges::any_of(unmoved_, [&](const auto& waiting) {
+           return waiting.second == found->second;
+         });
+}
+
+void MemoryFileManager::moveWaiting(const std::shared_ptr<File>& file) {
+  std::erase_if(unmoved_, [&](const auto& waiting) { return waiting.second == file; });
+}
+
 bool MemoryFileManager::createFile(const std::string& path) {
   journal.push_back("create " + path);
-  if (failCreate || !hasFolderOf(path) || isFolder(path)) return false;
+  if (failCreate || !hasFolderOf(path) || isFolder(path) || unmoved_.contains(path)) return false;
   if (const auto found = files.find(path); found != files.end()) {
     found->second->contents.clear();
   } else {
@@ -147,8 +165,10 @@ std::string MemoryFileManager::moveItem(const std::string& from, const std::stri
   note("move " + from + " -> " + to);
   if (!failMove.empty()) return failMove;
   if (!files.contains(from)) return "No such file";
-  if (fileExists(to)) return "File exists";
+  if (isTaken(to)) return "File exists";
   if (!hasFolderOf(to)) return "No such folder";
+  const bool isLocked = files[from]->handles > 0 && !movesOpenFiles;
+  if (isLocked && !isAwaitingMove(from)) unmoved_[from] = files[from];
   files[to] = files[from];
   files.erase(from);
   return {};

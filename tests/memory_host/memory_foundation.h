@@ -30,6 +30,7 @@ class MemoryUserDefaults : public platform::UserDefaults {
   void setBool(bool value, const std::string& forKey) override;
   bool synchronize() override;
 
+  bool isDiskFull = false;  // and nothing can be flushed
   platform::Dictionary values;
   platform::Dictionary onDisk;  // as the last synchronize() left it
   // Every write and flush in order: the key, or "synchronize".
@@ -37,7 +38,8 @@ class MemoryUserDefaults : public platform::UserDefaults {
   mutable std::set<std::string> requestedKeys;  // every key that was ever read
 };
 
-// Files by path. Open handles follow their file through a move, as on a real disk.
+// Files by path. Open handles follow their file through a move, as on a real disk, or, on a system
+// that cannot do that, keep it at its old place until they are closed.
 class MemoryFileManager : public platform::FileManager {
  public:
   struct File {
@@ -59,6 +61,13 @@ class MemoryFileManager : public platform::FileManager {
   std::map<std::string, std::shared_ptr<File>> files;
   // Beside those that files lie in.
   std::set<std::string> folders{"/", "/tmp-of-memory", "/out"};
+  // False: a file that is open has its new name at once, but is moved when its last handle closes.
+  bool movesOpenFiles = true;
+  // Whether the file is still at its old place.
+  [[nodiscard]] bool isAwaitingMove(const std::string& path) const;
+  // Called when a file's last handle has closed.
+  void moveWaiting(const std::shared_ptr<File>& file);
+
   bool failCreate = false;
   bool failOpen = false;
   std::string failMove;    // why every move fails; empty: moves work
@@ -74,9 +83,11 @@ class MemoryFileManager : public platform::FileManager {
  private:
   void note(const std::string& entry);
   [[nodiscard]] bool isFolder(const std::string& path) const;
+  [[nodiscard]] bool isTaken(const std::string& path) const;
   [[nodiscard]] bool hasFolderOf(const std::string& path) const;
 
   Timeline* timeline_;
+  std::map<std::string, std::shared_ptr<File>> unmoved_;  // by their old places
 };
 
 class MemoryBundle : public platform::Bundle {

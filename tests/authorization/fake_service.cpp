@@ -16,7 +16,7 @@ void onCall(GDBusConnection*, const char*, const char*, const char*, const char*
 FakeService::FakeService(const std::string& address, const std::string& name,
                          const std::string& object, const std::string& introspection,
                          Handler handler)
-    : handler_(std::move(handler)) {
+    : name_(name), object_(object), handler_(std::move(handler)) {
   auto connection = linux_host::connectTo(address, true, linux_host::kBusTimeout_ms);
   if (!connection) throw std::runtime_error(connection.error());
   connection_ = *std::move(connection);
@@ -33,9 +33,19 @@ FakeService::FakeService(const std::string& address, const std::string& name,
 }
 
 FakeService::~FakeService() {
+  // The next service of that name must not find it taken.
+  const linux_host::VariantPtr released(g_dbus_connection_call_sync(
+      connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "ReleaseName", g_variant_new("(s)", name_.c_str()), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+      nullptr, nullptr));
   g_dbus_connection_unregister_object(connection_.get(), registration_);
   g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
   g_dbus_node_info_unref(node_);
+}
+
+void FakeService::emit(const char* signal, GVariant* arguments) {
+  g_dbus_connection_emit_signal(connection_.get(), nullptr, object_.c_str(),
+                                node_->interfaces[0]->name, signal, arguments, nullptr);
 }
 
 }  // namespace authorization_test

@@ -23,7 +23,12 @@ class FakeService {
   FakeService(const FakeService&) = delete;
   FakeService& operator=(const FakeService&) = delete;
 
+  // Sends a signal of the object's to everybody on the bus.
+  void emit(const char* signal, GVariant* arguments);
+
  private:
+  const std::string name_;
+  const std::string object_;
   linux_host::ConnectionPtr connection_;
   GDBusNodeInfo* node_ = nullptr;
   guint registration_ = 0;

@@ -12,7 +12,7 @@ namespace contract {
 
 class ContractTest : public testing::Test {
  protected:
-  platform::Host& host() { return rig->host(); }
+  platform::Host& host() { return rig->environment().host; }
   [[nodiscard]] double now_s() {
     const platform::TimebaseInfo timebase = host().hostClock.timebaseInfo();
     return static_cast<double>(host().hostClock.absoluteTime()) * timebase.numerator /

@@ -205,6 +205,57 @@ TEST_F(HardwareContract, ADeviceThatHasGoneIsABadObject) {
   EXPECT_EQ(rate_hz, -1);
 }
 
+TEST_F(HardwareContract, ARecordingDeviceHasARateAndItsChannelsInALayout) {
+  const AudioDeviceID device = deviceWithUID(rig->plugInMicrophone("mic"));
+  double rate_hz = 0;
+  std::uint32_t size_bytes = sizeof rate_hz;
+  EXPECT_EQ(hardware().AudioObjectGetPropertyData(
+                device, side(platform::kAudioDevicePropertyActualSampleRate, true), 0, nullptr,
+                &size_bytes, &rate_hz),
+            noErr);
+  EXPECT_NEAR(rate_hz, 48000, 480);
+  const auto layoutAddress = side(platform::kAudioDevicePropertyPreferredChannelLayout, true);
+  EXPECT_EQ(
+      hardware().AudioObjectGetPropertyDataSize(device, layoutAddress, 0, nullptr, &size_bytes),
+      noErr);
+  EXPECT_EQ(size_bytes,
+            sizeof(platform::AudioChannelLayout) + sizeof(platform::AudioChannelDescription));
+  platform::AudioChannelLayout cut{};
+  size_bytes = sizeof cut;
+  EXPECT_EQ(
+      hardware().AudioObjectGetPropertyData(device, layoutAddress, 0, nullptr, &size_bytes, &cut),
+      noErr);
+  EXPECT_EQ(cut.mNumberChannelDescriptions, 2U);
+}
+
+TEST_F(HardwareContract, VolumeAndMuteAreThoseOfTheMixer) {
+  const std::string uid = rig->plugInMicrophone("mic");
+  const AudioDeviceID device = deviceWithUID(uid);
+  float volume = -1;
+  std::uint32_t mute = 2;
+  const auto read = [&](std::uint32_t selector, auto& value) {
+    std::uint32_t size_bytes = sizeof value;
+    return hardware().AudioObjectHasProperty(device, side(selector, true)) &&
+           hardware().AudioObjectGetPropertyData(device, side(selector, true), 0, nullptr,
+                                                 &size_bytes, &value) == noErr &&
+           size_bytes == sizeof value;
+  };
+  const auto readBoth = [&] {
+    return read(platform::kAudioDevicePropertyVolumeScalar, volume) &&
+           read(platform::kAudioDevicePropertyMute, mute);
+  };
+  rig->setLevel(uid, 1, false);
+  EXPECT_TRUE(rig->runUntil([&] { return readBoth() && volume == 1 && mute == 0; })) << volume;
+  rig->setLevel(uid, 0.5F, true);
+  EXPECT_TRUE(rig->runUntil([&] { return readBoth() && volume < 1 && mute == 1; })) << volume;
+  EXPECT_GT(volume, 0);
+  rig->setLevel(uid, 0, false);
+  EXPECT_TRUE(rig->runUntil([&] { return readBoth() && volume == 0 && mute == 0; })) << volume;
+  EXPECT_FALSE(hardware().AudioObjectHasProperty(
+      device, side(platform::kAudioDevicePropertyVolumeScalar, false)))
+      << "it has no output";
+}
+
 TEST_F(HardwareContract, TheClockOfADeviceThatDoesNotRunIsNotRead) {
   const AudioDeviceID device = deviceWithUID(rig->plugInMicrophone("mic"));
   platform::AudioTimeStamp time;
@@ -268,6 +319,16 @@ TEST_F(DefaultsContract, WhatIsSetIsReadAtOnceAndConvertedAsItsTypeWants) {
   EXPECT_TRUE(defaults().synchronize());
   defaults().setInteger(8, "contract integer");
   EXPECT_EQ(defaults().integerForKey("contract integer"), 8);
+}
+
+TEST_F(DefaultsContract, WhatCannotBeWrittenStaysPending) {
+  defaults().setInteger(9, "contract integer");
+  rig->limitFiles(0);
+  EXPECT_FALSE(defaults().synchronize());
+  EXPECT_EQ(defaults().integerForKey("contract integer"), 9);
+  EXPECT_FALSE(defaults().synchronize()) << "it is still to be written";
+  rig->limitFiles(std::nullopt);
+  EXPECT_TRUE(defaults().synchronize());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +14,7 @@
 
 #include "hosts/linux/host/linux_host.h"
 #include "tests/contract/contract_rig.h"
+#include "tests/contract/linux_surroundings.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
 
@@ -30,6 +32,12 @@ class Session : public testing::Environment {
     test_support::PrivatePipeWire::Options options;
     options.watchdog = std::chrono::seconds(280);
     server = std::make_unique<test_support::PrivatePipeWire>(options);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", server->busAddress().c_str(), 1);
+    // The tool takes the interrupted recordings that it finds there.
+    const std::string temporary = server->directory() + "/temporary";
+    std::filesystem::create_directory(temporary);
+    setenv("TMPDIR", temporary.c_str(), 1);
+    setenv("XDG_MUSIC_DIR", (server->home() + "/Music").c_str(), 1);
   }
   void TearDown() override { server.reset(); }
 
@@ -53,12 +61,24 @@ class LinuxRig : public ContractRig {
   }
   ~LinuxRig() override {
     limitFiles(std::nullopt);
+    surroundings_.reset();
     std::filesystem::remove_all(folder_);
+    std::filesystem::remove_all(surroundingsFolder());
   }
   LinuxRig(const LinuxRig&) = delete;
   LinuxRig& operator=(const LinuxRig&) = delete;
 
-  platform::Host& host() override { return host_.environment().host; }
+  suite::Environment environment() override {
+    const suite::Environment own = host_.environment();
+    return surroundings_ ? suite::Environment{surroundings_->ports(), own.suite} : own;
+  }
+  Surroundings& surroundings() override {
+    if (!surroundings_) {
+      std::filesystem::create_directories(surroundingsFolder());
+      surroundings_.emplace(host_, session().server->busAddress(), surroundingsFolder());
+    }
+    return *surroundings_;
+  }
 
   bool runUntil(const std::function<bool()>& condition) override {
     return iterateUntil(condition, 10);
@@ -95,9 +115,14 @@ class LinuxRig : public ContractRig {
     awaitDevice(name);
     return name;
   }
+  void setLevel(const std::string& uniqueID, float volume, bool isMuted) override {
+    control_.setVolume(uniqueID, volume * volume * volume);
+    control_.setMute(uniqueID, isMuted);
+  }
   void unplug(const std::string& uniqueID) override { control_.destroyNode(uniqueID); }
 
  private:
+  [[nodiscard]] std::string surroundingsFolder() const { return folder_ + "-surroundings"; }
   void awaitDevice(const std::string& uniqueID) {
     if (!runUntil([&] { return isListed(uniqueID); })) {
       throw std::runtime_error("the host does not see " + uniqueID);
@@ -111,7 +136,7 @@ class LinuxRig : public ContractRig {
     const platform::AudioObjectPropertyAddress address{
         platform::kAudioHardwarePropertyTranslateUIDToDevice,
         platform::kAudioObjectPropertyScopeGlobal, platform::kAudioObjectPropertyElementMaster};
-    return host().audioHardware.AudioObjectGetPropertyData(
+    return environment().host.audioHardware.AudioObjectGetPropertyData(
                platform::kAudioObjectSystemObject, address, sizeof qualifier, &qualifier,
                &size_bytes, &device) == platform::noErr &&
            device != platform::kAudioObjectUnknown;
@@ -133,6 +158,7 @@ class LinuxRig : public ContractRig {
   test_support::PipeWireControl control_;
   linux_host::LinuxHost host_;
   std::string folder_;
+  std::optional<LinuxSurroundings> surroundings_;
 };
 
 }  // namespace

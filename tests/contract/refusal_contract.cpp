@@ -97,6 +97,14 @@ TEST_F(RefusalContract, DevicesThatAreNotThere) {
   EXPECT_THAT(error, Not(StrEq("")));
 }
 
+TEST_F(RefusalContract, WithoutPermissionsEverythingIsPermitted) {
+  auto& capture = host().capture;
+  if (!capture.respondsToAuthorizationStatus()) {
+    EXPECT_EQ(capture.authorizationStatusForMediaType(platform::MediaType::kAudio),
+              platform::AuthorizationStatus::kAuthorized);
+  }
+}
+
 TEST_F(RefusalContract, ASessionOfNothingDoesNotRun) {
   auto& capture = host().capture;
   const auto session = capture.createSession();

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <stdexcept>
+
 #include "tests/contract/contract_rig.h"
 #include "tests/empty_host/empty_host.h"
 
@@ -10,7 +12,8 @@ namespace {
 
 class EmptyRig : public ContractRig {
  public:
-  platform::Host& host() override { return host_.environment().host; }
+  suite::Environment environment() override { return host_.environment(); }
+  Surroundings& surroundings() override { throw std::logic_error("nothing is around this host"); }
   bool runUntil(const std::function<bool()>& condition) override { return condition(); }
   void pass(double) override {}
   void keepBusy(double) override {}
@@ -19,6 +22,7 @@ class EmptyRig : public ContractRig {
   void limitFiles(std::optional<std::size_t>) override {}
   std::string plugInMicrophone(const std::string&) override { return ""; }
   std::string plugInSpeakers(const std::string&) override { return ""; }
+  void setLevel(const std::string&, float, bool) override {}
   void unplug(const std::string&) override {}
 
  private:

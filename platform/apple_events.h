@@ -34,7 +34,8 @@ struct AEDesc {
 };
 
 // Main thread. A created descriptor is the caller's until AEDisposeDesc. A call that returns
-// anything but noErr has created and sent nothing.
+// anything but noErr has created and sent nothing; its descriptor is null. The system process knows
+// kAERestart and refuses every other event.
 class AppleEvents {
  public:
   virtual ~AppleEvents() = default;

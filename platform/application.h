@@ -25,7 +25,8 @@ enum class TerminateReply : int { kCancel = 0, kNow = 1, kLater = 2 };
 
 // What a host calls on the way of an application from launch to end, in this order: will finish
 // launching, any open-file requests that came with the launch, did finish launching, then the
-// others as they come, will terminate last.
+// others as they come, will terminate last. One that ends the application within one of these calls
+// is told of nothing more but the end.
 class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
@@ -40,6 +41,8 @@ class ApplicationDelegate {
   virtual void applicationWillTerminate() = 0;
 };
 
+// Free for the host: what a policy, an icon and activation do on its desktop. Where they mean
+// nothing, these calls do nothing.
 class Application {
  public:
   virtual ~Application() = default;
@@ -50,7 +53,8 @@ class Application {
   virtual void activateIgnoringOtherApps(bool ignoringOtherApps) = 0;
   // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop. If it
   // answers "cancel" while an alert waits, the alert is dismissed with its last button, and the
-  // delegate is asked again when the event that showed the alert is over.
+  // delegate is asked again when the event that showed the alert is over. Does nothing while the
+  // delegate is being asked, and after the end.
   virtual void terminate() = 0;
   // Null when no resource of that name exists.
   virtual ImagePtr imageNamed(const std::string& name) = 0;

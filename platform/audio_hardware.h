@@ -49,7 +49,7 @@ inline constexpr std::uint32_t kAudioDevicePropertyDeviceManufacturerCFString =
 inline constexpr std::uint32_t kAudioDevicePropertyStreamConfiguration =
     fourCharCode("slay");  // AudioBufferList, data pointers null
 inline constexpr std::uint32_t kAudioDevicePropertyVolumeScalar =
-    fourCharCode("volm");                                                        // float, 0 to 1
+    fourCharCode("volm");  // float, 0 (silence) to 1; free for the host: what lies between
 inline constexpr std::uint32_t kAudioDevicePropertyMute = fourCharCode("mute");  // uint32
 inline constexpr std::uint32_t kAudioDevicePropertyActualSampleRate =
     fourCharCode("asrt");  // double, Hz

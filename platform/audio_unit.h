@@ -128,7 +128,8 @@ class AudioUnits {
  public:
   virtual ~AudioUnits() = default;
 
-  // The first match behind `after` (null: from the start); null when there is none.
+  // The first match behind `after` (null: from the start); null when there is none. Free for the
+  // host: what a description matches that is none of the three above.
   virtual AudioComponent AudioComponentFindNext(AudioComponent after,
                                                 const AudioComponentDescription& description) = 0;
   virtual OSStatus AudioComponentInstanceNew(AudioComponent component, AudioUnit* outUnit) = 0;

@@ -27,11 +27,12 @@ class Authorization {
   // With no rights and the empty environment. On an error *outAuthorization is null.
   virtual OSStatus AuthorizationCreate(AuthorizationFlags flags,
                                        AuthorizationRef* outAuthorization) = 0;
-  // One right without a value. Any non-zero status is a refusal, the user's "cancel" included.
+  // One right without a value; only kAuthorizationRightAdmin is granted. Any non-zero status is a
+  // refusal, the user's "cancel" included. The last answer counts.
   virtual OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const std::string& right,
                                            AuthorizationFlags flags) = 0;
   // Starts the program with the rights copied before, and does not wait for it. Any non-zero
-  // status: it was not started.
+  // status: it was not started. Free for the host: which programs it trusts.
   virtual OSStatus AuthorizationExecuteWithPrivileges(
       AuthorizationRef authorization, const std::string& pathToTool, AuthorizationFlags flags,
       const std::vector<std::string>& arguments) = 0;

@@ -138,7 +138,7 @@ class CaptureFileOutputRecordingDelegate {
                                                const std::string& error) = 0;
 };
 
-// What players show of a recording.
+// What players show of a recording. Free for the host: whether its files can say so.
 struct CaptureMetadata {
   std::string title;
   Date creationDate{};
@@ -184,7 +184,7 @@ class CaptureAudioDataOutput : public CaptureOutput {
 class CaptureSession : public NotificationObject {
  public:
   virtual ~CaptureSession() = default;
-  // For the runs that start from now on.
+  // For the runs that start from now on. Free for the host: the bit rates of the presets.
   virtual void setSessionPreset(const std::string& preset) = 0;
   // False for null, and where the session has one already.
   [[nodiscard]] virtual bool canAddInput(const CaptureDeviceInputPtr& input) const = 0;

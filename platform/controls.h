@@ -9,7 +9,8 @@
 #include <vector>
 
 // Windows and controls, just wide enough for the preferences window. Main thread only. A control
-// belongs to its window; who keeps one otherwise keeps it weakly.
+// belongs to its window; who keeps one otherwise keeps it weakly. Only the user's acts perform
+// actions. Free for the host: how everything looks, and what a desktop lets come to the front.
 
 namespace platform {
 
@@ -66,13 +67,14 @@ class View {
   virtual ~View() = default;
   virtual void setHidden(bool hidden) = 0;
   [[nodiscard]] virtual bool isHidden() const = 0;
-  // Takes the view out of its window for good.
+  // Takes the view out of its window for good: it stays hidden, and what is set has no effect.
   virtual void removeFromSuperview() = 0;
 };
 
 class PopUpButton : public View {
  public:
   virtual void removeAllItems() = 0;
+  // Selects nothing.
   virtual void addItem(const std::string& title) = 0;
   virtual void addSeparator() = 0;
   // Separators count.
@@ -162,7 +164,7 @@ class Window {
 };
 
 // Who a window is loaded for: receives the controls by outlet name and the user's acts by action
-// name. Unknown outlets and actions are ignored.
+// name. Unknown outlets and actions are ignored. Free for the host: which controls its window has.
 class InterfaceOwner {
  public:
   virtual ~InterfaceOwner() = default;

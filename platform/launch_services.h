@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// Finds installed applications. Main thread.
+// Finds installed applications. Main thread. Free for the host: which it trusts and prefers.
 class LaunchServices {
  public:
   virtual ~LaunchServices() = default;

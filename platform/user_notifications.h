@@ -48,7 +48,8 @@ class UserNotificationCenterDelegate {
       UserNotificationCenter& center, const UserNotificationPtr& notification) = 0;
 };
 
-// Main thread. No call fails visibly: a missing notification service shows nothing.
+// Main thread. No call fails visibly: a missing notification service shows nothing. Free for the
+// host: how a notification looks and sounds, how long it stays, and whether its button closes it.
 class UserNotificationCenter {
  public:
   virtual ~UserNotificationCenter() = default;

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/audio/pipewire_loop.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pipewire/pipewire.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <future>
@@ -15,30 +12,13 @@
 #include <utility>
 
 #include "hosts/linux/audio/pipewire_context.h"
+#include "tests/support/few_descriptors.h"
 
 namespace linux_host {
 namespace {
 
 using namespace std::chrono_literals;
-
-// While it lives, the process cannot get new descriptors.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
-    const int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    EXPECT_GE(lowestFree, 0);
-    close(lowestFree);
-    const rlimit none{static_cast<rlim_t>(lowestFree), before_.rlim_max};
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  }
-  ~NoDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  rlimit before_{};
-};
+using test_support::FewDescriptors;
 
 // Whether the posted work got a loop; nothing if it has not run after ten seconds.
 std::optional<bool> getsALoop(PipeWireLoop& loop) {
@@ -63,14 +43,14 @@ bool comesToAnEnd(std::unique_ptr<PipeWireLoop> loop) {
 TEST(PipeWireLoopTest, EndsWhereNoDescriptorIsLeft) {
   auto loop = std::make_unique<PipeWireLoop>("test-loop");
   ASSERT_EQ(getsALoop(*loop), true);
-  const NoDescriptors none;
+  const FewDescriptors none(0);
   EXPECT_TRUE(comesToAnEnd(std::move(loop)));
 }
 
 TEST(PipeWireLoopTest, WorkStillRunsWhereNoDescriptorIsLeftForALoop) {
   // Lets the library open its own descriptors, which it does once.
   ASSERT_EQ(getsALoop(*std::make_unique<PipeWireLoop>("first")), true);
-  const NoDescriptors none;
+  const FewDescriptors none(0);
   auto loop = std::make_unique<PipeWireLoop>("test-loop");
   EXPECT_EQ(getsALoop(*loop), false);
   EXPECT_TRUE(comesToAnEnd(std::move(loop)));
@@ -83,7 +63,7 @@ TEST(PipeWireContextTest, DataThreadEndsWhereNoDescriptorIsLeft) {
   std::future<bool> end = promise->get_future();
   loop->post([promise](pw_loop* given) {
     pw_context* context = makeContext(given, ContextKind::kAudio);
-    const NoDescriptors none;
+    const FewDescriptors none(0);
     const bool hasDataThread = pw_context_get_data_loop(context) != nullptr;
     pw_context_destroy(context);
     promise->set_value(hasDataThread);

@@ -16,6 +16,7 @@
 
 #include "hosts/linux/audio/pipewire_audio_hardware.h"
 #include "tests/integration/hardware_reader.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/pipewire_control.h"
 #include "tests/support/private_pipewire.h"
 
@@ -162,6 +163,28 @@ TEST(PipeWireConnectionTest, AbsentDaemonIsAnErrorThatSaysHowToStartIt) {
   EXPECT_THAT(connection.lostMessage(), HasSubstr("not running"));
   EXPECT_THAT(connection.lostMessage(), HasSubstr("Start it with"));
   EXPECT_EQ(message.get_future().get(), connection.lostMessage());
+}
+
+// Each number of descriptors makes another of the library's steps fail. Neither the daemon nor the
+// library's configuration is to blame then.
+TEST(PipeWireConnectionTest, FewDescriptorsAreSaidToBeTheReason) {
+  const PrivatePipeWire server;
+  // Lets the library open its own descriptors, which it does once.
+  EXPECT_TRUE(PipeWireConnection().withGraph([](const AudioGraph&) {}));
+  constexpr int kEnough = 100;
+  int refusals = 0;
+  std::string message;
+  for (int left = 0; left < kEnough; ++left) {
+    const test_support::FewDescriptors few(left);
+    PipeWireConnection connection;
+    connection.withGraph([](const AudioGraph&) {});
+    message = connection.lostMessage();
+    if (message.empty()) break;
+    ++refusals;
+    EXPECT_THAT(message, HasSubstr("no thread or descriptor left")) << left << " are left";
+  }
+  EXPECT_EQ(message, "") << "enough are left in the end";
+  EXPECT_GT(refusals, 5) << "a loop alone needs that many";
 }
 
 TEST(PipeWireConnectionTest, DaemonThatNeverAnswersIsGivenUpOnWithinItsBound) {

@@ -2,7 +2,10 @@
 #include "hosts/linux/audio/pipewire_connection.h"
 
 #include <pipewire/pipewire.h>
+#include <sys/eventfd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -11,6 +14,7 @@
 
 #include "driver/loopback_protocol.h"
 #include "driver/pipewire_owners.h"
+#include "driver/unique_fd.h"
 #include "hosts/linux/audio/graph_watcher.h"
 #include "hosts/linux/audio/pipewire_context.h"
 
@@ -31,6 +35,22 @@ std::vector<std::string> captureDevices(const AudioGraph& graph) {
   return names;
 }
 
+bool isSystemLimit(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
+}
+
+// More than the library's set-up takes.
+constexpr int kManyDescriptors = 32;
+
+// The library reports a plug-in that it cannot open for lack of a descriptor as a missing one.
+bool areDescriptorsShort() {
+  std::array<loopback::UniqueFd, kManyDescriptors> taken;
+  return !std::all_of(taken.begin(), taken.end(), [](loopback::UniqueFd& fd) {
+    fd = loopback::UniqueFd(eventfd(0, EFD_CLOEXEC));
+    return fd.valid();
+  });
+}
+
 }  // namespace
 
 std::string noResourcesMessage(const std::string& reason) {
@@ -38,8 +58,16 @@ std::string noResourcesMessage(const std::string& reason) {
          "), so there is no sound to record. Close other programs and start again.";
 }
 
-std::string notRunningMessage(const std::string& reason) {
-  return "PipeWire is not running (" + reason +
+std::string noLibraryMessage(int error) {
+  if (isSystemLimit(error)) return noResourcesMessage(strerror(error));
+  if (areDescriptorsShort()) return noResourcesMessage(strerror(EMFILE));
+  return "PipeWire's client library cannot be set up (" + std::string(strerror(error)) +
+         "). Check that PipeWire's client configuration is installed.";
+}
+
+std::string notRunningMessage(int error) {
+  if (isSystemLimit(error)) return noResourcesMessage(strerror(error));
+  return "PipeWire is not running (" + std::string(strerror(error)) +
          "), so there is no sound to record. Start it with "
          "\"systemctl --user start pipewire wireplumber\" or log in again.";
 }
@@ -95,8 +123,7 @@ void PipeWireConnection::Remote::begin(pw_loop* loop) {
   loop_ = loop;
   context_.reset(makeContext(loop, ContextKind::kControl));
   if (context_ == nullptr) {
-    owner_.lose("PipeWire's client library cannot be set up (" + std::string(strerror(errno)) +
-                "). Check that PipeWire's client configuration is installed.");
+    owner_.lose(noLibraryMessage(errno));
     return;
   }
   timer_ = loopback::LoopSource(
@@ -118,9 +145,9 @@ void PipeWireConnection::Remote::tryToConnect() {
   update([](AudioGraph& graph) { graph = AudioGraph{}; });
   watcher_ = std::make_unique<GraphWatcher>(*this, owner_.driver_);
   if (!watcher_->connect(context_.get())) {
-    const std::string reason = strerror(errno);
+    const int error = errno;
     watcher_.reset();
-    owner_.lose(notRunningMessage(reason));
+    owner_.lose(notRunningMessage(error));
     wakeAfter(kReturnPoll);
     return;
   }

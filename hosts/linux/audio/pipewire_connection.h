@@ -115,7 +115,9 @@ class PipeWireConnection {
 
 // What to tell the user when a system limit prevents the connection; `reason` is the system's.
 std::string noResourcesMessage(const std::string& reason);
-// What to tell the user when there is no daemon; `reason` is the system's.
-std::string notRunningMessage(const std::string& reason);
+// What to tell the user when the client library cannot be set up, or when no daemon can be reached.
+// `error` is the errno, by which a system limit may be the reason.
+std::string noLibraryMessage(int error);
+std::string notRunningMessage(int error);
 
 }  // namespace linux_host

@@ -96,12 +96,12 @@ void StreamConnection::connect(pw_loop* loop) {
   }
   context_.reset(makeContext(loop, ContextKind::kAudio));
   if (context_ == nullptr) {
-    fail("PipeWire's client library cannot be set up" + inBrackets(strerror(errno)));
+    fail(noLibraryMessage(errno));
     return;
   }
   core_.reset(connectContext(context_.get(), nullptr));
   if (!core_) {
-    fail(notRunningMessage(strerror(errno)));
+    fail(notRunningMessage(errno));
     return;
   }
   // Before the stream listens, so that a lost daemon is not taken for a lost device.

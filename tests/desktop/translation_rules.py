@@ -23,6 +23,8 @@ SCRIPTS = {
 # Letters that look like those of the language and belong to another.
 STRANGERS = {"ar": "\u06a9\u06cc", "fa": "\u0643\u064a", "ro": "\u015e\u015f\u0162\u0163",
              "ru": "іїєґ", "uk": "ыэъё"}
+# Arabic letters that do not join the next one.
+NOT_JOINING = "اأإآدذرزژو"
 RIGHT_TO_LEFT = {"ar", "fa", "he"}
 FIRST_STRONG_ISOLATE, POP_ISOLATE = "\u2068", "\u2069"
 BIDI_CONTROLS = "\u061c\u200e\u200f\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"
@@ -94,6 +96,15 @@ def letter_problems(language, key, text):
         yield "is not in the letters of the language"
 
 
+def joined_mark_problems(language, key, text):
+    """Qt cuts a word at a marked letter. Joined ones get wider, and the label's end is cut off."""
+    for at in MNEMONIC.finditer(text if language in ("ar", "fa") and key.endswith(":") else ""):
+        before, letter, after = text[:at.start()][-1:], text[at.end()], text[at.end() + 1:][:1]
+        if (before.isalpha() and before not in NOT_JOINING
+                or after.isalpha() and letter not in NOT_JOINING):
+            yield "marks a letter that is joined to another"
+
+
 def direction_problems(language, key, text):
     controls = "".join(letter for letter in text if letter in BIDI_CONTROLS)
     if language not in RIGHT_TO_LEFT:
@@ -144,7 +155,8 @@ def problems_of_table(language, entries, windows):
                 yield f"other {what} in {text!r} than in {key!r}"
         if language == "en":
             continue
-        for rule in (punctuation_problems, letter_problems, direction_problems):
+        for rule in (punctuation_problems, letter_problems, joined_mark_problems,
+                     direction_problems):
             for problem in rule(language, key, text):
                 yield f"{text!r} {problem}"
         for problem in agreement_problems(entries, key, text):

@@ -60,6 +60,10 @@ CASES = [
     ("he", "The folder %@", "התיקייה %@", "does not isolate"),
     ("he", "Stop", "\u200fעצירה", "does not isolate"),
     ("de", "Stop", "\u200eStopp", "marks of direction"),
+    ("ar", "&Quality:", "ال&جودة:", "joined to another"),
+    ("ar", "&Quality:", "الجو&دة:", None),
+    ("fa", "&Keyboard shortcut:", "میا&ن\u200cبر:", None),
+    ("fa", "&Quality:", "&کیفیت:", "joined to another"),
     ("ar", "Record Audio stops", "Record Audio يتوقف", "begins from left to right"),
     ("ar", "One\nRecord Audio", "واحد\nRecord Audio هو", "begins from left to right"),
 ]

@@ -49,10 +49,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& arguments) {
   _exit(127);
 }
 
-bool driverSaidGoodbye() {
+bool driverSaidGoodbye(int socket) {
   char word = 0;
   for (;;) {
-    const ssize_t count = read(kGuardSocket, &word, 1);
+    const ssize_t count = read(socket, &word, 1);
     if (count < 0 && errno == EINTR) continue;
     return count == 1 && word == kGoodbye;
   }
@@ -111,8 +111,9 @@ bool GuardProcess::bury() {
 int guardMain(const std::vector<std::string>& driverArguments, unsigned takeover) {
   prctl(PR_SET_NAME, "loopback-guard");
   closeDescriptorsFrom(kGuardSocket + 1);
+  UniqueFd driver(kGuardSocket);
   const auto started = std::chrono::steady_clock::now();
-  if (driverSaidGoodbye()) return EXIT_SUCCESS;
+  if (driverSaidGoodbye(driver.get())) return EXIT_SUCCESS;
 
   const bool quick = std::chrono::steady_clock::now() - started < kQuickSuccession;
   const unsigned next = quick ? takeover + 1 : 1;
@@ -122,7 +123,7 @@ int guardMain(const std::vector<std::string>& driverArguments, unsigned takeover
     return EXIT_FAILURE;
   }
   report("died unexpectedly; starting it again");
-  close(kGuardSocket);
+  driver.reset();
   std::vector<std::string> arguments = {"loopback-driver", kTakeoverOption, std::to_string(next)};
   arguments.insert(arguments.end(), driverArguments.begin(), driverArguments.end());
   execv(kThisProgram, pointersTo(arguments).data());

@@ -11,6 +11,9 @@
 #include <utility>
 
 namespace linux_host {
+
+using loopback::UniqueFd;
+
 namespace {
 
 // Some file systems have nothing to flush and report that as an error.
@@ -42,28 +45,27 @@ int BackgroundFlush::takeError() {
 
 void BackgroundFlush::begin(int fd, OnError onError) {
   state_->nextBegin = Clock::now() + interval_;
-  const int ownFd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-  if (ownFd < 0) return;
+  UniqueFd own(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!own.valid()) return;
   ++state_->underWay;
   try {
-    std::thread([state = state_, ownFd, flush = flush_, interval = interval_,
-                 onError = std::move(onError)] {
-      run(*state, ownFd, flush, interval, onError);
+    std::thread([state = state_, own = std::move(own), flush = flush_, interval = interval_,
+                 onError = std::move(onError)]() mutable {
+      run(*state, std::move(own), flush, interval, onError);
     }).detach();
   } catch (const std::system_error&) {
     // If no thread can be started, the system flushes at its own pace.
     --state_->underWay;
-    close(ownFd);
   }
 }
 
-void BackgroundFlush::run(State& state, int fd, Flush flush, std::chrono::milliseconds interval,
-                          const OnError& onError) {
+void BackgroundFlush::run(State& state, UniqueFd fd, Flush flush,
+                          std::chrono::milliseconds interval, const OnError& onError) {
   const Clock::time_point began = Clock::now();
-  int error = flush(fd) == 0 ? 0 : errno;
+  int error = flush(fd.get()) == 0 ? 0 : errno;
   if (!isFailure(error)) error = 0;
   // A late error of close() has already been reported by the flush.
-  close(fd);
+  fd.reset();
   if (error != 0 && onError) onError(error);
   const Clock::time_point ended = Clock::now();
   const platform::MutexLock lock(state.mutex);

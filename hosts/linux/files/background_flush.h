@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "driver/unique_fd.h"
 #include "platform/mutex.h"
 
 namespace linux_host {
@@ -48,8 +49,8 @@ class BackgroundFlush {
     Clock::time_point nextBegin RA_GUARDED_BY(mutex);
   };
   void begin(int fd, OnError onError) RA_REQUIRES(state_->mutex);
-  static void run(State& state, int fd, Flush flush, std::chrono::milliseconds interval,
-                  const OnError& onError);
+  static void run(State& state, loopback::UniqueFd fd, Flush flush,
+                  std::chrono::milliseconds interval, const OnError& onError);
 
   Flush flush_;
   std::chrono::milliseconds interval_;

@@ -75,9 +75,11 @@ bool LinuxFileManager::fileExists(const std::string& path) const {
 
 bool LinuxFileManager::createFile(const std::string& path) {
   const auto error = call(path, [](const char* name) {
-    const int fd = open(name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                        kNewFileMode);
-    return fd < 0 ? fd : close(fd);
+    loopback::UniqueFd file(open(
+        name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kNewFileMode));
+    if (!file.valid()) return -1;
+    errno = file.closeNow();
+    return errno == 0 ? 0 : -1;
   });
   if (error && *error == 0) return true;
   logMessage(LogLevel::kError, failure("create the file", path, error));

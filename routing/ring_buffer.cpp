@@ -30,8 +30,9 @@ std::int64_t minus(std::int64_t time, std::int64_t frames) {
                                    static_cast<std::uint64_t>(frames));
 }
 
+// The smallest power of two that is not less; for 0, the one after the largest value.
 std::uint64_t nextPowerOfTwo(std::uint32_t value) {
-  return value == 1 ? 1 : std::uint64_t{1} << std::bit_width(value - 1);
+  return std::uint64_t{1} << std::bit_width(value - 1);
 }
 
 // Calls action(index, the buffer's bytes from the offset on, how many of the wanted bytes it has
@@ -65,8 +66,9 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
   const std::uint64_t frames = nextPowerOfTwo(capacity);
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
   const std::uint64_t channel_bytes = frames * frameSize_bytes;
+  // As a number without a sign, a negative one of channels is too large.
   const bool fits =
-      capacity > 0 && channels >= 0 && frames <= kMost && channel_bytes <= kMost &&
+      frames <= kMost && channel_bytes <= kMost &&
       (channel_bytes + sizeof(std::byte*)) * static_cast<std::uint64_t>(channels) <= kMost;
   if (!fits) return;
 

@@ -78,6 +78,16 @@ TEST_F(PlayThroughCallbacks, InputStoresWhatItRendersAtItsOwnTime) {
   EXPECT_EQ(host.audioUnits.renderCalls, 2U);
 }
 
+TEST_F(PlayThroughCallbacks, AnInputThatBeginsAtZeroHasBegun) {
+  input(0);
+  input(512);
+  EXPECT_EQ(playThrough->firstInputTime.load(), 0);
+  output(300);
+  EXPECT_EQ(playThrough->firstOutputTime, 300);
+  output(300 + kThroughOffset_frames);
+  EXPECT_EQ(out.plane(0)[1], 1.0F);
+}
+
 TEST_F(PlayThroughCallbacks, InputRendersWithTheFlagsAndTheBusItIsGiven) {
   using memory_host::MemoryAudioUnits;
   input(1000, 256);

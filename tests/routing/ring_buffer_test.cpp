@@ -131,11 +131,17 @@ TEST(RingBufferLifecycle, DeallocatesToAnEmptyRingAndMayDoSoTwice) {
 }
 
 TEST(RingBufferLifecycle, HoldsNothingWhenTheStorageDoesNotFitIntoThirtyTwoBits) {
-  const std::vector<std::pair<std::int32_t, std::uint32_t>> tooMuch{
-      {1, 0x80000001U}, {1, 0x40000000U}, {4, 0x10000000U}, {-1, 16}, {1, 0}};
-  for (const auto& [channels, capacity] : tooMuch) {
+  struct Size {
+    std::int32_t channels;
+    std::uint32_t bytesPerFrame;
+    std::uint32_t capacity;
+  };
+  for (const Size& tooMuch :
+       {Size{1, 4, 0x80000001U}, Size{1, 4, 0x40000000U}, Size{4, 4, 0x10000000U},
+        Size{0, 4, 0x40000000U}, Size{1, 0, 0x80000001U}, Size{4, 0x80000000U, 0x80000000U},
+        Size{-1, 4, 16}, Size{std::numeric_limits<std::int32_t>::min(), 4, 16}, Size{1, 4, 0}}) {
     RingBuffer ring;
-    ring.allocate(channels, 4, capacity);
+    ring.allocate(tooMuch.channels, tooMuch.bytesPerFrame, tooMuch.capacity);
     EXPECT_EQ(ring.buffers, nullptr);
     routing_test::PlanarBlock<float> block(1, 4, 1.0F);
     EXPECT_EQ(ring.store(block.list(), 4, 0), RingBufferErrorTooManyFrames);
@@ -412,6 +418,15 @@ TEST_F(RingBufferTest, SampleTimesAtTheLimitsDoNoHarm) {
   EXPECT_EQ(ring.store(block.list(), 8, kMost - 4), RingBufferErrorNone);
   EXPECT_EQ(ring.store(block.list(), 8, std::numeric_limits<std::int64_t>::min()),
             RingBufferErrorNone);
+}
+
+TEST_F(RingBufferTest, ChannelsBeyondTheBuffersAreLeftAlone) {
+  Block in(1, 4, 7);
+  EXPECT_EQ(ring.store(in.list(), 4, 0), RingBufferErrorNone);
+  Block out(2, 4, kUntouched);
+  ring.fetch(out.list(), 4, 0);
+  EXPECT_THAT(out.plane(0), Each(7));
+  EXPECT_THAT(out.plane(1), Each(0));
 }
 
 TEST_F(RingBufferTest, BuffersBeyondTheChannelsAreLeftAlone) {

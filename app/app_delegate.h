@@ -13,6 +13,7 @@
 #include "app/session_state.h"
 #include "capture/audio_recorder.h"
 #include "platform/remote_control.h"
+#include "platform/thread_role.h"
 #include "platform/user_notifications.h"
 #include "suite/environment.h"
 
@@ -26,10 +27,11 @@ class RecordingRecovery;
 // Does everything the application does: launch, the recording session from start to saved file,
 // the running indicator, the notifications, and quitting. One object lives for the whole process.
 //
-// Main thread only, except updateMicStatus(). After the launch the recorder's success callback
-// keeps the delegate alive until applicationWillTerminate(). The session's and the indicator's
-// methods do nothing before the launch. While one of the session's alerts is open, the session
-// cannot be started, stopped or canceled, and the program does not quit.
+// Main thread only, except updateMicStatus(); debug builds assert it. After the launch the
+// recorder's success callback keeps the delegate alive until applicationWillTerminate(). The
+// session's and the indicator's methods do nothing before the launch. While one of the session's
+// alerts is open, the session cannot be started, stopped or canceled, and the program does not
+// quit.
 class AppDelegate : public platform::ApplicationDelegate,
                     public platform::UserNotificationCenterDelegate,
                     public platform::RemoteControl,
@@ -153,24 +155,24 @@ class AppDelegate : public platform::ApplicationDelegate,
 
   void createPreferences();
   void installRecorderCallbacks();
-  void launchPreferencesMode();
+  void launchPreferencesMode() RA_REQUIRES(mainThread_);
   void launchRecordingMode();
   // Brings the window to the front.
   void showPreferences();
   [[nodiscard]] bool isPreferencesWindowVisible() const;
 
   // The only function that changes the session's state; session_state.h has the table.
-  void enter(SessionState next);
+  void enter(SessionState next) RA_REQUIRES(mainThread_);
   // The session records, or there will be none. Does what a start must not wait for.
-  void sessionIsDecided();
+  void sessionIsDecided() RA_REQUIRES(mainThread_);
   // Recovers the recordings of processes that died, in the background. Once per process.
-  void recoverInterruptedRecordings();
-  void tellOfRecovery();
-  [[nodiscard]] bool mayStart() const;
-  [[nodiscard]] bool isUnderWay() const;
+  void recoverInterruptedRecordings() RA_REQUIRES(mainThread_);
+  void tellOfRecovery() RA_REQUIRES(mainThread_);
+  [[nodiscard]] bool mayStart() const RA_REQUIRES(mainThread_);
+  [[nodiscard]] bool isUnderWay() const RA_REQUIRES(mainThread_);
 
   // Removes them from the screen. Their timers keep running.
-  void withdrawStartNotifications();
+  void withdrawStartNotifications() RA_REQUIRES(mainThread_);
 
   [[nodiscard]] bool isRecording() const;
   [[nodiscard]] bool isRecordingOrWaiting() const;
@@ -184,32 +186,33 @@ class AppDelegate : public platform::ApplicationDelegate,
   bool showNoSoundRecordedAlert();
   void logStopWithError();
 
-  void clickedWhileStarting();
-  [[nodiscard]] bool isStopDue() const;
-  bool end(Ending how);
-  void endNow(Ending how);
-  void endUnconfirmed(Ending how);
-  void giveUpStart(Ending how);
-  void endConfirmedStart();
-  void forgetPendingEnd();
-  [[nodiscard]] std::string stateName() const;
+  void clickedWhileStarting() RA_REQUIRES(mainThread_);
+  [[nodiscard]] bool isStopDue() const RA_REQUIRES(mainThread_);
+  bool end(Ending how) RA_REQUIRES(mainThread_);
+  void endNow(Ending how) RA_REQUIRES(mainThread_);
+  void endUnconfirmed(Ending how) RA_REQUIRES(mainThread_);
+  void giveUpStart(Ending how) RA_REQUIRES(mainThread_);
+  void endConfirmedStart() RA_REQUIRES(mainThread_);
+  void forgetPendingEnd() RA_REQUIRES(mainThread_);
+  [[nodiscard]] std::string stateName() const RA_REQUIRES(mainThread_);
   [[nodiscard]] std::string currentSource() const;
   [[nodiscard]] std::string currentFormat() const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   suite::Environment environment_;
 
-  SessionState session_ = SessionState::kLaunching;
+  SessionState session_ RA_GUARDED_BY(mainThread_) = SessionState::kLaunching;
   // How the session is to end once its start is confirmed, and the timer that limits the wait for
   // the confirmation.
-  Ending pendingEnd_ = Ending::kNone;
-  platform::TimerPtr pendingEndTimer_;
+  Ending pendingEnd_ RA_GUARDED_BY(mainThread_) = Ending::kNone;
+  platform::TimerPtr pendingEndTimer_ RA_GUARDED_BY(mainThread_);
   // Of the current session.
   std::string sessionSource_;
   std::string sessionFormat_;
   // Empty unless the session records another microphone than the chosen one.
   std::string sourceName_;
   std::string absentSource_;
-  SessionFile file_ = SessionFile::kNone;
+  SessionFile file_ RA_GUARDED_BY(mainThread_) = SessionFile::kNone;
   std::function<void()> onStateChange_ = [] {};
   // The temporary file of the last stopped recording. If it could not be saved, it is still there.
   std::string unfinishedFile_;
@@ -222,7 +225,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   std::shared_ptr<AudioRecorder> m_recorder;
   platform::TimerPtr m_blinkerTimer;
   bool m_bBlinker = false;
-  std::vector<platform::TimerPtr> m_notificationTimers;
+  std::vector<platform::TimerPtr> m_notificationTimers RA_GUARDED_BY(mainThread_);
   std::uint64_t m_startTime = 0;  // host-clock ticks
   bool _runWithPreferences = false;
   bool _running = false;

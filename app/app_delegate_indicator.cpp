@@ -41,6 +41,7 @@ void AppDelegate::changeDockIcon(bool on) {
 }
 
 void AppDelegate::timerBlinkerMethod(const platform::TimerPtr&) {
+  mainThread_.assertHeld();
   if (!_running) return;
   changeDockIcon(!m_bBlinker);
   _provider->setMenuText(runningTimeText(elapsed_s()));

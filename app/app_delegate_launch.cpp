@@ -42,6 +42,7 @@ void AppDelegate::applicationWillFinishLaunching() {
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
+  mainThread_.assertHeld();
   host().application.disableRelaunchOnLogin();
 
   _provider = environment_.suite.korvelCommon.createToolDataClientProvider();
@@ -77,7 +78,9 @@ void AppDelegate::createPreferences() {
       });
   _preferences->setRecordingProbe([weak = std::weak_ptr<AppDelegate>(self)] {
     const auto delegate = weak.lock();
-    return delegate && delegate->isUnderWay();
+    if (!delegate) return false;
+    delegate->mainThread_.assertHeld();
+    return delegate->isUnderWay();
   });
 }
 
@@ -120,6 +123,7 @@ void AppDelegate::updateMicStatus() {
 }
 
 void AppDelegate::updateMicStatusImp() {
+  mainThread_.assertHeld();
   // The user may have clicked before answering, and so have started a session already.
   if (!mayStart()) return;
   if (Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio)) {
@@ -141,6 +145,7 @@ void AppDelegate::recoverInterruptedRecordings() {
     self->recovery_->start([weak](const RecoveryReport& report) {
       const auto delegate = weak.lock();
       if (!delegate) return;
+      delegate->mainThread_.assertHeld();
       delegate->recovered_ = report;
       delegate->tellOfRecovery();
     });
@@ -160,6 +165,7 @@ void AppDelegate::tellOfRecovery() {
 }
 
 bool AppDelegate::application(const std::string& openFile) {
+  mainThread_.assertHeld();
   if (!openFile.ends_with(suite::kToolIdentifier)) return true;
   if (!_running) {
     _runWithPreferences = true;
@@ -175,6 +181,7 @@ bool AppDelegate::application(const std::string& openFile) {
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool) {
+  mainThread_.assertHeld();
   // A second start during the launch asks for what happens anyway.
   if (!_running) return true;
   if (isPreferencesWindowVisible()) {

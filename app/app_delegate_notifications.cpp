@@ -40,6 +40,7 @@ UserNotificationPtr notificationWithSound() {
 }  // namespace
 
 void AppDelegate::showNotification(const UserNotificationPtr& notification) {
+  mainThread_.assertHeld();
   if (!_running) return;
   host().userNotificationCenter.setDelegate(shared_from_this());
   host().userNotificationCenter.deliverNotification(notification);
@@ -51,6 +52,7 @@ void AppDelegate::showNotification(const UserNotificationPtr& notification) {
 }
 
 void AppDelegate::timerNotificationQuitMethod(const platform::TimerPtr& timer) {
+  mainThread_.assertHeld();
   host().userNotificationCenter.removeDeliveredNotification(notificationOf(timer));
   std::erase(m_notificationTimers, timer);
   timer->invalidate();
@@ -58,6 +60,7 @@ void AppDelegate::timerNotificationQuitMethod(const platform::TimerPtr& timer) {
 }
 
 void AppDelegate::removeAllPreviousNotifications() {
+  mainThread_.assertHeld();
   for (const platform::TimerPtr& timer : m_notificationTimers) {
     host().userNotificationCenter.removeDeliveredNotification(notificationOf(timer));
     timer->invalidate();
@@ -142,6 +145,7 @@ bool AppDelegate::userNotificationCenterShouldPresentNotification(platform::User
 
 void AppDelegate::userNotificationCenterDidActivateNotification(
     platform::UserNotificationCenter&, const UserNotificationPtr& notification) {
+  mainThread_.assertHeld();
   using platform::UserNotificationActivationType;
   const std::string* path = openPath(*notification);
   switch (notification->activationType) {

@@ -11,10 +11,12 @@ namespace record_audio {
 using platform::Dictionary;
 
 bool AppDelegate::stop() {
+  mainThread_.assertHeld();
   return end(Ending::kStop);
 }
 
 bool AppDelegate::cancel() {
+  mainThread_.assertHeld();
   return end(Ending::kCancel);
 }
 
@@ -43,7 +45,10 @@ bool AppDelegate::end(Ending how) {
   if (pendingEndTimer_) return true;
   pendingEndTimer_ = host().runLoop.scheduledTimer(
       kUnconfirmedStartGrace_s, {}, false, [weak = weak_from_this()](const platform::TimerPtr&) {
-        if (const auto self = weak.lock()) self->giveUpStart(self->pendingEnd_);
+        const auto self = weak.lock();
+        if (!self) return;
+        self->mainThread_.assertHeld();
+        self->giveUpStart(self->pendingEnd_);
       });
   return true;
 }
@@ -89,7 +94,9 @@ void AppDelegate::giveUpStart(Ending how) {
 void AppDelegate::endConfirmedStart() {
   host().dispatch.mainQueue()->async([weak = weak_from_this()] {
     const auto self = weak.lock();
-    if (!self || self->pendingEnd_ == Ending::kNone) return;
+    if (!self) return;
+    self->mainThread_.assertHeld();
+    if (self->pendingEnd_ == Ending::kNone) return;
     const Ending how = self->pendingEnd_;
     self->forgetPendingEnd();
     if (self->session_ == SessionState::kRecording) self->endNow(how);
@@ -141,6 +148,7 @@ std::string AppDelegate::stateName() const {
 }
 
 Dictionary AppDelegate::status() const {
+  mainThread_.assertHeld();
   if (!_running) return {{"state", "idle"}, {"elapsedSeconds", 0}};
 
   const bool recording = session_ == SessionState::kRecording;

@@ -75,6 +75,7 @@ bool AppDelegate::isUnderWay() const {
 }
 
 void AppDelegate::startRecorder() {
+  mainThread_.assertHeld();
   if (!mayStart()) return;
   showInDock();
   file_ = SessionFile::kNone;
@@ -103,6 +104,7 @@ void AppDelegate::waitEnded(bool success) {
 }
 
 void AppDelegate::onWaitFinished(bool success) {
+  mainThread_.assertHeld();
   if (!_audioWaiter) return;
   if (!success) {
     showNotificationError();
@@ -161,6 +163,7 @@ void AppDelegate::noteSource(const platform::CaptureDevice& device) {
 }
 
 void AppDelegate::startRecorderContinue() {
+  mainThread_.assertHeld();
   if (!mayStart()) return;
   const platform::CaptureDevicePtr device = _preferences->audioCaptureDevice();
   if (!device) {
@@ -212,6 +215,7 @@ void AppDelegate::installRecorderCallbacks() {
 }
 
 void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timerTarget) {
+  mainThread_.assertHeld();
   if (!_running) return;
   // Set only if this start was given up and another one waits.
   _audioWaiter.reset();
@@ -227,6 +231,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
 }
 
 void AppDelegate::recordError() {
+  mainThread_.assertHeld();
   // The end of a start that was given up has already been reported.
   if (!isUnderWay() || _audioWaiter) return;
   forgetPendingEnd();
@@ -243,6 +248,7 @@ void AppDelegate::recordError() {
 }
 
 void AppDelegate::internalStop() {
+  mainThread_.assertHeld();
   if (!_running || isAlerting(session_)) return;
   if (_audioWaiter) {
     _audioWaiter.reset();
@@ -269,6 +275,7 @@ void AppDelegate::deleteAudioPlayThrough() {
 }
 
 void AppDelegate::stopRecord() {
+  mainThread_.assertHeld();
   if (!_running || isAlerting(session_)) return;
   unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
@@ -280,6 +287,7 @@ void AppDelegate::stopRecord() {
 }
 
 void AppDelegate::cancelRecord() {
+  mainThread_.assertHeld();
   if (!_running || isAlerting(session_)) return;
   internalStop();
   file_ = SessionFile::kDeleted;
@@ -310,6 +318,7 @@ bool AppDelegate::canQuit() const {
 }
 
 void AppDelegate::tryToQuit() {
+  mainThread_.assertHeld();
   if (!_running || isAlerting(session_)) return;
   // The last recording's notification must not end the program while the next recording starts. If
   // that start fails, it calls this again.
@@ -321,6 +330,7 @@ void AppDelegate::tryToQuit() {
 }
 
 platform::TerminateReply AppDelegate::applicationShouldTerminate() {
+  mainThread_.assertHeld();
   using platform::TerminateReply;
   // The host dismisses the alert, which ends the start behind it, and then asks again.
   if (isAlerting(session_)) return TerminateReply::kCancel;
@@ -333,6 +343,7 @@ platform::TerminateReply AppDelegate::applicationShouldTerminate() {
 }
 
 void AppDelegate::applicationWillTerminate() {
+  mainThread_.assertHeld();
   if (_provider) _provider->setToolStatus(kToolInactive);
   // Without a launch there are no settings to log, and no event to be followed by "Quit".
   if (!_running) return;

@@ -43,6 +43,7 @@ RecordingRecovery::RecordingRecovery(suite::Environment environment, std::string
     : environment_(environment), outputFolder_(std::move(outputFolder)) {}
 
 RecoveryReport RecordingRecovery::run() {
+  turn_.assertHeld();
   search();
   while (recording_ || takeNext()) {
     if (name()) place();
@@ -51,6 +52,7 @@ RecoveryReport RecordingRecovery::run() {
 }
 
 void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinished) {
+  turn_.assertHeld();
   onFinished_ = std::move(onFinished);
   queue_ =
       environment_.host.dispatch.createSerialQueue("com.vantrel.korvel.RecordAudio.RecoveryQueue");
@@ -60,7 +62,9 @@ void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinis
     onFinished_(report_);
     return;
   }
+  turn_.release();
   queue_->async([self = shared_from_this()] {
+    self->turn_.assertHeld();
     self->environment_.host.interruptedRecordings.yieldToOthers();
     self->search();
     self->continueOnMainThread();
@@ -69,7 +73,9 @@ void RecordingRecovery::start(std::function<void(const RecoveryReport&)> onFinis
 
 void RecordingRecovery::continueOnMainThread() {
   const bool found = recording_ || takeNext();
+  turn_.release();
   environment_.host.dispatch.mainQueue()->async([self = shared_from_this(), found] {
+    self->turn_.assertHeld();
     if (found) {
       self->continueOnQueue();
     } else {
@@ -80,8 +86,11 @@ void RecordingRecovery::continueOnMainThread() {
 }
 
 void RecordingRecovery::continueOnQueue() {
+  turn_.assertHeld();
   const bool named = name();
+  turn_.release();
   queue_->async([self = shared_from_this(), named] {
+    self->turn_.assertHeld();
     if (named) self->place();
     self->continueOnMainThread();
   });

@@ -8,6 +8,7 @@
 
 #include "app/recovery_report.h"
 #include "platform/interrupted_recordings.h"
+#include "platform/thread_role.h"
 #include "suite/environment.h"
 
 namespace record_audio {
@@ -24,7 +25,7 @@ platform::Date startOfRecording(const platform::RecordingFindings& findings);
 //
 // Created and called on the main thread; used once. start() works on files on its own queue and
 // keeps the object alive until it has finished. The queue and the main thread take turns, so only
-// one of them uses the object at a time.
+// one of them uses the object at a time; debug builds assert it.
 class RecordingRecovery : public std::enable_shared_from_this<RecordingRecovery> {
  public:
   // `outputFolder` without a trailing slash.
@@ -39,30 +40,32 @@ class RecordingRecovery : public std::enable_shared_from_this<RecordingRecovery>
   RecordingRecovery(suite::Environment environment, std::string outputFolder);
 
   // On the queue, because they work on files.
-  void search();
+  void search() RA_REQUIRES(turn_);
   // Claims the next recording that can be moved; false when none is left.
-  bool takeNext();
-  bool prepare(const std::string& path, std::unique_ptr<platform::InterruptedRecording> recording);
+  bool takeNext() RA_REQUIRES(turn_);
+  bool prepare(const std::string& path, std::unique_ptr<platform::InterruptedRecording> recording)
+      RA_REQUIRES(turn_);
   // Moves the recording to target_. If that name was taken meanwhile, the recording stays current.
-  void place();
-  void finishMoved();
-  void continueOnMainThread();
+  void place() RA_REQUIRES(turn_);
+  void finishMoved() RA_REQUIRES(turn_);
+  void continueOnMainThread() RA_REQUIRES(turn_);
   // On the main thread.
   void continueOnQueue();
   // Chooses target_. Gives the recording up and returns false when no name is left for it.
-  bool name();
+  bool name() RA_REQUIRES(turn_);
 
+  platform::ThreadRole turn_;
   suite::Environment environment_;
   const std::string outputFolder_;
-  std::vector<std::string> waiting_;  // the next one is last
-  RecoveryReport report_;
+  std::vector<std::string> waiting_ RA_GUARDED_BY(turn_);  // the next one is last
+  RecoveryReport report_ RA_GUARDED_BY(turn_);
 
   // The current recording; null between two.
-  std::unique_ptr<platform::InterruptedRecording> recording_;
-  platform::RecordingFindings findings_;
-  std::string target_;  // where it is to go; empty until it has a name
-  std::string whyNotMoved_;
-  std::string whyNotFinished_;  // before the move; empty when it is complete
+  std::unique_ptr<platform::InterruptedRecording> recording_ RA_GUARDED_BY(turn_);
+  platform::RecordingFindings findings_ RA_GUARDED_BY(turn_);
+  std::string target_ RA_GUARDED_BY(turn_);  // where it is to go; empty until it has a name
+  std::string whyNotMoved_ RA_GUARDED_BY(turn_);
+  std::string whyNotFinished_ RA_GUARDED_BY(turn_);  // before the move; empty when it is complete
 
   std::shared_ptr<platform::DispatchQueue> queue_;
   std::function<void(const RecoveryReport&)> onFinished_;

@@ -97,6 +97,7 @@ std::string AudioRecorder::sessionPresetForQuality(std::uint64_t quality) {
 
 bool AudioRecorder::startRecord(const platform::CaptureDevicePtr& device, std::uint64_t newQuality,
                                 std::uint64_t newSoundFormat) {
+  mainThread_.assertHeld();
   if (!device) return false;
   const platform::AudioDeviceID audioId = getAudioId(device->uniqueID());
   if (audioId == platform::kAudioObjectUnknown) return false;
@@ -169,6 +170,7 @@ platform::CaptureOutputPtr AudioRecorder::createOutput() {
 }
 
 void AudioRecorder::captureSessionStartedNotification(const platform::Notification& notification) {
+  mainThread_.assertHeld();
   const auto self = shared_from_this();  // a callback may release the recorder
   // After two starts in quick succession the session reports twice. The recording continues.
   if (m_bRecording.load(std::memory_order_relaxed)) return;
@@ -209,6 +211,7 @@ bool AudioRecorder::startFileOutput(const platform::CaptureOutputPtr& output,
 }
 
 void AudioRecorder::onRecordError(const platform::Notification& notification) {
+  mainThread_.assertHeld();
   const auto self = shared_from_this();
   std::string error;
   const auto found = notification.userInfo.find(platform::kCaptureSessionErrorKey);
@@ -226,6 +229,7 @@ void AudioRecorder::internalOnError() {
 }
 
 void AudioRecorder::stopRecord() {
+  mainThread_.assertHeld();
   if (!m_captureSession || !m_bRecording.load(std::memory_order_relaxed)) return;
   const auto fileOutput =
       std::dynamic_pointer_cast<platform::CaptureAudioFileOutput>(m_audioOutput);
@@ -253,6 +257,7 @@ bool AudioRecorder::isRecording() const {
 }
 
 std::string AudioRecorder::outputURL() {
+  mainThread_.assertHeld();
   ++recordingNumber_;
   m_startTime = environment_.host.wallClock.now();
   m_filePath = environment_.host.fileManager.temporaryDirectory() + "/" + kTemporaryNamePrefix +

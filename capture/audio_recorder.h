@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "capture/mp3_encoder.h"
+#include "platform/thread_role.h"
 #include "suite/environment.h"
 
 namespace record_audio {
@@ -29,9 +30,9 @@ namespace record_audio {
 //   stopped    as starting; the file is moved   starting: startRecord()
 //   failed     as starting; the file stays      starting: startRecord()
 //
-// Main thread, unless a function says otherwise. Owned by shared pointer. If the data-output queue
-// releases the last reference, the recorder is destroyed on the main queue. Work items of the
-// encode queue keep the encoder alive, but not the recorder.
+// Main thread, asserted in debug builds, unless a function says otherwise. Owned by shared pointer.
+// If the data-output queue releases the last reference, the recorder is destroyed on the main
+// queue. Work items of the encode queue keep the encoder alive, but not the recorder.
 class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
                       public platform::CaptureAudioDataOutputSampleBufferDelegate,
                       public std::enable_shared_from_this<AudioRecorder> {
@@ -129,12 +130,12 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
 
   // Sets up the encoder for the file at m_filePath. False when the file cannot be opened, which is
   // logged, or when the device's format cannot be read.
-  bool initLame();
+  bool initLame() RA_REQUIRES(mainThread_);
   // Null when the file at m_filePath cannot be opened.
   std::shared_ptr<platform::FileHandle> createOutputFile();
   [[nodiscard]] std::optional<InputFormat> recordingDeviceFormat() const;
   // What the encoder calls when it cannot write this recording's file.
-  Mp3Encoder::WriteError writeErrorHandler();
+  Mp3Encoder::WriteError writeErrorHandler() RA_REQUIRES(mainThread_);
   // Posts a runtime error of the session, which ends the recording, unless it has ended already.
   void onWriteError(std::uint64_t recording, const std::string& error);
   void deinitLame();
@@ -151,6 +152,7 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
 
   // Members that begin with m_ or _, and quality, soundFormat, qualityDict and encodeQueue, have
   // the suite's names. Those that end in an underscore are this tool's own.
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   suite::Environment environment_;
   std::shared_ptr<platform::CaptureOutput> m_audioOutput;
   platform::CaptureSessionPtr m_captureSession;
@@ -168,7 +170,8 @@ class AudioRecorder : public platform::CaptureFileOutputRecordingDelegate,
   std::shared_ptr<platform::DispatchQueue> dataQueue_;   // null once the output has it
   // Holds `lame`, `handle` and `stopped`.
   std::shared_ptr<Mp3Encoder> encoder_ = std::make_shared<Mp3Encoder>();
-  std::uint64_t recordingNumber_ = 0;  // how many temporary files were named
+  std::uint64_t recordingNumber_ RA_GUARDED_BY(mainThread_) =
+      0;  // how many temporary files were named
   std::function<void()> _onRecordSuccessStarted;
   std::function<void()> _onRecordError;
   std::function<void()> _onMuted;

@@ -92,6 +92,7 @@ Mp3Encoder::WriteError AudioRecorder::writeErrorHandler() {
 }
 
 void AudioRecorder::onWriteError(std::uint64_t recording, const std::string& error) {
+  mainThread_.assertHeld();
   if (recording != recordingNumber_ || !m_bRecording.load(std::memory_order_relaxed)) {
     log("The end of a recording was lost. Error: %@", {error});
     return;

@@ -11,15 +11,29 @@
 
 namespace platform {
 
-// What one thread alone does: writing a ring, or all that is left to the main thread. Members that
-// belong to the role are RA_GUARDED_BY it, and who touches them calls assertHeld() first. Debug
-// builds hold the role to one thread; in others it is nothing. REAL-TIME.
+// Something that only one thread may do: write a ring, drain it, or use a class that belongs to the
+// main thread. Debug builds hold the role to one thread and abort when another one plays it; in
+// others it is nothing. REAL-TIME: no lock, no system call, no allocation.
+//
+//     void draw() {
+//       mainThread_.assertHeld();  // from here on the compiler lets us use picture_
+//       ...
+//     }
+//     platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
+//     Picture picture_ RA_GUARDED_BY(mainThread_);
+//
+// A class of the core whose comment says "Main thread" has such a member and asserts it where
+// others call in. Without one are interfaces (whoever implements them has it), and functions and
+// classes without state of their own (what they call has it).
 class RA_CAPABILITY("role") ThreadRole {
  public:
   enum class Holder {
     kFirst,  // the first thread that plays it
     kMaker,  // the thread that makes the role
   };
+
+  ThreadRole(const ThreadRole&) = delete;
+  ThreadRole& operator=(const ThreadRole&) = delete;
 
 #ifdef NDEBUG
   explicit ThreadRole(Holder = Holder::kFirst) {}
@@ -35,7 +49,7 @@ class RA_CAPABILITY("role") ThreadRole {
     const bool isFirst = holder_.compare_exchange_strong(nobody, self, std::memory_order_relaxed);
     assert((isFirst || nobody == self) && "a second thread plays a role that is another's");
   }
-  // Whoever plays it next has it. No thread may be playing it.
+  // Gives the role up: whoever plays it next has it. No thread may be playing it now.
   void release() {
     holder_.store({}, std::memory_order_relaxed);
   }

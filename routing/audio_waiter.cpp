@@ -43,6 +43,7 @@ void AudioWaiter::endPolling() {
 }
 
 void AudioWaiter::timerFireCheck(const platform::TimerPtr& timer) {
+  mainThread_.assertHeld();
   // Invalidating the timer may release the last reference, and so may the callback.
   const std::shared_ptr<AudioWaiter> self = shared_from_this();
   const std::any object = timer->userInfo();

@@ -6,12 +6,14 @@
 #include <functional>
 #include <memory>
 
+#include "platform/thread_role.h"
 #include "suite/environment.h"
 
 namespace record_audio {
 
 // Shows the loopback device, polls until the capture framework lists it, and then makes it the
-// default output. Main thread. While it polls, its timer keeps it alive, even if nobody else does.
+// default output. Main thread, asserted in debug builds. While it polls, its timer keeps it alive,
+// even if nobody else does.
 class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
  public:
   using WaitFinished = std::function<void(bool success, const std::any& object)>;
@@ -43,6 +45,7 @@ class AudioWaiter : public std::enable_shared_from_this<AudioWaiter> {
   AudioWaiter(suite::Environment environment, WaitFinished onWaitFinished);
   void endPolling();
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   suite::Environment environment_;
   platform::TimerPtr _timerCheck;
   platform::AudioDeviceID _output = 0;

@@ -23,6 +23,7 @@ constexpr const char* kSystemAudioName = "KCSystemAudio";
 }  // namespace
 
 void PreferencesWindowController::enumerateDevices() {
+  mainThread().assertHeld();
   _indexSameAsSystemSound = -1;
   _indexSystemAudio = -1;
   _indexNoSound = -1;
@@ -104,6 +105,7 @@ void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
 
 void PreferencesWindowController::setAudioParameterType(std::int64_t type, const std::string& id,
                                                         const std::string& name) {
+  mainThread().assertHeld();
   values_.audioSourceType = type;
   values_.audioSourceID = id;
   mirror(kAudioSourceTypePreference, name);
@@ -164,6 +166,7 @@ OSStatus PreferencesWindowController::reboot() {
 }
 
 platform::CaptureDevicePtr PreferencesWindowController::audioCaptureDevice() const {
+  mainThread().assertHeld();
   platform::Capture& capture = host().capture;
   const auto microphones = CaptureDevice::enumerateMics(host());
   if (microphones.empty()) return nullptr;

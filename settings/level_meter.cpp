@@ -97,6 +97,7 @@ LevelMeter::~LevelMeter() {
 }
 
 void LevelMeter::setVisible(bool visible) {
+  mainThread_.assertHeld();
   if (visible == (timer_ != nullptr)) return;
   if (!visible) {
     timer_->invalidate();
@@ -113,11 +114,13 @@ void LevelMeter::setVisible(bool visible) {
 }
 
 void LevelMeter::update() {
+  mainThread_.assertHeld();
   failedDeviceID_.clear();
   if (timer_) refresh();
 }
 
 void LevelMeter::tick() {
+  mainThread_.assertHeld();
   const std::uint64_t now = environment_.host.hostClock.absoluteTime();
   const std::int64_t elapsed_ms =
       Auxiliary::tickToMsecs(environment_.host, static_cast<std::int64_t>(now - lastTick_));

@@ -6,13 +6,15 @@
 #include <memory>
 #include <string>
 
+#include "platform/thread_role.h"
 #include "suite/environment.h"
 
 namespace record_audio {
 
 // Shows the live level of the chosen audio source while its window is visible. It listens only with
 // the user's permission, and never while a recording runs. When the window is hidden, it releases
-// the device at once. Main thread only; samples are measured on a queue of its own.
+// the device at once. Main thread only, asserted in debug builds; samples are measured on a
+// separate queue.
 class LevelMeter {
  public:
   static constexpr double kInterval_s = 1.0 / 20;
@@ -41,26 +43,27 @@ class LevelMeter {
 
   void tick();
   // Opens, changes or releases the device, as things are now.
-  void refresh();
+  void refresh() RA_REQUIRES(mainThread_);
   [[nodiscard]] platform::CaptureDevicePtr deviceToListenTo() const;
   // False when the device cannot be listened to.
-  bool open(const platform::CaptureDevicePtr& device);
-  void close();
-  void showLevel(float level);
+  bool open(const platform::CaptureDevicePtr& device) RA_REQUIRES(mainThread_);
+  void close() RA_REQUIRES(mainThread_);
+  void showLevel(float level) RA_REQUIRES(mainThread_);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   suite::Environment environment_;
   std::weak_ptr<platform::LevelIndicator> indicator_;
   std::function<platform::CaptureDevicePtr()> chosenDevice_;
   std::function<bool()> recording_;
 
   platform::TimerPtr timer_;  // runs exactly while the window is visible
-  platform::CaptureSessionPtr session_;
-  std::shared_ptr<PeakTap> tap_;
+  platform::CaptureSessionPtr session_ RA_GUARDED_BY(mainThread_);
+  std::shared_ptr<PeakTap> tap_ RA_GUARDED_BY(mainThread_);
   std::string deviceID_;        // the device that session_ listens to
   std::string failedDeviceID_;  // not to be tried again before update(); may be empty
   std::uint64_t lastTick_ = 0;  // host-clock ticks
   std::int64_t sinceRefresh_ms_ = 0;
-  float level_ = 0;  // shown now, 0 to 1
+  float level_ RA_GUARDED_BY(mainThread_) = 0;  // shown now, 0 to 1
 };
 
 }  // namespace record_audio

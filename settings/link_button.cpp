@@ -26,6 +26,7 @@ void LinkButton::awakeFromNib() {
 }
 
 void LinkButton::updateState() {
+  mainThread_.assertHeld();
   const auto button = button_.lock();
   if (!button) return;
   const platform::Color& linkColor = defaultLinkColor(host_);
@@ -42,6 +43,7 @@ void LinkButton::updateState() {
 }
 
 void LinkButton::updateTrackingArea() {
+  mainThread_.assertHeld();
   const auto button = button_.lock();
   if (!button) return;
   if (_trackingArea) button->removeTrackingArea(_trackingArea);
@@ -51,6 +53,7 @@ void LinkButton::updateTrackingArea() {
 }
 
 void LinkButton::cursorUpdate() {
+  mainThread_.assertHeld();
   host_.cursor.setPointingHand();
 }
 

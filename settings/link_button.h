@@ -6,11 +6,12 @@
 #include <utility>
 
 #include "platform/host.h"
+#include "platform/thread_role.h"
 
 namespace record_audio {
 
 // A borderless button that looks and behaves like a hyperlink. Its action in the interface file
-// says what it opens. Main thread only.
+// says what it opens. Main thread only, asserted in debug builds.
 class LinkButton : public platform::ButtonResponder,
                    public std::enable_shared_from_this<LinkButton> {
  public:
@@ -42,6 +43,7 @@ class LinkButton : public platform::ButtonResponder,
   LinkButton(const platform::Host& host, std::weak_ptr<platform::Button> button)
       : host_(host), button_(std::move(button)) {}
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const platform::Host& host_;
   std::weak_ptr<platform::Button> button_;
   std::optional<platform::Color> _textColor;

@@ -122,12 +122,14 @@ void PreferencesWindowController::windowDidLoad() {
 }
 
 void PreferencesWindowController::windowDidBecomeKey() {
+  mainThread().assertHeld();
   updateAudioWarning();
   updateOutputLocationText();
   updateLevelMeter();
 }
 
 void PreferencesWindowController::windowDidChangeOcclusionState() {
+  mainThread().assertHeld();
   if (isWindowVisible() && values_.audioSourceType == kSystemAudioSource && _startup) {
     // From the run loop, so that the window is on the screen before a dialog covers it.
     host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
@@ -149,6 +151,7 @@ void PreferencesWindowController::updateLevelMeter() {
 }
 
 void PreferencesWindowController::updateOutputLocationText() {
+  mainThread().assertHeld();
   if (const auto outputLocation = _outputLocation.lock()) outputLocation->updateState();
 }
 
@@ -230,10 +233,12 @@ void PreferencesWindowController::setRecordingProbe(std::function<bool()> record
 }
 
 void PreferencesWindowController::mirror(const Preference& preference, const Value& value) {
+  mainThread().assertHeld();
   Auxiliary::setQuickLookParametersObject(host(), value, preference.mirrorKey);
 }
 
 void PreferencesWindowController::store(const Preference& preference) {
+  mainThread().assertHeld();
   mirror(preference, mirroredValue(preference, values_));
   storePreference(host().userDefaults, preference, values_);
 }

@@ -16,7 +16,8 @@
 namespace record_audio {
 
 // The preferences. Loads them when created, shows them in a window when asked to, and writes every
-// change back at once. The recording session reads its settings here. Main thread only.
+// change back at once. The recording session reads its settings here. Main thread only, asserted
+// in debug builds.
 //
 // declareInterface() has the names of the outlets and actions for the interface file. The items of
 // soundFormatPopUp are m4a and MP3, in this order; those of qualityPopUp are high, medium and low.

@@ -51,10 +51,12 @@ EmbeddedSuite::EmbeddedSuite(Storage& storage, const platform::WallClock& wallCl
     : storage_(storage), wallClock_(wallClock) {}
 
 std::shared_ptr<ToolDataClientProvider> EmbeddedSuite::createToolDataClientProvider() {
+  mainThread_.assertHeld();
   return std::make_shared<Provider>(*this);
 }
 
 void EmbeddedSuite::change(const ToolData& data) {
+  mainThread_.assertHeld();
   if (data == data_) return;
   data_ = data;
   for (ToolDataObserver* observer : observers_) observer->toolDataDidChange(data_);
@@ -63,10 +65,12 @@ void EmbeddedSuite::change(const ToolData& data) {
 void EmbeddedSuite::log(const std::string& event,
                         const std::optional<platform::Dictionary>& withPrefs,
                         const std::optional<platform::Dictionary>& withDetails) {
+  mainThread_.assertHeld();
   storage_.appendEvent({iso8601(wallClock_.now()), kToolIdentifier, event, withPrefs, withDetails});
 }
 
 std::optional<std::string> EmbeddedSuite::locationForCurrentTool() {
+  mainThread_.assertHeld();
   return storage_.outputFolder(kToolIdentifier);
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 #include "suite/storage.h"
 #include "suite/suite.h"
 
@@ -31,8 +32,8 @@ class ToolDataObserver {
   virtual void toolDataDidChange(const ToolData& data) = 0;
 };
 
-// Main thread, except the log calls. The storage and the clock must outlive it; it must outlive its
-// providers.
+// Main thread, asserted in debug builds, except the log calls. The storage and the clock must
+// outlive it; it must outlive its providers.
 class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, public Logging {
  public:
   EmbeddedSuite(Storage& storage, const platform::WallClock& wallClock);
@@ -56,6 +57,7 @@ class EmbeddedSuite : public KorvelCommon, public CEP, public LocationManager, p
   class Provider;
   void change(const ToolData& data);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   Storage& storage_;
   const platform::WallClock& wallClock_;
   std::vector<ToolDataObserver*> observers_;

@@ -19,6 +19,7 @@ KorvelWindowController::KorvelWindowController(Environment environment, std::str
 KorvelWindowController::~KorvelWindowController() = default;
 
 std::shared_ptr<platform::Window> KorvelWindowController::window() {
+  mainThread_.assertHeld();
   if (window_) return window_;
   window_ = host().interfaceLoader.loadWindow(nibName_, *this);
   if (!window_) return nullptr;
@@ -41,11 +42,13 @@ std::vector<std::string> KorvelWindowController::actionNames() const {
 
 void KorvelWindowController::connectOutlet(const std::string& name,
                                            const std::shared_ptr<platform::View>& view) {
+  mainThread_.assertHeld();
   const auto outlet = outlets_.find(name);
   if (outlet != outlets_.end()) outlet->second(view);
 }
 
 void KorvelWindowController::performAction(const std::string& name, platform::View* sender) {
+  mainThread_.assertHeld();
   const auto action = actions_.find(name);
   if (action != actions_.end()) action->second(sender);
 }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/thread_role.h"
 #include "suite/environment.h"
 
 namespace suite {
@@ -15,7 +16,7 @@ namespace suite {
 // Base class of the suite's window controllers. It loads its window from an interface file when the
 // window is first needed. By name it connects the window's controls to outlets, which are members
 // of the controller, and passes what the user does to actions, which are its functions. Main thread
-// only.
+// only, asserted in debug builds.
 class KorvelWindowController : public platform::InterfaceOwner {
  public:
   ~KorvelWindowController() override;
@@ -63,8 +64,11 @@ class KorvelWindowController : public platform::InterfaceOwner {
 
   [[nodiscard]] const Environment& environment() const { return environment_; }
   [[nodiscard]] const platform::Host& host() const { return environment_.host; }
+  // For subclasses to assert.
+  [[nodiscard]] const platform::ThreadRole& mainThread() const { return mainThread_; }
 
  private:
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   Environment environment_;
   std::string nibName_;
   std::map<std::string, std::function<void(const std::shared_ptr<platform::View>&)>> outlets_;

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "tests/app/app_test.h"
@@ -45,6 +46,20 @@ TEST(SessionStateTest, EverySessionEndsInIdle) {
     EXPECT_TRUE(mayBecome(state, kIdle));
   }
 }
+
+#ifndef NDEBUG
+class MainThreadTest : public AppTest {};
+
+TEST_F(MainThreadTest, ACallFromAnotherThreadIsCaught) {
+  const std::vector<std::function<void()>> calls = {
+      [&] { app->startRecorder(); },      [&] { app->stopRecord(); },
+      [&] { app->tryToQuit(); },          [&] { app->stop(); },
+      [&] { app->updateMicStatusImp(); }, [&] { static_cast<void>(app->status()); }};
+  for (const auto& call : calls) {
+    EXPECT_DEATH(std::thread(call).join(), "a second thread");
+  }
+}
+#endif
 
 // Calls before the launch.
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <thread>
+#include <utility>
 
 #include "tests/settings/preferences_fixture.h"
 
@@ -189,6 +190,18 @@ TEST_F(LevelMeterTest, FollowsTheDefaultInputWithinASecond) {
   EXPECT_EQ(heard(), "usb");
 }
 
+TEST_F(LevelMeterTest, LooksForANewDefaultInputAfterExactlyASecond) {
+  machine_.capture.connect("usb", "USB");
+  for (const auto& [late_ms, device] : {std::pair{999, "mic"}, std::pair{1000, "usb"}}) {
+    machine_.capture.defaultAudioID = "mic";
+    const auto controller = showController();
+    machine_.capture.defaultAudioID = "usb";
+    machine_.clock.now_ns += static_cast<std::uint64_t>(late_ms) * 1'000'000;
+    machine_.runLoop.settle();
+    EXPECT_EQ(heard(), device) << late_ms;
+  }
+}
+
 TEST_F(LevelMeterTest, KeepsItsSessionWhenNothingChanged) {
   const auto controller = showController();
   machine_.capture.connect("usb", "USB");
@@ -202,6 +215,18 @@ TEST_F(LevelMeterTest, ShowsThePeakOfAllChannels) {
   deliver({{0.1F, -0.25F, 0.2F}, {0.0F, 0.125F, -0.5F}});
   step();
   EXPECT_FLOAT_EQ(indicator().level(), 0.5F);
+}
+
+TEST_F(LevelMeterTest, ShowsNothingOfTheChannelsOfAnEarlierBuffer) {
+  const auto controller = showController();
+  const auto stereo = memory_host::floatSampleBuffer({{0.1F}, {0.9F}});
+  machine_.capture.dataOutputs.back()->deliver(stereo);
+  machine_.runLoop.settle();
+  step(100);
+  EXPECT_EQ(indicator().level(), 0);
+  deliver({{0.1F}});
+  step();
+  EXPECT_FLOAT_EQ(indicator().level(), 0.1F);
 }
 
 TEST_F(LevelMeterTest, ShowsTheHighestPeakSinceTheLastStep) {
@@ -262,6 +287,17 @@ TEST_F(LevelMeterTest, DrawsNothingForSilence) {
     step();
   }
   EXPECT_THAT(indicator().levels, IsEmpty());
+}
+
+TEST_F(LevelMeterTest, DrawsFromSeventyTwoDecibelsBelowFullScaleOn) {
+  constexpr float kFaintest = 1.0F / 4096;
+  const auto controller = showController();
+  deliver({{std::nextafter(kFaintest, 0.0F)}});
+  step();
+  EXPECT_THAT(indicator().levels, IsEmpty());
+  deliver({{kFaintest}});
+  step();
+  EXPECT_THAT(indicator().levels, ElementsAre(kFaintest));
 }
 
 TEST_F(LevelMeterTest, IgnoresSamplesItCannotRead) {

@@ -248,6 +248,21 @@ TEST_F(RecoveryTest, WithEveryUsualNameTakenItGetsAHigherNumber) {
               ElementsAre("/out/Audio recording 2024-05-17 at 12.00.00 (102).m4a"));
 }
 
+TEST_F(RecoveryTest, TheLastNumberIs9999AndWithoutOneItStaysAndSaysWhy) {
+  const auto numbered = [](int number) {
+    return "/out/Audio recording 2024-05-17 at 12.00.00 (" + std::to_string(number) + ").m4a";
+  };
+  machine.fileManager.addFile(kRecovered, "mine");
+  for (int i = 1; i < 9999; ++i) machine.fileManager.addFile(numbered(i), "mine");
+  leaveOne();
+  leave("Audio_recording_twin", recordingOf(Contents::kM4a));
+  const RecoveryReport report = recover();
+  EXPECT_THAT(report.recovered, ElementsAre(numbered(9999)));
+  EXPECT_THAT(report.problems, SizeIs(1));
+  EXPECT_EQ(machine.fileManager.contents("/tmp-of-memory/Audio_recording_twin"), "sound");
+  EXPECT_FALSE(lost.leftovers.at("/tmp-of-memory/Audio_recording_twin").claimed);
+}
+
 TEST_F(RecoveryTest, FilesThatAreNotOursAreSilentlyLeftAlone) {
   leaveOne();
   lost.leftovers.at(kLeftover).outcome = Outcome::kNotOurs;
@@ -362,6 +377,14 @@ TEST(StartOfRecordingTest, OfACopyComesFromItsOwnDateOrItsLength) {
   EXPECT_EQ(startOfRecording(copy), kStart);
   copy.stated = kStart + hours(2);
   EXPECT_EQ(startOfRecording(copy), kStart);
+}
+
+TEST(StartOfRecordingTest, TheDateMayBeFiveSecondsLaterThanTheLengthSays) {
+  RecordingFindings findings{Contents::kMp3,      "",          60, kStart + seconds(60),
+                             kStart + seconds(5), std::nullopt};
+  EXPECT_EQ(startOfRecording(findings), kStart + seconds(5));
+  findings.created = kStart + seconds(5) + std::chrono::milliseconds(1);
+  EXPECT_EQ(startOfRecording(findings), kStart);
 }
 
 TEST(StartOfRecordingTest, WithoutAnyDateComesFromTheLength) {

@@ -87,9 +87,7 @@ int Driver::run() {
   return exitCode_;
 }
 
-template <void (Driver::*kAction)()>
-LoopSource Driver::timer() {
-  const auto fire = [](void* data, std::uint64_t) { (static_cast<Driver*>(data)->*kAction)(); };
+LoopSource Driver::timer(void (*fire)(void* driver, std::uint64_t expirations)) {
   return {loop_.get(), pw_loop_add_timer(loop_.get(), fire, this)};
 }
 

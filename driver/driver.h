@@ -48,7 +48,10 @@ class Driver {
   bool connect();
   // A timer that calls that function; empty, with errno set, when there is no descriptor for it.
   template <void (Driver::*kAction)()>
-  LoopSource timer();
+  LoopSource timer() {
+    return timer([](void* data, std::uint64_t) { (static_cast<Driver*>(data)->*kAction)(); });
+  }
+  LoopSource timer(void (*fire)(void* driver, std::uint64_t expirations));
   // False, with a message on stderr, when the system has no descriptors left for them.
   bool prepareLoop();
   bool watchSignals();

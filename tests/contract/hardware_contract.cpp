@@ -229,7 +229,8 @@ TEST_F(HardwareContract, ARecordingDeviceHasARateAndItsChannelsInALayout) {
 }
 
 TEST_F(HardwareContract, VolumeAndMuteAreThoseOfTheMixer) {
-  const std::string uid = rig->plugInMicrophone("mic");
+  // Not the microphone of other tests: the system remembers that this one is turned down.
+  const std::string uid = rig->plugInMicrophone("quiet-mic");
   const AudioDeviceID device = deviceWithUID(uid);
   float volume = -1;
   std::uint32_t mute = 2;

@@ -107,7 +107,7 @@ TEST_F(RecordingNoticeTest, OnlyWhereThereIsNoTrayAndOnlyWhileRecording) {
   EXPECT_THAT(server_->calls, IsEmpty());
   recordAndWait();
   notice_->setNeeded(false);
-  settle();
+  iterateUntil([&] { return callsOf("CloseNotification(7,)") == 1; });
   EXPECT_EQ(server_->calls.back(), "CloseNotification(7,)");
 }
 
@@ -130,13 +130,13 @@ TEST_F(RecordingNoticeTest, GoesWithTheRecordingAndWithTheProgram) {
   serve(true);
   recordAndWait();
   rest();
-  settle();
+  iterateUntil([&] { return callsOf("CloseNotification(7,)") == 1; });
   EXPECT_EQ(callsOf("CloseNotification(7,)"), 1);
   record();
   iterateUntil([&] { return callsOf("Notify") == 2; });
   settle();
   notice_.reset();
-  settle();
+  iterateUntil([&] { return callsOf("CloseNotification(7,)") == 2; });
   EXPECT_EQ(callsOf("CloseNotification(7,)"), 2);
 }
 

@@ -51,9 +51,16 @@ ScreenLoss::~ScreenLoss() {
 
 void ScreenLoss::onMessage(QtMsgType type, const QMessageLogContext& context, const QString& text) {
   if (QtMessageHandler write = previous_) write(type, context, text);
-  if (watching_ == nullptr || !isLastMessage(text)) return;
-  if (QThread::currentThread() == QCoreApplication::instance()->thread()) leaveToolkit();
-  // This is Wayland's own thread; nothing may return to Qt here either.
+  if (!isLastMessage(text)) return;
+  if (watching_ != nullptr) isBeingLeft_ = true;
+  if (!isBeingLeft_) return;
+  const bool isMainThread = QThread::currentThread() == QCoreApplication::instance()->thread();
+  if (isMainThread) {
+    leaveToolkit();
+    return;
+  }
+  // This is one of Wayland's own threads; nothing may return to Qt here either. They notice the
+  // loss one after the other.
   g_idle_add_full(
       G_PRIORITY_HIGH,
       [](gpointer) -> gboolean {

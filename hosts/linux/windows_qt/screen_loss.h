@@ -48,6 +48,9 @@ class ScreenLoss {
   static void leaveToolkit();
 
   static inline std::atomic<ScreenLoss*> watching_ = nullptr;
+  // Set before watching_ is cleared. From then on, no other thread of Qt that notices the loss may
+  // end the process either.
+  static inline std::atomic<bool> isBeingLeft_ = false;
   static inline std::atomic<QtMessageHandler> previous_ = nullptr;
 
   WindowsServices& services_;

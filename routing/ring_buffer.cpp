@@ -3,14 +3,12 @@
 
 #include <algorithm>
 #include <bit>
-#include <cassert>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <memory>
+#include <new>
+#include <utility>
 
 #include "routing/racing_copy.h"
-#include "routing/resident_memory.h"
 
 namespace record_audio {
 
@@ -18,7 +16,6 @@ namespace {
 
 constexpr std::uint32_t kSlotMask = kRingBufferSlotCount - 1;
 constexpr int kBoundsTries = 8;
-constexpr std::size_t kCacheLine_bytes = 64;
 
 // Sample times wrap instead of overflowing.
 std::int64_t plus(std::int64_t time, std::int64_t frames) {
@@ -64,25 +61,22 @@ void zeroList(const platform::AudioBufferList& list, std::uint32_t offset_bytes,
 void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
                           std::uint32_t capacity) {
   const std::uint64_t frames = nextPowerOfTwo(capacity);
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
   const std::uint64_t channel_bytes = frames * frameSize_bytes;
   // As a number without a sign, a negative one of channels is too large.
-  const bool fits =
-      frames <= kMost && channel_bytes <= kMost &&
-      (channel_bytes + sizeof(std::byte*)) * static_cast<std::uint64_t>(channels) <= kMost;
-  if (!fits) return;
+  const std::uint64_t total_bytes =
+      (channel_bytes + sizeof(std::byte*)) * static_cast<std::uint64_t>(channels);
+  if (!std::in_range<std::uint32_t>(frames) || !std::in_range<std::uint32_t>(channel_bytes) ||
+      !std::in_range<std::uint32_t>(total_bytes)) {
+    return;
+  }
 
-  const std::size_t table_bytes = static_cast<std::size_t>(channels) * sizeof(std::byte*);
-  const std::size_t total_bytes = table_bytes + static_cast<std::size_t>(channels) * channel_bytes;
   // Copies are fastest when the channels begin at a cache line. The table ends where they begin.
-  allocation_ = std::calloc(1, total_bytes + kCacheLine_bytes);
-  if (allocation_ == nullptr) return;
-  makeResident(allocation_, total_bytes + kCacheLine_bytes);
-  void* firstChannel = static_cast<std::byte*>(allocation_) + table_bytes;
-  std::size_t room_bytes = total_bytes - table_bytes + kCacheLine_bytes;
-  std::align(kCacheLine_bytes, 1, firstChannel, room_bytes);
-
-  std::byte* channel = static_cast<std::byte*>(firstChannel);
+  const std::size_t table_bytes = static_cast<std::size_t>(channels) * sizeof(std::byte*);
+  const std::size_t tableLines = cacheLinesFor(table_bytes);
+  const std::size_t lines = tableLines + cacheLinesFor(total_bytes - table_bytes);
+  storage_.reset(new (std::nothrow) CacheLine[lines]());
+  if (storage_ == nullptr) return;
+  std::byte* channel = storage_[tableLines].bytes;
   buffers = reinterpret_cast<std::byte**>(channel - table_bytes);
   channelCount = channels;
   bytesPerFrame = frameSize_bytes;
@@ -97,13 +91,10 @@ void RingBuffer::allocate(std::int32_t channels, std::uint32_t frameSize_bytes,
     slot.updateCounter.store(0, std::memory_order_relaxed);
   }
   timeBoundsIndex.store(0, std::memory_order_relaxed);
-  writer_.release();
-  reader_.release();
 }
 
 void RingBuffer::deallocate() {
-  std::free(allocation_);
-  allocation_ = nullptr;
+  storage_.reset();
   buffers = nullptr;
   channelCount = 0;
   capacityBytes = 0;
@@ -133,17 +124,21 @@ RingBufferError RingBuffer::getTimeBounds(std::int64_t& start, std::int64_t& end
 
 RingBufferError RingBuffer::clipTimeBounds(std::int64_t& start, std::int64_t& end) {
   reader_.assertHeld();
-  std::int64_t heldStart = 0;
-  std::int64_t heldEnd = 0;
+  std::int64_t heldStart{};
+  std::int64_t heldEnd{};
   const RingBufferError error = getTimeBounds(heldStart, heldEnd);
   if (error != RingBufferErrorNone) return error;
-  if (start > heldEnd || end < heldStart) {
+  if (end < heldStart) {
     end = start;
     return RingBufferErrorNone;
   }
   start = std::max(start, heldStart);
   end = std::max(std::min(end, heldEnd), start);
   return RingBufferErrorNone;
+}
+
+std::size_t RingBuffer::cacheLinesFor(std::size_t size_bytes) {
+  return (size_bytes + sizeof(CacheLine) - 1) / sizeof(CacheLine);
 }
 
 const RingBufferTimeBounds& RingBuffer::ownSlot() const {
@@ -165,17 +160,28 @@ void RingBuffer::makeRoom(std::int64_t startTime, std::int64_t endTime) {
   }
 }
 
-void RingBuffer::zeroGap(std::int64_t fromTime, std::int64_t toTime) {
-  const std::uint32_t from = byteOffset(fromTime);
-  const std::uint32_t to = byteOffset(toTime);
-  for (std::int32_t i = 0; i < channelCount; ++i) {
-    if (from < to) {
-      racing::zero(buffers[i] + from, to - from);
-    } else {
-      racing::zero(buffers[i] + from, capacityBytes - from);
-      racing::zero(buffers[i], to);
-    }
+// Calls action(offset in each channel, size, bytes before it) for the one or two pieces that a
+// range of sample times occupies. It is not empty, and not longer than the capacity.
+template <typename Action>
+void RingBuffer::forEachPiece(std::int64_t startTime, std::int64_t endTime, Action action) const {
+  const std::uint32_t offset0 = byteOffset(startTime);
+  const std::uint32_t offset1 = byteOffset(endTime);
+  if (offset0 < offset1) {
+    action(offset0, offset1 - offset0, 0);
+  } else {
+    const std::uint32_t first_bytes = capacityBytes - offset0;
+    action(offset0, first_bytes, 0);
+    action(0, offset1, first_bytes);
   }
+}
+
+void RingBuffer::zeroGap(std::int64_t fromTime, std::int64_t toTime) {
+  forEachPiece(fromTime, toTime,
+               [&](std::uint32_t offset_bytes, std::uint32_t size_bytes, std::uint32_t) {
+                 for (std::int32_t i = 0; i < channelCount; ++i) {
+                   racing::zero(buffers[i] + offset_bytes, size_bytes);
+                 }
+               });
 }
 
 void RingBuffer::copyIn(const platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
@@ -207,15 +213,11 @@ RingBufferError RingBuffer::store(const platform::AudioBufferList& list, std::ui
   const std::int64_t heldEnd = ownSlot().endTime.load(std::memory_order_relaxed);
   if (heldEnd < startTime) zeroGap(heldEnd, startTime);
 
-  const std::uint32_t offset0 = byteOffset(startTime);
-  const std::uint32_t offset1 = byteOffset(endTime);
-  if (offset0 < offset1) {
-    copyIn(list, 0, offset0, offset1 - offset0);
-  } else {
-    const std::uint32_t first_bytes = capacityBytes - offset0;
-    copyIn(list, 0, offset0, first_bytes);
-    copyIn(list, first_bytes, 0, offset1);
-  }
+  forEachPiece(
+      startTime, endTime,
+      [&](std::uint32_t offset_bytes, std::uint32_t size_bytes, std::uint32_t before_bytes) {
+        copyIn(list, before_bytes, offset_bytes, size_bytes);
+      });
   setTimeBounds(ownSlot().startTime.load(std::memory_order_relaxed), endTime);
   return RingBufferErrorNone;
 }
@@ -242,24 +244,18 @@ RingBufferError RingBuffer::fetch(platform::AudioBufferList& list, std::uint32_t
   const auto lead_bytes = static_cast<std::int32_t>(
       static_cast<std::uint32_t>(minus(start, startRead)) * bytesPerFrame);
   const std::uint32_t destStart = static_cast<std::uint32_t>(std::max(lead_bytes, 0));
-  if (destStart > 0) zeroList(list, 0, std::min(frameCount * bytesPerFrame, destStart));
-  const auto tail_frames = static_cast<std::int32_t>(minus(endRead, end));
-  if (tail_frames > 0) {
-    const std::uint32_t held_bytes = static_cast<std::uint32_t>(minus(end, start)) * bytesPerFrame;
-    zeroList(list, destStart + held_bytes, static_cast<std::uint32_t>(tail_frames) * bytesPerFrame);
-  }
+  zeroList(list, 0, std::min(frameCount * bytesPerFrame, destStart));
+  const std::uint32_t held_bytes = static_cast<std::uint32_t>(minus(end, start)) * bytesPerFrame;
+  const std::uint32_t tail_bytes = static_cast<std::uint32_t>(minus(endRead, end)) * bytesPerFrame;
+  zeroList(list, destStart + held_bytes, tail_bytes);
 
-  const std::uint32_t offset0 = byteOffset(start);
-  const std::uint32_t offset1 = byteOffset(end);
-  std::uint32_t copied_bytes = offset1 - offset0;
-  if (offset0 < offset1) {
-    copyOut(list, destStart, offset0, copied_bytes);
-  } else {
-    const std::uint32_t first_bytes = capacityBytes - offset0;
-    copyOut(list, destStart, offset0, first_bytes);
-    copyOut(list, destStart + first_bytes, 0, offset1);
-    copied_bytes = first_bytes + offset1;
-  }
+  std::uint32_t copied_bytes = 0;
+  forEachPiece(
+      start, end,
+      [&](std::uint32_t offset_bytes, std::uint32_t size_bytes, std::uint32_t before_bytes) {
+        copyOut(list, destStart + before_bytes, offset_bytes, size_bytes);
+        copied_bytes += size_bytes;
+      });
   platform::AudioBuffer* const listBuffers = list.mBuffers;
   for (std::uint32_t i = 0; i < list.mNumberBuffers; ++i) {
     listBuffers[i].mDataByteSize = copied_bytes;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "platform/audio_types.h"
 #include "platform/thread_role.h"
@@ -90,7 +91,7 @@ struct RingBuffer {
   // (end == start). On an error it stays as it is.
   RingBufferError clipTimeBounds(std::int64_t& start, std::int64_t& end);
 
-  std::byte** buffers = nullptr;  // the channels follow the table; both lie in allocation_
+  std::byte** buffers = nullptr;  // the channels follow the table; both lie in storage_
   std::int32_t channelCount = 0;
   std::uint32_t bytesPerFrame = 0;  // within one channel
   std::uint32_t capacityFrames = 0;
@@ -100,16 +101,22 @@ struct RingBuffer {
   std::atomic<std::uint32_t> timeBoundsIndex{0};
 
  private:
+  struct alignas(64) CacheLine {
+    std::byte bytes[64];
+  };
+  [[nodiscard]] static std::size_t cacheLinesFor(std::size_t size_bytes);
   [[nodiscard]] const RingBufferTimeBounds& ownSlot() const;
   [[nodiscard]] std::uint32_t byteOffset(std::int64_t sampleTime) const;
   void makeRoom(std::int64_t startTime, std::int64_t endTime);
+  template <typename Action>
+  void forEachPiece(std::int64_t startTime, std::int64_t endTime, Action action) const;
   void zeroGap(std::int64_t fromTime, std::int64_t toTime);
   void copyIn(const platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
               std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
   void copyOut(platform::AudioBufferList& list, std::uint32_t listOffset_bytes,
                std::uint32_t ringOffset_bytes, std::uint32_t size_bytes);
 
-  void* allocation_ = nullptr;  // owned
+  std::unique_ptr<CacheLine[]> storage_;
   [[no_unique_address]] platform::ThreadRole writer_;
   [[no_unique_address]] platform::ThreadRole reader_;
 };

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <cassert>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
+#include <new>
+#include <utility>
 
 // What a reader of the ring's bounds does when the writer acts between two of its reads. No second
 // thread can be made to act exactly there. So the ring is compiled here with atomics that call the

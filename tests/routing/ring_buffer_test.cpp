@@ -113,6 +113,7 @@ TEST(RingBufferLifecycle, BeginsTheFirstChannelAtACacheLine) {
 
 TEST(RingBufferLifecycle, AllocatesWithAllSlotsAndTheIndexAtZero) {
   RingBuffer ring;
+  for (std::uint32_t i = 0; i < kRingBufferSlotCount; ++i) ring.setTimeBounds(5, 6);
   ring.allocate(1, 4, 8);
   EXPECT_EQ(ring.timeBoundsIndex.load(), 0U);
   for (const RingBufferTimeBounds& slot : ring.timeBounds) {
@@ -128,6 +129,17 @@ TEST(RingBufferLifecycle, DeallocatesToAnEmptyRingAndMayDoSoTwice) {
   ring.deallocate();
   ring.deallocate();
   expectNoStorage(ring);
+}
+
+TEST(RingBufferLifecycle, AFetchAfterDeallocationIsSilence) {
+  RingBuffer ring;
+  ring.allocate(2, 1, kCapacity);
+  Block block(2, 4, kUntouched);
+  ring.store(block.list(), 4, 0);
+  ring.deallocate();
+  EXPECT_EQ(ring.fetch(block.list(), 4, 0), RingBufferErrorNone);
+  EXPECT_THAT(block.plane(0), Each(0));
+  EXPECT_EQ(block.buffer(0).mDataByteSize, 4U);
 }
 
 TEST(RingBufferLifecycle, HoldsNothingWhenTheStorageDoesNotFitIntoThirtyTwoBits) {
@@ -206,6 +218,21 @@ TEST_F(RingBufferTest, PublishesTheLossOfTheOldestBeforeTheNewEnd) {
   const RingBufferTimeBounds& first = ring.timeBounds[(index + 1) & 31];
   EXPECT_EQ(Bounds(first.startTime.load(), first.endTime.load()), Bounds(4, 16));
   EXPECT_EQ(first.updateCounter.load(), index + 1);
+}
+
+// A reader is disturbed when 32 bounds are published while it reads; so none is published in vain.
+TEST_F(RingBufferTest, PublishesOnceForABlockUntilSomethingIsLost) {
+  for (int i = 0; i < 4; ++i) storeTimes(i * 4, 4);
+  EXPECT_EQ(ring.timeBoundsIndex.load(), 4U);
+  storeTimes(16, 4);
+  EXPECT_EQ(ring.timeBoundsIndex.load(), 6U);
+}
+
+TEST_F(RingBufferTest, StoresOnlyTheFramesAskedForOfALongerList) {
+  Block in(2, 8, 5);
+  ring.store(in.list(), 3, 2);
+  const auto at = [&](int i) { return std::to_integer<int>(ring.buffers[0][i]); };
+  EXPECT_THAT((std::vector{at(1), at(2), at(4), at(5)}), ElementsAre(0, 5, 5, 0));
 }
 
 TEST_F(RingBufferTest, ABlockBeforeTheEndLeavesExactlyThatBlock) {
@@ -320,6 +347,24 @@ TEST_F(RingBufferTest, FetchingNoFramesTouchesNothing) {
   EXPECT_EQ(out.buffer(0).mDataByteSize, 4U);
 }
 
+TEST_F(RingBufferTest, FetchingNoFramesSucceedsEvenWithUnstableBounds) {
+  storeTimes(0, 8);
+  routing_test::makeBoundsUnstable(ring);
+  Block out(2, 4);
+  EXPECT_EQ(ring.fetch(out.list(), 0, 0), RingBufferErrorNone);
+}
+
+// Offsets into the list have 31 bits.
+TEST_F(RingBufferTest, AFetchOfMoreThanAListCanHoldStaysInTheList) {
+  constexpr std::int64_t kFar = std::int64_t{1} << 31;
+  storeTimes(kFar - 8, 16);
+  Block out(2, 8, kUntouched);
+  EXPECT_EQ(ring.fetch(out.list(), std::numeric_limits<std::uint32_t>::max(), 0),
+            RingBufferErrorNone);
+  EXPECT_THAT(out.plane(0), Each(0));
+  EXPECT_THAT(out.plane(1), Each(0));
+}
+
 TEST_F(RingBufferTest, AFetchEndsItsWalkAtABufferSmallerThanTheOffsetInUse) {
   RingBuffer three;
   three.allocate(3, 1, kCapacity);
@@ -334,6 +379,24 @@ TEST_F(RingBufferTest, AFetchEndsItsWalkAtABufferSmallerThanTheOffsetInUse) {
   EXPECT_THAT(out.plane(2),
               ElementsAre(0, 0, 0, kUntouched, kUntouched, kUntouched, kUntouched, kUntouched));
   EXPECT_EQ(out.buffer(1).mDataByteSize, 5U);
+}
+
+TEST_F(RingBufferTest, AFetchGoesOnBehindABufferThatEndsAtTheOffsetInUse) {
+  storeTimes(20, 16);
+  Block out(2, 8, kUntouched);
+  out.buffer(0).mDataByteSize = 3;  // the copy starts at byte 3
+  ring.fetch(out.list(), 8, 17);
+  EXPECT_THAT(out.plane(0),
+              ElementsAre(0, 0, 0, kUntouched, kUntouched, kUntouched, kUntouched, kUntouched));
+  EXPECT_THAT(out.plane(1), ElementsAre(0, 0, 0, 120, 121, 122, 123, 124));
+}
+
+TEST_F(RingBufferTest, AFetchBehindLeadingZerosGetsWhatFits) {
+  storeTimes(20, 16);
+  Block out(2, 8, kUntouched);
+  out.buffer(0).mDataByteSize = 5;
+  ring.fetch(out.list(), 8, 17);
+  EXPECT_THAT(out.plane(0), ElementsAre(0, 0, 0, 20, 21, kUntouched, kUntouched, kUntouched));
 }
 
 TEST_F(RingBufferTest, AFetchOfAShorterBufferGetsWhatFits) {

@@ -32,11 +32,13 @@ constexpr std::uint32_t kRingCapacity_buffers = 20;
 constexpr std::uint32_t kOutputElement = 0;
 constexpr std::uint32_t kInputElement = 1;
 
-// Truncated toward zero. What does not fit into 64 bits becomes the smallest number.
+// Truncated toward zero. What does not fit into 64 bits becomes the largest or the smallest number;
+// what is not a number, the smallest.
 std::int64_t truncated(double value) {
   constexpr double kLimit = 9223372036854775808.0;
-  const bool fits = value >= -kLimit && value < kLimit;
-  return fits ? static_cast<std::int64_t>(value) : std::numeric_limits<std::int64_t>::min();
+  if (value >= kLimit) return std::numeric_limits<std::int64_t>::max();
+  return value > -kLimit ? static_cast<std::int64_t>(value)
+                         : std::numeric_limits<std::int64_t>::min();
 }
 
 void silence(const AudioBufferList& list) {
@@ -88,7 +90,7 @@ struct AudioPlayThrough::Formats {
   AudioStreamBasicDescription loopback;
   AudioStreamBasicDescription client;
   AudioStreamBasicDescription real;
-  std::uint32_t buffer_frames = 0;
+  std::uint32_t buffer_frames{};
 };
 
 bool PlayThroughDevice::initDevice(platform::AudioHardware& hardware,
@@ -111,7 +113,7 @@ bool AudioPlayThrough::initDevices(platform::AudioDeviceID outputDeviceID) {
   const AudioObjectPropertyAddress address{platform::kAudioHardwarePropertyTranslateUIDToDevice,
                                            platform::kAudioObjectPropertyScopeGlobal,
                                            platform::kAudioObjectPropertyElementMaster};
-  platform::AudioDeviceID loopback = 0;
+  platform::AudioDeviceID loopback = platform::kAudioObjectUnknown;
   std::uint32_t size_bytes = sizeof loopback;
   if (host_.audioHardware.AudioObjectGetPropertyData(platform::kAudioObjectSystemObject, address,
                                                      sizeof qualifier, &qualifier, &size_bytes,
@@ -204,8 +206,8 @@ OSStatus AudioPlayThrough::startWithInputUnit() {
 }
 
 OSStatus AudioPlayThrough::startWithOpenGraph() {
-  platform::AUNode varispeedNode = 0;
-  platform::AUNode outputNode = 0;
+  platform::AUNode varispeedNode{};
+  platform::AUNode outputNode{};
   AudioUnit outputUnit = nullptr;
   Formats formats;
   OSStatus status = inOrder(
@@ -274,19 +276,16 @@ OSStatus AudioPlayThrough::setFormats(AudioUnit outputUnit, Formats& formats) {
   const auto setClientFormat = [&](AudioUnit unit, std::uint32_t scope, std::uint32_t element) {
     return set(units, unit, platform::kAudioUnitProperty_StreamFormat, scope, element, client);
   };
-  double rate_hz = 0;
-  OSStatus status = nominalRate(host_.audioHardware, inputDevice.deviceID, rate_hz);
-  if (status != noErr) return status;
+  const auto readRate = [&](const PlayThroughDevice& device) {
+    return nominalRate(host_.audioHardware, device.deviceID, client.mSampleRate);
+  };
   client.mChannelsPerFrame =
       std::min(formats.loopback.mChannelsPerFrame, formats.real.mChannelsPerFrame);
-  client.mSampleRate = rate_hz;
-  status =
-      inOrder([&] { return setClientFormat(inputUnit, kAudioUnitScope_Output, kInputElement); },
-              [&] { return setClientFormat(varispeedUnit, kAudioUnitScope_Input, 0); },
-              [&] { return nominalRate(host_.audioHardware, outputDevice.deviceID, rate_hz); });
-  if (status != noErr) return status;
-  client.mSampleRate = rate_hz;
   return inOrder(
+      [&] { return readRate(inputDevice); },
+      [&] { return setClientFormat(inputUnit, kAudioUnitScope_Output, kInputElement); },
+      [&] { return setClientFormat(varispeedUnit, kAudioUnitScope_Input, 0); },
+      [&] { return readRate(outputDevice); },
       [&] { return setClientFormat(varispeedUnit, kAudioUnitScope_Output, 0); },
       [&] { return setClientFormat(outputUnit, kAudioUnitScope_Input, kOutputElement); });
 }
@@ -435,8 +434,8 @@ void AudioPlayThrough::anchor(double outputTime_frames) {
 
 // Continues at the oldest frame held. Uses the bounds that were read last, even inconsistent ones.
 void AudioPlayThrough::reanchor(double outputTime_frames) {
-  std::int64_t heldStart = 0;
-  std::int64_t heldEnd = 0;
+  std::int64_t heldStart{};
+  std::int64_t heldEnd{};
   static_cast<void>(ringBuffer->getTimeBounds(heldStart, heldEnd));
   inputToOutputOffset = outputTime_frames - static_cast<double>(heldStart);
 }

@@ -83,6 +83,7 @@ TEST_F(PlayThroughCallbacks, AnInputThatBeginsAtZeroHasBegun) {
   input(512);
   EXPECT_EQ(playThrough->firstInputTime.load(), 0);
   output(300);
+  expectSilence();
   EXPECT_EQ(playThrough->firstOutputTime, 300);
   output(300 + kThroughOffset_frames);
   EXPECT_EQ(out.plane(0)[1], 1.0F);
@@ -111,9 +112,24 @@ TEST_F(PlayThroughCallbacks, ASecondThreadOnEitherSideIsCaught) {
 }
 #endif
 
-TEST_F(PlayThroughCallbacks, InputTimesOutOfRangeDoNoHarm) {
-  EXPECT_EQ(input(1e300), noErr);
-  EXPECT_EQ(input(std::nan("")), noErr);
+TEST_F(PlayThroughCallbacks, InputTimesOutOfRangeAreTheNearestThatTheRingHas) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+  const std::vector<std::pair<double, std::int64_t>> cases{{1e300, kMost},
+                                                           {1e19, kMost},
+                                                           {9223372036854775808.0, kMost},
+                                                           {-9223372036854775808.0, kLeast},
+                                                           {-1e300, kLeast},
+                                                           {std::nan(""), kLeast}};
+  for (const auto& [time_frames, stored] : cases) {
+    routing_test::PlayThroughMachine machine;
+    machine.startPlaying();
+    EXPECT_EQ(machine.host.audioUnits.driveInput(at(time_frames), 1), noErr);
+    std::int64_t start = 0;
+    std::int64_t end = 0;
+    machine.playThrough->ringBuffer->getTimeBounds(start, end);
+    EXPECT_EQ(end, stored == kMost ? kLeast : kLeast + 1) << time_frames;
+  }
 }
 
 TEST_F(PlayThroughCallbacks, InputReturnsAFailureToRenderAndStoresNothing) {

@@ -145,6 +145,9 @@ TEST_F(PlayThroughStart, InitDevicesFailsWithEachOfItsReads) {
     AudioPlayThrough other(host.host);
     const bool result = other.initDevices(kSpeakers);
     host.audioHardware.heal();
+    // The first read is the loopback's id: without it nothing else is tried.
+    const bool isFirst = object == platform::kAudioObjectSystemObject;
+    EXPECT_EQ(other.outputDevice.deviceID, isFirst ? 0 : kSpeakers);
     return !result;
   };
   EXPECT_TRUE(failing(platform::kAudioObjectSystemObject,
@@ -273,6 +276,8 @@ TEST_F(PlayThroughStart, TheClientFormatIsTheOneBehindTheInputUnit) {
   client.mFormatFlags |= 1U << 30;
   host.audioUnits.setFormat(UnitKind::kInput, kAudioUnitScope_Output, 1, client);
   ASSERT_EQ(playThrough->start(), noErr);
+  EXPECT_EQ(host.audioUnits.format(UnitKind::kVarispeed, kAudioUnitScope_Input, 0).mSampleRate,
+            48000);
   EXPECT_EQ(host.audioUnits.format(UnitKind::kVarispeed, kAudioUnitScope_Input, 0).mFormatFlags,
             client.mFormatFlags);
   EXPECT_EQ(host.audioUnits.format(UnitKind::kOutput, kAudioUnitScope_Input, 0).mFormatFlags,
@@ -286,6 +291,15 @@ TEST_F(PlayThroughStart, PresetsTheTimesAndTheOffset) {
   EXPECT_EQ(playThrough->firstInputTime.load(), -1.0);
   EXPECT_EQ(playThrough->firstOutputTime, -1.0);
   EXPECT_EQ(playThrough->inputToOutputOffset, 16 + 512 + 24 + 256);
+}
+
+TEST_F(PlayThroughStart, AStartThatFailsAtOnceHasPresetEverything) {
+  playThrough->ringBuffer = std::make_unique<RingBuffer>();
+  playThrough->inputToOutputOffset = 5;
+  host.audioUnits.removeComponent(UnitKind::kInput);
+  EXPECT_NE(playThrough->start(), noErr);
+  EXPECT_EQ(playThrough->inputToOutputOffset, 0);
+  expectNothingLeft();
 }
 
 // The parts are unsigned 32-bit frames; their sum wraps to a signed number.

@@ -15,8 +15,6 @@ using loopback::DefaultGuard;
 using loopback::deviceNameOf;
 using loopback::MetadataValue;
 
-const DefaultChoice kLoopback = choiceOf(loopback::kLoopbackDeviceUID);
-
 // A session manager's metadata: every write comes back as a change.
 class FakeKeys : public loopback::DefaultKeys {
  public:
@@ -51,6 +49,7 @@ class DefaultGuardTest : public testing::Test {
     guard.configuredChanged(kLoopback);
     guard.effectiveChanged(kLoopback);
   }
+  const DefaultChoice kLoopback = choiceOf(loopback::kLoopbackDeviceUID);
   FakeKeys keys;
   FakeMemory memory;
   DefaultGuard guard{keys, memory};

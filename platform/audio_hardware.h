@@ -100,7 +100,8 @@ struct StringRefRelease {
 using OwnedString = std::unique_ptr<const StringObject, StringRefRelease>;
 
 // Main thread, except AudioDeviceGetCurrentTime(). No call waits for the audio server without a
-// limit: a server that does not answer reads as an error.
+// limit: a server that does not answer reads as an error. A call without a qualifier gives it the
+// size 0 and null.
 class AudioHardware {
  public:
   virtual ~AudioHardware() = default;

@@ -52,14 +52,12 @@ bool holdsRecentEnoughDriver(const suite::Environment& environment, const std::s
   const std::optional<platform::Dictionary> info = bundle->infoDictionary();
   if (!info) return false;
   const auto entry = info->find(kBundleShortVersionKey);
-  if (entry == info->end()) return false;
-  const auto* const text = entry->second.as<std::string>();
+  const auto* const text = entry == info->end() ? nullptr : entry->second.as<std::string>();
   return text != nullptr && isRecentEnough(AudioDriver::parseVersion(*text));
 }
 
 std::string joined(const std::string& folder, const char* name) {
-  const bool hasSlash = !folder.empty() && folder.back() == '/';
-  return folder + (hasSlash ? "" : "/") + name;
+  return folder + (folder.ends_with('/') ? "" : "/") + name;
 }
 
 // The path of the first suite application that holds a recent enough driver.
@@ -78,18 +76,16 @@ std::optional<std::string> suiteWithDriver(const suite::Environment& environment
 class AdministratorRights {
  public:
   explicit AdministratorRights(platform::Authorization& authorization)
-      : authorization_(authorization) {}
+      : authorization_(authorization),
+        created_(authorization.AuthorizationCreate(platform::kAuthorizationFlagDefaults,
+                                                   &reference_) == noErr) {}
   ~AdministratorRights() {
     if (created_) authorization_.AuthorizationFree(reference_);
   }
   AdministratorRights(const AdministratorRights&) = delete;
   AdministratorRights& operator=(const AdministratorRights&) = delete;
 
-  bool create() {
-    created_ = authorization_.AuthorizationCreate(platform::kAuthorizationFlagDefaults,
-                                                  &reference_) == noErr;
-    return created_;
-  }
+  [[nodiscard]] bool created() const { return created_; }
   bool obtain() {
     return authorization_.AuthorizationCopyRights(reference_, platform::kAuthorizationRightAdmin,
                                                   platform::kAuthorizationFlagInteractionAllowed |
@@ -105,14 +101,14 @@ class AdministratorRights {
  private:
   platform::Authorization& authorization_;
   platform::AuthorizationRef reference_ = nullptr;
-  bool created_ = false;
+  bool created_;
 };
 
 enum class Launch { kStarted, kRefused, kFailed };
 
 Launch launchInstaller(const suite::Environment& environment, const std::string& pathToTool) {
   AdministratorRights rights(environment.host.authorization);
-  if (!rights.create()) return Launch::kFailed;
+  if (!rights.created()) return Launch::kFailed;
   const bool granted = rights.obtain();
   // The password dialog has come to the front.
   environment.host.application.activateIgnoringOtherApps(true);
@@ -161,21 +157,21 @@ std::vector<std::int64_t> numbersIn(std::string_view text) {
 }  // namespace
 
 AudioDeviceID AudioDriver::getLoopbackDeviceID(const suite::Environment& environment) {
-  AudioDeviceID device = 0;
+  AudioDeviceID device = platform::kAudioObjectUnknown;
   const OSStatus status =
       readByLoopbackUID(environment.host.audioHardware, platform::kAudioObjectSystemObject,
                         platform::kAudioHardwarePropertyTranslateUIDToDevice, device);
-  return status == noErr ? device : 0;
+  return status == noErr ? device : platform::kAudioObjectUnknown;
 }
 
 AudioDeviceID AudioDriver::getCurrentOutputAudioDevice(const suite::Environment& environment) {
-  AudioDeviceID device = 0;
+  AudioDeviceID device = platform::kAudioObjectUnknown;
   std::uint32_t size_bytes = sizeof device;
   const OSStatus status = environment.host.audioHardware.AudioObjectGetPropertyData(
       platform::kAudioObjectSystemObject,
       globalAddress(platform::kAudioHardwarePropertyDefaultOutputDevice), 0, nullptr, &size_bytes,
       &device);
-  return status == noErr ? device : 0;
+  return status == noErr ? device : platform::kAudioObjectUnknown;
 }
 
 bool AudioDriver::setDeviceAsDefault(const suite::Environment& environment, AudioDeviceID device) {
@@ -186,8 +182,8 @@ bool AudioDriver::setDeviceAsDefault(const suite::Environment& environment, Audi
 bool AudioDriver::showLoopbackDevice(const suite::Environment& environment, bool show) {
   platform::AudioHardware& hardware = environment.host.audioHardware;
   const AudioDeviceID device = getLoopbackDeviceID(environment);
-  if (device == 0) return false;
-  AudioObjectID control = 0;
+  if (device == platform::kAudioObjectUnknown) return false;
+  AudioObjectID control = platform::kAudioObjectUnknown;
   if (readByLoopbackUID(hardware, device, platform::kAudioObjectPropertyControlList, control) !=
       noErr) {
     return false;
@@ -216,14 +212,13 @@ std::int64_t AudioDriver::comapreVersion(const AudioDriverVersion& a,
 
 AudioDriverVersion AudioDriver::version(const suite::Environment& environment) {
   const AudioDeviceID device = getLoopbackDeviceID(environment);
-  if (device == 0) return {};
+  if (device == platform::kAudioObjectUnknown) return {};
   platform::StringRef text = nullptr;
   std::uint32_t size_bytes = sizeof text;
   const OSStatus status = environment.host.audioHardware.AudioDeviceGetProperty(
       device, 0, false, platform::kAudioDevicePropertyDeviceManufacturerCFString, &size_bytes,
       &text);
-  if (status != noErr) return {};
-  const platform::OwnedString owned(text);
+  const platform::OwnedString owned(status == noErr ? text : nullptr);
   return owned == nullptr ? AudioDriverVersion{} : parseVersion(owned->text());
 }
 

@@ -27,7 +27,6 @@ std::shared_ptr<AudioWaiter> AudioWaiter::initWithObject(suite::Environment envi
   waiter->_timerCheck = environment.host.runLoop.scheduledTimer(
       kPollInterval_s, std::move(object), true,
       [waiter](const platform::TimerPtr& timer) { waiter->timerFireCheck(timer); });
-  waiter->_counter = 0;
   return waiter;
 }
 
@@ -50,7 +49,8 @@ void AudioWaiter::timerFireCheck(const platform::TimerPtr& timer) {
   if (environment_.host.capture.deviceWithUniqueID(kLoopbackDeviceUID) != nullptr) {
     endPolling();
     const platform::AudioDeviceID loopback = AudioDriver::getLoopbackDeviceID(environment_);
-    if (loopback != 0) AudioDriver::setDeviceAsDefault(environment_, loopback);
+    if (loopback != platform::kAudioObjectUnknown)
+      AudioDriver::setDeviceAsDefault(environment_, loopback);
     if (_onWaitFinished) _onWaitFinished(true, object);
   } else if (_counter != kMostUnsuccessfulPolls) {
     ++_counter;

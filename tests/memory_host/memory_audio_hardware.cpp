@@ -22,6 +22,10 @@ std::string qualifierText(std::uint32_t size_bytes, const void* qualifier) {
   return string == nullptr ? "" : string->text();
 }
 
+bool isQualifier(std::uint32_t size_bytes, const void* qualifier) {
+  return (size_bytes > 0) == (qualifier != nullptr);
+}
+
 std::string textOf(const Bytes& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -173,7 +177,9 @@ bool MemoryAudioHardware::AudioObjectHasProperty(AudioObjectID object,
 OSStatus MemoryAudioHardware::AudioObjectGetPropertyDataSize(
     AudioObjectID object, const AudioObjectPropertyAddress& address,
     std::uint32_t qualifierSize_bytes, const void* qualifier, std::uint32_t* outSize_bytes) {
-  OSStatus status = injected(object, address, FailOn::kSize);
+  OSStatus status = isQualifier(qualifierSize_bytes, qualifier)
+                        ? injected(object, address, FailOn::kSize)
+                        : platform::kAudioHardwareBadPropertySizeError;
   if (status == noErr) {
     const Property* found = find(object, address);
     if (found == nullptr) {
@@ -262,7 +268,9 @@ OSStatus MemoryAudioHardware::AudioObjectGetPropertyData(AudioObjectID object,
                                                          std::uint32_t* ioSize_bytes,
                                                          void* outData) {
   const std::string text = qualifierText(qualifierSize_bytes, qualifier);
-  const OSStatus status = read(object, address, text, ioSize_bytes, outData);
+  const OSStatus status = isQualifier(qualifierSize_bytes, qualifier)
+                              ? read(object, address, text, ioSize_bytes, outData)
+                              : platform::kAudioHardwareBadPropertySizeError;
   calls.push_back({CallKind::kGet, object, address, text, {}, status});
   return status;
 }
@@ -273,7 +281,9 @@ OSStatus MemoryAudioHardware::AudioObjectSetPropertyData(AudioObjectID object,
                                                          const void* qualifier,
                                                          std::uint32_t size_bytes,
                                                          const void* data) {
-  const OSStatus status = write(object, address, size_bytes, data);
+  const OSStatus status = isQualifier(qualifierSize_bytes, qualifier)
+                              ? write(object, address, size_bytes, data)
+                              : platform::kAudioHardwareBadPropertySizeError;
   calls.push_back({CallKind::kSet, object, address, qualifierText(qualifierSize_bytes, qualifier),
                    bytesOf(data, size_bytes), status});
   if (status == noErr && onWrite) onWrite(object, address);

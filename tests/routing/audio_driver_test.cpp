@@ -92,6 +92,7 @@ TEST_F(AudioDriverTest, ShowingFailsWithoutControlListOrWhenTheControlRefuses) {
   host.audioHardware.fail(kLoopbackID, platform::kAudioObjectPropertyControlList,
                           kAudioObjectPropertyScopeGlobal, -1);
   EXPECT_FALSE(AudioDriver::showLoopbackDevice(environment(), true));
+  EXPECT_EQ(host.audioHardware.calls.size(), 2U) << "nothing is written";
   host.audioHardware.heal();
   host.audioHardware.fail(kControlID, platform::kAudioBooleanControlPropertyValue,
                           kAudioObjectPropertyScopeGlobal, -1);
@@ -136,6 +137,7 @@ TEST_F(AudioDriverTest, TheLoadedDriverAnnouncesItsVersionAsManufacturer) {
 TEST_F(AudioDriverTest, TheVersionIsUnknownWithoutDeviceOrWhenUnreadable) {
   unloadDriver();
   EXPECT_EQ(parts(AudioDriver::version(environment())), std::tuple(0, 0, 0));
+  EXPECT_EQ(host.audioHardware.calls.size(), 1U) << "no device is asked";
   EXPECT_FALSE(AudioDriver::isLoaded(environment()));
   loadDriver("1.0.3");
   host.audioHardware.fail(kLoopbackID, platform::kAudioDevicePropertyDeviceManufacturerCFString,
@@ -247,6 +249,14 @@ TEST_F(DriverInstallation, RunsTheInstallerOfTheSuiteWithAdministratorRights) {
                           "execute /Suite.app/Contents/MacOS/DriverInstaller 0 0", "free"));
   EXPECT_THAT(host.application.journal, ElementsAre("activateIgnoringOtherApps YES"));
   EXPECT_THAT(alertTexts(), ElementsAre(kNeeded, kDone));
+}
+
+TEST_F(DriverInstallation, ASuitePathThatEndsInASlashGetsNoSecondOne) {
+  putSuite("/Suite.app", "1.0.3");
+  host.launchServices.paths = {"/Suite.app/"};
+  EXPECT_EQ(launch(), 2);
+  EXPECT_EQ(host.authorization.journal.at(2),
+            "execute /Suite.app/Contents/MacOS/DriverInstaller 0 0");
 }
 
 TEST_F(DriverInstallation, TheRightsAreGivenBackBeforeTheLastAlert) {

@@ -126,6 +126,9 @@ TEST_F(AudioWaiterTest, ADeviceWithoutAnIdStillSucceedsButLeavesTheDefaultAlone)
   poll(1);
   EXPECT_THAT(results, ElementsAre(true));
   EXPECT_EQ(host.audioHardware.defaultOutput(), kSpeakersID);
+  for (const auto& call : host.audioHardware.calls) {
+    EXPECT_NE(call.kind, memory_host::MemoryAudioHardware::CallKind::kHardwareSet);
+  }
 }
 
 // The device can still be recorded, and the user can choose it as the output.
@@ -200,7 +203,10 @@ TEST_F(AudioWaiterTest, AWaiterThatEndsWhilePollingInvalidatesItsTimerAndHidesTh
   waiter->timerCheck()->invalidate();
   poll(1);
   EXPECT_EQ(control(), kShow);
+  const platform::TimerPtr timer = host.runLoop.scheduledTimer(1, {}, true, [](const auto&) {});
+  waiter->setTimerCheck(timer);
   waiter.reset();
+  EXPECT_FALSE(timer->isValid());
   EXPECT_EQ(control(), kHide);
   EXPECT_THAT(results, IsEmpty());
 }

@@ -96,7 +96,7 @@ void PreferencesWindowController::onAudioSelect() {
 }
 
 void PreferencesWindowController::selectMicrophoneAt(std::int64_t position) {
-  const std::int64_t index = position - 1 - _indexSameAsSystemSound;
+  const std::int64_t index = position - (_indexSameAsSystemSound + 1);
   if (index < 0 || index >= static_cast<std::int64_t>(_audioDevices.size())) return;
   const std::string id = _audioDevices[static_cast<std::size_t>(index)].uniqueId();
   // In the mirror a microphone's name is its id: the suite's other tools look it up by that.

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstddef>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -18,12 +19,11 @@ namespace {
 constexpr float kSilence = 1.0F / 4096;
 
 float peakOf(const platform::AudioBuffer& buffer) {
-  const auto* samples = static_cast<const float*>(buffer.mData);
-  if (samples == nullptr) return 0;
+  const std::span samples(static_cast<const float*>(buffer.mData),
+                          buffer.mDataByteSize / sizeof(float));
   float peak = 0;
-  for (std::size_t i = 0; i < buffer.mDataByteSize / sizeof(float); ++i) {
-    const float magnitude = std::fabs(samples[i]);
-    if (magnitude > peak) peak = magnitude;  // never true of a NaN
+  for (const float sample : samples) {
+    peak = std::max(peak, std::fabs(sample));  // in this order, a NaN is never the maximum
   }
   return peak;
 }
@@ -45,12 +45,12 @@ class LevelMeter::PeakTap : public platform::CaptureAudioDataOutputSampleBufferD
                      const std::shared_ptr<platform::SampleBuffer>& buffer,
                      platform::CaptureConnection&) override {
     if (!holdsFloats(*buffer)) return;
-    std::size_t size_bytes = 0;
+    std::size_t size_bytes{};
     if (buffer->getAudioBufferListWithRetainedBlockBuffer(&size_bytes, nullptr, 0, nullptr) !=
         platform::noErr) {
       return;
     }
-    list_.resize(size_bytes / sizeof(std::uint64_t) + 1);
+    list_.resize(size_bytes);
     auto* list = reinterpret_cast<platform::AudioBufferList*>(list_.data());
     std::shared_ptr<platform::BlockBuffer> samples;
     if (buffer->getAudioBufferListWithRetainedBlockBuffer(nullptr, list, size_bytes, &samples) !=
@@ -72,13 +72,13 @@ class LevelMeter::PeakTap : public platform::CaptureAudioDataOutputSampleBufferD
   void raise(float peak) {
     // Nothing but this number passes between the threads, so relaxed order is enough.
     float current = peak_.load(std::memory_order_relaxed);
-    while (peak > current &&
-           !peak_.compare_exchange_weak(current, peak, std::memory_order_relaxed)) {
+    while (
+        !peak_.compare_exchange_weak(current, std::max(current, peak), std::memory_order_relaxed)) {
     }
   }
 
   std::atomic<float> peak_{0};
-  std::vector<std::uint64_t> list_;  // room for a buffer list; level queue only
+  std::vector<std::byte> list_;  // room for a buffer list; level queue only
 };
 
 LevelMeter::LevelMeter(suite::Environment environment,
@@ -159,7 +159,7 @@ void LevelMeter::refresh() {
   }
   const std::string id = device->uniqueID();
   if (session_ && id == deviceID_) return;
-  if (!failedDeviceID_.empty() && id == failedDeviceID_) return;
+  if (id == failedDeviceID_) return;
   close();
   if (open(device)) {
     deviceID_ = id;
@@ -198,7 +198,6 @@ void LevelMeter::close() {
   session_->stopRunning();
   session_ = nullptr;
   tap_ = nullptr;
-  deviceID_.clear();
   showLevel(0);
   if (const auto control = indicator_.lock()) control->setHidden(true);
 }

@@ -22,9 +22,11 @@ OSStatus MemorySampleBuffer::getAudioBufferListWithRetainedBlockBuffer(
     if (sizeStatus != platform::noErr) return sizeStatus;
     *sizeNeeded_bytes = size_bytes;
   }
-  if (outList == nullptr) return platform::noErr;
+  constexpr OSStatus kWrongListSize = -12737;
+  if (outList == nullptr) return listSize_bytes == 0 ? platform::noErr : kWrongListSize;
+  ++listRequests;
   if (listStatus != platform::noErr) return listStatus;
-  if (listSize_bytes < size_bytes) return -12737;  // the list does not fit
+  if (listSize_bytes < size_bytes) return kWrongListSize;
 
   outList->mNumberBuffers = buffers;
   auto* entries = reinterpret_cast<platform::AudioBuffer*>(reinterpret_cast<std::byte*>(outList) +

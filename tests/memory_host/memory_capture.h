@@ -74,6 +74,7 @@ class MemorySampleBuffer : public platform::SampleBuffer {
   std::shared_ptr<MemoryBlockBuffer> block;
   platform::OSStatus sizeStatus = platform::noErr;
   platform::OSStatus listStatus = platform::noErr;
+  mutable int listRequests = 0;
 };
 
 // Float, non-interleaved: the `planes` one after the other.

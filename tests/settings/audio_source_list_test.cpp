@@ -242,6 +242,15 @@ TEST_F(AudioSourceListTest, FallsBackWhileTheChosenMicrophoneIsAwayAndReturnsToI
   EXPECT_EQ(controller->audioCaptureDevice()->uniqueID(), "mic");
 }
 
+TEST_F(AudioSourceListTest, HasNoPositionsOnceItsMenuIsGone) {
+  const auto controller = showController();
+  shown().audioSource.reset();
+  machine_.capture.connect("a", "A");
+  EXPECT_EQ(controller->indexSameAsSystemSound(), -1);
+  EXPECT_EQ(controller->indexSystemAudio(), -1);
+  EXPECT_EQ(controller->indexNoSound(), -1);
+}
+
 TEST_F(AudioSourceListTest, KeepsItsListWhileNoWindowIsLoaded) {
   const auto controller = makeController();
   machine_.capture.connect("mic", "Mic");

@@ -56,7 +56,14 @@ TEST_F(LevelMeterTest, ListensToTheChosenDeviceWhileTheWindowIsVisible) {
   ASSERT_THAT(sessions(), SizeIs(1));
   EXPECT_EQ(heard(), "mic");
   EXPECT_TRUE(sessions()[0]->running);
+  EXPECT_THAT(sessions()[0]->outputs(), SizeIs(1));
   EXPECT_FALSE(indicator().hidden);
+}
+
+TEST_F(LevelMeterTest, ListensAtOnceInAWindowThatIsVisibleAndNotKey) {
+  const auto controller = makeController();
+  controller->window()->orderFront();
+  EXPECT_TRUE(isListening());
 }
 
 TEST_F(LevelMeterTest, NeverPostsANotificationThatARecorderWouldTakeForItsOwn) {
@@ -72,6 +79,14 @@ TEST_F(LevelMeterTest, StopsAtOnceWhenTheWindowIsHidden) {
   EXPECT_FALSE(isListening());
   EXPECT_EQ(indicator().level(), 0);
   EXPECT_EQ(machine_.runLoop.timerCount(), 0U);
+  EXPECT_TRUE(machine_.capture.dataOutputs.back()->delegate.expired()) << "nothing measures";
+}
+
+TEST_F(LevelMeterTest, StopsAtOnceOnDoneBeforeTheWindowSaysThatItIsHidden) {
+  const auto controller = showController();
+  shown().window->setDelegate({});
+  shown().clickDone();
+  EXPECT_FALSE(isListening());
 }
 
 TEST_F(LevelMeterTest, StopsAtOnceOnDoneAndWithTheController) {
@@ -91,6 +106,9 @@ TEST_F(LevelMeterTest, ListensAgainWhenTheWindowIsShownAgain) {
   controller->showWindow();
   EXPECT_TRUE(isListening());
   EXPECT_THAT(sessions(), SizeIs(2));
+  deliver({{0.5F}});
+  step();
+  EXPECT_FLOAT_EQ(indicator().level(), 0.5F);
 }
 
 TEST_F(LevelMeterTest, DoesNotOpenTheDeviceWithoutAccess) {
@@ -111,6 +129,7 @@ TEST_F(LevelMeterTest, DoesNotOpenTheDeviceWithoutAThread) {
   const auto controller = showController();
   EXPECT_FALSE(isListening());
   EXPECT_TRUE(indicator().hidden);
+  EXPECT_THAT(machine_.suite.logLines.at(0), testing::HasSubstr("there is no thread to spare"));
 }
 
 TEST_F(LevelMeterTest, OpensTheDeviceOnceAccessIsGrantedAndReleasesItOnceWithdrawn) {
@@ -192,6 +211,7 @@ TEST_F(LevelMeterTest, FollowsTheDefaultInputWithinASecond) {
 
 TEST_F(LevelMeterTest, LooksForANewDefaultInputAfterExactlyASecond) {
   machine_.capture.connect("usb", "USB");
+  machine_.clock.now_ns = 3'600'000'000'000;
   for (const auto& [late_ms, device] : {std::pair{999, "mic"}, std::pair{1000, "usb"}}) {
     machine_.capture.defaultAudioID = "mic";
     const auto controller = showController();
@@ -200,6 +220,17 @@ TEST_F(LevelMeterTest, LooksForANewDefaultInputAfterExactlyASecond) {
     machine_.runLoop.settle();
     EXPECT_EQ(heard(), device) << late_ms;
   }
+}
+
+TEST_F(LevelMeterTest, LooksForANewDefaultInputOnlyOnceASecond) {
+  machine_.capture.connect("usb", "USB");
+  const auto controller = showController();
+  second();
+  machine_.capture.defaultAudioID = "usb";
+  machine_.runLoop.advance(0.5);
+  EXPECT_EQ(heard(), "mic");
+  machine_.runLoop.advance(0.5);
+  EXPECT_EQ(heard(), "usb");
 }
 
 TEST_F(LevelMeterTest, KeepsItsSessionWhenNothingChanged) {
@@ -227,6 +258,27 @@ TEST_F(LevelMeterTest, ShowsNothingOfTheChannelsOfAnEarlierBuffer) {
   deliver({{0.1F}});
   step();
   EXPECT_FLOAT_EQ(indicator().level(), 0.1F);
+}
+
+TEST_F(LevelMeterTest, ShowsNothingOfAnEarlierBufferForOneThatCannotBeRead) {
+  const auto controller = showController();
+  const auto loud = memory_host::floatSampleBuffer({{0.9F}});
+  machine_.capture.dataOutputs.back()->deliver(loud);
+  machine_.runLoop.settle();
+  step(100);
+  const auto unreadable = memory_host::floatSampleBuffer({{0.1F}});
+  unreadable->listStatus = -1;
+  machine_.capture.dataOutputs.back()->deliver(unreadable);
+  machine_.runLoop.settle();
+  step();
+  EXPECT_EQ(indicator().level(), 0);
+}
+
+TEST_F(LevelMeterTest, ShowsNothingOfABufferWithoutSamples) {
+  const auto controller = showController();
+  deliver({{}});
+  step();
+  EXPECT_THAT(indicator().levels, IsEmpty());
 }
 
 TEST_F(LevelMeterTest, ShowsTheHighestPeakSinceTheLastStep) {
@@ -259,7 +311,7 @@ TEST_F(LevelMeterTest, FallsSmoothlyToNothing) {
   const float perStep =
       std::exp(-static_cast<float>(LevelMeter::kInterval_s / LevelMeter::kDecay_s));
   for (std::size_t i = 1; i + 1 < levels.size(); ++i) {
-    EXPECT_NEAR(levels[i] / levels[i - 1], perStep, 0.01);
+    EXPECT_NEAR(levels[i] / levels[i - 1], perStep, 1e-5);
   }
 }
 
@@ -311,9 +363,14 @@ TEST_F(LevelMeterTest, IgnoresSamplesItCannotRead) {
   unreadable->listStatus = -1;
   deliverBuffer();
   unreadable->listStatus = 0;
+  EXPECT_EQ(unreadable->listRequests, 1);
   unreadable->sizeStatus = -1;
   deliverBuffer();
+  EXPECT_EQ(unreadable->listRequests, 1);
   unreadable->sizeStatus = 0;
+  unreadable->description.formatList[0].mBitsPerChannel = 64;
+  deliverBuffer();
+  unreadable->description.formatList[0].mBitsPerChannel = 32;
   unreadable->description.formatList[0].mFormatFlags = platform::kAudioFormatFlagIsSignedInteger;
   deliverBuffer();
   unreadable->description.formatList.clear();
@@ -341,6 +398,17 @@ TEST_F(LevelMeterTest, GivesUpADeviceThatFailsUntilSomethingChanges) {
   shown().window->becomeKey();
   EXPECT_THAT(sessions(), SizeIs(2));
   EXPECT_FALSE(indicator().hidden);
+}
+
+TEST_F(LevelMeterTest, ADefaultInputThatFailsDoesNotBarTheNextOne) {
+  machine_.capture.connect("usb", "USB");
+  const auto controller = showController();
+  sessions().back()->running = false;
+  step();
+  machine_.capture.defaultAudioID = "usb";
+  second();
+  EXPECT_TRUE(isListening());
+  EXPECT_EQ(heard(), "usb");
 }
 
 TEST_F(LevelMeterTest, LogsOnceThatADeviceCannotBeOpened) {

@@ -135,5 +135,32 @@ TEST_F(AlertTest, KeepsTheMainLoopRunning) {
   EXPECT_TRUE(ran);
 }
 
+TEST_F(AlertTest, BelongsToTheWindowOrAlertBelowIt) {
+  answer(alert_, [](QMessageBox& box) {
+    EXPECT_EQ(box.parentWidget(), nullptr) << "nothing is shown";
+    box.close();
+  });
+  show();
+  answer(alert_, [this](QMessageBox& outer) {
+    EXPECT_EQ(outer.parentWidget(), &dialog());
+    answer(alert_, [&outer](QMessageBox& inner) {
+      EXPECT_EQ(inner.parentWidget(), &outer);
+      inner.close();
+    });
+    outer.close();
+  });
+  window_->orderOut();
+  answer(alert_, [](QMessageBox& box) {
+    EXPECT_EQ(box.parentWidget(), nullptr) << "the window is hidden";
+    box.close();
+  });
+}
+
+TEST_F(AlertTest, IsDeclinedWhenItsWindowGoes) {
+  show();
+  EXPECT_EQ(answer(alert_, [this](QMessageBox&) { window_.reset(); }),
+            platform::kAlertFirstButtonReturn + 2);
+}
+
 }  // namespace
 }  // namespace linux_host

@@ -19,7 +19,7 @@ UPDATE_LIMIT_S = 0.2
 PLUGGINGS = 5
 # AT-SPI's role names, with the number of each: the link to the privacy settings is visible only
 # while access to the microphone is denied.
-EXPECTED = {"combo box": 3, "button": 3}
+EXPECTED = {"combo box": 3, "button": 2, "link": 1, "progress bar": 1}
 # The names of roles in earlier releases of AT-SPI.
 EARLIER_NAMES = {"push button": "button"}
 

@@ -53,18 +53,24 @@ class OutputLocationTest : public WindowsTest {
     EXPECT_TRUE(user.done());
     return outcome;
   }
-  Outcome change() {
-    Outcome outcome;
-    port_->handleOutputLocationChanged([&](bool success, int,
-                                           const std::optional<std::string>& message,
-                                           const platform::Dictionary& details) {
-      ++outcome.calls;
-      outcome.success = success;
-      outcome.message = message;
-      outcome.details = details;
+  // Begins a change; the outcome is there at once or later.
+  std::shared_ptr<Outcome> begin() {
+    auto outcome = std::make_shared<Outcome>();
+    port_->handleOutputLocationChanged([outcome](bool success, int,
+                                                 const std::optional<std::string>& message,
+                                                 const platform::Dictionary& details) {
+      ++outcome->calls;
+      outcome->success = success;
+      outcome->message = message;
+      outcome->details = details;
     });
-    EXPECT_EQ(outcome.calls, 1);
     return outcome;
+  }
+  Outcome change() {
+    const auto outcome = begin();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return outcome->calls > 0; }));
+    EXPECT_EQ(outcome->calls, 1);
+    return *outcome;
   }
   Outcome choose(const std::string& folder) {
     return change([folder](QFileDialog& chooser) {
@@ -171,28 +177,56 @@ TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsOrTakesTheSameFolder)
   EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("before")));
 }
 
-TEST_F(OutputLocationTest, WaitsForTheDesktopsOwnChooser) {
+TEST_F(OutputLocationTest, GoesOnWhileTheDesktopsOwnChooserIsOpen) {
   std::string openedAt;
-  int blockedClicks = 0;
+  std::function<void(FolderChoice)> answer;
   services().desktopChooser = [&](const std::string& opened, const auto& done) {
     openedAt = opened;
-    // Later, while the user is in a dialog of another program.
-    QTimer::singleShot(0, qApp, [&, done] {
-      clickOnScreen();
-      blockedClicks = static_cast<int>(owner_.actions.size());
-      EXPECT_EQ(qobject_cast<QFileDialog*>(QApplication::activeModalWidget()), nullptr);
-      done({true, path("after")});
-    });
+    answer = done;
   };
-  const Outcome outcome = change();
-  EXPECT_TRUE(outcome.success);
-  EXPECT_EQ(outcome.details, (platform::Dictionary{{"Changed", true}}));
+  const auto outcome = begin();
+  ASSERT_TRUE(answer) << "the call must not wait for the user";
+  EXPECT_EQ(outcome->calls, 0);
+  EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << "nothing unseen blocks the window";
+  clickOnScreen();
+  EXPECT_THAT(owner_.actions, IsEmpty()) << "one choice at a time";
+  EXPECT_EQ(begin()->details, platform::Dictionary{}) << "and nothing for another one";
+  QTest::mouseClick(&widget("outputFolderLink"), Qt::LeftButton);
+  EXPECT_THAT(owner_.actions, ElementsAre("onRevealOutputFolder"));
+
+  answer({true, path("after")});
+  EXPECT_EQ(outcome->calls, 1);
+  EXPECT_TRUE(outcome->success);
+  EXPECT_EQ(outcome->details, (platform::Dictionary{{"Changed", true}}));
   EXPECT_EQ(openedAt, path("before"));
   EXPECT_THAT(services().asked, ElementsAre(path("after")));
   EXPECT_EQ(button().accessibleDescription(), QString::fromStdString(path("after")));
-  EXPECT_EQ(blockedClicks, 0) << "the window takes no other request meanwhile";
   clickOnScreen();
-  EXPECT_THAT(owner_.actions, ElementsAre("onOutputLocationChanged"));
+  EXPECT_THAT(owner_.actions, ElementsAre("onRevealOutputFolder", "onOutputLocationChanged"));
+}
+
+TEST_F(OutputLocationTest, AChoiceEndsWithItsWindow) {
+  std::function<void(FolderChoice)> answer;
+  services().desktopChooser = [&](const std::string&, const auto& done) { answer = done; };
+  const auto byDesktop = begin();
+  port_.reset();
+  window_.reset();
+  EXPECT_EQ(byDesktop->calls, 1);
+  EXPECT_TRUE(byDesktop->success);
+  answer({true, path("after")});
+  EXPECT_EQ(byDesktop->calls, 1);
+  EXPECT_THAT(services().asked, IsEmpty());
+
+  services().desktopChooser = nullptr;
+  show();
+  port_ = owner_.outlet<suite::OutputLocationButton>("outputLocation");
+  const auto byToolkit = begin();
+  ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activeModalWidget() != nullptr; }));
+  EXPECT_EQ(QApplication::activeModalWidget()->parentWidget(), &dialog());
+  port_.reset();
+  window_.reset();
+  EXPECT_EQ(byToolkit->calls, 1);
+  EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
 }
 
 TEST_F(OutputLocationTest, ChangesNothingWhenTheUserCancelsTheDesktopsOwnChooser) {
@@ -212,12 +246,6 @@ TEST_F(OutputLocationTest, ShowsItsOwnChooserWhenTheDesktopsFails) {
 TEST_F(OutputLocationTest, ADialogDoesNotKeepTheProgramFromQuitting) {
   EXPECT_TRUE(change([](QFileDialog&) { services().endDialogs(); }).success);
   EXPECT_THAT(services().asked, IsEmpty());
-  // Another program's dialog that is never answered.
-  services().desktopChooser = [](const std::string&, const auto&) {
-    QTimer::singleShot(0, qApp, [] { services().endDialogs(); });
-  };
-  EXPECT_TRUE(change().success);
-  EXPECT_THAT(services().asked, IsEmpty());
   EXPECT_TRUE(dialog().isVisible()) << "the window is no dialog that waits for an answer";
 }
 
@@ -236,7 +264,7 @@ TEST_F(OutputLocationTest, KeepsTheOldFolderAndSaysWhyWhenTheNewOneCannotBeUsed)
     return true;
   });
   const Outcome outcome = choose(path("after"));
-  EXPECT_TRUE(reader.done());
+  EXPECT_TRUE(QTest::qWaitFor([&] { return reader.done(); }));
   EXPECT_EQ(said, text("The folder cannot be used."));
   EXPECT_EQ(why.toStdString(), services().refusal);
   EXPECT_EQ(format, Qt::PlainText);

@@ -2,6 +2,8 @@
 #include <QAccessible>
 #include <QSignalSpy>
 #include <QStandardItemModel>
+#include <QToolTip>
+#include <QWheelEvent>
 
 #include "tests/windows/windows_fixture.h"
 
@@ -39,9 +41,12 @@ class PopUpButtonTest : public WindowsTest {
     ASSERT_TRUE(shows(port_->numberOfItems()));
     ASSERT_TRUE(QTest::qWaitFor([&] { return box().currentIndex() == selected; }));
   }
-  void pickRow(int row) {
+  void openMenu() {
     box().showPopup();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(menu().window()));
+  }
+  void pickRow(int row) {
+    openMenu();
     menu().setCurrentIndex(menu().model()->index(row, 0));
     QTest::keyClick(&menu(), Qt::Key_Return);
   }
@@ -169,10 +174,70 @@ TEST_F(PopUpButtonTest, TakesNoPickOfADeviceThatHasJustGone) {
 TEST_F(PopUpButtonTest, DoesNotPickSeparators) {
   show();
   fillAndShow({"One"}, 1);
-  box().setFocus();
-  QTest::keyClick(&box(), Qt::Key_Down);
+  openMenu();
+  QTest::keyClick(&menu(), Qt::Key_Down);
+  QTest::keyClick(&menu(), Qt::Key_Return);
   EXPECT_EQ(box().currentText(), QStringLiteral("Computer"));
   EXPECT_EQ(port_->indexOfSelectedItem(), 3);
+}
+
+// A step too far would choose "Computer", which installs a driver.
+TEST_F(PopUpButtonTest, TheWheelPicksNothingInAClosedBox) {
+  show();
+  fillAndShow({"One", "Two"}, 1);
+  box().setFocus();
+  for (const int turn : {-120, 120, -1200}) {
+    QWheelEvent wheel(box().rect().center(), box().mapToGlobal(box().rect().center()), {},
+                      QPoint(0, turn), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(&box(), &wheel);
+    EXPECT_EQ(box().currentIndex(), 1) << turn;
+  }
+  EXPECT_THAT(owner_.actions, ElementsAre());
+}
+
+TEST_F(PopUpButtonTest, KeysOpenTheMenuAndPickNothing) {
+  show();
+  fillAndShow({"One", "Two"}, 1);
+  for (const int key : {Qt::Key_Up, Qt::Key_Down, Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_Home,
+                        Qt::Key_End, Qt::Key_C}) {
+    box().setFocus();
+    QTest::keyClick(&box(), static_cast<Qt::Key>(key));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return menu().isVisible(); })) << key;
+    EXPECT_EQ(box().currentIndex(), 1) << key;
+    QTest::keyClick(&menu(), Qt::Key_Escape);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !menu().isVisible(); })) << key;
+  }
+  EXPECT_EQ(port_->indexOfSelectedItem(), 1);
+  EXPECT_THAT(owner_.actions, ElementsAre());
+}
+
+TEST_F(PopUpButtonTest, ALetterIsConfirmedInTheMenu) {
+  show();
+  fillAndShow({"One", "Two"}, 1);
+  box().setFocus();
+  QTest::keyClick(&box(), Qt::Key_C);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return menu().isVisible(); }));
+  EXPECT_EQ(menu().currentIndex().data().toString(), QStringLiteral("Computer"));
+  QTest::keyClick(&menu(), Qt::Key_Return);
+  EXPECT_THAT(owner_.actions, ElementsAre("onAudioSelect"));
+  EXPECT_EQ(port_->indexOfSelectedItem(), 4);
+}
+
+TEST_F(PopUpButtonTest, ANameTooLongForTheBoxHasAToolTip) {
+  show();
+  const QString name = QString(80, u'm') + QStringLiteral(" <b>");
+  fillAndShow({"One", name.toStdString()}, 1);
+  const auto toolTip = [this] {
+    QToolTip::hideText();
+    QHelpEvent help(QEvent::ToolTip, box().rect().center(),
+                    box().mapToGlobal(box().rect().center()));
+    QCoreApplication::sendEvent(&box(), &help);
+    return QToolTip::text();
+  };
+  EXPECT_EQ(toolTip(), QString());
+  fillAndShow({"One", name.toStdString()}, 2);
+  EXPECT_TRUE(toolTip().contains(name.toHtmlEscaped())) << toolTip().toStdString();
+  QToolTip::hideText();
 }
 
 struct Name {

@@ -24,6 +24,12 @@ class PreferencesInterfaceTest : public WindowsTest {
     return PreferencesWindowController::initWithWindowNibName(
         machine_.environment, "AudioPreferencesWindow", {}, [this] { ++quits_; });
   }
+  static void pick(QComboBox& box, int row) {
+    box.showPopup();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(box.view()->window()));
+    box.view()->setCurrentIndex(box.model()->index(row, 0));
+    QTest::keyClick(box.view(), Qt::Key_Return);
+  }
   // The names of the controls in the order of the Tab key.
   std::vector<std::string> tabOrder() {
     std::vector<std::string> order;
@@ -79,12 +85,12 @@ TEST_F(PreferencesInterfaceTest, WorksWithTheController) {
   auto& source = widget<QComboBox>("audioSource");
   ASSERT_TRUE(QTest::qWaitFor([&] { return source.count() == 6; }));
   EXPECT_EQ(source.currentText(), QStringLiteral("Default input device"));
-  QTest::keyClick(&source, Qt::Key_Down);
+  pick(source, 1);
   EXPECT_EQ(controller->audioSourceType(), 2);
   EXPECT_EQ(controller->audioSourceID(), "mic");
-  QTest::keyClick(&widget("soundFormatPopUp"), Qt::Key_Down);
+  pick(widget<QComboBox>("soundFormatPopUp"), 1);
   EXPECT_EQ(controller->soundFormat(), 1U);
-  QTest::keyClick(&widget("qualityPopUp"), Qt::Key_End);
+  pick(widget<QComboBox>("qualityPopUp"), 2);
   EXPECT_EQ(controller->quality(), 2U);
 
   machine_.capture.connect("usb", "USB");
@@ -150,6 +156,58 @@ TEST_F(PreferencesInterfaceTest, TabVisitsTheControlsFromTopToBottom) {
                                       "outputLocation", "outputFolderLink", "doneButton"));
 }
 
+// Return presses what has the keyboard; where that is no button, Done.
+TEST_F(PreferencesInterfaceTest, ReturnPressesTheButtonThatHasTheKeyboard) {
+  services().changeShortcut({.offered = true, .trigger = {}});
+  show();
+  const std::pair<const char*, const char*> acts[] = {
+      {"outputLocation", "onOutputLocationChanged"},
+      {"outputFolderLink", "onRevealOutputFolder"},
+      {"privacySettingsLink", "onOpenPrivacySettings"},
+      {"audioSource", "onDoneClicked"},
+      {"doneButton", "onDoneClicked"}};
+  for (const int key : {Qt::Key_Return, Qt::Key_Enter}) {
+    for (const auto& [name, action] : acts) {
+      owner_.actions.clear();
+      widget(name).setFocus();
+      QTest::keyClick(&widget(name), static_cast<Qt::Key>(key));
+      EXPECT_THAT(owner_.actions, ElementsAre(action)) << name;
+    }
+  }
+  widget("shortcutButton").setFocus();
+  QTest::keyClick(&widget("shortcutButton"), Qt::Key_Return);
+  EXPECT_EQ(services().shortcutChoices.size(), 1U);
+}
+
+TEST_F(PreferencesInterfaceTest, TheLevelHasAValueForScreenReaders) {
+  show();
+  QAccessibleInterface* level = QAccessible::queryAccessibleInterface(&widget("audioLevel"));
+  ASSERT_NE(level, nullptr);
+  QAccessibleValueInterface* value = level->valueInterface();
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(value->minimumValue().toInt(), 0);
+  EXPECT_EQ(value->maximumValue().toInt(), 100);
+  const auto port = owner_.outlet<platform::LevelIndicator>("audioLevel");
+  port->setLevel(0.03162278F);  // -30 dB
+  EXPECT_EQ(value->currentValue().toInt(), 50);
+  value->setCurrentValue(90);
+  EXPECT_EQ(value->currentValue().toInt(), 50) << "only the sound changes it";
+  port->setLevel(1);
+  EXPECT_EQ(value->currentValue().toInt(), 100);
+}
+
+TEST_F(PreferencesInterfaceTest, ScreenReadersPressLinks) {
+  show();
+  QAccessibleInterface* link = QAccessible::queryAccessibleInterface(&widget("outputFolderLink"));
+  ASSERT_NE(link, nullptr);
+  QAccessibleActionInterface* actions = link->actionInterface();
+  ASSERT_NE(actions, nullptr);
+  ASSERT_TRUE(actions->actionNames().contains(QAccessibleActionInterface::pressAction()));
+  actions->doAction(QAccessibleActionInterface::pressAction());
+  EXPECT_THAT(owner_.actions, ElementsAre("onRevealOutputFolder"));
+  EXPECT_TRUE(link->state().focusable);
+}
+
 TEST_F(PreferencesInterfaceTest, HidingTheLevelDoesNotMoveTheOtherControls) {
   show();
   const auto level = owner_.outlet<platform::LevelIndicator>("audioLevel");
@@ -189,9 +247,9 @@ TEST_P(LanguageTest, EveryControlHasAnAccessibleNameAndRole) {
   const std::map<std::string, QAccessible::Role> roles{
       {"audioSource", QAccessible::ComboBox},    {"soundFormatPopUp", QAccessible::ComboBox},
       {"qualityPopUp", QAccessible::ComboBox},   {"outputLocation", QAccessible::Button},
-      {"outputFolderLink", QAccessible::Button}, {"privacySettingsLink", QAccessible::Button},
+      {"outputFolderLink", QAccessible::Link},   {"privacySettingsLink", QAccessible::Link},
       {"doneButton", QAccessible::Button},       {"audioWarning", QAccessible::StaticText},
-      {"shortcutButton", QAccessible::Button}};
+      {"shortcutButton", QAccessible::Button},   {"audioLevel", QAccessible::ProgressBar}};
   for (const auto& [name, role] : roles) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&widget(name.c_str()));
     ASSERT_NE(accessible, nullptr) << name;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/link_widget.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyle>
@@ -69,6 +70,14 @@ void LinkWidget::mousePressEvent(QMouseEvent* event) {
   QAbstractButton::mousePressEvent(event);
 }
 
+void LinkWidget::keyPressEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+    click();
+    return;
+  }
+  QAbstractButton::keyPressEvent(event);
+}
+
 bool LinkWidget::event(QEvent* event) {
   const bool handled = QAbstractButton::event(event);
   if (event->type() == QEvent::WindowActivate || event->type() == QEvent::WindowDeactivate)
@@ -88,6 +97,23 @@ void LinkWidget::updatePointer() {
       area_ && (area_->options & platform::kTrackingActiveInKeyWindow) != 0;
   if (!tracked || !underMouse() || (onlyInKeyWindow && !isActiveWindow())) return;
   if (const auto responder = responder_.lock()) responder->cursorUpdate();
+}
+
+QString LinkAccessible::text(QAccessible::Text kind) const {
+  const QString text = QAccessibleWidget::text(kind);
+  return text.isEmpty() && kind == QAccessible::Name ? link_.text() : text;
+}
+
+QStringList LinkAccessible::actionNames() const {
+  return QStringList{pressAction()} + QAccessibleWidget::actionNames();
+}
+
+void LinkAccessible::doAction(const QString& name) {
+  if (name == pressAction()) {
+    link_.click();
+  } else {
+    QAccessibleWidget::doAction(name);
+  }
 }
 
 }  // namespace linux_host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QAccessibleWidget>
 #include <memory>
 
 #include "platform/controls.h"
@@ -28,6 +29,8 @@ class LinkWidget : public QAbstractButton {
 
  protected:
   bool event(QEvent* event) override;
+  // Return presses the link, not the window's default button.
+  void keyPressEvent(QKeyEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
   void enterEvent(QEnterEvent* event) override;
@@ -38,6 +41,21 @@ class LinkWidget : public QAbstractButton {
   platform::AttributedString title_;
   platform::TrackingAreaPtr area_;
   std::weak_ptr<platform::ButtonResponder> responder_;
+};
+
+// What screen readers get of a link.
+class LinkAccessible : public QAccessibleWidget {
+ public:
+  explicit LinkAccessible(LinkWidget& link)
+      : QAccessibleWidget(&link, QAccessible::Link), link_(link) {}
+
+  [[nodiscard]] QString text(QAccessible::Text kind) const override;
+  [[nodiscard]] QStringList actionNames() const override;
+  void doAction(const QString& name) override;
+
+ private:
+  // Qt deletes this object when the widget is destroyed.
+  LinkWidget& link_;
 };
 
 }  // namespace linux_host

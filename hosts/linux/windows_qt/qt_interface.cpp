@@ -9,7 +9,10 @@
 #include <QUiLoader>
 #include <algorithm>
 
+#include "hosts/linux/windows_qt/level_bar.h"
 #include "hosts/linux/windows_qt/link_widget.h"
+#include "hosts/linux/windows_qt/output_location_button.h"
+#include "hosts/linux/windows_qt/pop_up_box.h"
 #include "hosts/linux/windows_qt/qt_views.h"
 #include "hosts/linux/windows_qt/qt_window.h"
 #include "hosts/linux/windows_qt/shortcut_row.h"
@@ -24,6 +27,7 @@ class Loader : public QUiLoader {
     if (className == QStringLiteral("LinkWidget")) widget = new LinkWidget(parent);
     if (className == QStringLiteral("LevelBar")) widget = new LevelBar(parent);
     if (className == QStringLiteral("PathButton")) widget = new PathButton(parent);
+    if (className == QStringLiteral("QComboBox")) widget = new PopUpBox(parent);
     if (className == QStringLiteral("QDialog")) widget = new WindowWidget(parent);
     if (widget == nullptr) return QUiLoader::createWidget(className, parent, name);
     widget->setObjectName(name);

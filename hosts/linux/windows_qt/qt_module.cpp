@@ -6,16 +6,20 @@
 #include <QFileInfo>
 #include <QIcon>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
 
 #include "hosts/linux/windows/windows_module.h"
+#include "hosts/linux/windows_qt/accessibility.h"
 #include "hosts/linux/windows_qt/activation.h"
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/language.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
+#include "hosts/linux/windows_qt/qt_window.h"
 #include "hosts/linux/windows_qt/screen_loss.h"
 
 namespace linux_host {
@@ -63,6 +67,15 @@ void endDialogs() {
   }
 }
 
+// The alert or the window that a new alert stands above; null when nothing is shown.
+QWidget* windowInFront() {
+  if (QWidget* alert = QApplication::activeModalWidget()) return alert;
+  for (QWidget* widget : QApplication::topLevelWidgets()) {
+    if (qobject_cast<WindowWidget*>(widget) != nullptr && widget->isVisible()) return widget;
+  }
+  return nullptr;
+}
+
 class QtCursor : public platform::Cursor {
  public:
   // The pointer is set on the widget under it; leaving the widget restores it.
@@ -103,35 +116,36 @@ class QtModule : public WindowsModule {
   QtModule& operator=(const QtModule&) = delete;
 
   int runModal(const platform::Alert& alert) override {
-    QMessageBox box;
-    box.setWindowTitle(text("Record Audio"));
-    box.setTextFormat(Qt::PlainText);
-    box.setIcon(iconOf(alert.style));
-    box.setText(QString::fromStdString(alert.messageText));
-    box.setInformativeText(QString::fromStdString(alert.informativeText));
+    // The window above which the alert stands owns it, and may be gone before the answer.
+    const QPointer<QMessageBox> box = new QMessageBox(windowInFront());
+    box->setWindowTitle(text("Record Audio"));
+    box->setTextFormat(Qt::PlainText);
+    box->setIcon(iconOf(alert.style));
+    box->setText(QString::fromStdString(alert.messageText));
+    box->setInformativeText(QString::fromStdString(alert.informativeText));
     std::vector<QAbstractButton*> buttons;
     for (const std::string& title : alert.buttons) {
       // The first button agrees, the last declines; Escape declines.
       const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
-      buttons.push_back(box.addButton(QString::fromStdString(title), role));
+      buttons.push_back(box->addButton(QString::fromStdString(title), role));
     }
-    if (buttons.empty()) buttons.push_back(box.addButton(QMessageBox::Ok));
-    box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
-    box.setEscapeButton(buttons.back());
+    if (buttons.empty()) buttons.push_back(box->addButton(QMessageBox::Ok));
+    box->setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
+    box->setEscapeButton(buttons.back());
     const QAbstractButton* const extra =
         alert.extraButton.empty()
             ? nullptr
-            : box.addButton(QString::fromStdString(alert.extraButton), QMessageBox::ActionRole);
-    box.setModal(true);
-    bringForward(box, services_.takeActivationToken());
-    box.exec();
-    if (extra != nullptr && box.clickedButton() == extra) return platform::kAlertExtraButtonReturn;
-    for (std::size_t i = 0; i < buttons.size(); ++i) {
-      if (box.clickedButton() == buttons[i]) {
-        return platform::kAlertFirstButtonReturn + static_cast<int>(i);
-      }
-    }
-    return platform::kAlertFirstButtonReturn + static_cast<int>(buttons.size()) - 1;
+            : box->addButton(QString::fromStdString(alert.extraButton), QMessageBox::ActionRole);
+    box->setModal(true);
+    bringForward(*box, services_.takeActivationToken());
+    box->exec();
+    const QAbstractButton* const clicked = box.isNull() ? buttons.back() : box->clickedButton();
+    delete box.data();
+    if (extra != nullptr && clicked == extra) return platform::kAlertExtraButtonReturn;
+    const auto found = std::find(buttons.begin(), buttons.end(), clicked);
+    const auto declines = std::prev(buttons.end());
+    return platform::kAlertFirstButtonReturn +
+           static_cast<int>((found == buttons.end() ? declines : found) - buttons.begin());
   }
 
   void raiseAlert() override {
@@ -178,6 +192,7 @@ class QtModule : public WindowsModule {
   SourceSpan toolkitSources_;
   QApplication app_;
   std::optional<ScreenLoss> screenLoss_;
+  WidgetAccessibility accessibility_;
   QtCursor cursor_;
   QtSystemColors colors_;
 };

@@ -3,8 +3,6 @@
 
 #include <QComboBox>
 #include <QPointer>
-#include <QPushButton>
-#include <QStandardItemModel>
 #include <QWidget>
 #include <cstdint>
 #include <functional>
@@ -22,6 +20,8 @@ class QLabel;
 // nothing.
 
 namespace linux_host {
+
+class LevelBar;
 
 // Called when the user has used the control.
 using UserAct = std::function<void(platform::View* sender)>;
@@ -115,52 +115,10 @@ class QtButton : public QtView<platform::Button> {
   void removeTrackingArea(const platform::TrackingAreaPtr& area) override;
 };
 
-// A thin bar from quiet to full scale: green, amber from -12 dB, red from -3 dB.
-class LevelBar : public QWidget {
- public:
-  explicit LevelBar(QWidget* parent = nullptr);
-  void setLevel(float peak);
-  [[nodiscard]] QSize sizeHint() const override;
-
- protected:
-  void paintEvent(QPaintEvent* event) override;
-
- private:
-  // How much of the bar is lit, 0 to 1, and in pixels of the screen.
-  [[nodiscard]] float litShare() const;
-  [[nodiscard]] int litPixels() const;
-
-  float peak_ = 0;
-};
-
 class QtLevelIndicator : public QtView<platform::LevelIndicator> {
  public:
-  explicit QtLevelIndicator(LevelBar* bar) : QtView(bar) {}
+  explicit QtLevelIndicator(LevelBar* bar);
   void setLevel(float peak) override;
-};
-
-// A path always reads from left to right, never as "Music/~". Qt draws text in the application's
-// direction, not the widget's, so this button draws itself.
-class PathButton : public QPushButton {
- public:
-  explicit PathButton(QWidget* parent = nullptr);
-
- protected:
-  void paintEvent(QPaintEvent* event) override;
-};
-
-// Shows the folder with its icon; a click opens the desktop's chooser for another one.
-class QtOutputLocationButton : public QtView<suite::OutputLocationButton> {
- public:
-  QtOutputLocationButton(QPushButton* button, WindowsServices& services, UserAct onClick);
-  void updateState() override;
-  void handleOutputLocationChanged(Completion completion) override;
-
- private:
-  // Uses the desktop's dialog, or else the toolkit's. Empty when the user cancelled.
-  std::string chosenFolder(const std::string& before);
-
-  WindowsServices& services_;
 };
 
 }  // namespace linux_host

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/shortcut_row.h"
 
-#include <QMessageBox>
-
+#include "hosts/linux/windows_qt/message_box.h"
 #include "hosts/linux/windows_qt/qt_views.h"
 #include "hosts/linux/windows_qt/qt_window.h"
 
@@ -54,21 +53,12 @@ void ShortcutRow::show(const Shortcut& shortcut) {
 }
 
 void ShortcutRow::choose() {
-  services_.chooseShortcut(portalNameOf(&dialog_),
-                           [row = QPointer<ShortcutRow>(this)](const ShortcutChoice& choice) {
-                             if (row.isNull() || choice.outcome != ShortcutChoice::Outcome::kFailed)
-                               return;
-                             row->tellFailure(choice.reason);
-                           });
-}
-
-void ShortcutRow::tellFailure(const std::string& reason) {
-  auto* box = new QMessageBox(QMessageBox::Warning, text("Record Audio"),
-                              text("The desktop has set no shortcut."), QMessageBox::Ok, &dialog_);
-  box->setAttribute(Qt::WA_DeleteOnClose);
-  box->setTextFormat(Qt::PlainText);
-  box->setInformativeText(singleLine(reason));
-  box->open();
+  services_.chooseShortcut(
+      portalNameOf(&dialog_), [row = QPointer<ShortcutRow>(this)](const ShortcutChoice& choice) {
+        if (row.isNull() || choice.outcome != ShortcutChoice::Outcome::kFailed) return;
+        showWarning(&row->dialog_, row->services_, "The desktop has set no shortcut.",
+                    singleLine(choice.reason).toStdString());
+      });
 }
 
 }  // namespace linux_host

@@ -25,7 +25,6 @@ class ShortcutRow : public QObject {
 
   void show(const Shortcut& shortcut);
   void choose();
-  void tellFailure(const std::string& reason);
   [[nodiscard]] QString text(const char* key) const;
 
   WindowsServices& services_;

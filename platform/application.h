@@ -89,7 +89,7 @@ class Alerts {
 class Workspace {
  public:
   virtual ~Workspace() = default;
-  // Opens with the default application; false when there is none.
+  // Opens with the default application, a folder in the file browser; false when there is none.
   virtual bool openFile(const std::string& path) = 0;
   // Likewise.
   virtual bool openURL(const std::string& url) = 0;

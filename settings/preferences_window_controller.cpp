@@ -5,7 +5,6 @@
 #include <optional>
 #include <utility>
 
-#include "platform/file_url.h"
 #include "settings/preference_store.h"
 #include "shared/auxiliary.h"
 
@@ -213,7 +212,10 @@ void PreferencesWindowController::onRevealOutputFolder() {
         "Can't show the output folder: there is none that can be written. Choose another one.", {});
     return;
   }
-  host().workspace.activateFileViewerSelectingURLs({platform::fileURLWithPath(*folder)});
+  if (host().workspace.openFile(*folder)) return;
+  environment().suite.logging.VKLogVariadic(
+      "Can't show the output folder \"%@\": nothing here opens folders. Install a file manager.",
+      {*folder});
 }
 
 int PreferencesWindowController::fps() const {

@@ -31,6 +31,7 @@ using ::testing::IsEmpty;
 
 constexpr const char* kFileManagerXml = R"(<node><interface name="org.freedesktop.FileManager1">
   <method name="ShowItems"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
+  <method name="ShowFolders"><arg type="as" direction="in"/><arg type="s" direction="in"/></method>
 </interface></node>)";
 
 using WorkspaceTest = DesktopTest;
@@ -43,6 +44,20 @@ TEST_F(WorkspaceTest, RevealsFilesInTheFileManager) {
   workspace.activateFileViewerSelectingURLs({"file:///out/a%20b.mp3"});
   iterateUntil([&] { return !manager.calls.empty(); });
   EXPECT_THAT(manager.calls, ElementsAre("ShowItems(['file:///out/a%20b.mp3'], '')"));
+}
+
+// Showing it as an item would open the folder above.
+TEST_F(WorkspaceTest, OpensAFolderInTheFileManager) {
+  FakeService manager(daemon_.address(), "org.freedesktop.FileManager1",
+                      "/org/freedesktop/FileManager1", kFileManagerXml,
+                      [](const std::string&, const std::string&) { return g_variant_new("()"); });
+  DesktopWorkspace workspace(
+      bus_.get(), [](const platform::ImagePtr&) { return ""; },
+      [] { return std::string("leave"); });
+  const TemporaryFolder folder;
+  EXPECT_TRUE(workspace.openFile(folder.path()));
+  iterateUntil([&] { return !manager.calls.empty(); });
+  EXPECT_THAT(manager.calls, ElementsAre("ShowFolders(['file://" + folder.path() + "'], 'leave')"));
 }
 
 TEST_F(WorkspaceTest, TheActivationTokenGoesToTheFileManager) {
@@ -122,6 +137,16 @@ TEST_F(DefaultApplicationTest, WithoutAFileManagerOnTheBusTheFolderIsOpened) {
   workspace.activateFileViewerSelectingURLs({"file://" + (folder_ / "a.mp3")});
   iterateUntil([&] { return std::filesystem::exists(folder_ / "opened"); });
   EXPECT_EQ(base_test::contentsOf(folder_ / "opened"), folder_.path() + "\n");
+}
+
+TEST_F(DefaultApplicationTest, OpensAFolderWithoutAFileManagerOrABus) {
+  for (GDBusConnection* bus : {bus_.get(), static_cast<GDBusConnection*>(nullptr)}) {
+    DesktopWorkspace workspace(bus, [](const platform::ImagePtr&) { return ""; });
+    EXPECT_TRUE(workspace.openFile(folder_.path()));
+    iterateUntil([&] { return std::filesystem::exists(folder_ / "opened"); });
+    EXPECT_EQ(base_test::contentsOf(folder_ / "opened"), folder_.path() + "\n");
+    std::filesystem::remove(folder_ / "opened");
+  }
 }
 
 TEST_F(DefaultApplicationTest, WithoutABusTheFolderIsOpenedToo) {

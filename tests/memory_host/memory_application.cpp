@@ -98,6 +98,7 @@ int MemoryAlerts::runModal(const platform::Alert& alert) {
 }
 
 bool MemoryWorkspace::openFile(const std::string& path) {
+  if (!hasApplications) return false;
   opened.push_back(path);
   timeline_.add("openFile " + path);
   return true;

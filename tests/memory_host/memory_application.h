@@ -97,6 +97,7 @@ class MemoryWorkspace : public platform::Workspace {
   int privacySettingsOpened = 0;
   bool hasPrivacySettings = true;
   std::vector<std::string> opened;
+  bool hasApplications = true;  // for what is opened
   std::vector<std::string> openedURLs;
   std::vector<std::vector<std::string>> revealed;
   // Image name ("" for removal), path, options.

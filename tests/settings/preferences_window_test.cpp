@@ -443,20 +443,30 @@ TEST_F(PreferencesWindowTest, LogsThatTheDesktopHasNoPrivacySettings) {
   EXPECT_THAT(machine_.suite.logLines, SizeIs(1));
 }
 
-TEST_F(PreferencesWindowTest, RevealsTheOutputFolder) {
+// Not the folder above it, with this one selected.
+TEST_F(PreferencesWindowTest, OpensTheOutputFolder) {
   machine_.suite.location = "/home/user/My Music";
   const auto controller = showController();
   shown().clickOutputFolder();
-  EXPECT_THAT(machine_.workspace.revealed,
-              ElementsAre(ElementsAre("file:///home/user/My%20Music")));
+  EXPECT_THAT(machine_.workspace.opened, ElementsAre("/home/user/My Music"));
+  EXPECT_THAT(machine_.workspace.revealed, IsEmpty());
+  EXPECT_THAT(machine_.suite.logLines, IsEmpty());
 }
 
-TEST_F(PreferencesWindowTest, LogsThatThereIsNoOutputFolderToReveal) {
+TEST_F(PreferencesWindowTest, LogsThatThereIsNoOutputFolderToOpen) {
   machine_.suite.location.reset();
   const auto controller = showController();
   shown().clickOutputFolder();
-  EXPECT_THAT(machine_.workspace.revealed, IsEmpty());
+  EXPECT_THAT(machine_.workspace.opened, IsEmpty());
   EXPECT_THAT(machine_.suite.logLines, SizeIs(1));
+}
+
+TEST_F(PreferencesWindowTest, LogsThatNothingOpensTheOutputFolder) {
+  machine_.suite.location = "/home/user/Music";
+  machine_.workspace.hasApplications = false;
+  const auto controller = showController();
+  shown().clickOutputFolder();
+  EXPECT_THAT(machine_.suite.logLines, ElementsAre(testing::HasSubstr("/home/user/Music")));
 }
 
 TEST_F(PreferencesWindowTest, ClearsStartupAtTheFirstOcclusionChangeAndForGood) {

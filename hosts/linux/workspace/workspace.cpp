@@ -127,13 +127,20 @@ bool hasDefaultApplicationForScheme(const char* scheme) {
   return exists(g_app_info_get_default_for_uri_scheme(scheme));
 }
 
+bool isFolder(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::is_directory(path, ignored);
+}
+
 bool hasDefaultApplication(const std::string& path) {
+  if (isFolder(path)) return exists(g_app_info_get_default_for_type("inode/directory", FALSE));
   gchar* type = g_content_type_guess(path.c_str(), nullptr, 0, nullptr);
   GAppInfo* application = g_app_info_get_default_for_type(type, FALSE);
   g_free(type);
   return exists(application);
 }
 
+// Opens the folders in which the files are.
 void openFolders(const Opening& opening) {
   std::set<std::string> folders;
   for (const std::string& url : opening.uris) {
@@ -155,6 +162,15 @@ void onItemsShown(GObject* source, GAsyncResult* result, gpointer raw) {
   openFolders(*opening);
 }
 
+void onFolderShown(GObject* source, GAsyncResult* result, gpointer raw) {
+  const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
+  GError* error = nullptr;
+  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
+  if (error == nullptr) return;
+  g_error_free(error);
+  launchDefault(opening->uris.front(), opening->token);
+}
+
 }  // namespace
 
 DesktopWorkspace::DesktopWorkspace(GDBusConnection* bus,
@@ -168,6 +184,10 @@ bool DesktopWorkspace::openFile(const std::string& path) {
   if (bus_ == nullptr) {
     if (!hasDefaultApplication(path)) return false;
     launchDefault(uri, takeToken_());
+    return true;
+  }
+  if (isFolder(path)) {
+    openFolder(uri);
     return true;
   }
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -184,6 +204,17 @@ bool DesktopWorkspace::openFile(const std::string& path) {
   }
   g_object_unref(files);
   return true;
+}
+
+void DesktopWorkspace::openFolder(const std::string& url) {
+  Opening opening{{url}, takeToken_()};
+  GVariantBuilder urls;
+  g_variant_builder_init(&urls, G_VARIANT_TYPE("as"));
+  g_variant_builder_add(&urls, "s", url.c_str());
+  GVariant* parameters = g_variant_new("(ass)", &urls, opening.token.c_str());
+  g_dbus_connection_call(bus_, kFileManager, kFileManagerPath, kFileManager, "ShowFolders",
+                         parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr,
+                         &onFolderShown, new Opening(std::move(opening)));
 }
 
 bool DesktopWorkspace::openURL(const std::string& url) {

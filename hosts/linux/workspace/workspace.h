@@ -24,8 +24,8 @@ class DesktopWorkspace : public platform::Workspace {
       GDBusConnection* bus, std::function<std::string(const platform::ImagePtr&)> iconFile,
       std::function<std::string()> takeToken = [] { return std::string(); });
 
-  // Uses the portal, or else the desktop's default application. With a bus, true means that the
-  // file exists and the desktop was asked.
+  // Uses the file manager for a folder, the portal for other files, or else the desktop's default
+  // application. With a bus, true means that the file exists and the desktop was asked.
   bool openFile(const std::string& path) override;
   bool openURL(const std::string& url) override;
   // Uses the file manager; if none answers, opens the files' folders instead.
@@ -39,6 +39,8 @@ class DesktopWorkspace : public platform::Workspace {
   void finish(int timeout_ms) { icons_.finish(timeout_ms); }
 
  private:
+  void openFolder(const std::string& url);
+
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const std::function<std::string(const platform::ImagePtr&)> iconFile_;

@@ -112,22 +112,17 @@ TEST_F(WorkspaceTest, TheActivationTokenGoesToThePortal) {
   EXPECT_THAT(portal.calls[0], HasSubstr("{'activation_token': <'leave'>}"));
 }
 
-// A desktop whose default application writes its argument into a file.
+// A desktop whose default application for folders writes its argument into a file.
 class DefaultApplicationTest : public DesktopTest {
  protected:
-  DefaultApplicationTest() {
-    const std::string program = folder_ / "opener";
-    base_test::write(program, "#!/bin/sh\necho \"$1\" > " + (folder_ / "opened.tmp") + "; mv " +
-                                  (folder_ / "opened.tmp") + " " + (folder_ / "opened") + "\n");
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    base_test::write(dataHome() + "/applications/opener.desktop",
-                     "[Desktop Entry]\nType=Application\nName=Opener\nExec=" + program +
-                         " %f\nMimeType=inode/directory;\n");
-    base_test::write(dataHome() + "/applications/mimeapps.list",
-                     "[Default Applications]\ninode/directory=opener.desktop\n");
+  DefaultApplicationTest() { std::filesystem::remove(opened()); }
+
+  static std::string opened() { return std::string(std::getenv("XDG_DATA_HOME")) + "/opened"; }
+  void expectOpened() {
+    iterateUntil([] { return std::filesystem::exists(opened()); });
+    EXPECT_EQ(base_test::contentsOf(opened()), folder_.path() + "\n");
+    std::filesystem::remove(opened());
   }
-  // GLib reads it once per process; main() below has set it.
-  static std::string dataHome() { return std::getenv("XDG_DATA_HOME"); }
   TemporaryFolder folder_;
 };
 
@@ -135,24 +130,21 @@ TEST_F(DefaultApplicationTest, WithoutAFileManagerOnTheBusTheFolderIsOpened) {
   DesktopWorkspace workspace(bus_.get(), [](const platform::ImagePtr&) { return ""; });
   base_test::write(folder_ / "a.mp3", "x");
   workspace.activateFileViewerSelectingURLs({"file://" + (folder_ / "a.mp3")});
-  iterateUntil([&] { return std::filesystem::exists(folder_ / "opened"); });
-  EXPECT_EQ(base_test::contentsOf(folder_ / "opened"), folder_.path() + "\n");
+  expectOpened();
 }
 
 TEST_F(DefaultApplicationTest, OpensAFolderWithoutAFileManagerOrABus) {
   for (GDBusConnection* bus : {bus_.get(), static_cast<GDBusConnection*>(nullptr)}) {
     DesktopWorkspace workspace(bus, [](const platform::ImagePtr&) { return ""; });
     EXPECT_TRUE(workspace.openFile(folder_.path()));
-    iterateUntil([&] { return std::filesystem::exists(folder_ / "opened"); });
-    EXPECT_EQ(base_test::contentsOf(folder_ / "opened"), folder_.path() + "\n");
-    std::filesystem::remove(folder_ / "opened");
+    expectOpened();
   }
 }
 
 TEST_F(DefaultApplicationTest, WithoutABusTheFolderIsOpenedToo) {
   DesktopWorkspace workspace(nullptr, [](const platform::ImagePtr&) { return ""; });
   workspace.activateFileViewerSelectingURLs({"file://" + (folder_ / "a.mp3")});
-  iterateUntil([&] { return std::filesystem::exists(folder_ / "opened"); });
+  expectOpened();
   EXPECT_FALSE(workspace.openFile(folder_ / "a.nobody-opens-this"));
 }
 
@@ -265,8 +257,27 @@ TEST_F(ToolObjectTest, PropertiesFollowTheToolAndChangesAreAnnounced) {
 }  // namespace
 }  // namespace linux_host
 
+namespace {
+
+// GLib notices changes of these files only some time later, so they are there from the start.
+void writeDefaultApplication(const std::string& data) {
+  const std::string program = data + "/opener";
+  const std::string result = data + "/opened";
+  base_test::write(program, "#!/bin/sh\necho \"$1\" > " + result + ".tmp; mv " + result + ".tmp " +
+                                result + "\n");
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  base_test::write(data + "/applications/opener.desktop",
+                   "[Desktop Entry]\nType=Application\nName=Opener\nExec=" + program +
+                       " %f\nMimeType=inode/directory;\n");
+  base_test::write(data + "/applications/mimeapps.list",
+                   "[Default Applications]\ninode/directory=opener.desktop\n");
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   const base_test::TemporaryFolder data;
+  writeDefaultApplication(data.path());
   // Set before GLib reads it for the first and only time.
   const base_test::Environment environment{{"XDG_DATA_HOME", data.path()},
                                            {"XDG_CONFIG_HOME", data.path()}};

@@ -10,6 +10,7 @@
 
 #include "app/app_delegate.h"
 #include "app/entry_point.h"
+#include "hosts/linux/base/toolkit_environment.h"
 #include "hosts/linux/bus/client_commands.h"
 #include "hosts/linux/bus/service_start.h"
 #include "hosts/linux/host/linux_host.h"
@@ -81,6 +82,7 @@ int recover(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+  linux_host::prepareToolkitEnvironment();
   const std::vector<std::string> arguments(argv, argv + argc);
   std::vector<std::string> ownArguments(arguments.begin() + 1, arguments.end());
   const bool isStartedByBus = linux_host::takeServiceStart(&ownArguments);

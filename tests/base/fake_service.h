@@ -54,8 +54,11 @@ class FakeService {
   FakeService& operator=(const FakeService&) = delete;
 
   void emit(const char* path, const char* signal, GVariant* parameters) {
-    g_dbus_connection_emit_signal(connection_.get(), nullptr, path, name_.c_str(), signal,
-                                  parameters, nullptr);
+    emit(path, name_.c_str(), signal, parameters);
+  }
+  void emit(const char* path, const char* interface, const char* signal, GVariant* parameters) {
+    g_dbus_connection_emit_signal(connection_.get(), nullptr, path, interface, signal, parameters,
+                                  nullptr);
   }
 
   std::vector<std::string> calls;  // "Method(arguments)"

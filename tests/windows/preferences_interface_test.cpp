@@ -245,11 +245,11 @@ TEST_P(LanguageTest, EveryFieldHasAMnemonicOfItsOwn) {
 TEST_P(LanguageTest, EveryControlHasAnAccessibleNameAndRole) {
   show();
   const std::map<std::string, QAccessible::Role> roles{
-      {"audioSource", QAccessible::ComboBox},    {"soundFormatPopUp", QAccessible::ComboBox},
-      {"qualityPopUp", QAccessible::ComboBox},   {"outputLocation", QAccessible::Button},
-      {"outputFolderLink", QAccessible::Link},   {"privacySettingsLink", QAccessible::Link},
-      {"doneButton", QAccessible::Button},       {"audioWarning", QAccessible::StaticText},
-      {"shortcutButton", QAccessible::Button},   {"audioLevel", QAccessible::ProgressBar}};
+      {"audioSource", QAccessible::ComboBox},  {"soundFormatPopUp", QAccessible::ComboBox},
+      {"qualityPopUp", QAccessible::ComboBox}, {"outputLocation", QAccessible::Button},
+      {"outputFolderLink", QAccessible::Link}, {"privacySettingsLink", QAccessible::Link},
+      {"doneButton", QAccessible::Button},     {"audioWarning", QAccessible::StaticText},
+      {"shortcutButton", QAccessible::Button}, {"audioLevel", QAccessible::ProgressBar}};
   for (const auto& [name, role] : roles) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&widget(name.c_str()));
     ASSERT_NE(accessible, nullptr) << name;

@@ -2,6 +2,7 @@
 #include "tests/windows/windows_fixture.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +16,12 @@ constexpr const char* kDomain = "com.vantrel.korvel.RecordAudio";
 // otherwise. The process has only one module.
 constexpr const char* kLanguageVariable = "RA_WINDOWS_LANGUAGE";
 
+std::vector<std::string> environmentOfProcess() {
+  std::vector<std::string> all;
+  for (char** each = environ; *each != nullptr; ++each) all.emplace_back(*each);
+  return all;
+}
+
 class ModuleEnvironment : public testing::Environment {
  public:
   void SetUp() override {
@@ -26,9 +33,12 @@ class ModuleEnvironment : public testing::Environment {
     const auto create =
         reinterpret_cast<CreateWindowsModule>(dlsym(library, kCreateWindowsModuleSymbol));
     ASSERT_NE(create, nullptr);
+    const auto before = environmentOfProcess();
     std::string error;
     module.reset(create(fakeServices, &error));
     ASSERT_NE(module, nullptr) << error;
+    // Other threads of the program may be reading it.
+    EXPECT_EQ(environmentOfProcess(), before);
     direction = QApplication::layoutDirection();
   }
   void TearDown() override { module.reset(); }
@@ -81,6 +91,7 @@ void FakeServices::reset() {
   desktopChooser = nullptr;
   shortcutChoices.clear();
   changeShortcut({});
+  changeAppearance({});
   speak("en");
 }
 

@@ -54,6 +54,16 @@ class FakeServices : public WindowsServices {
   // The user's requests that have not been answered.
   std::vector<std::function<void(const ShortcutChoice&)>> shortcutChoices;
 
+  [[nodiscard]] Appearance appearance() const override { return appearance_; }
+  void followAppearance(std::function<void()> onChange) override {
+    appearanceFollower_ = std::move(onChange);
+  }
+  // As the user does in the desktop's settings.
+  void changeAppearance(const Appearance& appearance) {
+    appearance_ = appearance;
+    if (appearanceFollower_) appearanceFollower_();
+  }
+
   void runLoopBy(std::function<void()>, std::function<void()> ends) override {
     endDialogs = std::move(ends);
   }
@@ -77,6 +87,8 @@ class FakeServices : public WindowsServices {
   std::unique_ptr<StringTables> table_;
   // A table with every text, to find those that are in none.
   const StringTables complete_;
+  Appearance appearance_;
+  std::function<void()> appearanceFollower_;
   Shortcut shortcut_;
   std::function<void(const Shortcut&)> shortcutFollower_;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <memory>
+
 #include "hosts/linux/bus/dbus_support.h"
 
 namespace linux_host {
@@ -9,5 +11,9 @@ namespace linux_host {
 // of another type. Main thread.
 [[nodiscard]] VariantPtr desktopSetting(const char* schemaId, const char* key,
                                         const GVariantType* type);
+
+// The settings that contain such a setting, for following its changes; null likewise.
+[[nodiscard]] std::unique_ptr<GSettings, ObjectUnref> settingsWith(const char* schemaId,
+                                                                   const char* key);
 
 }  // namespace linux_host

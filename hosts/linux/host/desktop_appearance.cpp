@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/desktop_setting.h"
@@ -11,7 +12,12 @@
 namespace linux_host {
 namespace {
 
+constexpr const char* kPortalSettings = "org.freedesktop.portal.Settings";
 constexpr const char* kAppearance = "org.freedesktop.appearance";
+constexpr const char* kInterfaceSchema = "org.gnome.desktop.interface";
+constexpr const char* kSchemeKey = "color-scheme";
+constexpr const char* kContrastSchema = "org.gnome.desktop.a11y.interface";
+constexpr const char* kContrastKey = "high-contrast";
 
 VariantPtr callOn(GDBusConnection* bus, const char* name, const char* path, const char* interface,
                   const char* method, GVariant* parameters) {
@@ -35,8 +41,8 @@ bool listsPortal(GDBusConnection* bus, const char* method) {
 
 // The number in a setting, which is wrapped in one variant or in two.
 std::optional<guint32> portalSetting(GDBusConnection* bus, const char* key) {
-  const VariantPtr answer = callOn(bus, kPortalName, kPortalPath, "org.freedesktop.portal.Settings",
-                                   "Read", g_variant_new("(ss)", kAppearance, key));
+  const VariantPtr answer = callOn(bus, kPortalName, kPortalPath, kPortalSettings, "Read",
+                                   g_variant_new("(ss)", kAppearance, key));
   if (!answer || !g_variant_is_of_type(answer.get(), G_VARIANT_TYPE("(v)"))) return std::nullopt;
   VariantPtr value(g_variant_get_child_value(answer.get(), 0));
   while (g_variant_is_of_type(value.get(), G_VARIANT_TYPE_VARIANT)) {
@@ -52,8 +58,7 @@ bool themeSays(const std::string& word) {
 }
 
 bool desktopWantsDark() {
-  const VariantPtr scheme =
-      desktopSetting("org.gnome.desktop.interface", "color-scheme", G_VARIANT_TYPE_STRING);
+  const VariantPtr scheme = desktopSetting(kInterfaceSchema, kSchemeKey, G_VARIANT_TYPE_STRING);
   if (scheme && std::string(g_variant_get_string(scheme.get(), nullptr)) == "prefer-dark") {
     return true;
   }
@@ -61,8 +66,7 @@ bool desktopWantsDark() {
 }
 
 bool desktopWantsContrast() {
-  const VariantPtr contrast =
-      desktopSetting("org.gnome.desktop.a11y.interface", "high-contrast", G_VARIANT_TYPE_BOOLEAN);
+  const VariantPtr contrast = desktopSetting(kContrastSchema, kContrastKey, G_VARIANT_TYPE_BOOLEAN);
   if (contrast && g_variant_get_boolean(contrast.get()) != FALSE) return true;
   return themeSays("HighContrast");
 }
@@ -83,6 +87,41 @@ Appearance desktopAppearance(GDBusConnection* bus) {
   appearance.dark = scheme && *scheme != 0 ? *scheme == 1 : desktopWantsDark();
   appearance.highContrast = contrast && *contrast != 0 ? *contrast == 1 : desktopWantsContrast();
   return appearance;
+}
+
+void AppearanceWatch::follow(std::function<void()> onChange) {
+  onChange_ = std::move(onChange);
+  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+  subscription_ = 0;
+  for (const auto& settings : settings_) g_signal_handlers_disconnect_by_data(settings.get(), this);
+  settings_.clear();
+  if (!onChange_) return;
+  if (bus_ != nullptr) watchPortal();
+  watchDesktop(kInterfaceSchema, kSchemeKey);
+  watchDesktop(kContrastSchema, kContrastKey);
+}
+
+void AppearanceWatch::watchPortal() {
+  subscription_ = g_dbus_connection_signal_subscribe(
+      bus_, kPortalName, kPortalSettings, "SettingChanged", kPortalPath, kAppearance,
+      G_DBUS_SIGNAL_FLAGS_NONE,
+      [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant*,
+         gpointer self) { static_cast<AppearanceWatch*>(self)->onChange_(); },
+      this, nullptr);
+}
+
+void AppearanceWatch::watchDesktop(const char* schema, const char* key) {
+  auto settings = settingsWith(schema, key);
+  if (settings == nullptr) return;
+  void (*changed)(GSettings*, const gchar*, gpointer) = [](GSettings*, const gchar*,
+                                                           gpointer self) {
+    static_cast<AppearanceWatch*>(self)->onChange_();
+  };
+  g_signal_connect(settings.get(), (std::string("changed::") + key).c_str(), G_CALLBACK(changed),
+                   this);
+  // Only changes of what has been read are reported.
+  VariantPtr(g_settings_get_value(settings.get(), key)).reset();
+  settings_.push_back(std::move(settings));
 }
 
 }  // namespace linux_host

@@ -3,6 +3,11 @@
 
 #include <gio/gio.h>
 
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/windows/windows_module.h"
 
 namespace linux_host {
@@ -12,5 +17,28 @@ namespace linux_host {
 // for each answer of the portal. Main thread.
 Appearance desktopAppearance(GDBusConnection* bus);
 inline constexpr int kPortalAnswer_ms = 500;
+
+// Notices changes of these settings, in the portal and in the desktop's own settings. Main thread.
+class AppearanceWatch {
+ public:
+  // `bus` may be null; it outlives the watch.
+  explicit AppearanceWatch(GDBusConnection* bus) : bus_(bus) {}
+  ~AppearanceWatch() { follow({}); }
+  AppearanceWatch(const AppearanceWatch&) = delete;
+  AppearanceWatch& operator=(const AppearanceWatch&) = delete;
+
+  // Calls `onChange` from the main loop whenever a setting may have changed, instead of the
+  // previous follower. Empty: watches nothing.
+  void follow(std::function<void()> onChange);
+
+ private:
+  void watchPortal();
+  void watchDesktop(const char* schema, const char* key);
+
+  GDBusConnection* const bus_;
+  std::function<void()> onChange_;
+  guint subscription_ = 0;
+  std::vector<std::unique_ptr<GSettings, ObjectUnref>> settings_;
+};
 
 }  // namespace linux_host

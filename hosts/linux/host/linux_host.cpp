@@ -8,7 +8,6 @@
 #include "hosts/linux/authorization/system_paths.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/bus/client_commands.h"
-#include "hosts/linux/host/desktop_appearance.h"
 
 namespace linux_host {
 namespace {

@@ -31,6 +31,7 @@
 #include "hosts/linux/bus/tool_object.h"
 #include "hosts/linux/files/file_manager.h"
 #include "hosts/linux/files/free_space.h"
+#include "hosts/linux/host/desktop_appearance.h"
 #include "hosts/linux/host/recording_watch.h"
 #include "hosts/linux/indicator/indicator.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
@@ -79,7 +80,8 @@ class HostWindowsServices : public WindowsServices {
         activationTokens_(activationTokens),
         shortcut_(shortcut),
         goOn_(std::move(goOn)),
-        folderChooser_(bus.connection()) {}
+        folderChooser_(bus.connection()),
+        appearanceWatch_(bus.connection()) {}
 
   [[nodiscard]] std::string localizedString(const std::string& key) const override;
   [[nodiscard]] std::string textLanguage() const override { return bundle_.language(); }
@@ -100,6 +102,9 @@ class HostWindowsServices : public WindowsServices {
   }
   [[noreturn]] void goOnWithoutScreen() override;
   [[nodiscard]] Appearance appearance() const override;
+  void followAppearance(std::function<void()> onChange) override {
+    appearanceWatch_.follow(std::move(onChange));
+  }
 
  private:
   const LinuxBundle& bundle_;
@@ -110,6 +115,7 @@ class HostWindowsServices : public WindowsServices {
   GlobalShortcut& shortcut_;
   const std::function<void()> goOn_;
   FolderChooser folderChooser_;
+  AppearanceWatch appearanceWatch_;
 };
 
 // The assembled Linux host: every port, the suite on this machine, and the ways in which other

@@ -97,10 +97,12 @@ class WindowsServices {
   // The desktop's permission to bring a window forward, once (ActivationTokens::take).
   virtual std::string takeActivationToken() { return {}; }
 
-  // NOLINTEND(performance-unnecessary-value-param)
-
-  // The user's appearance settings; read once, when the first window is made.
+  // The user's appearance settings now.
   [[nodiscard]] virtual Appearance appearance() const { return {}; }
+  // Calls `onChange` from the main loop whenever they may have changed. Replaces the previous
+  // follower; empty: nobody is called any more.
+  virtual void followAppearance(std::function<void()> onChange) { (void)onChange; }
+  // NOLINTEND(performance-unnecessary-value-param)
 };
 
 class WindowsModule {

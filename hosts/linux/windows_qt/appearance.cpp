@@ -2,11 +2,13 @@
 #include "hosts/linux/windows_qt/appearance.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QImage>
 #include <QPainter>
 #include <QProxyStyle>
 #include <QStyleFactory>
 #include <QStyleOption>
+#include <QTimer>
 #include <algorithm>
 #include <cmath>
 
@@ -82,6 +84,10 @@ class HighContrastStyle : public QProxyStyle {
   }
 };
 
+bool isHighContrast() {
+  return dynamic_cast<const HighContrastStyle*>(QApplication::style()) != nullptr;
+}
+
 // Relative luminance, as the accessibility guidelines define it for contrast.
 double luminance(const QColor& color) {
   const auto linear = [](double part) {
@@ -123,16 +129,54 @@ QIcon legibleIcon(const QIcon& icon, const QSize& size, const QPalette& palette)
   return QIcon(pixmap);
 }
 
-void applyAppearance(const Appearance& appearance) {
+AppearanceFollower::AppearanceFollower(WindowsServices& services)
+    : services_(services), ownStyle_(QApplication::style()->name()) {
+  apply();
+  qApp->installEventFilter(this);
+  services_.followAppearance([this] { apply(); });
+}
+
+AppearanceFollower::~AppearanceFollower() {
+  services_.followAppearance({});
+}
+
+bool AppearanceFollower::eventFilter(QObject*, QEvent* event) {
+  if (event->type() == QEvent::ThemeChange) applySoon();
+  return false;
+}
+
+void AppearanceFollower::applySoon() {
+  if (isApplyingSoon_) return;
+  isApplyingSoon_ = true;
+  QTimer::singleShot(0, this, [this] {
+    isApplyingSoon_ = false;
+    apply();
+  });
+}
+
+void AppearanceFollower::apply() {
+  const Appearance wanted = services_.appearance();
+  // Decided by the toolkit's own palette, not by ours from an earlier change.
+  QApplication::setPalette(QPalette());
   const bool isDark = QApplication::palette().color(QPalette::Window).lightness() < 128;
-  if (!appearance.highContrast && (!appearance.dark || isDark)) return;
-  if (appearance.highContrast) {
+  if (!wanted.highContrast && (!wanted.dark || isDark)) {
+    if (QApplication::style()->name() != ownStyle_ || isHighContrast()) {
+      QApplication::setStyle(ownStyle_);
+    }
+    return;
+  }
+  if (wanted.highContrast) {
     QApplication::setStyle(new HighContrastStyle);
   } else {
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
   }
-  QApplication::setPalette(appearance.dark ? darkPalette(appearance.highContrast)
-                                           : lightHighContrastPalette());
+  QApplication::setPalette(wanted.dark ? darkPalette(wanted.highContrast)
+                                       : lightHighContrastPalette());
+}
+
+platform::Color linkColor() {
+  static const QColor color = QApplication::palette().color(QPalette::Link);
+  return {color.redF(), color.greenF(), color.blueF(), color.alphaF()};
 }
 
 }  // namespace linux_host

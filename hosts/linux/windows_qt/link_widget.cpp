@@ -7,6 +7,8 @@
 #include <QStyle>
 #include <QStyleOptionFocusRect>
 
+#include "hosts/linux/windows_qt/appearance.h"
+
 namespace linux_host {
 
 LinkWidget::LinkWidget(QWidget* parent) : QAbstractButton(parent) {
@@ -38,13 +40,18 @@ QSize LinkWidget::minimumSizeHint() const {
   return {fontMetrics().averageCharWidth() * 6, sizeHint().height()};
 }
 
+QColor LinkWidget::shownColor() const {
+  const platform::Color& color = title_.foregroundColor;
+  if (color == linkColor()) return palette().color(QPalette::Link);
+  return QColor::fromRgbF(color.red, color.green, color.blue, color.alpha);
+}
+
 void LinkWidget::paintEvent(QPaintEvent*) {
   QPainter painter(this);
   QFont shown = font();
   shown.setUnderline(title_.underlineStyle == platform::kUnderlineStyleSingle);
   painter.setFont(shown);
-  const auto& color = title_.foregroundColor;
-  painter.setPen(isEnabled() ? QColor::fromRgbF(color.red, color.green, color.blue, color.alpha)
+  painter.setPen(isEnabled() ? shownColor()
                              : palette().color(QPalette::Disabled, QPalette::WindowText));
   const bool truncates =
       title_.paragraphStyle.lineBreakMode == platform::LineBreakMode::kByTruncatingTail;

@@ -37,6 +37,7 @@ class LinkWidget : public QAbstractButton {
 
  private:
   void updatePointer();
+  [[nodiscard]] QColor shownColor() const;
 
   platform::AttributedString title_;
   platform::TrackingAreaPtr area_;

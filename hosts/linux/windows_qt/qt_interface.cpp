@@ -126,6 +126,13 @@ std::shared_ptr<platform::Window> loadQtWindow(const std::string& interfaceFileN
     owner.connectOutlet(widget->objectName().toStdString(), view);
   }
   ShortcutRow::addTo(*dialog, services);
+  QObject::connect(dialog, &WindowWidget::looksChanged, dialog, [dialog, views] {
+    for (QWidget* widget : dialog->findChildren<QWidget*>()) levelWithControl(widget);
+    for (const auto& view : views) {
+      const auto folder = std::dynamic_pointer_cast<suite::OutputLocationButton>(view);
+      if (folder != nullptr) folder->updateState();
+    }
+  });
   const std::string done = dialog->property("doneAction").toString().toStdString();
   QObject::connect(dialog, &WindowWidget::doneWanted, dialog,
                    [done, &owner] { owner.performAction(done, nullptr); });

@@ -89,14 +89,15 @@ class QtCursor : public platform::Cursor {
 class QtSystemColors : public platform::SystemColors {
  public:
   [[nodiscard]] std::optional<platform::Color> linkColor() const override {
-    const QColor color = QApplication::palette().color(QPalette::Link);
-    return platform::Color{color.redF(), color.greenF(), color.blueF(), color.alphaF()};
+    return linux_host::linkColor();
   }
 };
 
 class QtModule : public WindowsModule {
  public:
-  explicit QtModule(WindowsServices& services) : services_(services), app_(argc_, argv_.data()) {
+  // `screen`: the names of Qt's platforms to try, in order, with semicolons between them.
+  QtModule(WindowsServices& services, std::string screen)
+      : services_(services), screen_(std::move(screen)), app_(argc_, argv_.data()) {
     toolkitSources_.end();
     screenLoss_.emplace(services_, toolkitSources_);
     // The class of X11 windows, through which desktops find the launcher.
@@ -106,7 +107,7 @@ class QtModule : public WindowsModule {
     applyLanguage(services.textLanguage());
     QApplication::setWindowIcon(QIcon::fromTheme(QLatin1String(kApplicationId),
                                                  QIcon(QStringLiteral(":/RecordAudio.svg"))));
-    applyAppearance(services.appearance());
+    appearance_.emplace(services_);
     // Qt's own iteration of the same loop: on Wayland nothing is sent without it.
     services_.runLoopBy([] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); },
                         endDialogs);
@@ -185,14 +186,18 @@ class QtModule : public WindowsModule {
   }
 
   WindowsServices& services_;
-  // QApplication keeps references to these.
-  int argc_ = 1;
-  std::array<char, 13> name_{"record-audio"};
-  std::array<char*, 2> argv_{name_.data(), nullptr};
+  // QApplication keeps references to these. It takes the screen from them and not from the
+  // environment, which must not change while other threads may be reading it.
+  std::string name_ = "record-audio";
+  std::string screenOption_ = "-platform";
+  std::string screen_;
+  int argc_ = 3;
+  std::array<char*, 4> argv_{name_.data(), screenOption_.data(), screen_.data(), nullptr};
   SourceSpan toolkitSources_;
   QApplication app_;
   std::optional<ScreenLoss> screenLoss_;
   WidgetAccessibility accessibility_;
+  std::optional<AppearanceFollower> appearance_;
   QtCursor cursor_;
   QtSystemColors colors_;
 };
@@ -208,10 +213,5 @@ record_audio_create_windows_module(linux_host::WindowsServices& services, std::s
         "There is no screen to show a window on: neither WAYLAND_DISPLAY nor DISPLAY leads to one.";
     return nullptr;
   }
-  setenv("QT_QPA_PLATFORM", platform.c_str(), 1);
-  // Qt's own threads run without GLib: in Qt 6.8 they release their GLib context after GLib has
-  // already forgotten the thread, and GLib complains about each. This does not affect the main
-  // thread's loop.
-  setenv("QT_NO_THREADED_GLIB", "1", 1);
-  return new linux_host::QtModule(services);
+  return new linux_host::QtModule(services, platform);
 }

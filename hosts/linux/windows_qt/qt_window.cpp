@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QShortcut>
+#include <QTimer>
 
 #include "hosts/linux/windows_qt/activation.h"
 
@@ -33,6 +34,19 @@ void WindowWidget::hideEvent(QHideEvent* event) {
 void WindowWidget::closeEvent(QCloseEvent* event) {
   event->ignore();
   emit doneWanted();
+}
+
+void WindowWidget::changeEvent(QEvent* event) {
+  QDialog::changeEvent(event);
+  const bool isOfLooks = event->type() == QEvent::FontChange ||
+                         event->type() == QEvent::StyleChange ||
+                         event->type() == QEvent::PaletteChange;
+  if (!isOfLooks || isTellingOfLooks_) return;
+  isTellingOfLooks_ = true;
+  QTimer::singleShot(0, this, [this] {
+    isTellingOfLooks_ = false;
+    emit looksChanged();
+  });
 }
 
 std::string portalNameOf(const QWidget* window) {

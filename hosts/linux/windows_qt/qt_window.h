@@ -22,6 +22,8 @@ class WindowWidget : public QDialog {
  signals:
   void becameKey();
   void visibilityChanged();
+  // The font, style or colours are others now; sent once after the event in which they changed.
+  void looksChanged();
   // The user wants the window gone.
   void doneWanted();
 
@@ -30,7 +32,11 @@ class WindowWidget : public QDialog {
   void showEvent(QShowEvent* event) override;
   void hideEvent(QHideEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
+  void changeEvent(QEvent* event) override;
   void reject() override { emit doneWanted(); }
+
+ private:
+  bool isTellingOfLooks_ = false;
 };
 
 // The name of a window for portals; empty where it has none.

@@ -23,6 +23,9 @@ ShortcutRow::ShortcutRow(QDialog& dialog, QFormLayout& form, QPushButton& button
       button_(button),
       key_(dialog.findChild<QLabel*>(QStringLiteral("shortcutKey"))) {
   connect(&button_, &QPushButton::clicked, this, [this] { choose(); });
+  if (auto* window = qobject_cast<WindowWidget*>(&dialog_)) {
+    connect(window, &WindowWidget::looksChanged, this, [this] { showKey(); });
+  }
   show({});
   services_.followShortcut([this](const Shortcut& shortcut) { show(shortcut); });
 }
@@ -43,13 +46,18 @@ void ShortcutRow::show(const Shortcut& shortcut) {
     key = shortcut.trigger.empty() ? text("See keyboard settings") : singleLine(shortcut.trigger);
   }
   if (shortcut.asking) key = text("One moment…");
-  constexpr int kWidest_characters = 28;
-  const int width = key_->fontMetrics().averageCharWidth() * kWidest_characters;
-  key_->setText(key_->fontMetrics().elidedText(key, Qt::ElideMiddle, width));
+  shownKey_ = key;
+  showKey();
   key_->setToolTip(plainToolTip(key));
   button_.setText(shortcut.set ? text("Change…") : text("Set Shortcut…"));
   button_.setAccessibleDescription(key);
   button_.setEnabled(!shortcut.asking);
+}
+
+void ShortcutRow::showKey() {
+  constexpr int kWidest_characters = 28;
+  const int width = key_->fontMetrics().averageCharWidth() * kWidest_characters;
+  key_->setText(key_->fontMetrics().elidedText(shownKey_, Qt::ElideMiddle, width));
 }
 
 void ShortcutRow::choose() {

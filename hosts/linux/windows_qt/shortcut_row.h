@@ -24,6 +24,8 @@ class ShortcutRow : public QObject {
   ShortcutRow(QDialog& dialog, QFormLayout& form, QPushButton& button, WindowsServices& services);
 
   void show(const Shortcut& shortcut);
+  // Shows what is known of the key, as wide as the font allows.
+  void showKey();
   void choose();
   [[nodiscard]] QString text(const char* key) const;
 
@@ -32,6 +34,7 @@ class ShortcutRow : public QObject {
   QFormLayout& form_;
   QPushButton& button_;
   QLabel* const key_;
+  QString shownKey_;
 };
 
 }  // namespace linux_host

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "hosts/linux/base/log.h"
+#include "hosts/linux/base/toolkit_environment.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "platform/file_url.h"
 
@@ -74,6 +75,7 @@ void onLaunched(GObject*, GAsyncResult* result, gpointer raw) {
 
 void launchDefault(const std::string& uri, const std::string& token) {
   const std::unique_ptr<GAppLaunchContext, ObjectUnref> context(g_app_launch_context_new());
+  g_app_launch_context_unsetenv(context.get(), kToolkitVariable);
   if (!token.empty()) {
     g_app_launch_context_setenv(context.get(), "XDG_ACTIVATION_TOKEN", token.c_str());
     g_app_launch_context_setenv(context.get(), "DESKTOP_STARTUP_ID", token.c_str());
@@ -271,8 +273,11 @@ bool DesktopWorkspace::openPrivacySettings() {
     arguments.push_back(const_cast<gchar*>(argument.c_str()));
   }
   arguments.push_back(nullptr);
-  return g_spawn_async(nullptr, arguments.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr,
-                       nullptr, nullptr) != FALSE;
+  gchar** environment = g_environ_unsetenv(g_get_environ(), kToolkitVariable);
+  const bool isStarted = g_spawn_async(nullptr, arguments.data(), environment, G_SPAWN_SEARCH_PATH,
+                                       nullptr, nullptr, nullptr, nullptr) != FALSE;
+  g_strfreev(environment);
+  return isStarted;
 }
 
 std::vector<std::string> privacySettingsCommand(

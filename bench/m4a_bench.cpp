@@ -9,22 +9,20 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/encoders_alone.h"
 #include "hosts/linux/m4a/libav_m4a_writer.h"
 #include "hosts/linux/m4a/m4a_open_file.h"
 
 namespace {
 
-using linux_host::LibavPointer;
-
-constexpr std::uint32_t kRate_hz = 48000;
-constexpr std::uint32_t kBitrate_bps = 256000;
+constexpr std::uint32_t kRate_hz = kBenchRate_Hz;
+constexpr std::uint32_t kBitrate_bps = kBenchAacBitrate_bps;
 constexpr std::uint32_t kPiece_frames = 480;
 
 class TemporaryFile {
@@ -47,12 +45,6 @@ class TemporaryFile {
   linux_host::OpenFiles files_;
   std::shared_ptr<linux_host::OpenFile> file_;
 };
-
-double threadCpuTime_s() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 linux_host::M4aFormat stereo() {
   using linux_host::Speaker;
@@ -124,37 +116,6 @@ double writerCpu_s(const std::vector<std::vector<float>>& planes, std::string* e
   return threadCpuTime_s() - begin_s;
 }
 
-// The same samples through the same encoder and nothing else: packets are discarded.
-double plainEncoderCpu_s(const std::vector<std::vector<float>>& planes) {
-  const double begin_s = threadCpuTime_s();
-  const AVCodec* aac = avcodec_find_encoder(AV_CODEC_ID_AAC);
-  const LibavPointer<AVCodecContext> codec(avcodec_alloc_context3(aac));
-  codec->sample_rate = kRate_hz;
-  codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
-  codec->ch_layout = AV_CHANNEL_LAYOUT_STEREO;
-  codec->bit_rate = kBitrate_bps;
-  codec->thread_count = 1;
-  if (avcodec_open2(codec.get(), aac, nullptr) < 0) return 0;
-  const LibavPointer<AVFrame> frame(av_frame_alloc());
-  const LibavPointer<AVPacket> packet(av_packet_alloc());
-  frame->format = codec->sample_fmt;
-  frame->ch_layout = codec->ch_layout;
-  frame->nb_samples = codec->frame_size;
-  av_frame_get_buffer(frame.get(), 0);
-  const auto frameSize = static_cast<std::size_t>(codec->frame_size);
-  for (std::size_t done = 0; done + frameSize <= planes[0].size(); done += frameSize) {
-    av_frame_make_writable(frame.get());
-    for (std::size_t channel = 0; channel < 2; ++channel) {
-      std::copy_n(planes[channel].data() + done, frameSize,
-                  reinterpret_cast<float*>(frame->extended_data[channel]));
-    }
-    frame->pts = static_cast<std::int64_t>(done);
-    avcodec_send_frame(codec.get(), frame.get());
-    while (avcodec_receive_packet(codec.get(), packet.get()) >= 0) av_packet_unref(packet.get());
-  }
-  return threadCpuTime_s() - begin_s;
-}
-
 // The writer's CPU time relative to that of the encoder alone; both take turns.
 void writerAgainstPlainEncoder(benchmark::State& state) {
   constexpr std::uint32_t kSeconds = 60;
@@ -170,7 +131,7 @@ void writerAgainstPlainEncoder(benchmark::State& state) {
       break;
     }
     writer_s += now_s;
-    plain_s += plainEncoderCpu_s(planes);
+    plain_s += aacAloneCpu_s(planes);
     state.SetIterationTime(now_s);
   }
   state.counters["ratio"] = writer_s / plain_s;

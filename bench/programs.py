@@ -82,11 +82,12 @@ class Program:
         return len(decoded.stdout) / 2 / PCM_RATE_HZ
 
 
-def record_audio(build, folder, name, sound_format):
+def record_audio(build, folder, name, sound_format, more_settings=None):
     home = folder / name
     settings = home / "config/com.vantrel.korvel.RecordAudio"
     settings.mkdir(parents=True)
-    (settings / "defaults.json").write_text(json.dumps({"SoundFormat": sound_format}))
+    (settings / "defaults.json").write_text(
+        json.dumps({"SoundFormat": sound_format, **(more_settings or {})}))
     locations = home / "config/com.vantrel.korvel"
     locations.mkdir()
     output = home / "recordings"

@@ -49,10 +49,9 @@ bool isRecentEnough(const AudioDriverVersion& version) {
 bool holdsRecentEnoughDriver(const suite::Environment& environment, const std::string& path) {
   const auto bundle = environment.host.bundleLoader.bundleWithPath(path);
   if (bundle == nullptr) return false;
-  const std::optional<platform::Dictionary> info = bundle->infoDictionary();
-  if (!info) return false;
-  const auto entry = info->find(kBundleShortVersionKey);
-  const auto* const text = entry == info->end() ? nullptr : entry->second.as<std::string>();
+  const platform::Dictionary info = bundle->infoDictionary().value_or(platform::Dictionary());
+  const auto entry = info.find(kBundleShortVersionKey);
+  const auto* const text = entry == info.end() ? nullptr : entry->second.as<std::string>();
   return text != nullptr && isRecentEnough(AudioDriver::parseVersion(*text));
 }
 

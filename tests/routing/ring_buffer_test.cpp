@@ -134,12 +134,12 @@ TEST(RingBufferLifecycle, DeallocatesToAnEmptyRingAndMayDoSoTwice) {
 TEST(RingBufferLifecycle, AFetchAfterDeallocationIsSilence) {
   RingBuffer ring;
   ring.allocate(2, 1, kCapacity);
-  Block block(2, 4, kUntouched);
+  Block block(2, 8, kUntouched);
   ring.store(block.list(), 4, 0);
   ring.deallocate();
-  EXPECT_EQ(ring.fetch(block.list(), 4, 0), RingBufferErrorNone);
+  EXPECT_EQ(ring.fetch(block.list(), 8, 0), RingBufferErrorNone);
   EXPECT_THAT(block.plane(0), Each(0));
-  EXPECT_EQ(block.buffer(0).mDataByteSize, 4U);
+  EXPECT_EQ(block.buffer(0).mDataByteSize, 8U);
 }
 
 TEST(RingBufferLifecycle, HoldsNothingWhenTheStorageDoesNotFitIntoThirtyTwoBits) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -55,9 +56,8 @@ std::string contentsOf(const std::string& path) {
   if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   std::string text(kMost_bytes, '\0');
   const ssize_t count = read(file.get(), text.data(), text.size());
-  if (count < 0 || static_cast<std::size_t>(count) == kMost_bytes) return {};
-  text.resize(static_cast<std::size_t>(count));
-  return text;
+  text.resize(static_cast<std::size_t>(std::max(count, ssize_t{})));
+  return text.size() == kMost_bytes ? std::string() : text;
 }
 
 const char* environmentPath(const char* name) {

@@ -39,15 +39,15 @@ struct ChoiceWriter::Desk {
   std::optional<DefaultChoice> next RA_GUARDED_BY(mutex);
 };
 
-ChoiceWriter::ChoiceWriter(std::unique_ptr<ChoiceMemory> memory)
-    : desk_(std::make_shared<Desk>(std::move(memory))) {}
+ChoiceWriter::ChoiceWriter(std::unique_ptr<ChoiceMemory> memory, std::chrono::milliseconds farewell)
+    : desk_(std::make_shared<Desk>(std::move(memory))), farewell_(farewell) {}
 
 ChoiceWriter::~ChoiceWriter() {
   platform::MutexLock lock(desk_->mutex);
   if (desk_->phase == Desk::Phase::kNotStarted) return;
   desk_->phase = Desk::Phase::kClosed;
   desk_->changed.notify_all();
-  desk_->changed.wait_for(lock, kFarewell, [this]() RA_REQUIRES(desk_->mutex) {
+  desk_->changed.wait_for(lock, farewell_, [this]() RA_REQUIRES(desk_->mutex) {
     return desk_->phase == Desk::Phase::kDone;
   });
 }

@@ -13,8 +13,10 @@ namespace loopback {
 // written, only the latest counts. Call from one thread.
 class ChoiceWriter : public ChoiceMemory {
  public:
-  explicit ChoiceWriter(std::unique_ptr<ChoiceMemory> memory);
-  // Waits, at most kFarewell, until the latest choice is written; a thread that hangs is abandoned.
+  explicit ChoiceWriter(std::unique_ptr<ChoiceMemory> memory,
+                        std::chrono::milliseconds farewell = std::chrono::milliseconds(500));
+  // Waits, at most for the farewell, until the latest choice is written; a thread that hangs is
+  // abandoned.
   ~ChoiceWriter() override;
   ChoiceWriter(const ChoiceWriter&) = delete;
   ChoiceWriter& operator=(const ChoiceWriter&) = delete;
@@ -24,12 +26,11 @@ class ChoiceWriter : public ChoiceMemory {
   // Returns at once.
   void store(const DefaultChoice& choice) override;
 
-  static constexpr std::chrono::milliseconds kFarewell{500};
-
  private:
   struct Desk;  // shared with the thread, which may have to be abandoned
 
   std::shared_ptr<Desk> desk_;
+  std::chrono::milliseconds farewell_;
 };
 
 }  // namespace loopback

@@ -3,44 +3,47 @@
 
 #include <spa/utils/json.h>
 
-#include <array>
-#include <cstring>
+#include <algorithm>
+#include <string_view>
 
 namespace loopback {
 namespace {
 
-// "\u001f"
-constexpr std::size_t kLongestEscape = 6;
+// The next key or value of an object; empty behind the last one.
+std::string_view nextIn(spa_json& object) {
+  const char* token = nullptr;
+  const int length = spa_json_next(&object, &token);
+  return {token, static_cast<std::size_t>(std::max(length, 0))};
+}
 
 }  // namespace
 
 std::optional<std::string> nameInDefault(const std::string& json) {
-  std::array<spa_json, 2> levels{};
-  spa_json_init(&levels[0], json.data(), json.size());
-  if (spa_json_enter_object(&levels[0], &levels[1]) <= 0) return std::nullopt;
-  // No string in the value is longer than the value.
-  std::string key(json.size() + 1, '\0');
-  while (spa_json_get_string(&levels[1], key.data(), static_cast<int>(key.size())) > 0) {
-    const char* value = nullptr;
-    const int length = spa_json_next(&levels[1], &value);
-    if (length <= 0) break;
-    if (std::strcmp(key.c_str(), "name") != 0) continue;
-    if (!spa_json_is_string(value, length)) return std::nullopt;
-    std::string name(static_cast<std::size_t>(length) + 1, '\0');
-    if (spa_json_parse_stringn(value, length, name.data(), static_cast<int>(name.size())) <= 0) {
-      return std::nullopt;
-    }
-    name.resize(std::strlen(name.c_str()));
-    return name;
+  spa_json document{};
+  spa_json object{};
+  spa_json_init(&document, json.data(), json.size());
+  // Anything but an object leaves `object` empty.
+  spa_json_enter_object(&document, &object);
+  const auto textOf = [&](std::string_view token) {
+    // The token stands behind a brace, so there is room for it and its end.
+    std::string text(json.size(), '\0');
+    spa_json_parse_stringn(token.data(), static_cast<int>(token.size()), text.data(),
+                           static_cast<int>(text.size()));
+    return std::string(text.c_str());
+  };
+  for (auto key = nextIn(object); !key.empty(); key = nextIn(object)) {
+    const std::string_view value = nextIn(object);
+    if (textOf(key) != "name") continue;
+    const bool isString = spa_json_is_string(value.data(), static_cast<int>(value.size()));
+    return isString ? std::optional(textOf(value)) : std::nullopt;
   }
   return std::nullopt;
 }
 
 std::string defaultWithName(const std::string& nodeName) {
-  std::string quoted(kLongestEscape * nodeName.size() + 3, '\0');
-  const int length =
-      spa_json_encode_string(quoted.data(), static_cast<int>(quoted.size()), nodeName.c_str());
-  quoted.resize(static_cast<std::size_t>(length));
+  const int length = spa_json_encode_string(nullptr, 0, nodeName.c_str());
+  std::string quoted(static_cast<std::size_t>(length), '\0');
+  spa_json_encode_string(quoted.data(), length, nodeName.c_str());
   return "{\"name\":" + quoted + "}";
 }
 

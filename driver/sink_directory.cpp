@@ -52,13 +52,11 @@ std::vector<std::string> SinkDirectory::channelsFor(const std::string& sinkName)
   std::vector<std::string> stereo = {"FL", "FR"};
   const auto sink = std::find_if(sinks_.begin(), sinks_.end(),
                                  [&](const auto& entry) { return entry.second == sinkName; });
-  if (sink == sinks_.end()) return stereo;
   std::map<std::uint32_t, std::string> channels;
   for (const auto& [id, port] : ports_) {
-    if (port.node == sink->first) channels[port.index] = port.channel;
+    if (sink != sinks_.end() && port.node == sink->first) channels[port.index] = port.channel;
   }
   std::vector<std::string> result;
-  result.reserve(channels.size());
   for (const auto& [index, channel] : channels) result.push_back(channel);
   const std::set<std::string> distinct(result.begin(), result.end());
   const bool usable = !result.empty() && result.size() <= kMostChannels &&

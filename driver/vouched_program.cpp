@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -21,17 +22,17 @@ template <typename Number>
 std::optional<Number> numberIn(const spa_dict& properties, const char* key) {
   const char* text = spa_dict_lookup(&properties, key);
   if (text == nullptr) return std::nullopt;
-  const std::string_view digits = text;
+  const char* const textEnd = text + std::strlen(text);
   Number number{};
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  const auto [end, error] = std::from_chars(text, textEnd, number);
+  if (error != std::errc() || end != textEnd) return std::nullopt;
   return number;
 }
 
+// Empty if the link cannot be read.
 std::string pathBehind(const std::string& link) {
   std::error_code failed;
   std::string path = std::filesystem::read_symlink(link, failed).string();
-  if (failed) return {};
   if (path.ends_with(kDeleted)) path.resize(path.size() - kDeleted.size());
   return path;
 }
@@ -52,13 +53,17 @@ VouchedProgram VouchedProgram::ownProgram() {
 
 bool VouchedProgram::isRunBy(const spa_dict& clientProperties) const {
   const auto process = processOfClient(clientProperties);
-  if (!process || path_.empty()) return false;
-  const std::string link = "/proc/" + std::to_string(*process) + "/exe";
+  return process && isRunBy(*process);
+}
+
+bool VouchedProgram::isRunBy(pid_t process) const {
+  const std::string link = "/proc/" + std::to_string(process) + "/exe";
   struct stat run {};
   struct stat expected {};
   if (stat(link.c_str(), &run) != 0) return false;
-  const bool isThatFile = stat(path_.c_str(), &expected) == 0 && run.st_dev == expected.st_dev &&
-                          run.st_ino == expected.st_ino;
+  const bool isThatFile =
+      stat(path_.c_str(), &expected) == 0 &&
+      std::pair(run.st_dev, run.st_ino) == std::pair(expected.st_dev, expected.st_ino);
   return isThatFile || (isNobodyElses(run) && pathBehind(link) == path_);
 }
 

@@ -28,6 +28,8 @@ class VouchedProgram {
   [[nodiscard]] bool isRunBy(const spa_dict& clientProperties) const;
 
  private:
+  [[nodiscard]] bool isRunBy(pid_t process) const;
+
   std::string path_;
 };
 

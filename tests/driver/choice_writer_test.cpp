@@ -56,8 +56,9 @@ class DiskMemory : public loopback::ChoiceMemory {
 class ChoiceWriterTest : public testing::Test {
  protected:
   std::shared_ptr<Disk> disk = std::make_shared<Disk>();
+  // A farewell that is waited for in vain would take an hour.
   std::unique_ptr<ChoiceWriter> writer =
-      std::make_unique<ChoiceWriter>(std::make_unique<DiskMemory>(disk));
+      std::make_unique<ChoiceWriter>(std::make_unique<DiskMemory>(disk), std::chrono::hours(1));
 };
 
 TEST_F(ChoiceWriterTest, LoadsAndWrites) {
@@ -80,13 +81,23 @@ TEST_F(ChoiceWriterTest, AHangingDiskDelaysNobodyAndTheLatestChoiceIsWritten) {
   EXPECT_EQ(disk->written, (std::vector<DefaultChoice>{choiceOf("a"), choiceOf("c")}));
 }
 
+TEST_F(ChoiceWriterTest, EachChoiceOfAnIdleWriterIsWritten) {
+  std::vector<DefaultChoice> stored;
+  for (std::size_t i = 0; i < 50; ++i) {
+    stored.push_back(choiceOf(std::to_string(i)));
+    writer->store(stored.back());
+    disk->awaitWritten(stored.size());
+  }
+  EXPECT_EQ(disk->written, stored);
+}
+
 TEST_F(ChoiceWriterTest, AWriteThatHangsForeverIsLeftBehind) {
   disk->hangs = true;
+  writer = std::make_unique<ChoiceWriter>(std::make_unique<DiskMemory>(disk),
+                                          std::chrono::milliseconds(1));
   writer->store(choiceOf("a"));
   disk->awaitBegun(1);
-  const auto begin = std::chrono::steady_clock::now();
   writer.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, ChoiceWriter::kFarewell * 6);
   disk->let();
   disk->awaitWritten(1);
 }

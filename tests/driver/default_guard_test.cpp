@@ -70,6 +70,26 @@ TEST(DeviceName, IsEmptyForWhatIsNotAnObjectWithAName) {
   EXPECT_EQ(deviceNameOf({}), "");
 }
 
+TEST(DeviceName, SurvivesControlCharacters) {
+  const std::string name = "\x01\x02\x1f\n\t\x03";
+  EXPECT_EQ(deviceNameOf(choiceOf(name)), name);
+}
+
+TEST(DeviceName, MustBeAString) {
+  for (const char* text : {"{\"name\":7}", "{\"name\":yes}", "{\"name\":{\"name\":\"no\"}}"}) {
+    EXPECT_EQ(deviceNameOf(MetadataValue{"Spa:String:JSON", text}), "") << text;
+  }
+}
+
+TEST_F(DefaultGuardTest, WritesNothingBeforeItServesAndThenWhatIsDue) {
+  memory.choice = choiceOf("speaker");
+  DefaultGuard fresh(keys, memory);
+  fresh.configuredChanged(kLoopback);
+  EXPECT_TRUE(keys.configured.empty());
+  fresh.serve();
+  EXPECT_EQ(keys.configured, std::vector<DefaultChoice>{choiceOf("speaker")});
+}
+
 TEST_F(DefaultGuardTest, PutsExactlyTheUsersValueBack) {
   const DefaultChoice users = MetadataValue{"Spa:String:JSON", R"({  "name":"speaker" , "x":1})"};
   start(users, "speaker");
@@ -140,6 +160,23 @@ TEST_F(DefaultGuardTest, UndoesAChoiceOfTheHiddenDeviceAtAnyTime) {
   EXPECT_EQ(keys.configured.back(), choiceOf("speaker"));
 }
 
+TEST_F(DefaultGuardTest, PutsTheChoiceBackOnce) {
+  start(choiceOf("speaker"), "speaker");
+  recordingStarts();
+  guard.willHide();
+  guard.willShow();
+  guard.willHide();
+  EXPECT_EQ(keys.configured.size(), 1U);
+}
+
+TEST_F(DefaultGuardTest, PutsNothingBackOnceTheSessionManagerIsGone) {
+  start(choiceOf("speaker"), "speaker");
+  recordingStarts();
+  guard.sessionManagerGone();
+  guard.willHide();
+  EXPECT_TRUE(keys.configured.empty());
+}
+
 TEST_F(DefaultGuardTest, ARestartOfTheSessionManagerInARecordingLosesNothing) {
   start(choiceOf("speaker"), "speaker");
   recordingStarts();
@@ -148,6 +185,7 @@ TEST_F(DefaultGuardTest, ARestartOfTheSessionManagerInARecordingLosesNothing) {
   guard.sessionManagerReady();
   guard.willHide();
   EXPECT_EQ(keys.configured, std::vector<DefaultChoice>{choiceOf("speaker")});
+  EXPECT_TRUE(keys.effective.empty());
 }
 
 TEST_F(DefaultGuardTest, ShowingWithoutASessionManagerDoesNotForgetTheChoice) {
@@ -167,6 +205,13 @@ TEST_F(DefaultGuardTest, RemembersOnDiskOnlyChanges) {
     guard.configuredChanged(choiceOf("speaker"));
   }
   EXPECT_EQ(memory.stores, 1);
+  EXPECT_TRUE(keys.effective.empty());
+}
+
+TEST_F(DefaultGuardTest, AnUnsetEffectiveKeyIsNoDefault) {
+  start({}, "speaker");
+  guard.effectiveChanged({});
+  EXPECT_EQ(guard.lastRealDefault(), "speaker");
 }
 
 TEST_F(DefaultGuardTest, CorrectsASessionManagerThatTakesTheLoopbackUnasked) {
@@ -187,6 +232,15 @@ TEST_F(DefaultGuardTest, CorrectsToTheBestSinkWhenTheLastOneIsGone) {
   guard.willShow();
   guard.effectiveChanged(kLoopback);
   EXPECT_EQ(keys.effective, std::vector<DefaultChoice>{choiceOf("headphones")});
+  EXPECT_EQ(guard.lastRealDefault(), "headphones");
+}
+
+TEST_F(DefaultGuardTest, OfEquallyGoodSinksTheFirstByNameIsTaken) {
+  guard.sinkAppeared("b", 500);
+  guard.sinkAppeared("a", 500);
+  guard.willShow();
+  guard.effectiveChanged(kLoopback);
+  EXPECT_EQ(keys.effective, std::vector<DefaultChoice>{choiceOf("a")});
 }
 
 TEST_F(DefaultGuardTest, LeavesTheLoopbackWhereThereIsNoOtherSink) {
@@ -196,15 +250,43 @@ TEST_F(DefaultGuardTest, LeavesTheLoopbackWhereThereIsNoOtherSink) {
   EXPECT_TRUE(keys.effective.empty());
 }
 
-TEST_F(DefaultGuardTest, ACorrectedSessionManagerIsHelpedToTheLoopbackOnceItIsConfigured) {
-  guard.sinkAppeared("speaker", 500);
-  start({}, "speaker");
-  guard.willShow();
-  guard.effectiveChanged(kLoopback);
-  guard.effectiveChanged(choiceOf("speaker"));  // the correction's echo
+class CorrectedSessionManager : public DefaultGuardTest {
+ protected:
+  CorrectedSessionManager() {
+    guard.sinkAppeared("speaker", 500);
+    start({}, "speaker");
+    guard.willShow();
+    guard.effectiveChanged(kLoopback);
+    guard.effectiveChanged(choiceOf("speaker"));  // the correction's echo
+    keys.effective.clear();
+  }
+};
+
+TEST_F(CorrectedSessionManager, IsHelpedToTheLoopbackOnceItIsConfigured) {
   guard.configuredChanged(kLoopback);
-  ASSERT_EQ(keys.effective.size(), 2U);
-  EXPECT_EQ(keys.effective.back(), kLoopback);
+  EXPECT_EQ(keys.effective, std::vector<DefaultChoice>{kLoopback});
+  guard.configuredChanged(kLoopback);
+  EXPECT_EQ(keys.effective.size(), 1U);
+}
+
+TEST_F(CorrectedSessionManager, NeedsNoHelpOnceItHasTakenAnotherDefault) {
+  guard.effectiveChanged(choiceOf("headphones"));
+  guard.configuredChanged(kLoopback);
+  EXPECT_TRUE(keys.effective.empty());
+}
+
+TEST_F(CorrectedSessionManager, IsForgottenWhenTheDeviceIsHidden) {
+  guard.willHide();
+  guard.willShow();
+  guard.configuredChanged(kLoopback);
+  EXPECT_TRUE(keys.effective.empty());
+}
+
+TEST_F(CorrectedSessionManager, IsForgottenWhenItIsGone) {
+  guard.sessionManagerGone();
+  guard.sessionManagerReady();
+  guard.configuredChanged(kLoopback);
+  EXPECT_TRUE(keys.effective.empty());
 }
 
 TEST_F(DefaultGuardTest, NeverTouchesTheEffectiveKeyOfASessionManagerThatFollows) {

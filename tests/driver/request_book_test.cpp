@@ -95,6 +95,12 @@ TEST(RequestBook, AnInvalidNumberAnswersNobodyElse) {
   }
 }
 
+TEST(RequestBook, ANumberHasUpToTwentyDigits) {
+  RequestBook book;
+  book.requestIs(8, {"64206", "18446744073709551615"}, true);
+  EXPECT_EQ(book.askers(), "8:18446744073709551615");
+}
+
 TEST(RequestBook, NobodyAsksOnceItIsClosed) {
   RequestBook book;
   book.requestIs(7, {"64206", ""}, true);

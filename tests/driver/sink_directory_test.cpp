@@ -63,4 +63,12 @@ TEST(SinkDirectory, ForgetsWhatIsRemoved) {
   EXPECT_EQ(directory.channelsFor("sink"), kStereo);
 }
 
+TEST(SinkDirectory, ForgetsAPortThatIsRemoved) {
+  auto directory = directoryWith({"FL", "FR", "FC"});
+  directory.remove(98);
+  EXPECT_EQ(directory.channelsFor("sink"), kStereo);
+  directory.remove(99);
+  EXPECT_EQ(directory.channelsFor("sink"), Channels{"FL"});
+}
+
 }  // namespace

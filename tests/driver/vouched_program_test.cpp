@@ -105,6 +105,7 @@ TEST(VouchedProgram, OneThatOthersCanWriteCountsOnlyInItsPlace) {
 
 TEST(VouchedProgram, AClientWithoutAProcessOfThisUserRunsNothing) {
   const auto own = VouchedProgram::ownProgram();
+  EXPECT_TRUE(Client{"1"}.hasProcess());
   for (const char* pid : {"", "x", "0", "-1", "1x", " 1", "99999999999999999999", "4194304999"}) {
     EXPECT_FALSE(Client{pid}.runs(own)) << pid;
     EXPECT_FALSE(Client{pid}.hasProcess()) << pid;
@@ -119,6 +120,24 @@ TEST(VouchedProgram, AClientWithoutAProcessOfThisUserRunsNothing) {
 
 TEST(VouchedProgram, WithoutAPathNoProgramMatches) {
   EXPECT_FALSE(Client{kOwnPid}.runs(VouchedProgram("")));
+}
+
+TEST(VouchedProgram, AProcessThatIsGoneRunsNothing) {
+  const Client gone{"4194304"};  // one more than the kernel's largest
+  EXPECT_TRUE(gone.hasProcess());
+  EXPECT_FALSE(gone.runs(VouchedProgram::ownProgram()));
+  EXPECT_FALSE(gone.runs(VouchedProgram("")));
+}
+
+TEST(VouchedProgram, OneThatBelongsToAnotherUserCountsOnlyInItsPlace) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  const base_test::TemporaryFolder folder;
+  const Sleeper sleeper(folder / "driver");
+  constexpr uid_t kOther = 1;
+  ASSERT_EQ(chown((folder / "driver").c_str(), kOther, 0), 0);
+  EXPECT_TRUE(sleeper.client().runs(VouchedProgram(folder / "driver")));
+  std::filesystem::remove(folder / "driver");
+  EXPECT_FALSE(sleeper.client().runs(VouchedProgram(folder / "driver")));
 }
 
 }  // namespace

@@ -196,6 +196,7 @@ OSStatus MemoryAudioHardware::AudioObjectGetPropertyDataSize(
                    qualifierText(qualifierSize_bytes, qualifier),
                    {},
                    status});
+  if (status == noErr && onSize) onSize(object, address);
   return status;
 }
 
@@ -268,9 +269,10 @@ OSStatus MemoryAudioHardware::AudioObjectGetPropertyData(AudioObjectID object,
                                                          std::uint32_t* ioSize_bytes,
                                                          void* outData) {
   const std::string text = qualifierText(qualifierSize_bytes, qualifier);
-  const OSStatus status = isQualifier(qualifierSize_bytes, qualifier)
-                              ? read(object, address, text, ioSize_bytes, outData)
-                              : platform::kAudioHardwareBadPropertySizeError;
+  OSStatus status = isQualifier(qualifierSize_bytes, qualifier)
+                        ? read(object, address, text, ioSize_bytes, outData)
+                        : platform::kAudioHardwareBadPropertySizeError;
+  if (status == noErr) status = injected(object, address, FailOn::kAfterRead);
   calls.push_back({CallKind::kGet, object, address, text, {}, status});
   return status;
 }

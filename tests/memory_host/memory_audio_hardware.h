@@ -36,7 +36,8 @@ class MemoryAudioHardware : public platform::AudioHardware {
     friend bool operator==(const Call&, const Call&) = default;
   };
 
-  enum class FailOn { kAny, kRead, kWrite, kSize };
+  // kAfterRead: the reader has the value already.
+  enum class FailOn { kAny, kRead, kAfterRead, kWrite, kSize };
 
   // An object exists from its first property on. A read copies the whole value or nothing, unless
   // it was set as a list.
@@ -101,6 +102,8 @@ class MemoryAudioHardware : public platform::AudioHardware {
   std::atomic<std::uint64_t> currentTimeCalls{0};
   // Called after each successful write, with the object and the address. Does what hardware would.
   std::function<void(platform::AudioObjectID, const platform::AudioObjectPropertyAddress&)> onWrite;
+  // The same after each size. What was asked for may change before it is read.
+  std::function<void(platform::AudioObjectID, const platform::AudioObjectPropertyAddress&)> onSize;
 
   bool AudioObjectHasProperty(platform::AudioObjectID object,
                               const platform::AudioObjectPropertyAddress& address) override;

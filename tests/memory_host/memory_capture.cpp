@@ -27,6 +27,7 @@ OSStatus MemorySampleBuffer::getAudioBufferListWithRetainedBlockBuffer(
   ++listRequests;
   if (listStatus != platform::noErr) return listStatus;
   if (listSize_bytes < size_bytes) return kWrongListSize;
+  if (!block) return platform::noErr;
 
   outList->mNumberBuffers = buffers;
   auto* entries = reinterpret_cast<platform::AudioBuffer*>(reinterpret_cast<std::byte*>(outList) +

@@ -71,7 +71,7 @@ class MemorySampleBuffer : public platform::SampleBuffer {
 
   platform::AudioFormatDescription description;
   std::int64_t numSamples;
-  std::shared_ptr<MemoryBlockBuffer> block;
+  std::shared_ptr<MemoryBlockBuffer> block;  // null: the buffer has none
   platform::OSStatus sizeStatus = platform::noErr;
   platform::OSStatus listStatus = platform::noErr;
   mutable int listRequests = 0;

@@ -138,6 +138,11 @@ std::size_t MemoryRunLoop::timerCount() const {
   return scheduledIntervals_s().size();
 }
 
+std::size_t MemoryRunLoop::repeatingTimerCount() const {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      timers_, [](const auto& entry) { return entry.second->isValid() && entry.second->repeats; }));
+}
+
 std::vector<double> MemoryRunLoop::scheduledIntervals_s() const {
   std::vector<double> intervals;
   for (const auto& [due, timer] : timers_) {

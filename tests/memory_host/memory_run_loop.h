@@ -87,6 +87,7 @@ class MemoryRunLoop : public platform::RunLoop {
   // Moves the clock forward and fires every timer at its own time on the way.
   void advance(double seconds);
   [[nodiscard]] std::size_t timerCount() const;
+  [[nodiscard]] std::size_t repeatingTimerCount() const;
   // The interval of every scheduled timer, the earliest due first.
   [[nodiscard]] std::vector<double> scheduledIntervals_s() const;
   // Releases every timer and queued item, as the end of the process does.

@@ -51,6 +51,11 @@ TEST_F(RecorderNamingTest, AnM4aIsTitledLikeItsFileWithoutANumberAndDatedAtItsSt
   EXPECT_EQ(metadata.creationDate, memory.host.wallClock.now());
 }
 
+TEST_F(RecorderNamingTest, NumbersTheSecondFileOfAName1) {
+  take(0);
+  EXPECT_EQ(recorder->generatePath(), "/out/Audio recording 2024-05-17 at 14.03.27 (1).m4a");
+}
+
 TEST_F(RecorderNamingTest, TakesTheFirstFreeNumberAfterThoseInUse) {
   for (int number = 0; number <= 3; ++number) take(number);
   take(5);

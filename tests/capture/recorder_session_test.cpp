@@ -100,6 +100,8 @@ TEST_F(RecorderSessionTest, StopsTheFileOutputThenTheSessionAndMovesTheFileAtOnc
               ElementsAre(std::string("move ") + kTemporary + " -> " + kFinalM4a));
   EXPECT_EQ(memory.fileManager.contents(kFinalM4a), "aac samples");
   EXPECT_EQ(recorder->outputFilePath(), kFinalM4a);
+  EXPECT_EQ(recorder->recordedFile(), kFinalM4a);
+  EXPECT_EQ(recorder->whyNotSaved(), "");
   EXPECT_FALSE(recorder->isRecording());
 }
 
@@ -175,8 +177,19 @@ TEST_F(RecorderSessionTest, NamesTheFinalPathAndLogsWhenTheMoveFails) {
               ElementsAre(std::string("Can't move file from ") + kTemporary + " to " + kFinalM4a +
                           ". Error: read-only file system"));
   EXPECT_EQ(recorder->outputFilePath(), kFinalM4a);
+  EXPECT_EQ(recorder->recordedFile(), kTemporary);
+  EXPECT_EQ(recorder->whyNotSaved(), "read-only file system");
   EXPECT_TRUE(memory.fileManager.fileExists(kTemporary));
   EXPECT_FALSE(recorder->isRecording());
+}
+
+TEST_F(RecorderSessionTest, ForgetsWhyTheLastRecordingWasNotSavedWhenTheNextOneRuns) {
+  record(kM4a);
+  memory.fileManager.failMove = "read-only file system";
+  recorder->stopRecord();
+  record(kM4a);
+  EXPECT_EQ(recorder->whyNotSaved(), "");
+  EXPECT_EQ(recorder->recordedFile(), recorder->outputFilePath());
 }
 
 TEST_F(RecorderSessionTest, FailsToMoveOntoTheLastNumberAndKeepsBothFiles) {
@@ -336,6 +349,11 @@ TEST_F(RecorderSessionTest, UnregistersWhenItIsDestroyed) {
       0U);
   session().reportStarted();
   EXPECT_EQ(startedCount, 1);
+}
+
+TEST_F(RecorderSessionTest, LeavesTheEncoderAloneWhenItIsDestroyedWithoutHavingRecorded) {
+  recorder.reset();
+  EXPECT_THAT(encodeQueue().items, IsEmpty());
 }
 
 TEST_F(RecorderSessionTest, SurvivesACallbackThatReleasesIt) {

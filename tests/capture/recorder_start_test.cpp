@@ -9,7 +9,9 @@ using namespace capture_test;
 using memory_host::MemoryAudioHardware;
 using FailOn = MemoryAudioHardware::FailOn;
 using CallKind = MemoryAudioHardware::CallKind;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Field;
 using testing::IsEmpty;
 
 class RecorderStartTest : public RecorderFixture {
@@ -78,6 +80,15 @@ TEST_F(RecorderStartTest, RefusesToEncodeWithoutAThreadAndTriesAgain) {
   EXPECT_TRUE(recorder->isRecording());
 }
 
+TEST_F(RecorderStartTest, TakesTheThreadThatWasMissingWhenItWasMade) {
+  memory.dispatch.hasThreads = false;
+  recorder = record_audio::AudioRecorder::initWithDesktopPath(memory.environment, "/out");
+  EXPECT_FALSE(recorder->startRecord(mic, 0, kMp3));
+  memory.dispatch.hasThreads = true;
+  record(kMp3);
+  EXPECT_TRUE(recorder->isRecording());
+}
+
 TEST_F(RecorderStartTest, NeedsNoThreadOfItsOwnForAFileOutput) {
   memory.dispatch.hasThreads = false;
   recorder =
@@ -131,12 +142,13 @@ TEST_F(RecorderStartTest, ComparesUidsExactly) {
   EXPECT_EQ(recorder->getAudioId(""), 0U);
 }
 
-TEST_F(RecorderStartTest, FindsNoDeviceWhenTheListCannotBeRead) {
-  for (const FailOn on : {FailOn::kSize, FailOn::kRead}) {
+TEST_F(RecorderStartTest, FindsNoDeviceAndAsksNoFurtherWhenTheListCannotBeRead) {
+  for (const FailOn on : {FailOn::kSize, FailOn::kRead, FailOn::kAfterRead}) {
     memory.audioHardware.fail(
         platform::kAudioObjectSystemObject, platform::kAudioHardwarePropertyDevices,
         platform::kAudioObjectPropertyScopeGlobal, platform::kAudioHardwareUnspecifiedError, on);
     EXPECT_EQ(recorder->getAudioId("mic"), 0U);
+    EXPECT_EQ(memory.audioHardware.calls.back().status, platform::kAudioHardwareUnspecifiedError);
     memory.audioHardware.heal();
   }
   EXPECT_EQ(recorder->getAudioId("mic"), kMicId);
@@ -151,18 +163,33 @@ TEST_F(RecorderStartTest, GivesUpAtTheFirstUidThatCannotBeRead) {
   EXPECT_EQ(recorder->getAudioId("later"), 0U);
 }
 
+TEST_F(RecorderStartTest, AsksNothingOfADeviceThatGoesWhileTheListIsRead) {
+  auto& hardware = memory.audioHardware;
+  addInputDevice(hardware, 41, "other");
+  hardware.onSize = [&](platform::AudioObjectID object, const auto&) {
+    if (object == platform::kAudioObjectSystemObject) hardware.removeObject(kMicId);
+  };
+  hardware.calls.clear();
+  EXPECT_EQ(recorder->getAudioId("a third"), 0U);
+  for (const auto& call : hardware.calls) {
+    EXPECT_TRUE(call.object == platform::kAudioObjectSystemObject || call.object == 41U)
+        << call.object;
+  }
+}
+
 TEST_F(RecorderStartTest, SumsTheChannelsOfAllInputBuffers) {
   memory.audioHardware.setStreamConfiguration(kMicId, true, {2, 1, 4});
   memory.audioHardware.setStreamConfiguration(kMicId, false, {8});
   EXPECT_EQ(recorder->countCannels(kMicId), 7);
 }
 
-TEST_F(RecorderStartTest, CountsNoChannelsWhenTheyCannotBeRead) {
-  for (const FailOn on : {FailOn::kSize, FailOn::kRead}) {
+TEST_F(RecorderStartTest, CountsNoChannelsAndAsksNoFurtherWhenTheyCannotBeRead) {
+  for (const FailOn on : {FailOn::kSize, FailOn::kRead, FailOn::kAfterRead}) {
     memory.audioHardware.fail(kMicId, platform::kAudioDevicePropertyStreamConfiguration,
                               platform::kAudioDevicePropertyScopeInput,
                               platform::kAudioHardwareUnspecifiedError, on);
     EXPECT_EQ(recorder->countCannels(kMicId), 0);
+    EXPECT_EQ(memory.audioHardware.calls.back().status, platform::kAudioHardwareUnspecifiedError);
     memory.audioHardware.heal();
   }
   EXPECT_EQ(recorder->countCannels(999), 0);
@@ -171,8 +198,12 @@ TEST_F(RecorderStartTest, CountsNoChannelsWhenTheyCannotBeRead) {
 
 TEST_F(RecorderStartTest, TakesADeviceWithoutVolumeAndMuteAsAudible) {
   reportMutedDevices();
+  memory.audioHardware.calls.clear();
   EXPECT_TRUE(recorder->isInputVolumeOk(kMicId));
   EXPECT_FALSE(recorder->isMuted(kMicId));
+  EXPECT_THAT(memory.audioHardware.calls,
+              Each(Field(&MemoryAudioHardware::Call::kind, CallKind::kHasProperty)))
+      << "reads what the device does not have";
   EXPECT_TRUE(recorder->startRecord(mic, 0, kMp3));
   EXPECT_EQ(mutedCount, 0);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "capture/capture_device.h"
 
-#include <algorithm>
+#include <locale>
 
 #include "shared/auxiliary.h"
 
@@ -10,10 +10,7 @@ namespace {
 
 // The names looked for are plain ASCII, so lowering only those letters finds them all.
 std::string lowerCased(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-  });
+  for (char& character : text) character = std::tolower(character, std::locale::classic());
   return text;
 }
 

@@ -110,10 +110,11 @@ TEST(CaptureDeviceTest, ListsBuiltInCamerasFirstWithUnchangedNames) {
   addCamera(memory, "f", "FaceTime HD Camera");
   addCamera(memory, "v", "Virtual Camera");
   addCamera(memory, "i", "BUILT-IN iSight");
+  addCamera(memory, "c", "FACETIME");
   const auto cameras = CaptureDevice::enumerateCameras(memory.host);
-  EXPECT_THAT(namesOf(cameras),
-              ElementsAre("FaceTime HD Camera", "BUILT-IN iSight", "USB Camera", "Virtual Camera"));
-  EXPECT_THAT(idsOf(cameras), ElementsAre("f", "i", "u", "v"));
+  EXPECT_THAT(namesOf(cameras), ElementsAre("FaceTime HD Camera", "BUILT-IN iSight", "FACETIME",
+                                            "USB Camera", "Virtual Camera"));
+  EXPECT_THAT(idsOf(cameras), ElementsAre("f", "i", "c", "u", "v"));
 }
 
 TEST(CaptureDeviceTest, ListsNoCamerasAndDoesNotAskForThemWhenTheyAreBlocked) {

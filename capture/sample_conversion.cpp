@@ -35,7 +35,7 @@ void copyWords(const std::byte* from, std::uint64_t stride, std::span<std::uint3
 // Words without gaps, as in a plane of floats: a plain copy, without a division.
 std::size_t copyAdjacentWords(std::span<const std::byte> data, std::span<std::uint32_t> words) {
   const std::size_t count = std::min(data.size() / kWord_bytes, words.size());
-  if (count > 0) std::memcpy(words.data(), data.data(), count * kWord_bytes);
+  std::ranges::copy(data.first(count * kWord_bytes), std::as_writable_bytes(words).begin());
   return count;
 }
 
@@ -70,10 +70,10 @@ void widen(const std::byte* from, std::uint64_t stride, std::uint32_t shift,
     for (std::size_t i = 0; i < words.size(); ++i) {
       words[i] = littleEndian<kSample_bytes>(from + i * kSample_bytes) << shift;
     }
-    return;
-  }
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    words[i] = littleEndian<kSample_bytes>(from + i * stride) << shift;
+  } else {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      words[i] = littleEndian<kSample_bytes>(from + i * stride) << shift;
+    }
   }
 }
 
@@ -127,10 +127,7 @@ std::size_t convertSamples(const platform::AudioStreamBasicDescription& format,
       format.mBitsPerChannel == kWordBits && stride_bytes(format) == kWord_bytes;
   const std::size_t count =
       adjacentWords ? copyAdjacentWords(data, words) : convertSteps(format, data, words);
-  if (count < words.size()) {
-    const auto absent = words.subspan(count);
-    std::fill(absent.begin(), absent.end(), 0U);
-  }
+  std::ranges::fill(words.subspan(count), 0U);
   return count;
 }
 

@@ -155,6 +155,24 @@ TEST(SampleConversionTest, ReadsNothingBeyondTheDataAndFillsUpWithSilence) {
   EXPECT_THAT(words, ElementsAre(0U, 0U, 0U, 0U));
 }
 
+TEST(SampleConversionTest, ReadsNothingOfDataShorterThanOneSample) {
+  for (const auto& description : {mono(16, 2), mono(32, 0), mono(32, 8)}) {
+    Words words(2, 0xDEADBEEF);
+    EXPECT_EQ(convertSamples(description, bytes({1}), words), 0U);
+    EXPECT_THAT(words, ElementsAre(0U, 0U));
+  }
+}
+
+TEST(SampleConversionTest, WritesNothingBeyondTheWordsItIsGiven) {
+  const std::vector<std::byte> data(64, std::byte{1});
+  for (const auto& description :
+       {mono(32, 4), mono(16, 2), format(32, 8, 2, 0), format(16, 4, 2, 0)}) {
+    Words words(3, 0xDEADBEEF);
+    EXPECT_EQ(convertSamples(description, data, std::span(words).first(2)), 2U);
+    EXPECT_EQ(words[2], 0xDEADBEEF);
+  }
+}
+
 // The stride is 0 then; nothing beyond the data is read.
 TEST(SampleConversionTest, ReadsTheFirstBytesAgainWhenFramesHaveNoSize) {
   EXPECT_THAT(converted(mono(32, 0), bytes({1, 2, 3, 4}), 2),

@@ -67,15 +67,12 @@ void Mp3Encoder::encodeWords(std::span<const std::uint32_t> samples, bool areFlo
   const auto output = std::make_unique_for_overwrite<unsigned char[]>(room_bytes);
   const int count = static_cast<int>(samples.size());
   const int room = static_cast<int>(room_bytes);
-  int written_bytes = 0;
-  if (areFloat) {
-    const auto* channel = reinterpret_cast<const float*>(samples.data());
-    written_bytes =
-        lame_encode_buffer_ieee_float(lame.get(), channel, channel, count, output.get(), room);
-  } else {
-    const auto* channel = reinterpret_cast<const int*>(samples.data());
-    written_bytes = lame_encode_buffer_int(lame.get(), channel, channel, count, output.get(), room);
-  }
+  const auto* floats = reinterpret_cast<const float*>(samples.data());
+  const auto* integers = reinterpret_cast<const int*>(samples.data());
+  const int written_bytes =
+      areFloat
+          ? lame_encode_buffer_ieee_float(lame.get(), floats, floats, count, output.get(), room)
+          : lame_encode_buffer_int(lame.get(), integers, integers, count, output.get(), room);
   if (written_bytes > 0) {
     write(std::as_bytes(std::span(output.get(), static_cast<std::size_t>(written_bytes))));
   }

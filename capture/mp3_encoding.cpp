@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -16,6 +17,20 @@ namespace {
 
 // The drain thread and the queues always hold about this much, so every stop drops it.
 constexpr double kDroppedToTell_s = 0.1;
+
+// A property of a device's input side; empty if it cannot be read.
+template <typename T>
+std::optional<T> inputProperty(platform::AudioHardware& hardware, platform::AudioDeviceID device,
+                               std::uint32_t selector) {
+  const platform::AudioObjectPropertyAddress address{selector,
+                                                     platform::kAudioDevicePropertyScopeInput,
+                                                     platform::kAudioObjectPropertyElementMaster};
+  T value{};
+  std::uint32_t size_bytes = sizeof value;
+  const platform::OSStatus status =
+      hardware.AudioObjectGetPropertyData(device, address, 0, nullptr, &size_bytes, &value);
+  return status == platform::noErr ? std::optional(value) : std::nullopt;
+}
 
 }  // namespace
 
@@ -61,20 +76,15 @@ std::optional<AudioRecorder::InputFormat> AudioRecorder::recordingDeviceFormat()
       device ? getAudioId(device->uniqueID()) : platform::kAudioObjectUnknown;
 
   auto& hardware = environment_.host.audioHardware;
-  const auto read = [&](std::uint32_t selector, auto* value) {
-    std::uint32_t size_bytes = sizeof *value;
-    return hardware.AudioObjectGetPropertyData(audioId,
-                                               {selector, platform::kAudioDevicePropertyScopeInput,
-                                                platform::kAudioObjectPropertyElementMaster},
-                                               0, nullptr, &size_bytes, value) == platform::noErr;
-  };
-  double sampleRate_hz = 0;
-  if (!read(platform::kAudioDevicePropertyActualSampleRate, &sampleRate_hz)) return std::nullopt;
+  const auto sampleRate_hz =
+      inputProperty<double>(hardware, audioId, platform::kAudioDevicePropertyActualSampleRate);
+  if (!sampleRate_hz) return std::nullopt;
   // Has room for one description, because only their number is used.
-  platform::AudioChannelLayout layout{};
-  if (!read(platform::kAudioDevicePropertyPreferredChannelLayout, &layout)) return std::nullopt;
-  return InputFormat{static_cast<int>(layout.mNumberChannelDescriptions),
-                     static_cast<int>(std::lround(sampleRate_hz))};
+  const auto layout = inputProperty<platform::AudioChannelLayout>(
+      hardware, audioId, platform::kAudioDevicePropertyPreferredChannelLayout);
+  if (!layout) return std::nullopt;
+  return InputFormat{static_cast<int>(layout->mNumberChannelDescriptions),
+                     static_cast<int>(std::lround(*sampleRate_hz))};
 }
 
 Mp3Encoder::WriteError AudioRecorder::writeErrorHandler() {

@@ -5,6 +5,7 @@
 #include <lame/lame.h>
 
 #include <cstring>
+#include <optional>
 
 #include "tests/capture/recorder_fixture.h"
 
@@ -12,7 +13,8 @@ namespace {
 
 std::vector<std::string> g_calls;
 bool g_failInit = false;
-int g_encodeResult = 0;  // what the next encoding call returns, unless 0
+std::optional<int> g_encodeResult;  // what the next encoding call returns
+std::optional<int> g_flushResult;   // what each flush returns
 bool g_sameChannels = false;
 std::vector<std::uint32_t> g_words;  // of the last encoding call
 
@@ -20,13 +22,14 @@ void note(const std::string& name, long value) {
   g_calls.push_back(name + " " + std::to_string(value));
 }
 
-int noteEncode(const char* name, const void* left, const void* right, int count, int room_bytes) {
+std::optional<int> noteEncode(const char* name, const void* left, const void* right, int count,
+                              int room_bytes) {
   g_sameChannels = left == right;
   g_words.resize(static_cast<std::size_t>(count));
   std::memcpy(g_words.data(), left, g_words.size() * sizeof(std::uint32_t));
   g_calls.push_back(std::string(name) + " " + std::to_string(count) + " " +
                     std::to_string(room_bytes));
-  return std::exchange(g_encodeResult, 0);
+  return std::exchange(g_encodeResult, std::nullopt);
 }
 
 }  // namespace
@@ -76,20 +79,21 @@ int __wrap_lame_init_params(lame_t lame) {
 }
 int __wrap_lame_encode_buffer_int(lame_t lame, const int* left, const int* right, int count,
                                   unsigned char* output, int room_bytes) {
-  const int forced = noteEncode("encode_int", left, right, count, room_bytes);
+  const auto forced = noteEncode("encode_int", left, right, count, room_bytes);
   const int real = __real_lame_encode_buffer_int(lame, left, right, count, output, room_bytes);
-  return forced != 0 ? forced : real;
+  return forced.value_or(real);
 }
 int __wrap_lame_encode_buffer_ieee_float(lame_t lame, const float* left, const float* right,
                                          int count, unsigned char* output, int room_bytes) {
-  const int forced = noteEncode("encode_float", left, right, count, room_bytes);
+  const auto forced = noteEncode("encode_float", left, right, count, room_bytes);
   const int real =
       __real_lame_encode_buffer_ieee_float(lame, left, right, count, output, room_bytes);
-  return forced != 0 ? forced : real;
+  return forced.value_or(real);
 }
 int __wrap_lame_encode_flush(lame_t lame, unsigned char* output, int room_bytes) {
   note("flush", room_bytes);
-  return __real_lame_encode_flush(lame, output, room_bytes);
+  const int real = __real_lame_encode_flush(lame, output, room_bytes);
+  return g_flushResult.value_or(real);
 }
 int __wrap_lame_close(lame_t lame) {
   g_calls.push_back("close");
@@ -103,6 +107,7 @@ namespace {
 using namespace capture_test;
 using memory_host::MemorySampleBuffer;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 
 class LameCallsTest : public RecorderFixture {
@@ -110,11 +115,20 @@ class LameCallsTest : public RecorderFixture {
   LameCallsTest() {
     g_calls.clear();
     g_failInit = false;
-    g_encodeResult = 0;
+    g_encodeResult.reset();
+    g_flushResult.reset();
   }
   void deliverBuffer(std::shared_ptr<platform::SampleBuffer> buffer) {
     dataOutput().deliver(std::move(buffer));
     memory.runLoop.settle();
+  }
+  // What the journal says of the writes.
+  [[nodiscard]] std::vector<std::string> writes() const {
+    std::vector<std::string> found;
+    for (const std::string& entry : memory.fileManager.journal) {
+      if (entry.starts_with("write ")) found.push_back(entry);
+    }
+    return found;
   }
   // `bytes` as one channel of `bits`-bit samples.
   static std::shared_ptr<MemorySampleBuffer> samples(std::uint32_t bits,
@@ -243,13 +257,25 @@ TEST_F(LameCallsTest, EncodesNothingOfUnsupportedSamples) {
 }
 
 // LAME answers 0 while it is still collecting; one bad block must not end a recording.
-TEST_F(LameCallsTest, WritesNothingWhenTheEncoderAnswersZeroOrAnError) {
+TEST_F(LameCallsTest, WritesAsManyBytesAsTheEncoderAnswersAndNothingForZeroOrAnError) {
   record(kMp3);
-  g_encodeResult = -3;
-  deliver(sine(440, 0.5, 1024));
-  EXPECT_EQ(writtenBytes(), 0U);
+  for (const int result : {-3, 0, 1}) {
+    g_encodeResult = result;
+    deliver(sine(440, 0.5, 1024));
+  }
+  EXPECT_THAT(writes(), ElementsAre(EndsWith(" 1")));
   EXPECT_TRUE(recorder->isRecording());
   EXPECT_THAT(memory.suite.logLines, IsEmpty());
+}
+
+TEST_F(LameCallsTest, WritesAsManyBytesAsTheFlushAnswersAndNothingForZeroOrAnError) {
+  for (const int result : {-3, 0, 1}) {
+    g_flushResult = result;
+    record(kMp3);
+    recorder->stopRecord();
+    memory.runLoop.settle();
+  }
+  EXPECT_THAT(writes(), ElementsAre(EndsWith(" 1")));
 }
 
 TEST_F(LameCallsTest, FlushesClosesTheFileAndThenTheEncoder) {

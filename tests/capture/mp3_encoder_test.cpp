@@ -78,6 +78,33 @@ TEST_F(Mp3EncoderTest, AFinishKeepsNothingAndMayComeTwice) {
   EXPECT_EQ(files_.journal, journal);
 }
 
+// A gap in the middle of a file is worse than an early end.
+TEST_F(Mp3EncoderTest, AfterAStopHasDroppedSamplesTheRecordingTakesNoMoreOfThem) {
+  encoder_.begin(newLame(), newFile("/a"), nullptr);
+  encodeASecond();
+  const std::size_t encoded_bytes = size("/a");
+  encoder_.stopped = true;
+  encodeASecond();
+  encoder_.stopped = false;  // as the next recording's start does
+  encodeASecond();
+  EXPECT_EQ(size("/a"), encoded_bytes);
+  EXPECT_EQ(encoder_.backlog.takeDropped_s(), 2);
+  encoder_.begin(newLame(), newFile("/b"), nullptr);
+  encodeASecond();
+  EXPECT_GT(size("/b"), 0U);
+  EXPECT_EQ(encoder_.backlog.takeDropped_s(), 0);
+}
+
+TEST_F(Mp3EncoderTest, SamplesOfAStoppedRecorderThatHasNoFileAreDropped) {
+  encoder_.stopped = true;
+  encodeASecond();
+  EXPECT_EQ(encoder_.backlog.takeDropped_s(), 1);
+  encoder_.stopped = false;
+  encoder_.begin(newLame(), newFile("/a"), nullptr);
+  encodeASecond();
+  EXPECT_GT(size("/a"), 0U);
+}
+
 TEST(EncoderBacklogTest, TellsOnceWhatWasDropped) {
   EncoderBacklog backlog;
   backlog.setRate(1000);

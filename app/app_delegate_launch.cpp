@@ -124,15 +124,15 @@ void AppDelegate::updateMicStatus() {
 
 void AppDelegate::updateMicStatusImp() {
   mainThread_.assertHeld();
-  // The user may have clicked before answering, and so have started a session already.
-  if (!mayStart()) return;
+  if (!_running) return;
   if (Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio)) {
     startRecorder();
-  } else {
-    enter(SessionState::kIdle);
-    showNotificationError();
-    tryToQuit();
+    return;
   }
+  // The user may have clicked before answering, and so have started a session already.
+  if (session_ == SessionState::kLaunching) enter(SessionState::kIdle);
+  showNotificationError();
+  tryToQuit();
 }
 
 void AppDelegate::recoverInterruptedRecordings() {

@@ -45,6 +45,14 @@ TEST_F(LaunchTest, ShowsInTheDockAfterThePreferencesAndBeforeTheRecorderIsMade) 
   EXPECT_NE(machine.dispatch.queue("com.vantrel.korvel.RecordAudio.EncodeQueue"), nullptr);
 }
 
+TEST_F(LaunchTest, RecordingModeBeginsWithTheBlinkOff) {
+  machine.capture.authorization = AuthorizationStatus::kNotDetermined;  // so nothing is recorded
+  machine.application.onPolicy = [&](platform::ActivationPolicy) { app->changeDockIcon(true); };
+  launch();
+  app->timerBlinkerMethod(nullptr);
+  EXPECT_EQ(machine.application.iconName, "ActiveIcon.icns");
+}
+
 TEST_F(LaunchTest, RecordingModeNeverTouchesTheWindow) {
   launchAndRecord();
   clickDock();
@@ -204,6 +212,32 @@ TEST_F(LaunchTest, TheStatusAtTheTimeOfActingCountsNotTheAnswer) {
   machine.capture.pendingRequests[0](true);
   machine.runLoop.settle();
   EXPECT_THAT(showingTexts(), ElementsAre(kPrivacyText));
+}
+
+TEST_F(LaunchTest, ARefusalAfterAClickIsShownAndLeavesTheRecordingAlone) {
+  machine.capture.authorization = AuthorizationStatus::kNotDetermined;
+  launch();
+  clickDock();
+  confirmStart();
+  machine.capture.authorization = AuthorizationStatus::kDenied;
+  machine.capture.pendingRequests[0](false);
+  machine.runLoop.settle();
+  EXPECT_THAT(showingTexts(), ElementsAre(kStartedText, kPrivacyText));
+  EXPECT_EQ(app->status().at("state"), "recording");
+}
+
+TEST_F(LaunchTest, ARefusalAfterAClickLeavesTheWaitAlone) {
+  useSource(3);
+  plugLoopbackDriver();
+  loopbackAppears = false;
+  machine.capture.authorization = AuthorizationStatus::kNotDetermined;
+  launch();
+  clickDock();
+  machine.capture.authorization = AuthorizationStatus::kDenied;
+  machine.capture.pendingRequests[0](false);
+  machine.runLoop.settle();
+  EXPECT_THAT(showingTexts(), ElementsAre(kPrivacyText));
+  EXPECT_EQ(app->status().at("state"), "waiting");
 }
 
 TEST_F(LaunchTest, AnEarlierDenialIsReportedWithoutAsking) {

@@ -101,5 +101,10 @@ TEST_F(BeforeTheLaunchTest, NothingOfTheSessionDoesAnything) {
   EXPECT_THAT(machine.interfaceLoader.loaded, IsEmpty());
 }
 
+TEST_F(BeforeTheLaunchTest, ARefusedMicrophoneIsNotReported) {
+  machine.capture.authorization = platform::AuthorizationStatus::kDenied;
+  EXPECT_THAT(during([&] { app->updateMicStatusImp(); }), IsEmpty());
+}
+
 }  // namespace
 }  // namespace record_audio

@@ -182,6 +182,7 @@ class AppDelegate : public platform::ApplicationDelegate,
   void waitEnded(bool success);
   void startPlayThrough(platform::AudioDeviceID previousOutput);
   void noteSource(const platform::CaptureDevice& device);
+  void endBlinking();
   // True when the user wants to see the preferences, which the alert mentions.
   bool showNoSoundRecordedAlert();
   void logStopWithError();
@@ -209,9 +210,10 @@ class AppDelegate : public platform::ApplicationDelegate,
   // Of the current session.
   std::string sessionSource_;
   std::string sessionFormat_;
-  // Empty unless the session records another microphone than the chosen one.
-  std::string sourceName_;
+  // Empty unless the session records another microphone than the chosen one. Then the other's name
+  // is beside it.
   std::string absentSource_;
+  std::string sourceName_;
   SessionFile file_ RA_GUARDED_BY(mainThread_) = SessionFile::kNone;
   std::function<void()> onStateChange_ = [] {};
   // The temporary file of the last stopped recording. If it could not be saved, it is still there.

@@ -57,7 +57,6 @@ void AppDelegate::applicationDidFinishLaunching() {
 
   createPreferences();
   showInDock();
-  m_notificationTimers.clear();
   m_recorder = AudioRecorder::initWithDesktopPath(environment_, *location);
   installRecorderCallbacks();
 
@@ -88,8 +87,7 @@ void AppDelegate::launchPreferencesMode() {
   logCEP("Launch", platform::Dictionary{{"Preferences", true}});
   showPreferences();
   enter(SessionState::kIdle);
-  if (_preferences->isWindowVisible()) return;
-  // Without a screen nobody could ever click Done.
+  // Without a screen there is no window, and nobody could ever click Done.
   host().runLoop.performAfterDelay(0, [weak = weak_from_this()] {
     if (const auto delegate = weak.lock()) delegate->tryToQuit();
   });
@@ -182,8 +180,6 @@ bool AppDelegate::application(const std::string& openFile) {
 
 bool AppDelegate::applicationShouldHandleReopen(bool) {
   mainThread_.assertHeld();
-  // A second start during the launch asks for what happens anyway.
-  if (!_running) return true;
   if (isPreferencesWindowVisible()) {
     _preferences->window()->orderFrontRegardless();
   } else if (session_ == SessionState::kStarting || isStopDue()) {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <utility>
+
 #include "app/app_delegate.h"
 #include "platform/host.h"
 #include "settings/preference_keys.h"
@@ -85,7 +87,6 @@ void AppDelegate::endUnconfirmed(Ending how) {
 
 // pendingEnd_ stays set, so that a late confirmation is still followed by the end.
 void AppDelegate::giveUpStart(Ending how) {
-  pendingEndTimer_.reset();
   if (session_ == SessionState::kStarting) endNow(how);
 }
 
@@ -105,9 +106,7 @@ void AppDelegate::endConfirmedStart() {
 
 void AppDelegate::forgetPendingEnd() {
   pendingEnd_ = Ending::kNone;
-  if (!pendingEndTimer_) return;
-  pendingEndTimer_->invalidate();
-  pendingEndTimer_.reset();
+  if (const auto timer = std::exchange(pendingEndTimer_, nullptr)) timer->invalidate();
 }
 
 std::string AppDelegate::currentSource() const {
@@ -160,7 +159,7 @@ Dictionary AppDelegate::status() const {
     status["sourceName"] = sourceName_;
     status["absentSource"] = absentSource_;
   }
-  if (const std::int64_t behind_s = m_recorder->encoderBehind_s(); recording && behind_s > 0) {
+  if (const std::int64_t behind_s = m_recorder->encoderBehind_s(); recording && behind_s != 0) {
     status["behindSeconds"] = behind_s;
   }
   // Does not look whether the file exists: its folder may hang, and the tool has to answer.

@@ -35,10 +35,9 @@ constexpr const char* kMicrophoneMutedAdvice =
 
 std::string displayName(const platform::Bundle& bundle) {
   std::string name;
-  const auto info = bundle.localizedInfoDictionary();
-  if (!info) return name;
-  const auto entry = info->find("CFBundleDisplayName");
-  if (entry != info->end()) platform::stringValue(entry->second, &name);
+  const Dictionary info = bundle.localizedInfoDictionary().value_or(Dictionary());
+  const auto entry = info.find("CFBundleDisplayName");
+  if (entry != info.end()) platform::stringValue(entry->second, &name);
   return name;
 }
 
@@ -125,7 +124,6 @@ void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
   // A session that ended in an error leaves the loopback as the default output. It leaves its
   // play-through, too, which knows the real device.
   if (output == loopback && _audioPlayThrough) output = _audioPlayThrough->outputDevice.deviceID;
-  _audioPlayThrough.reset();
   _audioPlayThrough = std::make_unique<AudioPlayThrough>(host());
   const bool isConfigured = _audioPlayThrough->initDevices(output);
   // Played into itself, the loopback would feed back.
@@ -149,7 +147,6 @@ void AppDelegate::startPlayThrough(platform::AudioDeviceID previousOutput) {
 void AppDelegate::noteSource(const platform::CaptureDevice& device) {
   sessionSource_ = currentSource();
   sessionFormat_ = currentFormat();
-  sourceName_.clear();
   absentSource_.clear();
   if (_preferences->audioSourceType() != kMicrophoneSource ||
       device.uniqueID() == _preferences->audioSourceID()) {
@@ -235,16 +232,17 @@ void AppDelegate::recordError() {
   // The end of a start that was given up has already been reported.
   if (!isUnderWay() || _audioWaiter) return;
   forgetPendingEnd();
-  if (m_blinkerTimer) {
-    m_blinkerTimer->invalidate();
-    m_blinkerTimer.reset();
-  }
+  endBlinking();
   updateFinderIcon(false);
   showNotificationError();
   logStopWithError();
   changeDockIcon(false);
   enter(SessionState::kIdle);
   tryToQuit();
+}
+
+void AppDelegate::endBlinking() {
+  if (const auto timer = std::exchange(m_blinkerTimer, nullptr)) timer->invalidate();
 }
 
 void AppDelegate::internalStop() {
@@ -255,10 +253,7 @@ void AppDelegate::internalStop() {
     enter(SessionState::kIdle);
     return;
   }
-  if (m_blinkerTimer) {
-    m_blinkerTimer->invalidate();
-    m_blinkerTimer.reset();
-  }
+  endBlinking();
   m_recorder->stopRecord();
   changeDockIcon(false);
   updateFinderIcon(false);

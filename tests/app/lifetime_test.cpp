@@ -3,6 +3,7 @@
 
 #include "routing/audio_play_through.h"
 #include "tests/app/app_test.h"
+#include "tests/memory_host/memory_controls.h"
 
 namespace record_audio {
 namespace {
@@ -87,6 +88,32 @@ TEST_F(LifetimeTest, ARemoteStopThatIsQueuedAtTheEndDoesNothing) {
   end();
   machine.runLoop.settle();
   EXPECT_THAT(machine.timeline.entries, IsEmpty());
+}
+
+TEST_F(LifetimeTest, ARecoveryThatEndsAfterTheDelegateTellsNobody) {
+  platform::RecordingFindings findings;
+  findings.contents = platform::RecordingFindings::Contents::kM4a;
+  machine.interruptedRecordings.add("Audio_recording_old", findings);
+  launchIntoPreferences();
+  machine.dispatch.main->runAll();
+  end();
+  machine.runLoop.settle();
+  EXPECT_FALSE(machine.fileManager.fileExists("/tmp-of-memory/Audio_recording_old"));
+  EXPECT_THAT(machine.userNotificationCenter.delivered, IsEmpty());
+}
+
+TEST_F(LifetimeTest, TheLevelMeterOfAWindowThatOutlivesTheDelegateListens) {
+  const auto level = std::make_shared<memory_host::MemoryLevelIndicator>();
+  machine.interfaceLoader.recipe = [&](const std::string&, platform::InterfaceOwner& owner) {
+    owner.connectOutlet("audioLevel", level);
+    return window = std::make_shared<memory_host::MemoryWindow>();
+  };
+  launchIntoPreferences();
+  const auto preferences = app->preferences();
+  end();
+  machine.runLoop.advance(2);
+  ASSERT_FALSE(machine.capture.monitoringSessions.empty());
+  EXPECT_TRUE(machine.capture.monitoringSessions.back()->running);
 }
 
 TEST_F(LifetimeTest, ASessionThatReportsAfterTheEndIsIgnored) {

@@ -68,6 +68,14 @@ TEST_F(NotificationsTest, AFailedSaveSaysWhereTheRecordingIs) {
   EXPECT_EQ(newest()->details, "Nothing could be written into the folder /out.\n" + kept);
 }
 
+TEST_F(NotificationsTest, SaysNothingOfAFileThatIsGone) {
+  launchAndRecord();
+  machine.fileManager.files.clear();
+  app->stopRecord();
+  EXPECT_EQ(newest()->informativeText, kUnsavedText);
+  EXPECT_EQ(newest()->details, "");
+}
+
 TEST_F(NotificationsTest, SaysNothingOfAFileThatWasNotKept) {
   launchAndRecord();
   machine.fileManager.failMove = "read-only";
@@ -148,6 +156,20 @@ TEST_F(NotificationsTest, ATimerRemovesItsNotificationAfterTenSecondsAndTriesToQ
   EXPECT_THAT(during([&] { machine.runLoop.advance(0.001); }),
               ElementsAre(std::string("removeDelivered ") + kErrorText, kHideFromDock, "terminate",
                           kHideFromDock, "status 0", "event Quit"));
+}
+
+TEST_F(NotificationsTest, ATimerFiresOnce) {
+  launch();
+  app->showNotificationError();
+  EXPECT_EQ(machine.runLoop.repeatingTimerCount(), 0U);
+}
+
+TEST_F(NotificationsTest, TheTimersMethodEndsTheTimer) {
+  launchAndRecord();
+  const auto timer = machine.runLoop.scheduledTimer(
+      10, std::any(std::make_shared<platform::UserNotification>()), true, {});
+  app->timerNotificationQuitMethod(timer);
+  EXPECT_FALSE(timer->isValid());
 }
 
 TEST_F(NotificationsTest, StartThenStopWithinTenSecondsQuitsTenSecondsAfterTheCompletion) {

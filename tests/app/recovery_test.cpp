@@ -63,6 +63,8 @@ TEST_F(RecoveryTest, AnInterruptedRecordingComesBackUnderItsOwnStartTime) {
   EXPECT_TRUE(lost.leftovers.at(kLeftover).finished);
   EXPECT_FALSE(lost.leftovers.at(kLeftover).claimed);
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText, kRecoveredText));
+  EXPECT_THAT(machine.suite.logLines,
+              ElementsAre(std::string("An interrupted recording was recovered: ") + kRecovered));
 }
 
 TEST_F(RecoveryTest, WithoutAThreadTheNextStartTriesAgain) {
@@ -142,6 +144,13 @@ TEST_F(RecoveryTest, HappensOncePerProcess) {
   confirmStart();
   machine.runLoop.settle();
   EXPECT_EQ(std::ranges::count(lost.journal, "find"), 1);
+}
+
+TEST_F(RecoveryTest, GivesItsThreadBackWhenAllIsDone) {
+  leaveOne();
+  launchRecordAndSettle();
+  const auto queue = machine.dispatch.queue("com.vantrel.korvel.RecordAudio.RecoveryQueue");
+  EXPECT_EQ(queue.use_count(), 2) << "the test and the machine";
 }
 
 TEST_F(RecoveryTest, DoesNotHoldUpAStop) {
@@ -293,10 +302,10 @@ TEST_F(RecoveryTest, ARefusedClaimIsAProblem) {
 TEST_F(RecoveryTest, ARecordingThatCannotBeFinishedStaysAndTheOthersComeBack) {
   leaveOne();
   lost.leftovers.at(kLeftover).finishProblem = "no room for its index";
-  leave("Audio_recording_other", recordingOf(Contents::kMp3));
+  leave("Audio_recording_other", recordingOf(Contents::kM4a));
   const RecoveryReport report = recover();
   EXPECT_THAT(report.problems, ElementsAre("no room for its index"));
-  EXPECT_THAT(report.recovered, ElementsAre("/out/Audio recording 2024-05-17 at 12.00.00.mp3"));
+  EXPECT_THAT(report.recovered, ElementsAre(kRecovered));
   EXPECT_EQ(machine.fileManager.contents(kLeftover), "sound");
 }
 

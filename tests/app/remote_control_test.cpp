@@ -72,6 +72,23 @@ TEST_F(RemoteControlTest, CancelTakesTheStartNotificationAwayAtOnceAndKeepsItsTi
   EXPECT_TRUE(ended());
 }
 
+TEST_F(RemoteControlTest, CancelLeavesOtherNotificationsOnTheScreen) {
+  launchAndRecord();
+  app->showNotificationError();
+  EXPECT_TRUE(app->cancel());
+  EXPECT_THAT(showingTexts(), ElementsAre(kErrorText));
+}
+
+TEST_F(RemoteControlTest, CancelWhileWaitingQuitsAtOnce) {
+  useSource(3);
+  plugLoopbackDriver();
+  launch();
+  EXPECT_TRUE(app->cancel());
+  EXPECT_EQ(app->audioWaiter(), nullptr);
+  EXPECT_EQ(state(), "idle");
+  EXPECT_TRUE(ended());
+}
+
 TEST_F(RemoteControlTest, CancelWhileWaitingKeepsTheFileOfAnEarlierRecording) {
   launchAndRecordSystemAudio();
   clickDock();
@@ -261,6 +278,20 @@ TEST_F(RemoteControlTest, StatusAndLogSayWhichMicrophoneStandsInForTheMissingOne
   clickDock();
   EXPECT_EQ(app->status().at("source"), "microphone:mic-9");
   EXPECT_FALSE(app->status().contains("absentSource"));
+}
+
+TEST_F(RemoteControlTest, AMicrophoneThatIsBackIsNoLongerMissed) {
+  machine.userDefaults.values = {{"AudioSourceType", 2}, {"AudioSourceID", "mic-9"}};
+  launchAndRecord();
+  clickDock();
+  machine.audioHardware.addDevice(11, "mic-9");
+  machine.audioHardware.setStreamConfiguration(11, true, {1});
+  machine.capture.connect("mic-9", "Headset");
+  clickDock();
+  confirmStart();
+  EXPECT_EQ(app->status().at("source"), "microphone:mic-9");
+  EXPECT_FALSE(app->status().contains("absentSource"));
+  EXPECT_FALSE(app->status().contains("sourceName"));
 }
 
 TEST_F(RemoteControlTest, AConnectedMicrophoneIsNotMentioned) {

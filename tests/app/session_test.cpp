@@ -124,6 +124,20 @@ TEST_F(ChangedSettingsTest, TheFormatIsReadAtEachStart) {
   EXPECT_TRUE(path.ends_with(".mp3"));
 }
 
+TEST_F(ChangedSettingsTest, TheStatusSaysHowFarTheEncoderIsBehind) {
+  machine.userDefaults.values["SoundFormat"] = 1;
+  launch();
+  confirmStart();
+  EXPECT_FALSE(app->status().contains("behindSeconds"));
+  machine.dispatch.queue("com.vantrel.korvel.RecordAudio.EncodeQueue")->stalled = true;
+  const std::vector<float> silence(11 * 48000);
+  machine.capture.dataOutputs.back()->deliver(memory_host::floatSampleBuffer({silence, silence}));
+  machine.runLoop.settle();
+  EXPECT_EQ(app->status().at("behindSeconds"), 11);
+  app->stopRecord();
+  EXPECT_FALSE(app->status().contains("behindSeconds"));
+}
+
 TEST_F(SessionTest, TheSettingsDictionaryHasAllItsKeysWithNothingStored) {
   launch();
   EXPECT_EQ(lastEvent().prefs, (Dictionary{{"AudioSourceType", std::int64_t{1}},

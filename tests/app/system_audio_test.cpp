@@ -229,6 +229,7 @@ TEST_F(SystemAudioTest, StopWhileWaitingOnlyReleasesTheWaiter) {
   EXPECT_THAT(during([&] { app->stopRecord(); }),
               ElementsAre("setDelegate", std::string("deliver ") + kUnsavedText, "event Stop"));
   EXPECT_EQ(app->audioWaiter(), nullptr);
+  EXPECT_EQ(app->status().at("state"), "idle");
   EXPECT_EQ(detail("Duration"), platform::Value(std::int64_t{8000})) << "from tick 0";
 }
 
@@ -301,6 +302,21 @@ TEST_F(SystemAudioTest, AnAbandonedWaitDoesNotDisturbTheNextSession) {
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
   EXPECT_EQ(machine.audioUnits.livingGraphs(), 1U);
+}
+
+TEST_F(SystemAudioTest, ALateConfirmationOfAnAbandonedStartTakesThePlaceOfTheNextWait) {
+  launch();
+  machine.runLoop.advance(0.01);
+  app->stop();
+  machine.runLoop.advance(AppDelegate::kUnconfirmedStartGrace_s);
+  loopbackAppears = false;
+  clickDock();
+  ASSERT_EQ(app->status().at("state"), "waiting");
+  confirmStart();
+  EXPECT_EQ(app->audioWaiter(), nullptr);
+  machine.runLoop.advance(3);
+  EXPECT_EQ(app->status().at("state"), "idle") << "the stop that was asked for";
+  EXPECT_THAT(showingTexts(), ElementsAre(kSavedText));
 }
 
 TEST_F(SystemAudioTest, AWaiterResultWithoutAWaiterDoesNothing) {

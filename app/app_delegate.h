@@ -134,8 +134,9 @@ class AppDelegate : public platform::ApplicationDelegate,
   [[nodiscard]] std::shared_ptr<suite::ToolDataClientProvider> provider() const override {
     return _provider;
   }
-  // A recording of this process could not be saved when it was stopped.
-  [[nodiscard]] bool hasUnsavedRecording() const { return hasUnsavedRecording_; }
+  // Whether a recording of this process ended in an error or could not be saved, or the last start
+  // has failed.
+  [[nodiscard]] bool hasFailedRecording() const { return hasFailedRecording_ || hasFailedStart_; }
   // Null before launch.
   [[nodiscard]] std::shared_ptr<PreferencesWindowController> preferences() const {
     return _preferences;
@@ -218,7 +219,8 @@ class AppDelegate : public platform::ApplicationDelegate,
   std::function<void()> onStateChange_ = [] {};
   // The temporary file of the last stopped recording. If it could not be saved, it is still there.
   std::string unfinishedFile_;
-  bool hasUnsavedRecording_ = false;
+  bool hasFailedRecording_ = false;
+  bool hasFailedStart_ = false;                  // since the last recording began
   std::shared_ptr<RecordingRecovery> recovery_;  // null until it begins
   RecoveryReport recovered_;                     // not yet told to the user
 

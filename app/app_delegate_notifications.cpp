@@ -113,6 +113,7 @@ void AppDelegate::showNotificationRecordCompleated(const std::string& filePath) 
 }
 
 void AppDelegate::showNotificationError() {
+  hasFailedStart_ = true;
   const auto notification = notificationWithSound();
   const bool granted = Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio);
   notification->informativeText =

@@ -217,6 +217,7 @@ void AppDelegate::recordSuccessStarted(const std::shared_ptr<AppDelegate>& timer
   // Set only if this start was given up and another one waits.
   _audioWaiter.reset();
   file_ = SessionFile::kKept;
+  hasFailedStart_ = false;
   enter(SessionState::kRecording);
   // An earlier timer is released but not invalidated: the run loop keeps firing it.
   m_blinkerTimer = host().runLoop.scheduledTimer(
@@ -231,6 +232,7 @@ void AppDelegate::recordError() {
   mainThread_.assertHeld();
   // The end of a start that was given up has already been reported.
   if (!isUnderWay() || _audioWaiter) return;
+  hasFailedRecording_ |= session_ == SessionState::kRecording;
   forgetPendingEnd();
   endBlinking();
   updateFinderIcon(false);
@@ -275,7 +277,7 @@ void AppDelegate::stopRecord() {
   unfinishedFile_ = isRecording() ? m_recorder->outputFilePath() : "";
   internalStop();
   const bool isSaved = m_recorder->whyNotSaved().empty();
-  hasUnsavedRecording_ |= !isSaved;
+  hasFailedRecording_ |= !isSaved;
   // If the recording could not be saved, a file at its final path is somebody else's.
   showNotificationRecordCompleated(isSaved ? m_recorder->outputFilePath() : std::string());
   logCEP("Stop", Dictionary{{"Duration", elapsed_ms()}});

@@ -68,9 +68,9 @@ int runTool(const std::vector<std::string>& arguments, const CommandLine& comman
   linux_host::LinuxHost host(arguments);
   if (const auto status = host.becomeInstance(urisOf(commandLine.pathsToOpen))) return *status;
   auto delegate = record_audio::AppDelegate::create(host.environment());
-  // The log has said where an unsaved recording is, and why it could not be saved.
+  // The log has said what failed, and where an unsaved recording is.
   return host.run(delegate, delegate, {commandLine.pathsToOpen, isStartedByBus, [&] {
-                                         return delegate->hasUnsavedRecording();
+                                         return delegate->hasFailedRecording();
                                        }});
 }
 

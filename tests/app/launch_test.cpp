@@ -247,6 +247,7 @@ TEST_F(LaunchTest, AnEarlierDenialIsReportedWithoutAsking) {
                           "status 1", "locationForCurrentTool", kShowInDock, "event Launch",
                           "setDelegate", std::string("deliver ") + kPrivacyText, kHideFromDock));
   EXPECT_THAT(machine.capture.pendingRequests, IsEmpty());
+  EXPECT_TRUE(app->hasFailedRecording());
   machine.runLoop.advance(10);
   EXPECT_TRUE(ended());
 }

@@ -332,12 +332,14 @@ TEST_F(SessionTest, ADeviceUnknownToTheHardwareIsRefusedWithoutAnAlert) {
 TEST_F(SessionTest, ARefusedStartMayBeTriedAgain) {
   muteMicrophone();
   launch();
+  EXPECT_TRUE(app->hasFailedRecording());
   machine.audioHardware.setValue(kMicrophone,
                                  memory_host::sideAddress(platform::kAudioDevicePropertyMute, true),
                                  std::uint32_t{0});
   clickDock();
   confirmStart();
   EXPECT_EQ(app->status().at("state"), "recording");
+  EXPECT_FALSE(app->hasFailedRecording());
 }
 
 // Error.
@@ -350,6 +352,7 @@ TEST_F(SessionTest, AnErrorWhileRecordingEndsTheSessionInOrderAndQuits) {
                           std::string("deliver ") + kErrorText, "event Stop",
                           "setApplicationIconImage NSApplicationIcon", "toolIcon ", kHideFromDock));
   EXPECT_EQ(lastEvent().details, (Dictionary{{"Error", true}}));
+  EXPECT_TRUE(app->hasFailedRecording());
   EXPECT_EQ(blinkTimerCount(), 0U);
   machine.runLoop.advance(9.9);
   EXPECT_FALSE(ended());
@@ -365,6 +368,15 @@ TEST_F(SessionTest, AnErrorLeavesTheFileWhereTheRecorderLeftIt) {
   EXPECT_THAT(machine.fileManager.journal, Not(Contains(StartsWith("remove "))));
   ASSERT_EQ(machine.fileManager.files.size(), 1U);
   EXPECT_THAT(machine.fileManager.files.begin()->first, StartsWith("/tmp-of-memory/"));
+}
+
+TEST_F(SessionTest, ARecordingThatFailedIsNotMadeUpForByTheNext) {
+  launchAndRecord();
+  failRecording();
+  clickDock();
+  confirmStart();
+  app->stopRecord();
+  EXPECT_TRUE(app->hasFailedRecording());
 }
 
 TEST_F(SessionTest, AnErrorBeforeTheConfirmationHasNoTimerToEnd) {
@@ -442,7 +454,7 @@ class NoNameLeftTest : public SessionTest {
 };
 
 TEST_F(NoNameLeftTest, SomebodyElsesFileIsNotReportedAsTheRecording) {
-  EXPECT_FALSE(app->hasUnsavedRecording());
+  EXPECT_FALSE(app->hasFailedRecording());
   app->stopRecord();
   EXPECT_THAT(showingTexts(), ElementsAre(kUnsavedText));
   const Dictionary status = app->status();
@@ -451,14 +463,14 @@ TEST_F(NoNameLeftTest, SomebodyElsesFileIsNotReportedAsTheRecording) {
   EXPECT_EQ(status.at("problem"), platform::Value("File exists"));
   EXPECT_EQ(machine.fileManager.contents(last), "theirs");
   EXPECT_TRUE(machine.fileManager.fileExists(growing));
-  EXPECT_TRUE(app->hasUnsavedRecording());
+  EXPECT_TRUE(app->hasFailedRecording());
 }
 
 TEST_F(NoNameLeftTest, ACancelDeletesTheRecordingAndNobodyElsesFile) {
   app->cancelRecord();
   EXPECT_EQ(machine.fileManager.contents(last), "theirs");
   EXPECT_FALSE(machine.fileManager.fileExists(growing));
-  EXPECT_FALSE(app->hasUnsavedRecording());
+  EXPECT_FALSE(app->hasFailedRecording());
 }
 
 TEST_F(SessionTest, ASecondRecordingOfTheSameProcessIsSavedBesideTheFirst) {

@@ -87,7 +87,7 @@ TEST_P(DiskTest, FullDiskEndsTheRecordingAndKeepsWhatIsThere) {
   const std::string file = status()["outputFile"];
   disk.fillUp(tool->pid(), file, 20000);
   EXPECT_TRUE(waitForState("idle"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   EXPECT_THAT(log(), HasSubstr(file));
   EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
   const DecodedSound sound = decodeSound(file, server.directory());

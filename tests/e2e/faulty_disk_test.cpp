@@ -97,7 +97,7 @@ TEST_P(FailingDiskTest, QuotaEndsTheRecordingAndKeepsWhatIsThere) {
   disk.limitTo(std::filesystem::file_size(file) + 100'000);
   expectEndWithError();
   EXPECT_THAT(log(), HasSubstr("Disk quota exceeded"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
   expectPlays(file, kRecorded_s - 0.3);
 }
@@ -110,7 +110,7 @@ TEST_P(FailingDiskTest, DiskThatBecomesReadOnlyEndsTheRecordingAndKeepsWhatIsThe
   disk.becomeReadOnly();
   expectEndWithError();
   EXPECT_THAT(log(), HasSubstr("Read-only file system"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   expectPlays(file, kRecorded_s - 0.7);
 }
 
@@ -122,7 +122,7 @@ TEST_P(FailingDiskTest, PulledOutDiskEndsTheRecordingAndHoldsWhatHadReachedIt) {
   disk.pullOut();
   expectEndWithError();
   EXPECT_THAT(log(), HasSubstr("Input/output error"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   disk.putBack();
   // The last second and the samples in the encoder may be missing.
   expectPlays(file, 2 * kRecorded_s - 1.7);
@@ -141,7 +141,7 @@ TEST_P(FailingDiskTest, DeviceThatFailsAfterTheWritesEndsTheRecordingAndHoldsWha
   device.fill(0);
   expectEndWithError();
   EXPECT_THAT(log(), HasSubstr("Input/output error. Check the disk."));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   std::filesystem::remove(device.folder() + "/filler");
   disk.putBack();
   expectPlays(file, 2 * kRecorded_s - 1.7);
@@ -172,7 +172,7 @@ TEST_P(FailingDiskTest, NetworkFolderThatHangsEndsTheRecordingAndGetsTheRestWhen
   EXPECT_THAT(log(), HasSubstr("Cannot write " + file));
   EXPECT_THAT(log(), testing::Not(HasSubstr("Lost")));
   folder.answer();
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   // With the sound until the end was reported.
   expectPlays(file, kRecorded_s + 4.0);
 }

@@ -31,7 +31,7 @@ class LostSoundTest : public ToolFixture, public testing::WithParamInterface<int
   // Expects that the tool reports the error and ends, and that the recording stays where it was
   // written.
   void expectTheErrorsPath(test_support::ChildProcess& tool) {
-    EXPECT_TRUE(endsByItself(tool));
+    EXPECT_TRUE(endsByItself(tool, 1));
     EXPECT_THAT(log(), HasSubstr("An error occurred while recording audio. Error: "));
     EXPECT_THAT(filesIn(musicFolder()), IsEmpty());
     const DecodedSound sound = decodeSound(onlyFileIn(temporaryFolder()), server.directory());
@@ -74,7 +74,7 @@ TEST_P(LostSoundTest, ClickAfterTheLossRecordsAgain) {
   ASSERT_TRUE(waitForState("recording"));
   EXPECT_EQ(run({"--stop"}).exitStatus, 0);
   EXPECT_EQ(decodeSound(onlyFileIn(musicFolder()), server.directory()).error, "");
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1)) << "the first recording was not saved";
 }
 
 class StoppedToolTest : public ToolFixture,
@@ -237,7 +237,7 @@ TEST_P(HeldStartTest, StoppingAFailingStartReportsNoOtherFile) {
   EXPECT_EQ(stop.output, "");
   EXPECT_THAT(filesIn(musicFolder()), testing::SizeIs(1));
   EXPECT_THAT(log(), HasSubstr("although it was connected twice"));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, HeldStartTest, testing::Values(kM4a, kMp3),

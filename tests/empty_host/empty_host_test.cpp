@@ -22,7 +22,7 @@ TEST(EmptyHostTest, TheToolEndsWhereItFindsNoFolder) {
   EXPECT_TRUE(host.hasEnded());
   EXPECT_FALSE(delegate->stop());
   EXPECT_FALSE(delegate->cancel());
-  EXPECT_FALSE(delegate->hasUnsavedRecording());
+  EXPECT_FALSE(delegate->hasFailedRecording());
   delegate->applicationWillTerminate();
 }
 

@@ -74,7 +74,7 @@ class SystemAudioTest : public e2e::ToolFixture {
     control.reset();
     server.killDaemon();
     EXPECT_TRUE(waitForState("idle"));
-    EXPECT_TRUE(endsAtOnce(tool));
+    EXPECT_TRUE(endsAtOnce(tool, 1));
   }
 
   void plugInDevices() {
@@ -242,7 +242,7 @@ TEST_F(SystemAudioTest, KilledDriverEndsTheRecordingAndTheSoundIsBack) {
   EXPECT_TRUE(waitForState("idle"));
   EXPECT_TRUE(isAsTheUserHadIt(3s));
   expectToneHeardOn(kHeadphones, 0.5);
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
 }
 
 TEST_F(SystemAudioTest, DeathOfTheSoundServerEndsTheRecording) {
@@ -297,7 +297,7 @@ TEST_F(SystemAudioTest, DriverThatHangsIsAnErrorAndChangesNothing) {
   const auto tool = start();
   EXPECT_TRUE(
       waitUntil([this] { return testing::Value(eventNames(), testing::Contains("Stop")); }));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
   EXPECT_THAT(filesIn(musicFolder()), testing::IsEmpty());
   EXPECT_TRUE(isAsTheUserHadIt(0s));
   kill(pid, SIGCONT);

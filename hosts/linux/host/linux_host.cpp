@@ -360,7 +360,7 @@ void LinuxHost::tellThatThereIsNoFolder() {
 int LinuxHost::exitStatus() const {
   if (hasNoFolder()) return kExitFailed;
   if (windows_.wentUnseen()) return kExitNoScreen;
-  return hasUnsavedRecording_() ? kExitFailed : kExitDone;
+  return hasFailedRecording_() ? kExitFailed : kExitDone;
 }
 
 int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
@@ -376,7 +376,7 @@ int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                                                     [this] { return capture_.lost_frames(); }),
                  suite::kToolIdentifier);
   delegate.reset();
-  hasUnsavedRecording_ = launch.hasUnsavedRecording;
+  hasFailedRecording_ = launch.hasFailedRecording;
   if (launch.startedByBus) {
     router_.launchOnFirstRequest();
   } else {

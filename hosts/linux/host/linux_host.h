@@ -144,14 +144,14 @@ class LinuxHost {
   struct Launch {
     std::vector<std::string> pathsToOpen;
     bool startedByBus = false;  // the request that started the program will follow
-    // Whether a recording could not be saved; asked at the end.
-    std::function<bool()> hasUnsavedRecording = [] { return false; };
+    // Whether a recording failed or could not be saved; asked at the end.
+    std::function<bool()> hasFailedRecording = [] { return false; };
   };
   // Launches the delegate and runs until it has terminated and every file is closed. Returns the
   // exit status: kExitFailed if there is no folder for recordings; kExitNoScreen if something could
   // not be shown for lack of a screen since the last recording began; kExitFailed if a recording
-  // could not be saved; else 0. If the screen has gone meanwhile, ends the process with that status
-  // and does not return.
+  // failed or could not be saved; else 0. If the screen has gone meanwhile, ends the process with
+  // that status and does not return.
   [[nodiscard]] int run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                         std::shared_ptr<platform::RemoteControl> remote, const Launch& launch);
 
@@ -243,7 +243,7 @@ class LinuxHost {
   FreeSpace freeSpace_;
   StallDetector stallDetector_;
   std::optional<std::string> stalledFile_;
-  std::function<bool()> hasUnsavedRecording_;
+  std::function<bool()> hasFailedRecording_;
   std::string sourceRemark_;
   std::string silenceRemark_;
   std::string encoderRemark_;

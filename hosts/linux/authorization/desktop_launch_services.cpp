@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "driver/installed_paths.h"
+#include "hosts/linux/base/glib_owners.h"
 #include "hosts/linux/base/log.h"
 
 namespace linux_host {
@@ -23,10 +24,8 @@ struct KeyFileFree {
 };
 
 std::string entryValue(GKeyFile* file, const char* key) {
-  char* value = g_key_file_get_string(file, G_KEY_FILE_DESKTOP_GROUP, key, nullptr);
-  std::string text = value != nullptr ? value : "";
-  g_free(value);
-  return text;
+  const TextPtr value(g_key_file_get_string(file, G_KEY_FILE_DESKTOP_GROUP, key, nullptr));
+  return value != nullptr ? value.get() : "";
 }
 
 // The application's path without a trailing slash; empty when the entry is not for that identifier

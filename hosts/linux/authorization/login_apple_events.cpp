@@ -60,12 +60,10 @@ OSStatus statusOf(const GError* error) {
     if (g_error_matches(error, G_DBUS_ERROR, late)) return errAETimeout;
   }
   if (g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED)) return userCanceledErr;
-  char* name = g_dbus_error_get_remote_error(error);
+  const TextPtr name(g_dbus_error_get_remote_error(error));
   const bool noAgent =
-      g_strcmp0(name, "org.freedesktop.DBus.Error.InteractiveAuthorizationRequired") == 0;
-  g_free(name);
-  if (noAgent) return userCanceledErr;
-  return errAEEventNotHandled;
+      g_strcmp0(name.get(), "org.freedesktop.DBus.Error.InteractiveAuthorizationRequired") == 0;
+  return noAgent ? userCanceledErr : errAEEventNotHandled;
 }
 
 }  // namespace

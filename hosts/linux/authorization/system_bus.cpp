@@ -28,9 +28,8 @@ bool SystemBus::connect() {
   if (connection_ != nullptr && !g_dbus_connection_is_closed(connection_.get())) return true;
   std::string address = address_;
   if (address.empty()) {
-    char* found = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    if (found != nullptr) address = found;
-    g_free(found);
+    const TextPtr found(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    if (found != nullptr) address = found.get();
   }
   auto connection = address.empty() ? Unexpected("the system has none")
                                     : connectTo(address, true, kBusTimeout_ms);

@@ -10,7 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 
+#include "hosts/linux/base/glib_owners.h"
 #include "hosts/linux/base/library_pages.h"
 #include "hosts/linux/base/log.h"
 
@@ -98,21 +100,17 @@ std::u16string zoneOf(const std::tm& local) {
 
 std::u16string utf16(const std::string& text) {
   glong length = 0;
-  gunichar2* converted =
-      g_utf8_to_utf16(text.data(), static_cast<glong>(text.size()), nullptr, &length, nullptr);
+  const std::unique_ptr<gunichar2, MemoryFree> converted(
+      g_utf8_to_utf16(text.data(), static_cast<glong>(text.size()), nullptr, &length, nullptr));
   if (converted == nullptr) return {};
-  std::u16string result(converted, converted + length);
-  g_free(converted);
-  return result;
+  return {converted.get(), converted.get() + length};
 }
 
 std::string utf8(const std::u16string& text) {
-  gchar* converted = g_utf16_to_utf8(reinterpret_cast<const gunichar2*>(text.data()),
-                                     static_cast<glong>(text.size()), nullptr, nullptr, nullptr);
-  if (converted == nullptr) return {};
-  std::string result(converted);
-  g_free(converted);
-  return result;
+  const TextPtr converted(g_utf16_to_utf8(reinterpret_cast<const gunichar2*>(text.data()),
+                                          static_cast<glong>(text.size()), nullptr, nullptr,
+                                          nullptr));
+  return converted == nullptr ? "" : converted.get();
 }
 
 // Empty when ICU fails.

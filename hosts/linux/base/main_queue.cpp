@@ -16,15 +16,10 @@ MainQueue::MainQueue() : eventFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     throw std::system_error(errno, std::generic_category(),
                             "Cannot create the main queue's eventfd");
   }
-  source_ = g_unix_fd_source_new(eventFd_.get(), G_IO_IN);
-  g_source_set_callback(source_, G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
-  g_source_set_can_recurse(source_, TRUE);
-  g_source_attach(source_, nullptr);
-}
-
-MainQueue::~MainQueue() {
-  g_source_destroy(source_);
-  g_source_unref(source_);
+  source_.reset(g_unix_fd_source_new(eventFd_.get(), G_IO_IN));
+  g_source_set_callback(source_.get(), G_SOURCE_FUNC(&MainQueue::onWake), this, nullptr);
+  g_source_set_can_recurse(source_.get(), TRUE);
+  g_source_attach(source_.get(), nullptr);
 }
 
 void MainQueue::async(std::function<void()> work) {

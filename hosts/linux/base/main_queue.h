@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <glib.h>
-
 #include <deque>
 #include <functional>
 #include <string>
 
 #include "driver/unique_fd.h"
+#include "hosts/linux/base/glib_owners.h"
 #include "platform/dispatch.h"
 #include "platform/mutex.h"
 
@@ -22,7 +21,7 @@ namespace linux_host {
 class MainQueue : public platform::DispatchQueue {
  public:
   MainQueue();
-  ~MainQueue() override;
+  ~MainQueue() override = default;
   MainQueue(const MainQueue&) = delete;
   MainQueue& operator=(const MainQueue&) = delete;
 
@@ -36,7 +35,7 @@ class MainQueue : public platform::DispatchQueue {
 
   const std::string label_ = "main";
   const loopback::UniqueFd eventFd_;
-  GSource* source_ = nullptr;
+  SourcePtr source_;
   platform::Mutex mutex_;
   std::deque<std::function<void()>> items_ RA_GUARDED_BY(mutex_);
 };

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "hosts/linux/base/glib_owners.h"
+
 namespace linux_host {
 namespace {
 
@@ -52,25 +54,23 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   void schedule() {
     static GSourceFuncs functions = {nullptr, nullptr, &LoopTimer::dispatch,
                                      nullptr, nullptr, nullptr};
-    source_ = g_source_new(&functions, sizeof(Source));
-    reinterpret_cast<Source*>(source_)->timer = this;
+    source_.reset(g_source_new(&functions, sizeof(Source)));
+    reinterpret_cast<Source*>(source_.get())->timer = this;
     // The loop owns the timer until it is invalidated.
     self_ = shared_from_this();
-    g_source_set_ready_time(source_, next_us_);
-    g_source_attach(source_, nullptr);
+    g_source_set_ready_time(source_.get(), next_us_);
+    g_source_attach(source_.get(), nullptr);
   }
 
   // Fires in the loop's next iteration.
   void fireNow() {
-    if (source_ != nullptr) g_source_set_ready_time(source_, 0);
+    if (source_ != nullptr) g_source_set_ready_time(source_.get(), 0);
   }
 
   void invalidate() override {
     mainThread_.assertHeld();
     if (source_ == nullptr) return;
-    g_source_destroy(source_);
-    g_source_unref(source_);
-    source_ = nullptr;
+    source_.reset();
     // The action may own the last reference to this timer, and its destruction may call
     // invalidate().
     const auto self = std::move(self_);
@@ -98,7 +98,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   void fire() {
     if (gate_ != nullptr && gate_->holds > 0) {
       gate_->due.push_back(weak_from_this());
-      g_source_set_ready_time(source_, kNever_us);
+      g_source_set_ready_time(source_.get(), kNever_us);
       return;
     }
     const platform::TimerAction action = action_;
@@ -110,7 +110,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
     }
     const gint64 late_us = g_get_monotonic_time() - next_us_;
     next_us_ += (std::max<gint64>(late_us, 0) / interval_us_ + 1) * interval_us_;
-    g_source_set_ready_time(source_, next_us_);
+    g_source_set_ready_time(source_.get(), next_us_);
   }
 
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
@@ -120,7 +120,7 @@ class LoopTimer : public platform::Timer, public std::enable_shared_from_this<Lo
   const std::any userInfo_;
   platform::TimerAction action_;
   const std::shared_ptr<CoreRunLoop::Gate> gate_;
-  GSource* source_ = nullptr;
+  SourcePtr source_;
   std::shared_ptr<LoopTimer> self_;
 };
 

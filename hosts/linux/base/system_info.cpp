@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "hosts/linux/base/glib_owners.h"
+
 namespace linux_host {
 namespace {
 
@@ -29,11 +31,9 @@ std::uint64_t LinuxHostClock::absoluteTime() const {
 }
 
 std::string LinuxProcessInfo::globallyUniqueString() {
-  gchar* uuid = g_uuid_string_random();
-  std::string text = std::string(uuid) + "-" + std::to_string(getpid()) + "-" +
-                     std::to_string(counter_.fetch_add(1, std::memory_order_relaxed));
-  g_free(uuid);
-  return text;
+  const TextPtr uuid(g_uuid_string_random());
+  return std::string(uuid.get()) + "-" + std::to_string(getpid()) + "-" +
+         std::to_string(counter_.fetch_add(1, std::memory_order_relaxed));
 }
 
 std::optional<std::string> LinuxUserAccount::homeDirectory() const {

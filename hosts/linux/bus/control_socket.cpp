@@ -80,10 +80,8 @@ bool ControlSocket::isHeldByOther() const {
 }
 
 std::string ControlSocket::address() const {
-  gchar* escaped = g_dbus_address_escape_value(socket_.c_str());
-  std::string address = std::string("unix:path=") + escaped;
-  g_free(escaped);
-  return address;
+  const TextPtr escaped(g_dbus_address_escape_value(socket_.c_str()));
+  return std::string("unix:path=") + escaped.get();
 }
 
 Status ControlSocket::listen(ToolObject& object) {
@@ -93,12 +91,11 @@ Status ControlSocket::listen(ToolObject& object) {
   }
   // A killed instance may have left its socket; the lock proves that it is gone.
   unlink(socket_.c_str());
-  gchar* guid = g_dbus_generate_guid();
+  const TextPtr guid(g_dbus_generate_guid());
   GError* failure = nullptr;
   server_.reset(g_dbus_server_new_sync(address().c_str(),
-                                       G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER, guid,
-                                       nullptr, nullptr, &failure));
-  g_free(guid);
+                                       G_DBUS_SERVER_FLAGS_AUTHENTICATION_REQUIRE_SAME_USER,
+                                       guid.get(), nullptr, nullptr, &failure));
   const ErrorPtr error(failure);
   if (error != nullptr) return Unexpected(error->message);
   // The umask may leave it open to others; until the chmod, the server's same-user check guards it.

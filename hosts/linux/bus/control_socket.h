@@ -50,7 +50,7 @@ class ControlSocket {
   const std::string lockFile_;
   // The lock file stays: removing it could remove one that another instance has just locked.
   loopback::UniqueFd lockFd_;
-  std::unique_ptr<GDBusServer, ObjectUnref> server_;
+  ObjectPtr<GDBusServer> server_;
 };
 
 }  // namespace linux_host

@@ -7,23 +7,17 @@
 #include <string>
 
 #include "hosts/linux/base/expected.h"
+#include "hosts/linux/base/glib_owners.h"
 
-// Owners for GLib's objects, and the only way to connect that cannot hang.
+// Owners for what GLib hands out of D-Bus, and the only way to connect that cannot hang.
 
 namespace linux_host {
 
-struct ObjectUnref {
-  void operator()(gpointer object) const { g_object_unref(object); }
+struct NodeInfoUnref {
+  void operator()(GDBusNodeInfo* node) const { g_dbus_node_info_unref(node); }
 };
-struct VariantUnref {
-  void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-struct ErrorFree {
-  void operator()(GError* error) const { g_error_free(error); }
-};
-using ConnectionPtr = std::unique_ptr<GDBusConnection, ObjectUnref>;
-using VariantPtr = std::unique_ptr<GVariant, VariantUnref>;
-using ErrorPtr = std::unique_ptr<GError, ErrorFree>;
+using ConnectionPtr = ObjectPtr<GDBusConnection>;
+using NodeInfoPtr = std::unique_ptr<GDBusNodeInfo, NodeInfoUnref>;
 
 // Longer than any desktop needs for an answer, and shorter than a user's patience.
 inline constexpr int kBusTimeout_ms = 5000;

@@ -10,7 +10,7 @@ struct SchemaUnref {
 
 }  // namespace
 
-std::unique_ptr<GSettings, ObjectUnref> settingsWith(const char* schemaId, const char* key) {
+ObjectPtr<GSettings> settingsWith(const char* schemaId, const char* key) {
   GSettingsSchemaSource* source = g_settings_schema_source_get_default();
   if (source == nullptr) return nullptr;
   const std::unique_ptr<GSettingsSchema, SchemaUnref> schema(
@@ -19,8 +19,7 @@ std::unique_ptr<GSettings, ObjectUnref> settingsWith(const char* schemaId, const
   // A schema without a path of its own is not a desktop-wide setting, and opening it ends the
   // process.
   if (g_settings_schema_get_path(schema.get()) == nullptr) return nullptr;
-  return std::unique_ptr<GSettings, ObjectUnref>(
-      g_settings_new_full(schema.get(), nullptr, nullptr));
+  return ObjectPtr<GSettings>(g_settings_new_full(schema.get(), nullptr, nullptr));
 }
 
 VariantPtr desktopSetting(const char* schemaId, const char* key, const GVariantType* type) {

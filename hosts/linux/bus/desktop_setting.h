@@ -13,7 +13,6 @@ namespace linux_host {
                                         const GVariantType* type);
 
 // The settings that contain such a setting, for following its changes; null likewise.
-[[nodiscard]] std::unique_ptr<GSettings, ObjectUnref> settingsWith(const char* schemaId,
-                                                                   const char* key);
+[[nodiscard]] ObjectPtr<GSettings> settingsWith(const char* schemaId, const char* key);
 
 }  // namespace linux_host

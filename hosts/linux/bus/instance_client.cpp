@@ -25,9 +25,8 @@ bool saysGone(const GError* error) {
 InstanceClient::Reply failed(GError* raw) {
   const ErrorPtr error(raw);
   if (saysGone(error.get())) return {InstanceClient::Outcome::kNotRunning, error->message};
-  gchar* remote = g_dbus_error_get_remote_error(error.get());
-  const bool nothing = g_strcmp0(remote, kNothingRecordedError) == 0;
-  g_free(remote);
+  const TextPtr remote(g_dbus_error_get_remote_error(error.get()));
+  const bool nothing = g_strcmp0(remote.get(), kNothingRecordedError) == 0;
   g_dbus_error_strip_remote_error(error.get());
   return {nothing ? InstanceClient::Outcome::kNothingRecorded : InstanceClient::Outcome::kFailed,
           error->message};

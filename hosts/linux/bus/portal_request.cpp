@@ -35,7 +35,6 @@ PortalRequest::PortalRequest(GDBusConnection* bus, const char* interface, const 
 
 PortalRequest::~PortalRequest() {
   stopListening();
-  g_object_unref(bus_);
 }
 
 std::shared_ptr<PortalRequest> PortalRequest::ask(GDBusConnection* bus, const char* interface,
@@ -63,7 +62,7 @@ void PortalRequest::onIntroduced(GObject* bus, GAsyncResult* result, gpointer da
   const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(bus), result, nullptr));
   const VariantPtr arguments = std::move(self.arguments_);
   if (self.handler_ == nullptr) return;
-  g_dbus_connection_call(self.bus_, kPortalName, kPortalPath, self.interface_, self.method_,
+  g_dbus_connection_call(self.bus_.get(), kPortalName, kPortalPath, self.interface_, self.method_,
                          arguments.get(), G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, -1,
                          nullptr, onCalled, PortalRequest::reference(*reference));
 }
@@ -71,12 +70,13 @@ void PortalRequest::onIntroduced(GObject* bus, GAsyncResult* result, gpointer da
 void PortalRequest::cancel() {
   if (std::exchange(handler_, nullptr) == nullptr) return;
   stopListening();
-  g_dbus_connection_call(bus_, kPortalName, path_.c_str(), kRequestInterface, "Close", nullptr,
-                         nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr, nullptr);
+  g_dbus_connection_call(bus_.get(), kPortalName, path_.c_str(), kRequestInterface, "Close",
+                         nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr,
+                         nullptr);
 }
 
 std::string PortalRequest::requestPath() const {
-  const gchar* uniqueName = g_dbus_connection_get_unique_name(bus_);
+  const gchar* uniqueName = g_dbus_connection_get_unique_name(bus_.get());
   std::string sender = uniqueName == nullptr ? "" : uniqueName + 1;  // without the colon
   for (char& letter : sender) letter = letter == '.' ? '_' : letter;
   return std::string(kPortalPath) + "/request/" + sender + "/" + token_;
@@ -84,16 +84,16 @@ std::string PortalRequest::requestPath() const {
 
 void PortalRequest::listen(const std::string& path) {
   if (path == path_) return;
-  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+  if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
   path_ = path;
   subscription_ = g_dbus_connection_signal_subscribe(
-      bus_, kPortalName, kRequestInterface, "Response", path_.c_str(), nullptr,
+      bus_.get(), kPortalName, kRequestInterface, "Response", path_.c_str(), nullptr,
       G_DBUS_SIGNAL_FLAGS_NONE, onResponse, reference(shared_from_this()), release);
 }
 
 void PortalRequest::stopListening() {
   if (const guint subscription = std::exchange(subscription_, 0); subscription != 0) {
-    g_dbus_connection_signal_unsubscribe(bus_, subscription);
+    g_dbus_connection_signal_unsubscribe(bus_.get(), subscription);
   }
   if (const guint watch = std::exchange(watch_, 0); watch != 0) g_bus_unwatch_name(watch);
 }

@@ -66,7 +66,7 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
   void stopListening();
   void answer(Outcome outcome, GVariant* results = nullptr, const std::string& error = {});
 
-  GDBusConnection* const bus_;
+  const ConnectionPtr bus_;
   const std::string token_;
   const char* const interface_;
   const char* const method_;

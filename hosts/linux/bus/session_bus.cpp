@@ -29,10 +29,8 @@ std::string SessionBus::address() {
   const std::string path = std::string(runtime) + "/bus";
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return {};
-  gchar* escaped = g_dbus_address_escape_value(path.c_str());
-  std::string where = std::string("unix:path=") + escaped;
-  g_free(escaped);
-  return where;
+  const TextPtr escaped(g_dbus_address_escape_value(path.c_str()));
+  return std::string("unix:path=") + escaped.get();
 }
 
 }  // namespace linux_host

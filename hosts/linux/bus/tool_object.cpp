@@ -46,8 +46,7 @@ constexpr std::array kProperties = {"ToolStatus", "ToolIcon", "MenuIcon", "MenuT
 using InvocationPtr = std::shared_ptr<GDBusMethodInvocation>;
 
 InvocationPtr sharedInvocation(GDBusMethodInvocation* invocation) {
-  return {static_cast<GDBusMethodInvocation*>(g_object_ref(invocation)),
-          [](GDBusMethodInvocation* held) { g_object_unref(held); }};
+  return {static_cast<GDBusMethodInvocation*>(g_object_ref(invocation)), ObjectUnref()};
 }
 
 void answer(GDBusMethodInvocation* invocation, GVariant* value = nullptr) {
@@ -84,7 +83,6 @@ ToolObject::ToolObject(Requests& requests)
 
 ToolObject::~ToolObject() {
   for (const auto& entry : exports_) withdraw(*entry);
-  g_dbus_node_info_unref(node_);
 }
 
 Status ToolObject::exportOn(GDBusConnection* connection) {

@@ -65,7 +65,7 @@ class ToolObject : public suite::ToolDataObserver {
   void withdraw(Export& entry);
 
   Requests& requests_;
-  GDBusNodeInfo* const node_;
+  const NodeInfoPtr node_;
   suite::ToolData data_;
   std::vector<std::unique_ptr<Export>> exports_;
 };

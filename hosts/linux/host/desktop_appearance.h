@@ -38,7 +38,7 @@ class AppearanceWatch {
   GDBusConnection* const bus_;
   std::function<void()> onChange_;
   guint subscription_ = 0;
-  std::vector<std::unique_ptr<GSettings, ObjectUnref>> settings_;
+  std::vector<ObjectPtr<GSettings>> settings_;
 };
 
 }  // namespace linux_host

@@ -66,7 +66,6 @@ DBusMenu::DBusMenu(std::function<void(int id)> onChoice)
 
 DBusMenu::~DBusMenu() {
   if (registration_ != 0) g_dbus_connection_unregister_object(connection_, registration_);
-  g_dbus_node_info_unref(node_);
 }
 
 Status DBusMenu::exportOn(GDBusConnection* connection) {

@@ -57,7 +57,7 @@ class DBusMenu {
   std::function<void(int id)> onChoice_;
   std::vector<MenuItem> items_;
   guint32 revision_ = 1;
-  GDBusNodeInfo* const node_;
+  const NodeInfoPtr node_;
   GDBusConnection* connection_ = nullptr;
   guint registration_ = 0;
 };

@@ -97,7 +97,6 @@ StatusNotifierItem::~StatusNotifierItem() {
   g_bus_unwatch_name(watch_);
   forgetSource(&announcement_);
   withdrawObjects();
-  g_dbus_node_info_unref(node_);
 }
 
 void StatusNotifierItem::onTrayAppeared(GDBusConnection*, const gchar*, const gchar*,
@@ -301,12 +300,9 @@ void StatusNotifierItem::answerWaiting() {
 
 GVariant* StatusNotifierItem::toolTip() const {
   // The tray reads the text as markup.
-  gchar* title = g_markup_escape_text(look_.toolTipTitle.c_str(), -1);
-  gchar* text = g_markup_escape_text(look_.toolTipText.c_str(), -1);
-  GVariant* value = g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), title, text);
-  g_free(title);
-  g_free(text);
-  return value;
+  const TextPtr title(g_markup_escape_text(look_.toolTipTitle.c_str(), -1));
+  const TextPtr text(g_markup_escape_text(look_.toolTipText.c_str(), -1));
+  return g_variant_new("(s@a(iiay)ss)", "", noPixmaps(), title.get(), text.get());
 }
 
 GVariant* StatusNotifierItem::property(const std::string& name) const {

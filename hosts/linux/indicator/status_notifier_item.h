@@ -88,7 +88,7 @@ class StatusNotifierItem {
   Look announced_;
   guint announcement_ = 0;
   std::vector<MenuItem> menuItems_;
-  GDBusNodeInfo* const node_;
+  const NodeInfoPtr node_;
   guint watch_ = 0;
   bool trayPresent_ = false;
   Phase phase_ = Phase::kHidden;

@@ -48,8 +48,7 @@ LoginSession::LoginSession(std::string why, std::function<void()> onShutdown,
       cancellable_(g_cancellable_new()) {}
 
 LoginSession::~LoginSession() {
-  g_cancellable_cancel(cancellable_);
-  g_object_unref(cancellable_);
+  g_cancellable_cancel(cancellable_.get());
   forgetBus();
 }
 
@@ -72,7 +71,7 @@ void LoginSession::forgetBus() {
 void LoginSession::connect() {
   if (std::exchange(connecting_, true)) return;
   g_bus_get(
-      G_BUS_TYPE_SYSTEM, cancellable_,
+      G_BUS_TYPE_SYSTEM, cancellable_.get(),
       [](GObject*, GAsyncResult* result, gpointer self) {
         GError* failure = nullptr;
         GDBusConnection* bus = g_bus_get_finish(result, &failure);
@@ -109,7 +108,7 @@ void LoginSession::askForSession() {
   g_dbus_connection_call(
       bus_.get(), kLogin1, kOwnSession, "org.freedesktop.DBus.Properties", "Get",
       g_variant_new("(ss)", "org.freedesktop.login1.Session", "Id"), G_VARIANT_TYPE("(v)"),
-      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, cancellable_,
+      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, cancellable_.get(),
       [](GObject* bus, GAsyncResult* result, gpointer self) {
         GError* failure = nullptr;
         const VariantPtr answer(
@@ -139,13 +138,13 @@ void LoginSession::inhibit(const char* what, const char* mode,
   g_dbus_connection_call_with_unix_fd_list(
       bus_.get(), kLogin1, kLogin1Path, kInterface, "Inhibit",
       g_variant_new("(ssss)", what, "Record Audio", why_.c_str(), mode), G_VARIANT_TYPE("(h)"),
-      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, cancellable_,
+      G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, cancellable_.get(),
       [](GObject* bus, GAsyncResult* result, gpointer data) {
         const std::unique_ptr<Lock> lock(static_cast<Lock*>(data));
         GUnixFDList* sent = nullptr;
         const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(
             G_DBUS_CONNECTION(bus), &sent, result, nullptr));
-        const std::unique_ptr<GUnixFDList, ObjectUnref> descriptors(sent);
+        const ObjectPtr<GUnixFDList> descriptors(sent);
         if (!answer) return;
         loopback::UniqueFd granted = descriptorOf(answer.get(), descriptors.get());
         if (!granted.valid()) return;

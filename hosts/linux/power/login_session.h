@@ -46,7 +46,7 @@ class LoginSession : public suite::ToolDataObserver {
   std::function<void()> onShutdown_;
   std::function<void()> onLogout_;
   std::string sessionId_;  // empty until it is known
-  GCancellable* const cancellable_;
+  const ObjectPtr<GCancellable> cancellable_;
   ConnectionPtr bus_;
   guint subscription_ = 0;
   bool connecting_ = false;

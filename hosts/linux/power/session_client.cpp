@@ -36,8 +36,7 @@ SessionClient::SessionClient(GDBusConnection* bus, std::string startupId, Sessio
       cancellable_(g_cancellable_new()) {}
 
 SessionClient::~SessionClient() {
-  g_cancellable_cancel(cancellable_);
-  g_object_unref(cancellable_);
+  g_cancellable_cancel(cancellable_.get());
   if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
 }
 
@@ -67,7 +66,7 @@ void SessionClient::registerOnBus() {
   g_dbus_connection_call(bus_, kManager, kManagerPath, kManager, "RegisterClient",
                          g_variant_new("(ss)", kApplicationId, startupId_.c_str()),
                          G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms,
-                         cancellable_, onRegistered, this);
+                         cancellable_.get(), onRegistered, this);
 }
 
 void SessionClient::onRegistered(GObject* bus, GAsyncResult* result, gpointer self) {

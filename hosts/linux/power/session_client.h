@@ -40,7 +40,7 @@ class SessionClient : public suite::ToolDataObserver {
   const std::string startupId_;
   const SessionEnd end_;
   const std::function<void()> onNobody_;
-  GCancellable* const cancellable_;
+  const ObjectPtr<GCancellable> cancellable_;
   std::string path_;  // the client's object at the manager; empty while not registered
   guint subscription_ = 0;
   bool asking_ = false;  // a call is pending

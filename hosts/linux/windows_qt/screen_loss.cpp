@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 
+#include "hosts/linux/base/glib_owners.h"
+
 namespace linux_host {
 namespace {
 
@@ -24,11 +26,8 @@ bool isLastMessage(const QString& text) {
 }  // namespace
 
 guint SourceSpan::nextId() {
-  GSource* probe = g_idle_source_new();
-  const guint id = g_source_attach(probe, nullptr);
-  g_source_destroy(probe);
-  g_source_unref(probe);
-  return id;
+  const SourcePtr probe(g_idle_source_new());
+  return g_source_attach(probe.get(), nullptr);
 }
 
 void SourceSpan::destroy() const {

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <utility>
 
+#include "hosts/linux/base/glib_owners.h"
+
 namespace linux_host {
 namespace {
 
@@ -67,15 +69,14 @@ void FileIcons::run(Shared& shared) {
 }
 
 void FileIcons::apply(const Change& change) {
-  GFile* file = g_file_new_for_path(change.file.c_str());
-  gchar* icon = change.iconFile.empty()
-                    ? nullptr
-                    : g_filename_to_uri(change.iconFile.c_str(), nullptr, nullptr);
+  const ObjectPtr<GFile> file(g_file_new_for_path(change.file.c_str()));
+  const TextPtr icon(change.iconFile.empty()
+                         ? nullptr
+                         : g_filename_to_uri(change.iconFile.c_str(), nullptr, nullptr));
   const GFileAttributeType type =
       icon == nullptr ? G_FILE_ATTRIBUTE_TYPE_INVALID : G_FILE_ATTRIBUTE_TYPE_STRING;
-  g_file_set_attribute(file, kCustomIcon, type, icon, G_FILE_QUERY_INFO_NONE, nullptr, nullptr);
-  g_free(icon);
-  g_object_unref(file);
+  g_file_set_attribute(file.get(), kCustomIcon, type, icon.get(), G_FILE_QUERY_INFO_NONE, nullptr,
+                       nullptr);
 }
 
 void FileIcons::finish(int timeout_ms) {

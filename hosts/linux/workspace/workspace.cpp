@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gio/gunixfdlist.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "driver/unique_fd.h"
 #include "hosts/linux/base/log.h"
 #include "hosts/linux/base/toolkit_environment.h"
 #include "hosts/linux/bus/dbus_support.h"
@@ -54,9 +54,7 @@ bool contains(const std::string& list, const std::string& item) {
 }
 
 bool isInPath(const std::string& program) {
-  gchar* found = g_find_program_in_path(program.c_str());
-  g_free(found);
-  return found != nullptr;
+  return TextPtr(g_find_program_in_path(program.c_str())) != nullptr;
 }
 
 void sayFailed(const std::string& uri, const char* why) {
@@ -66,15 +64,13 @@ void sayFailed(const std::string& uri, const char* why) {
 
 void onLaunched(GObject*, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<std::string> uri(static_cast<std::string*>(raw));
-  GError* error = nullptr;
-  g_app_info_launch_default_for_uri_finish(result, &error);
-  if (error == nullptr) return;
-  sayFailed(*uri, error->message);
-  g_error_free(error);
+  GError* failure = nullptr;
+  g_app_info_launch_default_for_uri_finish(result, &failure);
+  if (const ErrorPtr error(failure); error != nullptr) sayFailed(*uri, error->message);
 }
 
 void launchDefault(const std::string& uri, const std::string& token) {
-  const std::unique_ptr<GAppLaunchContext, ObjectUnref> context(g_app_launch_context_new());
+  const ObjectPtr<GAppLaunchContext> context(g_app_launch_context_new());
   g_app_launch_context_unsetenv(context.get(), kToolkitVariable);
   if (!token.empty()) {
     g_app_launch_context_setenv(context.get(), "XDG_ACTIVATION_TOKEN", token.c_str());
@@ -93,12 +89,9 @@ struct Opening {
 // Without a portal the call fails at once, or after GLib's own time limit.
 void onPortalAnswered(GObject* source, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
-  GError* error = nullptr;
-  const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(G_DBUS_CONNECTION(source),
-                                                                          nullptr, result, &error));
-  if (error == nullptr) return;
-  g_error_free(error);
-  launchDefault(opening->uris.front(), opening->token);
+  const VariantPtr answer(g_dbus_connection_call_with_unix_fd_list_finish(
+      G_DBUS_CONNECTION(source), nullptr, result, nullptr));
+  if (answer == nullptr) launchDefault(opening->uris.front(), opening->token);
 }
 
 GVariant* optionsWith(const std::string& token) {
@@ -119,14 +112,8 @@ void askPortal(GDBusConnection* bus, const char* method, GVariant* parameters, G
                                            &onPortalAnswered, new Opening(std::move(opening)));
 }
 
-bool exists(GAppInfo* application) {
-  if (application == nullptr) return false;
-  g_object_unref(application);
-  return true;
-}
-
 bool hasDefaultApplicationForScheme(const char* scheme) {
-  return exists(g_app_info_get_default_for_uri_scheme(scheme));
+  return ObjectPtr<GAppInfo>(g_app_info_get_default_for_uri_scheme(scheme)) != nullptr;
 }
 
 bool isFolder(const std::string& path) {
@@ -135,11 +122,9 @@ bool isFolder(const std::string& path) {
 }
 
 bool hasDefaultApplication(const std::string& path) {
-  if (isFolder(path)) return exists(g_app_info_get_default_for_type("inode/directory", FALSE));
-  gchar* type = g_content_type_guess(path.c_str(), nullptr, 0, nullptr);
-  GAppInfo* application = g_app_info_get_default_for_type(type, FALSE);
-  g_free(type);
-  return exists(application);
+  const TextPtr type(isFolder(path) ? g_strdup("inode/directory")
+                                    : g_content_type_guess(path.c_str(), nullptr, 0, nullptr));
+  return ObjectPtr<GAppInfo>(g_app_info_get_default_for_type(type.get(), FALSE)) != nullptr;
 }
 
 // Opens the folders in which the files are.
@@ -157,20 +142,16 @@ void openFolders(const Opening& opening) {
 
 void onItemsShown(GObject* source, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
-  GError* error = nullptr;
-  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-  if (error == nullptr) return;
-  g_error_free(error);
-  openFolders(*opening);
+  const VariantPtr answer(
+      g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
+  if (answer == nullptr) openFolders(*opening);
 }
 
 void onFolderShown(GObject* source, GAsyncResult* result, gpointer raw) {
   const std::unique_ptr<Opening> opening(static_cast<Opening*>(raw));
-  GError* error = nullptr;
-  const VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-  if (error == nullptr) return;
-  g_error_free(error);
-  launchDefault(opening->uris.front(), opening->token);
+  const VariantPtr answer(
+      g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
+  if (answer == nullptr) launchDefault(opening->uris.front(), opening->token);
 }
 
 }  // namespace
@@ -192,19 +173,18 @@ bool DesktopWorkspace::openFile(const std::string& path) {
     openFolder(uri);
     return true;
   }
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return false;
-  GUnixFDList* files = g_unix_fd_list_new();
-  const gint handle = g_unix_fd_list_append(files, fd, nullptr);
-  close(fd);
+  const loopback::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd.valid()) return false;
+  const ObjectPtr<GUnixFDList> files(g_unix_fd_list_new());
+  // The list gets a duplicate.
+  const gint handle = g_unix_fd_list_append(files.get(), fd.get(), nullptr);
   const std::string token = takeToken_();
   if (handle >= 0) {
-    askPortal(bus_, "OpenFile", g_variant_new("(sh@a{sv})", "", handle, optionsWith(token)), files,
-              {{uri}, token});
+    askPortal(bus_, "OpenFile", g_variant_new("(sh@a{sv})", "", handle, optionsWith(token)),
+              files.get(), {{uri}, token});
   } else {
     launchDefault(uri, token);
   }
-  g_object_unref(files);
   return true;
 }
 
@@ -222,17 +202,15 @@ void DesktopWorkspace::openFolder(const std::string& url) {
 bool DesktopWorkspace::openURL(const std::string& url) {
   mainThread_.assertHeld();
   if (const auto path = platform::pathWithFileURL(url)) return openFile(*path);
-  gchar* scheme = g_uri_parse_scheme(url.c_str());
+  const TextPtr scheme(g_uri_parse_scheme(url.c_str()));
   if (scheme == nullptr) return false;
-  const bool hasApplication = hasDefaultApplicationForScheme(scheme);
-  g_free(scheme);
   if (bus_ != nullptr) {
     const std::string token = takeToken_();
     askPortal(bus_, "OpenURI", g_variant_new("(ss@a{sv})", "", url.c_str(), optionsWith(token)),
               nullptr, {{url}, token});
     return true;
   }
-  if (!hasApplication) return false;
+  if (!hasDefaultApplicationForScheme(scheme.get())) return false;
   launchDefault(url, takeToken_());
   return true;
 }

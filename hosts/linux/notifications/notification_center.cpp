@@ -2,10 +2,10 @@
 #include "hosts/linux/notifications/notification_center.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "hosts/linux/base/bundle.h"
+#include "hosts/linux/base/glib_owners.h"
 #include "hosts/linux/base/log.h"
 
 namespace linux_host {
@@ -14,8 +14,6 @@ namespace {
 using platform::UserNotification;
 using platform::UserNotificationPtr;
 
-constexpr const char* kService = "org.freedesktop.Notifications";
-constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kDefaultAction = "default";
 constexpr const char* kButtonAction = "button";
 constexpr guchar kNormalUrgency = 1;
@@ -39,12 +37,9 @@ GVariant* textVariant(const std::string& text) {
 }
 
 std::string escapedMarkup(const std::string& text) {
-  gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-  gchar* escaped = g_markup_escape_text(valid, -1);
-  std::string result(escaped);
-  g_free(escaped);
-  g_free(valid);
-  return result;
+  const TextPtr valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+  const TextPtr escaped(g_markup_escape_text(valid.get(), -1));
+  return escaped.get();
 }
 
 // The desktop's categories: a completed file, an error, anything else.
@@ -79,42 +74,19 @@ GVariant* hintsOf(const UserNotification& notification, bool isTransient) {
 
 }  // namespace
 
-// Travels with an asynchronous call, which may outlive the center.
-struct DesktopNotificationCenter::Call {
-  std::weak_ptr<DesktopNotificationCenter*> center;
-  UserNotificationPtr notification;
-};
-
-struct DesktopNotificationCenter::Answered {
-  DesktopNotificationCenter& center;
-  UserNotificationPtr notification;
-  VariantPtr value;
-};
-
 DesktopNotificationCenter::DesktopNotificationCenter(
     GDBusConnection* bus, const platform::Bundle& bundle,
     std::function<void(const std::string& token)> onToken)
-    : bus_(bus),
-      bundle_(bundle),
-      self_(std::make_shared<DesktopNotificationCenter*>(this)),
-      onToken_(std::move(onToken)) {
-  if (bus_ == nullptr) return;
-  for (const char* signal : {"ActivationToken", "ActionInvoked", "NotificationClosed"}) {
-    subscriptions_.push_back(g_dbus_connection_signal_subscribe(
-        bus_, kService, kService, signal, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-        &DesktopNotificationCenter::onSignal, this, nullptr));
-  }
-  subscriptions_.push_back(g_dbus_connection_signal_subscribe(
-      bus_, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-      "/org/freedesktop/DBus", kService, G_DBUS_SIGNAL_FLAGS_NONE,
-      &DesktopNotificationCenter::onServerChanged, this, nullptr));
-}
-
-DesktopNotificationCenter::~DesktopNotificationCenter() {
-  for (const guint subscription : subscriptions_) {
-    g_dbus_connection_signal_unsubscribe(bus_, subscription);
-  }
-}
+    : bundle_(bundle),
+      onToken_(std::move(onToken)),
+      server_(bus,
+              {.onAction = [this](guint32 id, const std::string& action) { activated(id, action); },
+               .onClosed = [this](guint32 id) { closed(id); },
+               .onGone = [this](bool) { serverIsGone(); },
+               .onToken =
+                   [this](guint32 id, const std::string& token) {
+                     if (shows(id)) onToken_(token);
+                   }}) {}
 
 void DesktopNotificationCenter::setDelegate(
     std::weak_ptr<platform::UserNotificationCenterDelegate> delegate) {
@@ -128,7 +100,7 @@ void DesktopNotificationCenter::deliverNotification(const UserNotificationPtr& n
       !delegate->userNotificationCenterShouldPresentNotification(*this, notification)) {
     return;
   }
-  if (bus_ == nullptr) return;
+  if (!server_.hasBus()) return;
   delivered_.push_back({notification, std::nullopt});
   if (capabilities_) {
     notify(notification);
@@ -143,58 +115,20 @@ void DesktopNotificationCenter::removeDeliveredNotification(
   const Delivered* delivered = find(notification);
   if (delivered == nullptr) return;
   // If the server has not answered with an id yet, it is closed as soon as it does.
-  if (delivered->id) close(*delivered->id);
+  if (delivered->id) server_.close(*delivered->id);
   forget(notification);
 }
 
-void DesktopNotificationCenter::call(const char* method, GVariant* parameters,
-                                     const GVariantType* answer, GAsyncReadyCallback done,
-                                     const UserNotificationPtr& notification) {
-  g_dbus_connection_call(bus_, kService, kPath, kService, method, parameters, answer,
-                         G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms, nullptr, done,
-                         new Call{self_, notification});
-}
-
 void DesktopNotificationCenter::askCapabilities(const UserNotificationPtr& notification) {
-  call("GetCapabilities", nullptr, G_VARIANT_TYPE("(as)"),
-       &DesktopNotificationCenter::onCapabilities, notification);
-}
-
-std::optional<DesktopNotificationCenter::Answered> DesktopNotificationCenter::answered(
-    GObject* source, GAsyncResult* result, gpointer raw) {
-  const std::unique_ptr<Call> call(static_cast<Call*>(raw));
-  GError* error = nullptr;
-  VariantPtr answer(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
-  const ErrorPtr failure(error);
-  const auto center = call->center.lock();
-  if (center == nullptr) return std::nullopt;
-  if (answer == nullptr) {
-    logOnce(LogLevel::kWarning, "notifications",
-            std::string("Notifications are not shown: ") + failure->message);
-    (*center)->forget(call->notification);
-    return std::nullopt;
-  }
-  return Answered{**center, call->notification, std::move(answer)};
-}
-
-void DesktopNotificationCenter::onCapabilities(GObject* source, GAsyncResult* result,
-                                               gpointer call) {
-  const auto answer = answered(source, result, call);
-  if (!answer) return;
-  const auto& [self, notification, value] = *answer;
-  const VariantPtr list(g_variant_get_child_value(value.get(), 0));
-  Capabilities capabilities;
-  for (gsize i = 0; i < g_variant_n_children(list.get()); ++i) {
-    const VariantPtr child(g_variant_get_child_value(list.get(), i));
-    const std::string_view name = g_variant_get_string(child.get(), nullptr);
-    capabilities.actions |= name == "actions";
-    capabilities.body |= name == "body";
-    capabilities.bodyMarkup |= name == "body-markup";
-    capabilities.list |= name == "persistence";
-  }
-  self.capabilities_ = capabilities;
-  // If it was removed in the meantime, it is not shown at all.
-  if (self.find(notification) != nullptr) self.notify(notification);
+  server_.askCapabilities([this, notification](const auto& names) {
+    if (!names) return isNotShown(notification, names.error());
+    capabilities_ = Capabilities{.actions = names->contains("actions"),
+                                 .body = names->contains("body"),
+                                 .bodyMarkup = names->contains("body-markup"),
+                                 .list = names->contains("persistence")};
+    // If it was removed in the meantime, it is not shown at all.
+    if (find(notification) != nullptr) notify(notification);
+  });
 }
 
 GVariant* DesktopNotificationCenter::parametersOf(const UserNotification& notification) const {
@@ -246,44 +180,24 @@ bool DesktopNotificationCenter::isDelivering() const {
 }
 
 void DesktopNotificationCenter::notify(const UserNotificationPtr& notification) {
-  call("Notify", parametersOf(*notification), G_VARIANT_TYPE("(u)"),
-       &DesktopNotificationCenter::onNotified, notification);
+  server_.notify(parametersOf(*notification), [this, notification](const auto& id) {
+    if (!id) return isNotShown(notification, id.error());
+    isShownAs(*id, notification);
+  });
 }
 
-void DesktopNotificationCenter::onNotified(GObject* source, GAsyncResult* result, gpointer call) {
-  const auto answer = answered(source, result, call);
-  if (!answer) return;
-  const auto& [self, notification, value] = *answer;
-  const VariantPtr id(g_variant_get_child_value(value.get(), 0));
-  if (Delivered* delivered = self.find(notification)) {
-    delivered->id = g_variant_get_uint32(id.get());
+void DesktopNotificationCenter::isShownAs(guint32 id, const UserNotificationPtr& notification) {
+  if (Delivered* delivered = find(notification)) {
+    delivered->id = id;
   } else {
-    self.close(g_variant_get_uint32(id.get()));
+    server_.close(id);
   }
 }
 
-void DesktopNotificationCenter::close(guint32 id) {
-  g_dbus_connection_call(bus_, kService, kPath, kService, "CloseNotification",
-                         g_variant_new("(u)", id), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
-                         kBusTimeout_ms, nullptr, nullptr, nullptr);
-}
-
-void DesktopNotificationCenter::onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                                         const gchar* signal, GVariant* parameters, gpointer raw) {
-  auto& self = *static_cast<DesktopNotificationCenter*>(raw);
-  const std::string_view name = signal;
-  const bool isClosed = name == "NotificationClosed";
-  if (!areOfType(parameters, isClosed ? "(uu)" : "(us)", signal)) return;
-  guint32 id = 0;
-  g_variant_get_child(parameters, 0, "u", &id);
-  if (isClosed) return self.closed(id);
-  const VariantPtr text(g_variant_get_child_value(parameters, 1));
-  const gchar* value = g_variant_get_string(text.get(), nullptr);
-  if (name == "ActionInvoked") {
-    self.activated(id, value);
-  } else if (self.shows(id)) {
-    self.onToken_(value);
-  }
+void DesktopNotificationCenter::isNotShown(const UserNotificationPtr& notification,
+                                           const std::string& why) {
+  logOnce(LogLevel::kWarning, "notifications", "Notifications are not shown: " + why);
+  forget(notification);
 }
 
 bool DesktopNotificationCenter::shows(guint32 id) const {
@@ -305,7 +219,7 @@ void DesktopNotificationCenter::activated(guint32 id, const std::string& action)
   delegate->userNotificationCenterDidActivateNotification(*this, notification);
   // A file can be shown and opened again; any other button works only once.
   const bool isSpent = action == kButtonAction && !notification->hasContentsAction;
-  if (isSpent) close(id);
+  if (isSpent) server_.close(id);
 }
 
 void DesktopNotificationCenter::closed(guint32 id) {
@@ -313,16 +227,9 @@ void DesktopNotificationCenter::closed(guint32 id) {
 }
 
 // The ids and capabilities were those of the old server.
-void DesktopNotificationCenter::onServerChanged(GDBusConnection*, const gchar*, const gchar*,
-                                                const gchar*, const gchar*, GVariant* parameters,
-                                                gpointer raw) {
-  auto& self = *static_cast<DesktopNotificationCenter*>(raw);
-  if (!areOfType(parameters, "(sss)", "NameOwnerChanged")) return;
-  const VariantPtr before(g_variant_get_child_value(parameters, 1));
-  // A server that our own call has started will answer it.
-  if (*g_variant_get_string(before.get(), nullptr) == '\0') return;
-  self.capabilities_.reset();
-  std::erase_if(self.delivered_, [](const Delivered& one) { return one.id.has_value(); });
+void DesktopNotificationCenter::serverIsGone() {
+  capabilities_.reset();
+  std::erase_if(delivered_, [](const Delivered& one) { return one.id.has_value(); });
 }
 
 DesktopNotificationCenter::Delivered* DesktopNotificationCenter::find(

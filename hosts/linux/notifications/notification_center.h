@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "hosts/linux/bus/dbus_support.h"
+#include "hosts/linux/notifications/notification_server.h"
 #include "platform/foundation.h"
 #include "platform/thread_role.h"
 #include "platform/user_notifications.h"
@@ -26,7 +26,6 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   DesktopNotificationCenter(
       GDBusConnection* bus, const platform::Bundle& bundle,
       std::function<void(const std::string& token)> onToken = [](const std::string&) {});
-  ~DesktopNotificationCenter() override;
   DesktopNotificationCenter(const DesktopNotificationCenter&) = delete;
   DesktopNotificationCenter& operator=(const DesktopNotificationCenter&) = delete;
 
@@ -56,28 +55,17 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
     platform::UserNotificationPtr notification;
     std::optional<guint32> id;  // the server's, once it has answered
   };
-  struct Call;
-  struct Answered;
 
-  // The server's answer to a call; null when the call failed or the center is gone.
-  static std::optional<Answered> answered(GObject* source, GAsyncResult* result, gpointer call);
-  static void onCapabilities(GObject* source, GAsyncResult* result, gpointer call);
-  static void onNotified(GObject* source, GAsyncResult* result, gpointer call);
-  static void onSignal(GDBusConnection* bus, const gchar* sender, const gchar* path,
-                       const gchar* interfaceName, const gchar* signal, GVariant* parameters,
-                       gpointer self);
-  static void onServerChanged(GDBusConnection* bus, const gchar* sender, const gchar* path,
-                              const gchar* interfaceName, const gchar* signal, GVariant* parameters,
-                              gpointer self);
-
+  void serverIsGone();
   void askCapabilities(const platform::UserNotificationPtr& notification);
   void notify(const platform::UserNotificationPtr& notification);
-  void call(const char* method, GVariant* parameters, const GVariantType* answer,
-            GAsyncReadyCallback done, const platform::UserNotificationPtr& notification);
+  // The server has answered a Notify with this id.
+  void isShownAs(guint32 id, const platform::UserNotificationPtr& notification);
+  // The server has failed to answer.
+  void isNotShown(const platform::UserNotificationPtr& notification, const std::string& why);
   [[nodiscard]] bool shows(guint32 id) const;
   void activated(guint32 id, const std::string& action);
   void closed(guint32 id);
-  void close(guint32 id);
   [[nodiscard]] GVariant* parametersOf(const platform::UserNotification& notification) const;
   // Whether a click on the notification itself reaches the program.
   [[nodiscard]] bool takesClicks() const;
@@ -86,17 +74,14 @@ class DesktopNotificationCenter : public platform::UserNotificationCenter {
   void forget(const platform::UserNotificationPtr& notification);
 
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
-  GDBusConnection* const bus_;
   const platform::Bundle& bundle_;
-  // Tells pending calls whether the center still exists.
-  const std::shared_ptr<DesktopNotificationCenter*> self_;
   const std::function<void(const std::string& token)> onToken_;
   std::string startAdvice_;
   bool isTransient_ = false;
-  std::vector<guint> subscriptions_;
   std::weak_ptr<platform::UserNotificationCenterDelegate> delegate_;
   std::optional<Capabilities> capabilities_;
   std::vector<Delivered> delivered_;
+  NotificationServer server_;
 };
 
 }  // namespace linux_host

@@ -3,12 +3,11 @@
 
 #include <gio/gio.h>
 
-#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "hosts/linux/bus/requests.h"
+#include "hosts/linux/notifications/notification_server.h"
 #include "platform/foundation.h"
 #include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
@@ -41,34 +40,23 @@ class RecordingNotice : public suite::ToolDataObserver {
     kShown,      // -> kGone at the recording's end or with a tray, kDismissed by the user
     kDismissed,  // -> kGone at the recording's end
   };
-  struct Call;
-
-  static RecordingNotice* answered(GObject* source, GAsyncResult* result, gpointer call,
-                                   GVariant** value);
-  static void onCapabilities(GObject* source, GAsyncResult* result, gpointer call);
-  static void onNotified(GObject* source, GAsyncResult* result, gpointer call);
-  static void onSignal(GDBusConnection* bus, const gchar* sender, const gchar* path,
-                       const gchar* interfaceName, const gchar* signal, GVariant* parameters,
-                       gpointer self);
-  static void onServerChanged(GDBusConnection* bus, const gchar* sender, const gchar* path,
-                              const gchar* interfaceName, const gchar* signal, GVariant* parameters,
-                              gpointer self);
 
   void refresh();
   void show();
   void close();
-  void call(const char* method, GVariant* parameters, const GVariantType* answer,
-            GAsyncReadyCallback done);
+  // The server's answers: to the question what it can do, and to a Notify.
+  void serverCan(const Expected<NotificationServer::Capabilities>& names);
+  void isShownAs(const Expected<guint32>& id);
+  // The server's events.
+  void clicked(guint32 id, const std::string& action);
+  void dismissed(guint32 id);
+  void serverIsGone(bool hasSuccessor);
   [[nodiscard]] std::string body() const;
   [[nodiscard]] std::string text(const char* key) const { return strings_.localizedString(key); }
 
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
-  GDBusConnection* const bus_;
   Requests& requests_;
   const platform::Bundle& strings_;
-  // Tells pending calls whether the notice still exists.
-  const std::shared_ptr<RecordingNotice*> self_;
-  std::vector<guint> subscriptions_;
   Phase phase_ = Phase::kGone;
   guint32 id_ = 0;                 // the server's; 0 until it has answered
   std::optional<bool> keepsList_;  // whether a click on the text triggers the default action
@@ -78,6 +66,7 @@ class RecordingNotice : public suite::ToolDataObserver {
   std::string since_;  // the time of day at which the recording began
   std::string remark_;
   guint refreshSource_ = 0;
+  NotificationServer server_;
 };
 
 }  // namespace linux_host

@@ -6,6 +6,7 @@
 #include "hosts/linux/notifications/notification_center.h"
 #include "tests/base/fake_service.h"
 #include "tests/base/glib_faults.h"
+#include "tests/support/notification_interface.h"
 
 // Notifications, with servers of every kind.
 
@@ -17,20 +18,13 @@ using base_test::FakeService;
 using base_test::GlibFaults;
 using platform::UserNotification;
 using platform::UserNotificationPtr;
+using test_support::kNotificationsName;
+using test_support::kNotificationsPath;
+using test_support::kNotificationsXml;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-constexpr const char* kNotificationsXml = R"(<node><interface name="org.freedesktop.Notifications">
-  <method name="GetCapabilities"><arg type="as" direction="out"/></method>
-  <method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/>
-    <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
-    <arg type="as" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
-    <arg type="u" direction="out"/></method>
-  <method name="CloseNotification"><arg type="u" direction="in"/></method>
-</interface></node>)";
-constexpr const char* kNotificationsPath = "/org/freedesktop/Notifications";
 
 class Delegate : public platform::UserNotificationCenterDelegate {
  public:
@@ -55,7 +49,7 @@ class NotificationTest : public DesktopTest {
   void serve(std::vector<std::string> capabilities) {
     capabilities_ = std::move(capabilities);
     server_ = std::make_unique<FakeService>(
-        daemon_.address(), "org.freedesktop.Notifications", kNotificationsPath, kNotificationsXml,
+        daemon_.address(), kNotificationsName, kNotificationsPath, kNotificationsXml,
         [this](const std::string& method, const std::string&) -> GVariant* {
           if (method == "GetCapabilities") {
             GVariantBuilder list;
@@ -328,7 +322,7 @@ TEST_F(NotificationTest, AServerThatIsReplacedIsAskedAgain) {
   const auto notification = saved();
   deliverAndWait(notification);
   server_.reset();
-  iterateUntil([&] { return !hasOwner("org.freedesktop.Notifications"); });
+  iterateUntil([&] { return !hasOwner(kNotificationsName); });
   settle();
   serve({});
   deliverAndWait(saved());

@@ -7,6 +7,7 @@
 #include "hosts/linux/base/bundle.h"
 #include "tests/base/fake_service.h"
 #include "tests/base/no_requests.h"
+#include "tests/support/notification_interface.h"
 
 // The notification that shows a recording where the desktop has no tray.
 
@@ -16,21 +17,14 @@ namespace {
 using base_test::DesktopTest;
 using base_test::FakeService;
 using base_test::NoRequests;
+using test_support::kNotificationsName;
+using test_support::kNotificationsPath;
+using test_support::kNotificationsXml;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-
-constexpr const char* kServerXml = R"(<node><interface name="org.freedesktop.Notifications">
-  <method name="GetCapabilities"><arg type="as" direction="out"/></method>
-  <method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/>
-    <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
-    <arg type="as" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
-    <arg type="u" direction="out"/></method>
-  <method name="CloseNotification"><arg type="u" direction="in"/></method>
-</interface></node>)";
-constexpr const char* kServerPath = "/org/freedesktop/Notifications";
 
 class Asked : public NoRequests {
  public:
@@ -44,7 +38,7 @@ class RecordingNoticeTest : public DesktopTest {
  protected:
   void serve(bool keepsList) {
     server_ = std::make_unique<FakeService>(
-        daemon_.address(), "org.freedesktop.Notifications", kServerPath, kServerXml,
+        daemon_.address(), kNotificationsName, kNotificationsPath, kNotificationsXml,
         [keepsList](const std::string& method, const std::string&) -> GVariant* {
           if (method == "GetCapabilities") {
             return g_variant_new_parsed(keepsList ? "(['actions', 'body', 'persistence'],)"
@@ -68,7 +62,7 @@ class RecordingNoticeTest : public DesktopTest {
     settle();
   }
   void emit(const char* signal, GVariant* parameters) {
-    server_->emit(kServerPath, signal, parameters);
+    server_->emit(kNotificationsPath, signal, parameters);
     settle();
   }
 
@@ -194,7 +188,7 @@ TEST_F(RecordingNoticeTest, AServerThatRestartsShowsItAgain) {
   serve(true);
   recordAndWait();
   server_.reset();
-  iterateUntil([&] { return !hasOwner("org.freedesktop.Notifications"); });
+  iterateUntil([&] { return !hasOwner(kNotificationsName); });
   settle();
   serve(false);
   record("00:05");

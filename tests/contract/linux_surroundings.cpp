@@ -10,19 +10,11 @@
 #include <stdexcept>
 
 #include "platform/file_url.h"
+#include "tests/support/notification_interface.h"
 
 namespace contract {
 namespace {
 
-constexpr const char* kNotifications =
-    R"(<node><interface name="org.freedesktop.Notifications">
-  <method name="GetCapabilities"><arg type="as" direction="out"/></method>
-  <method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/>
-    <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
-    <arg type="as" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
-    <arg type="u" direction="out"/></method>
-  <method name="CloseNotification"><arg type="u" direction="in"/></method>
-</interface></node>)";
 constexpr const char* kPolicyKit = R"x(<node><interface name="org.freedesktop.PolicyKit1.Authority">
   <method name="CheckAuthorization">
     <arg type="(sa{sv})" direction="in"/><arg type="s" direction="in"/>
@@ -52,8 +44,9 @@ std::string refusesNothing(const std::string&) {
 }  // namespace
 
 NotificationServer::NotificationServer(const std::string& busAddress)
-    : service_(busAddress, "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-               kNotifications, [this](GDBusMethodInvocation* invocation, GVariant* arguments) {
+    : service_(busAddress, test_support::kNotificationsName, test_support::kNotificationsPath,
+               test_support::kNotificationsXml,
+               [this](GDBusMethodInvocation* invocation, GVariant* arguments) {
                  onCall(invocation, arguments);
                }) {}
 

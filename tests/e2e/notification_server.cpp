@@ -3,21 +3,10 @@
 
 #include <stdexcept>
 
+#include "tests/support/notification_interface.h"
+
 namespace e2e {
 namespace {
-
-constexpr const char* kServer = "org.freedesktop.Notifications";
-constexpr const char* kServerPath = "/org/freedesktop/Notifications";
-constexpr const char* kInterface = R"(<node><interface name="org.freedesktop.Notifications">
-<method name="GetCapabilities"><arg type="as" direction="out"/></method>
-<method name="GetServerInformation"><arg type="s" direction="out"/><arg type="s" direction="out"/>
-<arg type="s" direction="out"/><arg type="s" direction="out"/></method>
-<method name="Notify"><arg type="s" direction="in"/><arg type="u" direction="in"/>
-<arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/>
-<arg type="as" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
-<arg type="u" direction="out"/></method>
-<method name="CloseNotification"><arg type="u" direction="in"/></method>
-</interface></node>)";
 
 [[noreturn]] void fail(GError* error) {
   const std::string text = error->message;
@@ -37,17 +26,17 @@ NotificationServer::NotificationServer(const std::string& busAddress)
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
       nullptr, nullptr, &error);
   if (connection_ == nullptr) fail(error);
-  node_ = g_dbus_node_info_new_for_xml(kInterface, &error);
+  node_ = g_dbus_node_info_new_for_xml(test_support::kNotificationsXml, &error);
   if (node_ == nullptr) fail(error);
   static constexpr GDBusInterfaceVTable kMethods{&NotificationServer::onCall, nullptr, nullptr, {}};
-  g_dbus_connection_register_object(connection_, kServerPath, node_->interfaces[0], &kMethods, this,
-                                    nullptr, &error);
+  g_dbus_connection_register_object(connection_, test_support::kNotificationsPath,
+                                    node_->interfaces[0], &kMethods, this, nullptr, &error);
   if (error != nullptr) fail(error);
   g_main_context_pop_thread_default(context_);
   GVariant* const reply = g_dbus_connection_call_sync(
       connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "RequestName", g_variant_new("(su)", kServer, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
-      nullptr, &error);
+      "RequestName", g_variant_new("(su)", test_support::kNotificationsName, 0), nullptr,
+      G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
   if (reply == nullptr) fail(error);
   g_variant_unref(reply);
   thread_ = std::thread([this] {

@@ -142,6 +142,7 @@ class WindowDelegate {
  public:
   virtual ~WindowDelegate() = default;
   virtual void windowDidBecomeKey() = 0;
+  // The window is shown or hidden now, or isOccluded() has changed while it is shown.
   virtual void windowDidChangeOcclusionState() = 0;
 };
 
@@ -152,7 +153,11 @@ class Window {
   // Which of the suite's own buttons the title bar has. Without the close button the user leaves
   // by the window's own controls and the keys that stand for them.
   virtual void setTitleBarButtons(bool preferences, bool close) = 0;
+  // Shown, even where other windows cover it.
   [[nodiscard]] virtual bool isVisible() const = 0;
+  // Whether the user can see nothing of the window although it is shown: it is minimised, covered
+  // or elsewhere. False where the host cannot tell.
+  [[nodiscard]] virtual bool isOccluded() const { return false; }
   // Shows the window in front and gives it the keyboard.
   virtual void makeKeyAndOrderFront() = 0;
   // Shows it in front of the program's other windows, without the keyboard.

@@ -11,10 +11,10 @@
 
 namespace record_audio {
 
-// Shows the live level of the chosen audio source while its window is visible. It listens only with
-// the user's permission, and never while a recording runs. When the window is hidden, it releases
-// the device at once. Main thread only, asserted in debug builds; samples are measured on a
-// separate queue.
+// Shows the live level of the chosen audio source while its window can be seen. It listens only
+// with the user's permission, and never while a recording runs. When the window is hidden or
+// covered, it releases the device at once. Main thread only, asserted in debug builds; samples are
+// measured on a separate queue.
 class LevelMeter {
  public:
   static constexpr double kInterval_s = 1.0 / 20;
@@ -33,6 +33,7 @@ class LevelMeter {
   LevelMeter(const LevelMeter&) = delete;
   LevelMeter& operator=(const LevelMeter&) = delete;
 
+  // Whether the user can see the window.
   void setVisible(bool visible);
   // Checks everything again, also a device that could not be opened before. To be called when the
   // choice, the devices or the permission may have changed.
@@ -56,7 +57,7 @@ class LevelMeter {
   std::function<platform::CaptureDevicePtr()> chosenDevice_;
   std::function<bool()> recording_;
 
-  platform::TimerPtr timer_;  // runs exactly while the window is visible
+  platform::TimerPtr timer_;  // runs exactly while the window can be seen
   platform::CaptureSessionPtr session_ RA_GUARDED_BY(mainThread_);
   std::shared_ptr<PeakTap> tap_ RA_GUARDED_BY(mainThread_);
   std::string deviceID_;        // the device that session_ listens to

@@ -136,7 +136,8 @@ void PreferencesWindowController::windowDidChangeOcclusionState() {
     });
   }
   _startup = false;
-  if (levelMeter_) levelMeter_->setVisible(isWindowVisible());
+  // Nobody looks at the level of a window that others cover.
+  if (levelMeter_) levelMeter_->setVisible(isWindowVisible() && !window()->isOccluded());
 }
 
 void PreferencesWindowController::updateAudioWarning() {

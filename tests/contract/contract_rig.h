@@ -86,6 +86,8 @@ class Screen {
   virtual void pick(const std::string& outlet, int index) = 0;
   virtual void click(const std::string& outlet) = 0;
   virtual void leaveWindow() = 0;
+  // Takes the window out of the user's sight without hiding it, or shows it again.
+  virtual void coverWindow(bool isCovered) = 0;
   // What the user reads in a text field.
   virtual std::string shownText(const std::string& outlet) = 0;
 

@@ -215,6 +215,24 @@ TEST_F(ControlsContract, AWindowIsShownAndTakenAwayAndItsDelegateHearsOfIt) {
   EXPECT_THAT(reader->actions, IsEmpty());
 }
 
+TEST_F(ControlsContract, AWindowThatNobodySeesIsOccludedButStaysVisible) {
+  EXPECT_FALSE(window->isOccluded());
+  ASSERT_TRUE(show());
+  EXPECT_FALSE(window->isOccluded());
+  screen->coverWindow(true);
+  ASSERT_TRUE(rig->runUntil([&] { return window->isOccluded(); }));
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(reader->occlusionChanges, 2);
+  screen->coverWindow(false);
+  ASSERT_TRUE(rig->runUntil([&] { return !window->isOccluded(); }));
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(reader->occlusionChanges, 3);
+  screen->coverWindow(true);
+  window->orderOut();
+  EXPECT_FALSE(window->isVisible());
+  EXPECT_FALSE(window->isOccluded()) << "it is not shown";
+}
+
 TEST_F(ControlsContract, TheUserWhoLeavesAWindowIsHeardAndItStays) {
   window->setTitleBarButtons(false, false);
   ASSERT_TRUE(show());

@@ -125,6 +125,7 @@ class MemoryScreen : public Screen {
     window()->clickOutputFolder();
   }
   void leaveWindow() override { window()->clickDone(); }
+  void coverWindow(bool isCovered) override { window()->window->setCovered(isCovered); }
   std::string shownText(const std::string& outlet) override {
     if (outlet != "audioWarning") throw std::logic_error("nobody reads " + outlet);
     const auto field = window()->audioWarning;

@@ -47,6 +47,13 @@ class QtScreen : public Screen {
   }
   void click(const std::string& outlet) override { widget<QAbstractButton>(outlet).click(); }
   void leaveWindow() override { window().close(); }
+  void coverWindow(bool isCovered) override {
+    if (isCovered) {
+      window().showMinimized();
+    } else {
+      window().showNormal();
+    }
+  }
   std::string shownText(const std::string& outlet) override {
     const auto& label = widget<QLabel>(outlet);
     return label.isVisible() ? label.text().toStdString() : "";

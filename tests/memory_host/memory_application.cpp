@@ -151,6 +151,13 @@ void MemoryWindow::changeVisibility(bool nowVisible) {
   if (const auto target = delegate.lock()) target->windowDidChangeOcclusionState();
 }
 
+void MemoryWindow::setCovered(bool isCovered) {
+  const bool before = isOccluded();
+  covered = isCovered;
+  if (isOccluded() == before) return;
+  if (const auto target = delegate.lock()) target->windowDidChangeOcclusionState();
+}
+
 void MemoryWindow::makeKeyAndOrderFront() {
   journal.push_back("makeKeyAndOrderFront");
   changeVisibility(true);

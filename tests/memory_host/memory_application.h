@@ -161,14 +161,18 @@ class MemoryWindow : public platform::Window {
     hasCloseButton = close;
   }
   [[nodiscard]] bool isVisible() const override { return visible; }
+  [[nodiscard]] bool isOccluded() const override { return visible && covered; }
   void makeKeyAndOrderFront() override;
   void orderFront() override;
   void orderFrontRegardless() override;
   void orderOut() override;
   void becomeKey();
+  // Other windows cover this one, or no longer do.
+  void setCovered(bool isCovered);
 
   std::weak_ptr<platform::WindowDelegate> delegate;
   bool visible = false;
+  bool covered = false;
   bool hasPreferencesButton = true;
   bool hasCloseButton = true;
   std::vector<std::string> journal;

@@ -89,6 +89,37 @@ TEST_F(LevelMeterTest, StopsAtOnceOnDoneBeforeTheWindowSaysThatItIsHidden) {
   EXPECT_FALSE(isListening());
 }
 
+TEST_F(LevelMeterTest, RestsWhileTheWindowIsCoveredAndComesBackAtOnce) {
+  const auto controller = showController();
+  deliver({{0.5F}});
+  step();
+  shown().window->setCovered(true);
+  EXPECT_FALSE(isListening());
+  EXPECT_EQ(machine_.runLoop.timerCount(), 0U) << "nothing may wake up meanwhile";
+  machine_.runLoop.advance(60);
+  EXPECT_FALSE(isListening());
+  shown().window->setCovered(false);
+  EXPECT_TRUE(isListening());
+  EXPECT_THAT(sessions(), SizeIs(2));
+  deliver({{0.25F}});
+  step();
+  EXPECT_EQ(indicator().level(), 0.25F);
+}
+
+TEST_F(LevelMeterTest, DoesNotBeginInAWindowThatIsShownBehindOthers) {
+  const auto controller = makeController();
+  controller->window();
+  shown().window->setCovered(true);
+  controller->showWindow();
+  EXPECT_FALSE(isListening());
+  shown().window->setCovered(false);
+  EXPECT_TRUE(isListening());
+  shown().window->setCovered(true);
+  shown().window->orderOut();
+  shown().window->setCovered(false);
+  EXPECT_FALSE(isListening()) << "hidden";
+}
+
 TEST_F(LevelMeterTest, StopsAtOnceOnDoneAndWithTheController) {
   auto controller = showController();
   shown().clickDone();

@@ -22,12 +22,17 @@ std::vector<std::string> environmentOfProcess() {
   return all;
 }
 
+// Set in tests that run on an X server of their own.
+constexpr const char* kX11Variable = "RA_WINDOWS_ON_X11";
+
 class ModuleEnvironment : public testing::Environment {
  public:
   void SetUp() override {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    unsetenv("DISPLAY");
     unsetenv("WAYLAND_DISPLAY");
+    if (std::getenv(kX11Variable) == nullptr) {
+      setenv("QT_QPA_PLATFORM", "offscreen", 1);
+      unsetenv("DISPLAY");
+    }
     void* library = dlopen(RA_WINDOWS_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     ASSERT_NE(library, nullptr) << dlerror();
     const auto create =

@@ -23,12 +23,12 @@ bool WindowWidget::event(QEvent* event) {
 
 void WindowWidget::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
-  emit visibilityChanged();
+  if (!event->spontaneous()) emit visibilityChanged();
 }
 
 void WindowWidget::hideEvent(QHideEvent* event) {
   QDialog::hideEvent(event);
-  emit visibilityChanged();
+  if (!event->spontaneous()) emit visibilityChanged();
 }
 
 void WindowWidget::closeEvent(QCloseEvent* event) {
@@ -56,13 +56,18 @@ std::string portalNameOf(const QWidget* window) {
 
 QtWindow::QtWindow(std::unique_ptr<WindowWidget> widget,
                    std::vector<std::shared_ptr<platform::View>> views, WindowsServices& services)
-    : views_(std::move(views)), widget_(std::move(widget)), services_(services) {
+    : views_(std::move(views)),
+      widget_(std::move(widget)),
+      exposure_(*widget_),
+      services_(services) {
   QObject::connect(widget_.get(), &WindowWidget::becameKey, widget_.get(), [this] {
     if (const auto delegate = delegate_.lock()) delegate->windowDidBecomeKey();
   });
-  QObject::connect(widget_.get(), &WindowWidget::visibilityChanged, widget_.get(), [this] {
+  const auto tellOfOcclusion = [this] {
     if (const auto delegate = delegate_.lock()) delegate->windowDidChangeOcclusionState();
-  });
+  };
+  QObject::connect(widget_.get(), &WindowWidget::visibilityChanged, widget_.get(), tellOfOcclusion);
+  QObject::connect(&exposure_, &WindowExposure::changed, widget_.get(), tellOfOcclusion);
 }
 
 void QtWindow::setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) {

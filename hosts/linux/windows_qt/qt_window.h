@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/windows/windows_module.h"
+#include "hosts/linux/windows_qt/window_exposure.h"
 #include "platform/controls.h"
 
 namespace linux_host {
@@ -54,6 +55,7 @@ class QtWindow : public platform::Window {
   // button acts as Done.
   void setTitleBarButtons(bool, bool) override {}
   [[nodiscard]] bool isVisible() const override { return widget_->isVisible(); }
+  [[nodiscard]] bool isOccluded() const override { return exposure_.isOccluded(); }
   void makeKeyAndOrderFront() override;
   // Takes the keyboard only if a click of the user gave us permission.
   void orderFront() override;
@@ -63,6 +65,7 @@ class QtWindow : public platform::Window {
  private:
   std::vector<std::shared_ptr<platform::View>> views_;
   std::unique_ptr<WindowWidget> widget_;  // declared after the views, so destroyed before them
+  WindowExposure exposure_;
   std::weak_ptr<platform::WindowDelegate> delegate_;
   WindowsServices& services_;
 };

@@ -59,6 +59,9 @@ TEST_F(ChoiceFileTest, WritesEverythingInPiecesAndAfterInterruptions) {
   driver_test::letWrites({-EINTR, 3, -EINTR, 1, 7});
   EXPECT_EQ(reportOf(ChoiceFile(path), kSpeaker), "");
   EXPECT_EQ(ChoiceFile(path).load(), kSpeaker);
+  const auto written_bytes = std::filesystem::file_size(path);
+  ChoiceFile(path).store(kSpeaker);
+  EXPECT_EQ(written_bytes, std::filesystem::file_size(path));
 }
 
 TEST_F(ChoiceFileTest, AFailedWriteIsReportedAndLeavesTheOldChoice) {

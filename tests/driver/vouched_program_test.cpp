@@ -41,19 +41,25 @@ struct Client {
 
 const std::string kOwnPid = std::to_string(getpid());
 
-// A copy of a program that sleeps, and a process that runs it.
+// A copy of a program that sleeps, and a process of a user that runs it.
 class Sleeper {
  public:
-  explicit Sleeper(const std::string& path) {
+  explicit Sleeper(const std::string& path, uid_t user = geteuid()) {
     std::filesystem::copy_file("/bin/sleep", path,
                                std::filesystem::copy_options::overwrite_existing);
     int ready[2];
     EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    const int program = open(path.c_str(), O_PATH | O_CLOEXEC);
     pid_ = fork();
     if (pid_ == 0) {
-      execl(path.c_str(), "sleep", "60", nullptr);
+      char name[] = "sleep";
+      char duration_s[] = "60";
+      char* const arguments[] = {name, duration_s, nullptr};
+      // By its descriptor, as the user need not be allowed into the folder.
+      if (setuid(user) == 0) fexecve(program, arguments, environ);
       _exit(127);
     }
+    close(program);
     close(ready[1]);
     char byte = 0;
     EXPECT_EQ(read(ready[0], &byte, 1), 0);  // closed by the program's start
@@ -127,6 +133,19 @@ TEST(VouchedProgram, AProcessThatIsGoneRunsNothing) {
   EXPECT_TRUE(gone.hasProcess());
   EXPECT_FALSE(gone.runs(VouchedProgram::ownProgram()));
   EXPECT_FALSE(gone.runs(VouchedProgram("")));
+}
+
+// An update replaces the program while a user runs it.
+TEST(VouchedProgram, OneOfRootThatWasReplacedIsStillTheProgramForItsUser) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  constexpr uid_t kUser = 1;
+  const base_test::TemporaryFolder folder;
+  const Sleeper sleeper(folder / "driver", kUser);
+  std::filesystem::remove(folder / "driver");
+  ASSERT_EQ(seteuid(kUser), 0);
+  const bool isProgram = sleeper.client().runs(VouchedProgram(folder / "driver"));
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_TRUE(isProgram);
 }
 
 TEST(VouchedProgram, OneThatBelongsToAnotherUserCountsOnlyInItsPlace) {

@@ -44,8 +44,9 @@ class Program:
             process = subprocess.Popen(
                 ["prlimit", f"--cpu={int(cpu_s)}", "--core=0", f"--data={MEMORY_BYTES}",
                  *self.command, f"--gtest_filter={':'.join(tests)}", "--gtest_fail_fast"],
-                env={**self.environment, "TMPDIR": folder, **environment}, start_new_session=True,
-                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                env={**self.environment, "TMPDIR": folder, **environment}, cwd=folder,
+                start_new_session=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL)
             return self.end_of(process)
 
     @staticmethod

@@ -113,7 +113,8 @@ void AppDelegate::showNotificationRecordCompleated(const std::string& filePath) 
 }
 
 void AppDelegate::showNotificationError() {
-  hasFailedStart_ = true;
+  mainThread_.assertHeld();
+  hasFailedStart_ = session_ != SessionState::kRecording;
   const auto notification = notificationWithSound();
   const bool granted = Auxiliary::getStatusOfMediaType(host(), platform::MediaType::kAudio);
   notification->informativeText =

@@ -224,6 +224,7 @@ TEST_F(LaunchTest, ARefusalAfterAClickIsShownAndLeavesTheRecordingAlone) {
   machine.runLoop.settle();
   EXPECT_THAT(showingTexts(), ElementsAre(kStartedText, kPrivacyText));
   EXPECT_EQ(app->status().at("state"), "recording");
+  EXPECT_FALSE(app->hasFailedRecording());
 }
 
 TEST_F(LaunchTest, ARefusalAfterAClickLeavesTheWaitAlone) {

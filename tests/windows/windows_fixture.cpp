@@ -22,16 +22,16 @@ std::vector<std::string> environmentOfProcess() {
   return all;
 }
 
-// Set in tests that run on an X server of their own.
-constexpr const char* kX11Variable = "RA_WINDOWS_ON_X11";
+// Set in tests that run on an X server or a compositor of their own.
+constexpr const char* kScreenVariable = "RA_WINDOWS_ON_SCREEN";
 
 class ModuleEnvironment : public testing::Environment {
  public:
   void SetUp() override {
-    unsetenv("WAYLAND_DISPLAY");
-    if (std::getenv(kX11Variable) == nullptr) {
+    if (std::getenv(kScreenVariable) == nullptr) {
       setenv("QT_QPA_PLATFORM", "offscreen", 1);
       unsetenv("DISPLAY");
+      unsetenv("WAYLAND_DISPLAY");
     }
     void* library = dlopen(RA_WINDOWS_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     ASSERT_NE(library, nullptr) << dlerror();
@@ -76,8 +76,9 @@ std::string FakeServices::setOutputLocation(const std::string& path) {
   return refusal;
 }
 
-void FakeServices::chooseFolder(const std::string&, const std::string&, const std::string& opened,
-                                std::function<void(FolderChoice)> done) {
+void FakeServices::chooseFolder(const std::string& parentWindow, const std::string&,
+                                const std::string& opened, std::function<void(FolderChoice)> done) {
+  dialogParent = parentWindow;
   if (desktopChooser) {
     desktopChooser(opened, done);
   } else {

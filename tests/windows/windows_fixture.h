@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hosts/linux/base/string_table.h"
@@ -64,6 +65,9 @@ class FakeServices : public WindowsServices {
     if (appearanceFollower_) appearanceFollower_();
   }
 
+  std::string takeActivationToken() override { return std::exchange(activationToken, {}); }
+  std::string activationToken;
+
   void runLoopBy(std::function<void()>, std::function<void()> ends) override {
     endDialogs = std::move(ends);
   }
@@ -79,6 +83,8 @@ class FakeServices : public WindowsServices {
   // The result of the next changes of the folder; empty: they succeed.
   std::string refusal;
   std::vector<std::string> asked;
+  // The parent of the last folder dialog of the desktop.
+  std::string dialogParent;
   // The action of the desktop's folder chooser; null: there is none.
   std::function<void(const std::string& opened, const std::function<void(FolderChoice)>& done)>
       desktopChooser;

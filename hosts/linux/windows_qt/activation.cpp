@@ -11,6 +11,8 @@
 #include <cstring>
 #include <memory>
 
+#include "hosts/linux/windows_qt/wayland.h"
+
 // X11 has no tokens. A startup id carries the time of the click, which the window manager compares
 // with that of the front window.
 
@@ -102,10 +104,6 @@ std::uint32_t timeOf(const std::string& startupId) {
       std::strtoul(startupId.c_str() + at + kMark.size(), nullptr, 10));
 }
 
-bool isWayland() {
-  return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
-}
-
 // Set until the event is over: the window is not on the screen yet, and will be in front.
 constexpr const char* kJustShown = "justShown";
 
@@ -119,22 +117,21 @@ void noteShown(QWidget& window) {
 void makeNewIfBehind(QWidget& window) {
   const bool isBehind =
       window.isVisible() && !window.isActiveWindow() && !window.property(kJustShown).toBool();
-  if (isBehind && !window.isModal() && isWayland()) window.hide();
+  if (isBehind && !window.isModal() && isOnWayland()) window.hide();
 }
 
 void bringForward(QWidget& window, const std::string& token) {
   const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
   if (token.empty() || x11 == nullptr) {
-    // Qt takes the token from here when it asks a Wayland compositor.
-    if (token.empty()) {
-      makeNewIfBehind(window);
-    } else {
-      qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
-    }
+    if (token.empty()) makeNewIfBehind(window);
     if (!window.isVisible()) noteShown(window);
     window.show();
     window.raise();
-    window.activateWindow();
+    // Qt itself would take the token only from the environment, which must not change while other
+    // threads may be reading it.
+    if (token.empty() || !isOnWayland() || !activateOnWayland(window, token)) {
+      window.activateWindow();
+    }
     return;
   }
   const X11 server(x11->connection());

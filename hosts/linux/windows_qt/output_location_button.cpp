@@ -11,7 +11,7 @@
 
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/message_box.h"
-#include "hosts/linux/windows_qt/qt_window.h"
+#include "hosts/linux/windows_qt/portal_parent.h"
 
 namespace linux_host {
 
@@ -28,8 +28,12 @@ void PathButton::paintEvent(QPaintEvent*) {
 }
 
 struct QtOutputLocationButton::Choice {
+  Choice(Completion done, std::string folder, const QWidget* window)
+      : completion(std::move(done)), before(std::move(folder)), parent(window) {}
+
   Completion completion;
   std::string before;
+  const PortalParent parent;
 };
 
 QtOutputLocationButton::QtOutputLocationButton(QPushButton* button, WindowsServices& services,
@@ -80,13 +84,13 @@ void QtOutputLocationButton::handleOutputLocationChanged(Completion completion) 
     completion(true, 0, std::nullopt, {});
     return;
   }
-  choice_ = std::make_shared<Choice>(
-      Choice{std::move(completion), services_.outputLocation().value_or("")});
+  choice_ = std::make_shared<Choice>(std::move(completion), services_.outputLocation().value_or(""),
+                                     window());
   askDesktop();
 }
 
 void QtOutputLocationButton::askDesktop() {
-  services_.chooseFolder(portalNameOf(window()), services_.localizedString("Output folder"),
+  services_.chooseFolder(choice_->parent.name(), services_.localizedString("Output folder"),
                          choice_->before,
                          [this, waiting = std::weak_ptr(choice_)](const FolderChoice& made) {
                            if (waiting.expired()) return;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/qt_window.h"
 
-#include <QApplication>
 #include <QCloseEvent>
 #include <QShortcut>
 #include <QTimer>
@@ -47,11 +46,6 @@ void WindowWidget::changeEvent(QEvent* event) {
     isTellingOfLooks_ = false;
     emit looksChanged();
   });
-}
-
-std::string portalNameOf(const QWidget* window) {
-  if (window == nullptr || QApplication::platformName() != u"xcb") return {};
-  return "x11:" + QString::number(window->winId(), 16).toStdString();
 }
 
 QtWindow::QtWindow(std::unique_ptr<WindowWidget> widget,

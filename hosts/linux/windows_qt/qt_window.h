@@ -3,7 +3,6 @@
 
 #include <QDialog>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "hosts/linux/windows/windows_module.h"
@@ -39,9 +38,6 @@ class WindowWidget : public QDialog {
  private:
   bool isTellingOfLooks_ = false;
 };
-
-// The name of a window for portals; empty where it has none.
-std::string portalNameOf(const QWidget* window);
 
 // A window with the views of its controls. Main thread.
 class QtWindow : public platform::Window {

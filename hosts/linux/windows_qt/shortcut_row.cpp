@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/windows_qt/shortcut_row.h"
 
+#include <memory>
+
 #include "hosts/linux/windows_qt/message_box.h"
+#include "hosts/linux/windows_qt/portal_parent.h"
 #include "hosts/linux/windows_qt/qt_views.h"
 #include "hosts/linux/windows_qt/qt_window.h"
 
@@ -61,8 +64,10 @@ void ShortcutRow::showKey() {
 }
 
 void ShortcutRow::choose() {
+  // Kept until the answer.
+  const auto parent = std::make_shared<PortalParent>(&dialog_);
   services_.chooseShortcut(
-      portalNameOf(&dialog_), [row = QPointer<ShortcutRow>(this)](const ShortcutChoice& choice) {
+      parent->name(), [row = QPointer<ShortcutRow>(this), parent](const ShortcutChoice& choice) {
         if (row.isNull() || choice.outcome != ShortcutChoice::Outcome::kFailed) return;
         showWarning(&row->dialog_, row->services_, "The desktop has set no shortcut.",
                     singleLine(choice.reason).toStdString());

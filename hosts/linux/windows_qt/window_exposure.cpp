@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "hosts/linux/windows_qt/wayland.h"
+
 namespace linux_host {
 namespace {
 
@@ -18,10 +20,6 @@ constexpr int kNextPicture_ms = 1000;
 struct Free {
   void operator()(void* memory) const { std::free(memory); }
 };
-
-bool isWayland() {
-  return QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
-}
 
 // Null on other platforms, some of which have a connection that is of no use.
 xcb_connection_t* serverOfQt() {
@@ -72,7 +70,7 @@ void WindowExposure::begin() {
   if (xcb_connection_t* server = serverOfQt()) {
     reportVisibility(server, static_cast<xcb_window_t>(window_.winId()));
   }
-  if (isWayland()) nextPicture_.start();
+  if (isOnWayland()) nextPicture_.start();
 }
 
 void WindowExposure::end() {
@@ -103,7 +101,7 @@ void WindowExposure::update() {
   isOccluded_ = isOccluded;
   if (isOccluded) {
     nextPicture_.stop();
-  } else if (isWayland()) {
+  } else if (isOnWayland()) {
     nextPicture_.start();
   }
   emit changed();

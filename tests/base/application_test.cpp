@@ -8,7 +8,6 @@
 
 #include "hosts/linux/application/icons.h"
 #include "hosts/linux/application/request_router.h"
-#include "hosts/linux/windows/windows_loader.h"
 #include "tests/base/temporary_folder.h"
 
 namespace linux_host {
@@ -377,50 +376,6 @@ TEST(IconsTest, EveryPictureIsAmongTheProductsIcons) {
   for (const char* name : {"ActiveIcon.icns", "KorvelIconOn", "MenuIconOn", "MenuIcon",
                            platform::kImageNameApplicationIcon}) {
     EXPECT_NE(icons.file(Icons::imageNamed(name)), "") << name;
-  }
-}
-
-class Services : public WindowsServices {
-  [[nodiscard]] std::string localizedString(const std::string& key) const override { return key; }
-  [[nodiscard]] std::optional<std::string> outputLocation() override { return std::nullopt; }
-  std::string setOutputLocation(const std::string&) override { return {}; }
-};
-
-class NoOwner : public platform::InterfaceOwner {
-  void connectOutlet(const std::string&, const std::shared_ptr<platform::View>&) override {}
-  void performAction(const std::string&, platform::View*) override {}
-};
-
-platform::Alert alert(std::vector<std::string> buttons) {
-  return {
-      platform::AlertStyle::kCritical, "Microphone muted", "Un-mute it.", std::move(buttons), {}};
-}
-
-TEST(WindowsLoaderTest, WithoutAScreenAlertsAreLoggedAndDismissedWithTheLastButton) {
-  const Environment environment{
-      {"DISPLAY", ""}, {"WAYLAND_DISPLAY", std::nullopt}, {"QT_QPA_PLATFORM", std::nullopt}};
-  Services services;
-  NoOwner owner;
-  WindowsLoader windows(services, {"/nonexistent"});
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(windows.runModal(alert({})), platform::kAlertFirstButtonReturn);
-  EXPECT_EQ(windows.runModal(alert({"Install", "Cancel"})), platform::kAlertFirstButtonReturn + 1);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("Microphone muted: Un-mute it."));
-  EXPECT_EQ(windows.loadWindow("AudioPreferencesWindow", owner), nullptr);
-  EXPECT_FALSE(windows.linkColor());
-  EXPECT_FALSE(windows.hasVisibleWindows());
-  EXPECT_FALSE(windows.isModuleLoaded());
-}
-
-TEST(WindowsLoaderTest, AMissingOrForeignModuleCountsAsNoScreen) {
-  const Environment environment{{"QT_QPA_PLATFORM", "offscreen"}};
-  const TemporaryFolder folder;
-  base_test::write(folder / kWindowsModuleFileName, "no library");
-  Services services;
-  for (const std::string& place : {std::string("/nonexistent"), folder.path()}) {
-    WindowsLoader windows(services, {place});
-    EXPECT_EQ(windows.runModal(alert({"A", "B"})), platform::kAlertFirstButtonReturn + 1);
-    EXPECT_FALSE(windows.isModuleLoaded());
   }
 }
 

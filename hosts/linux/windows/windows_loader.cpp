@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "hosts/linux/base/log.h"
+#include "hosts/linux/windows/module_choice.h"
 
 namespace linux_host {
 namespace {
@@ -131,24 +132,33 @@ WindowsModule* WindowsLoader::module() {
 }
 
 std::unique_ptr<WindowsModule> WindowsLoader::load(std::string* error) {
-  *error = std::string(kWindowsModuleFileName) + " is missing. Reinstall Record Audio.";
-  for (const std::string& folder : folders_) {
-    const std::string path = folder + "/" + kWindowsModuleFileName;
-    if (access(path.c_str(), F_OK) != 0) continue;
-    // Never unloaded: Qt does not support that.
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (library == nullptr) {
-      *error = dlerror();
-      continue;
+  *error = std::string("Neither ") + kGtkModuleFileName + " nor " + kQtModuleFileName +
+           " is there. Install record-audio-gtk or record-audio-qt.";
+  for (const std::string& name : windowsModulesHere()) {
+    for (const std::string& folder : folders_) {
+      const std::string path = folder + "/" + name;
+      if (access(path.c_str(), F_OK) != 0) continue;
+      if (auto loaded = loadFrom(path, error)) return loaded;
     }
-    const auto create =
-        reinterpret_cast<CreateWindowsModule>(dlsym(library, kCreateWindowsModuleSymbol));
-    if (create != nullptr) {
-      return std::unique_ptr<WindowsModule>(create(services_, error));
-    }
-    *error = path + " has another version. Reinstall Record Audio.";
   }
   return nullptr;
+}
+
+std::unique_ptr<WindowsModule> WindowsLoader::loadFrom(const std::string& path,
+                                                       std::string* error) {
+  // Never unloaded: neither toolkit supports that.
+  void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  if (library == nullptr) {
+    *error = dlerror();
+    return nullptr;
+  }
+  const auto create =
+      reinterpret_cast<CreateWindowsModule>(dlsym(library, kCreateWindowsModuleSymbol));
+  if (create == nullptr) {
+    *error = path + " has another version. Reinstall Record Audio.";
+    return nullptr;
+  }
+  return std::unique_ptr<WindowsModule>(create(services_, error));
 }
 
 }  // namespace linux_host

@@ -12,15 +12,16 @@
 
 namespace linux_host {
 
-// Provides alerts, windows, the pointer and the colours from the windows module. The module is
-// loaded when one of them is first needed, if the environment names a screen. Without a screen or
-// the module, alerts go to the log and there are no windows. Main thread.
+// Provides alerts, windows, the pointer and the colours from a windows module. The module that
+// suits the desktop (module_choice.h) is loaded when one of them is first needed, if the
+// environment names a screen. Without a screen or the module, alerts go to the log and there are no
+// windows. Main thread.
 class WindowsLoader : public platform::Alerts,
                       public platform::InterfaceLoader,
                       public platform::Cursor,
                       public platform::SystemColors {
  public:
-  // Searches `folders` for the module in order. `services` outlives the loader; all windows must be
+  // Searches `folders` for a module in order. `services` outlives the loader; all windows must be
   // gone before the loader.
   WindowsLoader(WindowsServices& services, std::vector<std::string> folders);
   ~WindowsLoader() override;
@@ -53,7 +54,9 @@ class WindowsLoader : public platform::Alerts,
  private:
   // Null without a screen or a usable module; the next call then tries again.
   WindowsModule* module();
+  // The module for this desktop, or else the other one.
   std::unique_ptr<WindowsModule> load(std::string* error);
+  std::unique_ptr<WindowsModule> loadFrom(const std::string& path, std::string* error);
 
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   WindowsServices& services_;

@@ -11,9 +11,9 @@
 #include "platform/controls.h"
 #include "suite/suite.h"
 
-// The interface between the program and the windows module (record-audio-windows.so, Qt Widgets).
-// The module is loaded when the first window or alert is needed, so a mere recording never loads
-// it. Main thread only.
+// The interface between the program and its windows module: record-audio-windows-gtk.so (GTK 4 and
+// libadwaita) or record-audio-windows.so (Qt Widgets). One of them is loaded when the first window
+// or alert is needed, so a mere recording never loads either. Main thread only.
 
 namespace linux_host {
 
@@ -121,9 +121,8 @@ class WindowsModule {
   virtual platform::SystemColors& systemColors() = 0;
 };
 
-// The module's only exported symbol. Null when there is no screen; *error then says why.
+// A module's only exported symbol. Null when there is no screen; *error then says why.
 using CreateWindowsModule = WindowsModule* (*)(WindowsServices& services, std::string* error);
 inline constexpr const char* kCreateWindowsModuleSymbol = "record_audio_create_windows_module";
-inline constexpr const char* kWindowsModuleFileName = "record-audio-windows.so";
 
 }  // namespace linux_host

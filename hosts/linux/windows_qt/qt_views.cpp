@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <algorithm>
 
+#include "hosts/linux/windows/menu_changes.h"
 #include "hosts/linux/windows_qt/level_bar.h"
 #include "hosts/linux/windows_qt/link_widget.h"
 
@@ -47,12 +48,7 @@ void QtPopUpButton::pick(int row) {
 
 // The user can pick an item before the sync: the choice means the row on the screen.
 int QtPopUpButton::itemOfRow(int row) const {
-  const auto shown = shownItems();
-  if (shown == items_) return row;
-  if (row < 0 || row >= static_cast<int>(shown.size())) return -1;
-  const Item& picked = shown[static_cast<std::size_t>(row)];
-  if (std::count(items_.begin(), items_.end(), picked) != 1) return -1;
-  return static_cast<int>(std::find(items_.begin(), items_.end(), picked) - items_.begin());
+  return itemOfShownRow(items_, shownItems(), row);
 }
 
 void QtPopUpButton::removeAllItems() {
@@ -119,18 +115,12 @@ void QtPopUpButton::syncNow() {
   if (box()->currentIndex() != selected_) box()->setCurrentIndex(selected_);
 }
 
-// Keeps the rows before and after the change, so that the view keeps its position and focus.
 void QtPopUpButton::updateRows(const std::vector<Item>& shown) {
-  const auto limit = std::min(shown.size(), items_.size());
-  std::size_t head = 0;
-  while (head < limit && shown[head] == items_[head]) ++head;
-  std::size_t tail = 0;
-  while (tail < limit - head && shown[shown.size() - 1 - tail] == items_[items_.size() - 1 - tail])
-    ++tail;
-  for (std::size_t row = shown.size() - tail; row > head; --row) {
+  const MenuChange change = menuChange(shown, items_);
+  for (std::size_t row = change.at + change.removed; row > change.at; --row) {
     box()->removeItem(static_cast<int>(row - 1));
   }
-  for (std::size_t row = head; row < items_.size() - tail; ++row) {
+  for (std::size_t row = change.at; row < change.at + change.inserted; ++row) {
     insertRow(static_cast<int>(row), items_[row]);
   }
 }

@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <array>
 
-#include "hosts/linux/base/glib_owners.h"
-
 namespace linux_host {
 namespace {
 
@@ -24,18 +22,6 @@ bool isLastMessage(const QString& text) {
 }
 
 }  // namespace
-
-guint SourceSpan::nextId() {
-  const SourcePtr probe(g_idle_source_new());
-  return g_source_attach(probe.get(), nullptr);
-}
-
-void SourceSpan::destroy() const {
-  for (guint id = first_; id < last_; ++id) {
-    GSource* source = g_main_context_find_source_by_id(nullptr, id);
-    if (source != nullptr) g_source_destroy(source);
-  }
-}
 
 ScreenLoss::ScreenLoss(WindowsServices& services, const SourceSpan& toolkit)
     : services_(services), toolkit_(toolkit) {

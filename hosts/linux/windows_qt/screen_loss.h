@@ -1,33 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <glib.h>
-
 #include <QtGlobal>
 #include <atomic>
 
+#include "hosts/linux/windows/source_span.h"
 #include "hosts/linux/windows/windows_module.h"
 
 class QString;
 
 namespace linux_host {
-
-// The sources that are added to the default main context between construction and end(). Main
-// thread.
-class SourceSpan {
- public:
-  SourceSpan() : first_(nextId()) {}
-  void end() { last_ = nextId(); }
-  // Removes those that are still there from the context for good.
-  void destroy() const;
-
- private:
-  // The id that the context will give to the next source.
-  static guint nextId();
-
-  const guint first_;
-  guint last_ = 0;
-};
 
 // When the connection to the screen breaks, Qt writes a message and ends the process with exit() or
 // _exit(), even during a recording. This class reads Qt's messages. At that one it lets the program

@@ -30,7 +30,7 @@ FIRST_STRONG_ISOLATE, POP_ISOLATE = "\u2068", "\u2069"
 BIDI_CONTROLS = "\u061c\u200e\u200f\u202a\u202b\u202c\u202d\u202e\u2066\u2067\u2068\u2069"
 NO_BREAK_SPACE, NARROW_NO_BREAK_SPACE = "\u00a0", "\u202f"
 
-NAMES = {"Record Audio", "m4a (AAC)", "MP3"}
+NAMES = {"Record Audio", "m4a (AAC)", "MP3", "OK"}
 # A word between the date and the time in a file's name; may be abbreviated.
 WORD_BEFORE_TIME = "at"
 

@@ -130,7 +130,7 @@ class QtModule : public WindowsModule {
       const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
       buttons.push_back(box->addButton(QString::fromStdString(title), role));
     }
-    if (buttons.empty()) buttons.push_back(box->addButton(QMessageBox::Ok));
+    if (buttons.empty()) buttons.push_back(box->addButton(text("OK"), QMessageBox::AcceptRole));
     box->setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
     box->setEscapeButton(buttons.back());
     const QAbstractButton* const extra =

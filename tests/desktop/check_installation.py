@@ -82,6 +82,16 @@ def check_third_party(source, root):
         problems.append(f"docs/third-party.md lists {name}, which nothing uses")
 
 
+def check_toolkits(library_folder):
+    """Checks that the windows for one desktop need nothing of the other's toolkit."""
+    for module, own, foreign in (("record-audio-windows-gtk.so", "libadwaita", "libQt"),
+                                 ("record-audio-windows.so", "libQt", "libadwaita|libgtk")):
+        needed = run("ldd", library_folder / "record-audio" / module).stdout
+        expect(own in needed, f"ldd says of {module}: {needed}")
+        found = re.findall(rf"\b(?:{foreign})\S*", needed)
+        expect(not found, f"{module} needs {found}")
+
+
 def check_desktop_files(share, prefix):
     problems.extend(refusals(share / f"applications/{APPLICATION}.desktop"))
     expect_success("appstreamcli", "validate", "--no-net",
@@ -153,6 +163,7 @@ def main():
             check_manual(share / "man/man1/record-audio.1", version, options)
             check_completions(share, options)
             check_third_party(source, root)
+            check_toolkits(root / prefix[1:] / library_folder)
     for problem in problems:
         print(problem)
     return 1 if problems else 0

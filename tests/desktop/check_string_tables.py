@@ -22,7 +22,8 @@ LANGUAGES = """ar cs da de el es fa fi fr he hi hu id it ja ko nb nl pl pt pt_BR
 
 # Where texts for the user are.
 ROOMS = """app settings shared capture routing suite hosts/linux hosts/linux/indicator hosts/linux/host
-    hosts/linux/windows hosts/linux/windows_qt hosts/linux/notifications hosts/linux/power""".split()
+    hosts/linux/windows hosts/linux/windows_gtk hosts/linux/windows_qt hosts/linux/notifications
+    hosts/linux/power""".split()
 
 # Calls whose texts go to the log, to standard output or over the bus, and stay English.
 UNSHOWN_CALLS = re.compile(
@@ -105,6 +106,10 @@ def texts_in_windows(root):
         for string in ElementTree.parse(path).iter("string"):
             if string.get("notr") != "true" and string.text:
                 texts.add(string.text)
+    for path in (root / "resources/windows_gtk").glob("*.ui"):
+        for element in ElementTree.parse(path).iter():
+            if element.get("translatable") == "yes" and element.text:
+                texts.add(element.text)
     return texts
 
 

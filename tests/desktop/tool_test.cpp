@@ -331,8 +331,17 @@ TEST_F(DesktopToolTest, ALogOutFromASessionManagerThatIsNotOnTheBusSavesTheRecor
   EXPECT_EQ(tool->waitForExit(std::chrono::seconds(5)), 0);
 }
 
+// With the windows of each toolkit.
+class ScreenTest : public DesktopToolTest, public testing::WithParamInterface<const char*> {
+ protected:
+  ScreenTest() { setEnvironment("RECORD_AUDIO_WINDOWS", GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Toolkits, ScreenTest, testing::Values("gtk", "qt"),
+                         [](const auto& toolkit) { return std::string(toolkit.param); });
+
 // The toolkit ends the process when it loses its screen.
-TEST_F(DesktopToolTest, ARecordingOutlivesTheXServer) {
+TEST_P(ScreenTest, ARecordingOutlivesTheXServer) {
   const std::string folder = server.directory() + "/screen";
   std::filesystem::create_directories(folder);
   auto screen = std::make_unique<Screen>(folder);
@@ -345,7 +354,7 @@ TEST_F(DesktopToolTest, ARecordingOutlivesTheXServer) {
 }
 
 // The alert can no longer be answered.
-TEST_F(DesktopToolTest, WithAnAlertAndNothingRecordedTheProgramEndsWithItsScreen) {
+TEST_P(ScreenTest, WithAnAlertAndNothingRecordedTheProgramEndsWithItsScreen) {
   plugInMicrophone();
   control->setMute("microphone", true);
   const auto screen = startCompositor();
@@ -356,7 +365,7 @@ TEST_F(DesktopToolTest, WithAnAlertAndNothingRecordedTheProgramEndsWithItsScreen
   EXPECT_EQ(eventNames().back(), "Quit");
 }
 
-TEST_F(DesktopToolTest, ARecordingOutlivesTheWaylandCompositor) {
+TEST_P(ScreenTest, ARecordingOutlivesTheWaylandCompositor) {
   const auto screen = startCompositor();
   const auto tool = recordAfterAnAlert();
   screen->kill();
@@ -364,7 +373,7 @@ TEST_F(DesktopToolTest, ARecordingOutlivesTheWaylandCompositor) {
 }
 
 // Only the compositor may raise a window, so the program shows it again as a new one.
-TEST_F(DesktopToolTest, ThePreferencesAreShownOnAWaylandDesktop) {
+TEST_P(ScreenTest, ThePreferencesAreShownOnAWaylandDesktop) {
   plugInMicrophone();
   const auto compositor = startCompositor();
   setEnvironment("WAYLAND_DEBUG", "1");

@@ -312,7 +312,8 @@ TEST_P(ClickTest, RecordingProgramLoadsNoWindowsAndForMp3NoM4aWriter) {
   }
   const std::string maps = contentsOf("/proc/" + std::to_string(tool->pid()) + "/maps");
   EXPECT_THAT(maps, HasSubstr("libmp3lame"));
-  EXPECT_THAT(maps, Not(AnyOf(HasSubstr("libQt"), HasSubstr("record-audio-windows"))));
+  EXPECT_THAT(
+      maps, Not(AnyOf(HasSubstr("libQt"), HasSubstr("libgtk"), HasSubstr("record-audio-windows"))));
   if (GetParam() == kMp3) {
     EXPECT_THAT(maps, Not(AnyOf(HasSubstr("libav"), HasSubstr("record-audio-m4a"))));
   }

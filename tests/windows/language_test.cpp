@@ -17,11 +17,6 @@ std::string cancelOf(const std::string& language) {
   return "Cancel";
 }
 
-std::string languageAtStart() {
-  const char* language = std::getenv("RA_WINDOWS_LANGUAGE");
-  return language != nullptr ? language : "en";
-}
-
 TEST(LanguageTest, WindowsHaveTheDirectionOfTheTexts) {
   EXPECT_EQ(directionAtStart(),
             isWrittenFromRightToLeft(languageAtStart()) ? Qt::RightToLeft : Qt::LeftToRight);

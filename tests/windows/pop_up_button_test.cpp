@@ -30,7 +30,7 @@ class PopUpButtonTest : public WindowsTest {
     port_->addSeparator();
     port_->addItem("Computer");
     port_->addSeparator();
-    port_->addItem("Don’t record audio");
+    port_->addItem("Don't record audio");
     port_->selectItem(selected);
   }
   bool shows(int rows) {

@@ -5,16 +5,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 
 namespace linux_host {
 namespace {
-
-constexpr const char* kDomain = "com.vantrel.korvel.RecordAudio";
-// The language in which the module is loaded; every test then speaks English until it says
-// otherwise. The process has only one module.
-constexpr const char* kLanguageVariable = "RA_WINDOWS_LANGUAGE";
 
 std::vector<std::string> environmentOfProcess() {
   std::vector<std::string> all;
@@ -58,60 +52,6 @@ auto* const environment =
     static_cast<ModuleEnvironment*>(testing::AddGlobalTestEnvironment(new ModuleEnvironment));
 
 }  // namespace
-
-FakeServices::FakeServices() : complete_(RA_BUILT_LOCALES, kDomain, {"de"}) {
-  const char* language = std::getenv(kLanguageVariable);
-  speak(language != nullptr ? language : "en");
-}
-
-std::string FakeServices::localizedString(const std::string& key) const {
-  const std::string* found = table_->lookUp(key);
-  EXPECT_NE(complete_.lookUp(key), nullptr) << "no string table has \"" << key << '"';
-  return found != nullptr ? *found : key;
-}
-
-std::string FakeServices::setOutputLocation(const std::string& path) {
-  asked.push_back(path);
-  if (refusal.empty()) folder = path;
-  return refusal;
-}
-
-void FakeServices::chooseFolder(const std::string& parentWindow, const std::string&,
-                                const std::string& opened, std::function<void(FolderChoice)> done) {
-  dialogParent = parentWindow;
-  if (desktopChooser) {
-    desktopChooser(opened, done);
-  } else {
-    done({});
-  }
-}
-
-void FakeServices::speak(const std::string& language) {
-  table_ = std::make_unique<StringTables>(RA_BUILT_LOCALES, kDomain, std::vector{language});
-}
-
-void FakeServices::reset() {
-  folder = "/home/somebody/Music";
-  refusal.clear();
-  asked.clear();
-  desktopChooser = nullptr;
-  shortcutChoices.clear();
-  changeShortcut({});
-  changeAppearance({});
-  speak("en");
-}
-
-std::vector<std::string> languages() {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(RA_BUILT_LOCALES)) {
-    names.push_back(entry.path().filename());
-  }
-  return names;
-}
-
-bool isWrittenFromRightToLeft(const std::string& language) {
-  return language == "ar" || language == "fa" || language == "he";
-}
 
 Qt::LayoutDirection directionAtStart() {
   return environment->direction;

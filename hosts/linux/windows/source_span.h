@@ -5,6 +5,8 @@
 
 #include <functional>
 
+#include "hosts/linux/base/glib_owners.h"
+
 namespace linux_host {
 
 // The sources that are added to the default main context between construction and end(). Main
@@ -26,11 +28,8 @@ class SourceSpan {
  private:
   // The id that the context will give to the next source.
   static guint nextId() {
-    GSource* probe = g_idle_source_new();
-    const guint id = g_source_attach(probe, nullptr);
-    g_source_destroy(probe);
-    g_source_unref(probe);
-    return id;
+    const SourcePtr probe(g_idle_source_new());
+    return g_source_attach(probe.get(), nullptr);
   }
   void destroyWhere(guint end, const std::function<bool(GSource*)>& isToolkits) const {
     for (guint id = first_; id < end; ++id) {

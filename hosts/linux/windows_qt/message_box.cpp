@@ -11,7 +11,8 @@ void showWarning(QWidget* parent, WindowsServices& services, const char* key,
     return QString::fromStdString(services.localizedString(of));
   };
   auto* box = new QMessageBox(QMessageBox::Warning, text("Record Audio"), text(key),
-                              QMessageBox::Ok, parent);
+                              QMessageBox::NoButton, parent);
+  box->addButton(text("OK"), QMessageBox::AcceptRole);
   box->setAttribute(Qt::WA_DeleteOnClose);
   box->setTextFormat(Qt::PlainText);
   box->setInformativeText(QString::fromStdString(details));

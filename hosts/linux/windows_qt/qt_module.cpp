@@ -18,6 +18,7 @@
 #include "hosts/linux/windows_qt/activation.h"
 #include "hosts/linux/windows_qt/appearance.h"
 #include "hosts/linux/windows_qt/language.h"
+#include "hosts/linux/windows_qt/link_widget.h"
 #include "hosts/linux/windows_qt/qt_interface.h"
 #include "hosts/linux/windows_qt/qt_window.h"
 #include "hosts/linux/windows_qt/screen_loss.h"
@@ -78,10 +79,11 @@ QWidget* windowInFront() {
 
 class QtCursor : public platform::Cursor {
  public:
-  // The pointer is set on the widget under it; leaving the widget restores it.
+  // Set on the link under it. No other widget would take it back, and a link may ask just when the
+  // pointer has left it.
   void setPointingHand() override {
-    if (QWidget* under = QApplication::widgetAt(QCursor::pos())) {
-      under->setCursor(Qt::PointingHandCursor);
+    if (auto* link = qobject_cast<LinkWidget*>(QApplication::widgetAt(QCursor::pos()))) {
+      link->setCursor(Qt::PointingHandCursor);
     }
   }
 };

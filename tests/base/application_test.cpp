@@ -80,41 +80,12 @@ class ApplicationTest : public ::testing::Test {
   std::shared_ptr<Delegate> delegate_ = std::make_shared<Delegate>();
 };
 
-TEST_F(ApplicationTest, CallsItsDelegateInOrder) {
-  delegate_->whenHappens["did finish"] = [&] {
-    loop_.performAfterDelay(0, [&] { application_.terminate(); });
-  };
-  router_.launch({"/a", "/b"});
-  application_.run();
-  EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "open /a", "open /b", "did finish",
-                                              "should terminate", "will terminate"));
-}
-
 TEST_F(ApplicationTest, MayTerminateWithinItsLaunch) {
   delegate_->whenHappens["did finish"] = [&] { application_.terminate(); };
   router_.launch({});
   application_.run();
   application_.terminate();
   router_.activate();
-  EXPECT_THAT(delegate_->journal,
-              ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
-}
-
-TEST_F(ApplicationTest, GoesOnWhenItsDelegateCancelsTheQuit) {
-  router_.launch({});
-  delegate_->reply = TerminateReply::kCancel;
-  application_.terminate();
-  EXPECT_FALSE(application_.hasTerminated());
-  delegate_->reply = TerminateReply::kNow;
-  application_.terminate();
-  EXPECT_TRUE(application_.hasTerminated());
-  EXPECT_EQ(delegate_->journal.back(), "will terminate");
-}
-
-TEST_F(ApplicationTest, IsNotAskedAgainWhileItIsAsked) {
-  delegate_->whenHappens["should terminate"] = [&] { application_.terminate(); };
-  router_.launch({});
-  application_.terminate();
   EXPECT_THAT(delegate_->journal,
               ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
 }
@@ -156,13 +127,6 @@ TEST_F(ApplicationTest, RequestsDuringTheLaunchWaitForItsEndExceptPathsToOpen) {
   router_.launch({});
   EXPECT_THAT(delegate_->journal, ElementsAre("will finish", "did finish", "open /x", "reopen"));
   EXPECT_EQ(line, R"({"state":"idle"})");
-}
-
-TEST_F(ApplicationTest, ReopenSaysWhetherWindowsAreVisible) {
-  router_.setWindows([] { return true; }, [] { return false; }, [] {});
-  router_.launch({});
-  router_.activate();
-  EXPECT_EQ(delegate_->journal.back(), "reopen with windows");
 }
 
 TEST_F(ApplicationTest, AReopenRaisesAnOpenAlertInstead) {
@@ -231,16 +195,6 @@ class AlertEndTest : public ApplicationTest {
   CoreRunLoop coreLoop_;
   bool waits_ = false;
 };
-
-TEST_F(AlertEndTest, AQuitDismissesItAndAsksAgainWhenItsEventIsOver) {
-  application_.terminate();
-  while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
-  }
-  EXPECT_THAT(delegate_->journal, ElementsAre("should terminate", "dismiss"));
-  eventIsOver();
-  EXPECT_THAT(delegate_->journal, ElementsAre("should terminate", "dismiss", "event over",
-                                              "should terminate", "will terminate"));
-}
 
 TEST_F(AlertEndTest, TheEndOfTheSessionWaitsForItsEventToo) {
   application_.terminateRegardless();

@@ -129,11 +129,6 @@ class CoreTimerTest : public LoopTest {
   std::vector<std::string> fired_;
 };
 
-TEST_F(CoreTimerTest, FiresLikeAnyOtherWhileNothingHoldsIt) {
-  core_.performAfterDelay(0, [&] { loop_.quit(); });
-  loop_.run();
-}
-
 // An alert that a timer closes would go unread.
 TEST_F(CoreTimerTest, IsHeldWhileAnAlertWaitsAndFiresOnceAfterwards) {
   core_.hold();

@@ -31,7 +31,8 @@ class ApplicationDelegate {
  public:
   virtual ~ApplicationDelegate() = default;
   virtual void applicationWillFinishLaunching() = 0;
-  // Another program asks to open a path. Whether it was taken.
+  // Another program asks to open a path. Whether it was taken. Free for the host: what becomes of
+  // the answer.
   virtual bool application(const std::string& openFile) = 0;
   virtual void applicationDidFinishLaunching() = 0;
   // The user started the program again or clicked its Dock icon. The answer may be ignored.
@@ -51,10 +52,11 @@ class Application {
   virtual void setActivationPolicy(ActivationPolicy policy) = 0;
   virtual void setApplicationIconImage(const ImagePtr& image) = 0;
   virtual void activateIgnoringOtherApps(bool ignoringOtherApps) = 0;
-  // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop. If it
-  // answers "cancel" while an alert waits, the alert is dismissed with its last button, and the
-  // delegate is asked again when the event that showed the alert is over. Does nothing while the
-  // delegate is being asked, and after the end.
+  // Asks the delegate (applicationShouldTerminate) and, on "now", leaves the main loop; on any
+  // other answer the application goes on, and may be asked again. If it answers "cancel" while an
+  // alert waits, the alert is dismissed with its last button, and the delegate is asked again when
+  // the event that showed the alert is over. Does nothing while the delegate is being asked, and
+  // after the end.
   virtual void terminate() = 0;
   // Null when no resource of that name exists.
   virtual ImagePtr imageNamed(const std::string& name) = 0;
@@ -81,7 +83,7 @@ class Alerts {
   // a recording, but no timer of the run loop fires: what is due meanwhile fires afterwards. A
   // request to reopen the application raises the alert instead of reaching the delegate, and is not
   // kept. Without a screen the alert is written to the log and answers as if it had been dismissed
-  // with the last button.
+  // with the last button. Free for the host: how an alert looks, and where its log is.
   virtual int runModal(const Alert& alert) = 0;
 };
 
@@ -89,13 +91,15 @@ class Alerts {
 class Workspace {
  public:
   virtual ~Workspace() = default;
-  // Opens with the default application, a folder in the file browser; false when there is none.
+  // Opens with the default application, a folder in the file browser. False when nothing can be
+  // opened, as far as that is known at once: there is no such file, or no application.
   virtual bool openFile(const std::string& path) = 0;
-  // Likewise.
+  // Likewise; a file's URL is that file, and what has no scheme is no URL.
   virtual bool openURL(const std::string& url) = 0;
-  // Shows the files, selected, in the file browser.
+  // Shows the files, selected, in the file browser. Free for the host: what it shows without one.
   virtual void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) = 0;
-  // Sets the file's custom icon, or removes it with null; false on failure. `options` is 0.
+  // Sets the file's custom icon, or removes it with null; false on failure, as far as that is known
+  // at once. `options` is 0. Free for the host: where such an icon is kept and seen.
   virtual bool setIcon(const ImagePtr& image, const std::string& forFile, unsigned options) = 0;
   // Opens the desktop's settings of who may use the microphone or, where there are none, of sound;
   // false when there are neither.

@@ -64,7 +64,7 @@ inline constexpr std::uint32_t kAudioDevicePropertySafetyOffset =
 inline constexpr std::uint32_t kAudioObjectPropertyControlList =
     fourCharCode("ctrl");  // AudioObjectID[]
 
-// Controls.
+// Controls. Free for the host: which devices have any; the loopback device has one.
 inline constexpr std::uint32_t kAudioBooleanControlPropertyValue = fourCharCode("bcvl");  // uint32
 
 inline constexpr OSStatus kAudioHardwareUnspecifiedError = fourCharCode("what");

@@ -184,7 +184,8 @@ class CaptureAudioDataOutput : public CaptureOutput {
 class CaptureSession : public NotificationObject {
  public:
   virtual ~CaptureSession() = default;
-  // For the runs that start from now on. Free for the host: the bit rates of the presets.
+  // For the runs that start from now on. Free for the host: the bit rates of the presets, and which
+  // one stands for a name that is none of the three.
   virtual void setSessionPreset(const std::string& preset) = 0;
   // False for null, and where the session has one already.
   [[nodiscard]] virtual bool canAddInput(const CaptureDeviceInputPtr& input) const = 0;
@@ -224,10 +225,11 @@ class Capture {
   [[nodiscard]] virtual CaptureDevicePtr defaultDeviceWithMediaType(MediaType type) = 0;
   [[nodiscard]] virtual CaptureDevicePtr deviceWithUniqueID(const std::string& uniqueID) = 0;
 
-  // Whether the system has permissions at all; when not, everything is permitted.
+  // Whether the system has permissions at all; when not, everything is permitted. Free for the
+  // host: which of the four answers its system knows.
   [[nodiscard]] virtual bool respondsToAuthorizationStatus() const = 0;
   [[nodiscard]] virtual AuthorizationStatus authorizationStatusForMediaType(MediaType type) = 0;
-  // Asks the user; `handler` is called once, on any thread.
+  // Asks the user; `handler` is called once, on any thread, perhaps before the call returns.
   virtual void requestAccessForMediaType(MediaType type, std::function<void(bool)> handler) = 0;
 
   virtual CaptureSessionPtr createSession() = 0;

@@ -102,18 +102,21 @@ class ButtonResponder {
   virtual ~ButtonResponder() = default;
   // Whether a click that brings the button's window to the front also presses the button.
   virtual bool acceptsFirstMouse() = 0;
-  // The pointer came over a tracking area that asks for cursor updates. When it leaves, the host
+  // The pointer came over a tracking area that asks for cursor updates; over one for key windows,
+  // only while its window has the keyboard. When it leaves, the host
   // puts the ordinary pointer back by itself.
   virtual void cursorUpdate() = 0;
 };
 
 class Button : public View {
  public:
-  // Without one the button is an ordinary button.
+  // Without one the button is an ordinary button. Free for the host: what the click does to that
+  // which brings its window to the front.
   virtual void setResponder(std::weak_ptr<ButtonResponder> responder) = 0;
   [[nodiscard]] virtual std::string title() const = 0;
   [[nodiscard]] virtual Font font() const = 0;
   [[nodiscard]] virtual Rect bounds() const = 0;
+  // Its text is the button's title from then on.
   virtual void setAttributedTitle(const AttributedString& title) = 0;
   virtual void addTrackingArea(const TrackingAreaPtr& area) = 0;
   virtual void removeTrackingArea(const TrackingAreaPtr& area) = 0;

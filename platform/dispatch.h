@@ -24,7 +24,7 @@ class Dispatch {
   virtual std::shared_ptr<DispatchQueue> mainQueue() = 0;
   // A new queue with a thread of its own, also where another has the same label. Items queued
   // before the last reference went still run; the process does not end before they have. Null when
-  // the system has no thread to spare.
+  // the system has no thread to spare; free for the host: when that is.
   virtual std::shared_ptr<DispatchQueue> createSerialQueue(const std::string& label) = 0;
 };
 

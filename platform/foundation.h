@@ -78,7 +78,8 @@ class FileHandle {
 class FileManager {
  public:
   virtual ~FileManager() = default;
-  // Follows symbolic links; any kind of file counts, a folder too. Any thread.
+  // Any kind of file counts, a folder too. Any thread. Free for the host: whether its system has
+  // symbolic links; they are followed.
   [[nodiscard]] virtual bool fileExists(const std::string& path) const = 0;
   // Makes an empty file, or empties the one that is there. False when it could not, as where the
   // folder is missing. Free for the host: who else may read the file, and what becomes of a handle
@@ -100,7 +101,8 @@ class FileManager {
   [[nodiscard]] virtual std::string temporaryDirectory() const = 0;
 };
 
-// The running program as installed: its folder, information dictionary and string tables.
+// The running program as installed: its folder, information dictionary and string tables. Free for
+// the host: what makes a folder a bundle, and what its dictionaries hold.
 class Bundle {
  public:
   virtual ~Bundle() = default;
@@ -186,7 +188,8 @@ class NotificationCenter {
   virtual void post(const Notification& notification) = 0;
 };
 
-// Localised texts of dates in the user's locale and time zone.
+// Localised texts of dates in the user's locale and time zone. Free for the host: how it learns of
+// them.
 class DateFormatter {
  public:
   virtual ~DateFormatter() = default;

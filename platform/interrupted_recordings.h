@@ -9,6 +9,7 @@
 #include "platform/foundation.h"
 
 // Temporary recordings whose process ended before it could save them. Any thread, one at a time.
+// Free for the host: what of a damaged file it can save.
 
 namespace platform {
 
@@ -27,7 +28,7 @@ struct RecordingFindings {
   std::optional<Date> stated;   // as the file itself says, in whole seconds
 };
 
-// One such recording. While the object lives, no other process takes it.
+// One such recording. While the object lives, nobody else takes it, in this process or another.
 class InterruptedRecording {
  public:
   enum class Move { kMoved, kNameTaken, kFailed };
@@ -67,7 +68,7 @@ class InterruptedRecordings {
                                                       std::string* error) = 0;
   // Claimed recordings must be destroyed before this object.
   [[nodiscard]] virtual Claim claim(const std::string& path) = 0;
-  // From now on the calling thread's work yields to everybody else's.
+  // From now on the calling thread's work yields to everybody else's, as far as the system can.
   virtual void yieldToOthers() = 0;
 };
 

@@ -8,7 +8,7 @@
 namespace platform {
 
 // What scripts and other programs may ask of the running application, beside what every
-// application offers. Main thread.
+// application offers. The core answers. Main thread. Free for the host: how it is asked.
 class RemoteControl {
  public:
   virtual ~RemoteControl() = default;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <atomic>
 #include <map>
 #include <utility>
 #include <vector>
@@ -93,14 +94,41 @@ TEST_F(ApplicationContract, TheDelegateIsNotAskedWhileItIsAsked) {
               ElementsAre("will finish", "did finish", "should terminate", "will terminate"));
 }
 
-TEST_F(ApplicationContract, WhatTheDelegateCancelsGoesOnAndMayBeAskedAgain) {
-  delegate->reply = TerminateReply::kCancel;
+class RefusedEndContract : public ApplicationContract,
+                           public testing::WithParamInterface<TerminateReply> {};
+
+INSTANTIATE_TEST_SUITE_P(Replies, RefusedEndContract,
+                         testing::Values(TerminateReply::kCancel, TerminateReply::kLater));
+
+TEST_P(RefusedEndContract, WhatTheDelegateDoesNotWantNowGoesOnAndMayBeAskedAgain) {
+  delegate->reply = GetParam();
   delegate->when["did finish"] = [&] {
     terminate();
     host().runLoop.performAfterDelay(0.05, [&] { terminate(); });
   };
   EXPECT_THAT(run(), ElementsAre("will finish", "did finish", "should terminate",
                                  "should terminate", "will terminate"));
+}
+
+TEST_F(ApplicationContract, WhatIsQueuedAtTheEndIsStillDone) {
+  auto queue = host().dispatch.createSerialQueue("contract.end");
+  ASSERT_NE(queue, nullptr);
+  std::atomic<int> done{0};
+  delegate->when["did finish"] = [&] { terminateSoon(); };
+  delegate->when["will terminate"] = [&] {
+    for (int item = 0; item < 3; ++item) queue->async([&] { ++done; });
+    queue.reset();
+  };
+  run();
+  EXPECT_EQ(done, 3);
+}
+
+TEST_F(ApplicationContract, SettingsAreStoredAtTheEndAtTheLatest) {
+  delegate->when["did finish"] = [&] { terminateSoon(); };
+  delegate->when["will terminate"] = [&] { host().userDefaults.setInteger(5, "contract end"); };
+  run();
+  EXPECT_TRUE(
+      rig->runUntil([&] { return rig->storedSetting("contract end") == platform::Value(5); }));
 }
 
 TEST_F(ApplicationContract, AnotherStartReopensOrOpensWhatCameWithIt) {

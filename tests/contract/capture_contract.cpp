@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/file_url.h"
@@ -19,26 +20,51 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StrEq;
 
+// Whether a stereo buffer keeps platform/sample_buffer.h.
+bool isAsPromised(const platform::SampleBuffer& buffer) {
+  struct {
+    platform::AudioBufferList list;
+    platform::AudioBuffer second;
+  } room{};
+  std::shared_ptr<platform::BlockBuffer> block;
+  std::size_t size_bytes = 0;
+  const auto read = [&](std::size_t* size, platform::AudioBufferList* list, std::size_t listSize) {
+    return buffer.getAudioBufferListWithRetainedBlockBuffer(size, list, listSize, &block) ==
+           platform::noErr;
+  };
+  const auto plane_bytes = static_cast<std::size_t>(buffer.getNumSamples()) * sizeof(float);
+  if (!read(&size_bytes, nullptr, 0) || size_bytes != sizeof room) return false;
+  if (read(nullptr, &room.list, sizeof room - 1)) return false;
+  if (!read(nullptr, &room.list, sizeof room) || block == nullptr) return false;
+  const std::byte* const begin = block->getDataPointer(0);
+  const platform::AudioBuffer& first = room.list.mBuffers[0];
+  return room.list.mNumberBuffers == 2 && begin != nullptr &&
+         block->getDataLength() >= 2 * plane_bytes && first.mNumberChannels == 1 &&
+         first.mDataByteSize == plane_bytes && first.mData >= begin &&
+         room.second.mDataByteSize == plane_bytes &&
+         static_cast<const std::byte*>(room.second.mData) ==
+             static_cast<const std::byte*>(first.mData) + plane_bytes;
+}
+
 // What a data output delivers, on its queue.
 class Receiver : public platform::CaptureAudioDataOutputSampleBufferDelegate {
  public:
   void captureOutput(platform::CaptureOutput&,
                      const std::shared_ptr<platform::SampleBuffer>& buffer,
                      platform::CaptureConnection&) override {
-    const auto& format = buffer->getFormatDescription().formatList.at(0);
-    std::size_t size_bytes = 0;
-    const bool isWhole =
-        buffer->getAudioBufferListWithRetainedBlockBuffer(&size_bytes, nullptr, 0, nullptr) ==
-            platform::noErr &&
-        size_bytes == platform::audioBufferListSize_bytes(format.mChannelsPerFrame);
+    const bool isAlone = calls_.fetch_add(1) == 0;
+    const bool isWhole = isAsPromised(*buffer) && isAlone;
     const std::lock_guard lock(mutex_);
-    format_ = format;
+    format_ = buffer->getFormatDescription().formatList.at(0);
     frames_ += buffer->getNumSamples();
     areWhole_ = areWhole_ && isWhole;
     isBehindEnd_ = isBehindEnd_ || ends_ > 0;
+    calls_.fetch_sub(1);
   }
   void captureOutputDidEndDelivery(platform::CaptureOutput&) override {
+    const bool isAlone = calls_.load() == 0;
     const std::lock_guard lock(mutex_);
+    areWhole_ = areWhole_ && isAlone;
     ++ends_;
   }
 
@@ -55,6 +81,7 @@ class Receiver : public platform::CaptureAudioDataOutputSampleBufferDelegate {
     return value;
   }
 
+  std::atomic<int> calls_{0};  // under way
   std::mutex mutex_;
   std::int64_t frames_ = 0;
   int ends_ = 0;
@@ -66,13 +93,16 @@ class Receiver : public platform::CaptureAudioDataOutputSampleBufferDelegate {
 class FileWatcher : public platform::CaptureFileOutputRecordingDelegate {
  public:
   void captureOutputDidStartRecording(platform::CaptureOutput&, const std::string& url) override {
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
     started.push_back(url);
   }
   void captureOutputDidFinishRecording(platform::CaptureOutput&, const std::string& url,
                                        const std::string& error) override {
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
     finished.push_back(url);
     errors.push_back(error);
   }
+  const std::thread::id mainThread = std::this_thread::get_id();
   std::vector<std::string> started;
   std::vector<std::string> finished;
   std::vector<std::string> errors;
@@ -161,6 +191,23 @@ TEST_F(CaptureContract, AMicrophoneIsListedByItsIdUnderItsName) {
   EXPECT_THAT(ids, Contains(id));
   EXPECT_EQ(capture().deviceWithUniqueID("no such device"), nullptr);
   EXPECT_EQ(capture().deviceWithUniqueID(""), nullptr);
+}
+
+TEST_F(CaptureContract, AMicrophoneOfOneSourceSaysWhoMadeItOrNothing) {
+  rig->plugInMicrophone("one");
+  rig->plugInMicrophone("two");
+  std::vector<std::string> first;
+  for (const auto& device : capture().devicesWithMediaType(MediaType::kAudio)) {
+    first.push_back(device->uniqueID());
+    EXPECT_NE(device->manufacturer(), platform::kBuiltInManufacturer) << "it was plugged in";
+    EXPECT_THAT(device->activeInputSource().value_or("a name"), Not(StrEq("")));
+  }
+  std::vector<std::string> second;
+  for (const auto& device : capture().devicesWithMediaType(MediaType::kAudio)) {
+    second.push_back(device->uniqueID());
+  }
+  EXPECT_EQ(first.size(), 2U);
+  EXPECT_EQ(first, second) << "in one order";
 }
 
 TEST_F(CaptureContract, AnOnlyMicrophoneIsTheDefault) {
@@ -405,6 +452,24 @@ TEST_F(FileOutputContract, AFileIsBegunAndCompletedAndBothAreReportedFromTheLoop
   const auto held = rig->contents(path("a"));
   ASSERT_TRUE(held.has_value());
   EXPECT_THAT(*held, Not(IsEmpty()));
+}
+
+TEST_F(FileOutputContract, EveryPresetAndOneThatIsNoneMakesAFile) {
+  const std::string id = rig->plugInMicrophone("mic");
+  std::size_t files = 0;
+  for (const char* preset :
+       {platform::kCaptureSessionPresetHigh, platform::kCaptureSessionPresetMedium,
+        platform::kCaptureSessionPresetLow, "no such preset"}) {
+    const auto session = fileSession(id);
+    session->setSessionPreset(preset);
+    ASSERT_TRUE(start(session)) << preset;
+    record(preset);
+    rig->pass(0.1);
+    session->stopRunning();
+    ASSERT_TRUE(isFinished(++files)) << preset;
+    EXPECT_EQ(watcher->errors.back(), "") << preset;
+    EXPECT_THAT(rig->contents(path(preset)).value_or(""), Not(IsEmpty())) << preset;
+  }
 }
 
 TEST_F(FileOutputContract, ASessionThatStopsCompletesItsFileToo) {

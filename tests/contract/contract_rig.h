@@ -13,6 +13,18 @@
 
 namespace contract {
 
+// The desktop's other programs. Main thread.
+class Desktop {
+ public:
+  virtual ~Desktop() = default;
+  // What the host had them open, as URLs, and what it had the file browser show.
+  virtual std::vector<std::string> openedURLs() = 0;
+  virtual std::vector<std::vector<std::string>> shownFiles() = 0;
+  // Whether there is a program for the settings of privacy or sound, and how often it was started.
+  virtual void setHasPrivacySettings(bool has) = 0;
+  virtual int privacySettingsOpened() = 0;
+};
+
 // Who and what surrounds an application on its machine. Main thread.
 class Surroundings {
  public:
@@ -25,11 +37,18 @@ class Surroundings {
   // The user starts the running application again: with paths to open, or by a click.
   virtual void startAgain(const std::vector<std::string>& pathsToOpen) = 0;
 
-  // The first line of each notification that the user sees.
+  // The first line of each notification that the user sees, and all that is to be read in the one
+  // that begins with a line, its title first.
   virtual std::vector<std::string> shownNotifications() = 0;
+  virtual std::string shownText(const std::string& firstLine) = 0;
   enum class Act { kClick, kPressButton, kClose };
   // What the user does with the notification that begins with that line.
   virtual void act(const std::string& firstLine, Act act) = 0;
+
+  // From the first call on there are other programs.
+  virtual Desktop& desktop() = 0;
+  // What the system says of this application and microphones, and what the user says when asked.
+  virtual void setMicrophonePermission(platform::AuthorizationStatus status, bool userAgrees) = 0;
 
   // Whether the user grants administrator rights when asked.
   virtual void setGrantsRights(bool grants) = 0;
@@ -62,10 +81,14 @@ class ContractRig {
 
   // A folder of the test's own, empty at first, without a trailing slash.
   virtual std::string folder() = 0;
+  // Another one, on another file system where this machine has two.
+  virtual std::string folderElsewhere() = 0;
   // What a file holds; null when there is none.
   virtual std::optional<std::string> contents(const std::string& path) = 0;
   // From now on a file of the test's cannot grow beyond so many bytes; null: it can.
   virtual void limitFiles(std::optional<std::size_t> bytes) = 0;
+  // What the next start of the application would read of its settings; null when there is nothing.
+  virtual std::optional<platform::Value> storedSetting(const std::string& key) = 0;
 
   // Plugs in a microphone of two channels at 48 kHz that sends samples (of whatever sound), under
   // that display name. Returns its unique id, when the host lists the device.
@@ -88,6 +111,13 @@ class Screen {
   virtual void leaveWindow() = 0;
   // Takes the window out of the user's sight without hiding it, or shows it again.
   virtual void coverWindow(bool isCovered) = 0;
+  // Presses a button while another window has the keyboard: the click may only bring its window to
+  // the front.
+  virtual void clickFromBehind(const std::string& outlet) = 0;
+  // Rests the pointer on a control; with an empty name, on none.
+  virtual void pointAt(const std::string& outlet) = 0;
+  // Whether the pointer is the hand that stands for links.
+  virtual bool isPointerAHand() = 0;
   // What the user reads in a text field.
   virtual std::string shownText(const std::string& outlet) = 0;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <map>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "tests/contract/contract_test.h"
@@ -195,6 +196,97 @@ TEST_F(ControlsContract, AButtonHasATitleAFontAndBoundsAndTellsItsClick) {
   EXPECT_THAT(reader->senders, ElementsAre(link.get()));
 }
 
+class LinkContract : public ControlsContract {
+ protected:
+  class Responder : public platform::ButtonResponder {
+   public:
+    explicit Responder(platform::Cursor& cursor) : cursor_(cursor) {}
+    bool acceptsFirstMouse() override { return acceptsFirst; }
+    void cursorUpdate() override {
+      ++updates;
+      cursor_.setPointingHand();
+    }
+    bool acceptsFirst = false;
+    int updates = 0;
+
+   private:
+    platform::Cursor& cursor_;
+  };
+
+  void SetUp() override {
+    ControlsContract::SetUp();
+    link = outlet<platform::Button>("outputFolderLink");
+    ASSERT_NE(link, nullptr);
+    link->setHidden(false);
+    link->setResponder(responder);
+    ASSERT_TRUE(show());
+  }
+  platform::TrackingAreaPtr area() {
+    return std::make_shared<platform::TrackingArea>(platform::TrackingArea{
+        link->bounds(), platform::kTrackingCursorUpdate | platform::kTrackingActiveInKeyWindow});
+  }
+
+  const std::shared_ptr<Responder> responder = std::make_shared<Responder>(host().cursor);
+  std::shared_ptr<platform::Button> link;
+};
+
+TEST_F(LinkContract, ThePointerOverATrackingAreaAsksTheResponderAndIsPutBack) {
+  screen->pointAt("outputFolderLink");
+  rig->pass(0.02);
+  EXPECT_EQ(responder->updates, 0) << "there is no area yet";
+  screen->pointAt("");
+  const auto tracked = area();
+  link->addTrackingArea(tracked);
+  screen->pointAt("outputFolderLink");
+  ASSERT_TRUE(rig->runUntil([&] { return screen->isPointerAHand(); }));
+  EXPECT_GE(responder->updates, 1);
+  screen->pointAt("");
+  EXPECT_TRUE(rig->runUntil([&] { return !screen->isPointerAHand(); }));
+  const int before = responder->updates;
+  link->removeTrackingArea(area());
+  link->removeTrackingArea(tracked);
+  screen->pointAt("outputFolderLink");
+  rig->pass(0.02);
+  EXPECT_EQ(responder->updates, before);
+  EXPECT_FALSE(screen->isPointerAHand());
+}
+
+TEST_F(LinkContract, AnotherAreaThanItsOwnIsNotRemoved) {
+  link->addTrackingArea(area());
+  link->removeTrackingArea(area());
+  screen->pointAt("outputFolderLink");
+  EXPECT_TRUE(rig->runUntil([&] { return screen->isPointerAHand(); }));
+}
+
+TEST_F(LinkContract, TheResponderDecidesAboutTheClickThatBringsItsWindowToTheFront) {
+  screen->clickFromBehind("outputFolderLink");
+  rig->pass(0.02);
+  EXPECT_THAT(reader->actions, IsEmpty());
+  responder->acceptsFirst = true;
+  screen->clickFromBehind("outputFolderLink");
+  ASSERT_TRUE(rig->runUntil([&] { return !reader->actions.empty(); }));
+  EXPECT_THAT(reader->actions, ElementsAre("onRevealOutputFolder"));
+}
+
+TEST_F(LinkContract, AResponderThatHasGoneIsNotAsked) {
+  link->addTrackingArea(area());
+  link->setResponder({});
+  screen->pointAt("outputFolderLink");
+  rig->pass(0.02);
+  EXPECT_EQ(responder->updates, 0);
+}
+
+TEST_F(LinkContract, AnAttributedTitleIsTheTitleFromThenOn) {
+  link->setAttributedTitle({.text = "Contract & folder",
+                            .foregroundColor = {0, 0.5F, 1, 1},
+                            .font = link->font(),
+                            .underlineStyle = platform::kUnderlineStyleSingle,
+                            .paragraphStyle = {platform::LineBreakMode::kByTruncatingTail}});
+  EXPECT_EQ(link->title(), "Contract & folder");
+  screen->click("outputFolderLink");
+  EXPECT_TRUE(rig->runUntil([&] { return !reader->actions.empty(); }));
+}
+
 TEST_F(ControlsContract, AWindowIsShownAndTakenAwayAndItsDelegateHearsOfIt) {
   EXPECT_FALSE(window->isVisible());
   window->orderOut();
@@ -307,6 +399,94 @@ TEST_F(ShownAlertContract, QueuedWorkGoesOnMeanwhileAndTimersFireAfterwards) {
   EXPECT_TRUE(rig->runUntil([&] { return fired > 0; }));
   EXPECT_EQ(fired, 1) << "what was missed is skipped";
   timer->invalidate();
+}
+
+// An application that shows an alert when it has been launched.
+class AlertingApplication : public platform::ApplicationDelegate, public platform::RemoteControl {
+ public:
+  void applicationWillFinishLaunching() override {}
+  bool application(const std::string&) override { return true; }
+  void applicationDidFinishLaunching() override { onLaunch(); }
+  bool applicationShouldHandleReopen(bool hasVisibleWindows) override {
+    reopened.push_back(hasVisibleWindows);
+    if (onReopen) onReopen();
+    return true;
+  }
+  platform::TerminateReply applicationShouldTerminate() override {
+    ++asked;
+    return std::exchange(reply, platform::TerminateReply::kNow);
+  }
+  void applicationWillTerminate() override {}
+
+  bool stop() override { return false; }
+  bool cancel() override { return false; }
+  [[nodiscard]] platform::Dictionary status() const override { return {{"state", "idle"}}; }
+  void setOnStateChange(std::function<void()>) override {}
+
+  std::function<void()> onLaunch;
+  std::function<void()> onReopen;
+  std::vector<bool> reopened;
+  int asked = 0;
+  platform::TerminateReply reply = platform::TerminateReply::kNow;  // to the next question
+};
+
+class AlertingContract : public ShownAlertContract {
+ protected:
+  void SetUp() override { rig->surroundings(); }
+  void run(std::function<void()> onLaunch) {
+    application->onLaunch = [this, onLaunch = std::move(onLaunch)] {
+      host().runLoop.performAfterDelay(0, onLaunch);
+    };
+    rig->surroundings().run(application, application, {});
+  }
+  void terminate() { host().application.terminate(); }
+
+  const std::shared_ptr<AlertingApplication> application = std::make_shared<AlertingApplication>();
+};
+
+TEST_F(AlertingContract, AnotherStartRaisesTheAlertAndIsNotKept) {
+  int answered = 0;
+  run([&] {
+    answered = answer([&] {
+      rig->surroundings().startAgain({});
+      rig->pass(0.3);
+      EXPECT_THAT(application->reopened, IsEmpty());
+      screen->pressInAlert("Later");
+    });
+    host().runLoop.performAfterDelay(0.1, [&] { terminate(); });
+  });
+  EXPECT_EQ(answered, platform::kAlertFirstButtonReturn + 1);
+  EXPECT_THAT(application->reopened, IsEmpty()) << "it was kept";
+}
+
+TEST_F(AlertingContract, AnEndThatIsRefusedDismissesTheAlertAndAsksAgain) {
+  int answered = 0;
+  int askedMeanwhile = 0;
+  application->reply = platform::TerminateReply::kCancel;
+  run([&] {
+    answered = answer([&] { terminate(); });
+    askedMeanwhile = application->asked;
+  });
+  EXPECT_EQ(answered, platform::kAlertFirstButtonReturn + 2) << "its last button";
+  EXPECT_EQ(askedMeanwhile, 1) << "asked again within the event that showed the alert";
+  EXPECT_EQ(application->asked, 2);
+}
+
+TEST_F(AlertingContract, AnotherStartSaysWhetherAWindowIsVisible) {
+  const auto reader = std::make_shared<WindowReader>();
+  std::shared_ptr<platform::Window> window;
+  application->onReopen = [&] {
+    if (application->reopened.size() == 2) return terminate();
+    window->orderOut();
+    host().runLoop.performAfterDelay(0, [&] { rig->surroundings().startAgain({}); });
+  };
+  run([&] {
+    window = host().interfaceLoader.loadWindow("AudioPreferencesWindow", *reader);
+    ASSERT_NE(window, nullptr);
+    window->makeKeyAndOrderFront();
+    rig->surroundings().startAgain({});
+  });
+  EXPECT_THAT(application->reopened, ElementsAre(true, false));
 }
 
 }  // namespace

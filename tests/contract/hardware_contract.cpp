@@ -257,6 +257,39 @@ TEST_F(HardwareContract, VolumeAndMuteAreThoseOfTheMixer) {
       << "it has no output";
 }
 
+TEST_F(HardwareContract, EachSideHasABufferAndAnOffset) {
+  const AudioDeviceID microphone = deviceWithUID(rig->plugInMicrophone("mic"));
+  const AudioDeviceID speakers = deviceWithUID(rig->plugInSpeakers("speakers"));
+  for (const auto& [device, isInput] : {std::pair(microphone, true), std::pair(speakers, false)}) {
+    std::uint32_t frames = 0;
+    std::uint32_t size_bytes = sizeof frames;
+    EXPECT_EQ(hardware().AudioDeviceGetProperty(device, 0, isInput,
+                                                platform::kAudioDevicePropertyBufferFrameSize,
+                                                &size_bytes, &frames),
+              noErr);
+    EXPECT_EQ(size_bytes, sizeof frames);
+    EXPECT_GT(frames, 0U);
+    std::uint32_t offset_frames = 0xffffffff;
+    EXPECT_EQ(hardware().AudioDeviceGetProperty(device, 0, isInput,
+                                                platform::kAudioDevicePropertySafetyOffset,
+                                                &size_bytes, &offset_frames),
+              noErr);
+    EXPECT_LT(offset_frames, 48000U);
+  }
+}
+
+TEST_F(HardwareContract, TheDefaultInputIsTheOnlyMicrophone) {
+  const AudioDeviceID microphone = deviceWithUID(rig->plugInMicrophone("mic"));
+  EXPECT_TRUE(rig->runUntil([&] {
+    AudioDeviceID device = platform::kAudioObjectUnknown;
+    std::uint32_t size_bytes = sizeof device;
+    return hardware().AudioObjectGetPropertyData(
+               kAudioObjectSystemObject, global(platform::kAudioHardwarePropertyDefaultInputDevice),
+               0, nullptr, &size_bytes, &device) == noErr &&
+           device == microphone;
+  }));
+}
+
 TEST_F(HardwareContract, TheClockOfADeviceThatDoesNotRunIsNotRead) {
   const AudioDeviceID device = deviceWithUID(rig->plugInMicrophone("mic"));
   platform::AudioTimeStamp time;
@@ -320,6 +353,19 @@ TEST_F(DefaultsContract, WhatIsSetIsReadAtOnceAndConvertedAsItsTypeWants) {
   EXPECT_TRUE(defaults().synchronize());
   defaults().setInteger(8, "contract integer");
   EXPECT_EQ(defaults().integerForKey("contract integer"), 8);
+}
+
+TEST_F(DefaultsContract, WhatIsWrittenThroughIsThereForTheNextStart) {
+  const platform::Dictionary nested{{"text", "ä"}, {"list", platform::Array{1, true, 0.5}}};
+  defaults().setObject(nested, "contract stored");
+  defaults().setBool(false, "contract switch");
+  ASSERT_TRUE(defaults().synchronize());
+  EXPECT_EQ(rig->storedSetting("contract stored"), platform::Value(nested));
+  EXPECT_EQ(rig->storedSetting("contract switch"), platform::Value(false));
+  EXPECT_EQ(rig->storedSetting("never set"), std::nullopt);
+  defaults().setInteger(3, "contract stored");
+  ASSERT_TRUE(defaults().synchronize());
+  EXPECT_EQ(rig->storedSetting("contract stored"), platform::Value(3));
 }
 
 TEST_F(DefaultsContract, WhatCannotBeWrittenStaysPending) {

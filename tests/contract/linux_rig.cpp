@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -31,6 +32,9 @@ class Session : public testing::Environment {
     std::signal(SIGXFSZ, SIG_IGN);
     test_support::PrivatePipeWire::Options options;
     options.watchdog = std::chrono::seconds(280);
+    // Not on the bus: PipeWire takes every client of the portal's process for the portal, and in
+    // these tests that is ours.
+    options.daemonEnvironment = {"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent"};
     server = std::make_unique<test_support::PrivatePipeWire>(options);
     setenv("DBUS_SYSTEM_BUS_ADDRESS", server->busAddress().c_str(), 1);
     // The tool takes the interrupted recordings that it finds there.
@@ -38,8 +42,16 @@ class Session : public testing::Environment {
     std::filesystem::create_directory(temporary);
     setenv("TMPDIR", temporary.c_str(), 1);
     setenv("XDG_MUSIC_DIR", (server->home() + "/Music").c_str(), 1);
+    // What is installed on this machine is not started.
+    std::filesystem::create_directory(programs());
+    setenv("PATH", programs().c_str(), 1);
+    setenv("XDG_DATA_DIRS", (server->directory() + "/no-data").c_str(), 1);
+    setenv("XDG_CONFIG_DIRS", (server->directory() + "/no-config").c_str(), 1);
+    unsetenv("XDG_CURRENT_DESKTOP");
   }
   void TearDown() override { server.reset(); }
+
+  [[nodiscard]] std::string programs() const { return server->directory() + "/programs"; }
 
   std::unique_ptr<test_support::PrivatePipeWire> server;
 };
@@ -57,12 +69,16 @@ class LinuxRig : public ContractRig {
   LinuxRig() : host_({"/usr/bin/record-audio"}) {
     static int count = 0;
     folder_ = session().server->directory() + "/contract-" + std::to_string(++count);
-    if (mkdir(folder_.c_str(), 0700) != 0) throw std::runtime_error("no folder " + folder_);
+    elsewhere_ = "/dev/shm/record-audio-contract-" + std::to_string(getpid());
+    for (const std::string& folder : {folder_, elsewhere_}) {
+      if (mkdir(folder.c_str(), 0700) != 0) throw std::runtime_error("no folder " + folder);
+    }
   }
   ~LinuxRig() override {
     limitFiles(std::nullopt);
     surroundings_.reset();
     std::filesystem::remove_all(folder_);
+    std::filesystem::remove_all(elsewhere_);
     std::filesystem::remove_all(surroundingsFolder());
   }
   LinuxRig(const LinuxRig&) = delete;
@@ -75,7 +91,8 @@ class LinuxRig : public ContractRig {
   Surroundings& surroundings() override {
     if (!surroundings_) {
       std::filesystem::create_directories(surroundingsFolder());
-      surroundings_.emplace(host_, session().server->busAddress(), surroundingsFolder());
+      surroundings_.emplace(host_, session().server->busAddress(), surroundingsFolder(),
+                            session().programs());
     }
     return *surroundings_;
   }
@@ -93,6 +110,7 @@ class LinuxRig : public ContractRig {
   }
 
   std::string folder() override { return folder_; }
+  std::string folderElsewhere() override { return elsewhere_; }
   std::optional<std::string> contents(const std::string& path) override {
     std::ifstream file(path, std::ios::binary);
     if (!file) return std::nullopt;
@@ -103,6 +121,12 @@ class LinuxRig : public ContractRig {
     getrlimit(RLIMIT_FSIZE, &limit);
     limit.rlim_cur = bytes ? *bytes : limit.rlim_max;
     setrlimit(RLIMIT_FSIZE, &limit);
+  }
+
+  std::optional<platform::Value> storedSetting(const std::string& key) override {
+    return linux_host::LinuxUserDefaults(session().server->configHome() + "/" +
+                                         linux_host::kApplicationId + "/defaults.json")
+        .objectForKey(key);
   }
 
   std::string plugInMicrophone(const std::string& name) override {
@@ -158,6 +182,7 @@ class LinuxRig : public ContractRig {
   test_support::PipeWireControl control_;
   linux_host::LinuxHost host_;
   std::string folder_;
+  std::string elsewhere_;
   std::optional<LinuxSurroundings> surroundings_;
 };
 

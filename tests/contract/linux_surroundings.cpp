@@ -57,9 +57,11 @@ void NotificationServer::onCall(GDBusMethodInvocation* invocation, GVariant* arg
     const gchar* names[] = {"actions", "body", "persistence", nullptr};
     answer = g_variant_new("(^as)", names);
   } else if (method == "Notify") {
+    const gchar* title = nullptr;
     const gchar* body = nullptr;
+    g_variant_get_child(arguments, 3, "&s", &title);
     g_variant_get_child(arguments, 4, "&s", &body);
-    shown_[++lastID_] = firstLineOf(body);
+    shown_[++lastID_] = {firstLineOf(body), std::string(title) + "\n" + body};
     answer = g_variant_new("(u)", lastID_);
   } else {
     guint32 id = 0;
@@ -71,13 +73,20 @@ void NotificationServer::onCall(GDBusMethodInvocation* invocation, GVariant* arg
 
 std::vector<std::string> NotificationServer::firstLines() const {
   std::vector<std::string> lines;
-  for (const auto& [id, line] : shown_) lines.push_back(line);
+  for (const auto& [id, shown] : shown_) lines.push_back(shown.firstLine);
   return lines;
+}
+
+std::string NotificationServer::textOf(const std::string& firstLine) const {
+  for (const auto& [id, shown] : shown_) {
+    if (shown.firstLine == firstLine) return shown.text;
+  }
+  return {};
 }
 
 void NotificationServer::act(const std::string& firstLine, Surroundings::Act act) {
   const auto found = std::ranges::find_if(
-      shown_, [&](const auto& notification) { return notification.second == firstLine; });
+      shown_, [&](const auto& notification) { return notification.second.firstLine == firstLine; });
   if (found == shown_.end()) throw std::logic_error("no notification says " + firstLine);
   const guint32 id = found->first;
   if (act == Surroundings::Act::kClose) {
@@ -92,9 +101,11 @@ void NotificationServer::act(const std::string& firstLine, Surroundings::Act act
 }
 
 LinuxSurroundings::LinuxSurroundings(linux_host::LinuxHost& host, const std::string& busAddress,
-                                     std::string folder)
+                                     std::string folder, std::string programs)
     : host_(host),
+      busAddress_(busAddress),
       folder_(std::move(folder)),
+      programs_(std::move(programs)),
       otherProgram_(connected(busAddress)),
       notifications_(busAddress),
       polkit_(busAddress, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
@@ -144,6 +155,22 @@ platform::Host LinuxSurroundings::withServices(const platform::Host& ports,
           .launchServices = launchServices,
           .appleEvents = ports.appleEvents,
           .interruptedRecordings = ports.interruptedRecordings};
+}
+
+Desktop& LinuxSurroundings::desktop() {
+  if (!desktop_) desktop_.emplace(busAddress_, programs_);
+  return *desktop_;
+}
+
+void LinuxSurroundings::setMicrophonePermission(platform::AuthorizationStatus status,
+                                                bool userAgrees) {
+  using Portal = integration_test::FakePermissions::Portal;
+  const char* entry = "yes";
+  if (status == platform::AuthorizationStatus::kDenied) entry = "no";
+  if (status == platform::AuthorizationStatus::kNotDetermined) entry = "ask";
+  permissions_.reset();
+  permissions_.emplace(std::string("{'") + kProgram + "': ['" + entry + "']}",
+                       userAgrees ? Portal::kGrants : Portal::kRefuses);
 }
 
 // Writes a line for each program: its path and arguments, each with a tab behind it.

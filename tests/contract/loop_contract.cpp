@@ -137,6 +137,14 @@ TEST_F(LoopContract, ADelayedActionRunsOnceAfterTheCurrentEvent) {
   EXPECT_THAT(order, ElementsAre(1, 2));
 }
 
+TEST_F(LoopContract, ADelayedActionDoesNotRunBeforeItsTime) {
+  const double begin_s = now_s();
+  double ranAt_s = 0;
+  loop().performAfterDelay(0.05, [&] { ranAt_s = now_s(); });
+  ASSERT_TRUE(rig->runUntil([&] { return ranAt_s > 0; }));
+  EXPECT_GE(ranAt_s - begin_s, 0.0499);
+}
+
 class PosterForTest : public platform::NotificationObject {};
 
 class NotificationsContract : public ContractTest {

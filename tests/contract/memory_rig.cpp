@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "platform/file_url.h"
 #include "tests/contract/contract_rig.h"
 #include "tests/memory_host/memory_controls.h"
 #include "tests/memory_host/memory_host.h"
@@ -16,6 +17,25 @@ namespace {
 constexpr double kPatience_s = 10;
 constexpr double kStep_s = 0.001;
 constexpr const char* kFolder = "/contract";
+constexpr const char* kOtherFolder = "/elsewhere";
+
+class MemoryDesktop : public Desktop {
+ public:
+  explicit MemoryDesktop(memory_host::MemoryWorkspace& workspace) : workspace_(workspace) {}
+  std::vector<std::string> openedURLs() override {
+    std::vector<std::string> urls;
+    for (const std::string& path : workspace_.opened)
+      urls.push_back(platform::fileURLWithPath(path));
+    urls.insert(urls.end(), workspace_.openedURLs.begin(), workspace_.openedURLs.end());
+    return urls;
+  }
+  std::vector<std::vector<std::string>> shownFiles() override { return workspace_.revealed; }
+  void setHasPrivacySettings(bool has) override { workspace_.hasPrivacySettings = has; }
+  int privacySettingsOpened() override { return workspace_.privacySettingsOpened; }
+
+ private:
+  memory_host::MemoryWorkspace& workspace_;
+};
 
 class MemorySurroundings : public Surroundings {
  public:
@@ -31,15 +51,23 @@ class MemorySurroundings : public Surroundings {
       if (passed_s > kLongestRun_s) throw std::runtime_error("the application does not end");
       memory_.runLoop.advance(kStep_s);
     }
+    // As a host does before its process ends.
+    memory_.runLoop.settle();
+    static_cast<void>(memory_.userDefaults.synchronize());
     memory_.application.delegate = nullptr;
     delegate_.reset();
   }
   void startAgain(const std::vector<std::string>& pathsToOpen) override {
     memory_.dispatch.main->async([this, pathsToOpen] {
-      if (pathsToOpen.empty()) delegate_->applicationShouldHandleReopen(false);
+      // An alert is raised instead.
+      if (pathsToOpen.empty() && !memory_.alerts.isWaiting()) {
+        delegate_->applicationShouldHandleReopen(areWindowsVisible());
+      }
       for (const std::string& path : pathsToOpen) delegate_->application(path);
     });
   }
+
+  std::function<bool()> areWindowsVisible = [] { return false; };
 
   std::vector<std::string> shownNotifications() override {
     std::vector<std::string> lines;
@@ -47,6 +75,13 @@ class MemorySurroundings : public Surroundings {
       lines.push_back(firstLineOf(*notification));
     }
     return lines;
+  }
+  std::string shownText(const std::string& firstLine) override {
+    for (const auto& shown : memory_.userNotificationCenter.showing) {
+      if (firstLineOf(*shown) != firstLine) continue;
+      return shown->title.value_or("") + "\n" + shown->informativeText + "\n" + shown->details;
+    }
+    return {};
   }
   void act(const std::string& firstLine, Act act) override {
     auto& showing = memory_.userNotificationCenter.showing;
@@ -64,6 +99,11 @@ class MemorySurroundings : public Surroundings {
     });
   }
 
+  Desktop& desktop() override { return desktop_; }
+  void setMicrophonePermission(platform::AuthorizationStatus status, bool userAgrees) override {
+    memory_.capture.authorization = status;
+    memory_.capture.userAgrees = userAgrees;
+  }
   void setGrantsRights(bool grants) override {
     memory_.authorization.copyRightsStatus = grants ? platform::noErr : -60006;
   }
@@ -89,13 +129,19 @@ class MemorySurroundings : public Surroundings {
   }
 
   memory_host::MemoryHost& memory_;
+  MemoryDesktop desktop_{memory_.workspace};
   std::shared_ptr<platform::ApplicationDelegate> delegate_;
 };
 
 class MemoryScreen : public Screen {
  public:
-  explicit MemoryScreen(memory_host::MemoryHost& memory) : memory_(memory) {
+  MemoryScreen(memory_host::MemoryHost& memory, MemorySurroundings& surroundings)
+      : memory_(memory) {
     memory_.alerts.hasScreen = true;
+    surroundings.areWindowsVisible = [this] {
+      const auto shown = window_.lock();
+      return shown != nullptr && shown->window->visible;
+    };
     interface_.installIn(memory_.interfaceLoader);
     memory_.interfaceLoader.recipe =
         [this, build = memory_.interfaceLoader.recipe](
@@ -126,6 +172,14 @@ class MemoryScreen : public Screen {
   }
   void leaveWindow() override { window()->clickDone(); }
   void coverWindow(bool isCovered) override { window()->window->setCovered(isCovered); }
+  void clickFromBehind(const std::string& outlet) override {
+    if (button(outlet)->clickPresses(false)) click(outlet);
+  }
+  void pointAt(const std::string& outlet) override {
+    handsBefore_ = memory_.cursor.pointingHandCount;
+    if (!outlet.empty()) button(outlet)->hover(window()->window->visible);
+  }
+  bool isPointerAHand() override { return memory_.cursor.pointingHandCount > handsBefore_; }
   std::string shownText(const std::string& outlet) override {
     if (outlet != "audioWarning") throw std::logic_error("nobody reads " + outlet);
     const auto field = window()->audioWarning;
@@ -154,6 +208,10 @@ class MemoryScreen : public Screen {
   void answer(int button) {
     memory_.alerts.answers.push_back(platform::kAlertFirstButtonReturn + button);
   }
+  std::shared_ptr<memory_host::MemoryButton> button(const std::string& outlet) {
+    if (outlet != "outputFolderLink") throw std::logic_error("nobody points at " + outlet);
+    return window()->outputFolderLink;
+  }
   std::shared_ptr<memory_host::MemoryPreferencesWindow> window() {
     auto found = window_.lock();
     if (found == nullptr) throw std::logic_error("there is no window");
@@ -163,13 +221,17 @@ class MemoryScreen : public Screen {
   memory_host::MemoryHost& memory_;
   memory_host::MemoryPreferencesInterface interface_;
   std::weak_ptr<memory_host::MemoryPreferencesWindow> window_;
+  int handsBefore_ = 0;
 };
 
 class MemoryRig : public ContractRig {
  public:
   MemoryRig() {
     memory_.fileManager.folders.insert(kFolder);
+    memory_.fileManager.folders.insert(kOtherFolder);
+    memory_.userAccount.existing.insert(kFolder);
     memory_.fileManager.movesOpenFiles = std::getenv("RA_CANNOT_MOVE_OPEN_FILES") == nullptr;
+    memory_.interruptedRecordings.goLive();
     memory_.capture.goLive(memory_.runLoop, memory_.dispatch);
     memory_.audioUnits.goLive(memory_.audioHardware, [this](std::function<void()> cycle) {
       const auto timer = memory_.runLoop.scheduledTimer(
@@ -189,6 +251,7 @@ class MemoryRig : public ContractRig {
   memory_host::MemoryHost& memory() { return memory_; }
   suite::Environment environment() override { return memory_.environment; }
   Surroundings& surroundings() override { return surroundings_; }
+  MemorySurroundings& memorySurroundings() { return surroundings_; }
 
   bool runUntil(const std::function<bool()>& condition) override {
     for (double passed_s = 0; passed_s < kPatience_s; passed_s += kStep_s) {
@@ -204,6 +267,7 @@ class MemoryRig : public ContractRig {
   }
 
   std::string folder() override { return kFolder; }
+  std::string folderElsewhere() override { return kOtherFolder; }
   std::optional<std::string> contents(const std::string& path) override {
     const auto found = memory_.fileManager.files.find(path);
     if (found == memory_.fileManager.files.end()) return std::nullopt;
@@ -216,6 +280,12 @@ class MemoryRig : public ContractRig {
     memory_.userDefaults.isDiskFull = bytes == std::size_t{0};
     auto& room = memory_.fileManager.freeSpace_bytes;
     room = bytes ? std::optional(*bytes - std::min(*bytes, used_bytes)) : std::nullopt;
+  }
+
+  std::optional<platform::Value> storedSetting(const std::string& key) override {
+    const auto found = memory_.userDefaults.onDisk.find(key);
+    if (found == memory_.userDefaults.onDisk.end()) return std::nullopt;
+    return found->second;
   }
 
   std::string plugInMicrophone(const std::string& name) override {
@@ -247,6 +317,10 @@ class MemoryRig : public ContractRig {
     const platform::AudioDeviceID device = 100 + static_cast<unsigned>(devices_.size());
     devices_[name] = device;
     hardware.addDevice(device, name);
+    if (isInput) {
+      hardware.setValue(platform::kAudioObjectSystemObject,
+                        global(platform::kAudioHardwarePropertyDefaultInputDevice), device);
+    }
     hardware.setStreamConfiguration(device, isInput, {2});
     hardware.setStreamConfiguration(device, !isInput, {});
     hardware.setDeviceTiming(device, isInput, 0, 1024);
@@ -272,7 +346,8 @@ class MemoryRig : public ContractRig {
 }  // namespace
 
 std::unique_ptr<Screen> makeScreen(ContractRig& rig) {
-  return std::make_unique<MemoryScreen>(dynamic_cast<MemoryRig&>(rig).memory());
+  auto& own = dynamic_cast<MemoryRig&>(rig);
+  return std::make_unique<MemoryScreen>(own.memory(), own.memorySurroundings());
 }
 
 std::unique_ptr<ContractRig> makeRig() {

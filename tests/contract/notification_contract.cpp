@@ -13,6 +13,7 @@ namespace {
 using platform::UserNotification;
 using platform::UserNotificationPtr;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using Act = Surroundings::Act;
@@ -82,6 +83,18 @@ TEST_F(UserNotificationContract, OneIsShownAfterAnotherUntilItIsRemoved) {
   center().removeDeliveredNotification(second);
   EXPECT_TRUE(rig->runUntil([&] { return shown().empty(); }));
   EXPECT_THAT(reader->acts, IsEmpty()) << "nobody touched them";
+}
+
+TEST_F(UserNotificationContract, ItsTitleItsTextAndItsDetailsAreRead) {
+  const auto notification = saying("one\nClick here.");
+  notification->title = "Contract title";
+  notification->details = "Contract details";
+  notification->soundName = platform::kUserNotificationDefaultSoundName;
+  center().deliverNotification(notification);
+  ASSERT_TRUE(rig->runUntil([&] { return isShown("one"); }));
+  EXPECT_THAT(rig->surroundings().shownText("one"),
+              testing::AllOf(testing::StartsWith("Contract title\n"), HasSubstr("one"),
+                             HasSubstr("Contract details")));
 }
 
 TEST_F(UserNotificationContract, EqualOnesAreTwo) {

@@ -4,8 +4,11 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
+#include <QCursor>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QMessageBox>
+#include <QMouseEvent>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -54,6 +57,32 @@ class QtScreen : public Screen {
       window().showNormal();
     }
   }
+  void clickFromBehind(const std::string& outlet) override {
+    QWidget other;
+    other.setGeometry(700, 500, 40, 40);
+    other.show();
+    other.activateWindow();
+    await([&] { return other.isActiveWindow(); }, "another window does not come to the front");
+    auto& button = widget<QAbstractButton>(outlet);
+    const QPointF at = QRectF(button.rect()).center();
+    const QPointF onScreen = button.mapToGlobal(at);
+    for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+      QMouseEvent event(type, at, onScreen, Qt::LeftButton,
+                        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
+                        Qt::NoModifier);
+      QApplication::sendEvent(&button, &event);
+    }
+  }
+  void pointAt(const std::string& outlet) override {
+    if (outlet.empty()) return QCursor::setPos(window().mapToGlobal(QPoint(1, 1)));
+    auto& target = widget<QWidget>(outlet);
+    QCursor::setPos(target.mapToGlobal(target.rect().center()));
+    await([&] { return target.underMouse(); }, "the pointer does not come to " + outlet);
+  }
+  bool isPointerAHand() override {
+    const QWidget* const under = QApplication::widgetAt(QCursor::pos());
+    return under != nullptr && under->cursor().shape() == Qt::PointingHandCursor;
+  }
   std::string shownText(const std::string& outlet) override {
     const auto& label = widget<QLabel>(outlet);
     return label.isVisible() ? label.text().toStdString() : "";
@@ -73,6 +102,14 @@ class QtScreen : public Screen {
   void closeAlert() override { alert().close(); }
 
  private:
+  static void await(const std::function<bool()>& condition, const std::string& complaint) {
+    QElapsedTimer patience;
+    patience.start();
+    while (!condition()) {
+      if (patience.elapsed() > kPatience_ms) throw std::runtime_error(complaint);
+      QCoreApplication::processEvents(QEventLoop::AllEvents, kPoll_ms);
+    }
+  }
   static QWidget& window() {
     for (QWidget* top : QApplication::topLevelWidgets()) {
       if (top->objectName() == QStringLiteral("AudioPreferencesWindow")) return *top;
@@ -94,7 +131,8 @@ class QtScreen : public Screen {
     return G_SOURCE_REMOVE;
   }
 
-  static constexpr guint kPoll_ms = 5;
+  static constexpr int kPoll_ms = 5;
+  static constexpr int kPatience_ms = 10'000;
   guint poll_ = 0;
   std::function<void()> act_;
 };

@@ -193,6 +193,35 @@ TEST_F(LaunchServicesContract, AllApplicationsOfAnIdentifierAreFoundAndNoOthers)
   EXPECT_THAT(find(""), IsEmpty());
 }
 
+class PersonContract : public ContractTest {
+ protected:
+  static constexpr platform::Date kNoon{std::chrono::hours(24 * 20'000 + 12)};  // 2024-10-04
+};
+
+TEST_F(PersonContract, DatesAreWrittenByPatternAndTimesWithTheirSeconds) {
+  const auto& formatter = host().dateFormatter;
+  EXPECT_EQ(formatter.stringFromDate(kNoon, "yyyy-MM"), "2024-10");
+  EXPECT_THAT(formatter.stringFromDate(kNoon, "yyyy-MM-dd"), testing::StartsWith("2024-10-0"));
+  EXPECT_EQ(formatter.stringFromDate(kNoon, "'at'"), "at");
+  const std::string time = formatter.localizedMediumTime(kNoon);
+  EXPECT_THAT(time, testing::Not(IsEmpty()));
+  EXPECT_NE(time, formatter.localizedMediumTime(kNoon + std::chrono::seconds(1)));
+  EXPECT_EQ(time, formatter.localizedMediumTime(kNoon + std::chrono::hours(24))) << "no date";
+}
+
+TEST_F(PersonContract, TheProgramsPathComesBeforeItsArguments) {
+  ASSERT_THAT(host().processInfo.arguments(), testing::Not(IsEmpty()));
+  EXPECT_THAT(host().processInfo.arguments().front(), testing::HasSubstr("/"));
+  EXPECT_THAT(host().mainBundle.bundlePath(), testing::StartsWith("/"));
+}
+
+TEST_F(PersonContract, AHomeIsAPathAndWhatIsThereExistsForItsUser) {
+  const auto home = host().userAccount.homeDirectory();
+  EXPECT_THAT(home.value_or("/"), testing::StartsWith("/")) << "or there is none";
+  EXPECT_TRUE(host().userAccount.accessExists(rig->folder()));
+  EXPECT_FALSE(host().userAccount.accessExists(rig->folder() + "/missing"));
+}
+
 class ClockContract : public ContractTest {
  protected:
   [[nodiscard]] double wall_s() {

@@ -18,8 +18,10 @@ class EmptyRig : public ContractRig {
   void pass(double) override {}
   void keepBusy(double) override {}
   std::string folder() override { return "/nowhere"; }
+  std::string folderElsewhere() override { return "/elsewhere"; }
   std::optional<std::string> contents(const std::string&) override { return std::nullopt; }
   void limitFiles(std::optional<std::size_t>) override {}
+  std::optional<platform::Value> storedSetting(const std::string&) override { return std::nullopt; }
   std::string plugInMicrophone(const std::string&) override { return ""; }
   std::string plugInSpeakers(const std::string&) override { return ""; }
   void setLevel(const std::string&, float, bool) override {}

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/file_url.h"
+
 namespace memory_host {
 
 using platform::noErr;
@@ -98,13 +100,15 @@ int MemoryAlerts::runModal(const platform::Alert& alert) {
 }
 
 bool MemoryWorkspace::openFile(const std::string& path) {
-  if (!hasApplications) return false;
+  if (!hasApplications || !files_.fileExists(path)) return false;
   opened.push_back(path);
   timeline_.add("openFile " + path);
   return true;
 }
 
 bool MemoryWorkspace::openURL(const std::string& url) {
+  if (const auto path = platform::pathWithFileURL(url)) return openFile(*path);
+  if (url.find(':') == std::string::npos) return false;
   openedURLs.push_back(url);
   return true;
 }

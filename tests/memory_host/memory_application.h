@@ -83,14 +83,15 @@ class MemoryApplication : public platform::Application {
 
 class MemoryWorkspace : public platform::Workspace {
  public:
-  explicit MemoryWorkspace(Timeline& timeline) : timeline_(timeline) {}
+  MemoryWorkspace(Timeline& timeline, const platform::FileManager& files)
+      : timeline_(timeline), files_(files) {}
   bool openFile(const std::string& path) override;
   bool openURL(const std::string& url) override;
   void activateFileViewerSelectingURLs(const std::vector<std::string>& fileURLs) override;
   bool setIcon(const platform::ImagePtr& image, const std::string& forFile,
                unsigned options) override;
   bool openPrivacySettings() override {
-    ++privacySettingsOpened;
+    if (hasPrivacySettings) ++privacySettingsOpened;
     return hasPrivacySettings;
   }
 
@@ -112,6 +113,7 @@ class MemoryWorkspace : public platform::Workspace {
 
  private:
   Timeline& timeline_;
+  const platform::FileManager& files_;
 };
 
 class MemoryUserNotificationCenter : public platform::UserNotificationCenter {

@@ -177,6 +177,11 @@ platform::CaptureDevicePtr MemoryCapture::deviceWithUniqueID(const std::string& 
 }
 
 void MemoryCapture::requestAccessForMediaType(MediaType, std::function<void(bool)> handler) {
+  if (live_ != nullptr && userAgrees) {
+    live_->dispatch.main->async(
+        [handler = std::move(handler), answer = *userAgrees] { handler(answer); });
+    return;
+  }
   pendingRequests.push_back(std::move(handler));
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -254,6 +255,7 @@ class MemoryCapture : public platform::Capture {
   bool hasPermissions = true;
   platform::AuthorizationStatus authorization = platform::AuthorizationStatus::kAuthorized;
   std::vector<std::function<void(bool)>> pendingRequests;  // the user has not answered yet
+  std::optional<bool> userAgrees;  // after goLive(): the user's answer, from the main loop
 
   std::string inputError;        // why device inputs cannot be made; empty: they can
   bool refuseInput = false;      // for new sessions

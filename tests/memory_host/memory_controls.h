@@ -83,6 +83,7 @@ class MemoryButton : public MemoryControl<platform::Button> {
   [[nodiscard]] platform::Rect bounds() const override { return rect; }
   void setAttributedTitle(const platform::AttributedString& newTitle) override {
     attributedTitles.push_back(newTitle);
+    text = newTitle.text;
   }
   void addTrackingArea(const platform::TrackingAreaPtr& area) override { areas.push_back(area); }
   void removeTrackingArea(const platform::TrackingAreaPtr& area) override;

@@ -24,13 +24,13 @@ class MemoryHost {
   MemoryRunLoop runLoop{clock, dispatch};
   MemoryAlerts alerts{timeline, runLoop};
   MemoryApplication application{timeline, runLoop, alerts};
-  MemoryWorkspace workspace{timeline};
   MemoryInterfaceLoader interfaceLoader;
   MemoryCursor cursor;
   MemorySystemColors systemColors;
   MemoryUserNotificationCenter userNotificationCenter{timeline};
   MemoryUserDefaults userDefaults;
   MemoryFileManager fileManager{&timeline};
+  MemoryWorkspace workspace{timeline, fileManager};
   MemoryBundle mainBundle;
   MemoryBundleLoader bundleLoader;
   MemoryProcessInfo processInfo;

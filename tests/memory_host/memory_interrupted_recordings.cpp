@@ -1,9 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "tests/memory_host/memory_interrupted_recordings.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace memory_host {
+namespace {
+
+bool isUniqueText(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char letter) {
+    return letter == '-' || (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
+           (letter >= 'a' && letter <= 'z');
+  });
+}
+
+}  // namespace
 
 class MemoryInterruptedRecordings::Recording : public platform::InterruptedRecording {
  public:
@@ -57,8 +69,10 @@ std::vector<std::string> MemoryInterruptedRecordings::find(const std::string& na
   }
   std::vector<std::string> paths;
   const std::string begin = files_.temporaryDirectory() + "/" + namePrefix;
-  for (const auto& [path, leftover] : leftovers) {
-    if (path.starts_with(begin) && files_.fileExists(path)) paths.push_back(path);
+  for (const auto& [path, file] : files_.files) {
+    if (!path.starts_with(begin)) continue;
+    const std::string_view rest = std::string_view(path).substr(begin.size());
+    if (leftovers.contains(path) || (isLive_ && isUniqueText(rest))) paths.push_back(path);
   }
   return paths;
 }
@@ -66,8 +80,9 @@ std::vector<std::string> MemoryInterruptedRecordings::find(const std::string& na
 platform::InterruptedRecordings::Claim MemoryInterruptedRecordings::claim(const std::string& path) {
   journal.push_back("claim " + path);
   Claim claim;
+  if (isLive_ && !leftovers.contains(path)) leaveAsItLies(path);
   const auto found = leftovers.find(path);
-  if (found == leftovers.end()) return claim;
+  if (found == leftovers.end() || found->second.claimed) return claim;
   Leftover& leftover = found->second;
   claim.outcome = leftover.outcome;
   claim.problem = leftover.claimProblem;
@@ -75,6 +90,15 @@ platform::InterruptedRecordings::Claim MemoryInterruptedRecordings::claim(const 
     claim.recording = std::make_unique<Recording>(*this, path, leftover);
   }
   return claim;
+}
+
+// A file that the test has not spoken of. Nothing is known of it while somebody writes it.
+void MemoryInterruptedRecordings::leaveAsItLies(const std::string& path) {
+  const auto file = files_.files.find(path);
+  if (file == files_.files.end() || file->second->handles > 0) return;
+  Leftover& leftover = leftovers[path];
+  if (file->second->contents.empty()) leftover.outcome = Claim::Outcome::kEmpty;
+  leftover.findings.problem = path + " contains no recording.";
 }
 
 MemoryInterruptedRecordings::Leftover& MemoryInterruptedRecordings::add(

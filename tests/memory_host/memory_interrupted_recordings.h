@@ -35,6 +35,9 @@ class MemoryInterruptedRecordings : public platform::InterruptedRecordings {
   // A file of that name in the temporary directory, and what will be found in it.
   Leftover& add(const std::string& name, const platform::RecordingFindings& findings = {});
 
+  // From now on every file of the temporary directory counts, whether or not a test has added it.
+  void goLive() { isLive_ = true; }
+
   std::map<std::string, Leftover> leftovers;  // by path
   std::string findProblem;
   // "yield", "find", "claim /a", "finish /a", "move /a -> /b".
@@ -43,7 +46,10 @@ class MemoryInterruptedRecordings : public platform::InterruptedRecordings {
  private:
   class Recording;
 
+  void leaveAsItLies(const std::string& path);
+
   MemoryFileManager& files_;
+  bool isLive_ = false;
 };
 
 }  // namespace memory_host

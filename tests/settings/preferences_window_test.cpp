@@ -446,6 +446,7 @@ TEST_F(PreferencesWindowTest, LogsThatTheDesktopHasNoPrivacySettings) {
 // Not the folder above it, with this one selected.
 TEST_F(PreferencesWindowTest, OpensTheOutputFolder) {
   machine_.suite.location = "/home/user/My Music";
+  machine_.fileManager.folders.insert("/home/user/My Music");
   const auto controller = showController();
   shown().clickOutputFolder();
   EXPECT_THAT(machine_.workspace.opened, ElementsAre("/home/user/My Music"));

@@ -157,8 +157,11 @@ void PrivatePipeWire::startBus() {
 }
 
 void PrivatePipeWire::startDaemon() {
+  auto environment = options_.environment;
+  environment.insert(environment.end(), options_.daemonEnvironment.begin(),
+                     options_.daemonEnvironment.end());
   daemon_ = std::make_unique<ChildProcess>(
-      ChildProcess::Command{{"pipewire"}, options_.environment, directory_ + "/log"});
+      ChildProcess::Command{{"pipewire"}, environment, directory_ + "/log"});
   if (!waitUntil([this] { return socketAnswers(directory_ + "/pipewire-0"); }, kServerStartLimit)) {
     throw std::runtime_error("pipewire does not answer:\n" + log());
   }

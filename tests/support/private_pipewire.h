@@ -38,8 +38,9 @@ class PrivatePipeWire {
     // (file name, content), put into pipewire.conf.d and client-rt.conf.d.
     std::vector<std::pair<std::string, std::string>> pipewireDropIns;
     std::vector<std::pair<std::string, std::string>> clientDropIns;
-    std::vector<std::string> environment;  // "KEY=value" for the servers
-    bool startDaemon = true;               // false: only the folders, the bus and the environment
+    std::vector<std::string> environment;        // "KEY=value" for the servers
+    std::vector<std::string> daemonEnvironment;  // and for PipeWire alone
+    bool startDaemon = true;  // false: only the folders, the bus and the environment
     std::chrono::seconds watchdog{90};
 
     // The folders, the environment and the bus, without a sound server.

@@ -7,7 +7,7 @@
 #include <limits>
 #include <new>
 
-#include "routing/resident_memory.h"
+#include "platform/resident_memory.h"
 #include "shared/loopback_device.h"
 
 namespace record_audio {
@@ -304,7 +304,7 @@ OSStatus AudioPlayThrough::allocateBuffers(const Formats& formats) {
       inputBufferList.reset();
       return kNoMemory;
     }
-    makeResident(buffers[i].mData, channel_bytes);
+    platform::makeResident(buffers[i].mData, channel_bytes);
   }
 
   ringBuffer.reset(new (std::nothrow) RingBuffer);

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <new>
 
-#include "hosts/linux/audio/resident_memory.h"
+#include "hosts/linux/audio/populated_pages.h"
+#include "platform/resident_memory.h"
 
 namespace linux_host {
 
@@ -26,11 +27,7 @@ CaptureRing::~CaptureRing() {
 }
 
 void CaptureRing::prefault() {
-  if (makeResident(samples_, size_bytes_)) return;
-  // The smallest size of a page.
-  constexpr std::size_t kPage_floats = 4096 / sizeof(float);
-  volatile float* const samples = samples_;
-  for (std::size_t at = 0; at < size_bytes_ / sizeof(float); at += kPage_floats) samples[at] = 0;
+  if (!populatePages(samples_, size_bytes_)) platform::makeResident(samples_, size_bytes_);
 }
 
 bool CaptureRing::write(const float* const* planes, std::uint32_t frames) {

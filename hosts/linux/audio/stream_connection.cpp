@@ -13,7 +13,7 @@
 
 #include "hosts/linux/audio/pipewire_connection.h"
 #include "hosts/linux/audio/pipewire_context.h"
-#include "hosts/linux/audio/resident_memory.h"
+#include "hosts/linux/audio/populated_pages.h"
 
 namespace linux_host {
 namespace {
@@ -50,7 +50,7 @@ std::string inBrackets(const char* reason) {
 void makeBufferResident(const spa_buffer& buffer) {
   for (std::uint32_t i = 0; i < buffer.n_datas; ++i) {
     const spa_data& data = buffer.datas[i];
-    if (data.data != nullptr) static_cast<void>(makeResident(data.data, data.maxsize));
+    if (data.data != nullptr) static_cast<void>(populatePages(data.data, data.maxsize));
   }
 }
 

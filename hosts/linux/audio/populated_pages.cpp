@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/linux/audio/resident_memory.h"
+#include "hosts/linux/audio/populated_pages.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 
 namespace linux_host {
 
-bool makeResident(void* memory, std::size_t size_bytes) {
+bool populatePages(void* memory, std::size_t size_bytes) {
   const std::size_t intoPage_bytes =
       reinterpret_cast<std::uintptr_t>(memory) % static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   return madvise(static_cast<std::byte*>(memory) - intoPage_bytes, intoPage_bytes + size_bytes,

@@ -3,11 +3,13 @@
 
 #include <cstddef>
 
-namespace record_audio {
+namespace platform {
 
+// Not a port: for all rooms that hand memory to audio threads.
+//
 // A system gives memory its pages when they are first written to. This writes to each page now, so
 // that no audio thread has to wait for one. The contents stay as they are. No other thread may use
-// the memory yet.
+// the memory yet. Any thread that may wait.
 inline void makeResident(void* memory, std::size_t size_bytes) {
   constexpr std::size_t kPage_bytes = 4096;  // no system has smaller ones
   volatile auto* const bytes = static_cast<unsigned char*>(memory);
@@ -15,4 +17,4 @@ inline void makeResident(void* memory, std::size_t size_bytes) {
   if (size_bytes > 0) bytes[size_bytes - 1] = bytes[size_bytes - 1];
 }
 
-}  // namespace record_audio
+}  // namespace platform

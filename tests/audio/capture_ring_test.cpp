@@ -115,6 +115,25 @@ TEST(CaptureRing, KeepsTheLengthWhenThereAreMoreGapsThanItHasRoomFor) {
   EXPECT_EQ(frames + ring.nextGap()->frames, 2000U);
 }
 
+// Where the first stream on a source brings no sound, a second one takes its place.
+TEST(CaptureRing, AnotherThreadMayWriteOnceTheFirstHasEnded) {
+  CaptureRing ring(2, 1000);
+  ring.miss(10);
+  ring.changeWriter();
+  std::thread([&] { EXPECT_TRUE(ring.write(Block(0, 100).planes().data(), 100)); }).join();
+  EXPECT_EQ(ring.readable_frames(), 100U);
+  EXPECT_EQ(ring.nextGap()->frames, 10U);
+}
+
+#ifndef NDEBUG
+TEST(CaptureRing, ASecondWriterThreadIsCaught) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  CaptureRing ring(2, 1000);
+  ring.miss(10);
+  EXPECT_DEATH(std::thread([&] { ring.miss(1); }).join(), "a second thread");
+}
+#endif
+
 // A sanitizer's own pages would be counted together with the ring's.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(CaptureRing, PrefaultLeavesNoPageToTheAudioThread) {

@@ -12,7 +12,7 @@
 // The samples between the audio thread and the drain thread.
 //
 // Invariants
-// - One audio thread writes, one drain thread reads; no other thread does.
+// - One audio thread writes, one drain thread reads; no other thread does. Debug builds assert it.
 // - `written_` counts the frames stored, `read_` those consumed, both since the start and never
 //   reset; 0 <= written - read <= capacity at all times. Frame n lies at n modulo capacity in every
 //   plane.
@@ -56,6 +56,8 @@ class CaptureRing {
   bool write(const float* const* planes, std::uint32_t frames);
   // REAL-TIME: as write(). Reports frames that never came; they also count as lost.
   void miss(std::uint64_t frames);
+  // From now on another thread is the audio thread. The one before must have ended.
+  void changeWriter() { writer_.release(); }
 
   // Frames ready to be read. Drain thread only.
   [[nodiscard]] std::uint32_t readable_frames() const;

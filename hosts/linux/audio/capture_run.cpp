@@ -85,6 +85,7 @@ void CaptureRun::wake() {
 }
 
 bool CaptureRun::addConsumer(std::shared_ptr<CaptureConsumer> consumer) {
+  mainThread_.assertHeld();
   const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kFinished) return false;
   const bool getsFirst = phase_ == Phase::kHolding || phase_ == Phase::kFailed;
@@ -93,6 +94,7 @@ bool CaptureRun::addConsumer(std::shared_ptr<CaptureConsumer> consumer) {
 }
 
 void CaptureRun::endConsumer(const std::shared_ptr<CaptureConsumer>& consumer) {
+  mainThread_.assertHeld();
   const platform::MutexLock lock(mutex_);
   for (Share& share : shares_) {
     if (share.consumer == consumer) {
@@ -103,12 +105,14 @@ void CaptureRun::endConsumer(const std::shared_ptr<CaptureConsumer>& consumer) {
 }
 
 void CaptureRun::deliver() {
+  mainThread_.assertHeld();
   const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kHolding) enter(Phase::kDelivering);
   if (phase_ == Phase::kFailed) enter(Phase::kEnding);
 }
 
 void CaptureRun::announce() {
+  mainThread_.assertHeld();
   const platform::MutexLock lock(mutex_);
   // A pending announcement also serves this request. Postponing it until further samples would lose
   // it: before the delivery nothing looks for them.
@@ -118,6 +122,7 @@ void CaptureRun::announce() {
 }
 
 void CaptureRun::end() {
+  mainThread_.assertHeld();
   const platform::MutexLock lock(mutex_);
   if (phase_ == Phase::kHolding || phase_ == Phase::kDelivering) markEnd();
   if (phase_ < Phase::kEnding) enter(Phase::kEnding);
@@ -172,6 +177,7 @@ bool CaptureRun::hasFinished() {
 }
 
 void CaptureRun::run() {
+  drain_.assertHeld();
   pthread_setname_np(pthread_self(), "capture-drain");
   if (waitForSource()) {
     ring_.prefault();
@@ -216,6 +222,7 @@ bool CaptureRun::waitForFirstSamples() {
   events_.onWarning("The sound source \"" + source_.displayName + "\" has sent nothing for " +
                     std::to_string(kSilenceLimit.count()) + " seconds; connecting to it again.");
   stream_.reset();
+  ring_.changeWriter();
   if (!openStream()) return false;
   if (waitForSamplesOfThisStream()) return true;
   fail("The sound source \"" + source_.displayName + "\" has sent nothing for " +
@@ -405,7 +412,7 @@ void CaptureRun::reportLosses(bool isLast) {
   const steady_clock::time_point now = steady_clock::now();
   if (!isLast && now - lastReport_ < kLossReportInterval) return;
   const auto report = [&](std::uint64_t lost_frames, std::uint64_t* reported_frames,
-                          const char* reason) {
+                          const char* reason) RA_REQUIRES(drain_) {
     if (lost_frames <= *reported_frames) return;
     events_.onWarning(lossMessage(lost_frames - *reported_frames,
                                   ring_.consumed_frames() + ring_.lost_frames(), source_.rate_Hz,

@@ -18,6 +18,7 @@
 #include "hosts/linux/audio/source_rest.h"
 #include "hosts/linux/base/pending_work.h"
 #include "platform/mutex.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -110,49 +111,54 @@ class CaptureRun {
   // The only function that changes the phase.
   void enter(Phase next) RA_REQUIRES(mutex_);
 
+  // On the drain thread, and so is what follows, unless marked.
   void run();
   // Waits, for a limited time, until the source can be recorded from. False when the run has ended.
-  bool waitForSource();
+  bool waitForSource() RA_REQUIRES(drain_);
   // If no thread can be started, fails the run and returns false.
-  bool openStream();
-  void closeStream();
+  bool openStream() RA_REQUIRES(drain_);
+  void closeStream() RA_REQUIRES(drain_);
   // Connects again if no samples come in time. False when the run ended before there were any.
-  bool waitForFirstSamples();
-  bool waitForSamplesOfThisStream();
-  void waitForDelivery();
-  void drainUntilEnd();
-  void finishAll();
+  bool waitForFirstSamples() RA_REQUIRES(drain_);
+  bool waitForSamplesOfThisStream() RA_REQUIRES(drain_);
+  void waitForDelivery() RA_REQUIRES(drain_);
+  void drainUntilEnd() RA_REQUIRES(drain_);
+  void finishAll() RA_REQUIRES(drain_);
 
-  // Does nothing and returns false when the run has already ended or failed.
+  // Does nothing and returns false when the run has already ended or failed. Any thread.
   bool fail(const std::string& message);
-  // Samples that arrive from now on no longer belong to the run.
+  // Samples that arrive from now on no longer belong to the run. Any thread, as wake().
   void markEnd() RA_REQUIRES(mutex_);
   void wake() RA_REQUIRES(mutex_);
   // Hands the next contiguous piece to the consumers; false when there was nothing or a consumer is
   // not ready.
-  bool handOn();
+  bool handOn() RA_REQUIRES(drain_);
   // The length of the next piece: silence where sound was lost, else samples from the ring.
-  std::uint64_t nextPiece_frames(std::uint64_t position);
+  std::uint64_t nextPiece_frames(std::uint64_t position) RA_REQUIRES(drain_);
   // Gives the frames at the ring's front, or silence, to the consumers whose shares contain them.
-  void give(const std::vector<Share>& shares, std::uint32_t frames, bool isSilence);
+  void give(const std::vector<Share>& shares, std::uint32_t frames, bool isSilence)
+      RA_REQUIRES(drain_);
   void finishThoseAt(std::uint64_t position_frames);
   void dropFailed(const std::shared_ptr<CaptureConsumer>& consumer, const std::string& error);
-  void listen(const std::vector<Share>& shares, const float* const* planes, std::uint32_t frames);
+  void listen(const std::vector<Share>& shares, const float* const* planes, std::uint32_t frames)
+      RA_REQUIRES(drain_);
   // Checks what the stream has delivered since the last call, and whether it has stalled.
-  void watchArrival();
+  void watchArrival() RA_REQUIRES(drain_);
   void announceSamples(std::uint64_t written_frames);
-  void reportLosses(bool isLast);
+  void reportLosses(bool isLast) RA_REQUIRES(drain_);
   // How long the thread can sleep.
   std::chrono::milliseconds untilNextLook();
   // Sleeps for `limit` or until there is a request; false when the run is to end.
   bool pause(std::chrono::milliseconds limit);
+
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
+  platform::ThreadRole drain_;  // the drain thread
 
   const CaptureSource source_;
   const Events events_;
   const std::shared_ptr<SourceRest> rest_;
   PendingWork& work_;
   CaptureRing ring_;
-  std::unique_ptr<CaptureStream> stream_;  // drain thread only
 
   platform::Mutex mutex_;
   platform::Condition asked_;
@@ -164,17 +170,16 @@ class CaptureRun {
   std::optional<PendingWork::Token> token_ RA_GUARDED_BY(mutex_);
 
   SoundWatch sound_;
-
-  // Drain thread only.
-  bool hasStreamed_ = false;
-  std::uint64_t seen_frames_ = 0;
-  std::chrono::nanoseconds idle_{0};
-  std::chrono::steady_clock::time_point lastLook_{};
-  std::uint64_t fillingLeft_frames_ = 0;
-  bool hasSoundElsewhere_ = false;
-  std::uint64_t reportedDropped_frames_ = 0;
-  std::uint64_t reportedMissed_frames_ = 0;
-  std::chrono::steady_clock::time_point lastReport_{};
+  std::unique_ptr<CaptureStream> stream_ RA_GUARDED_BY(drain_);
+  bool hasStreamed_ RA_GUARDED_BY(drain_) = false;
+  std::uint64_t seen_frames_ RA_GUARDED_BY(drain_) = 0;
+  std::chrono::nanoseconds idle_ RA_GUARDED_BY(drain_){0};
+  std::chrono::steady_clock::time_point lastLook_ RA_GUARDED_BY(drain_){};
+  std::uint64_t fillingLeft_frames_ RA_GUARDED_BY(drain_) = 0;
+  bool hasSoundElsewhere_ RA_GUARDED_BY(drain_) = false;
+  std::uint64_t reportedDropped_frames_ RA_GUARDED_BY(drain_) = 0;
+  std::uint64_t reportedMissed_frames_ RA_GUARDED_BY(drain_) = 0;
+  std::chrono::steady_clock::time_point lastReport_ RA_GUARDED_BY(drain_){};
 
   std::thread thread_;
 };

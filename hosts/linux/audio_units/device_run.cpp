@@ -18,6 +18,7 @@ DeviceRun::DeviceRun(const Setup& setup)
       publisher_(setup.clocks.claim(setup.device)) {}
 
 void DeviceRun::process(const GraphCycle& cycle, float* const* planes, std::uint32_t frames) {
+  streamThread_.assertHeld();
   followClock(cycle);
   handle(cycle, planes, frames);
 }

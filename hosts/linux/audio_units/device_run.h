@@ -9,6 +9,7 @@
 #include "hosts/linux/audio_units/start_line.h"
 #include "hosts/linux/audio_units/stream_format.h"
 #include "hosts/linux/audio_units/unit.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -17,7 +18,8 @@ inline constexpr std::uint32_t kDeviceInputElement = 1;
 
 // A device unit between its start and its stop: the client of its stream. Each cycle it publishes
 // the device's clock. Created before the stream and destroyed after it; everything else happens on
-// the stream's thread. If the device goes away, the callbacks end and nothing else happens.
+// the stream's thread, which debug builds assert. If the device goes away, the callbacks end and
+// nothing else happens.
 class DeviceRun : public DeviceStream::Client {
  public:
   struct Setup {
@@ -53,14 +55,15 @@ class DeviceRun : public DeviceStream::Client {
   void advance(double frames) { sampleTime_frames_ += frames; }
 
  private:
-  void followClock(const GraphCycle& cycle);
+  void followClock(const GraphCycle& cycle) RA_REQUIRES(streamThread_);
 
+  platform::ThreadRole streamThread_;
   StartLine& startLine_;
   const double rate_Hz_;
   const std::uint32_t buffer_frames_;
   ClockFollower follower_;
   DeviceClockTable::Publisher publisher_;
-  std::uint64_t lastCycle_ns_ = 0;
+  std::uint64_t lastCycle_ns_ RA_GUARDED_BY(streamThread_) = 0;
   double sampleTime_frames_ = 0;
 };
 

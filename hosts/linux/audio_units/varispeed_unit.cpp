@@ -116,6 +116,7 @@ OSStatus VarispeedUnit::initialize() {
 }
 
 OSStatus VarispeedUnit::uninitialize() {
+  renderThread_.release();
   converter_.reset();
   return noErr;
 }
@@ -169,6 +170,7 @@ double VarispeedUnit::outputPerInput() const {
 OSStatus VarispeedUnit::render(std::uint32_t*, const platform::AudioTimeStamp& timeStamp,
                                std::uint32_t busNumber, std::uint32_t frameCount,
                                AudioBufferList& list) {
+  renderThread_.assertHeld();
   if (busNumber != 0) return platform::kAudioUnitErr_InvalidElement;
   if (!converter_) return platform::kAudioUnitErr_Uninitialized;
   if (source_.inputProc == nullptr) return platform::kAudioUnitErr_NoConnection;

@@ -8,6 +8,7 @@
 
 #include "hosts/linux/audio_units/stream_format.h"
 #include "hosts/linux/audio_units/unit.h"
+#include "platform/thread_role.h"
 
 struct SRC_STATE_tag;
 
@@ -93,7 +94,9 @@ class VarispeedUnit : public Unit {
   std::vector<float> outputInterleaved_;
 
   std::atomic<float> rate_{1.0F};
-  // Only for the output's thread while it renders.
+  // Debug builds assert that one thread renders, from one initialize() to the next.
+  platform::ThreadRole renderThread_;
+  // Only for that thread.
   std::int64_t consumed_frames_ = 0;
   double skippedRemainder_frames_ = 0;
   std::uint32_t steppedBack_frames_ = 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "driver/default_metadata.h"
 
+#include <cassert>
 #include <cerrno>
 #include <string_view>
 #include <utility>
@@ -84,19 +85,20 @@ void DefaultMetadata::stop() {
 void DefaultMetadata::disconnect() {
   if (!core_) return;
   release();
+  enter(Phase::kUnbound);
   global_ = SPA_ID_INVALID;
-  isStuck_ = false;
   registry_.reset();
   core_.reset();
 }
 
 void DefaultMetadata::globalAppeared(std::uint32_t global, const char* type,
                                      const spa_dict* properties) {
-  if (isStuck_ || properties == nullptr || std::string_view(type) != PW_TYPE_INTERFACE_Metadata)
-    return;
+  const bool isMetadata = std::string_view(type) == PW_TYPE_INTERFACE_Metadata;
+  if (phase_ == Phase::kStuck || properties == nullptr || !isMetadata) return;
   const char* name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
   if (name == nullptr || std::string_view(name) != kDefaultMetadataName) return;
   release();
+  enter(Phase::kUnbound);
   global_ = global;
   isLoopbackConfigured_ = false;
   isLoopbackUsed_ = false;
@@ -109,11 +111,12 @@ void DefaultMetadata::globalRemoved(std::uint32_t global) {
   if (global != global_) return;
   // If the session manager goes before it has answered a client, the daemon holds that client back
   // forever.
-  isStuck_ = isReading_;
+  const bool isStuck = isReading();
   release();
+  enter(isStuck ? Phase::kStuck : Phase::kUnbound);
   global_ = SPA_ID_INVALID;
   guard_->sessionManagerGone();
-  if (isStuck_) laterTimer_.startTimer(kAtOnce);
+  if (isStuck) laterTimer_.startTimer(kAtOnce);
 }
 
 void DefaultMetadata::bind() {
@@ -128,29 +131,46 @@ void DefaultMetadata::bind() {
         return 0;
       },
   };
-  mustReadAgain_ = isReading_;
-  if (mustReadAgain_ || global_ == SPA_ID_INVALID) return;
+  if (isReading()) return enter(Phase::kReadingTwice);
+  if (global_ == SPA_ID_INVALID) return;
   release();
+  enter(Phase::kUnbound);
   metadata_.reset(pw_registry_bind(registry_.as<pw_registry>(), global_, PW_TYPE_INTERFACE_Metadata,
                                    PW_VERSION_METADATA, 0));
   if (!metadata_) return;
   metadata_.listen(&kEvents, this);
   read_ = {};
-  isReading_ = true;
+  enter(Phase::kReading);
   readSequence_ = pw_core_sync(core_.get(), PW_ID_CORE, 0);
 }
 
+void DefaultMetadata::enter(Phase next) {
+  [[maybe_unused]] const auto mayEnter = [this](Phase phase) {
+    switch (phase) {
+      case Phase::kUnbound:
+        return true;
+      case Phase::kReading:
+        return phase_ == Phase::kUnbound;
+      case Phase::kReadingTwice:
+      case Phase::kKnown:
+      case Phase::kStuck:
+        return isReading();
+    }
+    return false;
+  };
+  assert(mayEnter(next));
+  phase_ = next;
+}
+
 void DefaultMetadata::release() {
-  isReading_ = false;
-  mustReadAgain_ = false;
   hangs_ = false;
   metadata_.reset();
 }
 
 void DefaultMetadata::readAgain(std::function<void()> action) {
   awaited_ = nullptr;
-  if (!isStuck_) bind();
-  if (!isReading_) return action();
+  if (phase_ != Phase::kStuck) bind();
+  if (!isReading()) return action();
   await(std::move(action));
 }
 
@@ -161,11 +181,11 @@ void DefaultMetadata::afterWrites(std::function<void()> action) {
 }
 
 void DefaultMetadata::readAgainLater() {
-  if (!isStuck_) laterTimer_.startTimer(kSecondLook);
+  if (phase_ != Phase::kStuck) laterTimer_.startTimer(kSecondLook);
 }
 
 void DefaultMetadata::lookAgain() {
-  if (!isStuck_) return bind();
+  if (phase_ != Phase::kStuck) return bind();
   disconnect();
   if (!connect()) onLost_();
 }
@@ -189,7 +209,7 @@ void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choi
   // A null key: every key of the subject was cleared.
   const bool isConfigured = key == nullptr || std::string_view(key) == kConfiguredDefaultSinkKey;
   const bool isEffective = key == nullptr || std::string_view(key) == kDefaultSinkKey;
-  if (isReading_) {
+  if (isReading()) {
     if (isConfigured) read_.configured = choice;
     if (isEffective) read_.effective = choice;
     return;
@@ -211,7 +231,7 @@ void DefaultMetadata::propertyChanged(const char* key, const DefaultChoice& choi
 }
 
 void DefaultMetadata::reportRead() {
-  isReading_ = false;
+  enter(Phase::kKnown);
   hangs_ = false;
   const Keys keys = std::exchange(read_, {});
   isLoopbackConfigured_ = deviceNameOf(keys.configured) == kLoopbackDeviceUID;
@@ -230,12 +250,14 @@ void DefaultMetadata::await(std::function<void()> action) {
 }
 
 void DefaultMetadata::answered(int sequence) {
-  if (isReading_ && sequence == readSequence_) {
+  if (isReading() && sequence == readSequence_) {
+    const bool isRepeated = phase_ == Phase::kReadingTwice;
     reportRead();
-    if (mustReadAgain_) bind();
+    // Unless the guard has had them read already.
+    if (isRepeated && phase_ == Phase::kKnown) bind();
   }
   if (sequence != awaitedSequence_) return;
-  if (isReading_) {
+  if (isReading()) {
     awaitedSequence_ = readSequence_;
   } else {
     runAwaited();

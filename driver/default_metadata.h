@@ -66,6 +66,24 @@ class DefaultMetadata : public DefaultKeys {
   void setEffective(const DefaultChoice& choice) override;
 
  private:
+  // Where the object stands. disconnect() leads back to kUnbound from each of them.
+  //   kUnbound       there is none, or it could not be bound       -> kReading
+  //   kReading       bound; not all its keys have arrived          -> kReadingTwice, kKnown,
+  //                                                                   kUnbound, kStuck
+  //   kReadingTwice  likewise; they are read once more afterwards  -> kKnown, kUnbound, kStuck
+  //   kKnown         all its keys have arrived, changes follow     -> kUnbound (also to be bound
+  //                                                                   again)
+  //   kStuck         the session manager went without an answer:
+  //                  the daemon no longer listens to this
+  //                  connection, which is about to be replaced     -> kUnbound
+  enum class Phase { kUnbound, kReading, kReadingTwice, kKnown, kStuck };
+
+  // The only function that changes the phase.
+  void enter(Phase next);
+  [[nodiscard]] bool isReading() const {
+    return phase_ == Phase::kReading || phase_ == Phase::kReadingTwice;
+  }
+
   // The keys as reported by a binding.
   struct Keys {
     DefaultChoice configured;
@@ -100,10 +118,8 @@ class DefaultMetadata : public DefaultKeys {
 
   std::uint32_t global_ = SPA_ID_INVALID;
   BoundProxy metadata_;
-  bool isReading_ = false;  // bound, not answered yet
-  bool mustReadAgain_ = false;
+  Phase phase_ = Phase::kUnbound;
   bool hangs_ = false;
-  bool isStuck_ = false;        // the daemon no longer listens to this connection
   bool hadConfigured_ = false;  // since the session manager appeared
   int readSequence_ = 0;
   Keys read_;

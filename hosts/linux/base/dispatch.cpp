@@ -33,7 +33,7 @@ class DispatchThreads::Worker {
   void add(std::function<void()> item) {
     {
       const platform::MutexLock lock(mutex_);
-      if (closed_ || item == nullptr) return;
+      if (phase_ != Phase::kOpen || item == nullptr) return;
       pending_.begin();
       items_.push_back(std::move(item));
     }
@@ -44,18 +44,23 @@ class DispatchThreads::Worker {
   // The thread ends after the remaining items.
   void close() {
     const platform::MutexLock lock(mutex_);
-    closed_ = true;
+    if (phase_ == Phase::kOpen) phase_ = Phase::kClosed;
     changed_.notify_one();
   }
 
   [[nodiscard]] bool isFinished() {
     const platform::MutexLock lock(mutex_);
-    return finished_;
+    return phase_ == Phase::kFinished;
   }
 
   void join() { thread_.join(); }
 
  private:
+  //   kOpen      takes items                     -> kClosed
+  //   kClosed    runs those that it still has    -> kFinished
+  //   kFinished  the thread ends and can be joined
+  enum class Phase { kOpen, kClosed, kFinished };
+
   void run() {
     while (auto item = next()) {
       item();
@@ -67,9 +72,10 @@ class DispatchThreads::Worker {
 
   std::function<void()> next() {
     platform::MutexLock lock(mutex_);
-    changed_.wait(lock, [this]() RA_REQUIRES(mutex_) { return closed_ || !items_.empty(); });
+    changed_.wait(
+        lock, [this]() RA_REQUIRES(mutex_) { return phase_ != Phase::kOpen || !items_.empty(); });
     if (items_.empty()) {
-      finished_ = true;
+      phase_ = Phase::kFinished;
       return nullptr;
     }
     auto item = std::move(items_.front());
@@ -81,8 +87,7 @@ class DispatchThreads::Worker {
   platform::Mutex mutex_;
   platform::Condition changed_;
   std::deque<std::function<void()>> items_ RA_GUARDED_BY(mutex_);
-  bool closed_ RA_GUARDED_BY(mutex_) = false;
-  bool finished_ RA_GUARDED_BY(mutex_) = false;
+  Phase phase_ RA_GUARDED_BY(mutex_) = Phase::kOpen;
   std::thread thread_;
 };
 
@@ -128,6 +133,7 @@ std::shared_ptr<platform::DispatchQueue> DispatchThreads::createSerialQueue(
 }
 
 void DispatchThreads::whenIdleOnMain(std::function<void()> callback) {
+  mainThread_.assertHeld();
   pendingWork_.whenIdle([callback = std::move(callback), queue = mainQueue_]() mutable {
     queue->async(std::move(callback));
   });

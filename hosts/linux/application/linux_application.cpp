@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/application/linux_application.h"
 
+#include <cassert>
 #include <utility>
 
 #include "hosts/linux/application/icons.h"
@@ -22,29 +23,28 @@ void LinuxApplication::addIndicatorObserver(IndicatorObserver& observer) {
 // The delegate may terminate from within each of these calls; the rest is skipped then.
 void LinuxApplication::launch(const std::vector<std::string>& pathsToOpen) {
   mainThread_.assertHeld();
-  launched_ = true;
+  if (phase_ == Phase::kNotLaunched) enter(Phase::kLaunched);
   delegate_->applicationWillFinishLaunching();
   for (const std::string& path : pathsToOpen) {
-    if (!terminated_) delegate_->application(path);
+    if (!hasTerminated()) delegate_->application(path);
   }
-  if (!terminated_) delegate_->applicationDidFinishLaunching();
+  if (!hasTerminated()) delegate_->applicationDidFinishLaunching();
 }
 
 void LinuxApplication::run() {
-  mainThread_.assertHeld();
-  if (!terminated_) loop_.run();
+  if (!hasTerminated()) loop_.run();
 }
 
 void LinuxApplication::terminate() {
   mainThread_.assertHeld();
-  if (terminated_ || asking_) return;
-  if (!launched_) {
+  if (phase_ == Phase::kNotLaunched) {
     end();
     return;
   }
-  asking_ = true;
+  if (phase_ != Phase::kLaunched) return;
+  enter(Phase::kAsking);
   const platform::TerminateReply reply = delegate_->applicationShouldTerminate();
-  asking_ = false;
+  if (phase_ == Phase::kAsking) enter(Phase::kLaunched);
   if (reply == platform::TerminateReply::kNow) {
     end();
   } else if (alerts_.isShowing()) {
@@ -55,16 +55,28 @@ void LinuxApplication::terminate() {
 
 void LinuxApplication::terminateRegardless() {
   terminate();
-  if (!terminated_ && alerts_.isShowing()) {
-    alerts_.afterwards([this] { end(); });
+  mainThread_.assertHeld();
+  if (!hasTerminated() && alerts_.isShowing()) {
+    alerts_.afterwards([this] {
+      mainThread_.assertHeld();
+      end();
+    });
   } else {
     end();
   }
 }
 
+void LinuxApplication::enter(Phase next) {
+  assert(phase_ != Phase::kTerminated && next != Phase::kNotLaunched);
+  assert(phase_ == Phase::kLaunched || next != Phase::kAsking);
+  phase_ = next;
+}
+
 void LinuxApplication::end() {
-  if (std::exchange(terminated_, true)) return;
-  if (launched_) delegate_->applicationWillTerminate();
+  if (hasTerminated()) return;
+  const bool wasLaunched = phase_ != Phase::kNotLaunched;
+  enter(Phase::kTerminated);
+  if (wasLaunched) delegate_->applicationWillTerminate();
   loop_.quit();
 }
 

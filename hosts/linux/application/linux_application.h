@@ -49,7 +49,10 @@ class LinuxApplication : public platform::Application {
   // Ends even if the delegate wants to wait: it is still asked, so that it saves the recording, and
   // told. If an alert is waiting, the application ends once that has been dismissed.
   void terminateRegardless();
-  [[nodiscard]] bool hasTerminated() const { return terminated_; }
+  [[nodiscard]] bool hasTerminated() const {
+    mainThread_.assertHeld();
+    return phase_ == Phase::kTerminated;
+  }
 
   void disableRelaunchOnLogin() override {}
   void setActivationPolicy(platform::ActivationPolicy policy) override;
@@ -59,7 +62,16 @@ class LinuxApplication : public platform::Application {
   platform::ImagePtr imageNamed(const std::string& name) override;
 
  private:
-  void end();
+  // The allowed changes:
+  //   kNotLaunched  the delegate has heard nothing          -> kLaunched, kTerminated
+  //   kLaunched     it is launching or has been launched    -> kAsking, kTerminated
+  //   kAsking       it is asked whether the program may end -> kLaunched, kTerminated
+  //   kTerminated   it has been told the end, if the launch
+  enum class Phase { kNotLaunched, kLaunched, kAsking, kTerminated };
+
+  // The only function that changes the phase.
+  void enter(Phase next) RA_REQUIRES(mainThread_);
+  void end() RA_REQUIRES(mainThread_);
 
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   MainLoop& loop_;
@@ -69,9 +81,7 @@ class LinuxApplication : public platform::Application {
   Alerts alerts_;
   platform::ActivationPolicy policy_ = platform::ActivationPolicy::kProhibited;
   platform::ImagePtr icon_;
-  bool launched_ = false;
-  bool asking_ = false;
-  bool terminated_ = false;
+  Phase phase_ RA_GUARDED_BY(mainThread_) = Phase::kNotLaunched;
 };
 
 }  // namespace linux_host

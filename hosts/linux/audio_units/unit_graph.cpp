@@ -21,16 +21,18 @@ bool UnitGraph::owns(const Unit* unit) const {
 
 OSStatus UnitGraph::addNode(const platform::AudioComponentDescription& description,
                             AUNode* outNode) {
-  if (isInitialized_) return platform::kAudioUnitErr_CannotDoInCurrentContext;
+  mainThread_.assertHeld();
+  if (state_ == State::kInitialized) return platform::kAudioUnitErr_CannotDoInCurrentContext;
   std::unique_ptr<Unit> unit = factory_(description);
   if (!unit) return platform::kAudioUnitErr_InvalidElement;
-  if (!isOpen_) unit.reset();  // created only to check that this is possible
+  if (state_ == State::kClosed) unit.reset();  // created only to check that this is possible
   nodes_.push_back({description, std::move(unit)});
   *outNode = static_cast<AUNode>(nodes_.size());
   return noErr;
 }
 
 OSStatus UnitGraph::nodeUnit(AUNode node, Unit** outUnit) {
+  mainThread_.assertHeld();
   const Node* found = find(node);
   if (found == nullptr) return platform::kAUGraphErr_NodeNotFound;
   *outUnit = found->unit.get();
@@ -39,10 +41,11 @@ OSStatus UnitGraph::nodeUnit(AUNode node, Unit** outUnit) {
 
 OSStatus UnitGraph::connect(AUNode source, std::uint32_t sourceOutput, AUNode destination,
                             std::uint32_t destinationInput) {
+  mainThread_.assertHeld();
   Node* from = find(source);
   Node* to = find(destination);
   if (from == nullptr || to == nullptr) return platform::kAUGraphErr_NodeNotFound;
-  if (!isOpen_) return platform::kAudioUnitErr_Uninitialized;
+  if (state_ == State::kClosed) return platform::kAudioUnitErr_Uninitialized;
   if (from == to || sourceOutput != 0 || destinationInput != 0 || !from->unit->canFeed()) {
     return platform::kAUGraphErr_InvalidConnection;
   }
@@ -50,38 +53,41 @@ OSStatus UnitGraph::connect(AUNode source, std::uint32_t sourceOutput, AUNode de
 }
 
 OSStatus UnitGraph::open() {
-  if (isOpen_) return noErr;
+  mainThread_.assertHeld();
+  if (state_ != State::kClosed) return noErr;
   for (Node& node : nodes_) node.unit = factory_(node.description);
-  isOpen_ = true;
+  state_ = State::kOpen;
   return noErr;
 }
 
 OSStatus UnitGraph::close() {
+  mainThread_.assertHeld();
   static_cast<void>(stop());
   // A unit that pulls goes before the unit that it pulls.
   for (Node& node : nodes_) {
     if (isBoundToDevice(node)) node.unit.reset();
   }
   for (Node& node : nodes_) node.unit.reset();
-  isOpen_ = false;
-  isInitialized_ = false;
+  state_ = State::kClosed;
   return noErr;
 }
 
 OSStatus UnitGraph::initialize() {
-  if (!isOpen_) return platform::kAudioUnitErr_Uninitialized;
+  mainThread_.assertHeld();
+  if (state_ == State::kClosed) return platform::kAudioUnitErr_Uninitialized;
   for (std::size_t i = 0; i < nodes_.size(); ++i) {
     const OSStatus status = nodes_[i].unit->initialize();
     if (status == noErr) continue;
     while (i-- > 0) nodes_[i].unit->uninitialize();
     return status;
   }
-  isInitialized_ = true;
+  state_ = State::kInitialized;
   return noErr;
 }
 
 OSStatus UnitGraph::start() {
-  if (!isInitialized_) return platform::kAudioUnitErr_Uninitialized;
+  mainThread_.assertHeld();
+  if (state_ != State::kInitialized) return platform::kAudioUnitErr_Uninitialized;
   for (Node& node : nodes_) {
     if (!isBoundToDevice(node)) continue;
     if (const OSStatus status = node.unit->start(); status != noErr) {
@@ -93,6 +99,7 @@ OSStatus UnitGraph::start() {
 }
 
 OSStatus UnitGraph::stop() {
+  mainThread_.assertHeld();
   for (Node& node : nodes_) {
     if (node.unit && isBoundToDevice(node)) node.unit->stop();
   }

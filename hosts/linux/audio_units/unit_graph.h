@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/audio_units/unit.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -39,6 +40,12 @@ class UnitGraph {
   [[nodiscard]] bool owns(const Unit* unit) const;
 
  private:
+  // close() leads back to kClosed from each of them.
+  //   kClosed       the nodes have no units                  -> kOpen
+  //   kOpen         the units are there and can be connected -> kInitialized
+  //   kInitialized  the units are ready to be started
+  enum class State { kClosed, kOpen, kInitialized };
+
   struct Node {
     platform::AudioComponentDescription description;
     std::unique_ptr<Unit> unit;
@@ -49,10 +56,10 @@ class UnitGraph {
     return node.description.componentType == platform::kAudioUnitType_Output;
   }
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const Factory factory_;
   std::vector<Node> nodes_;  // node n is at index n - 1
-  bool isOpen_ = false;
-  bool isInitialized_ = false;
+  State state_ = State::kClosed;
 };
 
 }  // namespace linux_host

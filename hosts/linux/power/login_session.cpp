@@ -4,6 +4,7 @@
 #include <gio/gunixfdlist.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <string_view>
 #include <utility>
 
@@ -53,13 +54,25 @@ LoginSession::~LoginSession() {
 }
 
 void LoginSession::toolDataDidChange(const suite::ToolData& data) {
+  mainThread_.assertHeld();
   const bool recording = isRecording(data);
-  if (recording == std::exchange(recording_, recording)) return;
+  if (recording == isRecordingNow()) return;
   if (recording) {
-    begin();
-  } else {
-    end();
+    enter(Phase::kRecording);
+    inhibitBoth();
+    return;
   }
+  enter(phase_ == Phase::kShuttingDown ? Phase::kSaving : Phase::kResting);
+  sleepLock_.reset();
+  if (phase_ == Phase::kResting) shutdownLock_.reset();
+}
+
+void LoginSession::enter(Phase next) {
+  assert(next != Phase::kResting || phase_ != Phase::kShuttingDown);
+  assert(next != Phase::kShuttingDown || phase_ == Phase::kRecording);
+  assert(next != Phase::kSaving || phase_ == Phase::kShuttingDown);
+  assert(next != phase_);
+  phase_ = next;
 }
 
 void LoginSession::forgetBus() {
@@ -85,18 +98,19 @@ void LoginSession::connect() {
         session->subscription_ = g_dbus_connection_signal_subscribe(
             bus, kLogin1, kInterface, nullptr, kLogin1Path, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
             onSignal, session, nullptr);
-        if (session->recording_) session->begin();
+        session->mainThread_.assertHeld();
+        if (session->isRecordingNow()) session->inhibitBoth();
       },
       this);
 }
 
-void LoginSession::begin() {
+void LoginSession::inhibitBoth() {
+  mainThread_.assertHeld();
   if (bus_ && g_dbus_connection_is_closed(bus_.get()) != FALSE) forgetBus();
   if (!bus_) {
     connect();
     return;
   }
-  saving_ = false;
   inhibit("sleep:idle", "block", &LoginSession::sleepLock_);
   inhibit("shutdown", "delay", &LoginSession::shutdownLock_);
   if (sessionId_.empty()) askForSession();
@@ -123,13 +137,10 @@ void LoginSession::askForSession() {
       this);
 }
 
-void LoginSession::end() {
-  sleepLock_.reset();
-  if (!saving_) shutdownLock_.reset();
-}
-
 void LoginSession::releaseShutdown() {
-  saving_ = false;
+  mainThread_.assertHeld();
+  if (phase_ == Phase::kSaving) enter(Phase::kResting);
+  if (phase_ == Phase::kShuttingDown) enter(Phase::kRecording);
   shutdownLock_.reset();
 }
 
@@ -149,7 +160,8 @@ void LoginSession::inhibit(const char* what, const char* mode,
         loopback::UniqueFd granted = descriptorOf(answer.get(), descriptors.get());
         if (!granted.valid()) return;
         // The recording may have ended before the answer came.
-        if (!lock->session->recording_) granted.reset();
+        lock->session->mainThread_.assertHeld();
+        if (!lock->session->isRecordingNow()) granted.reset();
         lock->session->*lock->descriptor = std::move(granted);
       },
       new Lock{this, descriptor});
@@ -167,19 +179,21 @@ void LoginSession::onSignal(GDBusConnection*, const gchar*, const gchar*, const 
 }
 
 void LoginSession::prepareForShutdown(GVariant* parameters) {
+  mainThread_.assertHeld();
   if (!areOfType(parameters, "(b)", "PrepareForShutdown")) return;
   gboolean goingDown = FALSE;
   g_variant_get(parameters, "(b)", &goingDown);
-  if (goingDown == FALSE || !recording_) return;
-  saving_ = true;
+  if (goingDown == FALSE || !isRecordingNow()) return;
+  if (phase_ == Phase::kRecording) enter(Phase::kShuttingDown);
   onShutdown_();
 }
 
 void LoginSession::sessionRemoved(GVariant* parameters) {
+  mainThread_.assertHeld();
   if (!areOfType(parameters, "(so)", "SessionRemoved")) return;
   const gchar* id = nullptr;
   g_variant_get(parameters, "(&so)", &id, nullptr);
-  if (recording_ && !sessionId_.empty() && sessionId_ == id) onLogout_();
+  if (isRecordingNow() && !sessionId_.empty() && sessionId_ == id) onLogout_();
 }
 
 }  // namespace linux_host

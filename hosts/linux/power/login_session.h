@@ -6,6 +6,7 @@
 
 #include "driver/unique_fd.h"
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -28,12 +29,24 @@ class LoginSession : public suite::ToolDataObserver {
   void releaseShutdown();
 
  private:
+  // The allowed changes:
+  //   kResting       nothing is recorded, no lock is held         -> kRecording
+  //   kRecording     both locks are held, or have been asked for  -> kResting, kShuttingDown
+  //   kShuttingDown  the shutdown waits; the recording still runs -> kSaving, kRecording
+  //   kSaving        it has ended; the shutdown lock is kept
+  //                  until its files are closed                   -> kResting, kRecording
+  enum class Phase { kResting, kRecording, kShuttingDown, kSaving };
+
   struct Lock;
 
+  void enter(Phase next) RA_REQUIRES(mainThread_);
+  [[nodiscard]] bool isRecordingNow() const RA_REQUIRES(mainThread_) {
+    return phase_ == Phase::kRecording || phase_ == Phase::kShuttingDown;
+  }
   void connect();
   void forgetBus();
-  void begin();
-  void end();
+  // Asks for the locks.
+  void inhibitBoth();
   void inhibit(const char* what, const char* mode, loopback::UniqueFd LoginSession::*descriptor);
   void askForSession();
   void prepareForShutdown(GVariant* parameters);
@@ -42,6 +55,7 @@ class LoginSession : public suite::ToolDataObserver {
                        const gchar* interfaceName, const gchar* signal, GVariant* parameters,
                        gpointer self);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string why_;
   std::function<void()> onShutdown_;
   std::function<void()> onLogout_;
@@ -50,8 +64,7 @@ class LoginSession : public suite::ToolDataObserver {
   ConnectionPtr bus_;
   guint subscription_ = 0;
   bool connecting_ = false;
-  bool recording_ = false;
-  bool saving_ = false;  // the shutdown lock is kept until the files are closed
+  Phase phase_ RA_GUARDED_BY(mainThread_) = Phase::kResting;
   loopback::UniqueFd sleepLock_;
   loopback::UniqueFd shutdownLock_;
 };

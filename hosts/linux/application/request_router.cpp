@@ -50,6 +50,7 @@ void RequestRouter::setWindows(std::function<bool()> areVisible,
 }
 
 void RequestRouter::launch(const std::vector<std::string>& pathsToOpen) {
+  mainThread_.assertHeld();
   if (firstRequestTimer_ != nullptr) firstRequestTimer_->invalidate();
   phase_ = Phase::kLaunching;
   application_.launch(pathsToOpen);
@@ -60,6 +61,7 @@ void RequestRouter::launch(const std::vector<std::string>& pathsToOpen) {
 }
 
 void RequestRouter::launchOnFirstRequest() {
+  mainThread_.assertHeld();
   phase_ = Phase::kAwaitingFirst;
   firstRequestTimer_ = loop_.scheduledTimer(kFirstRequestWait_s, {}, false,
                                             [this](const platform::TimerPtr&) { endUnlaunched(); });
@@ -70,6 +72,7 @@ void RequestRouter::endUnlaunched() {
 }
 
 void RequestRouter::finish() {
+  mainThread_.assertHeld();
   if (phase_ == Phase::kOver) return;
   phase_ = Phase::kOver;
   if (firstRequestTimer_ != nullptr) firstRequestTimer_->invalidate();
@@ -91,6 +94,7 @@ void RequestRouter::whenRunning(std::function<void()> request) {
 }
 
 void RequestRouter::activate() {
+  mainThread_.assertHeld();
   isClick_ = false;
   if (phase_ == Phase::kAwaitingFirst) {
     launch({});
@@ -106,6 +110,7 @@ void RequestRouter::activate() {
 }
 
 void RequestRouter::open(const std::vector<std::string>& paths) {
+  mainThread_.assertHeld();
   isClick_ = false;
   if (phase_ == Phase::kAwaitingFirst) {
     launch(paths);
@@ -127,6 +132,7 @@ void RequestRouter::showPreferences() {
 }
 
 void RequestRouter::action(const std::string& name, std::function<void(RequestResult)> done) {
+  mainThread_.assertHeld();
   if (std::find(kActions.begin(), kActions.end(), name) == kActions.end()) {
     done(RequestResult::kUnknown);
     return;
@@ -193,12 +199,14 @@ void RequestRouter::awaitEnd(const std::shared_ptr<Ending>& ending) {
 }
 
 void RequestRouter::complete(const std::shared_ptr<Ending>& ending) {
+  mainThread_.assertHeld();
   if (std::erase(endings_, ending) == 0) return;
   if (ending->timer != nullptr) ending->timer->invalidate();
   ending->done(RequestResult::kDone);
 }
 
 void RequestRouter::status(std::function<void(const std::string& line)> done) {
+  mainThread_.assertHeld();
   if (phase_ == Phase::kAwaitingFirst) {
     done(R"({"state":"idle","elapsedSeconds":0})");
     return;

@@ -12,6 +12,7 @@
 #include "hosts/linux/base/run_loop.h"
 #include "hosts/linux/bus/requests.h"
 #include "platform/remote_control.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -73,6 +74,7 @@ class RequestRouter : public Requests {
   void showPreferences();
   [[nodiscard]] bool isBusy() const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   LinuxApplication& application_;
   MainLoop& loop_;
   DispatchThreads& dispatch_;

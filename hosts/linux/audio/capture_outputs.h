@@ -13,6 +13,7 @@
 #include "hosts/linux/files/open_file.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
 #include "platform/capture.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -42,6 +43,7 @@ class DataOutput : public platform::CaptureAudioDataOutput,
   }
 
  private:
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::weak_ptr<platform::CaptureAudioDataOutputSampleBufferDelegate> delegate_;
   std::shared_ptr<platform::DispatchQueue> queue_;
 };
@@ -67,6 +69,7 @@ class FileOutput : public platform::CaptureAudioFileOutput,
  private:
   OpenFiles& files_;
   M4aWriterFactory& writers_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const PostToMain postToMain_;
   std::weak_ptr<CaptureRun> run_;
   std::string preset_;

@@ -23,10 +23,12 @@ bool PipeWireCaptureSession::canAddOutput(const platform::CaptureOutputPtr& outp
 }
 
 void PipeWireCaptureSession::addInput(const platform::CaptureDeviceInputPtr& input) {
+  mainThread_.assertHeld();
   if (canAddInput(input)) inputs_.push_back(input);
 }
 
 void PipeWireCaptureSession::addOutput(const platform::CaptureOutputPtr& output) {
+  mainThread_.assertHeld();
   if (canAddOutput(output)) outputs_.push_back(output);
 }
 
@@ -80,6 +82,7 @@ CaptureRun::Events PipeWireCaptureSession::eventsOf(RunNumber number) {
 }
 
 void PipeWireCaptureSession::startRunning() {
+  mainThread_.assertHeld();
   if (run_ != nullptr) {
     run_->announce();
     return;
@@ -111,12 +114,14 @@ void PipeWireCaptureSession::failLater(RunNumber number, const std::string& erro
 }
 
 void PipeWireCaptureSession::stopRunning() {
+  mainThread_.assertHeld();
   if (run_ == nullptr) return;
   run_->end();
   run_.reset();
 }
 
 void PipeWireCaptureSession::onSamples(RunNumber number) {
+  mainThread_.assertHeld();
   if (run_ == nullptr || runNumber_ != number) return;
   const std::shared_ptr<CaptureRun> run = run_;
   // The error will be reported, and nothing else should be.
@@ -126,10 +131,12 @@ void PipeWireCaptureSession::onSamples(RunNumber number) {
 }
 
 void PipeWireCaptureSession::onFailed(RunNumber number, const std::string& message) {
+  mainThread_.assertHeld();
   if (runNumber_ == number) fail(message);
 }
 
 void PipeWireCaptureSession::fail(const std::string& message) {
+  mainThread_.assertHeld();
   if (run_ == nullptr) return;
   stopRunning();
   postRuntimeError(message);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/audio/pipewire_capture.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -67,6 +68,7 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   void postRuntimeError(const std::string& message);
   void post(const char* name, platform::Dictionary userInfo);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const PipeWireCapture::Surroundings surroundings_;
   CaptureRuns& runs_;
   const Notices notices_;

@@ -71,6 +71,7 @@ void DataOutput::setSampleBufferDelegate(
 }
 
 void DataOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string&) {
+  mainThread_.assertHeld();
   if (queue_ == nullptr) return;
   // A new run accepts every consumer.
   std::ignore = run->addConsumer(

@@ -92,6 +92,7 @@ FileOutput::FileOutput(OpenFiles& files, M4aWriterFactory& writers, PostToMain p
     : files_(files), writers_(writers), postToMain_(std::move(postToMain)) {}
 
 void FileOutput::attach(const std::shared_ptr<CaptureRun>& run, const std::string& preset) {
+  mainThread_.assertHeld();
   run_ = run;
   preset_ = preset;
   recording_.reset();  // an earlier, failed run has finished it
@@ -104,6 +105,7 @@ std::uint32_t FileOutput::wantedRate_Hz(std::uint32_t deviceRate_Hz) const {
 void FileOutput::startRecordingToOutputFileURL(
     const std::string& fileURL, const std::string& outputFileType,
     std::weak_ptr<platform::CaptureFileOutputRecordingDelegate> recordingDelegate) {
+  mainThread_.assertHeld();
   using platform::CaptureException;
   const std::shared_ptr<CaptureRun> run = run_.lock();
   if (run == nullptr || run->hasEnded()) {
@@ -153,6 +155,7 @@ void FileOutput::startRecordingToOutputFileURL(
 }
 
 void FileOutput::stopRecording() {
+  mainThread_.assertHeld();
   if (recording_ == nullptr) return;
   if (const std::shared_ptr<CaptureRun> run = run_.lock()) run->endConsumer(recording_);
   recording_.reset();

@@ -44,6 +44,7 @@ class DeviceInput : public platform::CaptureDeviceInput {
 }  // namespace
 
 std::shared_ptr<CaptureRun> CaptureRuns::start(CaptureSource source, CaptureRun::Events events) {
+  mainThread_.assertHeld();
   std::erase_if(runs_, [](const std::shared_ptr<CaptureRun>& run) { return run->hasFinished(); });
   runs_.push_back(std::make_shared<CaptureRun>(std::move(source), std::move(events), rest_, work_));
   return runs_.back();
@@ -71,6 +72,7 @@ void PipeWireCapture::postDeviceNotification(const char* name) {
 
 std::vector<platform::CaptureDevicePtr> PipeWireCapture::devicesWithMediaType(
     platform::MediaType type) {
+  mainThread_.assertHeld();
   std::vector<platform::CaptureDevicePtr> devices;
   if (type != platform::MediaType::kAudio) return devices;
   surroundings_.connection.withGraph([&](const AudioGraph& graph) {
@@ -95,6 +97,7 @@ platform::CaptureDevicePtr PipeWireCapture::defaultDeviceWithMediaType(platform:
 }
 
 platform::CaptureDevicePtr PipeWireCapture::deviceWithUniqueID(const std::string& uniqueID) {
+  mainThread_.assertHeld();
   platform::CaptureDevicePtr device;
   surroundings_.connection.withGraph([&](const AudioGraph& graph) {
     const AudioNode* node = graph.findNode(uniqueID);
@@ -126,6 +129,7 @@ void PipeWireCapture::requestAccessForMediaType(platform::MediaType type,
 }
 
 platform::CaptureSessionPtr PipeWireCapture::createSession() {
+  mainThread_.assertHeld();
   auto session = std::make_shared<PipeWireCaptureSession>(surroundings_, runs_);
   std::erase_if(sessions_, [](const auto& old) { return old.expired(); });
   sessions_.push_back(session);
@@ -158,6 +162,7 @@ std::uint32_t PipeWireCapture::runningRate_Hz(const std::string& uniqueID) const
 }
 
 void PipeWireCapture::failRecording(const std::string& message) {
+  mainThread_.assertHeld();
   // A copy, because the sessions' observers may change the list.
   const auto sessions = sessions_;
   for (const auto& weak : sessions) {
@@ -166,6 +171,7 @@ void PipeWireCapture::failRecording(const std::string& message) {
 }
 
 platform::CaptureSessionPtr PipeWireCapture::createMonitoringSession() {
+  mainThread_.assertHeld();
   return std::make_shared<PipeWireCaptureSession>(surroundings_, runs_,
                                                   PipeWireCaptureSession::Notices::kNone);
 }

@@ -13,6 +13,7 @@
 #include "hosts/linux/permission/microphone_permission.h"
 #include "platform/capture.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -32,6 +33,7 @@ class CaptureRuns {
 
  private:
   PendingWork& work_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::shared_ptr<SourceRest> rest_ = std::make_shared<SourceRest>();
   std::vector<std::shared_ptr<CaptureRun>> runs_;
 };
@@ -90,6 +92,7 @@ class PipeWireCapture : public platform::Capture {
  private:
   void postDeviceNotification(const char* name);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const Surroundings surroundings_;
   CaptureRuns runs_;
   std::vector<std::weak_ptr<PipeWireCaptureSession>> sessions_;  // those that record

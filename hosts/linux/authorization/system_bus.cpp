@@ -25,6 +25,7 @@ void onReply(GObject* connection, GAsyncResult* result, gpointer data) {
 }  // namespace
 
 bool SystemBus::connect() {
+  mainThread_.assertHeld();
   if (connection_ != nullptr && !g_dbus_connection_is_closed(connection_.get())) return true;
   std::string address = address_;
   if (address.empty()) {
@@ -43,6 +44,7 @@ bool SystemBus::connect() {
 
 SystemBus::Reply SystemBus::call(const Method& method, GVariant* arguments, const char* resultType,
                                  int timeout_ms) {
+  mainThread_.assertHeld();
   const VariantPtr owned(g_variant_ref_sink(arguments));
   Call call;
   if (!connect()) {

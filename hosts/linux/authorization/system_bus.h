@@ -6,6 +6,7 @@
 #include <string>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -37,6 +38,7 @@ class SystemBus {
   Reply call(const Method& method, GVariant* arguments, const char* resultType, int timeout_ms);
 
  private:
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::string address_;
   ConnectionPtr connection_;
 };

@@ -64,12 +64,14 @@ std::unique_ptr<LinuxBundle> LinuxBundle::mainBundle(const BundlePaths& paths) {
 }
 
 std::optional<platform::Dictionary> LinuxBundle::infoDictionary() const {
+  mainThread_.assertHeld();
   if (!infoRead_) info_ = readInfo(path_ + "/Contents/Info.json");
   infoRead_ = true;
   return info_;
 }
 
 std::optional<platform::Dictionary> LinuxBundle::localizedInfoDictionary() const {
+  mainThread_.assertHeld();
   auto info = infoDictionary();
   if (!info) return std::nullopt;
   for (const char* key : kLocalizedKeys) {

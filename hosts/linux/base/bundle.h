@@ -6,6 +6,7 @@
 
 #include "hosts/linux/base/string_table.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -42,6 +43,7 @@ class LinuxBundle : public platform::Bundle {
   [[nodiscard]] std::string resourcesPath() const { return path_ + "/Contents/Resources"; }
 
  private:
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string path_;
   const std::unique_ptr<StringTables> strings_;
   mutable bool infoRead_ = false;

@@ -9,6 +9,7 @@
 #include "hosts/linux/base/pending_work.h"
 #include "platform/dispatch.h"
 #include "platform/mutex.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -41,6 +42,7 @@ class DispatchThreads : public platform::Dispatch {
   void joinFinished() RA_REQUIRES(mutex_);
 
   PendingWork pendingWork_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::shared_ptr<MainQueue> mainQueue_;
   platform::Mutex mutex_;
   std::vector<std::shared_ptr<Worker>> workers_ RA_GUARDED_BY(mutex_);

@@ -47,6 +47,7 @@ gboolean MainQueue::onWake(gint fd, GIOCondition, gpointer self) {
 // One item per iteration, with the loop already woken for the next: a loop that runs inside the
 // item (a modal alert) goes on with the items behind it.
 void MainQueue::runNext() {
+  mainThread_.assertHeld();
   std::function<void()> item;
   bool more = false;
   {

@@ -9,6 +9,7 @@
 #include "hosts/linux/base/glib_owners.h"
 #include "platform/dispatch.h"
 #include "platform/mutex.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -33,6 +34,7 @@ class MainQueue : public platform::DispatchQueue {
   void wake();
   void runNext();
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string label_ = "main";
   const loopback::UniqueFd eventFd_;
   SourcePtr source_;

@@ -80,6 +80,7 @@ StringTables::StringTables(std::string folder, std::string domain,
     : folder_(std::move(folder)), domain_(std::move(domain)), languages_(std::move(languages)) {}
 
 const std::string* StringTables::lookUp(const std::string& key) const {
+  mainThread_.assertHeld();
   if (!loaded_) load();
   for (const StringTable& table : tables_) {
     if (const auto found = table.find(key); found != table.end()) return &found->second;

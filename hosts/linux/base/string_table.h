@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/thread_role.h"
+
 namespace linux_host {
 
 // One compiled gettext catalogue (.mo): texts in UTF-8 by their keys.
@@ -36,6 +38,7 @@ class StringTables {
  private:
   void load() const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string folder_;
   const std::string domain_;
   const std::vector<std::string> languages_;

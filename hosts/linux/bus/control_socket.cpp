@@ -60,6 +60,7 @@ ControlSocket::~ControlSocket() {
 }
 
 Expected<bool> ControlSocket::lock() {
+  mainThread_.assertHeld();
   loopback::UniqueFd fd(
       open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
   if (!fd.valid()) return Unexpected(errorText("lock", lockFile_, errno));
@@ -85,6 +86,7 @@ std::string ControlSocket::address() const {
 }
 
 Status ControlSocket::listen(ToolObject& object) {
+  mainThread_.assertHeld();
   if (socket_.size() >= sizeof(sockaddr_un::sun_path)) {
     return Unexpected("the path " + socket_ +
                       " is too long. Set XDG_RUNTIME_DIR to a shorter one.");
@@ -111,6 +113,7 @@ gboolean ControlSocket::onConnection(GDBusServer*, GDBusConnection* connection, 
 }
 
 Expected<ConnectionPtr> ControlSocket::connect(int timeout_ms) const {
+  mainThread_.assertHeld();
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (true) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(

@@ -11,6 +11,7 @@
 #include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/tool_object.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -46,6 +47,7 @@ class ControlSocket {
   static gboolean onConnection(GDBusServer* server, GDBusConnection* connection, gpointer object);
   [[nodiscard]] std::string address() const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string socket_;
   const std::string lockFile_;
   // The lock file stays: removing it could remove one that another instance has just locked.

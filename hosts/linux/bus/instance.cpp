@@ -43,6 +43,7 @@ ControlSocket* Instance::socket() {
 }
 
 Instance::Claim Instance::claim(ToolObject& object) {
+  mainThread_.assertHeld();
   object_ = &object;
   if (bus_.connection() == nullptr) return claimSocket(object, bus_.error());
   // An instance that was started without a bus counts, too.
@@ -108,6 +109,7 @@ std::optional<InstanceClient> Instance::find() {
 }
 
 void Instance::release() {
+  mainThread_.assertHeld();
   if (!std::exchange(ownsName_, false)) return;
   g_dbus_connection_call(bus_.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
                          "org.freedesktop.DBus", "ReleaseName", g_variant_new("(s)", kBusName),

@@ -11,6 +11,7 @@
 #include "hosts/linux/bus/instance_client.h"
 #include "hosts/linux/bus/session_bus.h"
 #include "hosts/linux/bus/tool_object.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -47,6 +48,7 @@ class Instance {
   static void onBusClosed(GDBusConnection* connection, gboolean remotePeerVanished, GError* error,
                           gpointer self);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   SessionBus& bus_;
   const std::function<std::string()> temporaryDirectory_;
   std::string socketError_;

@@ -68,6 +68,7 @@ void PortalRequest::onIntroduced(GObject* bus, GAsyncResult* result, gpointer da
 }
 
 void PortalRequest::cancel() {
+  mainThread_.assertHeld();
   if (std::exchange(handler_, nullptr) == nullptr) return;
   stopListening();
   g_dbus_connection_call(bus_.get(), kPortalName, path_.c_str(), kRequestInterface, "Close",
@@ -83,6 +84,7 @@ std::string PortalRequest::requestPath() const {
 }
 
 void PortalRequest::listen(const std::string& path) {
+  mainThread_.assertHeld();
   if (path == path_) return;
   if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_.get(), subscription_);
   path_ = path;
@@ -99,6 +101,7 @@ void PortalRequest::stopListening() {
 }
 
 void PortalRequest::answer(Outcome outcome, GVariant* results, const std::string& error) {
+  mainThread_.assertHeld();
   const Self self = shared_from_this();  // the subscription may hold the last reference
   stopListening();
   if (auto handler = std::exchange(handler_, nullptr)) handler(outcome, results, error);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -66,6 +67,7 @@ class PortalRequest : public std::enable_shared_from_this<PortalRequest> {
   void stopListening();
   void answer(Outcome outcome, GVariant* results = nullptr, const std::string& error = {});
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const ConnectionPtr bus_;
   const std::string token_;
   const char* const interface_;

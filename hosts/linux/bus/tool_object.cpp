@@ -86,6 +86,7 @@ ToolObject::~ToolObject() {
 }
 
 Status ToolObject::exportOn(GDBusConnection* connection) {
+  mainThread_.assertHeld();
   static const GDBusInterfaceVTable kCalls = {
       &ToolObject::onMethodCall, &ToolObject::onGetProperty, nullptr, {}};
   auto entry = std::make_unique<Export>();
@@ -135,6 +136,7 @@ void ToolObject::onMethodCall(GDBusConnection*, const gchar*, const gchar*, cons
 // The interfaces' method names do not overlap, and GDBus passes no others on.
 void ToolObject::call(const std::string& method, GVariant* parameters,
                       GDBusMethodInvocation* invocation) {
+  mainThread_.assertHeld();
   if (const auto token = activationTokenIn(parameters)) requests_.useActivationToken(*token);
   if (method == "Activate") {
     answer(invocation);
@@ -194,6 +196,7 @@ GVariant* ToolObject::property(const std::string& name) const {
 }
 
 void ToolObject::toolDataDidChange(const suite::ToolData& data) {
+  mainThread_.assertHeld();
   const suite::ToolData before = std::exchange(data_, data);
   GVariantBuilder changed;
   g_variant_builder_init(&changed, G_VARIANT_TYPE("a{sv}"));
@@ -215,6 +218,7 @@ void ToolObject::toolDataDidChange(const suite::ToolData& data) {
 }
 
 void ToolObject::flushAll(int timeout_ms) {
+  mainThread_.assertHeld();
   for (const auto& entry : exports_) flush(entry->connection.get(), timeout_ms);
 }
 

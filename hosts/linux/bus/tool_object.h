@@ -10,6 +10,7 @@
 #include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/bus/requests.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -64,6 +65,7 @@ class ToolObject : public suite::ToolDataObserver {
   [[nodiscard]] GVariant* property(const std::string& name) const;
   void withdraw(Export& entry);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   Requests& requests_;
   const NodeInfoPtr node_;
   suite::ToolData data_;

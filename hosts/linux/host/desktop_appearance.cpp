@@ -90,6 +90,7 @@ Appearance desktopAppearance(GDBusConnection* bus) {
 }
 
 void AppearanceWatch::follow(std::function<void()> onChange) {
+  mainThread_.assertHeld();
   onChange_ = std::move(onChange);
   if (subscription_ != 0) g_dbus_connection_signal_unsubscribe(bus_, subscription_);
   subscription_ = 0;

@@ -9,6 +9,7 @@
 
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/windows/windows_module.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -35,6 +36,7 @@ class AppearanceWatch {
   void watchPortal();
   void watchDesktop(const char* schema, const char* key);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   std::function<void()> onChange_;
   guint subscription_ = 0;

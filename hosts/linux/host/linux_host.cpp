@@ -189,6 +189,7 @@ LinuxHost::LinuxHost(std::vector<std::string> arguments, Purpose purpose)
 LinuxHost::~LinuxHost() = default;
 
 std::optional<int> LinuxHost::becomeInstance(const std::vector<std::string>& uris) {
+  mainThread_.assertHeld();
   switch (claimOrHandOver(instance_, toolObject_, uris)) {
     case HandOver::kBecameInstance:
       activationTokens_.giveFromEnvironment();
@@ -288,6 +289,7 @@ void LinuxHost::refreshRemark() {
 }
 
 void LinuxHost::reportStall(bool stalled) {
+  mainThread_.assertHeld();
   if (!stalled) return;
   capture_.failRecording(noAnswerText("write", *stalledFile_) +
                          " The recording ends here; what was recorded before is kept.");
@@ -330,6 +332,7 @@ bool LinuxHost::waitForFiles() {
 }
 
 void LinuxHost::saveRecording(std::function<void()> saved) {
+  mainThread_.assertHeld();
   application_.terminate();
   // The notification must not hold up the machine.
   dispatch_.whenIdleOnMain(std::move(saved));
@@ -365,6 +368,7 @@ int LinuxHost::exitStatus() const {
 
 int LinuxHost::run(std::shared_ptr<platform::ApplicationDelegate> delegate,
                    std::shared_ptr<platform::RemoteControl> remote, const Launch& launch) {
+  mainThread_.assertHeld();
   showInDesktop();
   application_.setDelegate(delegate);
   remote->setOnStateChange([this, weak = std::weak_ptr(remote)] {

@@ -51,6 +51,7 @@
 #include "hosts/linux/windows/windows_loader.h"
 #include "hosts/linux/workspace/folder_chooser.h"
 #include "hosts/linux/workspace/workspace.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 #include "suite/environment.h"
 
@@ -188,6 +189,7 @@ class LinuxHost {
   SessionEnd sessionEnd();
 
   // Declared in the order of their dependencies.
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string startupId_ = takeStartupId();
   const std::string executable_;
   ActivationTokens activationTokens_;

@@ -18,6 +18,7 @@ RecordingWatch::~RecordingWatch() {
 }
 
 void RecordingWatch::toolDataDidChange(const suite::ToolData& data) {
+  mainThread_.assertHeld();
   const bool recording = isRecording(data);
   if (recording == (timer_ != nullptr)) return;
   if (recording) {
@@ -31,6 +32,7 @@ void RecordingWatch::toolDataDidChange(const suite::ToolData& data) {
 }
 
 void RecordingWatch::look() {
+  mainThread_.assertHeld();
   for (Watched& watched : watched_) {
     // The handler of an earlier finding may have ended the recording.
     if (timer_ != nullptr) set(watched, watched.finding.isSo());

@@ -10,6 +10,7 @@
 
 #include "platform/foundation.h"
 #include "platform/remote_control.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -49,6 +50,7 @@ class RecordingWatch : public suite::ToolDataObserver {
   void look();
   static void set(Watched& watched, bool isSo);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   platform::RunLoop& loop_;
   std::vector<Watched> watched_;
   const std::function<void(bool begins)> onRecording_;

@@ -69,6 +69,7 @@ DBusMenu::~DBusMenu() {
 }
 
 Status DBusMenu::exportOn(GDBusConnection* connection) {
+  mainThread_.assertHeld();
   static const GDBusInterfaceVTable kTable = {onMethodCall, onGetProperty, nullptr, {}};
   GError* failure = nullptr;
   registration_ = g_dbus_connection_register_object(connection, kPath, node_->interfaces[0],
@@ -80,6 +81,7 @@ Status DBusMenu::exportOn(GDBusConnection* connection) {
 }
 
 void DBusMenu::setItems(std::vector<MenuItem> items) {
+  mainThread_.assertHeld();
   if (items == items_) return;
   const bool sameShape = std::equal(items.begin(), items.end(), items_.begin(), items_.end(),
                                     [](const MenuItem& a, const MenuItem& b) {
@@ -206,6 +208,7 @@ void DBusMenu::answerProperty(GVariant* parameters, GDBusMethodInvocation* invoc
 
 void DBusMenu::call(const std::string& method, GVariant* parameters,
                     GDBusMethodInvocation* invocation) {
+  mainThread_.assertHeld();
   if (method == "GetProperty") {
     answerProperty(parameters, invocation);
     return;

@@ -8,6 +8,7 @@
 
 #include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -54,6 +55,7 @@ class DBusMenu {
   void tell(const std::vector<int>& ids) const;
   void emit(const char* signal, GVariant* parameters);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   std::function<void(int id)> onChoice_;
   std::vector<MenuItem> items_;
   guint32 revision_ = 1;

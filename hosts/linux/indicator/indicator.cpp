@@ -63,6 +63,7 @@ void Indicator::setRemark(const std::string& remark) {
 }
 
 void Indicator::refresh() {
+  mainThread_.assertHeld();
   std::string toolTip = menuText_;
   if (!remark_.empty()) toolTip += (toolTip.empty() ? "" : "\n") + remark_;
   item_.setLook({iconName_, text("Record Audio"), toolTip, menuText_, false});
@@ -82,6 +83,7 @@ std::vector<MenuItem> Indicator::menu() const {
 }
 
 void Indicator::choose(int id) {
+  mainThread_.assertHeld();
   const auto ask = [this](const char* action) { requests_.action(action, [](RequestResult) {}); };
   switch (id) {
     case kStopItem:

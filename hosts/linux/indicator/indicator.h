@@ -9,6 +9,7 @@
 #include "hosts/linux/bus/requests.h"
 #include "hosts/linux/indicator/status_notifier_item.h"
 #include "platform/foundation.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -42,6 +43,7 @@ class Indicator : public IndicatorObserver, public suite::ToolDataObserver {
 
   GDBusConnection* const bus_;
   Requests& requests_;
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const platform::Bundle& strings_;
   std::string iconName_;
   std::string menuText_;

@@ -114,6 +114,7 @@ void StatusNotifierItem::onTrayVanished(GDBusConnection*, const gchar*, gpointer
 }
 
 void StatusNotifierItem::setVisible(bool visible) {
+  mainThread_.assertHeld();
   if (visible == (phase_ == Phase::kShown)) return;
   if (visible) {
     show();
@@ -200,6 +201,7 @@ void StatusNotifierItem::registerWithTray() {
 }
 
 void StatusNotifierItem::setLook(const Look& look) {
+  mainThread_.assertHeld();
   look_ = look;
   if (announcement_ != 0) return;
   announcement_ = g_idle_add_full(
@@ -214,6 +216,7 @@ void StatusNotifierItem::setLook(const Look& look) {
 }
 
 void StatusNotifierItem::announce() {
+  mainThread_.assertHeld();
   const Look before = std::exchange(announced_, look_);
   if (before.iconName != look_.iconName) emit("NewIcon");
   if (before.toolTipTitle != look_.toolTipTitle || before.toolTipText != look_.toolTipText) {
@@ -229,6 +232,7 @@ void StatusNotifierItem::announce() {
 }
 
 void StatusNotifierItem::setMenu(std::vector<MenuItem> items) {
+  mainThread_.assertHeld();
   menuItems_ = std::move(items);
   if (menu_) menu_->setItems(menuItems_);
 }
@@ -255,6 +259,7 @@ void StatusNotifierItem::onMethodCall(GDBusConnection*, const gchar*, const gcha
 
 void StatusNotifierItem::act(std::string_view method, GVariant* parameters,
                              GDBusMethodInvocation* invocation) {
+  mainThread_.assertHeld();
   if (method == "ProvideXdgActivationToken" && callbacks_.onActivationToken) {
     const VariantPtr token(g_variant_get_child_value(parameters, 0));
     callbacks_.onActivationToken(g_variant_get_string(token.get(), nullptr));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hosts/linux/indicator/dbus_menu.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -79,6 +80,7 @@ class StatusNotifierItem {
   [[nodiscard]] GVariant* toolTip() const;
   void emit(const char* signal, GVariant* parameters = nullptr);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const connection_;
   const std::string id_;
   const std::string title_;

@@ -80,6 +80,7 @@ void NotificationServer::notify(GVariant* parameters,
 }
 
 void NotificationServer::close(guint32 id) {
+  mainThread_.assertHeld();
   g_dbus_connection_call(bus_, kService, kPath, kService, "CloseNotification",
                          g_variant_new("(u)", id), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
                          kBusTimeout_ms, nullptr, nullptr, nullptr);
@@ -87,6 +88,7 @@ void NotificationServer::close(guint32 id) {
 
 void NotificationServer::call(const char* method, GVariant* parameters, const char* answerType,
                               Answer answer) {
+  mainThread_.assertHeld();
   g_dbus_connection_call(bus_, kService, kPath, kService, method, parameters,
                          G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NONE, kBusTimeout_ms,
                          nullptr, &NotificationServer::onAnswer,

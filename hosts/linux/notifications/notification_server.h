@@ -11,6 +11,7 @@
 
 #include "hosts/linux/base/expected.h"
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -64,6 +65,7 @@ class NotificationServer {
   void call(const char* method, GVariant* parameters, const char* answerType, Answer answer);
   void listenTo(const char* signal);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const Events events_;
   // Tells pending calls whether the server still exists.

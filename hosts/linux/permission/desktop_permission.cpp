@@ -38,6 +38,7 @@ bool DesktopMicrophonePermission::isKnown() {
 }
 
 AuthorizationStatus DesktopMicrophonePermission::status() {
+  mainThread_.assertHeld();
   if (isSwitchedOff().value_or(false)) return AuthorizationStatus::kDenied;
   const StoreAnswer answer = askStore();
   if (answer.entry == "no") return AuthorizationStatus::kDenied;
@@ -46,6 +47,7 @@ AuthorizationStatus DesktopMicrophonePermission::status() {
 }
 
 void DesktopMicrophonePermission::request(std::function<void(bool)> handler) {
+  mainThread_.assertHeld();
   GDBusConnection* bus = sessionBus_();
   if (bus == nullptr) {
     handler(status() == AuthorizationStatus::kAuthorized);

@@ -11,6 +11,7 @@
 
 #include "hosts/linux/bus/portal_request.h"
 #include "hosts/linux/permission/microphone_permission.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -49,6 +50,7 @@ class DesktopMicrophonePermission : public MicrophonePermission {
   // Null when the desktop has no such switch.
   [[nodiscard]] static std::optional<bool> isSwitchedOff();
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const SessionBus sessionBus_;
   std::vector<std::weak_ptr<PortalRequest>> questions_;
 };

@@ -41,6 +41,7 @@ SessionClient::~SessionClient() {
 }
 
 void SessionClient::toolDataDidChange(const suite::ToolData& data) {
+  mainThread_.assertHeld();
   if (!isRecording(data)) {
     asked_ = false;
     return;
@@ -102,6 +103,7 @@ void SessionClient::onSignal(GDBusConnection*, const gchar*, const gchar* path, 
 }
 
 void SessionClient::answer() {
+  mainThread_.assertHeld();
   g_dbus_connection_call(bus_, kManager, path_.c_str(), kClientInterface, "EndSessionResponse",
                          g_variant_new("(bs)", TRUE, ""), nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
                          kBusTimeout_ms, nullptr, nullptr, nullptr);

@@ -5,6 +5,7 @@
 
 #include "hosts/linux/bus/dbus_support.h"
 #include "hosts/linux/power/session_end.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -36,6 +37,7 @@ class SessionClient : public suite::ToolDataObserver {
                        const gchar* interfaceName, const gchar* signal, GVariant* parameters,
                        gpointer self);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const std::string startupId_;
   const SessionEnd end_;

@@ -22,6 +22,7 @@ SessionNames::~SessionNames() {
 }
 
 void SessionNames::toolDataDidChange(const suite::ToolData& data) {
+  mainThread_.assertHeld();
   if (!isRecording(data)) {
     forget();
   } else if (isBusThere() && watches_.empty() && data.menuText != "00:00") {
@@ -34,6 +35,7 @@ bool SessionNames::isBusThere() const {
 }
 
 void SessionNames::watch() {
+  mainThread_.assertHeld();
   for (const char* manager : kManagers) {
     watches_.push_back(g_bus_watch_name_on_connection(bus_, manager, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                                       onAppeared, onVanished, this, nullptr));
@@ -41,6 +43,7 @@ void SessionNames::watch() {
 }
 
 void SessionNames::forget() {
+  mainThread_.assertHeld();
   for (const guint watch : std::exchange(watches_, {})) g_bus_unwatch_name(watch);
   isThere_.clear();
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/bus/dbus_support.h"
+#include "platform/thread_role.h"
 #include "suite/embedded_suite.h"
 
 namespace linux_host {
@@ -34,6 +35,7 @@ class SessionNames : public suite::ToolDataObserver {
                          gpointer self);
   static void onVanished(GDBusConnection* bus, const gchar* name, gpointer self);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const std::function<void()> onOver_;
   std::map<std::string, bool> isThere_;

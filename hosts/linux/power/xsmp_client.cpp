@@ -50,6 +50,7 @@ XsmpClient::~XsmpClient() {
 }
 
 void XsmpClient::connect() {
+  mainThread_.assertHeld();
   const char* managers = std::getenv("SESSION_MANAGER");
   if (managers == nullptr || *managers == '\0' || thread_.joinable()) return;
   const auto answer = [this] {
@@ -87,6 +88,7 @@ void XsmpClient::open(const std::shared_ptr<Shared>& shared,
 }
 
 void XsmpClient::watch() {
+  mainThread_.assertHeld();
   {
     const platform::MutexLock lock(shared_->mutex);
     connection_ = std::move(shared_->connection);

@@ -12,6 +12,7 @@
 #include "hosts/linux/power/xsmp_module.h"
 #include "platform/dispatch.h"
 #include "platform/mutex.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -44,6 +45,7 @@ class XsmpClient {
   static gboolean onReadable(gint descriptor, GIOCondition condition, gpointer self);
   void watch();
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const SessionEnd end_;
   const std::shared_ptr<platform::DispatchQueue> mainQueue_;
   const std::vector<std::string> folders_;

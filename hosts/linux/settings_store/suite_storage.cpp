@@ -88,6 +88,7 @@ SuiteStorage::SuiteStorage(XdgFolders folders)
       extendedLogging_(saysYes(std::getenv("KORVEL_EXTENDED_LOGGING"))) {}
 
 void SuiteStorage::appendEvent(const suite::UsageEvent& event) {
+  mainThread_.assertHeld();
   const std::string folder = std::filesystem::path(events_).parent_path().string();
   std::string error = makeFolders(folder, kPrivateSuiteFolder);
   if (error.empty()) {
@@ -118,6 +119,7 @@ std::string SuiteStorage::chosenFolder(const std::string& tool) const {
 }
 
 std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
+  mainThread_.assertHeld();
   std::string folder = chosenFolder(tool);
   const bool isChosen = !folder.empty();
   if (!isChosen) folder = folders_.music;
@@ -143,6 +145,7 @@ std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
 }
 
 std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::string& folder) {
+  mainThread_.assertHeld();
   if (!folder.starts_with('/')) return "Cannot use " + folder + ": it is not an absolute path.";
   const std::string plain = withoutTrailingSlash(folder);
   const auto failure = folderCalls_->within([plain] { return whyNotWritable(plain); });

@@ -7,6 +7,7 @@
 #include "hosts/linux/files/file_calls.h"
 #include "hosts/linux/settings_store/json_file.h"
 #include "hosts/linux/settings_store/xdg_folders.h"
+#include "platform/thread_role.h"
 #include "suite/storage.h"
 
 namespace linux_host {
@@ -31,6 +32,7 @@ class SuiteStorage : public suite::Storage {
  private:
   [[nodiscard]] std::string chosenFolder(const std::string& tool) const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const XdgFolders folders_;
   const std::shared_ptr<FileCalls> folderCalls_ = std::make_shared<FileCalls>();
   std::string lastOutputFolder_;

@@ -80,6 +80,7 @@ GlobalShortcut::~GlobalShortcut() {
 }
 
 void GlobalShortcut::leave() {
+  mainThread_.assertHeld();
   onChange_ = nullptr;
   done_ = nullptr;
   isWanted_ = false;
@@ -93,6 +94,7 @@ void GlobalShortcut::leave() {
 }
 
 void GlobalShortcut::enter(ShortcutPhase phase) {
+  mainThread_.assertHeld();
   if (!mayFollow(phase_, phase)) {
     // The key does not work, but a recording goes on.
     logMessage(LogLevel::kError,
@@ -115,6 +117,7 @@ void GlobalShortcut::tell() const {
 // Requests from the program.
 
 void GlobalShortcut::resume() {
+  mainThread_.assertHeld();
   if (bus_ == nullptr || !wish_.isWanted()) return;
   isWanted_ = true;
   if (phase_ == ShortcutPhase::kUnknown) look();
@@ -122,6 +125,7 @@ void GlobalShortcut::resume() {
 }
 
 void GlobalShortcut::follow(std::function<void(const Shortcut&)> onChange) {
+  mainThread_.assertHeld();
   onChange_ = std::move(onChange);
   if (!onChange_) done_ = nullptr;
   if (bus_ != nullptr && onChange_ && phase_ == ShortcutPhase::kUnknown) look();
@@ -129,6 +133,7 @@ void GlobalShortcut::follow(std::function<void(const Shortcut&)> onChange) {
 }
 
 void GlobalShortcut::choose(const std::string& parentWindow, Done done) {
+  mainThread_.assertHeld();
   if (bus_ == nullptr || done_) {
     done({bus_ == nullptr ? Outcome::kFailed : Outcome::kDeclined, {}});
     return;
@@ -395,6 +400,7 @@ bool GlobalShortcut::concernsUs(GVariant* parameters) const {
 }
 
 void GlobalShortcut::onActivated(GVariant* parameters) {
+  mainThread_.assertHeld();
   const gchar* id = nullptr;
   g_variant_get_child(parameters, 1, "&s", &id);
   if (!concernsUs(parameters) || std::string(id) != kShortcut) return;
@@ -408,6 +414,7 @@ void GlobalShortcut::onActivated(GVariant* parameters) {
 }
 
 void GlobalShortcut::onChanged(GVariant* parameters) {
+  mainThread_.assertHeld();
   if (!concernsUs(parameters)) return;
   const VariantPtr shortcuts(g_variant_get_child_value(parameters, 1));
   trigger_ = triggerAmong(shortcuts.get());

@@ -12,6 +12,7 @@
 #include "hosts/linux/shortcuts/shortcut_phase.h"
 #include "hosts/linux/shortcuts/shortcut_wish.h"
 #include "hosts/linux/windows/windows_module.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -93,6 +94,7 @@ class GlobalShortcut {
   [[nodiscard]] bool concernsUs(GVariant* parameters) const;
   [[nodiscard]] GVariant* ourShortcuts() const;
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   const std::string description_;
   ShortcutWish& wish_;

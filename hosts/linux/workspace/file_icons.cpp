@@ -34,6 +34,7 @@ FileIcons::~FileIcons() {
 }
 
 void FileIcons::set(const std::string& file, const std::string& iconFile) {
+  mainThread_.assertHeld();
   {
     const platform::MutexLock lock(shared_->mutex);
     shared_->changes.push_back({file, iconFile});
@@ -80,6 +81,7 @@ void FileIcons::apply(const Change& change) {
 }
 
 void FileIcons::finish(int timeout_ms) {
+  mainThread_.assertHeld();
   platform::MutexLock lock(shared_->mutex);
   shared_->changed.wait_for(
       lock, std::chrono::milliseconds(timeout_ms),

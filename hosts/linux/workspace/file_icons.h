@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/mutex.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -42,6 +43,7 @@ class FileIcons {
   static void run(Shared& shared);
   static void apply(const Change& change);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
   std::thread thread_;
 };

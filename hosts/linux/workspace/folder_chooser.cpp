@@ -46,6 +46,7 @@ FolderChooser::~FolderChooser() {
 
 void FolderChooser::choose(const std::string& parentWindow, const std::string& title,
                            const std::string& folder, Done done) {
+  mainThread_.assertHeld();
   if (bus_ == nullptr) {
     done(Outcome::kUnavailable, {});
     return;
@@ -69,6 +70,7 @@ void FolderChooser::onVersion(GObject* bus, GAsyncResult* result, gpointer raw) 
 }
 
 void FolderChooser::ask(const Question& question) {
+  mainThread_.assertHeld();
   const auto arguments = [&question](GVariantBuilder* options) {
     g_variant_builder_add(options, "{sv}", "directory", g_variant_new_boolean(TRUE));
     g_variant_builder_add(options, "{sv}", "modal", g_variant_new_boolean(TRUE));

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "hosts/linux/bus/portal_request.h"
+#include "platform/thread_role.h"
 
 namespace linux_host {
 
@@ -40,6 +41,7 @@ class FolderChooser {
   static void onVersion(GObject* bus, GAsyncResult* result, gpointer question);
   void ask(const Question& question);
 
+  platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   GDBusConnection* const bus_;
   // Tells pending calls whether the chooser still exists.
   const std::shared_ptr<FolderChooser*> self_ = std::make_shared<FolderChooser*>(this);

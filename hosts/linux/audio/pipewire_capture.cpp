@@ -137,6 +137,7 @@ platform::CaptureSessionPtr PipeWireCapture::createSession() {
 }
 
 bool PipeWireCapture::recordsSilence() const {
+  mainThread_.assertHeld();
   return std::any_of(sessions_.begin(), sessions_.end(), [](const auto& weak) {
     const auto session = weak.lock();
     return session != nullptr && session->isSilent();
@@ -144,6 +145,7 @@ bool PipeWireCapture::recordsSilence() const {
 }
 
 std::uint64_t PipeWireCapture::lost_frames() const {
+  mainThread_.assertHeld();
   std::uint64_t frames = 0;
   for (const auto& weak : sessions_) {
     if (const auto session = weak.lock()) frames += session->lost_frames();
@@ -152,6 +154,7 @@ std::uint64_t PipeWireCapture::lost_frames() const {
 }
 
 std::uint32_t PipeWireCapture::runningRate_Hz(const std::string& uniqueID) const {
+  mainThread_.assertHeld();
   std::uint32_t rate_Hz = 0;
   for (const auto& weak : sessions_) {
     if (const auto session = weak.lock()) {

@@ -195,9 +195,13 @@ TEST_F(LoopTest, PerformsActionsAfterTheCurrentEvent) {
 }
 
 TEST_F(LoopTest, DoesNotRunWhenQuitCameFirst) {
+  bool hasRun = false;
+  const auto timer =
+      loop_.scheduledTimer(0, {}, false, [&](const platform::TimerPtr&) { hasRun = true; });
   loop_.quit();
   loop_.run();
-  EXPECT_TRUE(loop_.hasQuit());
+  EXPECT_FALSE(hasRun);
+  timer->invalidate();
 }
 
 TEST_F(LoopTest, MainQueueRunsItemsOfAllThreadsInTheirOrderOnTheMainThread) {

@@ -40,8 +40,6 @@ class LinuxBundle : public platform::Bundle {
   // The language of those strings, as its table is named.
   [[nodiscard]] std::string language() const;
 
-  [[nodiscard]] std::string resourcesPath() const { return path_ + "/Contents/Resources"; }
-
  private:
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};
   const std::string path_;

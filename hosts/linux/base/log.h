@@ -7,7 +7,7 @@
 namespace linux_host {
 
 // With syslog's numbers.
-enum class LogLevel : int { kError = 3, kWarning = 4, kInfo = 6, kDebug = 7 };
+enum class LogLevel : int { kError = 3, kWarning = 4, kInfo = 6 };
 
 // Writes to stderr with one system call: "record-audio: text", or "<level>text" line by line when
 // stderr is the journal. Any thread except an audio callback.

@@ -31,7 +31,6 @@ class MainLoop : public platform::RunLoop {
   // Takes effect after the current step. Also works from within a loop that an alert runs; that
   // loop ends.
   void quit();
-  [[nodiscard]] bool hasQuit() const { return quit_; }
 
  private:
   platform::ThreadRole mainThread_{platform::ThreadRole::Holder::kMaker};

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <string_view>
 #include <utility>
 
@@ -49,32 +50,39 @@ void RequestRouter::setWindows(std::function<bool()> areVisible,
   raiseWindows_ = std::move(raise);
 }
 
+void RequestRouter::enter(Phase next) {
+  assert(next > phase_);
+  assert(next != Phase::kRunning || phase_ == Phase::kLaunching);
+  phase_ = next;
+}
+
 void RequestRouter::launch(const std::vector<std::string>& pathsToOpen) {
   mainThread_.assertHeld();
   if (firstRequestTimer_ != nullptr) firstRequestTimer_->invalidate();
-  phase_ = Phase::kLaunching;
+  enter(Phase::kLaunching);
   application_.launch(pathsToOpen);
   if (application_.hasTerminated()) return;
-  phase_ = Phase::kRunning;
+  enter(Phase::kRunning);
   const auto waiting = std::exchange(waiting_, {});
   for (const auto& request : waiting) request();
 }
 
 void RequestRouter::launchOnFirstRequest() {
   mainThread_.assertHeld();
-  phase_ = Phase::kAwaitingFirst;
+  enter(Phase::kAwaitingFirst);
   firstRequestTimer_ = loop_.scheduledTimer(kFirstRequestWait_s, {}, false,
                                             [this](const platform::TimerPtr&) { endUnlaunched(); });
 }
 
 void RequestRouter::endUnlaunched() {
+  mainThread_.assertHeld();
   if (phase_ == Phase::kAwaitingFirst) application_.terminate();
 }
 
 void RequestRouter::finish() {
   mainThread_.assertHeld();
   if (phase_ == Phase::kOver) return;
-  phase_ = Phase::kOver;
+  enter(Phase::kOver);
   if (firstRequestTimer_ != nullptr) firstRequestTimer_->invalidate();
   const auto endings = endings_;
   for (const auto& ending : endings) complete(ending);
@@ -84,6 +92,7 @@ void RequestRouter::finish() {
 }
 
 void RequestRouter::whenRunning(std::function<void()> request) {
+  mainThread_.assertHeld();
   // An alert during the launch may wait for a long time; other requests are still answered.
   const bool launchWaits = phase_ == Phase::kLaunching && isAlertShowing_();
   if (phase_ == Phase::kRunning || launchWaits) {
@@ -189,6 +198,7 @@ bool RequestRouter::isBusy() const {
 
 // A pending start ends a little later, and its writers after it.
 void RequestRouter::awaitEnd(const std::shared_ptr<Ending>& ending) {
+  mainThread_.assertHeld();
   if (phase_ != Phase::kRunning) return;
   if (isBusy() && ++ending->polls < kMostEndPolls) {
     ending->timer = loop_.scheduledTimer(

@@ -62,8 +62,18 @@ class RequestRouter : public Requests {
   void status(std::function<void(const std::string& line)> done) override;
 
  private:
+  // The allowed changes:
+  //   kBefore         the program has not been launched           -> kAwaitingFirst, kLaunching,
+  //                                                                  kOver
+  //   kAwaitingFirst  the request that started it is to follow    -> kLaunching, kOver
+  //   kLaunching      requests wait, except while an alert shows  -> kRunning, kOver
+  //   kRunning        they are carried out                        -> kOver
+  //   kOver           they are dropped
   enum class Phase { kBefore, kAwaitingFirst, kLaunching, kRunning, kOver };
   struct Ending;
+
+  // The only function that changes the phase.
+  void enter(Phase next) RA_REQUIRES(mainThread_);
 
   // Runs `request` now or, before the launch is complete, after it.
   void whenRunning(std::function<void()> request);
@@ -88,7 +98,7 @@ class RequestRouter : public Requests {
   std::function<void()> onNothingRecorded_ = [] {};
   // Whether the next request comes from a click in the desktop, not from a script.
   bool isClick_ = false;
-  Phase phase_ = Phase::kBefore;
+  Phase phase_ RA_GUARDED_BY(mainThread_) = Phase::kBefore;
   platform::TimerPtr firstRequestTimer_;
   std::vector<std::function<void()>> waiting_;
   std::vector<std::shared_ptr<Ending>> endings_;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <string_view>
 #include <utility>
 
@@ -123,10 +124,16 @@ void StatusNotifierItem::setVisible(bool visible) {
   }
 }
 
+void StatusNotifierItem::enter(Phase next) {
+  assert(next != Phase::kShown || phase_ != Phase::kShown);
+  assert(next != Phase::kLeaving || phase_ == Phase::kShown);
+  phase_ = next;
+}
+
 void StatusNotifierItem::show() {
   if (phase_ == Phase::kHidden) exportObjects();
   forgetSource(&leaving_);
-  phase_ = Phase::kShown;
+  enter(Phase::kShown);
   announced_ = look_;
   if (ownedName_ != 0) return;
   busName_ = "org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1";
@@ -141,7 +148,7 @@ void StatusNotifierItem::show() {
 }
 
 void StatusNotifierItem::leave() {
-  phase_ = Phase::kLeaving;
+  enter(Phase::kLeaving);
   const gint64 quiet_ms = (g_get_monotonic_time() - lastEmission_us_) / 1000;
   leaving_ = g_timeout_add(
       static_cast<guint>(std::clamp<gint64>(kQuiet_ms - quiet_ms, 0, kQuiet_ms)),
@@ -184,7 +191,7 @@ void StatusNotifierItem::exportObjects() {
 void StatusNotifierItem::withdrawObjects() {
   forgetSource(&leaving_);
   answerWaiting();
-  phase_ = Phase::kHidden;
+  enter(Phase::kHidden);
   releaseName();
   if (registration_ == 0) return;
   g_dbus_connection_unregister_object(connection_, registration_);

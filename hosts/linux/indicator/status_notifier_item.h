@@ -52,7 +52,15 @@ class StatusNotifierItem {
   void setMenu(std::vector<MenuItem> items);
 
  private:
+  // The allowed changes; the end of the item leads to kHidden from each of them.
+  //   kHidden   the item is not on the bus                       -> kShown
+  //   kShown    it is, and has a name for as long as it is shown -> kLeaving
+  //   kLeaving  trays are given the time for their last
+  //             questions, first with the name, then without     -> kShown, kHidden
   enum class Phase { kHidden, kShown, kLeaving };
+
+  // The only function that changes the phase.
+  void enter(Phase next);
 
   static void onMethodCall(GDBusConnection* connection, const gchar* sender, const gchar* path,
                            const gchar* interfaceName, const gchar* method, GVariant* parameters,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/notifications/recording_notice.h"
 
+#include <cassert>
 #include <memory>
 #include <utility>
 
@@ -84,12 +85,19 @@ void RecordingNotice::toolDataDidChange(const suite::ToolData& data) {
   refresh();
 }
 
+void RecordingNotice::enter(Phase next) {
+  assert(next != Phase::kComing || phase_ == Phase::kGone);
+  assert(next != Phase::kShown || phase_ == Phase::kComing || phase_ == Phase::kShown);
+  assert(next != Phase::kDismissed || phase_ == Phase::kShown);
+  phase_ = next;
+}
+
 void RecordingNotice::refresh() {
   mainThread_.assertHeld();
-  if (!recording_ && phase_ == Phase::kDismissed) phase_ = Phase::kGone;
+  if (!recording_ && phase_ == Phase::kDismissed) enter(Phase::kGone);
   const bool wanted = needed_ && recording_;
   if (wanted && phase_ == Phase::kGone) {
-    phase_ = Phase::kComing;
+    enter(Phase::kComing);
     if (keepsList_) return show();
     server_.askCapabilities([this](const auto& names) { serverCan(names); });
   } else if (phase_ == Phase::kShown) {
@@ -125,14 +133,14 @@ void RecordingNotice::show() {
 }
 
 void RecordingNotice::close() {
-  phase_ = Phase::kGone;
+  enter(Phase::kGone);
   server_.close(std::exchange(id_, 0));
 }
 
 void RecordingNotice::serverCan(const Expected<NotificationServer::Capabilities>& names) {
   // Without a server nothing can be shown; the next change tries again.
   if (!names || !needed_ || !recording_) {
-    phase_ = Phase::kGone;
+    enter(Phase::kGone);
     return;
   }
   keepsList_ = names->contains("persistence");
@@ -141,7 +149,7 @@ void RecordingNotice::serverCan(const Expected<NotificationServer::Capabilities>
 
 void RecordingNotice::isShownAs(const Expected<guint32>& id) {
   if (!id) {
-    phase_ = Phase::kGone;
+    enter(Phase::kGone);
     id_ = 0;
     return;
   }
@@ -149,7 +157,7 @@ void RecordingNotice::isShownAs(const Expected<guint32>& id) {
   const bool isLate = phase_ != Phase::kComing && phase_ != Phase::kShown;
   id_ = *id;
   if (isLate) return close();
-  phase_ = Phase::kShown;
+  enter(Phase::kShown);
   refresh();
 }
 
@@ -162,14 +170,14 @@ void RecordingNotice::clicked(guint32 id, const std::string& action) {
 
 void RecordingNotice::dismissed(guint32 id) {
   if (phase_ != Phase::kShown || id != id_) return;
-  phase_ = Phase::kDismissed;
+  enter(Phase::kDismissed);
   id_ = 0;
 }
 
 // A new server does not know what the old one showed.
 void RecordingNotice::serverIsGone(bool hasSuccessor) {
   if (phase_ != Phase::kShown) return;
-  phase_ = Phase::kGone;
+  enter(Phase::kGone);
   id_ = 0;
   keepsList_.reset();
   if (hasSuccessor) refresh();

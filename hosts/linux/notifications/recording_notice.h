@@ -35,12 +35,15 @@ class RecordingNotice : public suite::ToolDataObserver {
 
  private:
   enum class Phase {
-    kGone,       // -> kComing when a recording runs and there is no tray
-    kComing,     // the server has been asked and has not answered: -> kShown, kGone on failure
-    kShown,      // -> kGone at the recording's end or with a tray, kDismissed by the user
+    kGone,    // -> kComing when a recording runs and there is no tray
+    kComing,  // the server has been asked and has not answered: -> kShown, kGone on failure
+    kShown,   // -> kDismissed by the user; kGone at the recording's end, with a tray, or when the
+              //    server goes
     kDismissed,  // -> kGone at the recording's end
   };
 
+  // The only function that changes the phase.
+  void enter(Phase next);
   void refresh();
   void show();
   void close();

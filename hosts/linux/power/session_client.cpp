@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/linux/power/session_client.h"
 
+#include <cassert>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -42,18 +43,26 @@ SessionClient::~SessionClient() {
 
 void SessionClient::toolDataDidChange(const suite::ToolData& data) {
   mainThread_.assertHeld();
-  if (!isRecording(data)) {
-    asked_ = false;
+  const bool hasJustBegun = data.menuText == "00:00";
+  if (!isRecording(data) || hasJustBegun) {
+    if (phase_ == Phase::kNobody) enter(Phase::kUnasked);
     return;
   }
-  const bool hasJustBegun = data.menuText == "00:00";
-  const bool isClient = asking_ || !path_.empty();
-  if (hasJustBegun || isClient || std::exchange(asked_, true)) return;
+  if (phase_ != Phase::kUnasked) return;
   if (bus_ != nullptr) {
     registerOnBus();
   } else {
+    enter(Phase::kNobody);
     onNobody_();
   }
+}
+
+void SessionClient::enter(Phase next) {
+  assert(next != Phase::kUnasked || phase_ == Phase::kNobody);
+  assert(next != Phase::kAsking || phase_ == Phase::kUnasked);
+  assert(next != Phase::kClient || phase_ == Phase::kAsking);
+  assert(phase_ != Phase::kClient);
+  phase_ = next;
 }
 
 void SessionClient::registerOnBus() {
@@ -63,7 +72,7 @@ void SessionClient::registerOnBus() {
                                                        nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
                                                        onSignal, this, nullptr);
   }
-  asking_ = true;
+  enter(Phase::kAsking);
   g_dbus_connection_call(bus_, kManager, kManagerPath, kManager, "RegisterClient",
                          g_variant_new("(ss)", kApplicationId, startupId_.c_str()),
                          G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NO_AUTO_START, kBusTimeout_ms,
@@ -76,7 +85,8 @@ void SessionClient::onRegistered(GObject* bus, GAsyncResult* result, gpointer se
   const ErrorPtr error(failure);
   if (error && g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_CANCELLED)) return;
   auto* client = static_cast<SessionClient*>(self);
-  client->asking_ = false;
+  client->mainThread_.assertHeld();
+  client->enter(answer ? Phase::kClient : Phase::kNobody);
   if (!answer) {
     client->onNobody_();
     return;

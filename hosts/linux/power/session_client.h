@@ -30,7 +30,16 @@ class SessionClient : public suite::ToolDataObserver {
   void toolDataDidChange(const suite::ToolData& data) override;
 
  private:
-  void registerOnBus();
+  //   kUnasked   the manager has not been asked during this recording -> kAsking, kNobody
+  //   kAsking    the call is pending                                  -> kClient, kNobody
+  //   kClient    the manager knows the program, until it ends
+  //   kNobody    there is none, or it refused                         -> kUnasked (the next
+  //                                                                      recording)
+  enum class Phase { kUnasked, kAsking, kClient, kNobody };
+
+  // The only function that changes the phase.
+  void enter(Phase next) RA_REQUIRES(mainThread_);
+  void registerOnBus() RA_REQUIRES(mainThread_);
   void answer();
   static void onRegistered(GObject* bus, GAsyncResult* result, gpointer self);
   static void onSignal(GDBusConnection* connection, const gchar* sender, const gchar* path,
@@ -45,8 +54,7 @@ class SessionClient : public suite::ToolDataObserver {
   const ObjectPtr<GCancellable> cancellable_;
   std::string path_;  // the client's object at the manager; empty while not registered
   guint subscription_ = 0;
-  bool asking_ = false;  // a call is pending
-  bool asked_ = false;   // for the current recording
+  Phase phase_ RA_GUARDED_BY(mainThread_) = Phase::kUnasked;
 };
 
 // The id that the session manager gave to a program that it started. Removes it from the

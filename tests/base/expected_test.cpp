@@ -121,6 +121,20 @@ TYPED_TEST(ExpectedTest, IsCopiedAndReplacedWithItsReason) {
   EXPECT_EQ(*number, 2);
 }
 
+// Like the JSON library's type, which is made of anything.
+struct Anything {
+  Anything(int number) : held(number) {}
+  template <typename Other>
+  Anything(const Other&) {}
+  int held = 0;
+};
+
+TYPED_TEST(ExpectedTest, ACopyOfOneThatCouldHoldAnythingHoldsTheSame) {
+  typename TypeParam::template Of<Anything> first = 3;
+  auto second = first;
+  EXPECT_EQ(second->held, 3);
+}
+
 TYPED_TEST(ExpectedTest, WithoutAValueItSaysOnlyWhetherItFailed) {
   EXPECT_TRUE(this->checked(true).has_value());
   EXPECT_TRUE(this->checked(true));

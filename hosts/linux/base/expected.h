@@ -36,7 +36,8 @@ class [[nodiscard]] Expected {
  public:
   // A value, or what one is made of.
   template <typename Like = Value>
-  requires std::is_convertible_v<Like, Value> Expected(Like&& value)
+  requires(!std::is_same_v<std::remove_cvref_t<Like>, Expected> &&
+           std::is_convertible_v<Like, Value>) Expected(Like&& value)
       : either_(std::in_place_index<0>, std::forward<Like>(value)) {}
   template <typename Like>
   Expected(Unexpected<Like> unexpected)

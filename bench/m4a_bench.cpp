@@ -30,18 +30,24 @@ class TemporaryFile {
   TemporaryFile() {
     std::string pattern = "/var/tmp/record-audio-m4a-bench-XXXXXX";
     folder_ = mkdtemp(pattern.data());
-    file_ = files_.open(folder_ + "/bench.m4a", linux_host::OpenFiles::Mode::kCreateNew, &error_);
+    const auto file = files_.open(folder_ + "/bench.m4a", linux_host::OpenFiles::Mode::kCreateNew);
+    if (file) {
+      file_ = *file;
+    } else {
+      status_ = linux_host::Unexpected(file.error());
+    }
   }
   ~TemporaryFile() { std::filesystem::remove_all(folder_); }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   std::unique_ptr<linux_host::M4aSink> sink() { return linux_host::m4aSinkFor(file_); }
-  [[nodiscard]] const std::string& error() const { return error_; }
+  // Whether there is a file.
+  [[nodiscard]] const linux_host::Status& status() const { return status_; }
 
  private:
   std::string folder_;
-  std::string error_;
+  linux_host::Status status_;
   linux_host::OpenFiles files_;
   std::shared_ptr<linux_host::OpenFile> file_;
 };
@@ -59,16 +65,16 @@ void finishAfterMinutes(benchmark::State& state) {
   for (auto _ : state) {
     TemporaryFile file;
     linux_host::LibavM4aWriter writer;
-    std::string error = file.error();
-    if (error.empty()) error = writer.open(file.sink(), stereo());
-    for (std::uint64_t second = 0; second < minutes * 60 && error.empty(); ++second) {
-      error = writer.write(planes, kRate_hz);
+    linux_host::Status status = file.status();
+    if (status) status = writer.open(file.sink(), stereo());
+    for (std::uint64_t second = 0; second < minutes * 60 && status; ++second) {
+      status = writer.write(planes, kRate_hz);
     }
     const auto begin = std::chrono::steady_clock::now();
-    if (error.empty()) error = writer.finish();
+    if (status) status = writer.finish();
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-    if (!error.empty()) {
-      state.SkipWithError(error.c_str());
+    if (!status) {
+      state.SkipWithError(status.error().c_str());
       break;
     }
     state.SetIterationTime(taken.count());
@@ -100,19 +106,19 @@ std::vector<std::vector<float>> music(std::uint32_t frames) {
   return planes;
 }
 
-double writerCpu_s(const std::vector<std::vector<float>>& planes, std::string* error) {
+double writerCpu_s(const std::vector<std::vector<float>>& planes, linux_host::Status* status) {
   TemporaryFile file;
-  *error = file.error();
-  if (!error->empty()) return 0;
+  *status = file.status();
+  if (!*status) return 0;
   const double begin_s = threadCpuTime_s();
   linux_host::LibavM4aWriter writer;
-  *error = writer.open(file.sink(), stereo());
+  *status = writer.open(file.sink(), stereo());
   const auto frames = static_cast<std::uint32_t>(planes[0].size());
-  for (std::uint32_t done = 0; done < frames && error->empty(); done += kPiece_frames) {
+  for (std::uint32_t done = 0; done < frames && *status; done += kPiece_frames) {
     const float* piece[] = {planes[0].data() + done, planes[1].data() + done};
-    *error = writer.write(piece, std::min(kPiece_frames, frames - done));
+    *status = writer.write(piece, std::min(kPiece_frames, frames - done));
   }
-  if (error->empty()) *error = writer.finish();
+  if (*status) *status = writer.finish();
   return threadCpuTime_s() - begin_s;
 }
 
@@ -123,11 +129,11 @@ void writerAgainstPlainEncoder(benchmark::State& state) {
   const auto planes = music(kSeconds * kRate_hz);
   double writer_s = 0;
   double plain_s = 0;
-  std::string error;
+  linux_host::Status status;
   for (auto _ : state) {
-    const double now_s = writerCpu_s(planes, &error);
-    if (!error.empty()) {
-      state.SkipWithError(error.c_str());
+    const double now_s = writerCpu_s(planes, &status);
+    if (!status) {
+      state.SkipWithError(status.error().c_str());
       break;
     }
     writer_s += now_s;

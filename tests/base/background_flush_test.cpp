@@ -72,7 +72,7 @@ TEST_F(BackgroundFlushTest, FlushesAgainAndAgainButNotAtEachWrite) {
   }));
   EXPECT_GE(Clock::now() - begin, 5 * 20ms);
   EXPECT_GT(writes, 5);
-  EXPECT_EQ(flush.takeError(), 0);
+  EXPECT_TRUE(flush.takeResult());
 }
 
 TEST_F(BackgroundFlushTest, NobodyWaitsForOneThatHangsAndNoOtherIsStarted) {
@@ -108,17 +108,17 @@ TEST_F(BackgroundFlushTest, TheLastOneIsDoneEvenWhileAnotherIsUnderWayAndTheFile
   closeFile();
   isHeld = false;
   EXPECT_TRUE(soon([] { return flushes >= 2; }));
-  EXPECT_EQ(flush.takeError(), 0);
+  EXPECT_TRUE(flush.takeResult());
 }
 
 TEST_F(BackgroundFlushTest, FailureIsReportedOnce) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   answer = EIO;
   flush.now(fd_);
-  int error = 0;
-  EXPECT_TRUE(soon([&] { return (error = flush.takeError()) != 0; }));
-  EXPECT_EQ(error, EIO);
-  EXPECT_EQ(flush.takeError(), 0);
+  SystemStatus result;
+  EXPECT_TRUE(soon([&] { return !(result = flush.takeResult()); }));
+  EXPECT_EQ(result.error(), std::errc::io_error);
+  EXPECT_TRUE(flush.takeResult());
 }
 
 TEST_F(BackgroundFlushTest, FileSystemWithNothingToFlushHasNotFailed) {
@@ -128,19 +128,19 @@ TEST_F(BackgroundFlushTest, FileSystemWithNothingToFlushHasNotFailed) {
   EXPECT_TRUE(soon([] { return flushes == 1; }));
   answer = EIO;
   flush.now(fd_);
-  int error = 0;
-  EXPECT_TRUE(soon([&] { return (error = flush.takeError()) != 0; }));
-  EXPECT_EQ(error, EIO) << "and nothing before it";
+  SystemStatus result;
+  EXPECT_TRUE(soon([&] { return !(result = flush.takeResult()); }));
+  EXPECT_EQ(result.error(), std::errc::io_error) << "and nothing before it";
 }
 
 TEST_F(BackgroundFlushTest, FailureOfTheLastOneIsReportedUnasked) {
   BackgroundFlush flush(&flushAsTold, 0ms);
   std::atomic<int> told{0};
   answer = EROFS;
-  flush.now(fd_, [&](int error) { told = error; });
+  flush.now(fd_, [&](std::errc error) { told = static_cast<int>(error); });
   EXPECT_TRUE(soon([] { return flushes == 1; }));
   answer = EIO;
-  flush.now(fd_, [&](int error) { told = error; });
+  flush.now(fd_, [&](std::errc error) { told = static_cast<int>(error); });
   EXPECT_TRUE(soon([&] { return told != 0; }));
   EXPECT_EQ(told, EIO) << "a file system that has nothing to flush has not failed";
 }

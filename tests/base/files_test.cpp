@@ -15,8 +15,10 @@
 #include "hosts/linux/files/file_manager.h"
 #include "hosts/linux/files/file_transfer.h"
 #include "tests/base/open_descriptors.h"
+#include "tests/base/opened_file.h"
 #include "tests/base/soon.h"
 #include "tests/base/temporary_folder.h"
+#include "tests/support/why_not.h"
 
 namespace linux_host {
 namespace {
@@ -24,7 +26,9 @@ namespace {
 using base_test::contentsOf;
 using base_test::Environment;
 using base_test::namesIn;
+using base_test::openedFile;
 using base_test::TemporaryFolder;
+using test_support::whyNot;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -89,14 +93,14 @@ class RecordWriter {
   static constexpr std::string_view kHead = "complete";
 
   void run() {
-    EXPECT_EQ(file_->append(bytes("provisio")), "");
+    EXPECT_EQ(whyNot(file_->append(bytes("provisio"))), "");
     while (!stopped_) {
       const std::uint64_t record = written_;
-      EXPECT_EQ(file_->append(std::as_bytes(std::span(&record, 1))), "");
+      EXPECT_EQ(whyNot(file_->append(std::as_bytes(std::span(&record, 1)))), "");
       ++written_;
     }
-    EXPECT_EQ(file_->pwriteAt(0, bytes(kHead)), "");
-    EXPECT_EQ(file_->close(), "");
+    EXPECT_EQ(whyNot(file_->pwriteAt(0, bytes(kHead))), "");
+    EXPECT_EQ(whyNot(file_->close()), "");
   }
 
   const std::shared_ptr<OpenFile> file_;
@@ -107,8 +111,7 @@ class RecordWriter {
 
 void moveWhileWriting(const std::string& from, const std::string& to) {
   LinuxFileManager manager;
-  std::string error;
-  RecordWriter writer(manager.openFiles().open(from, OpenFiles::Mode::kCreateNew, &error));
+  RecordWriter writer(openedFile(manager.openFiles(), from, OpenFiles::Mode::kCreateNew));
   writer.waitFor(2000);
   ASSERT_EQ(manager.moveItem(from, to), "");
   EXPECT_FALSE(manager.fileExists(from));
@@ -140,22 +143,21 @@ TEST(MoveTest, OverwritesAndTruncationsDuringTheCopyReachTheCopy) {
   for (int i = 0; i < 20; ++i) {
     const SmallDisk ram(kRoomy_bytes);
     LinuxFileManager manager;
-    std::string error;
-    const auto file = manager.openFiles().open(ram / "a", OpenFiles::Mode::kCreateNew, &error);
+    const auto file = openedFile(manager.openFiles(), ram / "a", OpenFiles::Mode::kCreateNew);
     std::string expected(kStart_bytes, '-');
-    ASSERT_EQ(file->append(bytes(expected)), "");
+    ASSERT_EQ(whyNot(file->append(bytes(expected))), "");
     std::atomic<bool> isOver{false};
     std::atomic<int> rounds{0};
     std::thread writer([&] {
       for (; !isOver; ++rounds) {
         const std::string mark = "<" + std::to_string(rounds) + ">";
         const std::size_t at = static_cast<std::size_t>(rounds) * 997 % (expected.size() / 2);
-        EXPECT_EQ(file->pwriteAt(at, bytes(mark)), "");
+        EXPECT_EQ(whyNot(file->pwriteAt(at, bytes(mark))), "");
         expected.replace(at, mark.size(), mark);
         const std::size_t cut_bytes = expected.size() - 500;
-        EXPECT_EQ(file->truncate(cut_bytes), "");
+        EXPECT_EQ(whyNot(file->truncate(cut_bytes)), "");
         expected.resize(cut_bytes);
-        EXPECT_EQ(file->append(bytes(std::string(400, '+'))), "");
+        EXPECT_EQ(whyNot(file->append(bytes(std::string(400, '+')))), "");
         expected.append(400, '+');
         if (expected.size() < kStart_bytes / 2) break;
       }
@@ -164,7 +166,7 @@ TEST(MoveTest, OverwritesAndTruncationsDuringTheCopyReachTheCopy) {
     EXPECT_EQ(manager.moveItem(ram / "a", disk / std::to_string(i)), "");
     isOver = true;
     writer.join();
-    EXPECT_EQ(file->close(), "");
+    EXPECT_EQ(whyNot(file->close()), "");
     EXPECT_TRUE(contentsOf(disk / std::to_string(i)) == expected) << "after " << rounds;
   }
 }
@@ -205,17 +207,16 @@ TEST(MoveTest, AFullTargetLeavesTheFileWholeAndBeingWritten) {
   const TemporaryFolder disk;
   const SmallDisk tiny(std::size_t{64} << 10);
   LinuxFileManager manager;
-  std::string error;
-  const auto file = manager.openFiles().open(disk / "a", OpenFiles::Mode::kCreateNew, &error);
+  const auto file = openedFile(manager.openFiles(), disk / "a", OpenFiles::Mode::kCreateNew);
   const std::string block(std::size_t{1} << 20, 'x');
-  ASSERT_EQ(file->append(bytes(block)), "");
+  ASSERT_EQ(whyNot(file->append(bytes(block))), "");
   const std::string refused = manager.moveItem(disk / "a", tiny / "b");
   EXPECT_THAT(refused, HasSubstr("No space left"));
   EXPECT_THAT(refused, HasSubstr(tiny / "b"));
   EXPECT_THAT(refused, HasSubstr("Free some space"));
   EXPECT_THAT(namesIn(tiny.path()), IsEmpty());
-  EXPECT_EQ(file->append(bytes("more")), "");
-  EXPECT_EQ(file->close(), "");
+  EXPECT_EQ(whyNot(file->append(bytes("more"))), "");
+  EXPECT_EQ(whyNot(file->close()), "");
   EXPECT_EQ(contentsOf(disk / "a"), block + "more");
 }
 
@@ -248,13 +249,12 @@ TEST(MoveTest, AFileMayMoveTwice) {
   const TemporaryFolder disk;
   const SmallDisk ram(kRoomy_bytes);
   LinuxFileManager manager;
-  std::string error;
-  const auto file = manager.openFiles().open(ram / "a", OpenFiles::Mode::kCreate, &error);
-  EXPECT_EQ(file->append(bytes("1")), "");
+  const auto file = openedFile(manager.openFiles(), ram / "a", OpenFiles::Mode::kCreate);
+  EXPECT_EQ(whyNot(file->append(bytes("1"))), "");
   ASSERT_EQ(manager.moveItem(ram / "a", disk / "b"), "");
-  EXPECT_EQ(file->append(bytes("2")), "");
+  EXPECT_EQ(whyNot(file->append(bytes("2"))), "");
   ASSERT_EQ(manager.moveItem(disk / "b", ram / "c"), "");
-  EXPECT_EQ(file->append(bytes("3")), "");
+  EXPECT_EQ(whyNot(file->append(bytes("3"))), "");
   EXPECT_EQ(file->path(), ram / "c");
   EXPECT_EQ(contentsOf(ram / "c"), "123");
 }
@@ -263,20 +263,19 @@ TEST(MoveTest, AFileMayMoveTwice) {
 void moveWithoutName(const std::string& from, const std::string& to, bool isClosedFirst,
                      const std::function<void()>& takeAway) {
   LinuxFileManager manager;
-  std::string error;
-  const auto file = manager.openFiles().open(from, OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_EQ(file->append(bytes("begin")), "");
+  const auto file = openedFile(manager.openFiles(), from, OpenFiles::Mode::kCreateNew);
+  ASSERT_EQ(whyNot(file->append(bytes("begin"))), "");
   takeAway();
   ASSERT_FALSE(manager.fileExists(from));
-  ASSERT_EQ(file->append(bytes(" end")), "");
+  ASSERT_EQ(whyNot(file->append(bytes(" end"))), "");
   if (isClosedFirst) {
-    ASSERT_EQ(file->close(), "");
+    ASSERT_EQ(whyNot(file->close()), "");
   }
   ASSERT_EQ(manager.moveItem(from, to), "");
   EXPECT_EQ(contentsOf(to), "begin end");
   if (!isClosedFirst) {
-    EXPECT_EQ(file->append(bytes("!")), "");
-    EXPECT_EQ(file->close(), "");
+    EXPECT_EQ(whyNot(file->append(bytes("!"))), "");
+    EXPECT_EQ(whyNot(file->close()), "");
     EXPECT_EQ(contentsOf(to), "begin end!");
   }
 }
@@ -311,11 +310,10 @@ TEST(MoveTest, AFileThatIsRemovedAfterItsMoveIsNotKept) {
   const TemporaryFolder folder;
   const std::size_t before = namelessDescriptors();
   LinuxFileManager manager;
-  std::string error;
-  const auto file = manager.openFiles().open(folder / "a", OpenFiles::Mode::kCreateNew, &error);
+  const auto file = openedFile(manager.openFiles(), folder / "a", OpenFiles::Mode::kCreateNew);
   ASSERT_EQ(manager.moveItem(folder / "a", folder / "b"), "");
   ASSERT_EQ(manager.removeItem(folder / "b"), "");
-  ASSERT_EQ(file->close(), "");
+  ASSERT_EQ(whyNot(file->close()), "");
   // The last flush has its own descriptor.
   EXPECT_TRUE(base_test::soon([&] { return namelessDescriptors() <= before; }));
 }
@@ -323,31 +321,28 @@ TEST(MoveTest, AFileThatIsRemovedAfterItsMoveIsNotKept) {
 TEST(OpenFileTest, WritesAtTheEndAndInPlaceAndTruncates) {
   const TemporaryFolder folder;
   OpenFiles files;
-  std::string error;
-  const auto file = files.open(folder / "a", OpenFiles::Mode::kCreateNew, &error);
-  ASSERT_NE(file, nullptr) << error;
-  EXPECT_EQ(file->append(bytes("abcdef")), "");
-  EXPECT_EQ(file->pwriteAt(1, bytes("XY")), "");
+  const auto file = openedFile(files, folder / "a", OpenFiles::Mode::kCreateNew);
+  EXPECT_EQ(whyNot(file->append(bytes("abcdef"))), "");
+  EXPECT_EQ(whyNot(file->pwriteAt(1, bytes("XY"))), "");
   EXPECT_EQ(file->size_bytes(), 6U);
-  EXPECT_EQ(file->truncate(5), "");
-  EXPECT_EQ(file->append(bytes("!")), "");
+  EXPECT_EQ(whyNot(file->truncate(5)), "");
+  EXPECT_EQ(whyNot(file->append(bytes("!"))), "");
   EXPECT_EQ(contentsOf(folder / "a"), "aXYde!");
-  EXPECT_EQ(file->close(), "");
-  EXPECT_EQ(file->close(), "");
-  EXPECT_THAT(file->append(bytes("x")), HasSubstr(folder / "a"));
-  EXPECT_EQ(files.open(folder / "a", OpenFiles::Mode::kCreateNew, &error), nullptr);
-  EXPECT_EQ(files.open(folder / "b", OpenFiles::Mode::kExisting, &error), nullptr);
-  EXPECT_THAT(error, HasSubstr(folder / "b"));
+  EXPECT_EQ(whyNot(file->close()), "");
+  EXPECT_EQ(whyNot(file->close()), "");
+  EXPECT_THAT(whyNot(file->append(bytes("x"))), HasSubstr(folder / "a"));
+  EXPECT_FALSE(files.open(folder / "a", OpenFiles::Mode::kCreateNew));
+  EXPECT_THAT(whyNot(files.open(folder / "b", OpenFiles::Mode::kExisting)),
+              HasSubstr(folder / "b"));
 }
 
 TEST(OpenFileTest, AFullDiskIsAnErrorThatSaysHowMuchFitted) {
   const SmallDisk tiny(std::size_t{64} << 10);
   OpenFiles files;
-  std::string error;
-  const auto file = files.open(tiny / "a", OpenFiles::Mode::kCreateNew, &error);
+  const auto file = openedFile(files, tiny / "a", OpenFiles::Mode::kCreateNew);
   const std::string block(std::size_t{48} << 10, 'x');
-  EXPECT_EQ(file->append(bytes(block)), "");
-  const std::string full = file->append(bytes(block));
+  EXPECT_EQ(whyNot(file->append(bytes(block))), "");
+  const std::string full = whyNot(file->append(bytes(block)));
   EXPECT_THAT(full, HasSubstr("No space left"));
   EXPECT_THAT(full, HasSubstr(tiny / "a"));
   struct stat status {};
@@ -378,9 +373,7 @@ TEST(OpenFileTest, ATemporaryFileIsReadableByItsOwnerAloneAndAMovedOneByTheUmask
   const Umask open(0);
   LinuxFileManager manager;
   ASSERT_TRUE(manager.createFile(folder / "mp3"));
-  std::string error;
-  const auto m4a = manager.openFiles().open(folder / "m4a", OpenFiles::Mode::kCreate, &error);
-  ASSERT_NE(m4a, nullptr) << error;
+  const auto m4a = openedFile(manager.openFiles(), folder / "m4a", OpenFiles::Mode::kCreate);
   EXPECT_EQ(modeOf(folder / "mp3"), 0600U);
   EXPECT_EQ(modeOf(folder / "m4a"), 0600U);
 
@@ -398,10 +391,8 @@ TEST(OpenFileTest, DoesNotWriteThroughALinkPutInItsPlace) {
   LinuxFileManager manager;
   EXPECT_FALSE(manager.createFile(folder / "recording"));
   EXPECT_EQ(manager.fileHandleForUpdating(folder / "recording"), nullptr);
-  std::string error;
-  EXPECT_EQ(manager.openFiles().open(folder / "recording", OpenFiles::Mode::kCreate, &error),
-            nullptr);
-  EXPECT_THAT(error, HasSubstr(folder / "recording"));
+  EXPECT_THAT(whyNot(manager.openFiles().open(folder / "recording", OpenFiles::Mode::kCreate)),
+              HasSubstr(folder / "recording"));
   EXPECT_EQ(contentsOf(folder / "precious"), "precious");
 }
 
@@ -470,9 +461,9 @@ TEST(FileManagerTest, AnotherUsersTemporaryFolderIsUsedOnlyWhenItIsSharedByAll) 
 
 TEST(SmallFileTest, ReplacesInOneStepAndLeavesTheOldOneWhenItCannot) {
   const SmallDisk tiny(std::size_t{64} << 10);
-  ASSERT_EQ(writeSmallFile(tiny / "f", "old", 0600), "");
-  const std::string error = writeSmallFile(tiny / "f", std::string(100000, 'x'), 0600);
-  EXPECT_THAT(error, HasSubstr("No space left"));
+  ASSERT_EQ(whyNot(writeSmallFile(tiny / "f", "old", 0600)), "");
+  EXPECT_THAT(whyNot(writeSmallFile(tiny / "f", std::string(100000, 'x'), 0600)),
+              HasSubstr("No space left"));
   EXPECT_EQ(contentsOf(tiny / "f"), "old");
   EXPECT_THAT(namesIn(tiny.path()), ElementsAre("f"));
 }

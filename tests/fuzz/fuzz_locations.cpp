@@ -34,8 +34,7 @@ void tryPath(const std::string& bytes) {
 }
 
 void tryFile(const std::string& bytes) {
-  std::string error;
-  const auto locations = linux_host::parsedJsonObject(bytes, &error);
+  const auto locations = linux_host::parsedJsonObject(bytes);
   if (!locations) return;
   const auto folder = linux_host::folderIn(*locations, suite::kToolIdentifier);
   if (!folder) return;

@@ -10,10 +10,9 @@
 // conversion and written again with the same values.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size_bytes) {
   const std::string_view bytes(reinterpret_cast<const char*>(input), size_bytes);
-  std::string error;
-  const auto object = linux_host::parsedJsonObject(bytes, &error);
+  const auto object = linux_host::parsedJsonObject(bytes);
   if (!object) {
-    if (error.empty()) std::abort();
+    if (object.error().empty()) std::abort();
     return 0;
   }
   for (const auto& [key, json] : object->items()) {
@@ -23,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t siz
     platform::boolValue(value);
     platform::stringValue(value, &text);
   }
-  const auto again = linux_host::parsedJsonObject(linux_host::jsonText(*object), &error);
+  const auto again = linux_host::parsedJsonObject(linux_host::jsonText(*object));
   if (!again || linux_host::valueOf(*again) != linux_host::valueOf(*object)) std::abort();
   return 0;
 }

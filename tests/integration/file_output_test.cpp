@@ -14,6 +14,7 @@
 #include "platform/file_url.h"
 #include "tests/integration/capture_fixture.h"
 #include "tests/support/child_process.h"
+#include "tests/support/why_not.h"
 
 namespace linux_host {
 namespace {
@@ -140,7 +141,7 @@ TEST_F(FileOutputTest, FileIsCompleteUnderTheNameItWasMovedTo) {
   ASSERT_TRUE(recordFor(500ms));
   stop();
   const std::string moved = server.directory() + "/moved.m4a";
-  ASSERT_EQ(files.move(path, moved), "");
+  ASSERT_EQ(test_support::whyNot(files.move(path, moved)), "");
   pendingWork.waitUntilIdle();
   std::filesystem::rename(moved, path);
   EXPECT_GT(decode().size(), 20000U);

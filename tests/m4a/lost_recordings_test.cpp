@@ -15,11 +15,13 @@
 #include <thread>
 
 #include "hosts/linux/recovery/mp3_stream.h"
+#include "tests/base/opened_file.h"
 #include "tests/base/soon.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/recording.h"
+#include "tests/support/why_not.h"
 
 // Which files in a temporary folder are lost recordings, and what happens to them on a real disk.
 
@@ -33,6 +35,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Contents = platform::RecordingFindings::Contents;
+using test_support::whyNot;
 using Outcome = LostRecordings::Claim::Outcome;
 using Move = platform::InterruptedRecording::Move;
 
@@ -217,11 +220,11 @@ TEST_F(LostRecordingsTest, AFileThatIsNotARecordingIsReportedAndLeftAlone) {
 
 TEST_F(LostRecordingsTest, AFileThatIsBeingWrittenIsLeftAlone) {
   OpenFiles files;
-  const auto writer = files.open(path, OpenFiles::Mode::kCreate, &error);
-  ASSERT_EQ(writer->append(asBytes(interruptedM4a())), "");
+  const auto writer = base_test::openedFile(files, path, OpenFiles::Mode::kCreate);
+  ASSERT_EQ(whyNot(writer->append(asBytes(interruptedM4a()))), "");
   EXPECT_EQ(lost.claim(path).outcome, Outcome::kNotOurs);
-  EXPECT_EQ(writer->append(asBytes("more")), "");
-  writer->close();
+  EXPECT_EQ(whyNot(writer->append(asBytes("more"))), "");
+  EXPECT_EQ(whyNot(writer->close()), "");
   // The last flush may still be running.
   EXPECT_TRUE(base_test::soon([&] { return lost.claim(path).outcome == Outcome::kClaimed; }));
 }
@@ -233,9 +236,8 @@ TEST_F(LostRecordingsTest, AFileOfAProcessThatIsKilledIsLost) {
   const pid_t child = fork();
   if (child == 0) {
     OpenFiles files;
-    std::string ignored;
-    const auto file = files.open(path, OpenFiles::Mode::kCreateNew, &ignored);
-    const bool good = file && file->append(asBytes(sound)).empty();
+    const auto file = files.open(path, OpenFiles::Mode::kCreateNew);
+    const bool good = file && (*file)->append(asBytes(sound));
     [[maybe_unused]] const auto told = write(ready[1], good ? "y" : "n", 1);
     while (true) pause();
   }
@@ -254,8 +256,8 @@ TEST_F(LostRecordingsTest, AWriterThatStopsAcrossDisksNeverLosesItsFileToAnother
     OpenFiles files;
     LostRecordings others{here.path()};
     const std::string from = here.path() + kName;
-    const auto writer = files.open(from, OpenFiles::Mode::kCreateNew, &error);
-    ASSERT_EQ(writer->append(asBytes(std::string(1 << 16, 'x'))), "");
+    const auto writer = base_test::openedFile(files, from, OpenFiles::Mode::kCreateNew);
+    ASSERT_EQ(whyNot(writer->append(asBytes(std::string(1 << 16, 'x')))), "");
     std::atomic<bool> over = false;
     std::atomic<int> taken = 0;
     std::atomic<int> attempts = 0;
@@ -263,7 +265,8 @@ TEST_F(LostRecordingsTest, AWriterThatStopsAcrossDisksNeverLosesItsFileToAnother
       for (; !over; ++attempts) taken += others.claim(from).outcome == Outcome::kClaimed;
     });
     while (attempts == 0) std::this_thread::yield();
-    EXPECT_EQ(files.move(from, "/dev/shm/lost-recordings-test-" + std::to_string(getpid())), "");
+    EXPECT_EQ(whyNot(files.move(from, "/dev/shm/lost-recordings-test-" + std::to_string(getpid()))),
+              "");
     over = true;
     other.join();
     EXPECT_EQ(taken, 0);
@@ -296,8 +299,8 @@ TEST_F(LostRecordingsTest, AnEmptyFileMayJustHaveBeenMadeAndIsNotEvenLocked) {
   writeFile(path, "");
   EXPECT_EQ(lost.claim(path).outcome, Outcome::kEmpty);
   OpenFiles files;
-  EXPECT_EQ(files.claim(path, &error), nullptr);
-  EXPECT_EQ(error, "");
+  const auto claimed = files.claim(path);
+  EXPECT_TRUE(claimed && *claimed == nullptr) << whyNot(claimed);
 }
 
 TEST_F(LostRecordingsTest, AFileOfAnotherUserIsNotOurs) {
@@ -305,15 +308,15 @@ TEST_F(LostRecordingsTest, AFileOfAnotherUserIsNotOurs) {
   ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0) << "needs root";
   EXPECT_EQ(lost.claim(path).outcome, Outcome::kNotOurs);
   OpenFiles files;
-  EXPECT_EQ(files.claim(path, &error), nullptr);
-  EXPECT_EQ(error, "");
+  const auto claimed = files.claim(path);
+  EXPECT_TRUE(claimed && *claimed == nullptr) << whyNot(claimed);
 }
 
 TEST_F(LostRecordingsTest, AMissingFileIsNotOurs) {
   EXPECT_EQ(lost.claim(path).outcome, Outcome::kNotOurs);
   OpenFiles files;
-  EXPECT_EQ(files.claim(path, &error), nullptr);
-  EXPECT_EQ(error, "");
+  const auto claimed = files.claim(path);
+  EXPECT_TRUE(claimed && *claimed == nullptr) << whyNot(claimed);
 }
 
 TEST_F(LostRecordingsTest, LinksAndSpecialFilesAreRefused) {

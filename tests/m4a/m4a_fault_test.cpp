@@ -10,10 +10,12 @@
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/recording.h"
+#include "tests/support/why_not.h"
 
 namespace linux_host::test {
 namespace {
 
+using test_support::whyNot;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -142,7 +144,7 @@ TEST(M4aInterruptionTest, CrashBetweenIndexAndHeadLeavesAFileThatPlays) {
   ASSERT_EQ(recording.feed(3 * kRate_hz), "");
   // Finishing appends the last fragment and the index, then patches the head.
   recording.file->failingOperation = recording.file->operations + 3;
-  EXPECT_NE(recording.writer.finish(), "");
+  EXPECT_NE(whyNot(recording.writer.finish()), "");
   EXPECT_THAT(topLevel(recording.file->bytes), StartsWith("ftyp free moov moof mdat"));
   EXPECT_THAT(topLevel(recording.file->bytes), ::testing::EndsWith("moof mdat moov"));
   EXPECT_GE(playableFrames(recording.file->bytes), 3 * kRate_hz);
@@ -152,7 +154,7 @@ TEST(M4aInterruptionTest, CrashInTheMiddleOfTheIndexLeavesAFileThatPlays) {
   Recording recording;
   ASSERT_EQ(recording.feed(3 * kRate_hz), "");
   const std::size_t growing_bytes = recording.file->bytes.size();
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   const auto finished = recording.file->bytes;
   const auto index = boxAt(finished, "moov");
   ASSERT_TRUE(index);
@@ -183,7 +185,7 @@ TEST_P(FailingOperationTest, OneFailureStopsTheRecordingAndFinishStillCompletesI
   std::uint64_t fed = 0;
   std::string error;
   for (; fed < 2 * kRate_hz && error.empty(); fed += 480) error = recording.feed(480);
-  const std::string finishError = recording.writer.finish();
+  const std::string finishError = whyNot(recording.writer.finish());
   EXPECT_TRUE(file->closed);
   if (error.empty()) {
     // The failure happened in finish() itself.
@@ -216,7 +218,7 @@ TEST_P(FailingOperationTest, FailureThatStaysLeavesAFileThatPlays) {
   if (!error.empty()) {
     EXPECT_EQ(recording.feed(480), error);
   }
-  EXPECT_THAT(recording.writer.finish(), HasSubstr("Cannot write tone.m4a"));
+  EXPECT_THAT(whyNot(recording.writer.finish()), HasSubstr("Cannot write tone.m4a"));
   EXPECT_TRUE(file->closed);
   EXPECT_GE(playableFrames(file->bytes) + kRate_hz, fed);
 }
@@ -227,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(All, FailingOperationTest,
 TEST(M4aFaultTest, TwoSecondsNeedAsManyOperationsAsTheTestsAboveLetFail) {
   Recording recording;
   ASSERT_EQ(recording.feed(2 * kRate_hz), "");
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_EQ(recording.file->operations, kOperationsOfTwoSeconds);
 }
 
@@ -241,7 +243,7 @@ TEST(M4aFaultTest, FullDiskLeavesAFileThatPlaysToTheLastPacketWithRoom) {
     std::string error;
     for (; error.empty(); fed += 480) error = recording.feed(480);
     EXPECT_THAT(error, HasSubstr("no room. Make room."));
-    EXPECT_THAT(recording.writer.finish(), HasSubstr("no room"));
+    EXPECT_THAT(whyNot(recording.writer.finish()), HasSubstr("no room"));
     EXPECT_LE(file->bytes.size(), room_bytes);
     EXPECT_GE(playableFrames(file->bytes) + kRate_hz * 35 / 100, fed);
     EXPECT_EQ(complaintsOf([&] { (void)decodeM4a(file->bytes); }), "") << room_bytes;
@@ -267,7 +269,7 @@ TEST(M4aFaultTest, FullDiskNeverLeavesAFileThatEndsInTheHeadOfAFragment) {
     Recording recording({}, file);
     std::uint64_t fed = 0;
     while (recording.feed(480).empty()) fed += 480;
-    EXPECT_NE(recording.writer.finish(), "");
+    EXPECT_NE(whyNot(recording.writer.finish()), "");
     EXPECT_EQ(file->bytes.size(), head.offset);
     ASSERT_GE(playableFrames(file->bytes) + kRate_hz * 35 / 100, fed) << room_bytes;
   }
@@ -281,7 +283,7 @@ TEST(M4aFaultTest, RoomMadeBeforeTheEndCompletesTheFileWithEveryFrameTaken) {
   std::string error;
   for (; error.empty(); fed += 480) error = recording.feed(480);
   file->capacity_bytes = 1000000;
-  EXPECT_EQ(recording.writer.finish(), "");
+  EXPECT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_EQ(topLevel(file->bytes), "ftyp mdat moov");
   const auto decoded = decodeM4a(file->bytes);
   EXPECT_EQ(decoded.error, "");
@@ -293,7 +295,7 @@ TEST(M4aFaultTest, IndexThatDoesNotFitIsRemovedAgain) {
   Recording recording({}, file);
   ASSERT_EQ(recording.feed(12 * 1024 * 5 - 1024), "");
   file->capacity_bytes = file->bytes.size() + 6000;
-  EXPECT_THAT(recording.writer.finish(), HasSubstr("no room"));
+  EXPECT_THAT(whyNot(recording.writer.finish()), HasSubstr("no room"));
   EXPECT_THAT(topLevel(file->bytes), ::testing::EndsWith("moof mdat"));
   EXPECT_GE(playableFrames(file->bytes), 12U * 1024 * 5 - 1024);
 }

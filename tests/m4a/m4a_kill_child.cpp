@@ -25,24 +25,24 @@ int fail(const std::string& error) {
 int main(int argc, char** argv) {
   using namespace linux_host;
   if (argc != 4) return fail("FILE PROGRESS MODULE_FOLDER");
-  std::string error;
   OpenFiles files;
   M4aWriterFactory factory(nullptr, {argv[3]});
   factory.loadInBackground();
-  auto file = files.open(argv[1], OpenFiles::Mode::kCreateNew, &error);
-  if (!file) return fail(error);
-  const auto writer = factory.createWriter(&error);
-  if (!writer) return fail(error);
+  const auto file = files.open(argv[1], OpenFiles::Mode::kCreateNew);
+  if (!file) return fail(file.error());
+  const auto made = factory.createWriter();
+  if (!made) return fail(made.error());
+  M4aWriter& writer = **made;
   const int progress = open(argv[2], O_WRONLY | O_CLOEXEC);
   if (progress < 0) return fail("cannot report progress");
 
   const test::Format format{48000, 2, 256000};
-  error = writer->open(m4aSinkFor(std::move(file)), test::m4aFormat(format));
+  Status status = writer.open(m4aSinkFor(*file), test::m4aFormat(format));
   test::Tone tone(format);
   constexpr std::uint32_t kPiece_frames = 480;
-  for (std::uint64_t fed = kPiece_frames; error.empty(); fed += kPiece_frames) {
-    error = writer->write(tone.next(kPiece_frames), kPiece_frames);
+  for (std::uint64_t fed = kPiece_frames; status; fed += kPiece_frames) {
+    status = writer.write(tone.next(kPiece_frames), kPiece_frames);
     if (write(progress, &fed, sizeof(fed)) != sizeof(fed)) return fail("nobody listens");
   }
-  return fail(error);
+  return fail(status.error());
 }

@@ -22,16 +22,19 @@
 
 #include "hosts/linux/m4a/m4a_open_file.h"
 #include "hosts/linux/m4a/m4a_writer_factory.h"
+#include "tests/base/opened_file.h"
 #include "tests/base/temporary_folder.h"
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/tone.h"
 #include "tests/support/child_process.h"
+#include "tests/support/why_not.h"
 
 namespace linux_host::test {
 namespace {
 
 using base_test::TemporaryFolder;
+using test_support::whyNot;
 using ::testing::HasSubstr;
 
 std::vector<std::byte> contents(const std::string& path) {
@@ -47,23 +50,19 @@ std::uint64_t playableFrames(FileBytes bytes) {
 }
 
 std::unique_ptr<M4aWriter> newWriter(M4aWriterFactory* factory) {
-  std::string error;
-  auto writer = factory->createWriter(&error);
-  EXPECT_EQ(error, "");
-  return writer;
+  auto writer = factory->createWriter();
+  if (!writer) throw std::runtime_error("nothing to record with: " + writer.error());
+  return *std::move(writer);
 }
 
 // Records a tone into a new file with the module.
 struct FileRecording {
   FileRecording(const std::string& path, const Format& format, M4aLog log = nullptr)
       : tone(format), factory(log, {RA_TEST_MODULE_FOLDER}), writer(newWriter(&factory)) {
-    std::string error;
-    file = files.open(path, OpenFiles::Mode::kCreateNew, &error);
-    if (!writer || !file) throw std::runtime_error("nothing to record with: " + error);
-    error = writer->open(m4aSinkFor(file), m4aFormat(format));
-    EXPECT_EQ(error, "");
+    file = base_test::openedFile(files, path, OpenFiles::Mode::kCreateNew);
+    EXPECT_EQ(whyNot(writer->open(m4aSinkFor(file), m4aFormat(format))), "");
   }
-  std::string write(std::uint32_t frames) { return writer->write(tone.next(frames), frames); }
+  Status write(std::uint32_t frames) { return writer->write(tone.next(frames), frames); }
 
   Tone tone;
   OpenFiles files;
@@ -75,17 +74,17 @@ struct FileRecording {
 TEST(M4aModuleTest, LeavesTheFileToItsOwnerWhoseCloseReportsLateErrors) {
   const TemporaryFolder folder;
   FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});
-  ASSERT_EQ(recording.write(44100), "");
-  ASSERT_EQ(recording.writer->finish(), "");
+  ASSERT_EQ(whyNot(recording.write(44100)), "");
+  ASSERT_EQ(whyNot(recording.writer->finish()), "");
   const std::byte more{};
-  EXPECT_EQ(recording.file->append({&more, 1}), "");
+  EXPECT_EQ(whyNot(recording.file->append({&more, 1})), "");
 }
 
 TEST(M4aModuleTest, RecordsIntoAnOpenFile) {
   const TemporaryFolder folder;
   FileRecording recording(folder / "tone.m4a", {44100, 2, 256000});
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(recording.write(1001), "");
-  ASSERT_EQ(recording.writer->finish(), "");
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(whyNot(recording.write(1001)), "");
+  ASSERT_EQ(whyNot(recording.writer->finish()), "");
   const auto decoded = decodeM4a(contents(folder / "tone.m4a"));
   EXPECT_EQ(decoded.error, "");
   EXPECT_EQ(decoded.containerFrames, 100100U);
@@ -96,14 +95,14 @@ TEST(M4aModuleTest, RecordingMovedToAnotherFileSystemWhileGrowingIsComplete) {
   const TemporaryFolder from("/dev/shm");
   const TemporaryFolder to("/var/tmp");
   FileRecording recording(from / "recording", {48000, 2, 256000});
-  for (int i = 0; i < 300; ++i) ASSERT_EQ(recording.write(480), "");
-  std::string error;
+  for (int i = 0; i < 300; ++i) ASSERT_EQ(whyNot(recording.write(480)), "");
+  Status moved;
   std::thread mover(
-      [&] { error = recording.files.move(from / "recording", to / "recording.m4a"); });
-  for (int i = 0; i < 300; ++i) EXPECT_EQ(recording.write(480), "");
+      [&] { moved = recording.files.move(from / "recording", to / "recording.m4a"); });
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(whyNot(recording.write(480)), "");
   mover.join();
-  ASSERT_EQ(error, "");
-  ASSERT_EQ(recording.writer->finish(), "");
+  ASSERT_EQ(whyNot(moved), "");
+  ASSERT_EQ(whyNot(recording.writer->finish()), "");
   EXPECT_FALSE(std::filesystem::exists(from / "recording"));
   const auto bytes = contents(to / "recording.m4a");
   EXPECT_EQ(topLevel(bytes), "ftyp mdat moov");
@@ -133,12 +132,12 @@ class MappedFile {
 TEST(M4aModuleTest, FileOfMoreThanFourGibibytesPlays) {
   const TemporaryFolder folder("/var/tmp");
   FileRecording recording(folder / "long.m4a", {48000, 1, 128000});
-  ASSERT_EQ(recording.write(48000), "");
+  ASSERT_EQ(whyNot(recording.write(48000)), "");
   // A hole replaces the days of sound that would take this room.
   constexpr std::uint64_t kHoleEnd_bytes = std::uint64_t{5} << 30;
-  ASSERT_EQ(recording.file->truncate(kHoleEnd_bytes), "");
-  ASSERT_EQ(recording.write(48000), "");
-  ASSERT_EQ(recording.writer->finish(), "");
+  ASSERT_EQ(whyNot(recording.file->truncate(kHoleEnd_bytes)), "");
+  ASSERT_EQ(whyNot(recording.write(48000)), "");
+  ASSERT_EQ(whyNot(recording.writer->finish()), "");
 
   const MappedFile mapped(folder / "long.m4a");
   EXPECT_EQ(topLevel(mapped.bytes()), "ftyp mdat moov");
@@ -209,18 +208,21 @@ TEST(M4aKillTest, FileOfAKilledProcessPlaysToWithinASecondAndIsRecovered) {
     ASSERT_LE(playableFrames(bytes), recorded + 480 + 1024);
 
     OpenFiles files;
-    std::string error;
-    const auto file = files.claim(path, &error);
-    ASSERT_TRUE(file) << error;
+    const auto claimed = files.claim(path);
+    ASSERT_EQ(whyNot(claimed), "");
+    const std::shared_ptr<OpenFile>& file = *claimed;
+    ASSERT_TRUE(file);
     const auto report = recoverInterruptedM4a(file);
-    ASSERT_EQ(report.outcome, M4aRecovery::Outcome::completed) << report.error;
-    ASSERT_GE(report.frames + 48000, recorded);
+    ASSERT_EQ(whyNot(report), "");
+    ASSERT_EQ(report->outcome, M4aRecovery::Outcome::completed);
+    ASSERT_GE(report->frames + 48000, recorded);
     const auto recovered = contents(path);
     EXPECT_EQ(topLevel(recovered), "ftyp mdat moov");
     const auto decoded = decodeM4a(recovered);
     EXPECT_EQ(decoded.error, "");
-    EXPECT_EQ(decoded.containerFrames, report.frames);
-    EXPECT_EQ(recoverInterruptedM4a(file).outcome, M4aRecovery::Outcome::alreadyComplete);
+    EXPECT_EQ(decoded.containerFrames, report->frames);
+    const auto again = recoverInterruptedM4a(file);
+    EXPECT_TRUE(again && again->outcome == M4aRecovery::Outcome::alreadyComplete);
     std::filesystem::remove(path);
   }
 }
@@ -234,10 +236,9 @@ TEST(M4aWriterFactoryTest, BackgroundLoadServesEveryThread) {
   std::set<std::string> errors;
   for (auto& thread : threads) {
     thread = std::thread([&] {
-      std::string error;
-      const auto writer = factory.createWriter(&error);
+      const auto writer = factory.createWriter();
       const std::lock_guard lock(mutex);
-      errors.insert(writer ? "made" : error);
+      errors.insert(writer ? "made" : writer.error());
     });
   }
   for (auto& thread : threads) thread.join();
@@ -251,8 +252,7 @@ TEST(M4aWriterFactoryTest, FactoryMayBeDestroyedWhileItLoads) {
 
 TEST(M4aWriterFactoryTest, MissingModuleIsAClearError) {
   M4aWriterFactory factory(nullptr, {"/nonexistent/folder"});
-  std::string error;
-  EXPECT_EQ(factory.createWriter(&error), nullptr);
+  const std::string error = whyNot(factory.createWriter());
   EXPECT_THAT(error, HasSubstr("record-audio-m4a.so"));
   EXPECT_THAT(error, HasSubstr("missing in /nonexistent/folder"));
   EXPECT_THAT(error, HasSubstr("record MP3"));
@@ -262,8 +262,7 @@ TEST(M4aWriterFactoryTest, UnusableModuleIsAClearError) {
   const TemporaryFolder folder;
   std::ofstream(folder / "record-audio-m4a.so") << "not a module";
   M4aWriterFactory factory(nullptr, {folder.path()});
-  std::string error;
-  EXPECT_EQ(factory.createWriter(&error), nullptr);
+  const std::string error = whyNot(factory.createWriter());
   EXPECT_THAT(error, HasSubstr("cannot be loaded"));
   EXPECT_THAT(error, HasSubstr(folder.path()));
 }
@@ -321,7 +320,7 @@ TEST(M4aLogTest, MessagesOfTheCodecLibraryAreWholeLinesOfTheLog) {
     const std::lock_guard lock(logMutex);
     logLines.emplace_back(line);
   });
-  EXPECT_EQ(recording.writer->finish(), "");
+  EXPECT_EQ(whyNot(recording.writer->finish()), "");
   const std::lock_guard lock(logMutex);
   ASSERT_FALSE(logLines.empty());
   EXPECT_THAT(logLines, ::testing::Contains(HasSubstr("Too many bits")));

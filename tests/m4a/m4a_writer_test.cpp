@@ -13,10 +13,12 @@
 #include "tests/m4a/box_walker.h"
 #include "tests/m4a/decoded.h"
 #include "tests/m4a/recording.h"
+#include "tests/support/why_not.h"
 
 namespace linux_host::test {
 namespace {
 
+using test_support::whyNot;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -97,8 +99,8 @@ TEST(M4aWriterTest, EachInputOfALargeInterfaceIsHeardOnBothSides) {
     ASSERT_EQ(recording.openError, "");
     std::vector<const float*> planes(kChannels, silence.data());
     planes[channel] = sound;
-    ASSERT_EQ(recording.writer.write(planes.data(), kSecond_frames), "");
-    ASSERT_EQ(recording.writer.finish(), "");
+    ASSERT_EQ(whyNot(recording.writer.write(planes.data(), kSecond_frames)), "");
+    ASSERT_EQ(whyNot(recording.writer.finish()), "");
     const auto decoded = decodeM4a(recording.file->bytes);
     ASSERT_EQ(decoded.planes.size(), 2U);
     for (const auto& plane : decoded.planes) {
@@ -168,9 +170,9 @@ TEST(M4aWriterTest, RecordingHasExactlyTheFramesItWasGivenWhateverTheBlockSizes)
     Recording recording;
     std::uint64_t fed = 0;
     for (; fed < 10000; fed += piece)
-      ASSERT_EQ(recording.writer.write(recording.tone.next(piece), piece), "");
-    ASSERT_EQ(recording.writer.write(nullptr, 0), "");
-    ASSERT_EQ(recording.writer.finish(), "");
+      ASSERT_EQ(whyNot(recording.writer.write(recording.tone.next(piece), piece)), "");
+    ASSERT_EQ(whyNot(recording.writer.write(nullptr, 0)), "");
+    ASSERT_EQ(whyNot(recording.writer.finish()), "");
     EXPECT_EQ(decodeM4a(recording.file->bytes).containerFrames, fed) << "pieces of " << piece;
   }
 }
@@ -189,7 +191,7 @@ TEST(M4aWriterTest, IndexPointsAtTheSamePacketsAsTheFragmentsDid) {
   Recording recording;
   ASSERT_EQ(recording.feed(3 * 48000), "");
   const auto growing = recording.file->bytes;
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   std::string why;
   const auto index = walkIndex(recording.file->bytes, &why);
   ASSERT_TRUE(index) << why;
@@ -226,7 +228,7 @@ TEST(M4aWriterTest, BrandsSayWhatTheFileIsBeforeAndAfter) {
     return text;
   };
   EXPECT_EQ(brands(), "M4A ;M4A ;mp42;isom;iso6;");
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_EQ(brands(), "M4A ;M4A ;mp42;isom;iso2;");
 }
 
@@ -239,7 +241,7 @@ TEST(M4aWriterTest, CreationTimeIsTheMomentOfTheOpening) {
   ASSERT_TRUE(movie);
   const auto growing = bigEndian(recording.file->bytes, movie->offset + 12, 4);
   EXPECT_THAT(growing, ::testing::AllOf(::testing::Ge(before), ::testing::Le(after)));
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   std::string why;
   const auto index = walkIndex(recording.file->bytes, &why);
   ASSERT_TRUE(index) << why;
@@ -277,7 +279,7 @@ TEST(M4aWriterTest, GrowingAndFinishedFileHaveTheTitleAndTheLocalDate) {
   ASSERT_EQ(recording.openError, "");
   ASSERT_EQ(recording.feed(48000), "");
   const Decoded growing = decodeM4a(recording.file->bytes);
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   const Decoded finished = decodeM4a(recording.file->bytes);
   for (auto tags : {growing.tags, finished.tags}) {
     EXPECT_EQ(tags["title"], labels.title);
@@ -297,7 +299,7 @@ TEST(M4aWriterTest, TitlesOfAnyLengthAndBytesDoNoHarm) {
     Recording recording(Format{}, {}, {title, 1});
     ASSERT_EQ(recording.openError, "");
     ASSERT_EQ(recording.feed(4800), "");
-    ASSERT_EQ(recording.writer.finish(), "");
+    ASSERT_EQ(whyNot(recording.writer.finish()), "");
     const Decoded decoded = decodeM4a(recording.file->bytes);
     EXPECT_EQ(decoded.error, "");
     EXPECT_EQ(decoded.containerFrames, 4800U);
@@ -353,9 +355,9 @@ TEST(M4aWriterTest, ValuesThatAreNotNumbersCountAsSilenceAndDoNoHarm) {
   bad[5001] = -std::numeric_limits<float>::infinity();
   bad[9000] = std::numeric_limits<float>::signaling_NaN();
   const float* planes[] = {bad.data()};
-  ASSERT_EQ(recording.writer.write(planes, 48000), "");
+  ASSERT_EQ(whyNot(recording.writer.write(planes, 48000)), "");
   ASSERT_EQ(recording.feed(48000), "");
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   const auto decoded = decodeM4a(recording.file->bytes);
   ASSERT_EQ(decoded.error, "");
   EXPECT_EQ(decoded.containerFrames, 96000U);
@@ -368,8 +370,8 @@ TEST(M4aWriterTest, HugeValuesAreTaken) {
   Recording recording({48000, 1, 128000});
   const std::vector<float> huge(10000, std::numeric_limits<float>::max());
   const float* planes[] = {huge.data()};
-  EXPECT_EQ(recording.writer.write(planes, 10000), "");
-  EXPECT_EQ(recording.writer.finish(), "");
+  EXPECT_EQ(whyNot(recording.writer.write(planes, 10000)), "");
+  EXPECT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_EQ(decodeM4a(recording.file->bytes).containerFrames, 10000U);
 }
 
@@ -380,12 +382,12 @@ TEST(M4aWriterTest, FinishCostsOnlyTheIndexHoweverLongTheRecording) {
   const std::vector<float> silence(kSecond_frames, 0.0F);
   const float* planes[] = {silence.data()};
   for (std::uint64_t second = 0; second < kLength_s; ++second) {
-    ASSERT_EQ(recording.writer.write(planes, kSecond_frames), "");
+    ASSERT_EQ(whyNot(recording.writer.write(planes, kSecond_frames)), "");
   }
   const int operations = recording.file->operations;
   const std::size_t growing_bytes = recording.file->bytes.size();
   const auto begin = std::chrono::steady_clock::now();
-  ASSERT_EQ(recording.writer.finish(), "");
+  ASSERT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
   EXPECT_LE(recording.file->operations - operations, 4);  // last fragments, index, head
   const std::uint64_t packets = kLength_s * kSecond_frames / 1024 + 1;
@@ -400,10 +402,10 @@ TEST(M4aWriterTest, FinishClosesTheFileAndMayBeCalledAgain) {
   Recording recording;
   ASSERT_EQ(recording.feed(4800), "");
   EXPECT_FALSE(recording.file->closed);
-  EXPECT_EQ(recording.writer.finish(), "");
+  EXPECT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_TRUE(recording.file->closed);
   const auto bytes = recording.file->bytes;
-  EXPECT_EQ(recording.writer.finish(), "");
+  EXPECT_EQ(whyNot(recording.writer.finish()), "");
   EXPECT_EQ(recording.file->bytes, bytes);
   EXPECT_NE(recording.feed(10), "");
 }
@@ -414,8 +416,8 @@ TEST(M4aWriterTest, RefusesWhatCannotBeRecorded) {
     Recording recording(format);
     EXPECT_THAT(recording.openError, HasSubstr("m4a"));
     EXPECT_TRUE(recording.file->bytes.empty());
-    EXPECT_NE(recording.writer.write(nullptr, 0), "");
-    EXPECT_EQ(recording.writer.finish(), "");
+    EXPECT_NE(whyNot(recording.writer.write(nullptr, 0)), "");
+    EXPECT_EQ(whyNot(recording.writer.finish()), "");
   }
 }
 

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -36,28 +35,31 @@ class MemorySink final : public M4aRepairableFile {
   ~MemorySink() override { file_->closed = true; }
 
   // A failing append leaves half of its bytes, one on a full disk as many as fit.
-  std::string append(std::span<const std::byte> data) override {
+  Status append(std::span<const std::byte> data) override {
     const bool fails = file_->nextFails();
     const std::size_t room =
         file_->capacity_bytes - std::min(file_->capacity_bytes, file_->bytes.size());
     const std::size_t taken = std::min(fails ? data.size() / 2 : data.size(), room);
     file_->bytes.insert(file_->bytes.end(), data.begin(),
                         data.begin() + static_cast<std::ptrdiff_t>(taken));
-    if (fails) return "Cannot write tone.m4a: the test says so.";
-    return taken < data.size() ? "Cannot write tone.m4a: no room. Make room." : "";
+    if (fails) return Unexpected("Cannot write tone.m4a: the test says so.");
+    if (taken < data.size()) return Unexpected("Cannot write tone.m4a: no room. Make room.");
+    return {};
   }
-  std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
-    if (file_->nextFails()) return "Cannot write tone.m4a: the test says so.";
-    if (offset_bytes + data.size() > file_->bytes.size()) return "Written past the end.";
+  Status pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
+    if (file_->nextFails()) return Unexpected("Cannot write tone.m4a: the test says so.");
+    if (offset_bytes + data.size() > file_->bytes.size()) {
+      return Unexpected("Written past the end.");
+    }
     std::copy(data.begin(), data.end(),
               file_->bytes.begin() + static_cast<std::ptrdiff_t>(offset_bytes));
-    return "";
+    return {};
   }
   [[nodiscard]] std::uint64_t size_bytes() const override { return file_->bytes.size(); }
-  bool truncate(std::uint64_t size_bytes) override {
-    if (file_->nextFails()) return false;
+  Status truncate(std::uint64_t size_bytes) override {
+    if (file_->nextFails()) return Unexpected("Cannot cut tone.m4a: the test says so.");
     file_->bytes.resize(std::min<std::size_t>(file_->bytes.size(), size_bytes));
-    return true;
+    return {};
   }
   std::size_t readAt(std::uint64_t offset_bytes, std::span<std::byte> to) override {
     if (offset_bytes >= file_->bytes.size()) return 0;

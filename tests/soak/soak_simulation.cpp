@@ -100,14 +100,10 @@ class M4aOutlet : public Outlet {
  public:
   explicit M4aOutlet(const std::string& folder) : path_(folder + "/soak.m4a") {
     constexpr std::uint32_t kBitrate_bps = 128'000;
-    std::string error;
-    file_ = files_.openFiles().open(path_, linux_host::OpenFiles::Mode::kCreateNew, &error);
-    if (error.empty()) writer_ = factory_.createWriter(&error);
-    if (error.empty()) {
-      error = writer_->open(linux_host::m4aSinkFor(file_),
-                            {kRate_Hz, {linux_host::Speaker::kFrontCenter}, kBitrate_bps});
-    }
-    check(error);
+    file_ = checked(files_.openFiles().open(path_, linux_host::OpenFiles::Mode::kCreateNew));
+    writer_ = checked(factory_.createWriter());
+    check(writer_->open(linux_host::m4aSinkFor(file_),
+                        {kRate_Hz, {linux_host::Speaker::kFrontCenter}, kBitrate_bps}));
   }
 
   [[nodiscard]] bool isReady() override { return true; }
@@ -121,8 +117,13 @@ class M4aOutlet : public Outlet {
   }
 
  private:
-  static void check(const std::string& error) {
-    if (!error.empty()) throw std::runtime_error(error);
+  static void check(const linux_host::Status& status) {
+    if (!status) throw std::runtime_error(status.error());
+  }
+  template <typename Value>
+  static Value checked(linux_host::Expected<Value> value) {
+    if (!value) throw std::runtime_error(value.error());
+    return *std::move(value);
   }
 
   const std::string path_;

@@ -37,37 +37,40 @@ class Recording : public CaptureConsumer {
   [[nodiscard]] std::chrono::milliseconds patience() const override { return kGathering; }
 
   [[nodiscard]] std::string take(const float* const* planes, std::uint32_t frames) override {
-    if (writer_ == nullptr) error_ = openWriter();
-    if (error_.empty()) error_ = writer_->write(planes, frames);
-    return error_;
+    if (writer_ == nullptr) status_ = openWriter();
+    if (status_) status_ = writer_->write(planes, frames);
+    return textOf(status_);
   }
 
   void finish() override {
-    const bool isKnown = !error_.empty();
+    const bool isKnown = !status_;
     // A recording without any samples still becomes a file.
-    if (writer_ == nullptr && error_.empty()) error_ = openWriter();
-    if (writer_ != nullptr) {
-      const std::string error = writer_->finish();
-      if (error_.empty()) error_ = error;
-    }
+    if (writer_ == nullptr && status_) status_ = openWriter();
+    if (writer_ != nullptr) keepFirst(writer_->finish());
     writer_.reset();
-    const std::string closeError = file_->close();
-    if (error_.empty()) error_ = closeError;
-    // The user has already been told of an error of take().
-    if (!isKnown && !error_.empty()) {
-      logMessage(LogLevel::kError, "The end of a recording was lost. Error: " + error_);
+    keepFirst(file_->close());
+    // The user has already been told of a failure of take().
+    if (!isKnown && !status_) {
+      logMessage(LogLevel::kError, "The end of a recording was lost. Error: " + status_.error());
     }
-    onFinished_(error_);
+    onFinished_(textOf(status_));
   }
 
  private:
+  static std::string textOf(const Status& status) {
+    return status ? std::string() : status.error();
+  }
   // Waits until the module is loaded. The writer stays null if there is none.
-  std::string openWriter() {
-    std::string error;
-    writer_ = writers_.createWriter(&error);
-    if (writer_ == nullptr) return error;
+  Status openWriter() {
+    auto writer = writers_.createWriter();
+    if (!writer) return Unexpected(writer.error());
+    writer_ = *std::move(writer);
     writer_->setLabels(labels_);
     return writer_->open(m4aSinkFor(file_), format_);
+  }
+  // The first failure is what the user is told of.
+  void keepFirst(const Status& status) {
+    if (status_) status_ = status;
   }
 
   const std::shared_ptr<OpenFile> file_;
@@ -76,7 +79,7 @@ class Recording : public CaptureConsumer {
   const M4aLabels labels_;
   const std::function<void(const std::string&)> onFinished_;
   std::unique_ptr<M4aWriter> writer_;
-  std::string error_;
+  Status status_;
 };
 
 }  // namespace
@@ -117,10 +120,12 @@ void FileOutput::startRecordingToOutputFileURL(
   if (recording_ != nullptr) throw CaptureException("A file is already being recorded.");
   const std::optional<std::string> path = platform::pathWithFileURL(fileURL);
   if (!path) throw CaptureException("\"" + fileURL + "\" does not name a file.");
-  std::string error;
-  std::shared_ptr<OpenFile> file = files_.open(*path, OpenFiles::Mode::kCreate, &error);
-  if (file != nullptr && file->size_bytes() > 0) error = file->truncate(0);
-  if (file == nullptr || !error.empty()) throw CaptureException(error);
+  const auto opened = files_.open(*path, OpenFiles::Mode::kCreate);
+  if (!opened) throw CaptureException(opened.error());
+  const std::shared_ptr<OpenFile>& file = *opened;
+  if (file->size_bytes() > 0) {
+    if (const Status emptied = file->truncate(0); !emptied) throw CaptureException(emptied.error());
+  }
 
   // Not before the first samples are there: the loader handles one library at a time, and the
   // stream's own would have to wait.
@@ -132,7 +137,7 @@ void FileOutput::startRecordingToOutputFileURL(
   const std::string remark = aacChannelsFor(format.speakers).remark;
   if (!remark.empty()) logMessage(LogLevel::kInfo, source.displayName + ": " + remark);
   recording_ = std::make_shared<Recording>(
-      std::move(file), writers_, format, labelsOf(metadata_),
+      file, writers_, format, labelsOf(metadata_),
       [output = weak_from_this(), recordingDelegate, fileURL,
        post = postToMain_](const std::string& recordingError) {
         post([output, recordingDelegate, fileURL, recordingError] {

@@ -24,11 +24,10 @@ constexpr std::array kLocalizedKeys = {"CFBundleName", "CFBundleDisplayName"};
 std::optional<platform::Dictionary> readInfo(const std::string& path) {
   const FileContents contents = readSmallFile(path);
   if (contents.error != 0) return std::nullopt;
-  std::string error;
-  const auto json = parsedJsonObject(contents.bytes, &error);
+  const auto json = parsedJsonObject(contents.bytes);
   if (!json) {
     logMessage(LogLevel::kWarning,
-               "Cannot use " + path + ": " + error + ". Reinstall Record Audio.");
+               "Cannot use " + path + ": " + json.error() + ". Reinstall Record Audio.");
     return std::nullopt;
   }
   platform::Dictionary info;

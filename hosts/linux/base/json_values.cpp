@@ -27,19 +27,15 @@ std::size_t nesting(std::string_view bytes) {
 
 }  // namespace
 
-std::optional<Json> parsedJsonObject(std::string_view bytes, std::string* error) {
-  if (nesting(bytes) > kDeepestJson) {
-    *error = "it is nested too deeply";
-    return std::nullopt;
-  }
+Expected<Json> parsedJsonObject(std::string_view bytes) {
+  if (nesting(bytes) > kDeepestJson) return Unexpected("it is nested too deeply");
   try {
     Json json = Json::parse(bytes);
-    if (json.is_object()) return json;
-    *error = "it does not contain a JSON object";
+    if (!json.is_object()) return Unexpected("it does not contain a JSON object");
+    return json;
   } catch (const Json::exception& exception) {
-    *error = exception.what();
+    return Unexpected(exception.what());
   }
-  return std::nullopt;
 }
 
 platform::Value valueOf(const Json& json) {

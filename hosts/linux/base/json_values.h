@@ -2,10 +2,10 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <string_view>
 
+#include "hosts/linux/base/expected.h"
 #include "platform/property_list.h"
 
 namespace linux_host {
@@ -17,9 +17,8 @@ using Json = nlohmann::ordered_json;
 inline constexpr std::size_t kDeepestJson = 64;
 
 // Parses `bytes` as a JSON object. For anything else (no JSON, invalid UTF-8, another type at the
-// top, nesting deeper than kDeepestJson) returns null with the reason in *error. Safe for arbitrary
-// bytes.
-std::optional<Json> parsedJsonObject(std::string_view bytes, std::string* error);
+// top, nesting deeper than kDeepestJson) says what is wrong with "it". Safe for arbitrary bytes.
+Expected<Json> parsedJsonObject(std::string_view bytes);
 
 // The parser has turned integers beyond 64 bits into floating point; null stays null.
 platform::Value valueOf(const Json& json);

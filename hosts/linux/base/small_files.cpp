@@ -34,22 +34,22 @@ int readAll(int fd, std::string* bytes) {
   }
 }
 
-int writeAll(int fd, std::string_view bytes) {
+SystemStatus writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count = write(fd, bytes.data(), bytes.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
+    if (count < 0) return systemError();
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
-  return 0;
+  return {};
 }
 
-int writeNew(int fd, std::string_view bytes, mode_t mode) {
-  UniqueFd file(fd);
-  if (fchmod(fd, mode) != 0) return errno;
-  if (const int error = writeAll(fd, bytes)) return error;
-  if (fsync(fd) != 0) return errno;
-  return file.closeNow();
+SystemStatus writeNew(UniqueFd file, std::string_view bytes, mode_t mode) {
+  if (fchmod(file.get(), mode) != 0) return systemError();
+  if (SystemStatus written = writeAll(file.get(), bytes); !written) return written;
+  if (fsync(file.get()) != 0) return systemError();
+  if (const int error = file.closeNow()) return Unexpected(static_cast<std::errc>(error));
+  return {};
 }
 
 // A rename is on the disk only once its folder is. On a file system that cannot flush folders the
@@ -124,17 +124,17 @@ FileContents readSmallFile(const std::string& path) {
   return contents;
 }
 
-std::string writeSmallFile(const std::string& path, std::string_view bytes, mode_t mode) {
+Status writeSmallFile(const std::string& path, std::string_view bytes, mode_t mode) {
   const std::string folder = fs::path(path).parent_path().string();
-  if (std::string error = makeFolders(folder, 0700); !error.empty()) return error;
+  if (Status made = makeFolders(folder, 0700); !made) return made;
   std::string temporary = path + ".XXXXXX";
-  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return errorText("create a file in", folder, errno);
-  int error = writeNew(fd, bytes, mode);
-  if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
-  if (error != 0) {
+  UniqueFd file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file.valid()) return Unexpected(errorText("create a file in", folder, errno));
+  SystemStatus written = writeNew(std::move(file), bytes, mode);
+  if (written && rename(temporary.c_str(), path.c_str()) != 0) written = systemError();
+  if (!written) {
     unlink(temporary.c_str());
-    return errorText("write", path, error);
+    return Unexpected(errorText("write", path, written.error()));
   }
   flushFolder(folder);
   return {};
@@ -151,19 +151,19 @@ std::string behindLinks(const std::string& path) {
   return at.string();
 }
 
-std::string makeFolders(const std::string& path, mode_t mode) {
+Status makeFolders(const std::string& path, mode_t mode) {
   if (mkdir(path.c_str(), mode) == 0) return {};
   if (errno == ENOENT) {
     const std::string parent = fs::path(path).parent_path().string();
     if (!parent.empty() && parent != path) {
-      if (std::string error = makeFolders(parent, mode); !error.empty()) return error;
+      if (Status made = makeFolders(parent, mode); !made) return made;
       if (mkdir(path.c_str(), mode) == 0) return {};
     }
   }
   const int reason = errno;
   std::error_code ignored;
   if (reason == EEXIST && fs::is_directory(path, ignored)) return {};
-  return errorText("create the folder", path, reason);
+  return Unexpected(errorText("create the folder", path, reason));
 }
 
 std::string errorText(std::string_view doing, const std::string& path, int error) {
@@ -171,6 +171,14 @@ std::string errorText(std::string_view doing, const std::string& path, int error
   text.append(doing).append(" ").append(path).append(": ");
   text += std::generic_category().message(error);
   return text.append(". ").append(advice(error));
+}
+
+std::string errorText(std::string_view doing, const std::string& path, std::errc error) {
+  return errorText(doing, path, static_cast<int>(error));
+}
+
+Unexpected<std::errc> systemError() {
+  return Unexpected(static_cast<std::errc>(errno));
 }
 
 }  // namespace linux_host

@@ -43,8 +43,7 @@ std::string textAt(const Json& status, const char* key) {
 // Returns the exit status of a stop.
 int printSavedFile(InstanceClient& client, std::ostream& out, std::ostream& err) {
   const InstanceClient::Reply reply = client.status();
-  std::string error;
-  const auto status = parsedJsonObject(reply.text, &error);
+  const auto status = parsedJsonObject(reply.text);
   if (reply.outcome != InstanceClient::Outcome::kDone || !status) {
     err << "record-audio: The recording has ended, and the running program with it. Its log says "
            "whether there is a file.\n";

@@ -38,9 +38,9 @@ void BackgroundFlush::now(int fd, OnError onError) {
   begin(fd, std::move(onError));
 }
 
-int BackgroundFlush::takeError() {
+SystemStatus BackgroundFlush::takeResult() {
   const platform::MutexLock lock(state_->mutex);
-  return std::exchange(state_->error, 0);
+  return std::exchange(state_->result, {});
 }
 
 void BackgroundFlush::begin(int fd, OnError onError) {
@@ -62,15 +62,15 @@ void BackgroundFlush::begin(int fd, OnError onError) {
 void BackgroundFlush::run(State& state, UniqueFd fd, Flush flush,
                           std::chrono::milliseconds interval, const OnError& onError) {
   const Clock::time_point began = Clock::now();
-  int error = flush(fd.get()) == 0 ? 0 : errno;
-  if (!isFailure(error)) error = 0;
+  SystemStatus result;
+  if (flush(fd.get()) != 0 && isFailure(errno)) result = systemError();
   // A late error of close() has already been reported by the flush.
   fd.reset();
-  if (error != 0 && onError) onError(error);
+  if (!result && onError) onError(result.error());
   const Clock::time_point ended = Clock::now();
   const platform::MutexLock lock(state.mutex);
   --state.underWay;
-  if (error != 0) state.error = error;
+  if (!result) state.result = result;
   state.nextBegin = std::max(began + interval, ended + kPauseFactor * (ended - began));
 }
 

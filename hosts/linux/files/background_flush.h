@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "driver/unique_fd.h"
+#include "hosts/linux/base/small_files.h"
 #include "platform/mutex.h"
 
 namespace linux_host {
@@ -28,24 +29,24 @@ class BackgroundFlush {
   // A function that flushes a descriptor: returns 0, or -1 with errno set.
   using Flush = int (*)(int fd);
 
-  using OnError = std::function<void(int error)>;
+  using OnError = std::function<void(std::errc error)>;
 
   explicit BackgroundFlush(Flush flush = nullptr, std::chrono::milliseconds interval = kInterval);
 
   // Call after each write: starts a flush if the last one ended long enough ago.
   void nowAndThen(int fd);
   // Always starts a flush. The descriptor may be closed afterwards. If the flush fails, `onError`
-  // is called on its thread with the errno.
+  // is called on its thread.
   void now(int fd, OnError onError = nullptr);
-  // Returns the errno of a failed flush once; 0 when none has failed.
-  int takeError();
+  // Says once that a flush has failed.
+  SystemStatus takeResult();
 
  private:
   using Clock = std::chrono::steady_clock;
   struct State {
     platform::Mutex mutex;
     int underWay RA_GUARDED_BY(mutex) = 0;
-    int error RA_GUARDED_BY(mutex) = 0;
+    SystemStatus result RA_GUARDED_BY(mutex);
     Clock::time_point nextBegin RA_GUARDED_BY(mutex);
   };
   void begin(int fd, OnError onError) RA_REQUIRES(state_->mutex);

@@ -25,11 +25,6 @@ bool isSafeFromOthers(const struct stat& folder) {
   return folder.st_uid == geteuid() || folder.st_uid == 0 || (folder.st_mode & S_ISVTX) != 0;
 }
 
-// For a call that failed or did not return.
-std::string failure(std::string_view doing, const std::string& path, std::optional<int> error) {
-  return error ? errorText(doing, path, *error) : noAnswerText(doing, path);
-}
-
 class LinuxFileHandle : public platform::FileHandle {
  public:
   explicit LinuxFileHandle(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
@@ -40,14 +35,16 @@ class LinuxFileHandle : public platform::FileHandle {
   }
 
   std::string writeData(std::span<const std::byte> data) override {
-    std::string error = file_->pwriteAt(position_bytes_, data);
-    if (error.empty()) position_bytes_ += data.size();
-    return error;
+    const Status written = file_->pwriteAt(position_bytes_, data);
+    if (!written) return written.error();
+    position_bytes_ += data.size();
+    return {};
   }
 
   void closeFile() override {
-    const std::string error = file_->close();
-    if (!error.empty()) logMessage(LogLevel::kError, error);
+    if (const Status closed = file_->close(); !closed) {
+      logMessage(LogLevel::kError, closed.error());
+    }
   }
 
  private:
@@ -57,53 +54,57 @@ class LinuxFileHandle : public platform::FileHandle {
 
 }  // namespace
 
-std::optional<int> LinuxFileManager::call(const std::string& path, int (*work)(const char*)) const {
+Status LinuxFileManager::call(std::string_view doing, const std::string& path,
+                              int (*work)(const char*)) const {
   const auto calls = openFiles_.calls().shared_from_this();
-  return calls->within([calls, path, work] {
+  const auto ended = calls->within([calls, path, work]() -> SystemStatus {
     const FileCalls::Call underWay(*calls, path);
-    return work(path.c_str()) == 0 ? 0 : errno;
+    if (work(path.c_str()) != 0) return systemError();
+    return {};
   });
+  if (!ended) return Unexpected(noAnswerText(doing, path));
+  if (!*ended) return Unexpected(errorText(doing, path, ended->error()));
+  return {};
 }
 
 bool LinuxFileManager::fileExists(const std::string& path) const {
-  const auto error = call(path, [](const char* name) {
+  const Status found = call("look for", path, [](const char* name) {
     struct stat status {};
     return stat(name, &status);
   });
-  return error && *error == 0;
+  return found.has_value();
 }
 
 bool LinuxFileManager::createFile(const std::string& path) {
-  const auto error = call(path, [](const char* name) {
+  const Status created = call("create the file", path, [](const char* name) {
     loopback::UniqueFd file(open(
         name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kNewFileMode));
     if (!file.valid()) return -1;
     errno = file.closeNow();
     return errno == 0 ? 0 : -1;
   });
-  if (error && *error == 0) return true;
-  logMessage(LogLevel::kError, failure("create the file", path, error));
-  return false;
+  if (!created) logMessage(LogLevel::kError, created.error());
+  return created.has_value();
 }
 
 std::unique_ptr<platform::FileHandle> LinuxFileManager::fileHandleForUpdating(
     const std::string& path) {
-  std::string error;
-  auto file = openFiles_.open(path, OpenFiles::Mode::kExisting, &error);
-  if (file == nullptr) {
-    logMessage(LogLevel::kError, error);
+  auto file = openFiles_.open(path, OpenFiles::Mode::kExisting);
+  if (!file) {
+    logMessage(LogLevel::kError, file.error());
     return nullptr;
   }
-  return std::make_unique<LinuxFileHandle>(std::move(file));
+  return std::make_unique<LinuxFileHandle>(*std::move(file));
 }
 
 std::string LinuxFileManager::moveItem(const std::string& from, const std::string& to) {
-  return openFiles_.move(from, to);
+  const Status moved = openFiles_.move(from, to);
+  return moved ? std::string() : moved.error();
 }
 
 std::string LinuxFileManager::removeItem(const std::string& path) {
-  const auto error = call(path, &unlink);
-  return error && *error == 0 ? std::string() : failure("remove", path, error);
+  const Status removed = call("remove", path, &unlink);
+  return removed ? std::string() : removed.error();
 }
 
 std::string LinuxFileManager::temporaryDirectory() const {
@@ -120,17 +121,16 @@ std::string LinuxFileManager::temporaryDirectory() const {
 }
 
 bool LinuxFileManager::isUsableForTemporaryFiles(const std::string& folder) const {
-  const auto error = call(folder, [](const char* name) {
+  const Status usable = call("use TMPDIR", folder, [](const char* name) {
     struct stat status {};
     if (stat(name, &status) != 0) return -1;
     errno = S_ISDIR(status.st_mode) ? EACCES : ENOTDIR;
     if (!S_ISDIR(status.st_mode) || !isSafeFromOthers(status)) return -1;
     return access(name, W_OK | X_OK);
   });
-  if (error && *error == 0) return true;
+  if (usable) return true;
   logOnce(LogLevel::kWarning, "TMPDIR " + folder,
-          failure("use TMPDIR", folder, error) + " Recordings are written to " +
-              kTemporaryDirectory + " instead.");
+          usable.error() + " Recordings are written to " + kTemporaryDirectory + " instead.");
   return false;
 }
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
+#include <string_view>
 
 #include "hosts/linux/files/open_file.h"
 #include "platform/foundation.h"
@@ -30,9 +30,9 @@ class LinuxFileManager : public platform::FileManager {
   [[nodiscard]] OpenFiles& openFiles() { return openFiles_; }
 
  private:
-  // Calls `work` with the path. Returns its errno, 0 when it returned 0, null when it did not
-  // return.
-  std::optional<int> call(const std::string& path, int (*work)(const char*)) const;
+  // Calls `work`, which returns 0 or sets errno, with the path. `doing` says what that is. Gives up
+  // if it does not return.
+  Status call(std::string_view doing, const std::string& path, int (*work)(const char*)) const;
 
   [[nodiscard]] bool isUsableForTemporaryFiles(const std::string& folder) const;
 

@@ -7,15 +7,16 @@
 #include <utility>
 
 #include "driver/unique_fd.h"
+#include "hosts/linux/base/small_files.h"
 #include "hosts/linux/files/file_calls.h"
 
-// The system calls for moving a file. Any thread; all return errno, 0 on success.
+// The system calls for moving a file. Any thread.
 
 namespace linux_host {
 
 // Renames, but fails with EEXIST rather than replace a file, even on file systems that cannot
 // guarantee that in one step. EXDEV: another file system.
-int renameWithoutReplacing(const std::string& from, const std::string& to);
+SystemStatus renameWithoutReplacing(const std::string& from, const std::string& to);
 
 // A copy of a file in another folder. It has a hidden name there until it is complete, and is
 // removed if it never gets its own name. One thread at a time.
@@ -30,14 +31,14 @@ class HiddenCopy {
   HiddenCopy& operator=(const HiddenCopy&) = delete;
 
   // Creates the empty file with the permissions of the source. Must succeed before anything else.
-  int create(int sourceFd);
+  SystemStatus create(int sourceFd);
   // Copies that part of the source, as far as it exists.
-  int copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes);
+  SystemStatus copy(int sourceFd, std::uint64_t begin_bytes, std::uint64_t end_bytes);
   // Drops what the source no longer has.
-  int truncate(std::uint64_t size_bytes);
-  // Gives the copy its name if it has that size, else returns EIO. *copy receives its descriptor,
-  // open for reading and writing.
-  int publish(std::uint64_t size_bytes, loopback::UniqueFd* copy);
+  SystemStatus truncate(std::uint64_t size_bytes);
+  // Gives the copy its name if it has that size, else fails with EIO. Returns its descriptor, open
+  // for reading and writing.
+  Expected<loopback::UniqueFd, std::errc> publish(std::uint64_t size_bytes);
 
  private:
   const std::string to_;

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string_view>
 
 #include "hosts/linux/base/log.h"
@@ -68,32 +69,29 @@ UniqueFd duplicateOf(const UniqueFd& fd) {
   return UniqueFd(fd.valid() ? fcntl(fd.get(), F_DUPFD_CLOEXEC, 0) : -1);
 }
 
-// The checks of OpenFiles::claim() on an open file. On success it is locked.
-bool lockLostFile(int fd, const std::string& path, std::uint64_t* size_bytes, std::string* error) {
+// The checks of OpenFiles::claim() on an open file. Returns its size, and has locked it; null if
+// another program has it or it has just gone.
+Expected<std::optional<std::uint64_t>> lockedSize_bytes(int fd, const std::string& path) {
   struct stat status {};
-  if (fstat(fd, &status) != 0) {
-    *error = errorText("read", path, errno);
-    return false;
-  }
-  if (status.st_uid != geteuid()) return false;
+  if (fstat(fd, &status) != 0) return Unexpected(errorText("read", path, errno));
+  if (status.st_uid != geteuid()) return std::nullopt;
   if (!S_ISREG(status.st_mode) || status.st_nlink != 1) {
-    *error = path + " is left alone: it " +
-             (S_ISREG(status.st_mode) ? "also has another name" : "is not an ordinary file") +
-             ". Examine it, and move it away yourself.";
-    return false;
+    return Unexpected(
+        path + " is left alone: it " +
+        (S_ISREG(status.st_mode) ? "also has another name" : "is not an ordinary file") +
+        ". Examine it, and move it away yourself.");
   }
   // Its writer may not have had the time to lock it.
-  if (status.st_size == 0) return false;
+  if (status.st_size == 0) return std::nullopt;
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK) *error = errorText("lock", path, errno);
-    return false;
+    if (errno == EWOULDBLOCK) return std::nullopt;
+    return Unexpected(errorText("lock", path, errno));
   }
   // The previous holder of the lock may have moved the file away.
   struct stat now {};
-  if (lstat(path.c_str(), &now) != 0 || !isSameFile(status, now)) return false;
-  if (fstat(fd, &status) != 0) return false;
-  *size_bytes = static_cast<std::uint64_t>(status.st_size);
-  return true;
+  if (lstat(path.c_str(), &now) != 0 || !isSameFile(status, now)) return std::nullopt;
+  if (fstat(fd, &status) != 0) return std::nullopt;
+  return static_cast<std::uint64_t>(status.st_size);
 }
 
 int openFlags(OpenFiles::Mode mode) {
@@ -108,32 +106,28 @@ int openFlags(OpenFiles::Mode mode) {
   return 0;
 }
 
-// The result of opening a file.
 struct Opened {
   UniqueFd fd;
-  int error = 0;  // errno
   std::uint64_t size_bytes = 0;
 };
+using MaybeOpened = Expected<Opened, std::errc>;
 
-Opened openedAs(UniqueFd fd) {
-  Opened opened;
+MaybeOpened openedAs(UniqueFd fd) {
   struct stat status {};
-  if (!fd.valid() || fstat(fd.get(), &status) != 0) opened.error = errno;
-  opened.fd = std::move(fd);
-  opened.size_bytes = static_cast<std::uint64_t>(status.st_size);
-  return opened;
+  if (!fd.valid() || fstat(fd.get(), &status) != 0) return systemError();
+  return Opened{std::move(fd), static_cast<std::uint64_t>(status.st_size)};
 }
 
-Opened openAndLock(const std::string& path, int flags) {
-  Opened opened = openedAs(
+MaybeOpened openAndLock(const std::string& path, int flags) {
+  MaybeOpened opened = openedAs(
       UniqueFd(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, kUnfinishedMode)));
-  if (opened.error != 0) return opened;
+  if (!opened) return opened;
   // Only a search for lost files needs the lock; it notices by itself where locks do not work.
-  [[maybe_unused]] const int locked = flock(opened.fd.get(), LOCK_EX | LOCK_NB);
+  [[maybe_unused]] const int locked = flock(opened->fd.get(), LOCK_EX | LOCK_NB);
   return opened;
 }
 
-Opened openForReading(const std::string& path) {
+MaybeOpened openForReading(const std::string& path) {
   return openedAs(UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)));
 }
 
@@ -148,18 +142,17 @@ OpenFile::OpenFile(UniqueFd fd, std::string path, std::uint64_t size_bytes, Open
 
 OpenFile::~OpenFile() {
   owner_.forget(this);
-  const std::string error = close();
-  if (!error.empty()) logMessage(LogLevel::kError, error);
+  if (const Status closed = close(); !closed) logMessage(LogLevel::kError, closed.error());
 }
 
-std::string OpenFile::append(std::span<const std::byte> data) {
+Status OpenFile::append(std::span<const std::byte> data) {
   const platform::MutexLock lock(mutex_);
-  return failure(writeAt(size_bytes_, data));
+  return named(writeAt(size_bytes_, data));
 }
 
-std::string OpenFile::pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
+Status OpenFile::pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
   const platform::MutexLock lock(mutex_);
-  return failure(writeAt(offset_bytes, data));
+  return named(writeAt(offset_bytes, data));
 }
 
 std::uint64_t OpenFile::size_bytes() const {
@@ -167,10 +160,10 @@ std::uint64_t OpenFile::size_bytes() const {
   return size_bytes_;
 }
 
-std::string OpenFile::truncate(std::uint64_t size_bytes) {
+Status OpenFile::truncate(std::uint64_t size_bytes) {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
-  if (ftruncate(fd_.get(), static_cast<off_t>(size_bytes)) != 0) return failure(errno);
+  if (ftruncate(fd_.get(), static_cast<off_t>(size_bytes)) != 0) return named(systemError());
   isWritten_ = true;
   rewrittenBegin_bytes_ = std::min(rewrittenBegin_bytes_, size_bytes);
   rewrittenEnd_bytes_ = std::max(rewrittenEnd_bytes_, size_bytes_);
@@ -178,19 +171,20 @@ std::string OpenFile::truncate(std::uint64_t size_bytes) {
   return {};
 }
 
-std::string OpenFile::close() {
+Status OpenFile::close() {
   const platform::MutexLock lock(mutex_);
   if (!fd_.valid()) return {};
   const FileCalls::Call underWay = call();
   if (!hasMoved_ && !isNamed(fd_.get(), path_)) owner_.keepNameless(path_, duplicateOf(fd_));
-  const int lateError = flush_.takeError();
+  const SystemStatus flushed = flush_.takeResult();
   if (isWritten_) {
-    flush_.now(fd_.get(), [path = path_](int error) {
+    flush_.now(fd_.get(), [path = path_](std::errc error) {
       logMessage(LogLevel::kError, errorText("flush the end of", path, error));
     });
   }
   const int error = fd_.closeNow();
-  return failure(lateError != 0 ? lateError : error);
+  if (!flushed) return named(flushed);
+  return error == 0 ? Status() : named(Unexpected(static_cast<std::errc>(error)));
 }
 
 std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const {
@@ -207,19 +201,21 @@ std::size_t OpenFile::readAt(std::uint64_t offset_bytes, std::span<std::byte> to
   return done_bytes;
 }
 
-std::string OpenFile::waitForDisk() {
+Status OpenFile::waitForDisk() {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
-  if (fdatasync(fd_.get()) != 0) return failure(errno);
+  if (fdatasync(fd_.get()) != 0) return named(systemError());
   isWritten_ = false;
   return {};
 }
 
-int OpenFile::describe(struct statx* description) const {
+Expected<struct statx> OpenFile::describe() const {
   const platform::MutexLock lock(mutex_);
   const FileCalls::Call underWay = call();
   constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
-  return statx(fd_.get(), "", AT_EMPTY_PATH, kWanted, description) == 0 ? 0 : errno;
+  struct statx description {};
+  if (statx(fd_.get(), "", AT_EMPTY_PATH, kWanted, &description) == 0) return description;
+  return Unexpected(errorText("read", path_, errno));
 }
 
 UniqueFd OpenFile::duplicate() const {
@@ -237,9 +233,9 @@ bool OpenFile::isOpenAt(const std::string& path) const {
   return fd_.valid() && path_ == path;
 }
 
-int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
-  if (!fd_.valid()) return EBADF;
-  if (const int error = flush_.takeError()) return error;
+SystemStatus OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) {
+  if (!fd_.valid()) return Unexpected(std::errc::bad_file_descriptor);
+  if (SystemStatus flushed = flush_.takeResult(); !flushed) return flushed;
   isWritten_ = true;
   const FileCalls::Call underWay = call();
   if (offset_bytes < size_bytes_) {
@@ -250,17 +246,18 @@ int OpenFile::writeAt(std::uint64_t offset_bytes, std::span<const std::byte> dat
     const ssize_t count =
         pwrite(fd_.get(), data.data(), data.size(), static_cast<off_t>(offset_bytes));
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
+    if (count < 0) return systemError();
     data = data.subspan(static_cast<std::size_t>(count));
     offset_bytes += static_cast<std::uint64_t>(count);
     size_bytes_ = std::max(size_bytes_, offset_bytes);
   }
   flush_.nowAndThen(fd_.get());
-  return 0;
+  return {};
 }
 
-std::string OpenFile::failure(int error) const {
-  return error == 0 ? std::string() : errorText("write", path_, error);
+Status OpenFile::named(const SystemStatus& status) const {
+  if (status) return {};
+  return Unexpected(errorText("write", path_, status.error()));
 }
 
 void OpenFile::copyBegins() {
@@ -269,39 +266,40 @@ void OpenFile::copyBegins() {
   rewrittenEnd_bytes_ = 0;
 }
 
-int OpenFile::continueIn(HiddenCopy* copy, const std::string& to, int sourceFd,
-                         std::uint64_t copied_bytes, UniqueFd* unused) {
+Expected<UniqueFd, std::errc> OpenFile::completed(HiddenCopy* copy, int sourceFd,
+                                                  std::uint64_t copied_bytes) {
+  SystemStatus step = copy->truncate(std::min(copied_bytes, size_bytes_));
+  if (step) step = copy->copy(sourceFd, rewrittenBegin_bytes_, rewrittenEnd_bytes_);
+  if (step) step = copy->copy(sourceFd, copied_bytes, size_bytes_);
+  if (!step) return Unexpected(step.error());
+  return copy->publish(size_bytes_);
+}
+
+Expected<UniqueFd, std::errc> OpenFile::continueIn(HiddenCopy* copy, const std::string& to,
+                                                   int sourceFd, std::uint64_t copied_bytes) {
   const platform::MutexLock lock(mutex_);
-  int error = copy->truncate(std::min(copied_bytes, size_bytes_));
-  if (error == 0) error = copy->copy(sourceFd, rewrittenBegin_bytes_, rewrittenEnd_bytes_);
-  if (error == 0) error = copy->copy(sourceFd, copied_bytes, size_bytes_);
-  if (error == 0) error = copy->publish(size_bytes_, unused);
-  if (error != 0 || !fd_.valid()) return error;
-  std::swap(fd_, *unused);
+  Expected<UniqueFd, std::errc> fd = completed(copy, sourceFd, copied_bytes);
+  if (!fd || !fd_.valid()) return fd;
+  std::swap(fd_, *fd);
   path_ = normal(to);
   hasMoved_ = true;
   flush_ = BackgroundFlush();  // without the old file's state
-  return 0;
+  return fd;
 }
 
 OpenFiles::~OpenFiles() {
   moves_.waitUntilIdle();
 }
 
-std::shared_ptr<OpenFile> OpenFiles::open(const std::string& path, Mode mode, std::string* error) {
+Expected<std::shared_ptr<OpenFile>> OpenFiles::open(const std::string& path, Mode mode) {
   auto opened = calls_->within([calls = calls_, path, flags = openFlags(mode)] {
     const FileCalls::Call underWay(*calls, path);
     return openAndLock(path, flags);
   });
-  if (!opened) {
-    *error = noAnswerText("open", path);
-    return nullptr;
-  }
-  if (opened->error != 0) {
-    *error = errorText("open", path, opened->error);
-    return nullptr;
-  }
-  return keep(std::move(opened->fd), path, opened->size_bytes);
+  if (!opened) return Unexpected(noAnswerText("open", path));
+  MaybeOpened& file = *opened;
+  if (!file) return Unexpected(errorText("open", path, file.error()));
+  return keep(std::move(file->fd), path, file->size_bytes);
 }
 
 std::shared_ptr<OpenFile> OpenFiles::keep(UniqueFd fd, const std::string& path,
@@ -312,16 +310,16 @@ std::shared_ptr<OpenFile> OpenFiles::keep(UniqueFd fd, const std::string& path,
   return file;
 }
 
-std::shared_ptr<OpenFile> OpenFiles::claim(const std::string& path, std::string* error) {
-  error->clear();
+Expected<std::shared_ptr<OpenFile>> OpenFiles::claim(const std::string& path) {
   UniqueFd fd(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!fd.valid()) {
-    if (errno != ENOENT) *error = errorText("open", path, errno);
-    return nullptr;
+    if (errno == ENOENT) return nullptr;
+    return Unexpected(errorText("open", path, errno));
   }
-  std::uint64_t size_bytes = 0;
-  if (!lockLostFile(fd.get(), path, &size_bytes, error)) return nullptr;
-  return keep(std::move(fd), path, size_bytes);
+  const auto size_bytes = lockedSize_bytes(fd.get(), path);
+  if (!size_bytes) return Unexpected(size_bytes.error());
+  if (!*size_bytes) return nullptr;
+  return keep(std::move(fd), path, **size_bytes);
 }
 
 void OpenFiles::forget(OpenFile* file) {
@@ -345,61 +343,63 @@ std::shared_ptr<OpenFile> OpenFiles::find(const std::string& path) {
   return nullptr;
 }
 
-std::string OpenFiles::move(const std::string& from, const std::string& to) {
+Status OpenFiles::move(const std::string& from, const std::string& to) {
   const auto isGivenUp = std::make_shared<GivenUp>(false);
-  auto error = calls_->within(
+  auto moved = calls_->within(
       [this, from, to, isGivenUp, token = PendingWork::Token(moves_)] {
-        std::string result = moveNow(from, to, *isGivenUp);
-        if (result.empty() && isGivenUp->load(std::memory_order_relaxed)) {
+        Status result = moveNow(from, to, *isGivenUp);
+        if (result && isGivenUp->load(std::memory_order_relaxed)) {
           logMessage(LogLevel::kWarning, from + " has been moved after all, to " + to);
         }
         return result;
       },
       isGivenUp);
-  return error ? *std::move(error) : noAnswerText("move " + from + " to", to);
+  if (!moved) return Unexpected(noAnswerText("move " + from + " to", to));
+  return *std::move(moved);
 }
 
-std::string OpenFiles::moveNow(const std::string& from, const std::string& to,
-                               const GivenUp& isGivenUp) {
+Status OpenFiles::moveNow(const std::string& from, const std::string& to,
+                          const GivenUp& isGivenUp) {
   const auto file = find(normal(from));
   // Without the file's lock: its writer must not wait for a folder that hangs.
-  int error = [&] {
+  SystemStatus moved = [&] {
     const FileCalls::Call underWay(*calls_, to);
     return renameWithoutReplacing(from, to);
   }();
-  if (error == EXDEV || error == ENOENT) {
-    error = moveByCopying(file.get(), from, to, isGivenUp);
-  } else if (error == 0 && file != nullptr) {
+  const bool isToBeCopied = !moved && (moved.error() == std::errc::cross_device_link ||
+                                       moved.error() == std::errc::no_such_file_or_directory);
+  if (isToBeCopied) {
+    moved = moveByCopying(file.get(), from, to, isGivenUp);
+  } else if (moved && file != nullptr) {
     const platform::MutexLock lock(file->mutex_);
     file->path_ = normal(to);
     file->hasMoved_ = true;
   }
-  if (error != 0) return errorText("move " + from + " to", to, error);
+  if (!moved) return Unexpected(errorText("move " + from + " to", to, moved.error()));
   dropNameless(normal(from));
   openToOthersByUmask(to);
   return {};
 }
 
-int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
-                             const GivenUp& isGivenUp) {
-  const Opened source = [&] {
-    Opened named = openForReading(from);
-    if (named.error != ENOENT) return named;
+SystemStatus OpenFiles::moveByCopying(OpenFile* file, const std::string& from,
+                                      const std::string& to, const GivenUp& isGivenUp) {
+  const MaybeOpened source = [&] {
+    MaybeOpened byName = openForReading(from);
+    if (byName || byName.error() != std::errc::no_such_file_or_directory) return byName;
     UniqueFd nameless = openNameless(file, normal(from));
-    return nameless.valid() ? openedAs(std::move(nameless)) : std::move(named);
+    return nameless.valid() ? openedAs(std::move(nameless)) : std::move(byName);
   }();
-  if (source.error != 0) return source.error;
+  if (!source) return Unexpected(source.error());
+  const int sourceFd = source->fd.get();
   if (file != nullptr) file->copyBegins();
   HiddenCopy copy(to, *calls_, isGivenUp);
-  int error = copy.create(source.fd.get());
+  if (SystemStatus created = copy.create(sourceFd); !created) return created;
   // Copies nearly everything while the writer goes on; it waits only for the rest.
-  if (error == 0) error = copy.copy(source.fd.get(), 0, source.size_bytes);
-  if (error != 0) return error;
+  if (SystemStatus copied = copy.copy(sourceFd, 0, source->size_bytes); !copied) return copied;
 
-  UniqueFd unused;
-  error = file != nullptr ? file->continueIn(&copy, to, source.fd.get(), source.size_bytes, &unused)
-                          : copy.publish(source.size_bytes, &unused);
-  if (error != 0) return error;
+  const auto unused = file != nullptr ? file->continueIn(&copy, to, sourceFd, source->size_bytes)
+                                      : copy.publish(source->size_bytes);
+  if (!unused) return Unexpected(unused.error());
   // The old file keeps its lock until its name is gone, so that no program takes it for a lost one.
   if (unlink(from.c_str()) != 0) {
     logMessage(LogLevel::kWarning,
@@ -409,7 +409,7 @@ int OpenFiles::moveByCopying(OpenFile* file, const std::string& from, const std:
                                      to
                                : errorText("remove", from, errno) + " It was copied to " + to);
   }
-  return 0;
+  return {};
 }
 
 UniqueFd OpenFiles::openNameless(const OpenFile* file, const std::string& path) {

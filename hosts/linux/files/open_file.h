@@ -15,6 +15,7 @@
 
 #include "driver/unique_fd.h"
 #include "hosts/linux/base/pending_work.h"
+#include "hosts/linux/base/small_files.h"
 #include "hosts/linux/files/background_flush.h"
 #include "hosts/linux/files/file_calls.h"
 #include "platform/mutex.h"
@@ -30,31 +31,31 @@ class OpenFiles;
 //
 // Written data is on the disk about a second later. If that fails, the next write fails.
 //
-// Error texts use the file's name at that moment; empty means success.
+// The texts of failures use the file's name at that moment.
 class OpenFile {
  public:
   ~OpenFile();
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
 
-  // Appends all of `data`. After an error a leading part may have been appended, as size_bytes()
+  // Appends all of `data`. After a failure a leading part may have been appended, as size_bytes()
   // shows.
-  [[nodiscard]] std::string append(std::span<const std::byte> data);
+  Status append(std::span<const std::byte> data);
   // Overwrites with all of `data` at the offset.
-  [[nodiscard]] std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
+  Status pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data);
   [[nodiscard]] std::uint64_t size_bytes() const;
   // Drops everything from `size_bytes` on.
-  [[nodiscard]] std::string truncate(std::uint64_t size_bytes);
-  // Later calls fail. Idempotent; the destructor also closes. The lock lasts until the written data
-  // is on the disk.
-  std::string close();
+  Status truncate(std::uint64_t size_bytes);
+  // Later calls fail. Idempotent; the destructor also closes, and logs a failure. The lock lasts
+  // until the written data is on the disk.
+  Status close();
 
   // Copies as many bytes from `offset_bytes` on as exist and fit, and returns their number.
   std::size_t readAt(std::uint64_t offset_bytes, std::span<std::byte> to) const;
   // Waits until all written data is on the disk.
-  [[nodiscard]] std::string waitForDisk();
-  // The file system's description of the file. Returns errno, 0 on success.
-  int describe(struct statx* description) const;
+  Status waitForDisk();
+  // The file system's description of the file.
+  [[nodiscard]] Expected<struct statx> describe() const;
 
   [[nodiscard]] std::string path() const;
 
@@ -73,13 +74,16 @@ class OpenFile {
   // A copy of the file begins: remembers what is overwritten from now on.
   void copyBegins();
   // Completes a copy that has the first `copied_bytes` of the source. The writer waits meanwhile,
-  // and then continues in the copy. Returns errno; on success *unused is the descriptor that is no
-  // longer written.
-  int continueIn(HiddenCopy* copy, const std::string& to, int sourceFd, std::uint64_t copied_bytes,
-                 loopback::UniqueFd* unused);
-  // Returns errno.
-  int writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data) RA_REQUIRES(mutex_);
-  [[nodiscard]] std::string failure(int error) const RA_REQUIRES(mutex_);
+  // and then continues in the copy. Returns the descriptor that is no longer written.
+  Expected<loopback::UniqueFd, std::errc> continueIn(HiddenCopy* copy, const std::string& to,
+                                                     int sourceFd, std::uint64_t copied_bytes);
+  // Brings a copy up to date and gives it its name. Returns its descriptor.
+  Expected<loopback::UniqueFd, std::errc> completed(HiddenCopy* copy, int sourceFd,
+                                                    std::uint64_t copied_bytes) RA_REQUIRES(mutex_);
+  SystemStatus writeAt(std::uint64_t offset_bytes, std::span<const std::byte> data)
+      RA_REQUIRES(mutex_);
+  // Of a write; says which file it is.
+  [[nodiscard]] Status named(const SystemStatus& status) const RA_REQUIRES(mutex_);
 
   OpenFiles& owner_;
   const std::shared_ptr<FileCalls> calls_;
@@ -115,31 +119,29 @@ class OpenFiles {
     kCreateNew,  // must not exist
   };
 
-  // Null with *error set when the file cannot be opened for reading and writing, or is a symbolic
+  // Never null. Fails when the file cannot be opened for reading and writing, or is a symbolic
   // link, which others can create in the temporary folder. A file that may move must be open only
   // once at a time. Gives up if the disk does not answer.
-  [[nodiscard]] std::shared_ptr<OpenFile> open(const std::string& path, Mode mode,
-                                               std::string* error);
+  Expected<std::shared_ptr<OpenFile>> open(const std::string& path, Mode mode);
 
   // Opens and locks a file of this user that is not empty and has lost its writer; only one of
-  // several programs that try gets it. Otherwise null: with *error empty if another program has it
-  // or it has just gone, else with the reason. Never follows a symbolic link.
-  [[nodiscard]] std::shared_ptr<OpenFile> claim(const std::string& path, std::string* error);
+  // several programs that try gets it. Null if another program has it or it has just gone. Never
+  // follows a symbolic link.
+  Expected<std::shared_ptr<OpenFile>> claim(const std::string& path);
 
   // Moves a file, even while it is written through an OpenFile of this registry. Within one file
   // system that is a rename. To another one, the bytes are copied under a hidden name into the
   // target's folder, flushed and renamed, and the writers continue in the copy. Never replaces a
-  // file. The moved file gets the mode of a new file under the umask. Returns an error text, empty
-  // on success. After an error the file is complete at `from`, still being written, and nothing is
-  // left at the target.
+  // file. The moved file gets the mode of a new file under the umask. After a failure the file is
+  // complete at `from`, still being written, and nothing is left at the target.
   //
   // A file of this registry may have lost the name `from` while it was written: somebody has
   // removed it or detached its disk (umount -l). It is then copied through the open descriptor,
   // even if it has been closed meanwhile.
   //
-  // Gives up, with an error, if a disk does not answer for FileCalls::kPatience. A pending rename
+  // Gives up, and fails, if a disk does not answer for FileCalls::kPatience. A pending rename
   // may then still happen when the disk comes back, and is logged.
-  [[nodiscard]] std::string move(const std::string& from, const std::string& to);
+  Status move(const std::string& from, const std::string& to);
 
   // Whether a move that was given up is still running.
   [[nodiscard]] bool hasMoveUnderWay() {
@@ -156,10 +158,10 @@ class OpenFiles {
   void forget(OpenFile* file);
   std::shared_ptr<OpenFile> find(const std::string& path);
   // As move(), but without a time limit, except that it can be given up between two steps.
-  std::string moveNow(const std::string& from, const std::string& to, const GivenUp& isGivenUp);
-  // `file` is null when the file is not being written. Returns errno.
-  int moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
-                    const GivenUp& isGivenUp);
+  Status moveNow(const std::string& from, const std::string& to, const GivenUp& isGivenUp);
+  // `file` is null when the file is not being written.
+  SystemStatus moveByCopying(OpenFile* file, const std::string& from, const std::string& to,
+                             const GivenUp& isGivenUp);
 
   // Keeps a file open that is closed before it was moved and has lost its name.
   void keepNameless(const std::string& path, loopback::UniqueFd fd);

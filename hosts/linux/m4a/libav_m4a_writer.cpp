@@ -39,15 +39,14 @@ std::vector<std::byte> paddingBefore(std::uint64_t offset_bytes, std::size_t hea
   return padding.take();
 }
 
-std::string whatIsKept(const std::string& error) {
-  return error + " What was recorded before that is kept and plays.";
+Status failedButKept(const std::string& error) {
+  return Unexpected(error + " What was recorded before that is kept and plays.");
 }
 
 }  // namespace
 
-std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) {
-  std::string error = encoder_.open(format);
-  if (!error.empty()) return error;
+Status LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) {
+  if (Status opened = encoder_.open(format); !opened) return opened;
   const AVCodecContext& codec = encoder_.codec();
   const std::uint64_t start_s = labels_.start_unix_s > 0 ? labels_.start_unix_s : unixTime_s();
   track_.sampleRate_hz = static_cast<std::uint32_t>(codec.sample_rate);
@@ -64,27 +63,27 @@ std::string LibavM4aWriter::open(std::unique_ptr<M4aSink> sink, const M4aFormat&
   std::vector<std::byte> head = m4aHead(std::nullopt);
   const std::vector<std::byte> movie = m4aGrowingIndexBox(track_);
   head.insert(head.end(), movie.begin(), movie.end());
-  error = sink->append(head);
-  if (error.empty()) sink_ = std::move(sink);
-  return error;
+  Status appended = sink->append(head);
+  if (appended) sink_ = std::move(sink);
+  return appended;
 }
 
-std::string LibavM4aWriter::write(const float* const* planes, std::uint32_t frames) {
-  if (!sink_) return "The m4a recording is not open.";
-  if (!writeError_.empty()) return writeError_;
-  const std::string error =
+Status LibavM4aWriter::write(const float* const* planes, std::uint32_t frames) {
+  if (!sink_) return Unexpected("The m4a recording is not open.");
+  if (!written_) return written_;
+  const Status encoded =
       encoder_.encode(planes, frames, [this](AVPacket& packet) { return take(packet); });
-  if (!error.empty()) writeError_ = whatIsKept(error);
-  return writeError_;
+  if (!encoded) written_ = failedButKept(encoded.error());
+  return written_;
 }
 
-std::string LibavM4aWriter::take(AVPacket& packet) {
+Status LibavM4aWriter::take(AVPacket& packet) {
   fragments_.add(std::as_bytes(std::span(packet.data, static_cast<std::size_t>(packet.size))));
-  return fragments_.packetCount() < packetsPerFragment_ ? "" : appendFragment();
+  return fragments_.packetCount() < packetsPerFragment_ ? Status() : appendFragment();
 }
 
-std::string LibavM4aWriter::appendFragment() {
-  if (std::string error = appendUnwritten(); !error.empty()) return error;
+Status LibavM4aWriter::appendFragment() {
+  if (Status appended = appendUnwritten(); !appended) return appended;
   unwritten_ = fragments_.end();
   unwrittenOffset_bytes_ = sink_->size_bytes();
   const auto padding = paddingBefore(unwrittenOffset_bytes_, unwritten_.mediaOffset_bytes);
@@ -93,20 +92,20 @@ std::string LibavM4aWriter::appendFragment() {
   return appendUnwritten();
 }
 
-std::string LibavM4aWriter::appendUnwritten() {
-  if (unwritten_.packetSizes_bytes.empty()) return "";
+Status LibavM4aWriter::appendUnwritten() {
+  if (unwritten_.packetSizes_bytes.empty()) return {};
   if (sink_->size_bytes() > unwrittenOffset_bytes_ && !sink_->truncate(unwrittenOffset_bytes_)) {
-    return appendError_;
+    return appended_;
   }
-  appendError_ = sink_->append(unwritten_.bytes);
-  if (!appendError_.empty()) {
+  appended_ = sink_->append(unwritten_.bytes);
+  if (!appended_) {
     keepWholePackets();
-    return appendError_;
+    return appended_;
   }
   packets_.addChunk(unwrittenOffset_bytes_ + unwritten_.mediaOffset_bytes,
                     unwritten_.packetSizes_bytes);
   unwritten_ = {};
-  return "";
+  return {};
 }
 
 void LibavM4aWriter::keepWholePackets() {
@@ -123,28 +122,34 @@ void LibavM4aWriter::keepWholePackets() {
         headOfFirstPackets(Bytes(unwritten_.bytes).first(unwritten_.mediaOffset_bytes),
                            ends_bytes.size(), ends_bytes.back() - media_bytes);
     if (!head) continue;
-    if (!sink_->pwriteAt(unwrittenOffset_bytes_, *head).empty()) break;
-    sink_->truncate(ends_bytes.back());
+    if (!sink_->pwriteAt(unwrittenOffset_bytes_, *head)) break;
+    cutAt(ends_bytes.back());
     return;
   }
-  sink_->truncate(unwrittenOffset_bytes_);
+  cutAt(unwrittenOffset_bytes_);
 }
 
-std::string LibavM4aWriter::finish() {
-  if (!sink_) return "";
-  std::string error = complete();
+// Whether it can be cut off does not matter: players pass over a torn end, and the next append and
+// the recovery try again.
+void LibavM4aWriter::cutAt(std::uint64_t end_bytes) {
+  static_cast<void>(sink_->truncate(end_bytes));
+}
+
+Status LibavM4aWriter::finish() {
+  if (!sink_) return {};
+  const Status completed = complete();
   sink_.reset();
-  return error.empty() ? error : whatIsKept(error);
+  return completed ? completed : failedButKept(completed.error());
 }
 
-std::string LibavM4aWriter::complete() {
+Status LibavM4aWriter::complete() {
   // First the rest of a failed write, because the encoder's last packets come after it.
-  std::string error = appendUnwritten();
-  if (error.empty()) {
-    error = encoder_.flush([this](AVPacket& packet) { return take(packet); });
+  if (Status appended = appendUnwritten(); !appended) return appended;
+  const auto onPacket = [this](AVPacket& packet) { return take(packet); };
+  if (Status flushed = encoder_.flush(onPacket); !flushed) return flushed;
+  if (fragments_.packetCount() > 0) {
+    if (Status appended = appendFragment(); !appended) return appended;
   }
-  if (error.empty() && fragments_.packetCount() > 0) error = appendFragment();
-  if (!error.empty()) return error;
   track_.frames = encoder_.frames();
   track_.modificationTime_s = kMp4Epoch_s + unixTime_s();
   return completeM4a(*sink_, track_, packets_);

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -17,17 +16,18 @@ namespace linux_host {
 class LibavM4aWriter final : public M4aWriter {
  public:
   void setLabels(M4aLabels labels) override { labels_ = std::move(labels); }
-  [[nodiscard]] std::string open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) override;
-  [[nodiscard]] std::string write(const float* const* planes, std::uint32_t frames) override;
-  [[nodiscard]] std::string finish() override;
+  Status open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) override;
+  Status write(const float* const* planes, std::uint32_t frames) override;
+  Status finish() override;
 
  private:
-  [[nodiscard]] std::string take(AVPacket& packet);
-  [[nodiscard]] std::string appendFragment();
-  [[nodiscard]] std::string appendUnwritten();
+  Status take(AVPacket& packet);
+  Status appendFragment();
+  Status appendUnwritten();
   // After a failed append: makes the file end with the last complete packet that it took.
   void keepWholePackets();
-  [[nodiscard]] std::string complete();
+  void cutAt(std::uint64_t end_bytes);
+  Status complete();
 
   M4aLabels labels_;
   std::unique_ptr<M4aSink> sink_;  // null before open() and after finish()
@@ -40,8 +40,8 @@ class LibavM4aWriter final : public M4aWriter {
   // that the file never has a torn fragment in its middle.
   M4aFragment unwritten_;
   std::uint64_t unwrittenOffset_bytes_ = 0;
-  std::string appendError_;  // why it was not taken
-  std::string writeError_;
+  Status appended_;  // why it was not taken
+  Status written_;   // as write() has returned last
 };
 
 }  // namespace linux_host

@@ -280,12 +280,12 @@ std::vector<std::byte> m4aIndexBox(const M4aTrack& track, const M4aPacketIndex& 
   return IndexBoxBuilder(track, packets, IndexBoxBuilder::Kind::kComplete).build();
 }
 
-std::string completeM4a(M4aSink& sink, const M4aTrack& track, const M4aPacketIndex& packets) {
+Status completeM4a(M4aSink& sink, const M4aTrack& track, const M4aPacketIndex& packets) {
   const std::uint64_t indexOffset_bytes = sink.size_bytes();
-  std::string error = sink.append(m4aIndexBox(track, packets));
-  if (!error.empty()) {
-    sink.truncate(indexOffset_bytes);
-    return error;
+  if (Status appended = sink.append(m4aIndexBox(track, packets)); !appended) {
+    // What cannot be cut off now is passed over by players and cut off by the recovery.
+    static_cast<void>(sink.truncate(indexOffset_bytes));
+    return appended;
   }
   return sink.pwriteAt(0, m4aHead(indexOffset_bytes));
 }

@@ -77,9 +77,7 @@ inline constexpr std::size_t kM4aMediaHeader_bytes = 32;  // where the free or m
 [[nodiscard]] std::vector<std::byte> m4aIndexBox(const M4aTrack& track,
                                                  const M4aPacketIndex& packets);
 
-// Turns the growing file into a complete one. Returns an error text, empty on success; after an
-// error the file is still a growing one.
-[[nodiscard]] std::string completeM4a(M4aSink& sink, const M4aTrack& track,
-                                      const M4aPacketIndex& packets);
+// Turns the growing file into a complete one. After a failure it is still a growing one.
+Status completeM4a(M4aSink& sink, const M4aTrack& track, const M4aPacketIndex& packets);
 
 }  // namespace linux_host

@@ -12,12 +12,12 @@ class OpenFileSink : public Base {
  public:
   explicit OpenFileSink(std::shared_ptr<OpenFile> file) : file_(std::move(file)) {}
 
-  std::string append(std::span<const std::byte> data) override { return file_->append(data); }
-  std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
+  Status append(std::span<const std::byte> data) override { return file_->append(data); }
+  Status pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
     return file_->pwriteAt(offset_bytes, data);
   }
   [[nodiscard]] std::uint64_t size_bytes() const override { return file_->size_bytes(); }
-  bool truncate(std::uint64_t size_bytes) override { return file_->truncate(size_bytes).empty(); }
+  Status truncate(std::uint64_t size_bytes) override { return file_->truncate(size_bytes); }
 
  protected:
   const std::shared_ptr<OpenFile> file_;
@@ -32,9 +32,9 @@ class InterruptedFile final : public OpenFileSink<M4aRepairableFile> {
   }
 
   // The data must be on the disk before anything that refers to it.
-  std::string pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
-    std::string error = file_->waitForDisk();
-    return error.empty() ? OpenFileSink::pwriteAt(offset_bytes, data) : error;
+  Status pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) override {
+    if (Status flushed = file_->waitForDisk(); !flushed) return flushed;
+    return OpenFileSink::pwriteAt(offset_bytes, data);
   }
 };
 
@@ -49,12 +49,11 @@ std::optional<M4aFindings> findM4aPackets(const std::shared_ptr<OpenFile>& file)
   return findM4aPackets(interrupted);
 }
 
-M4aRecovery recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file) {
+Expected<M4aRecovery> recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file) {
   InterruptedFile interrupted(file);
-  M4aRecovery recovery = recoverInterruptedM4a(interrupted);
-  if (recovery.outcome != M4aRecovery::Outcome::completed) return recovery;
-  recovery.error = file->waitForDisk();
-  if (!recovery.error.empty()) recovery.outcome = M4aRecovery::Outcome::failed;
+  Expected<M4aRecovery> recovery = recoverInterruptedM4a(interrupted);
+  if (!recovery || recovery->outcome != M4aRecovery::Outcome::completed) return recovery;
+  if (const Status flushed = file->waitForDisk(); !flushed) return Unexpected(flushed.error());
   return recovery;
 }
 

@@ -16,6 +16,6 @@ namespace linux_host {
 // findM4aPackets() and recoverInterruptedM4a() for a file that is not being written. The file stays
 // open; a recovered one is on the disk when this returns.
 [[nodiscard]] std::optional<M4aFindings> findM4aPackets(const std::shared_ptr<OpenFile>& file);
-[[nodiscard]] M4aRecovery recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file);
+Expected<M4aRecovery> recoverInterruptedM4a(const std::shared_ptr<OpenFile>& file);
 
 }  // namespace linux_host

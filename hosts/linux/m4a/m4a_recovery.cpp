@@ -256,18 +256,19 @@ bool isComplete(M4aRepairableFile& file) {
 }
 
 // Makes the file end with its last complete packet. After each step the file still reads the same.
-std::string cutTornEnd(M4aRepairableFile& file, const M4aFindings& findings) {
+Status cutTornEnd(M4aRepairableFile& file, const M4aFindings& findings) {
   if (findings.tornMedia_offset_bytes) {
     BoxBuilder size;
     size.u32(static_cast<std::uint32_t>(findings.end_bytes - *findings.tornMedia_offset_bytes));
-    std::string error = file.pwriteAt(*findings.tornMedia_offset_bytes, size.take());
-    if (!error.empty()) return error;
+    Status described = file.pwriteAt(*findings.tornMedia_offset_bytes, size.take());
+    if (!described) return described;
   }
   if (file.size_bytes() > findings.end_bytes && !file.truncate(findings.end_bytes)) {
-    return "The torn end of an interrupted recording could not be cut off. Check that the file and "
-           "its folder are writable.";
+    return Unexpected(
+        "The torn end of an interrupted recording could not be cut off. Check that the file and "
+        "its folder are writable.");
   }
-  return "";
+  return {};
 }
 
 }  // namespace
@@ -276,9 +277,9 @@ std::optional<M4aFindings> findM4aPackets(M4aRepairableFile& file) {
   return PacketFinder(file).find();
 }
 
-M4aRecovery recoverInterruptedM4a(M4aRepairableFile& file) {
+Expected<M4aRecovery> recoverInterruptedM4a(M4aRepairableFile& file) {
   auto findings = findM4aPackets(file);
-  if (!findings) return {};
+  if (!findings) return M4aRecovery();
   M4aRecovery recovery;
   recovery.frames = findings->track.frames;
   recovery.sampleRate_hz = findings->track.sampleRate_hz;
@@ -287,12 +288,10 @@ M4aRecovery recoverInterruptedM4a(M4aRepairableFile& file) {
     return recovery;
   }
   findings->track.modificationTime_s = kMp4Epoch_s + static_cast<std::uint64_t>(std::time(nullptr));
-  recovery.error = cutTornEnd(file, *findings);
-  if (recovery.error.empty()) {
-    recovery.error = completeM4a(file, findings->track, findings->packets);
-  }
-  recovery.outcome =
-      recovery.error.empty() ? M4aRecovery::Outcome::completed : M4aRecovery::Outcome::failed;
+  if (const Status cut = cutTornEnd(file, *findings); !cut) return Unexpected(cut.error());
+  const Status completed = completeM4a(file, findings->track, findings->packets);
+  if (!completed) return Unexpected(completed.error());
+  recovery.outcome = M4aRecovery::Outcome::completed;
   return recovery;
 }
 

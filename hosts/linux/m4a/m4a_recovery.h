@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 
 #include "hosts/linux/m4a/m4a_index.h"
 #include "hosts/linux/m4a/m4a_sink.h"
@@ -26,18 +25,16 @@ struct M4aRecovery {
     completed,        // it was interrupted and is now a plain MP4
     alreadyComplete,  // nothing to do, nothing changed
     notARecording,    // not written by this program's m4a writer; nothing changed
-    failed            // `error` says why; what played before still plays
   };
   Outcome outcome = Outcome::notARecording;
-  std::string error;
   std::uint64_t frames = 0;  // recorded sound in the completed file
   std::uint32_t sampleRate_hz = 0;
 };
 
 // Finds every complete AAC packet in the file, cuts off the torn end and adds an ordinary index.
 // The file may contain anything: damaged stretches are skipped and the packets after them kept. Can
-// be interrupted at any moment and started again.
-[[nodiscard]] M4aRecovery recoverInterruptedM4a(M4aRepairableFile& file);
+// be interrupted at any moment and started again. After a failure, what played before still plays.
+Expected<M4aRecovery> recoverInterruptedM4a(M4aRepairableFile& file);
 
 // What was found in an interrupted file.
 struct M4aFindings {

@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
+
+#include "hosts/linux/base/expected.h"
 
 namespace linux_host {
 
@@ -14,15 +15,14 @@ namespace linux_host {
 class M4aSink {
  public:
   virtual ~M4aSink() = default;
-  // Appends all of `data`. Returns an error text that names the file, empty on success; after an
-  // error a leading part of `data` may have been appended, as size_bytes() shows.
-  [[nodiscard]] virtual std::string append(std::span<const std::byte> data) = 0;
-  // Overwrites existing bytes. Returns an error text that names the file, empty on success.
-  [[nodiscard]] virtual std::string pwriteAt(std::uint64_t offset_bytes,
-                                             std::span<const std::byte> data) = 0;
+  // Appends all of `data`. After a failure, whose text names the file, a leading part of `data` may
+  // have been appended, as size_bytes() shows.
+  virtual Status append(std::span<const std::byte> data) = 0;
+  // Overwrites existing bytes. A failure's text names the file.
+  virtual Status pwriteAt(std::uint64_t offset_bytes, std::span<const std::byte> data) = 0;
   [[nodiscard]] virtual std::uint64_t size_bytes() const = 0;
-  // Drops everything from `size_bytes` on. False on failure; the file is then unchanged.
-  virtual bool truncate(std::uint64_t size_bytes) = 0;
+  // Drops everything from `size_bytes` on. After a failure the file is unchanged.
+  virtual Status truncate(std::uint64_t size_bytes) = 0;
 };
 
 }  // namespace linux_host

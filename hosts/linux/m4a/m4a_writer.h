@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "hosts/linux/base/expected.h"
 #include "hosts/linux/m4a/aac_channels.h"
 #include "hosts/linux/m4a/m4a_sink.h"
 
@@ -40,22 +41,21 @@ class M4aWriter {
   virtual void setLabels(M4aLabels labels) = 0;
 
   // Writes the file's head to `sink`, which must be empty and which the writer owns from now on.
-  // Once per writer. Returns an error text, empty on success.
-  [[nodiscard]] virtual std::string open(std::unique_ptr<M4aSink> sink,
-                                         const M4aFormat& format) = 0;
+  // Once per writer.
+  virtual Status open(std::unique_ptr<M4aSink> sink, const M4aFormat& format) = 0;
 
   // Takes `frames` samples from each plane; there are as many planes as speakers. Full scale is
-  // 1.0. Values that are not finite count as 0. Returns an error text, empty on success.
+  // 1.0. Values that are not finite count as 0.
   //
-  // After an error the file keeps everything that was written and plays; the writer takes no more
-  // samples, and every further call returns the same text.
-  [[nodiscard]] virtual std::string write(const float* const* planes, std::uint32_t frames) = 0;
+  // After a failure the file keeps everything that was written and plays; the writer takes no more
+  // samples, and every further call fails with the same text.
+  virtual Status write(const float* const* planes, std::uint32_t frames) = 0;
 
   // Writes the rest, turns the file into a plain MP4 and releases the sink. Without any samples the
   // file is a valid MP4 of length 0. Also call it after a failed write(): if there is room by then
-  // the file becomes complete, otherwise it stays as it is and plays. Returns an error text if the
-  // file has not become a plain MP4, empty on success. Further calls do nothing.
-  [[nodiscard]] virtual std::string finish() = 0;
+  // the file becomes complete, otherwise it stays as it is and plays. Fails if the file has not
+  // become a plain MP4. Further calls do nothing.
+  virtual Status finish() = 0;
 };
 
 // One line of the codec library's messages; any thread.
@@ -65,7 +65,7 @@ using M4aLog = void (*)(const char* line);
 // is not the module's own, so that a module of another build is never used. `log` may be null and
 // stays in use until the process ends.
 inline constexpr const char* kM4aFactoryName = "recordAudioM4aWriter";
-inline constexpr std::uint32_t kM4aInterfaceVersion = 3;
+inline constexpr std::uint32_t kM4aInterfaceVersion = 4;
 using M4aFactoryFunction = M4aWriter* (*)(std::uint32_t interfaceVersion, M4aLog log);
 
 }  // namespace linux_host

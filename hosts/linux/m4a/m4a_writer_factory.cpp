@@ -49,22 +49,19 @@ std::shared_future<M4aWriterFactory::Loaded> M4aWriterFactory::loaded() {
   return loaded_;
 }
 
-std::unique_ptr<M4aWriter> M4aWriterFactory::createWriter(std::string* error) {
-  const Loaded module = loaded().get();
-  if (!module.function) {
-    *error = module.error;
-    return nullptr;
-  }
-  std::unique_ptr<M4aWriter> writer(module.function(kM4aInterfaceVersion, log_));
+Expected<std::unique_ptr<M4aWriter>> M4aWriterFactory::createWriter() {
+  const Loaded factory = loaded().get();
+  if (!factory) return Unexpected(factory.error());
+  std::unique_ptr<M4aWriter> writer((*factory)(kM4aInterfaceVersion, log_));
   if (!writer) {
-    *error = std::string("The module ") + kModuleName +
-             " belongs to another version of Record Audio. Reinstall Record Audio.";
+    return Unexpected(std::string("The module ") + kModuleName +
+                      " belongs to another version of Record Audio. Reinstall Record Audio.");
   }
   return writer;
 }
 
 M4aWriterFactory::Loaded M4aWriterFactory::load() const {
-  Loaded result;
+  std::string error;
   for (const std::string& folder : folders_) {
     const std::string path = folder + "/" + kModuleName;
     std::error_code ignored;
@@ -72,21 +69,18 @@ M4aWriterFactory::Loaded M4aWriterFactory::load() const {
     // Never unloaded: the codec libraries keep state that does not survive it.
     void* module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
     void* symbol = module ? dlsym(module, kM4aFactoryName) : nullptr;
-    if (symbol) {
-      result.function = reinterpret_cast<M4aFactoryFunction>(symbol);
-      return result;
-    }
+    if (symbol) return reinterpret_cast<M4aFactoryFunction>(symbol);
     const char* reason = dlerror();
-    result.error =
+    error =
         "The module for m4a recordings cannot be loaded: " + std::string(reason ? reason : path) +
         ". Reinstall Record Audio and its libraries, or record MP3.";
   }
-  if (result.error.empty()) {
-    result.error = std::string("The module ") + kModuleName + " for m4a recordings is missing in " +
-                   (folders_.empty() ? "every folder" : folders_.front()) +
-                   ". Reinstall Record Audio, or record MP3.";
+  if (error.empty()) {
+    error = std::string("The module ") + kModuleName + " for m4a recordings is missing in " +
+            (folders_.empty() ? "every folder" : folders_.front()) +
+            ". Reinstall Record Audio, or record MP3.";
   }
-  return result;
+  return Unexpected(error);
 }
 
 }  // namespace linux_host

@@ -30,15 +30,12 @@ class M4aWriterFactory {
 
   // Starts loading the module on a separate thread and returns at once. Idempotent.
   void loadInBackground();
-  // Returns a new writer. Waits for the module, and loads it if that was not requested before. Null
-  // with *error set when the module is missing or unusable.
-  [[nodiscard]] std::unique_ptr<M4aWriter> createWriter(std::string* error);
+  // Returns a new writer, never null. Waits for the module, and loads it if that was not requested
+  // before. Fails when the module is missing or unusable.
+  Expected<std::unique_ptr<M4aWriter>> createWriter();
 
  private:
-  struct Loaded {
-    M4aFactoryFunction function = nullptr;
-    std::string error;
-  };
+  using Loaded = Expected<M4aFactoryFunction>;
   [[nodiscard]] Loaded load() const;
   std::shared_future<Loaded> loaded();
 

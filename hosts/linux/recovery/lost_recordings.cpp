@@ -40,6 +40,11 @@ Date dateOf(const struct statx_timestamp& time) {
   return Date(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
+// As the core is told of it: empty means success.
+std::string textOf(const Status& status) {
+  return status ? std::string() : status.error();
+}
+
 class LostRecording : public InterruptedRecording {
  public:
   LostRecording(OpenFiles& files, std::shared_ptr<OpenFile> file)
@@ -47,13 +52,13 @@ class LostRecording : public InterruptedRecording {
 
   RecordingFindings examine() override {
     RecordingFindings findings;
-    struct statx description {};
-    if (const int error = file_->describe(&description)) {
-      findings.problem = errorText("read", file_->path(), error);
+    const auto description = file_->describe();
+    if (!description) {
+      findings.problem = description.error();
       return findings;
     }
-    findings.lastWritten = dateOf(description.stx_mtime);
-    if (description.stx_mask & STATX_BTIME) findings.created = dateOf(description.stx_btime);
+    findings.lastWritten = dateOf(description->stx_mtime);
+    if (description->stx_mask & STATX_BTIME) findings.created = dateOf(description->stx_btime);
     lookInto(&findings);
     contents_ = findings.contents;
     return findings;
@@ -63,26 +68,26 @@ class LostRecording : public InterruptedRecording {
     if (contents_ == Contents::kMp3) {
       // Players complain of an incomplete frame and do not play it.
       const auto torn_bytes = tornMp3Frame_bytes(*file_);
-      return torn_bytes ? file_->truncate(*torn_bytes) : std::string();
+      return torn_bytes ? textOf(file_->truncate(*torn_bytes)) : std::string();
     }
-    const M4aRecovery recovery = recoverInterruptedM4a(file_);
-    return recovery.error;
+    const auto recovery = recoverInterruptedM4a(file_);
+    return recovery ? std::string() : recovery.error();
   }
 
   Move moveTo(const std::string& path, std::string* error) override {
-    *error = files_.move(file_->path(), path);
-    if (error->empty()) return Move::kMoved;
+    const Status moved = files_.move(file_->path(), path);
+    if (moved) return Move::kMoved;
+    *error = moved.error();
     struct stat taken {};
     return lstat(path.c_str(), &taken) == 0 ? Move::kNameTaken : Move::kFailed;
   }
 
   std::string moveBack() override {
-    std::string error = files_.move(file_->path(), foundAt_);
+    const Status moved = files_.move(file_->path(), foundAt_);
+    if (!moved) return moved.error();
     // In a folder shared with others, the recording must stay private.
-    if (error.empty() && chmod(foundAt_.c_str(), S_IRUSR | S_IWUSR) != 0) {
-      error = errorText("close to others", foundAt_, errno);
-    }
-    return error;
+    if (chmod(foundAt_.c_str(), S_IRUSR | S_IWUSR) == 0) return {};
+    return errorText("close to others", foundAt_, errno);
   }
 
  private:
@@ -137,12 +142,13 @@ LostRecordings::Claim LostRecordings::claim(const std::string& path) {
     claim.outcome = Claim::Outcome::kEmpty;
     return claim;
   }
-  std::shared_ptr<OpenFile> file = files_.claim(path, &claim.problem);
-  if (file) {
-    claim.outcome = Claim::Outcome::kClaimed;
-    claim.recording = std::make_unique<LostRecording>(files_, std::move(file));
-  } else if (!claim.problem.empty()) {
+  auto file = files_.claim(path);
+  if (!file) {
     claim.outcome = Claim::Outcome::kRefused;
+    claim.problem = file.error();
+  } else if (*file != nullptr) {
+    claim.outcome = Claim::Outcome::kClaimed;
+    claim.recording = std::make_unique<LostRecording>(files_, *std::move(file));
   }
   return claim;
 }

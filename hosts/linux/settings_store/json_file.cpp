@@ -38,6 +38,10 @@ bool isOwnFile(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
 }
 
+bool isNameTaken(const SystemStatus& renamed) {
+  return !renamed && renamed.error() == std::errc::file_exists;
+}
+
 std::string keptText(const std::string& path) {
   return path +
          " is left as it is: it is not an ordinary file of yours at that very path. Remove it, or "
@@ -68,27 +72,20 @@ class FolderLock {
 
 }  // namespace
 
-std::optional<Json> JsonFile::peek(std::string* error) const {
+Expected<Json> JsonFile::peek() const {
   const FileContents contents = readSmallFile(path_);
   if (contents.error == ENOENT) return Json::object();
-  if (contents.isNoFile) {
-    *error = path_ + " is not an ordinary file.";
-    return std::nullopt;
-  }
-  if (contents.error != 0) {
-    *error = errorText("read", path_, contents.error);
-    return std::nullopt;
-  }
-  auto json = parsedJsonObject(contents.bytes, error);
-  if (!json) *error = path_ + " is damaged: " + *error + ".";
+  if (contents.isNoFile) return Unexpected(path_ + " is not an ordinary file.");
+  if (contents.error != 0) return Unexpected(errorText("read", path_, contents.error));
+  auto json = parsedJsonObject(contents.bytes);
+  if (!json) return Unexpected(path_ + " is damaged: " + json.error() + ".");
   return json;
 }
 
 std::optional<Json> JsonFile::read() {
-  std::string error;
-  auto json = peek(&error);
-  if (json) return json;
-  if (!setAside(error)) return std::nullopt;
+  auto json = peek();
+  if (json) return *std::move(json);
+  if (!setAside(json.error())) return std::nullopt;
   return Json::object();
 }
 
@@ -99,11 +96,11 @@ bool JsonFile::setAside(const std::string& reason) {
                reason + " " + keptText(path_) + " Until then nothing is saved there.");
     return false;
   }
-  int error = EEXIST;
+  SystemStatus renamed = Unexpected(std::errc::file_exists);
   std::string name = aside;
-  for (int i = 1; i <= kMostSetAsideInOneSecond && error == EEXIST; ++i) {
-    error = renameWithoutReplacing(path_, name);
-    if (error == 0) {
+  for (int i = 1; i <= kMostSetAsideInOneSecond && isNameTaken(renamed); ++i) {
+    renamed = renameWithoutReplacing(path_, name);
+    if (renamed) {
       logMessage(LogLevel::kError,
                  reason + " It was set aside as " + name +
                      " and the defaults are used; correct it and move it back, or "
@@ -112,32 +109,29 @@ bool JsonFile::setAside(const std::string& reason) {
     }
     name = aside + "-" + std::to_string(i);
   }
-  logMessage(LogLevel::kError, reason + " " + errorText("set it aside as", aside, error) +
+  logMessage(LogLevel::kError, reason + " " + errorText("set it aside as", aside, renamed.error()) +
                                    " Until then nothing is saved there.");
   return false;
 }
 
-std::optional<Json> JsonFile::change(const std::function<void(Json&)>& change, std::string* error) {
+Expected<Json> JsonFile::change(const std::function<void(Json&)>& change) {
   const std::string folder = std::filesystem::path(path_).parent_path().string();
-  *error = makeFolders(folder, kPrivateFolder);
-  if (!error->empty()) return std::nullopt;
+  if (const Status made = makeFolders(folder, kPrivateFolder); !made) {
+    return Unexpected(made.error());
+  }
   const FolderLock lock(folder);
   auto json = read();
-  if (!json) {
-    *error = "Cannot change " + path_ + ". Correct or remove that file.";
-    return std::nullopt;
-  }
+  if (!json) return Unexpected("Cannot change " + path_ + ". Correct or remove that file.");
   change(*json);
-  *error = write(*json);
-  if (!error->empty()) return std::nullopt;
-  return json;
+  if (const Status written = write(*json); !written) return Unexpected(written.error());
+  return *std::move(json);
 }
 
-std::string JsonFile::write(const Json& json) {
+Status JsonFile::write(const Json& json) {
   const std::string file = behindLinks(path_);
   struct stat status {};
   const bool isThere = lstat(file.c_str(), &status) == 0;
-  if (isThere && !isOwnFile(file)) return keptText(file);
+  if (isThere && !isOwnFile(file)) return Unexpected(keptText(file));
   return writeSmallFile(file, jsonText(json), kPrivate);
 }
 

@@ -26,17 +26,16 @@ class JsonFile {
   // Both cases are logged.
   std::optional<Json> read();
 
-  // Only looks: null when the file cannot be read, which stays where it is.
-  [[nodiscard]] std::optional<Json> peek(std::string* error) const;
+  // Only looks: fails when the file cannot be read, which stays where it is.
+  [[nodiscard]] Expected<Json> peek() const;
 
   // Reads the file as read() does, lets `change` change the content, and replaces the file in one
-  // step, readable only by its user. Returns the new content; null, with the reason in *error, when
-  // the file could not be changed.
+  // step, readable only by its user. Returns the new content.
   //
   // Programs that change the file in this way take turns: each locks the folder of the path (flock)
   // meanwhile. A program that keeps the lock longer than kLockLimit_ms is taken to hang, and the
   // others stop waiting for it.
-  std::optional<Json> change(const std::function<void(Json&)>& change, std::string* error);
+  Expected<Json> change(const std::function<void(Json&)>& change);
 
   [[nodiscard]] const std::string& path() const { return path_; }
 
@@ -44,8 +43,7 @@ class JsonFile {
 
  private:
   bool setAside(const std::string& reason);
-  // Returns an error text, empty on success.
-  [[nodiscard]] std::string write(const Json& json);
+  Status write(const Json& json);
 
   const std::string path_;
 };

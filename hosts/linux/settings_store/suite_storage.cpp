@@ -44,22 +44,23 @@ bool endsWithinLine(int fd) {
          pread(fd, &last, 1, status.st_size - 1) == 1 && last != '\n';
 }
 
-// A single write, so that lines of several programs do not mix. Returns 0 or errno.
-int appendLine(const std::string& path, std::string line) {
+// A single write, so that lines of several programs do not mix.
+SystemStatus appendLine(const std::string& path, std::string line) {
   const loopback::UniqueFd fd(
       open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kPrivateFile));
-  if (!fd.valid()) return errno;
+  if (!fd.valid()) return systemError();
   if (endsWithinLine(fd.get())) line.insert(0, "\n");
   ssize_t written = 0;
   do {
     written = write(fd.get(), line.data(), line.size());
   } while (written < 0 && errno == EINTR);
-  if (written < 0) return errno;
-  return written < std::ssize(line) ? ENOSPC : 0;
+  if (written < 0) return systemError();
+  if (written < std::ssize(line)) return Unexpected(std::errc::no_space_on_device);
+  return {};
 }
 
-// Permissions alone do not tell: some file systems refuse in spite of them. Returns 0 or errno.
-int makeAndForgetFile(const std::string& folder) {
+// Permissions alone do not tell: some file systems refuse in spite of them.
+SystemStatus makeAndForgetFile(const std::string& folder) {
   loopback::UniqueFd fd(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kPrivateFile));
   if (!fd.valid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT)) {
     // The file system does not support files without a name.
@@ -67,7 +68,8 @@ int makeAndForgetFile(const std::string& folder) {
     fd = loopback::UniqueFd(mkostemp(name.data(), O_CLOEXEC));
     if (fd.valid()) unlink(name.c_str());
   }
-  return fd.valid() ? 0 : errno;
+  if (!fd.valid()) return systemError();
+  return {};
 }
 
 struct FolderLook {
@@ -90,22 +92,20 @@ SuiteStorage::SuiteStorage(XdgFolders folders)
 void SuiteStorage::appendEvent(const suite::UsageEvent& event) {
   mainThread_.assertHeld();
   const std::string folder = std::filesystem::path(events_).parent_path().string();
-  std::string error = makeFolders(folder, kPrivateSuiteFolder);
-  if (error.empty()) {
-    if (const int reason = appendLine(events_, eventLine(event))) {
-      error = errorText("write", events_, reason);
-    }
-  }
-  if (!error.empty()) {
-    logMessage(LogLevel::kWarning, "The event " + event.event + " is not logged. " + error);
-  }
+  const auto warn = [&event](const std::string& why) {
+    logMessage(LogLevel::kWarning, "The event " + event.event + " is not logged. " + why);
+  };
+  if (const Status made = makeFolders(folder, kPrivateSuiteFolder); !made)
+    return warn(made.error());
+  const SystemStatus appended = appendLine(events_, eventLine(event));
+  if (!appended) warn(errorText("write", events_, appended.error()));
 }
 
 std::string SuiteStorage::chosenFolder(const std::string& tool) const {
-  std::string error;
-  const auto locations = locations_.peek(&error);
+  const auto locations = locations_.peek();
   if (!locations) {
-    logMessage(LogLevel::kWarning, error + " The music folder is used instead: " + folders_.music +
+    logMessage(LogLevel::kWarning, locations.error() +
+                                       " The music folder is used instead: " + folders_.music +
                                        ". Correct the file or choose a folder again.");
     return {};
   }
@@ -124,10 +124,10 @@ std::optional<std::string> SuiteStorage::outputFolder(const std::string& tool) {
   const bool isChosen = !folder.empty();
   if (!isChosen) folder = folders_.music;
   const auto look = folderCalls_->within([folder] {
-    const std::string error = makeFolders(folder, kFolderForRecordings);
+    const Status made = makeFolders(folder, kFolderForRecordings);
+    if (made) return FolderLook{true, whyNotWritable(folder)};
     std::error_code unknown;
-    const bool exists = error.empty() || std::filesystem::exists(folder, unknown);
-    return FolderLook{exists, error.empty() ? whyNotWritable(folder) : error};
+    return FolderLook{std::filesystem::exists(folder, unknown), made.error()};
   });
   outputFolderProblem_ = look ? look->problem : noAnswerText("use", folder);
   const bool isThere = isChosen || !look || look->exists;
@@ -151,9 +151,8 @@ std::string SuiteStorage::setOutputFolder(const std::string& tool, const std::st
   const auto failure = folderCalls_->within([plain] { return whyNotWritable(plain); });
   if (!failure) return noAnswerText("use", plain);
   if (!failure->empty()) return *failure;
-  std::string error;
-  locations_.change([&](Json& locations) { locations[tool] = plain; }, &error);
-  return error;
+  const auto changed = locations_.change([&](Json& locations) { locations[tool] = plain; });
+  return changed ? std::string() : changed.error();
 }
 
 void SuiteStorage::writeLog(std::string_view line) {
@@ -172,8 +171,8 @@ std::string whyNotWritable(const std::string& folder) {
   struct stat status {};
   if (stat(folder.c_str(), &status) != 0) return errorText("use", folder, errno);
   if (!S_ISDIR(status.st_mode)) return errorText("use", folder, ENOTDIR);
-  if (const int error = makeAndForgetFile(folder)) return errorText("write into", folder, error);
-  return {};
+  const SystemStatus made = makeAndForgetFile(folder);
+  return made ? std::string() : errorText("write into", folder, made.error());
 }
 
 }  // namespace linux_host

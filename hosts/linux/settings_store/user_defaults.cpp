@@ -108,17 +108,14 @@ void LinuxUserDefaults::store(const std::string& key, const Value& value, Json& 
 bool LinuxUserDefaults::synchronize() {
   if (const platform::TimerPtr timer = std::exchange(timer_, nullptr)) timer->invalidate();
   if (pending_.empty()) return true;
-  std::string error;
-  auto json = file_.change(
-      [this](Json& stored) {
-        for (const auto& [key, value] : pending_) store(key, value, stored);
-      },
-      &error);
+  auto json = file_.change([this](Json& stored) {
+    for (const auto& [key, value] : pending_) store(key, value, stored);
+  });
   if (!json) {
-    logMessage(LogLevel::kError, "The settings are not saved. " + error);
+    logMessage(LogLevel::kError, "The settings are not saved. " + json.error());
     return false;
   }
-  current_ = std::move(*json);
+  current_ = *std::move(json);
   pending_.clear();
   return true;
 }

@@ -11,11 +11,10 @@ constexpr const char* kKey = "GlobalShortcut";
 }  // namespace
 
 bool ShortcutWish::isWanted() const {
-  std::string error;
-  const auto json = file_.peek(&error);
+  const auto json = file_.peek();
   if (!json) {
     logMessage(LogLevel::kWarning,
-               error + " The shortcut is not set up; set it in the preferences.");
+               json.error() + " The shortcut is not set up; set it in the preferences.");
     return false;
   }
   const auto entry = json->find(kKey);
@@ -24,10 +23,11 @@ bool ShortcutWish::isWanted() const {
 
 void ShortcutWish::want(bool wanted) {
   if (isWanted() == wanted) return;
-  std::string error;
-  if (file_.change([wanted](Json& json) { json[kKey] = wanted; }, &error)) return;
+  const auto changed = file_.change([wanted](Json& json) { json[kKey] = wanted; });
+  if (changed) return;
   logMessage(LogLevel::kWarning, "Cannot remember that the shortcut was " +
-                                     std::string(wanted ? "set. " : "declined. ") + error);
+                                     std::string(wanted ? "set. " : "declined. ") +
+                                     changed.error());
 }
 
 }  // namespace linux_host

@@ -24,12 +24,13 @@ using testing::HasSubstr;
 class Keeper : public CaptureConsumer {
  public:
   bool isReady() override { return isWilling; }
-  std::string take(const float* const* planes, std::uint32_t frames) override {
+  Status take(const float* const* planes, std::uint32_t frames) override {
     std::unique_lock lock(mutex_);
     released_.wait(lock, [this] { return !isHeld_; });
     samples_.insert(samples_.end(), planes[0], planes[0] + frames);
     ++takes;
-    return error;
+    if (!error.empty()) return Unexpected(error);
+    return {};
   }
   void finish() override { ++finished; }
   std::chrono::milliseconds patience() const override { return patient ? 100ms : kUsualPatience; }

@@ -3,7 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <string>
+
+#include "hosts/linux/base/expected.h"
 
 namespace linux_host {
 
@@ -15,9 +16,8 @@ class CaptureConsumer {
   // Whether it wants more samples now; the rest waits in the ring. Not called at the end.
   [[nodiscard]] virtual bool isReady() = 0;
   // Takes the next `frames` samples of each channel, valid during the call. May take time: the ring
-  // bridges seconds. Returns an error text, empty on success; after an error only finish() is
-  // called.
-  [[nodiscard]] virtual std::string take(const float* const* planes, std::uint32_t frames) = 0;
+  // bridges seconds. After a failure only finish() is called.
+  virtual Status take(const float* const* planes, std::uint32_t frames) = 0;
   // There are no more samples. Called exactly once.
   virtual void finish() = 0;
   // How many of the first of `channels` channels it records. Constant.

@@ -339,8 +339,8 @@ void CaptureRun::give(const std::vector<Share>& shares, std::uint32_t frames, bo
     if (position < share.begin_frames || position >= share.end_frames) continue;
     // Sound lost before a share's first frame does not concern that share.
     if (isSilence && position == share.begin_frames) continue;
-    const std::string error = share.consumer->take(planes.data(), frames);
-    if (!error.empty()) dropFailed(share.consumer, error);
+    const Status taken = share.consumer->take(planes.data(), frames);
+    if (!taken) dropFailed(share.consumer, taken.error());
   }
 }
 

@@ -32,33 +32,32 @@ void PipeWireCaptureSession::addOutput(const platform::CaptureOutputPtr& output)
   if (canAddOutput(output)) outputs_.push_back(output);
 }
 
-bool PipeWireCaptureSession::describeSource(CaptureSource* source, std::string* error) const {
+Expected<CaptureSource> PipeWireCaptureSession::describeSource() const {
   if (inputs_.empty() || outputs_.empty()) {
-    *error = "The capture session has no input or no output.";
-    return false;
+    return Unexpected("The capture session has no input or no output.");
   }
   const platform::CaptureDevicePtr device = inputs_.front()->device();
-  *error = "The sound source \"" + device->localizedName() +
-           "\" is not there: it was unplugged or switched off.";
+  CaptureSource source;
   bool isFound = false;
   const bool isThere = surroundings_.connection.withGraph([&](const AudioGraph& graph) {
     const AudioNode* node = graph.findNode(device->uniqueID());
     if (node == nullptr || !node->isCapturable()) return;
     isFound = true;
-    source->nodeName = node->name;
-    source->displayName = device->localizedName();
-    source->isMonitor = node->isLoopback();
-    source->rate_Hz = graph.deviceRate_Hz(*node);
-    source->positions = graph.channelPositions(*node);
+    source.nodeName = node->name;
+    source.displayName = device->localizedName();
+    source.isMonitor = node->isLoopback();
+    source.rate_Hz = graph.deviceRate_Hz(*node);
+    source.positions = graph.channelPositions(*node);
   });
-  if (!isThere) *error = surroundings_.connection.lostMessage();
-  if (!isFound) return false;
-  if (source->positions.size() > kMostStreamChannels) {
-    source->positions.resize(kMostStreamChannels);
+  if (!isThere) return Unexpected(surroundings_.connection.lostMessage());
+  if (!isFound) {
+    return Unexpected("The sound source \"" + device->localizedName() +
+                      "\" is not there: it was unplugged or switched off.");
   }
+  if (source.positions.size() > kMostStreamChannels) source.positions.resize(kMostStreamChannels);
   const auto output = std::dynamic_pointer_cast<SessionOutput>(outputs_.front());
-  source->rate_Hz = output->wantedRate_Hz(source->rate_Hz);
-  return true;
+  source.rate_Hz = output->wantedRate_Hz(source.rate_Hz);
+  return source;
 }
 
 CaptureRun::Events PipeWireCaptureSession::eventsOf(RunNumber number) {
@@ -88,14 +87,13 @@ void PipeWireCaptureSession::startRunning() {
     return;
   }
   const RunNumber number = ++runNumber_;
-  CaptureSource source;
-  std::string error;
-  if (!describeSource(&source, &error)) {
-    failLater(number, error);
+  auto source = describeSource();
+  if (!source) {
+    failLater(number, source.error());
     return;
   }
   try {
-    run_ = runs_.start(std::move(source), eventsOf(number));
+    run_ = runs_.start(*std::move(source), eventsOf(number));
   } catch (const std::exception& exception) {
     failLater(number, std::string("The recording cannot begin: ") + exception.what() +
                           ". Close other programs and start again.");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "hosts/linux/audio/pipewire_capture.h"
+#include "hosts/linux/base/expected.h"
 #include "platform/thread_role.h"
 
 namespace linux_host {
@@ -59,8 +60,8 @@ class PipeWireCaptureSession : public platform::CaptureSession,
   // Identifies a run of the session in work posted to the main thread.
   using RunNumber = std::uint64_t;
 
-  // False with *error set when the device is not there.
-  bool describeSource(CaptureSource* source, std::string* error) const;
+  // Fails when the device is not there.
+  [[nodiscard]] Expected<CaptureSource> describeSource() const;
   CaptureRun::Events eventsOf(RunNumber number);
   void onSamples(RunNumber number);
   void onFailed(RunNumber number, const std::string& message);

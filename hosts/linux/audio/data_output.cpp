@@ -29,7 +29,7 @@ class Delivery : public CaptureConsumer, public std::enable_shared_from_this<Del
     return backlog_frames_.load(std::memory_order_relaxed) < kLargestBacklog_s * rate_Hz_;
   }
 
-  [[nodiscard]] std::string take(const float* const* planes, std::uint32_t frames) override {
+  Status take(const float* const* planes, std::uint32_t frames) override {
     backlog_frames_.fetch_add(frames, std::memory_order_relaxed);
     queue_->async([self = shared_from_this(), frames,
                    buffer = makeSampleBuffer(planes, channels_, frames, rate_Hz_)] {

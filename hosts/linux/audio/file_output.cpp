@@ -24,9 +24,9 @@ M4aLabels labelsOf(const platform::CaptureMetadata& metadata) {
 // One file, from its first sample to its end. Drain thread, except for construction.
 class Recording : public CaptureConsumer {
  public:
-  // `onFinished` gets the error text, empty when the file is complete.
+  // `onFinished` hears whether the file is complete.
   Recording(std::shared_ptr<OpenFile> file, M4aWriterFactory& writers, M4aFormat format,
-            M4aLabels labels, std::function<void(const std::string&)> onFinished)
+            M4aLabels labels, std::function<void(const Status&)> onFinished)
       : file_(std::move(file)),
         writers_(writers),
         format_(std::move(format)),
@@ -36,10 +36,10 @@ class Recording : public CaptureConsumer {
   [[nodiscard]] bool isReady() override { return true; }
   [[nodiscard]] std::chrono::milliseconds patience() const override { return kGathering; }
 
-  [[nodiscard]] std::string take(const float* const* planes, std::uint32_t frames) override {
+  Status take(const float* const* planes, std::uint32_t frames) override {
     if (writer_ == nullptr) status_ = openWriter();
     if (status_) status_ = writer_->write(planes, frames);
-    return textOf(status_);
+    return status_;
   }
 
   void finish() override {
@@ -53,13 +53,10 @@ class Recording : public CaptureConsumer {
     if (!isKnown && !status_) {
       logMessage(LogLevel::kError, "The end of a recording was lost. Error: " + status_.error());
     }
-    onFinished_(textOf(status_));
+    onFinished_(status_);
   }
 
  private:
-  static std::string textOf(const Status& status) {
-    return status ? std::string() : status.error();
-  }
   // Waits until the module is loaded. The writer stays null if there is none.
   Status openWriter() {
     auto writer = writers_.createWriter();
@@ -77,7 +74,7 @@ class Recording : public CaptureConsumer {
   M4aWriterFactory& writers_;
   const M4aFormat format_;
   const M4aLabels labels_;
-  const std::function<void(const std::string&)> onFinished_;
+  const std::function<void(const Status&)> onFinished_;
   std::unique_ptr<M4aWriter> writer_;
   Status status_;
 };
@@ -139,12 +136,13 @@ void FileOutput::startRecordingToOutputFileURL(
   recording_ = std::make_shared<Recording>(
       file, writers_, format, labelsOf(metadata_),
       [output = weak_from_this(), recordingDelegate, fileURL,
-       post = postToMain_](const std::string& recordingError) {
-        post([output, recordingDelegate, fileURL, recordingError] {
+       post = postToMain_](const Status& finished) {
+        const std::string error = finished ? std::string() : finished.error();
+        post([output, recordingDelegate, fileURL, error] {
           const auto self = output.lock();
           const auto delegate = recordingDelegate.lock();
           if (self && delegate) {
-            delegate->captureOutputDidFinishRecording(*self, fileURL, recordingError);
+            delegate->captureOutputDidFinishRecording(*self, fileURL, error);
           }
         });
       });

@@ -62,10 +62,10 @@ TEST(PipeWireContextTest, DataThreadEndsWhereNoDescriptorIsLeft) {
   auto promise = std::make_shared<std::promise<bool>>();
   std::future<bool> end = promise->get_future();
   loop->post([promise](pw_loop* given) {
-    pw_context* context = makeContext(given, ContextKind::kAudio);
+    loopback::ContextPtr context = makeContext(given, ContextKind::kAudio);
     const FewDescriptors none(0);
-    const bool hasDataThread = pw_context_get_data_loop(context) != nullptr;
-    pw_context_destroy(context);
+    const bool hasDataThread = pw_context_get_data_loop(context.get()) != nullptr;
+    context.reset();
     promise->set_value(hasDataThread);
   });
   if (end.wait_for(10s) != std::future_status::ready) {

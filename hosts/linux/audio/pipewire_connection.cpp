@@ -121,7 +121,7 @@ void PipeWireConnection::Remote::begin(pw_loop* loop) {
     return;
   }
   loop_ = loop;
-  context_.reset(makeContext(loop, ContextKind::kControl));
+  context_ = makeContext(loop, ContextKind::kControl);
   if (context_ == nullptr) {
     owner_.lose(noLibraryMessage(errno));
     return;

@@ -29,29 +29,33 @@ bool canEndDataThread(pw_data_loop* dataLoop) {
   return result >= 0;
 }
 
-pw_context* newContext(pw_loop* loop, ContextKind kind) {
-  pw_context* context = nullptr;
+loopback::ContextPtr newContext(pw_loop* loop, ContextKind kind) {
+  loopback::ContextPtr context;
   if (kind == ContextKind::kAudio) {
-    context =
-        pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
+    context.reset(
+        pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0));
   }
-  return context != nullptr ? context : pw_context_new(loop, nullptr, 0);
+  if (context == nullptr) context.reset(pw_context_new(loop, nullptr, 0));
+  return context;
 }
 
 }  // namespace
 
-pw_context* makeContext(pw_loop* loop, ContextKind kind) {
+loopback::ContextPtr makeContext(pw_loop* loop, ContextKind kind) {
   const platform::MutexLock lock(setUpMutex());
-  pw_context* context = newContext(loop, kind);
+  loopback::ContextPtr context = newContext(loop, kind);
   if (context == nullptr || kind != ContextKind::kAudio) return context;
-  pw_data_loop* dataLoop = pw_context_get_data_loop(context);
+  pw_data_loop* dataLoop = pw_context_get_data_loop(context.get());
   if (dataLoop == nullptr) {
     const int reason = errno;
-    pw_context_destroy(context);
+    context.reset();
     errno = reason;
     return nullptr;
   }
-  return canEndDataThread(dataLoop) ? context : nullptr;
+  if (canEndDataThread(dataLoop)) return context;
+  // A deliberate leak: to destroy it would be to wait for its thread forever.
+  static_cast<void>(context.release());
+  return nullptr;
 }
 
 pw_core* connectContext(pw_context* context, pw_properties* properties) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-struct pw_context;
+#include "driver/pipewire_owners.h"
+
 struct pw_core;
 struct pw_loop;
 struct pw_properties;
@@ -19,7 +20,7 @@ enum class ContextKind {
 
 // Null, with errno set, when the client library is not installed completely, or the system has no
 // descriptor or thread left. For kAudio the data thread runs already.
-pw_context* makeContext(pw_loop* loop, ContextKind kind);
+loopback::ContextPtr makeContext(pw_loop* loop, ContextKind kind);
 
 // Takes ownership of `properties`, which may be null. Null, with errno set, when no daemon listens.
 pw_core* connectContext(pw_context* context, pw_properties* properties);

@@ -94,7 +94,7 @@ void StreamConnection::connect(pw_loop* loop) {
     fail(noResourcesMessage(strerror(EMFILE)));
     return;
   }
-  context_.reset(makeContext(loop, ContextKind::kAudio));
+  context_ = makeContext(loop, ContextKind::kAudio);
   if (context_ == nullptr) {
     fail(noLibraryMessage(errno));
     return;

@@ -26,6 +26,26 @@ inline ConnectionPtr connected(const std::string& address) {
   return nullptr;
 }
 
+inline void iterateUntil(const std::function<bool()>& done) {
+  const gint64 end_us = g_get_monotonic_time() + 15 * G_USEC_PER_SEC;
+  const guint wake = g_timeout_add(
+      10, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+  while (!done() && g_get_monotonic_time() < end_us) g_main_context_iteration(nullptr, TRUE);
+  g_source_remove(wake);
+  ASSERT_TRUE(done());
+}
+
+// Waits until the bus has everything sent over this connection so far, and everything that the bus
+// had for it has arrived.
+inline void settle(GDBusConnection* connection) {
+  bool answered = false;
+  g_dbus_connection_call(
+      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
+      "Ping", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr,
+      [](GObject*, GAsyncResult*, gpointer flag) { *static_cast<bool*>(flag) = true; }, &answered);
+  iterateUntil([&] { return answered; });
+}
+
 // An object on the bus that records its calls and answers as the test says.
 class FakeService {
  public:
@@ -52,6 +72,9 @@ class FakeService {
   }
   FakeService(const FakeService&) = delete;
   FakeService& operator=(const FakeService&) = delete;
+
+  // Waits until it has answered every call that the bus had for it, and its signals are sent.
+  void settle() const { base_test::settle(connection_.get()); }
 
   void emit(const char* path, const char* signal, GVariant* parameters) {
     emit(path, name_.c_str(), signal, parameters);
@@ -89,23 +112,14 @@ class FakeService {
 // A bus with the program's connection to it.
 class DesktopTest : public ::testing::Test {
  protected:
-  static void iterateUntil(const std::function<bool()>& done) {
-    const gint64 end_us = g_get_monotonic_time() + 15 * G_USEC_PER_SEC;
-    const guint wake = g_timeout_add(
-        10, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-    while (!done() && g_get_monotonic_time() < end_us) g_main_context_iteration(nullptr, TRUE);
-    g_source_remove(wake);
-    ASSERT_TRUE(done());
-  }
-  // Waits until everything sent over the bus so far has arrived.
-  void settle() {
-    bool answered = false;
-    g_dbus_connection_call(
-        bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
-        "Ping", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr,
-        [](GObject*, GAsyncResult*, gpointer flag) { *static_cast<bool*>(flag) = true; },
-        &answered);
-    iterateUntil([&] { return answered; });
+  static void iterateUntil(const std::function<bool()>& done) { base_test::iterateUntil(done); }
+  // Waits until what the program has sent so far has arrived, and also the service's answers, if
+  // the test has one.
+  void settle(const FakeService* service = nullptr) {
+    base_test::settle(bus_.get());
+    if (service == nullptr) return;
+    service->settle();
+    base_test::settle(bus_.get());
   }
 
   bool hasOwner(const char* name) {

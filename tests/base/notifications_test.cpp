@@ -87,7 +87,7 @@ class NotificationTest : public DesktopTest {
     const long before = callsOf("Notify");
     center_.deliverNotification(notification);
     iterateUntil([&] { return callsOf("Notify") > before; });
-    settle();
+    settle(server_.get());
   }
 
   std::vector<std::string> capabilities_;
@@ -176,7 +176,7 @@ TEST_F(NotificationTest, AButtonThatWorksOnlyOnceClosesTheNotification) {
   server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 8U, "button"));
   server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "button"));
   iterateUntil([&] { return wasCalled("CloseNotification(7,)"); });
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("CloseNotification"), 1) << "the file can be opened again";
 }
 
@@ -210,17 +210,17 @@ TEST_F(NotificationTest, ClicksReachTheDelegateAsLongAsItIsShown) {
   server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "other"));
   server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 99U, "default"));
   iterateUntil([&] { return delegate_->activations.size() == 2; });
-  settle();
+  settle(server_.get());
   using Type = platform::UserNotificationActivationType;
   EXPECT_THAT(delegate_->activations,
               ElementsAre(std::pair(notification, Type::kContentsClicked),
                           std::pair(notification, Type::kActionButtonClicked)));
   server_->emit(kNotificationsPath, "NotificationClosed", g_variant_new("(uu)", 7U, 2U));
   server_->emit(kNotificationsPath, "ActionInvoked", g_variant_new("(us)", 7U, "default"));
-  settle();
+  settle(server_.get());
   EXPECT_EQ(delegate_->activations.size(), 2U);
   center_.removeDeliveredNotification(notification);
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("CloseNotification"), 0) << "the user closed it";
 }
 
@@ -246,7 +246,7 @@ TEST_F(NotificationTest, SignalsWithOtherArgumentsAreIgnored) {
   emit("ActionInvoked", g_variant_new("(uu)", 7U, 1U));
   emit("ActionInvoked", nullptr);
   emit("ActivationToken", g_variant_new("(uu)", 7U, 1U));
-  settle();
+  settle(server_.get());
   EXPECT_THAT(delegate_->activations, IsEmpty());
   emit("ActionInvoked", g_variant_new("(us)", 7U, "default"));
   iterateUntil([&] { return delegate_->activations.size() == 1; });
@@ -260,7 +260,7 @@ TEST_F(NotificationTest, RemovalClosesItOnTheScreen) {
   center_.removeDeliveredNotification(notification);
   center_.removeDeliveredNotification(notification);
   iterateUntil([&] { return wasCalled("CloseNotification"); });
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("CloseNotification"), 1);
 }
 
@@ -287,8 +287,8 @@ TEST_F(NotificationTest, WithoutAServerNothingBreaksAndTheLogSaysSoOnce) {
   ::testing::internal::CaptureStderr();
   center_.deliverNotification(saved());
   center_.deliverNotification(saved());
-  settle();
-  settle();
+  settle(server_.get());
+  settle(server_.get());
   center_.removeDeliveredNotification(saved());
   const std::string said = ::testing::internal::GetCapturedStderr();
   EXPECT_THAT(said, HasSubstr("Notifications are not shown"));
@@ -301,12 +301,12 @@ TEST_F(NotificationTest, AServerThatIsReplacedIsAskedAgain) {
   deliverAndWait(notification);
   server_.reset();
   iterateUntil([&] { return !hasOwner(kNotificationsName); });
-  settle();
+  settle(server_.get());
   serve({});
   deliverAndWait(saved());
   EXPECT_EQ(callsOf("GetCapabilities"), 1);
   center_.removeDeliveredNotification(notification);
-  settle();
+  settle(server_.get());
   EXPECT_FALSE(wasCalled("CloseNotification")) << "that number is another server's";
 }
 
@@ -317,7 +317,7 @@ TEST_F(NotificationTest, TheCenterMayBeDestroyedDuringACall) {
     shortLived.deliverNotification(saved());
   }
   iterateUntil([&] { return wasCalled("GetCapabilities"); });
-  settle();
+  settle(server_.get());
 }
 
 TEST(NotificationWithoutBusTest, ShowsNothing) {

@@ -59,11 +59,11 @@ class RecordingNoticeTest : public DesktopTest {
     notice_->setNeeded(true);
     record();
     iterateUntil([&] { return callsOf("Notify") == 1; });
-    settle();
+    settle(server_.get());
   }
   void emit(const char* signal, GVariant* parameters) {
     server_->emit(kNotificationsPath, signal, parameters);
-    settle();
+    settle(server_.get());
   }
 
   std::unique_ptr<FakeService> server_;
@@ -97,7 +97,7 @@ TEST_F(RecordingNoticeTest, OnlyWhereThereIsNoTrayAndOnlyWhileRecording) {
   record();
   rest();
   notice_->setNeeded(true);
-  settle();
+  settle(server_.get());
   EXPECT_THAT(server_->calls, IsEmpty());
   recordAndWait();
   notice_->setNeeded(false);
@@ -110,11 +110,11 @@ TEST_F(RecordingNoticeTest, ARemarkChangesItAndTheRunningTimeDoesNot) {
   recordAndWait();
   record("00:01");
   record("00:02");
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("Notify"), 1);
   notice_->setRemark("No sound.");
   iterateUntil([&] { return callsOf("Notify") == 2; });
-  settle();
+  settle(server_.get());
   EXPECT_THAT(server_->calls.back(),
               AllOf(HasSubstr("'Record Audio', 7, "), HasSubstr("No sound.")));
   EXPECT_EQ(callsOf("Notify"), 2);
@@ -128,7 +128,7 @@ TEST_F(RecordingNoticeTest, GoesWithTheRecordingAndWithTheProgram) {
   EXPECT_EQ(callsOf("CloseNotification(7,)"), 1);
   record();
   iterateUntil([&] { return callsOf("Notify") == 2; });
-  settle();
+  settle(server_.get());
   notice_.reset();
   iterateUntil([&] { return callsOf("CloseNotification(7,)") == 2; });
   EXPECT_EQ(callsOf("CloseNotification(7,)"), 2);
@@ -139,11 +139,11 @@ TEST_F(RecordingNoticeTest, ARemarkThatEndsWithTheRecordingIsNotSentAgain) {
   recordAndWait();
   notice_->setRemark("No sound.");
   iterateUntil([&] { return callsOf("Notify") == 2; });
-  settle();
+  settle(server_.get());
   notice_->setRemark("");
   rest();
-  settle();
-  settle();
+  settle(server_.get());
+  settle(server_.get());
   EXPECT_EQ(callsOf("Notify"), 2);
   EXPECT_EQ(server_->calls.back(), "CloseNotification(7,)");
 }
@@ -154,8 +154,8 @@ TEST_F(RecordingNoticeTest, OneThatIsNotShownYetIsClosedAsSoonAsItIs) {
   record();
   iterateUntil([&] { return callsOf("GetCapabilities") == 1; });
   rest();
-  settle();
-  settle();
+  settle(server_.get());
+  settle(server_.get());
   EXPECT_EQ(callsOf("Notify"), callsOf("CloseNotification"));
 }
 
@@ -176,7 +176,7 @@ TEST_F(RecordingNoticeTest, OneThatTheUserClosedStaysClosedForThatRecording) {
   recordAndWait();
   emit("NotificationClosed", g_variant_new("(uu)", 7U, 2U));
   notice_->setRemark("No sound.");
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("Notify"), 1);
   rest();
   record();
@@ -189,7 +189,7 @@ TEST_F(RecordingNoticeTest, AServerThatRestartsShowsItAgain) {
   recordAndWait();
   server_.reset();
   iterateUntil([&] { return !hasOwner(kNotificationsName); });
-  settle();
+  settle(server_.get());
   serve(false);
   record("00:05");
   iterateUntil([&] { return callsOf("Notify") == 1; });
@@ -200,12 +200,12 @@ TEST_F(RecordingNoticeTest, AServerThatRestartsShowsItAgain) {
 TEST_F(RecordingNoticeTest, WithoutAServerNothingBreaksAndItMayBeDestroyedDuringACall) {
   notice_->setNeeded(true);
   record();
-  settle();
+  settle(server_.get());
   serve(true);
   record("00:01");
   notice_.reset();
   iterateUntil([&] { return callsOf("GetCapabilities") == 1; });
-  settle();
+  settle(server_.get());
   EXPECT_EQ(callsOf("Notify"), 0);
 }
 

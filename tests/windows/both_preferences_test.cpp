@@ -67,6 +67,27 @@ TEST_F(BothPreferencesTest, OpensWithTheKeyboardInTheFirstControl) {
   EXPECT_TRUE(WindowUser::until([] { return user().hasKeyboard("audioSource"); }));
 }
 
+TEST_F(BothPreferencesTest, IsOccludedWhileItIsMinimized) {
+  struct Delegate : platform::WindowDelegate {
+    void windowDidBecomeKey() override {}
+    void windowDidChangeOcclusionState() override { ++changes; }
+    int changes = 0;
+  };
+  load();
+  const auto delegate = std::make_shared<Delegate>();
+  window_->setDelegate(delegate);
+  show();
+  EXPECT_FALSE(window_->isOccluded());
+  const int shown = delegate->changes;
+  user().minimize(true);
+  EXPECT_TRUE(WindowUser::until([this] { return window_->isOccluded(); }));
+  EXPECT_TRUE(window_->isVisible());
+  EXPECT_EQ(delegate->changes, shown + 1);
+  user().minimize(false);
+  EXPECT_TRUE(WindowUser::until([this] { return !window_->isOccluded(); }));
+  EXPECT_EQ(delegate->changes, shown + 2);
+}
+
 TEST_F(BothPreferencesTest, ShowsStoredIndexesOutOfRangeAsNothingChosen) {
   machine_.userDefaults.values["SoundFormat"] = 7;
   machine_.userDefaults.values["Quality"] = -3;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <X11/Xatom.h>
 #include <adwaita.h>
+#include <gdk/x11/gdkx.h>
 
 #include <cmath>
 #include <filesystem>
@@ -103,6 +105,16 @@ class GtkUser : public WindowUser {
   }
   void pressReturn() override { g_signal_emit_by_name(window(), "activate-default"); }
   void closeWindow() override { gtk_window_close(window()); }
+  // As a window manager does; there is none.
+  void minimize(bool minimized) override {
+    GdkSurface* surface = gtk_native_get_surface(GTK_NATIVE(window()));
+    Display* server = gdk_x11_display_get_xdisplay(gdk_surface_get_display(surface));
+    const Atom state = XInternAtom(server, "_NET_WM_STATE", False);
+    const Atom hidden = XInternAtom(server, "_NET_WM_STATE_HIDDEN", False);
+    XChangeProperty(server, gdk_x11_surface_get_xid(surface), state, XA_ATOM, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(&hidden), minimized ? 1 : 0);
+    XFlush(server);
+  }
   void click(const std::string& name) override {
     GtkWidget* button = control(name);
     if (gtk_widget_is_sensitive(button) != FALSE) g_signal_emit_by_name(button, "clicked");

@@ -79,6 +79,9 @@ class QtUser : public WindowUser {
   void pressEscape() override { QTest::keyClick(&dialog(), Qt::Key_Escape); }
   void pressReturn() override { QTest::keyClick(&dialog(), Qt::Key_Return); }
   void closeWindow() override { dialog().close(); }
+  void minimize(bool minimized) override {
+    dialog().setWindowState(minimized ? Qt::WindowMinimized : Qt::WindowNoState);
+  }
   // As the pointer does, which a modal dialog blocks.
   void click(const std::string& name) override {
     QWidget& button = control(name);

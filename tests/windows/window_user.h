@@ -34,6 +34,8 @@ class WindowUser {
   virtual void pressEscape() = 0;
   virtual void pressReturn() = 0;
   virtual void closeWindow() = 0;
+  // By the desktop's means, or back again.
+  virtual void minimize(bool minimized) = 0;
   virtual void click(const std::string& control) = 0;
   virtual bool seesControl(const std::string& control) = 0;
   virtual bool isEnabled(const std::string& control) = 0;

@@ -4,6 +4,12 @@
 #include "hosts/linux/windows_gtk/activation.h"
 
 namespace linux_host {
+namespace {
+
+// GDK_TOPLEVEL_STATE_SUSPENDED, which GTK's headers name since 4.12. Earlier releases never set it.
+constexpr guint kSuspended = 1U << 16U;
+
+}  // namespace
 
 InterfaceWindow::InterfaceWindow(GtkWindow* window, const Parts& parts, WindowsServices& services,
                                  std::function<void()> onDone)
@@ -14,6 +20,7 @@ InterfaceWindow::InterfaceWindow(GtkWindow* window, const Parts& parts, WindowsS
     if (const auto delegate = delegate_.lock()) delegate->windowDidBecomeKey();
   });
   handlers_.connect(window_, "notify::visible", [this] { tellOcclusion(); });
+  handlers_.connect(window_, "realize", [this] { followSurface(); });
 }
 
 InterfaceWindow::~InterfaceWindow() {
@@ -23,7 +30,14 @@ InterfaceWindow::~InterfaceWindow() {
 }
 
 void InterfaceWindow::tellOcclusion() {
+  wasOccluded_ = isOccluded();
   if (const auto delegate = delegate_.lock()) delegate->windowDidChangeOcclusionState();
+}
+
+void InterfaceWindow::followSurface() {
+  handlers_.connect(gtk_native_get_surface(GTK_NATIVE(window_)), "notify::state", [this] {
+    if (isOccluded() != wasOccluded_) tellOcclusion();
+  });
 }
 
 void InterfaceWindow::setDelegate(std::weak_ptr<platform::WindowDelegate> delegate) {
@@ -38,6 +52,13 @@ void InterfaceWindow::setTitleBarButtons(bool, bool close) {
 
 bool InterfaceWindow::isVisible() const {
   return gtk_widget_get_visible(GTK_WIDGET(window_)) != FALSE;
+}
+
+bool InterfaceWindow::isOccluded() const {
+  GdkSurface* surface = gtk_native_get_surface(GTK_NATIVE(window_));
+  if (surface == nullptr || !isVisible()) return false;
+  const guint state = gdk_toplevel_get_state(GDK_TOPLEVEL(surface));
+  return (state & (GDK_TOPLEVEL_STATE_MINIMIZED | kSuspended)) != 0;
 }
 
 void InterfaceWindow::comeForward() {

@@ -38,6 +38,8 @@ class InterfaceWindow : public platform::Window {
   // The header bar is the window's own, so its close button is the suite's.
   void setTitleBarButtons(bool preferences, bool close) override;
   [[nodiscard]] bool isVisible() const override;
+  // Minimised, or covered where the compositor says so and GTK passes it on (since 4.12).
+  [[nodiscard]] bool isOccluded() const override;
   void makeKeyAndOrderFront() override;
   void orderFront() override;
   void orderFrontRegardless() override;
@@ -47,10 +49,13 @@ class InterfaceWindow : public platform::Window {
   void comeForward();
   static gboolean giveFocus(gpointer window);
   void tellOcclusion();
+  // What the window is to the screen exists from now on.
+  void followSurface();
 
   GtkWindow* const window_;
   const Parts parts_;
   WindowsServices& services_;
+  bool wasOccluded_ = false;
   guint focusing_ = 0;  // the source; 0: none
   std::weak_ptr<platform::WindowDelegate> delegate_;
   std::vector<std::shared_ptr<void>> kept_;

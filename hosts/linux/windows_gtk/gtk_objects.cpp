@@ -24,6 +24,13 @@ void runWithResponse(std::function<void(int)>* act, int response) {
   copy(response);
 }
 
+// They are not printed, but decide how the letters beside them are: Persian and Hindi need them.
+bool isJoiner(gunichar character) {
+  constexpr gunichar kZeroWidthNonJoiner = 0x200C;
+  constexpr gunichar kZeroWidthJoiner = 0x200D;
+  return character == kZeroWidthNonJoiner || character == kZeroWidthJoiner;
+}
+
 }  // namespace
 
 SignalHandlers::~SignalHandlers() {
@@ -66,7 +73,8 @@ std::string singleLine(const std::string& text) {
   for (const gchar* at = valid.get(); *at != '\0'; at = next) {
     next = g_utf8_next_char(at);
     const gunichar character = g_utf8_get_char(at);
-    if (g_unichar_isspace(character) != FALSE || g_unichar_isprint(character) == FALSE) {
+    const bool isPrinted = g_unichar_isprint(character) != FALSE || isJoiner(character);
+    if (g_unichar_isspace(character) != FALSE || !isPrinted) {
       isBlank = true;
       continue;
     }

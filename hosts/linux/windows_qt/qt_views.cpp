@@ -16,7 +16,9 @@ namespace linux_host {
 QString singleLine(const std::string& text) {
   auto characters = QString::fromStdString(text).toUcs4();
   for (auto& character : characters) {
-    if (!QChar::isPrint(character)) character = U' ';
+    // Not printed, but they decide how the letters beside them are: Persian and Hindi need them.
+    const bool isJoiner = character == U'\u200C' || character == U'\u200D';
+    if (!isJoiner && !QChar::isPrint(character)) character = U' ';
   }
   return QString::fromUcs4(reinterpret_cast<const char32_t*>(characters.constData()),
                            characters.size())

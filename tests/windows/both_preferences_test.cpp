@@ -232,6 +232,18 @@ TEST_P(BothLanguageTest, EveryTextIsOfThatLanguage) {
   EXPECT_THAT(user().menu("qualityPopUp"), ElementsAre(text("High"), text("Medium"), text("Low")));
 }
 
+TEST_P(BothLanguageTest, TheDefaultSourceIsShownInFull) {
+  services().speak(GetParam());
+  show();
+  const auto source = owner_.outlet<platform::PopUpButton>("audioSource");
+  source->addItem(text("Default input device"));
+  source->selectItem(0);
+  ASSERT_TRUE(WindowUser::until(
+      [] { return user().chosen("audioSource") == text("Default input device"); }));
+  EXPECT_TRUE(WindowUser::until([] { return user().showsWholeTexts("audioSource"); }))
+      << text("Default input device");
+}
+
 INSTANTIATE_TEST_SUITE_P(AllLanguages, BothLanguageTest, testing::ValuesIn(languages()),
                          [](const auto& language) { return language.param; });
 

@@ -141,6 +141,14 @@ class GtkUser : public WindowUser {
     gpointer item = adw_combo_row_get_selected_item(row(name));
     return item != nullptr ? text(gtk_string_object_get_string(GTK_STRING_OBJECT(item))) : "";
   }
+  bool showsWholeTexts(const std::string& name) override {
+    for (GtkWidget* label : below(control(name), GTK_TYPE_LABEL)) {
+      PangoLayout* layout = gtk_label_get_layout(GTK_LABEL(label));
+      const bool isCut = pango_layout_is_ellipsized(layout) != FALSE;
+      if (gtk_widget_get_mapped(label) != FALSE && isCut) return false;
+    }
+    return true;
+  }
   void pick(const std::string& name, int at) override {
     adw_action_row_activate(ADW_ACTION_ROW(row(name)));
     GtkWidget* popover = below(GTK_WIDGET(row(name)), GTK_TYPE_POPOVER).at(0);

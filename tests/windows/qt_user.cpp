@@ -11,6 +11,8 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStyle>
+#include <QStyleOptionComboBox>
 #include <QTest>
 #include <stdexcept>
 
@@ -102,6 +104,14 @@ class QtUser : public WindowUser {
   }
   std::string chosen(const std::string& name) override {
     return box(name).currentText().toStdString();
+  }
+  bool showsWholeTexts(const std::string& name) override {
+    const QComboBox& shown = box(name);
+    QStyleOptionComboBox option;
+    option.initFrom(&shown);
+    const QRect room = shown.style()->subControlRect(QStyle::CC_ComboBox, &option,
+                                                     QStyle::SC_ComboBoxEditField, &shown);
+    return shown.fontMetrics().horizontalAdvance(shown.currentText()) <= room.width();
   }
   void pick(const std::string& name, int wanted) override {
     QComboBox& picked = box(name);

@@ -45,6 +45,8 @@ class WindowUser {
   virtual std::vector<std::string> menu(const std::string& control) = 0;
   // The title that a closed box shows; empty when it shows none.
   virtual std::string chosen(const std::string& control) = 0;
+  // Whether nothing of the control's texts is cut off or replaced by an ellipsis.
+  virtual bool showsWholeTexts(const std::string& control) = 0;
   // Opens the menu and picks that row of menu().
   virtual void pick(const std::string& control, int row) = 0;
   // The path beside the button for the output folder, and what its tool tip says.

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kAfterSeparator = "after-separator";
 // Beyond it a name is shortened, and shown in full by its tool tip.
-constexpr int kWidestInRow_characters = 26;
+constexpr int kWidestInRow_characters = 38;
 constexpr int kWidestInMenu_characters = 50;
 
 const char* titleOf(gpointer object) {

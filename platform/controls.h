@@ -160,7 +160,7 @@ class Window {
   [[nodiscard]] virtual bool isVisible() const = 0;
   // Whether the user can see nothing of the window although it is shown: it is minimised, covered
   // or elsewhere. False where the host cannot tell.
-  [[nodiscard]] virtual bool isOccluded() const { return false; }
+  [[nodiscard]] virtual bool isOccluded() const = 0;
   // Shows the window in front and gives it the keyboard.
   virtual void makeKeyAndOrderFront() = 0;
   // Shows it in front of the program's other windows, without the keyboard.

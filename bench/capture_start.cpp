@@ -4,8 +4,8 @@
 #include <list>
 #include <string>
 
-#include "registry_watch.h"
-#include "timed_program.h"
+#include "bench/registry_watch.h"
+#include "bench/timed_program.h"
 
 // capture-start SOURCE COMMAND [ARGUMENT...]
 //

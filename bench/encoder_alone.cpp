@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "encoders_alone.h"
+#include "bench/encoders_alone.h"
 
 // encoder-alone mp3|aac RAW-FILE
 //

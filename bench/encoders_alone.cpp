@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "encoders_alone.h"
+#include "bench/encoders_alone.h"
 
 #include <lame/lame.h>
 

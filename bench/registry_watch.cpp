@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "registry_watch.h"
+#include "bench/registry_watch.h"
 
 #include <utility>
 

@@ -9,9 +9,9 @@
 #include <map>
 #include <string>
 
+#include "bench/registry_watch.h"
+#include "bench/timed_program.h"
 #include "driver/loopback_protocol.h"
-#include "registry_watch.h"
-#include "timed_program.h"
 
 // system-audio-start SPEAKERS COMMAND [ARGUMENT...]
 //

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "timed_program.h"
+#include "bench/timed_program.h"
 
 #include <spawn.h>
 #include <sys/wait.h>

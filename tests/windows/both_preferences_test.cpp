@@ -197,6 +197,13 @@ TEST_F(BothPreferencesTest, TheShortcutIsThereOnlyWhileTheDesktopHasKeysForProgr
   EXPECT_TRUE(WindowUser::until([] { return !user().seesShortcut(); }));
 }
 
+TEST_F(BothPreferencesTest, TheShortcutIsSeenInAWindowThatOpensLater) {
+  services().changeShortcut({.offered = true, .trigger = {}});
+  show();
+  EXPECT_TRUE(WindowUser::until([] { return user().seesShortcut(); }));
+  services().changeShortcut({});
+}
+
 TEST_F(BothPreferencesTest, AFailedShortcutIsToldWithTheDesktopsReason) {
   services().changeShortcut({.offered = true, .trigger = {}});
   show();

@@ -179,9 +179,7 @@ class GtkUser : public WindowUser {
     return gtk_widget_get_direction(GTK_WIDGET(window())) == GTK_TEXT_DIR_RTL;
   }
 
-  bool seesShortcut() override {
-    return gtk_widget_get_mapped(control("shortcut-button")) != FALSE;
-  }
+  bool seesShortcut() override { return isWithinItsWindow(control("shortcut-button")); }
   std::string shortcutKey() override {
     return text(gtk_label_get_text(GTK_LABEL(control("shortcut-key"))));
   }
@@ -225,6 +223,18 @@ class GtkUser : public WindowUser {
       title.erase(at, 1);
     }
     return title;
+  }
+  static bool isWithinItsWindow(GtkWidget* widget) {
+    GtkWidget* window = GTK_WIDGET(gtk_widget_get_root(widget));
+    graphene_rect_t place;
+    if (gtk_widget_get_mapped(widget) == FALSE ||
+        gtk_widget_compute_bounds(widget, window, &place) == FALSE) {
+      return false;
+    }
+    const graphene_rect_t visible =
+        GRAPHENE_RECT_INIT(0, 0, static_cast<float>(gtk_widget_get_width(window)),
+                           static_cast<float>(gtk_widget_get_height(window)));
+    return graphene_rect_contains_rect(&visible, &place);
   }
   static AdwMessageDialog* alert() {
     AdwMessageDialog* newest = nullptr;

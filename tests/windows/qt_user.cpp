@@ -143,7 +143,10 @@ class QtUser : public WindowUser {
   }
   bool isRightToLeft() override { return dialog().layoutDirection() == Qt::RightToLeft; }
 
-  bool seesShortcut() override { return control("shortcutButton").isVisible(); }
+  bool seesShortcut() override {
+    const QWidget& button = control("shortcutButton");
+    return button.isVisible() && button.visibleRegion() == QRegion(button.rect());
+  }
   std::string shortcutKey() override {
     return static_cast<QLabel&>(control("shortcutKey")).text().toStdString();
   }

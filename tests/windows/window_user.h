@@ -57,6 +57,7 @@ class WindowUser {
   virtual bool isRightToLeft() = 0;
 
   // The row with the keyboard shortcut.
+  // Wholly, without scrolling.
   virtual bool seesShortcut() = 0;
   virtual std::string shortcutKey() = 0;
   virtual std::string shortcutButton() = 0;

@@ -5,6 +5,20 @@
 
 namespace linux_host {
 
+namespace {
+
+// A window on the screen keeps its height. Without a height it takes what its rows need, but not
+// before it has got its first size from the desktop.
+gboolean fitWindow(GtkWidget* row, GdkFrameClock*, gpointer) {
+  GtkRoot* window = gtk_widget_get_root(row);
+  if (window == nullptr) return G_SOURCE_REMOVE;
+  if (gtk_widget_get_height(GTK_WIDGET(window)) == 0) return G_SOURCE_CONTINUE;
+  gtk_window_set_default_size(GTK_WINDOW(window), gtk_widget_get_width(GTK_WIDGET(window)), -1);
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace
+
 ShortcutRow::ShortcutRow(const Parts& parts, WindowsServices& services)
     : services_(services), group_(parts.group), key_(parts.key), button_(parts.button) {
   handlers_.connect(parts.button, "clicked", [this] { choose(); });
@@ -23,7 +37,7 @@ GtkWindow* ShortcutRow::window() const {
 
 void ShortcutRow::show(const Shortcut& shortcut) {
   if (group_.get() == nullptr || key_.get() == nullptr || button_.get() == nullptr) return;
-  gtk_widget_set_visible(group_.get(), shortcut.offered ? TRUE : FALSE);
+  setOffered(shortcut.offered);
   std::string key = services_.localizedString("None");
   if (shortcut.set) {
     key = shortcut.trigger.empty() ? services_.localizedString("See keyboard settings")
@@ -37,6 +51,12 @@ void ShortcutRow::show(const Shortcut& shortcut) {
   gtk_accessible_update_property(GTK_ACCESSIBLE(button_.get()), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
                                  key.c_str(), -1);
   gtk_widget_set_sensitive(GTK_WIDGET(button_.get()), shortcut.asking ? FALSE : TRUE);
+}
+
+void ShortcutRow::setOffered(bool offered) {
+  if ((gtk_widget_get_visible(group_.get()) != FALSE) == offered) return;
+  gtk_widget_set_visible(group_.get(), offered ? TRUE : FALSE);
+  gtk_widget_add_tick_callback(group_.get(), fitWindow, nullptr, nullptr);
 }
 
 void ShortcutRow::choose() {

@@ -29,6 +29,8 @@ class ShortcutRow {
 
  private:
   void show(const Shortcut& shortcut);
+  // Shows or hides the row; the window follows in height.
+  void setOffered(bool offered);
   void choose();
   void askDesktop(const std::string& parentName);
   void tellFailure(const std::string& reason) const;

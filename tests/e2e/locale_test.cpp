@@ -43,7 +43,7 @@ TEST_P(LocaleTest, WithoutItsOwnTableTheTextsAreEnglishNotKeys) {
   EXPECT_TRUE(isShown("What was recorded until then is kept"));
   EXPECT_THAT(notifications.shown(), Each(Not(HasSubstr("Finder"))));
   EXPECT_THAT(notifications.shown(), Each(Not(HasSubstr("Audio file was not created"))));
-  EXPECT_TRUE(endsAtOnce(*tool));
+  EXPECT_TRUE(endsAtOnce(*tool, 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Locales, LocaleTest,

@@ -32,6 +32,7 @@ TEST_F(AppearanceTest, TheFollowerOfThePortalsSettingsIsToldAtOnce) {
   AppearanceWatch watch(bus_.get());
   int changes = 0;
   watch.follow([&] { ++changes; });
+  settle();  // the bus knows now what is followed
   change("org.freedesktop.appearance", "color-scheme");
   iterateUntil([&] { return changes == 1; });
   change("org.example.other", "color-scheme");
@@ -41,6 +42,7 @@ TEST_F(AppearanceTest, TheFollowerOfThePortalsSettingsIsToldAtOnce) {
   change("org.freedesktop.appearance", "color-scheme");
   int later = 0;
   watch.follow([&] { ++later; });
+  settle();
   change("org.freedesktop.appearance", "contrast");
   iterateUntil([&] { return later > 0; });
   EXPECT_EQ(changes, 2);

@@ -104,6 +104,29 @@ Found* firstBelow(GtkWidget* widget, GType type) {
   return nullptr;
 }
 
+// The selection behind a list of a combo row; null where this libadwaita builds it otherwise.
+GtkSingleSelection* selectionOf(GtkListView* list) {
+  gpointer model = gtk_list_view_get_model(list);
+  if (GTK_IS_NO_SELECTION(model)) model = gtk_no_selection_get_model(GTK_NO_SELECTION(model));
+  if (GTK_IS_SELECTION_FILTER_MODEL(model)) {
+    model = gtk_selection_filter_model_get_model(GTK_SELECTION_FILTER_MODEL(model));
+  }
+  return GTK_IS_SINGLE_SELECTION(model) ? GTK_SINGLE_SELECTION(model) : nullptr;
+}
+
+// Newer versions of GTK otherwise ignore that nothing is to be selected. The row has two lists: of
+// what is chosen, and its menu.
+void letNothingBeSelected(GtkWidget* row) {
+  auto* popover = firstBelow<GtkWidget>(row, GTK_TYPE_POPOVER);
+  for (GtkWidget* where : {row, popover}) {
+    auto* list = where != nullptr ? firstBelow<GtkListView>(where, GTK_TYPE_LIST_VIEW) : nullptr;
+    GtkSingleSelection* selection = list != nullptr ? selectionOf(list) : nullptr;
+    if (selection == nullptr) continue;
+    gtk_single_selection_set_autoselect(selection, FALSE);
+    gtk_single_selection_set_can_unselect(selection, TRUE);
+  }
+}
+
 gboolean showChosenTitle(GtkWidget* row, int, int, gboolean, GtkTooltip* tooltip, gpointer) {
   gpointer chosen = adw_combo_row_get_selected_item(ADW_COMBO_ROW(row));
   if (chosen == nullptr) return FALSE;
@@ -123,6 +146,7 @@ PopUpView::PopUpView(AdwComboRow* row, std::string unnamedItem, UserAct onPick)
   takeInitialItems();
   installFactories();
   adw_combo_row_set_model(row, G_LIST_MODEL(rows_.get()));
+  letNothingBeSelected(GTK_WIDGET(row));
   syncNow();
   followPicks();
   gtk_widget_set_has_tooltip(GTK_WIDGET(row), TRUE);
